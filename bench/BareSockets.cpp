@@ -1,0 +1,66 @@
+#include "bench/BareSockets.h"
+
+#include <zmq.h>
+
+#include <stdexcept>
+
+namespace qor::bench {
+
+namespace {
+
+void* context() {
+  static void* const instance = ::zmq_ctx_new();
+  return instance;
+}
+
+void require(bool succeeded) {
+  if (!succeeded) throw std::runtime_error(::zmq_strerror(::zmq_errno()));
+}
+
+}  // namespace
+
+BareSocket::BareSocket(int type, const std::string& address, bool binds)
+    : socket_(::zmq_socket(context(), type)) {
+  require(socket_ != nullptr);
+  setOption(ZMQ_LINGER, 0);
+  if (type == ZMQ_XPUB) setOption(ZMQ_XPUB_NODROP, 1);
+  if (type == ZMQ_SUB) require(::zmq_setsockopt(socket_, ZMQ_SUBSCRIBE, "", 0) == 0);
+  if (type == ZMQ_REQ) {
+    // What it takes not to hang on a dead peer is part of the work that is compared.
+    setOption(ZMQ_REQ_RELAXED, 1);
+    setOption(ZMQ_REQ_CORRELATE, 1);
+    setOption(ZMQ_HEARTBEAT_IVL, 1'000);
+    setOption(ZMQ_HEARTBEAT_TIMEOUT, 1'800);
+  }
+  require((binds ? ::zmq_bind : ::zmq_connect)(socket_, address.c_str()) == 0);
+}
+
+void BareSocket::setOption(int option, int value) {
+  require(::zmq_setsockopt(socket_, option, &value, sizeof value) == 0);
+}
+
+BareSocket::~BareSocket() { ::zmq_close(socket_); }
+
+void BareSocket::send(const google::protobuf::Message& message) {
+  zmq_msg_t encoded;
+  require(::zmq_msg_init_size(&encoded, message.ByteSizeLong()) == 0);
+  message.SerializeWithCachedSizesToArray(static_cast<std::uint8_t*>(::zmq_msg_data(&encoded)));
+  require(::zmq_msg_send(&encoded, socket_, 0) >= 0);
+}
+
+void BareSocket::receive(google::protobuf::Message& message) {
+  zmq_msg_t encoded;
+  ::zmq_msg_init(&encoded);
+  require(::zmq_msg_recv(&encoded, socket_, 0) >= 0);
+  if (!message.ParseFromArray(::zmq_msg_data(&encoded), static_cast<int>(::zmq_msg_size(&encoded)))) {
+    throw std::runtime_error("unreadable message");
+  }
+  ::zmq_msg_close(&encoded);
+}
+
+void BareSocket::waitForSubscriber() {
+  char subscription = 0;
+  require(::zmq_recv(socket_, &subscription, sizeof subscription, 0) >= 0);
+}
+
+}  // namespace qor::bench

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace qor::bench {
+
+/// The console report, followed by one line for each pair NAME/ours and NAME/bare: the median times, and how
+/// the one compares to the other.
+class RatioReporter : public benchmark::ConsoleReporter {
+ public:
+  void ReportRuns(const std::vector<Run>& runs) override;
+  void Finalize() override;
+
+ private:
+  std::map<std::string, std::vector<double>> nanoseconds_;  ///< per iteration, by the benchmark's name
+};
+
+}  // namespace qor::bench

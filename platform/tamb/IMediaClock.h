@@ -1,0 +1,18 @@
+#pragma once
+
+#include <memory>
+
+#include "tamb/IClockInfo.h"
+#include "tamb/MediaTime.h"
+
+namespace tamb {
+
+/// A source of media time. Callable from any thread.
+class IMediaClock {
+ public:
+  virtual ~IMediaClock() = default;
+  virtual MediaTime GetCurrentTime() const = 0;
+  virtual std::shared_ptr<const IClockInfo> GetClockInfo() const = 0;
+};
+
+}  // namespace tamb

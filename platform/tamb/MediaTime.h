@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <utility>
+
+#include "tamb/EditRate.h"
+#include "tamb/IClockInfo.h"
+
+namespace tamb {
+
+/// A point in media time: a count of units at an edit rate, and the clock it belongs to, if any is known.
+class MediaTime {
+ public:
+  MediaTime() = default;
+  MediaTime(const EditRate& editRate, std::int64_t timeNumber, std::shared_ptr<const IClockInfo> clockInfo)
+      : editRate_(editRate), timeNumber_(timeNumber), clockInfo_(std::move(clockInfo)) {}
+
+  const EditRate& GetEditRate() const { return editRate_; }
+  std::int64_t GetTimeNumber() const { return timeNumber_; }
+  /// Empty when the clock is not known.
+  std::shared_ptr<const IClockInfo> GetClockInfo() const { return clockInfo_; }
+
+ private:
+  EditRate editRate_;
+  std::int64_t timeNumber_ = 0;
+  std::shared_ptr<const IClockInfo> clockInfo_;
+};
+
+}  // namespace tamb

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <string>
+#include <utility>
+
+#include "qor/socket/SocketEndpoint.h"
+#include "runtime/memory/MemorySocket.h"
+#include "runtime/messaging/TcpListener.h"
+
+namespace qor::socket::memory {
+
+/// A socket that others connect to. A port that was reserved for it stays taken while it is open, so that
+/// nobody else in this process is told the same one.
+class BindingSocket : public MemorySocket {
+ public:
+  BindingSocket(const SocketLabel& label, const SocketEndpoint& endpoint)
+      : MemorySocket(label),
+        endpoint_(endpoint.withReservedPort()),
+        key_(endpoint_.toString(Protocol::Plain)) {}
+
+  const std::string& endpoint() const final { return key_; }
+
+ private:
+  void enter(Switchboard::Lock& /*lock*/, std::chrono::milliseconds /*timeOut*/) final {
+    network().bind(*this, key_);
+    if (endpoint_.reservation()) port_ = endpoint_.reservation()->take();
+  }
+
+  const SocketEndpoint endpoint_;
+  const std::string key_;
+  FileDescriptor port_;
+};
+
+}  // namespace qor::socket::memory

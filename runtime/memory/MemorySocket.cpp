@@ -1,0 +1,116 @@
+#include "runtime/memory/MemorySocket.h"
+
+#include "qor/socket/ZmqContextTerminationException.h"
+#include "runtime/messaging/MessageRules.h"
+
+namespace qor::socket::memory {
+
+MemorySocket::MemorySocket(SocketLabel label) : network_(Switchboard::instance()), label_(std::move(label)) {}
+
+void MemorySocket::open(std::chrono::milliseconds timeOut) {
+  auto lock = network_.lock();
+  throwPlanned(Operation::Open);
+  context_ = network_.context();
+  try {
+    enter(lock, timeOut);
+  } catch (...) {
+    network_.remove(*this);
+    throw;
+  }
+  isOpen_ = true;
+  network_.tellObservers();
+}
+
+int MemorySocket::poll(std::chrono::milliseconds timeOut, std::string& errorText) {
+  auto lock = network_.lock();
+  if (const auto planned = network_.takePlanned(label_.name, Operation::Poll)) {
+    if (planned->failure == Failure::ContextTermination) throw ZmqContextTerminationException(planned->text);
+    if (planned->failure == Failure::RuntimeError) throw std::runtime_error(planned->text);
+    errorText = planned->text;
+    return -1;
+  }
+  if (waitForMessage(lock, Operation::Poll, Deadline::clock::now() + timeOut) != Woken::ByCondition) return 1;
+  if (canReceive()) return 0;
+  errorText = label_.text() + ": " + whyNoneCanCome();
+  return -1;
+}
+
+void MemorySocket::send(const google::protobuf::Message& message, std::size_t size) {
+  std::string encoded(size, '\0');
+  encode(message, encoded.data());
+  auto lock = network_.lock();
+  throwPlanned(Operation::Send);
+  checkContext();
+  put(std::move(encoded), lock);
+  network_.tellObservers();
+}
+
+int MemorySocket::receive(google::protobuf::Message* message, unsigned int sizeBound) {
+  std::string encoded;
+  {
+    auto lock = network_.lock();
+    throwPlanned(Operation::Receive);
+    if (waitForMessage(lock, Operation::Receive, std::nullopt) == Woken::ByInterrupt) {
+      throw failure("was closed while it waited for a message");
+    }
+    if (!canReceive()) throw failure(whyNoneCanCome());
+    encoded = take();
+    network_.tellObservers();
+  }
+  return decode({.data = encoded.data(), .size = encoded.size(), .parts = 1}, sizeBound, message, label_);
+}
+
+void MemorySocket::interrupt() noexcept {
+  const auto lock = network_.lock();
+  interrupted_ = true;
+  wake();
+}
+
+std::size_t MemorySocket::close(std::chrono::milliseconds timeForUnsent) noexcept {
+  auto lock = network_.lock();
+  changed_.wait_until(lock, Deadline::clock::now() + timeForUnsent,
+                      [this] { return unsent() == 0 || isShutDown(); });
+  network_.remove(*this);
+  return unsent();
+}
+
+SocketState MemorySocket::state() const {
+  return {.name = label_.name,
+          .protocol = label_.protocol,
+          .endpoint = label_.endpoint,
+          .isOpen = isOpen_,
+          .peers = peers(),
+          .unreceived = unreceived(),
+          .unsent = unsent(),
+          .blockedIn = blockedIn_};
+}
+
+void MemorySocket::wake() {
+  blockedIn_.reset();
+  changed_.notify_all();
+  network_.tellObservers();
+}
+
+std::runtime_error MemorySocket::failure(const std::string& reason) const {
+  return std::runtime_error(label_.text() + ": " + reason);
+}
+
+MemorySocket::Woken MemorySocket::waitForMessage(Switchboard::Lock& lock, Operation operation,
+                                                 std::optional<Deadline> deadline) {
+  return wait(lock, operation, deadline, [this] { return canReceive() || !whyNoneCanCome().empty(); });
+}
+
+void MemorySocket::throwPlanned(Operation operation) {
+  const auto planned = network_.takePlanned(label_.name, operation);
+  if (!planned) return;
+  if (planned->failure == Failure::ContextTermination) throw ZmqContextTerminationException(planned->text);
+  throw std::runtime_error(planned->text);
+}
+
+void MemorySocket::checkContext() const {
+  if (isShutDown()) {
+    throw ZmqContextTerminationException(label_.text() + ": the messaging context is being shut down");
+  }
+}
+
+}  // namespace qor::socket::memory

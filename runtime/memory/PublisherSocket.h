@@ -1,0 +1,37 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "runtime/memory/BindingSocket.h"
+#include "runtime/messaging/KeptMessages.h"
+
+namespace qor::socket::memory {
+
+class SubscriberSocket;
+
+/// Puts each message into the inbox of every subscriber, and keeps it as long as there is none, or one
+/// without room.
+class PublisherSocket final : public BindingSocket {
+ public:
+  PublisherSocket(const SocketLabel& label, bool newestOnly, const SocketEndpoint& endpoint);
+
+  void add(SubscriberSocket& subscriber);
+  void remove(const SubscriberSocket& subscriber);
+  /// Hands over what is kept, as far as every subscriber has room for it.
+  void handOver();
+
+ private:
+  std::size_t peers() const override { return subscribers_.size(); }
+  std::size_t unreceived() const override { return 0; }
+  std::size_t unsent() const override { return kept_.count(); }
+  std::string take() override { return {}; }
+  std::string whyNoneCanCome() const override { return "a publisher receives nothing"; }
+  void put(std::string encoded, Switchboard::Lock& lock) override;
+  bool canHandOver();
+
+  std::vector<SubscriberSocket*> subscribers_;
+  KeptMessages<std::string> kept_;
+};
+
+}  // namespace qor::socket::memory

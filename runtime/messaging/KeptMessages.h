@@ -1,0 +1,61 @@
+#pragma once
+
+#include <fmt/format.h>
+
+#include <cstddef>
+#include <deque>
+#include <stdexcept>
+#include <utility>
+
+#include "runtime/messaging/SocketLabel.h"
+
+namespace qor::socket {
+
+/// What a publisher holds until its subscribers can take it, in order and bounded. A publisher whose messages
+/// supersede each other holds the newest only. Not thread-safe.
+template <class Message>
+class KeptMessages {
+ public:
+  /// About half a minute of the busiest channel, and what a host can spare for each of a hundred engines.
+  static constexpr std::size_t maximumCount = 100'000;
+  static constexpr std::size_t maximumBytes = std::size_t{64} * 1024 * 1024;
+
+  explicit KeptMessages(bool newestOnly) : newestOnly_(newestOnly) {}
+
+  /// Throws std::runtime_error, keeping nothing of `message`, when there is no room left.
+  void keep(Message message, std::size_t size, const SocketLabel& label) {
+    if (newestOnly_) clear();
+    if (!hasRoom(size)) {
+      throw std::runtime_error(fmt::format(
+          "{}: queue full: {} messages of {} bytes in all are waiting for a subscriber, the limit "
+          "is {} messages or {} bytes",
+          label.text(), messages_.size(), bytes_, maximumCount, maximumBytes));
+    }
+    messages_.emplace_back(std::move(message), size);
+    bytes_ += size;
+  }
+
+  /// Whether a message of that size would be kept.
+  bool hasRoom(std::size_t size) const {
+    return newestOnly_ || (messages_.size() < maximumCount && bytes_ + size <= maximumBytes);
+  }
+  bool empty() const { return messages_.empty(); }
+  std::size_t count() const { return messages_.size(); }
+  Message& oldest() { return messages_.front().first; }
+  void dropOldest() {
+    bytes_ -= messages_.front().second;
+    messages_.pop_front();
+  }
+
+ private:
+  void clear() {
+    messages_.clear();
+    bytes_ = 0;
+  }
+
+  const bool newestOnly_;
+  std::deque<std::pair<Message, std::size_t>> messages_;
+  std::size_t bytes_ = 0;
+};
+
+}  // namespace qor::socket

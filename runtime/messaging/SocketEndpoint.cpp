@@ -1,0 +1,157 @@
+#include "qor/socket/SocketEndpoint.h"
+
+#include <arpa/inet.h>
+#include <fmt/format.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <optional>
+#include <stdexcept>
+#include <string_view>
+#include <utility>
+
+#include "runtime/messaging/SocketLabel.h"
+#include "runtime/messaging/TcpListener.h"
+
+namespace qor::socket {
+
+namespace {
+
+constexpr std::string_view tcpScheme = "tcp://";
+constexpr std::string_view ipcScheme = "ipc://";
+constexpr std::string_view inprocScheme = "inproc://";
+
+/// What the kernel's socket address holds, without the terminating zero.
+constexpr std::size_t maximumPathLength = sizeof(sockaddr_un::sun_path) - 1;
+/// Leaves room for what makes a name unique to its process, within the same address.
+constexpr std::size_t maximumNameLength = 64;
+
+/// The text in quotes, on one line and of bounded length, whatever it holds.
+std::string quoted(std::string_view text) {
+  constexpr std::size_t maximumShown = 200;
+  std::string result = "\"";
+  for (const char c : text.substr(0, maximumShown)) {
+    const auto byte = static_cast<unsigned char>(c);
+    byte < 0x20 || byte == 0x7f ? result += fmt::format("\\x{:02x}", byte) : result += c;
+  }
+  return result + (text.size() > maximumShown ? "\"…" : "\"");
+}
+
+[[noreturn]] void refuse(std::string_view text, std::string_view reason) {
+  throw std::runtime_error(
+      fmt::format("{} is no endpoint: {}; expected tcp://HOST:PORT (IPv6 in brackets), ipc://PATH or "
+                  "inproc://NAME",
+                  quoted(text), reason));
+}
+
+bool isControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }
+
+std::uint16_t readPort(std::string_view text, std::string_view digits) {
+  std::uint16_t port = 0;
+  const char* const end = digits.data() + digits.size();
+  const auto [stopped, error] = std::from_chars(digits.data(), end, port);
+  if (digits.empty() || error != std::errc() || stopped != end) {
+    refuse(text, "the port is no number from 0 to 65535");
+  }
+  return port;
+}
+
+/// The shortest spelling of an IPv6 address; nothing when it is none.
+std::optional<std::string> canonicalIpv6(std::string_view host) {
+  in6_addr address{};
+  std::array<char, INET6_ADDRSTRLEN> buffer{};
+  if (::inet_pton(AF_INET6, std::string(host).c_str(), &address) != 1 ||
+      ::inet_ntop(AF_INET6, &address, buffer.data(), buffer.size()) == nullptr) {
+    return std::nullopt;
+  }
+  return std::string(buffer.data());
+}
+
+bool isHostName(std::string_view host) {
+  const auto allowed = [](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
+           c == '-' || c == '_';
+  };
+  return !host.empty() && host.front() != '-' && host.front() != '.' &&
+         std::all_of(host.begin(), host.end(), allowed);
+}
+
+bool isNumeric(std::string_view host) { return host.find_first_not_of("0123456789.") == std::string::npos; }
+
+std::string readHost(std::string_view text, std::string_view host) {
+  if (host.size() >= 2 && host.front() == '[' && host.back() == ']') {
+    auto address = canonicalIpv6(host.substr(1, host.size() - 2));
+    if (!address) refuse(text, "what is in brackets is no IPv6 address");
+    return *std::move(address);
+  }
+  if (!isHostName(host)) refuse(text, "the host is neither a name nor an address");
+  in_addr address{};
+  if (isNumeric(host) && ::inet_pton(AF_INET, std::string(host).c_str(), &address) != 1) {
+    refuse(text, "the host is no IPv4 address");
+  }
+  return std::string(host);
+}
+
+std::string readName(std::string_view text, std::string_view name, std::string_view what,
+                     std::size_t maximumLength) {
+  if (name.empty() || name == "@") refuse(text, fmt::format("the {} is empty", what));
+  if (name.size() > maximumLength) {
+    refuse(text, fmt::format("the {} has {} bytes, {} is the limit", what, name.size(), maximumLength));
+  }
+  if (std::any_of(name.begin(), name.end(), isControl)) {
+    refuse(text, fmt::format("the {} holds a control character", what));
+  }
+  return std::string(name);
+}
+
+}  // namespace
+
+SocketEndpoint::SocketEndpoint(Transport transport, std::string host, std::uint16_t port)
+    : transport_(transport), host_(std::move(host)), port_(port) {}
+
+SocketEndpoint SocketEndpoint::FromString(const std::string& text) {
+  std::string_view rest = text;
+  if (rest.starts_with(ipcScheme)) {
+    return {Transport::Ipc, readName(text, rest.substr(ipcScheme.size()), "path", maximumPathLength), 0};
+  }
+  if (rest.starts_with(inprocScheme)) {
+    return {Transport::Inproc, readName(text, rest.substr(inprocScheme.size()), "name", maximumNameLength),
+            0};
+  }
+  if (!rest.starts_with(tcpScheme)) refuse(text, "it names no known transport");
+  rest.remove_prefix(tcpScheme.size());
+  const auto colon = rest.rfind(':');
+  if (colon == std::string_view::npos || rest.back() == ']') refuse(text, "the port is missing");
+  return {Transport::Tcp, readHost(text, rest.substr(0, colon)), readPort(text, rest.substr(colon + 1))};
+}
+
+std::string SocketEndpoint::toString(Protocol::Protocol protocol) const {
+  const std::string suffix = protocol == Protocol::Plain ? "" : " as " + roleName(protocol);
+  switch (transport_) {
+    case Transport::Tcp: {
+      const bool isIpv6 = host_.find(':') != std::string::npos;
+      return fmt::format("{}{}:{}{}", tcpScheme, isIpv6 ? '[' + host_ + ']' : host_, port_, suffix);
+    }
+    case Transport::Ipc:
+      return fmt::format("{}{}{}", ipcScheme, host_, suffix);
+    case Transport::Inproc:
+      return fmt::format("{}{}{}", inprocScheme, host_, suffix);
+  }
+  throw std::logic_error("SocketEndpoint: unknown transport");
+}
+
+SocketEndpoint SocketEndpoint::withReservedPort() const {
+  if (transport_ != Transport::Tcp || port_ != 0) return *this;
+  FileDescriptor listener = listenOnTcp(host_, 0);
+  SocketEndpoint reserved(transport_, host_, portOf(listener));
+  reserved.reservation_ = std::make_shared<Reservation>(std::move(listener));
+  return reserved;
+}
+
+bool operator==(const SocketEndpoint& left, const SocketEndpoint& right) {
+  return left.transport_ == right.transport_ && left.host_ == right.host_ && left.port_ == right.port_;
+}
+
+}  // namespace qor::socket

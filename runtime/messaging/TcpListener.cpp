@@ -1,0 +1,62 @@
+#include "runtime/messaging/TcpListener.h"
+
+#include <fmt/format.h>
+#include <netdb.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cerrno>
+#include <memory>
+#include <stdexcept>
+#include <system_error>
+
+namespace qor::socket {
+
+namespace {
+
+std::runtime_error cannotListen(const std::string& host, std::uint16_t port, const std::string& reason) {
+  return std::runtime_error(fmt::format("cannot listen on port {} of {}: {}", port, host, reason));
+}
+
+std::string systemReason() { return std::generic_category().message(errno); }
+
+}  // namespace
+
+FileDescriptor listenOnTcp(const std::string& host, std::uint16_t port) {
+  addrinfo hints{};
+  hints.ai_socktype = SOCK_STREAM;
+  hints.ai_flags = AI_PASSIVE | AI_NUMERICSERV;
+  addrinfo* found = nullptr;
+  if (const int error = ::getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found);
+      error != 0) {
+    throw cannotListen(host, port, ::gai_strerror(error));
+  }
+  const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> address(found, &::freeaddrinfo);
+
+  FileDescriptor listener(
+      ::socket(address->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, address->ai_protocol));
+  // Without SO_REUSEADDR the port could not be bound again while connections of its last owner fade out.
+  const int on = 1;
+  if (!listener || ::setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
+      ::bind(listener.get(), address->ai_addr, address->ai_addrlen) != 0 ||
+      ::listen(listener.get(), listenBacklog) != 0) {
+    throw cannotListen(host, port, systemReason());
+  }
+  return listener;
+}
+
+std::uint16_t portOf(const FileDescriptor& listener) {
+  sockaddr_storage address{};
+  socklen_t size = sizeof address;
+  std::array<char, NI_MAXSERV> service{};
+  // The casts are the sockets interface's own way to pass an address of any family.
+  auto* any = reinterpret_cast<sockaddr*>(&address);
+  if (::getsockname(listener.get(), any, &size) != 0) throw std::runtime_error(systemReason());
+  if (const int error = ::getnameinfo(any, size, nullptr, 0, service.data(), service.size(), NI_NUMERICSERV);
+      error != 0) {
+    throw std::runtime_error(::gai_strerror(error));
+  }
+  return static_cast<std::uint16_t>(std::stoul(service.data()));
+}
+
+}  // namespace qor::socket

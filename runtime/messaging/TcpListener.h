@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <utility>
+
+#include "qor/socket/SocketEndpoint.h"
+#include "runtime/messaging/FileDescriptor.h"
+
+namespace qor::socket {
+
+/// A non-blocking descriptor that listens on the address; port 0 means any free one. Throws
+/// std::runtime_error that names the address and the system's reason.
+FileDescriptor listenOnTcp(const std::string& host, std::uint16_t port);
+
+/// The connections that may wait to be accepted: more than any host opens at once.
+constexpr int listenBacklog = 1'024;
+
+/// The port that a listening descriptor got.
+std::uint16_t portOf(const FileDescriptor& listener);
+
+/// Shared by the copies of one endpoint.
+class SocketEndpoint::Reservation {
+ public:
+  explicit Reservation(FileDescriptor listener) : listener_(std::move(listener)) {}
+
+  /// The listening descriptor; empty for everyone but the first to take it. Any thread.
+  FileDescriptor take() {
+    const std::lock_guard lock(mutex_);
+    return std::move(listener_);
+  }
+
+ private:
+  std::mutex mutex_;
+  FileDescriptor listener_;
+};
+
+}  // namespace qor::socket

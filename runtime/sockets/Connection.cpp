@@ -1,0 +1,132 @@
+#include "runtime/sockets/Connection.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <system_error>
+
+#include "tamb/LogContext.h"
+
+namespace qor::socket {
+
+namespace {
+
+/// libzmq says within microseconds of a loss that it tries again.
+constexpr std::chrono::milliseconds timeForLibzmq{50};
+/// A peer may come back at any moment, and trying a local address costs microseconds.
+constexpr std::chrono::milliseconds longestTimeBetweenTries{100};
+
+}  // namespace
+
+Connection::Connection(ZmqSocket& socket, Context& context, Reconnector reconnector,
+                       const std::string& description)
+    : socket_(socket),
+      watch_(context.watch()),
+      reconnector_(reconnector),
+      events_(context.get(), ZMQ_PAIR, description),
+      news_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+  if (!news_) throw std::system_error(errno, std::generic_category(), description);
+  const std::string address = "inproc://connection-" + tamb::GetUUIDString();
+  events_.setOption(ZMQ_LINGER, 0);
+  // Without a bound: at its bound libzmq's I/O thread, and all traffic with it, would wait for us to read.
+  events_.setOption(ZMQ_RCVHWM, 0);
+  if (::zmq_socket_monitor(
+          socket.get(), address.c_str(),
+          ZMQ_EVENT_HANDSHAKE_SUCCEEDED | ZMQ_EVENT_DISCONNECTED | ZMQ_EVENT_CONNECT_RETRIED) != 0 ||
+      ::zmq_connect(events_.get(), address.c_str()) != 0) {
+    throwZmqError(description, "cannot follow its connection");
+  }
+  watch_.add(events_.descriptor(), *this);
+}
+
+Connection::~Connection() {
+  ::zmq_socket_monitor(socket_.get(), nullptr, 0);
+  watch_.remove(events_.descriptor());
+}
+
+std::optional<Deadline> Connection::reconnectAt() const {
+  const Deadline::rep downSince = downSince_;
+  if (downSince == never) return std::nullopt;
+  return Deadline(Deadline::duration(downSince)) +
+         (reconnector_ == Reconnector::Owner ? timeBeforeNextTry_.load() : timeForLibzmq);
+}
+
+void Connection::onReconnect() {
+  downSince_ = never;
+  timeBeforeNextTry_ = std::min(2 * timeBeforeNextTry_.load(), longestTimeBetweenTries);
+}
+
+void Connection::interrupt() noexcept {
+  interrupted_ = true;
+  tell();
+}
+
+bool Connection::wait(int descriptor, std::optional<Deadline> deadline) {
+  std::array<pollfd, 2> watched{{{.fd = news_.get(), .events = POLLIN, .revents = 0},
+                                 {.fd = descriptor, .events = POLLIN, .revents = 0}}};
+  for (;;) {
+    const int ready = ::poll(watched.data(), watched.size(),
+                             static_cast<int>(deadline ? timeUntil(*deadline).count() : -1));
+    if (ready < 0 && errno == EINTR) continue;
+    if (ready < 0) throw std::system_error(errno, std::generic_category(), "cannot wait for a message");
+    if (watched[0].revents != 0) {
+      std::uint64_t count = 0;
+      [[maybe_unused]] const auto taken = ::read(news_.get(), &count, sizeof count);
+    }
+    return ready != 0;
+  }
+}
+
+bool Connection::onActivity() noexcept {
+  bool goesOn = true;
+  try {
+    // An event has two parts: its kind, in the first two bytes, with a value; and the address.
+    ZmqMessage part;
+    while (events_.tryReceive(part)) {
+      std::uint16_t event = 0;
+      if (part.size() >= sizeof event) std::memcpy(&event, part.data(), sizeof event);
+      onEvent(event);
+      while (part.hasMore() && events_.tryReceive(part)) {
+      }
+    }
+  } catch (const std::exception&) {
+    // The context is being shut down; the socket is told so by libzmq itself.
+    goesOn = false;
+  }
+  tell();
+  return goesOn;
+}
+
+void Connection::onEvent(int event) noexcept {
+  const Deadline::rep now = Deadline::clock::now().time_since_epoch().count();
+  switch (event) {
+    case ZMQ_EVENT_HANDSHAKE_SUCCEEDED:
+      downSince_ = never;
+      timeBeforeNextTry_ = shortestTimeBetweenTries;
+      stands_ = true;
+      break;
+    case ZMQ_EVENT_DISCONNECTED:
+      downSince_ = now;
+      stands_ = false;
+      ++losses_;
+      break;
+    case ZMQ_EVENT_CONNECT_RETRIED:  // it is going to: for the owner's socket, in an hour
+      downSince_ = reconnector_ == Reconnector::Owner ? now : never;
+      break;
+    default:
+      break;
+  }
+}
+
+void Connection::tell() noexcept {
+  const std::uint64_t one = 1;
+  // Fails only when the count is at its limit, and then the descriptor is readable already.
+  [[maybe_unused]] const auto written = ::write(news_.get(), &one, sizeof one);
+}
+
+}  // namespace qor::socket

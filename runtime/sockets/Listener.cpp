@@ -1,0 +1,96 @@
+#include "runtime/sockets/Listener.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+
+#include "runtime/messaging/TcpListener.h"
+#include "runtime/sockets/LocalListener.h"
+#include "tamb/LogContext.h"
+
+namespace qor::socket {
+
+namespace {
+
+/// The name that stands for an inproc endpoint among the machine's local sockets. The random part is what no
+/// other process has; who is let in is checked when a peer connects.
+std::string nameWithinProcess(const std::string& name) {
+  static const std::string prefix = "@" + tamb::GetUUIDString() + '-';
+  return prefix + name;
+}
+
+FileDescriptor listenOn(const SocketEndpoint& endpoint) {
+  switch (endpoint.transport()) {
+    case SocketEndpoint::Transport::Tcp: {
+      FileDescriptor reserved;
+      if (endpoint.reservation()) reserved = endpoint.reservation()->take();
+      return reserved ? std::move(reserved) : listenOnTcp(endpoint.host(), endpoint.port());
+    }
+    case SocketEndpoint::Transport::Ipc:
+      return listenOnLocal(endpoint.host());
+    case SocketEndpoint::Transport::Inproc:
+      return listenOnLocal(nameWithinProcess(endpoint.host()));
+  }
+  throw std::logic_error("unknown transport");
+}
+
+}  // namespace
+
+std::string zmqAddress(const SocketEndpoint& endpoint) {
+  if (endpoint.transport() == SocketEndpoint::Transport::Inproc) {
+    return "ipc://" + nameWithinProcess(endpoint.host());
+  }
+  return endpoint.toString(Protocol::Plain);
+}
+
+Listener::Listener(ZmqSocket& socket, const SocketEndpoint& endpoint, const SocketLabel& label) {
+  const std::string who = label.text();
+  FileDescriptor listener;
+  try {
+    listener = listenOn(endpoint);
+  } catch (const std::runtime_error& error) {
+    throw std::runtime_error(who + ": " + error.what());
+  }
+  struct stat status {};
+  if (::fstat(listener.get(), &status) == 0) socketInode_ = status.st_ino;
+  const bool isFile =
+      endpoint.transport() == SocketEndpoint::Transport::Ipc && endpoint.host().front() != '@';
+  if (isFile && ::lstat(endpoint.host().c_str(), &status) == 0) {
+    path_ = endpoint.host();
+    fileDevice_ = status.st_dev;
+    fileInode_ = status.st_ino;
+  }
+  if (endpoint.transport() == SocketEndpoint::Transport::Inproc) {
+    socket.setOption(ZMQ_IPC_FILTER_UID, static_cast<int>(::getuid()));
+  }
+  socket.setOption(ZMQ_USE_FD, listener.get());
+  if (::zmq_bind(socket.get(), zmqAddress(endpoint).c_str()) != 0) {
+    throwZmqError(who, "cannot bind");
+  };
+  descriptor_ = listener.release();
+}
+
+Listener::~Listener() {
+  struct stat status {};
+  if (!path_.empty() && ::lstat(path_.c_str(), &status) == 0 && status.st_dev == fileDevice_ &&
+      status.st_ino == fileInode_) {
+    ::unlink(path_.c_str());
+  }
+}
+
+void Listener::waitUntilClosed() const {
+  // There is nothing to wait on: once the context is being shut down, libzmq reports no events either. The
+  // descriptor is closed within microseconds as a rule.
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+  struct stat status {};
+  while (::fstat(descriptor_, &status) == 0 && status.st_ino == socketInode_ &&
+         std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::microseconds(50));
+  }
+}
+
+}  // namespace qor::socket

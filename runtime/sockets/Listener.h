@@ -1,0 +1,39 @@
+#pragma once
+
+#include <string>
+
+#include "qor/socket/SocketEndpoint.h"
+#include "runtime/messaging/SocketLabel.h"
+#include "runtime/sockets/ZmqHandles.h"
+
+namespace qor::socket {
+
+/// The address of an endpoint as libzmq takes it. An inproc endpoint becomes a socket of the local domain
+/// whose name is unique to this process: libzmq's own inproc transport tells nothing of peers that come and
+/// go.
+std::string zmqAddress(const SocketEndpoint& endpoint);
+
+/// The bound side of one socket. We listen ourselves and hand the descriptor to libzmq, which left alone
+/// would take a socket file over from whoever listens on it, and would remove the file of its successor.
+class Listener {
+ public:
+  /// Binds `socket`; throws std::runtime_error when the endpoint is in use or cannot be listened on.
+  Listener(ZmqSocket& socket, const SocketEndpoint& endpoint, const SocketLabel& label);
+  /// Removes the socket file, if there is one and it is still this listener's.
+  ~Listener();
+  Listener(const Listener&) = delete;
+  Listener& operator=(const Listener&) = delete;
+
+  /// Waits, once the socket has been closed, until its endpoint can be bound again: libzmq closes the
+  /// descriptor a moment later, on a thread of its own. At most 1 s.
+  void waitUntilClosed() const;
+
+ private:
+  int descriptor_ = -1;                 ///< libzmq's to close
+  unsigned long long socketInode_ = 0;  ///< tells the descriptor from one that got its number later
+  std::string path_;                    ///< of the socket file; empty when there is none
+  unsigned long long fileDevice_ = 0;
+  unsigned long long fileInode_ = 0;
+};
+
+}  // namespace qor::socket

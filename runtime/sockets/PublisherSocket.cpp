@@ -1,0 +1,115 @@
+#include "runtime/sockets/PublisherSocket.h"
+
+#include <ctime>
+#include <exception>
+#include <string_view>
+#include <utility>
+
+#include "runtime/messaging/MessageRules.h"
+
+namespace qor::socket {
+
+namespace {
+
+/// libzmq itself looks at what its I/O thread tells it once in a millisecond while messages are being sent.
+/// What that brings would go unnoticed by the watch, so that the sender looks about as often.
+constexpr std::chrono::milliseconds timeBetweenLooks{1};
+
+/// Milliseconds that pass in steps of a few, read in a fifth of the steady clock's time: every send asks.
+std::chrono::milliseconds coarseNow() {
+  timespec now{};
+  ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::seconds(now.tv_sec) +
+                                                               std::chrono::nanoseconds(now.tv_nsec));
+}
+
+/// While kept messages are handed over, the last subscriber may go, and what is sent then reaches nobody.
+constexpr unsigned int messagesBetweenLooks = 16;
+
+/// What XPUB receives when the first peer subscribes to everything, and when the last such peer has gone.
+constexpr std::string_view subscription{"\1", 1};
+constexpr std::string_view unsubscription{"\0", 1};
+
+}  // namespace
+
+PublisherSocket::PublisherSocket(const SocketLabel& label, bool newestOnly, const SocketEndpoint& endpoint)
+    : ZmqOpenSocket(ZMQ_XPUB, label), kept_(newestOnly) {
+  // A full queue is told to us instead of being passed over.
+  socket().setOption(ZMQ_XPUB_NODROP, 1);
+  bind(endpoint);
+  context().watch().add(socket().descriptor(), *this);
+}
+
+int PublisherSocket::poll(std::chrono::milliseconds /*timeOut*/, std::string& errorText) {
+  errorText = label().text() + ": a publisher receives nothing";
+  return -1;
+}
+
+int PublisherSocket::receive(google::protobuf::Message* /*message*/, unsigned int /*sizeBound*/) {
+  throw failure("a publisher receives nothing");
+}
+
+void PublisherSocket::send(const google::protobuf::Message& message, std::size_t size) {
+  throwIfShutDown();
+  ZmqMessage encoded(size);
+  encode(message, encoded.data());
+  const std::lock_guard lock(mutex_);
+  if (const auto now = coarseNow(); now - lastLook_ >= timeBetweenLooks) {
+    lastLook_ = now;
+    lookForSubscribers();
+    handOver();
+  }
+  if (!subscribed_ || !kept_.empty() || socket().trySend(encoded) != ZmqSocket::Sent::Yes) {
+    kept_.keep(std::move(encoded), size, label());
+  }
+}
+
+std::size_t PublisherSocket::close(std::chrono::milliseconds timeForUnsent) noexcept {
+  const auto start = std::chrono::steady_clock::now();
+  std::size_t discarded = 0;
+  {
+    std::unique_lock lock(mutex_);
+    keptChanged_.wait_until(lock, start + timeForUnsent, [this] { return kept_.empty() || ended_; });
+    discarded = kept_.count();
+  }
+  context().watch().remove(socket().descriptor());
+  const auto spent =
+      std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+  return discarded + ZmqOpenSocket::close(timeForUnsent - spent);
+}
+
+bool PublisherSocket::onActivity() noexcept {
+  const std::lock_guard lock(mutex_);
+  try {
+    lookForSubscribers();
+    handOver();
+    return true;
+  } catch (const std::exception&) {
+    // The context is being shut down: nobody will subscribe any more, and the owner meets the same at its
+    // next call. What is kept stays for close to count.
+    ended_ = true;
+    keptChanged_.notify_all();
+    return false;
+  }
+}
+
+void PublisherSocket::lookForSubscribers() {
+  ZmqMessage news;
+  while (socket().tryReceive(news)) {
+    const std::string_view text(static_cast<const char*>(news.data()), news.size());
+    if (text == subscription) subscribed_ = true;
+    if (text == unsubscription) subscribed_ = false;
+  }
+}
+
+void PublisherSocket::handOver() {
+  if (!subscribed_ || kept_.empty()) return;
+  for (unsigned int sent = 1; subscribed_ && !kept_.empty(); ++sent) {
+    if (socket().trySend(kept_.oldest()) != ZmqSocket::Sent::Yes) break;
+    kept_.dropOldest();
+    if (sent % messagesBetweenLooks == 0) lookForSubscribers();
+  }
+  if (kept_.empty()) keptChanged_.notify_all();
+}
+
+}  // namespace qor::socket

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+
+#include "runtime/messaging/KeptMessages.h"
+#include "runtime/sockets/SocketWatch.h"
+#include "runtime/sockets/ZmqOpenSocket.h"
+
+namespace qor::socket {
+
+/// Sends to every subscriber, and keeps what nobody can take yet: without a subscriber, or with one whose
+/// queue is full. Two threads meet here, the owner's, which sends, and the watch's, which learns of
+/// subscribers and hands over what was kept; the mutex is what makes libzmq's socket safe for both.
+class PublisherSocket : public ZmqOpenSocket, private Watched {
+ public:
+  PublisherSocket(const SocketLabel& label, bool newestOnly, const SocketEndpoint& endpoint);
+
+  int poll(std::chrono::milliseconds timeOut, std::string& errorText) override;
+  void send(const google::protobuf::Message& message, std::size_t size) override;
+  int receive(google::protobuf::Message* message, unsigned int sizeBound) override;
+  void interrupt() noexcept override {}  // nobody waits in here
+  std::size_t close(std::chrono::milliseconds timeForUnsent) noexcept override;
+
+ private:
+  bool onActivity() noexcept override;
+  void lookForSubscribers();
+  void handOver();
+
+  std::mutex mutex_;
+  std::condition_variable keptChanged_;
+  KeptMessages<ZmqMessage> kept_;
+  bool subscribed_ = false;
+  bool ended_ = false;                     ///< nobody will subscribe any more
+  std::chrono::milliseconds lastLook_{0};  ///< as coarseNow had it
+};
+
+}  // namespace qor::socket

@@ -1,0 +1,42 @@
+#include "runtime/sockets/SubscriberSocket.h"
+
+#include <utility>
+
+#include "runtime/messaging/KeptMessages.h"
+
+namespace qor::socket {
+
+namespace {
+
+/// As many messages as a publisher keeps. When a publisher closes while this queue is full, libzmq drops all
+/// that the kernel still holds.
+constexpr int queueLength = KeptMessages<ZmqMessage>::maximumCount;
+
+}  // namespace
+
+SubscriberSocket::SubscriberSocket(const SocketLabel& label, const SocketEndpoint& endpoint)
+    : ReceivingSocket(ZMQ_SUB, label),
+      connection_(std::in_place, socket(), context(), Connection::Reconnector::Libzmq, label.text()) {
+  socket().setOption(ZMQ_RCVHWM, queueLength);
+  socket().setOption(ZMQ_SUBSCRIBE, std::string());
+  connect(endpoint);
+}
+
+std::size_t SubscriberSocket::close(std::chrono::milliseconds timeForUnsent) noexcept {
+  connection_.reset();
+  return ReceivingSocket::close(timeForUnsent);
+}
+
+void SubscriberSocket::send(const google::protobuf::Message& /*message*/, std::size_t /*size*/) {
+  throw failure("a subscriber sends nothing");
+}
+
+ReceivingSocket::Taken SubscriberSocket::takeRest(ZmqMessage& first, ZmqMessage& content,
+                                                  unsigned int& parts) {
+  if (Waker::isOrder(first)) return Taken::WakeUp;
+  parts = 1 + dropFurtherParts(first);
+  content = std::move(first);
+  return Taken::Message;
+}
+
+}  // namespace qor::socket

@@ -1,0 +1,95 @@
+#include "runtime/sockets/ZmqHandles.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+#include <new>
+#include <stdexcept>
+
+#include "qor/socket/ZmqContextTerminationException.h"
+
+namespace qor::socket {
+
+void throwZmqError(const std::string& who, const char* failure) {
+  const int error = ::zmq_errno();
+  const std::string text = who + ": " + failure + ": " + ::zmq_strerror(error);
+  if (error == ETERM) throw ZmqContextTerminationException(text);
+  throw std::runtime_error(text);
+}
+
+std::chrono::milliseconds timeUntil(Deadline deadline) {
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Deadline::clock::now());
+  return std::clamp(left, std::chrono::milliseconds(0),
+                    std::chrono::milliseconds(std::numeric_limits<int>::max()));
+}
+
+ZmqMessage::ZmqMessage(std::size_t size) {
+  if (::zmq_msg_init_size(&message_, size) != 0) throw std::bad_alloc();
+}
+
+ZmqSocket::ZmqSocket(void* context, int type, std::string description)
+    : socket_(::zmq_socket(context, type)), description_(std::move(description)) {
+  if (socket_ == nullptr) throwZmqError(description_, "cannot make a socket");
+  std::size_t size = sizeof descriptor_;
+  if (::zmq_getsockopt(socket_, ZMQ_FD, &descriptor_, &size) != 0) {
+    const int error = errno;
+    ::zmq_close(socket_);
+    errno = error;
+    throwZmqError(description_, "cannot watch the socket");
+  }
+}
+
+ZmqSocket::~ZmqSocket() { ::zmq_close(socket_); }
+
+void ZmqSocket::setOption(int option, int value) {
+  if (::zmq_setsockopt(socket_, option, &value, sizeof value) != 0) {
+    throwZmqError(description_, "cannot set an option");
+  }
+}
+
+void ZmqSocket::setOption(int option, const std::string& value) {
+  if (::zmq_setsockopt(socket_, option, value.data(), value.size()) != 0) {
+    throwZmqError(description_, "cannot set an option");
+  }
+}
+
+ZmqSocket::Received ZmqSocket::receive(ZmqMessage& part, std::optional<std::chrono::milliseconds> timeOut) {
+  const int milliseconds = timeOut ? static_cast<int>(timeOut->count()) : -1;
+  if (milliseconds != receiveTimeOut_) {
+    setOption(ZMQ_RCVTIMEO, milliseconds);
+    receiveTimeOut_ = milliseconds;
+  }
+  if (::zmq_msg_recv(part.get(), socket_, 0) >= 0) return Received::Part;
+  if (errno == EAGAIN) return Received::Nothing;
+  if (errno == EINTR) return Received::Signal;
+  throwZmqError(description_, "cannot receive");
+}
+
+bool ZmqSocket::tryReceive(ZmqMessage& part) {
+  for (;;) {
+    if (::zmq_msg_recv(part.get(), socket_, ZMQ_DONTWAIT) >= 0) return true;
+    if (errno == EAGAIN) return false;
+    if (errno != EINTR) throwZmqError(description_, "cannot receive");
+  }
+}
+
+ZmqSocket::Sent ZmqSocket::trySend(ZmqMessage& part, bool moreFollow) {
+  for (;;) {
+    if (::zmq_msg_send(part.get(), socket_, ZMQ_DONTWAIT | (moreFollow ? ZMQ_SNDMORE : 0)) >= 0) {
+      return Sent::Yes;
+    }
+    if (errno == EAGAIN) return Sent::NoRoom;
+    if (errno == EHOSTUNREACH) return Sent::NoRoute;
+    if (errno != EINTR) throwZmqError(description_, "cannot send");
+  }
+}
+
+void ZmqSocket::takeInNews() {
+  int events = 0;
+  std::size_t size = sizeof events;
+  if (::zmq_getsockopt(socket_, ZMQ_EVENTS, &events, &size) != 0 && errno != EINTR) {
+    throwZmqError(description_, "cannot look for news");
+  }
+}
+
+}  // namespace qor::socket

@@ -1,0 +1,107 @@
+#include "runtime/sockets/ZmqOpenSocket.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <stdexcept>
+#include <utility>
+
+#include "qor/socket/ZmqContextTerminationException.h"
+
+namespace qor::socket {
+
+namespace {
+
+/// libzmq's own queues, in messages. They smooth the flow only; what has to be kept for long is kept by the
+/// publisher, which counts it. Longer ones are no faster and cost memory for each connection.
+constexpr int queueLength = 1'000;
+/// A peer that sends more is cut off before its message fills the memory: far above anything that is sent, so
+/// that a message somewhat too large is still received, judged and logged.
+constexpr std::int64_t largestAccepted = std::int64_t{16} * 1024 * 1024;
+/// A peer may appear or come back at any moment; trying a local address costs microseconds.
+constexpr int firstReconnectMilliseconds = 10;
+constexpr int lastReconnectMilliseconds = 100;
+/// What a socket that waits for nothing still leaves libzmq to hand a last message to a peer that is there.
+constexpr std::chrono::milliseconds handOverTime{200};
+
+}  // namespace
+
+ZmqOpenSocket::ZmqOpenSocket(int type, SocketLabel label)
+    : label_(std::move(label)), context_(Context::current()) {
+  socket_.emplace(context_->get(), type, label_.text());
+  socket_->setOption(ZMQ_LINGER, static_cast<int>(handOverTime.count()));
+  socket_->setOption(ZMQ_SNDHWM, queueLength);
+  socket_->setOption(ZMQ_RCVHWM, queueLength);
+  socket_->setOption(ZMQ_RECONNECT_IVL, firstReconnectMilliseconds);
+  socket_->setOption(ZMQ_RECONNECT_IVL_MAX, lastReconnectMilliseconds);
+  // Nobody answers to this name here, so that it shuts out only those who speak the protocol of 2009 to 2012.
+  // libzmq would take whatever is no protocol of its own, a browser's request for one, for the oldest of
+  // them, and such a peer for a subscriber to everything.
+  socket_->setOption(ZMQ_ZAP_DOMAIN, std::string("qor"));
+  // A host that vanishes from the network ends no connection; the kernel finds out.
+  socket_->setOption(ZMQ_TCP_KEEPALIVE, 1);
+  if (::zmq_setsockopt(socket_->get(), ZMQ_MAXMSGSIZE, &largestAccepted, sizeof largestAccepted) != 0) {
+    throwZmqError(label_.text(), "cannot bound its messages");
+  }
+}
+
+void ZmqOpenSocket::bind(const SocketEndpoint& endpoint) {
+  allowIpv6(endpoint);
+  listener_.emplace(*socket_, endpoint, label_);
+}
+
+void ZmqOpenSocket::connect(const SocketEndpoint& endpoint) {
+  if (endpoint.transport() == SocketEndpoint::Transport::Tcp && endpoint.port() == 0) {
+    throw failure("port 0 can be bound, but not connected to");
+  }
+  allowIpv6(endpoint);
+  address_ = zmqAddress(endpoint);
+  if (::zmq_connect(socket_->get(), address_.c_str()) != 0) throwZmqError(label_.text(), "cannot connect");
+}
+
+void ZmqOpenSocket::reconnectIfDue(Connection& connection) {
+  const std::optional<Deadline> due = connection.reconnectAt();
+  if (!due || Deadline::clock::now() < *due) return;
+  connection.onReconnect();
+  // Whatever is left of the old connection goes: lest there be two, and lest a request that was not sent be
+  // sent after all.
+  if (::zmq_disconnect(socket_->get(), address_.c_str()) != 0 && errno != ENOENT) {
+    throwZmqError(label_.text(), "cannot give its connection up");
+  }
+  if (::zmq_connect(socket_->get(), address_.c_str()) != 0) {
+    throwZmqError(label_.text(), "cannot connect again");
+  }
+}
+
+void ZmqOpenSocket::allowIpv6(const SocketEndpoint& endpoint) {
+  const bool isIpv6 = endpoint.host().find(':') != std::string::npos;
+  if (endpoint.transport() == SocketEndpoint::Transport::Tcp && isIpv6) socket_->setOption(ZMQ_IPV6, 1);
+}
+
+void ZmqOpenSocket::throwIfShutDown() const {
+  if (context_->isShutDown()) {
+    throw ZmqContextTerminationException(label_.text() + ": the messaging context is being shut down");
+  }
+}
+
+std::runtime_error ZmqOpenSocket::failure(const std::string& reason) const {
+  return std::runtime_error(label_.text() + ": " + reason);
+}
+
+std::size_t ZmqOpenSocket::close(std::chrono::milliseconds timeForUnsent) noexcept {
+  const int linger = static_cast<int>(std::max(timeForUnsent, handOverTime).count());
+  ::zmq_setsockopt(socket_->get(), ZMQ_LINGER, &linger, sizeof linger);
+  socket_.reset();
+  if (listener_) listener_->waitUntilClosed();
+  return 0;
+}
+
+unsigned int ZmqOpenSocket::dropFurtherParts(ZmqMessage& part) {
+  unsigned int dropped = 0;
+  ZmqMessage further;
+  // A message arrives whole or not at all, so that its parts are there once the first one is.
+  for (bool more = part.hasMore(); more && socket().tryReceive(further); more = further.hasMore()) ++dropped;
+  return dropped;
+}
+
+}  // namespace qor::socket

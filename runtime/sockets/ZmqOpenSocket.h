@@ -1,0 +1,54 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "qor/socket/SocketEndpoint.h"
+#include "runtime/messaging/OpenSocket.h"
+#include "runtime/sockets/Connection.h"
+#include "runtime/sockets/Context.h"
+#include "runtime/sockets/Listener.h"
+#include "runtime/sockets/ZmqHandles.h"
+
+namespace qor::socket {
+
+/// What the four roles share: the libzmq socket and its side of the endpoint.
+class ZmqOpenSocket : public OpenSocket {
+ public:
+  std::size_t close(std::chrono::milliseconds timeForUnsent) noexcept override;
+
+ protected:
+  ZmqOpenSocket(int type, SocketLabel label);
+
+  /// A derived constructor sets its options first, for options rule what is bound or connected after them.
+  void bind(const SocketEndpoint& endpoint);
+  void connect(const SocketEndpoint& endpoint);
+  /// Connects again when the connection says that it is time to.
+  void reconnectIfDue(Connection& connection);
+
+  /// To be called first in every operation: libzmq may take a moment to notice, and what has been taken out
+  /// of it already is not to be handed over any more.
+  void throwIfShutDown() const;
+
+  ZmqSocket& socket() { return *socket_; }
+  const SocketLabel& label() const { return label_; }
+  Context& context() { return *context_; }
+  std::runtime_error failure(const std::string& reason) const;
+
+  /// Takes the parts behind `part` out of the socket and counts them.
+  unsigned int dropFurtherParts(ZmqMessage& part);
+
+ private:
+  void allowIpv6(const SocketEndpoint& endpoint);
+
+  const SocketLabel label_;
+  std::shared_ptr<Context> context_;
+  std::optional<ZmqSocket> socket_;
+  std::optional<Listener> listener_;
+  std::string address_;  ///< that the socket connects to
+};
+
+}  // namespace qor::socket

@@ -1,0 +1,311 @@
+#include "runtime/tamb/CommandProcessor.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "runtime/tamb/CommandTime.h"
+#include "runtime/tamb/CurrentException.h"
+#include "runtime/tamb/WriteLogRecord.h"
+#include "tamb/TAMBRuntimeError.h"
+
+namespace tamb {
+
+namespace {
+
+using Command = std::shared_ptr<const ICommandMessage>;
+
+std::string describe(const ICommandMessage& command) {
+  return fmt::format("command {:?} (id {}, step {:?}, engine {})", command.GetCommandName(),
+                     command.GetCommandId(), command.GetStepId(), command.GetEngineId());
+}
+
+void requireTime(double time) {
+  if (std::isnan(time)) {
+    throw TAMBRuntimeError("Command processor: the time given is not a number");
+  }
+}
+
+/// The controls of one kind by name. Not locked: the command processor's lock guards it.
+template <typename Control>
+class Controls {
+ public:
+  /// `kind` is how texts call such a control.
+  explicit Controls(std::string kind) : kind_(std::move(kind)) {}
+
+  void Add(std::string name, std::shared_ptr<Control> control) {
+    if (!control) {
+      throw TAMBRuntimeError(fmt::format("Command processor: the {} {:?} is empty", kind_, name));
+    }
+    const auto [position, added] = controls_.try_emplace(std::move(name), std::move(control));
+    if (!added) {
+      throw TAMBRuntimeError(
+          fmt::format("Command processor: a {} {:?} has been added already", kind_, position->first));
+    }
+  }
+
+  /// Empty when there is none.
+  std::shared_ptr<Control> Find(const std::string& name) const {
+    const auto position = controls_.find(name);
+    return position == controls_.end() ? nullptr : position->second;
+  }
+
+  std::shared_ptr<Control> Get(const std::string& name) const {
+    auto control = Find(name);
+    if (!control) {
+      throw TAMBRuntimeError(fmt::format("Command processor: there is no {} {:?}; there are {}", kind_, name,
+                                         controls_.empty() ? "none" : Names()));
+    }
+    return control;
+  }
+
+ private:
+  std::string Names() const {
+    std::vector<std::string> names;
+    for (const auto& [name, control] : controls_) {
+      names.push_back(fmt::format("{:?}", name));
+    }
+    return fmt::format("{}", fmt::join(names, ", "));
+  }
+
+  const std::string kind_;
+  std::map<std::string, std::shared_ptr<Control>> controls_;
+};
+
+class CommandProcessor : public ICommandProcessorFrontEnd,
+                         public ICommandProcessorBackEnd,
+                         public std::enable_shared_from_this<CommandProcessor> {
+ public:
+  CommandProcessor() = default;
+  ~CommandProcessor() override;
+  CommandProcessor(const CommandProcessor&) = delete;
+  CommandProcessor& operator=(const CommandProcessor&) = delete;
+
+  std::shared_ptr<IBasicControl> GetControl(std::string name) override;
+  std::shared_ptr<IBasicStatusControl> GetStatusControl(std::string name) override;
+  void PushCommands(std::vector<Command> commands) override;
+  void PushCommand(Command command) override;
+  void SetWorkflowManagerId(std::string id) override;
+  void SetEngineId(unsigned int id) override;
+  std::string GetWorkflowManagerId() const override;
+  unsigned int GetEngineId() const override;
+
+  void AddControl(std::string name, std::shared_ptr<IBasicControl> control) override;
+  void AddStatusControl(std::string name, std::shared_ptr<IBasicStatusControl> control) override;
+  void ExecuteAllCommandsScheduledAt(double time) override;
+  void ExecuteAllCommands() override;
+  void EraseAllCommandsInStack() override;
+  void EraseAllCommandsInStackBefore(double time) override;
+  void DefineEngine(IEngineFrontEnd* engine) override;
+
+ private:
+  /// Where a command stands among those that wait.
+  struct Place {
+    CommandTime time;
+    /// Counts the pushed commands.
+    std::uint64_t number;
+
+    friend bool operator<(const Place& left, const Place& right) {
+      return std::tie(left.time, left.number) < std::tie(right.time, right.number);
+    }
+  };
+
+  /// One execution under way.
+  struct Execution {
+    double until;
+    /// The number of the first command that was pushed too late for it.
+    std::uint64_t endNumber;
+    /// The last place looked at, so that no command is looked at twice.
+    std::optional<Place> position;
+  };
+
+  void ExecuteUntil(double time);
+  /// The next command of the execution, which then waits no more; empty when there is none left.
+  Command TakeNext(Execution& execution);
+  /// Logs whatever goes wrong.
+  void Execute(const ICommandMessage& command);
+  void LogDropped(const ICommandMessage& command) const;
+
+  mutable std::mutex mutex_;
+  std::map<Place, Command> commands_;
+  std::uint64_t nextNumber_ = 0;
+  Controls<IBasicControl> controls_{"control"};
+  Controls<IBasicStatusControl> statusControls_{"status control"};
+  IEngineFrontEnd* engine_ = nullptr;
+  std::string workflowManagerId_;
+  unsigned int engineId_ = 0;
+};
+
+CommandProcessor::~CommandProcessor() {
+  if (!commands_.empty()) {
+    WriteLogRecord(LogLevel::Info,
+                   fmt::format("Command processor of engine {}: commands that were never executed: {}",
+                               engineId_, commands_.size()));
+  }
+}
+
+std::shared_ptr<IBasicControl> CommandProcessor::GetControl(std::string name) {
+  const std::lock_guard lock(mutex_);
+  return controls_.Get(name);
+}
+
+std::shared_ptr<IBasicStatusControl> CommandProcessor::GetStatusControl(std::string name) {
+  const std::lock_guard lock(mutex_);
+  return statusControls_.Get(name);
+}
+
+void CommandProcessor::PushCommands(std::vector<Command> commands) {
+  if (std::any_of(commands.begin(), commands.end(), [](const Command& each) { return !each; })) {
+    throw TAMBRuntimeError("Command processor: cannot push an empty command");
+  }
+  std::vector<std::pair<CommandTime, Command>> timed;
+  timed.reserve(commands.size());
+  for (auto& command : commands) {
+    const CommandTime time(command->GetTime());
+    if (!time.HasPlace()) {
+      const auto& rate = command->GetTime().GetEditRate();
+      WriteLogRecord(
+          LogLevel::Warning,
+          fmt::format("Command processor of engine {}: {} is due at once: its edit rate {}/{} names no time",
+                      GetEngineId(), describe(*command), rate.GetNumerator(), rate.GetDenominator()));
+    }
+    timed.emplace_back(time, std::move(command));
+  }
+  const std::lock_guard lock(mutex_);
+  for (auto& [time, command] : timed) {
+    commands_.emplace(Place{time, nextNumber_++}, std::move(command));
+  }
+}
+
+void CommandProcessor::PushCommand(Command command) { PushCommands({std::move(command)}); }
+
+void CommandProcessor::SetWorkflowManagerId(std::string id) {
+  const std::lock_guard lock(mutex_);
+  workflowManagerId_ = std::move(id);
+}
+
+void CommandProcessor::SetEngineId(unsigned int id) {
+  const std::lock_guard lock(mutex_);
+  engineId_ = id;
+}
+
+std::string CommandProcessor::GetWorkflowManagerId() const {
+  const std::lock_guard lock(mutex_);
+  return workflowManagerId_;
+}
+
+unsigned int CommandProcessor::GetEngineId() const {
+  const std::lock_guard lock(mutex_);
+  return engineId_;
+}
+
+void CommandProcessor::AddControl(std::string name, std::shared_ptr<IBasicControl> control) {
+  const std::lock_guard lock(mutex_);
+  controls_.Add(std::move(name), std::move(control));
+}
+
+void CommandProcessor::AddStatusControl(std::string name, std::shared_ptr<IBasicStatusControl> control) {
+  const std::lock_guard lock(mutex_);
+  statusControls_.Add(std::move(name), std::move(control));
+}
+
+void CommandProcessor::ExecuteAllCommandsScheduledAt(double time) {
+  requireTime(time);
+  ExecuteUntil(time);
+}
+
+void CommandProcessor::ExecuteAllCommands() { ExecuteUntil(std::numeric_limits<double>::infinity()); }
+
+void CommandProcessor::EraseAllCommandsInStack() {
+  std::map<Place, Command> erased;  // Commands are anyone's classes: they go without the lock.
+  const std::lock_guard lock(mutex_);
+  erased.swap(commands_);
+}
+
+void CommandProcessor::EraseAllCommandsInStackBefore(double time) {
+  requireTime(time);
+  std::map<Place, Command> erased;
+  const std::lock_guard lock(mutex_);
+  while (!commands_.empty() && commands_.begin()->first.time.Seconds() < time) {
+    erased.insert(commands_.extract(commands_.begin()));
+  }
+}
+
+void CommandProcessor::DefineEngine(IEngineFrontEnd* engine) {
+  const std::lock_guard lock(mutex_);
+  engine_ = engine;
+}
+
+void CommandProcessor::ExecuteUntil(double time) {
+  const auto self = shared_from_this();  // A control may let go of the command processor.
+  Execution execution{time, 0, std::nullopt};
+  {
+    const std::lock_guard lock(mutex_);
+    execution.endNumber = nextNumber_;
+  }
+  while (const auto command = TakeNext(execution)) {
+    Execute(*command);
+  }
+}
+
+Command CommandProcessor::TakeNext(Execution& execution) {
+  const std::lock_guard lock(mutex_);
+  auto next = execution.position ? commands_.upper_bound(*execution.position) : commands_.begin();
+  for (; next != commands_.end() && next->first.time.Seconds() <= execution.until; ++next) {
+    execution.position = next->first;
+    if (next->first.number < execution.endNumber) {
+      return std::move(commands_.extract(next).mapped());
+    }
+  }
+  return nullptr;
+}
+
+void CommandProcessor::Execute(const ICommandMessage& command) {
+  try {
+    std::shared_ptr<IBasicControl> control;
+    {
+      const std::lock_guard lock(mutex_);
+      control = controls_.Find(command.GetStepId());
+    }
+    if (control) {
+      control->ExecuteCommand(command);
+    } else {
+      LogDropped(command);
+    }
+  } catch (...) {
+    WriteLogRecord(LogLevel::Error, fmt::format("Command processor: {} failed: {}", describe(command),
+                                                CurrentExceptionText()));
+  }
+}
+
+void CommandProcessor::LogDropped(const ICommandMessage& command) const {
+  IEngineFrontEnd* engine = nullptr;
+  {
+    const std::lock_guard lock(mutex_);
+    engine = engine_;
+  }
+  WriteLogRecord(
+      LogLevel::Warning,
+      fmt::format("Command processor of engine {}: {} is dropped: no control has been added for its step",
+                  engine == nullptr ? GetEngineId() : engine->GetEngineId(), describe(command)));
+}
+
+}  // namespace
+
+std::pair<std::shared_ptr<ICommandProcessorFrontEnd>, std::shared_ptr<ICommandProcessorBackEnd>>
+CreateCommandProcessor() {
+  const auto processor = std::make_shared<CommandProcessor>();
+  return {processor, processor};
+}
+
+}  // namespace tamb

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <iosfwd>
+
+#include "tamb/ILoggerWriter.h"
+
+namespace tamb {
+
+/// Writes each record as one line that people can read:
+///
+///   Warning 2026-03-01T12:34:56.789012Z [mixer (engine 7)] 4711 disk almost full (src/Disk:42)
+///
+/// that is level, time, the context in brackets if there is one, thread, message, and the source with its
+/// line in parentheses if there is one. The further lines of a message are indented, so that each line that
+/// starts with a level starts a record. Control characters are written as in \x1b: what a peer sent cannot
+/// steer the terminal. Any thread; the records of all console writers of the process stay whole among each
+/// other.
+class ConsoleLoggerWriter : public ILoggerWriter {
+ public:
+  /// Writes to the standard error stream.
+  ConsoleLoggerWriter();
+  /// Writes to `stream`, which has to outlive the writer and to be written to by console writers only.
+  explicit ConsoleLoggerWriter(std::ostream& stream);
+
+  void Write(LogLevel level, const std::string& message, const std::string& context,
+             const std::string& source, const std::string& line, const std::string& function,
+             const std::string& threadId, const std::string& time) override;
+
+ private:
+  std::ostream& stream_;
+};
+
+}  // namespace tamb

@@ -1,0 +1,67 @@
+#include "tamb/LogContext.h"
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+#include <unistd.h>
+#include <uuid/uuid.h>
+
+#include <array>
+#include <chrono>
+#include <string>
+
+namespace tamb {
+
+namespace {
+
+/// Outlives `context`, whose destructor sets it: a thread's last log lines may come from objects that go
+/// after its thread-local ones, at the latest from the statics when the main thread ends.
+thread_local bool contextGone = false;
+
+struct Context {
+  Context() = default;
+  ~Context() { contextGone = true; }
+  Context(const Context&) = delete;
+  Context& operator=(const Context&) = delete;
+
+  std::string text;
+};
+
+thread_local Context context;
+
+}  // namespace
+
+void DefineContextEngine_deprecated(
+    const std::string& name, unsigned int engineId,
+    std::shared_ptr<const IMediaClock> /*clock*/,  // NOLINT(performance-unnecessary-value-param)
+    const std::map<std::string, std::shared_ptr<IInputEndpoint>>& /*inputEndpoints*/,
+    const std::map<std::string, std::shared_ptr<IOutputEndpoint>>& /*outputEndpoints*/,
+    const std::map<std::string, std::shared_ptr<IMemoryBlockAllocator>>& /*allocators*/,
+    const std::map<std::string, std::shared_ptr<ILogger>>& /*loggers*/,
+    const std::map<std::string, void*>& /*benchmarkers*/) {
+  if (!contextGone) {
+    context.text = fmt::format("{} (engine {})", name, engineId);
+  }
+}
+
+std::string GetCurrentContextString() { return contextGone ? std::string() : context.text; }
+
+std::string GetThreadId() { return fmt::format_int(::gettid()).str(); }
+
+std::string GetCurrentTimeString() {
+  using namespace std::chrono;
+  const auto now = floor<microseconds>(system_clock::now());
+  const auto second = floor<seconds>(now);
+  return fmt::format("{:%FT%T}.{:06}Z", fmt::gmtime(system_clock::to_time_t(second)), (now - second).count());
+}
+
+std::string GetUUIDString() {
+  uuid_t uuid;
+  uuid_generate_random(uuid);
+  std::array<char, UUID_STR_LEN> text{};
+  uuid_unparse_lower(uuid, text.data());
+  return text.data();
+}
+
+std::string ToString(int number) { return fmt::format_int(number).str(); }
+
+}  // namespace tamb

@@ -1,0 +1,73 @@
+#include "runtime/tamb/NotificationSubscription.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+#include "runtime/tamb/CurrentException.h"
+#include "runtime/tamb/WriteLogRecord.h"
+
+namespace tamb {
+
+NotificationSubscription::NotificationSubscription(std::weak_ptr<const INotificationHubFrontEnd> hub,
+                                                   Filter filter,
+                                                   std::shared_ptr<INotificationCallback> callback)
+    : hub_(std::move(hub)), filter_(std::move(filter)), callback_(std::move(callback)) {}
+
+bool NotificationSubscription::IsActive() const {
+  const std::lock_guard lock(mutex_);
+  return callback_ != nullptr;
+}
+
+bool NotificationSubscription::BelongsTo(const INotificationHubFrontEnd& hub) const {
+  return hub_.lock().get() == &hub;
+}
+
+void NotificationSubscription::Deliver(const std::shared_ptr<const INotificationMessage>& notification) {
+  if (!filter_(*notification)) {
+    return;
+  }
+  auto callback = BeginCall();
+  if (!callback) {
+    return;
+  }
+  try {
+    callback->OnNotification(notification);
+  } catch (...) {
+    WriteLogRecord(
+        LogLevel::Error,
+        fmt::format("Notification hub: a subscriber failed on notification {:?} of engine {}: {}",
+                    notification->GetNotificationId(), notification->GetEngineId(), CurrentExceptionText()));
+  }
+  callback.reset();  // Perhaps the last reference: whoever waits for the end of the call waits for this too.
+  EndCall();
+}
+
+void NotificationSubscription::End() {
+  std::shared_ptr<INotificationCallback> callback;  // Destroyed without the lock: it may call the hub.
+  const std::lock_guard lock(mutex_);
+  callback = std::move(callback_);
+}
+
+void NotificationSubscription::WaitForCalls() {
+  std::unique_lock lock(mutex_);
+  noCallUnderWay_.wait(lock, [this] { return callsUnderWay_ == 0; });
+}
+
+std::shared_ptr<INotificationCallback> NotificationSubscription::BeginCall() {
+  const std::lock_guard lock(mutex_);
+  if (callback_) {
+    ++callsUnderWay_;
+  }
+  return callback_;
+}
+
+void NotificationSubscription::EndCall() {
+  const std::lock_guard lock(mutex_);
+  --callsUnderWay_;
+  if (callsUnderWay_ == 0) {
+    noCallUnderWay_.notify_all();
+  }
+}
+
+}  // namespace tamb

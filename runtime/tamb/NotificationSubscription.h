@@ -1,0 +1,48 @@
+#pragma once
+
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+
+#include "tamb/INotificationHub.h"
+
+namespace tamb {
+
+/// One subscription to a hub: whom to call, for what, and whether still. Any thread.
+class NotificationSubscription : public INotificationSubscriptionFrontEnd {
+ public:
+  using Filter = std::function<bool(const INotificationMessage&)>;
+
+  /// `hub` only tells whose subscription this is.
+  NotificationSubscription(std::weak_ptr<const INotificationHubFrontEnd> hub, Filter filter,
+                           std::shared_ptr<INotificationCallback> callback);
+
+  bool IsActive() const override;
+  bool BelongsTo(const INotificationHubFrontEnd& hub) const;
+
+  /// Calls the callback on this thread if the subscription is active and wants the notification; what the
+  /// callback throws is logged.
+  void Deliver(const std::shared_ptr<const INotificationMessage>& notification);
+
+  /// Ends the subscription: no call begins any more. Ending it again is no error.
+  void End();
+
+  /// After End(): waits until no call is under way. Not from within a callback, which might wait for itself.
+  void WaitForCalls();
+
+ private:
+  /// The callback for one call, or empty when the subscription has ended. Let go of it before EndCall.
+  std::shared_ptr<INotificationCallback> BeginCall();
+  void EndCall();
+
+  const std::weak_ptr<const INotificationHubFrontEnd> hub_;
+  const Filter filter_;
+  mutable std::mutex mutex_;
+  std::condition_variable noCallUnderWay_;
+  /// Empty once the subscription has ended.
+  std::shared_ptr<INotificationCallback> callback_;
+  unsigned int callsUnderWay_ = 0;
+};
+
+}  // namespace tamb

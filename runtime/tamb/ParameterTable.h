@@ -1,0 +1,95 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+#include <variant>
+#include <vector>
+
+#include "tamb/ElementFactoryType.h"
+#include "tamb/IParametersCollection.h"
+#include "tamb/TambType.h"
+
+namespace tamb {
+
+/// A value of any type that parameters collections support.
+using ParameterValue =
+    std::variant<bool, std::int32_t, std::int64_t, std::uint64_t, float, double, std::string, std::u16string,
+                 ElementFactoryType, std::shared_ptr<const IParametersCollectionPrototype>>;
+
+/// The tag of the type that `value` holds.
+inline TambType TypeOf(const ParameterValue& value) {
+  constexpr std::array<TambType, std::variant_size_v<ParameterValue>> tags = {
+      TambType::Bool,
+      TambType::Int32,
+      TambType::Int64,
+      TambType::Uint64,
+      TambType::Float,
+      TambType::Double,
+      TambType::UTF8String,
+      TambType::UTF16String,
+      TambType::ElementFactoryType,
+      TambType::ParametersCollectionPrototype,
+  };
+  return tags[value.index()];
+}
+
+/// Described values by key, in the order in which they were added; a key keeps its type for good. This is
+/// what prototypes and instances have in common: errors and threads are as their interfaces say.
+class ParameterTable {
+ public:
+  void Add(const std::string& key, ParameterValue value, const std::string& description);
+
+  template <typename T>
+  T Get(const std::string& key) const {
+    const std::lock_guard lock(mutex_);
+    return HeldValue<T>(*this, key);
+  }
+
+  template <typename T>
+  void Set(const std::string& key, const T& value) {
+    const std::lock_guard lock(mutex_);
+    HeldValue<T>(*this, key) = value;
+  }
+
+  bool HasKey(const std::string& key) const;
+  std::string GetDescription(const std::string& key) const;
+  KeysAndTypes GetKeysAndTypes() const;
+
+ private:
+  struct Parameter {
+    std::string key;
+    ParameterValue value;
+    std::string description;
+  };
+
+  // With the mutex held:
+
+  /// Null when there is no such key.
+  const Parameter* Find(const std::string& key) const;
+
+  /// The value of a table that is const or not.
+  template <typename T, typename Table>
+  static auto& HeldValue(Table& table, const std::string& key) {
+    const auto position = table.positions_.find(key);
+    auto* const value = position == table.positions_.end()
+                            ? nullptr
+                            : std::get_if<T>(&table.parameters_[position->second].value);
+    if (value == nullptr) {
+      table.ThrowMismatch(key, TypeOf(ParameterValue(std::in_place_type<T>)));
+    }
+    return *value;
+  }
+
+  [[noreturn]] void ThrowMismatch(const std::string& key, TambType asked) const;
+
+  mutable std::mutex mutex_;
+  std::vector<Parameter> parameters_;
+  std::unordered_map<std::string, std::size_t> positions_;
+};
+
+}  // namespace tamb

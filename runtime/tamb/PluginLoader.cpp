@@ -1,0 +1,69 @@
+#include "runtime/tamb/PluginLoader.h"
+
+#include <dlfcn.h>
+#include <fmt/format.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include "runtime/tamb/CurrentException.h"
+#include "tamb/TAMBRuntimeError.h"
+
+namespace tamb {
+
+namespace {
+
+struct Unmap {
+  void operator()(void* library) const { dlclose(library); }
+};
+
+[[noreturn]] void fail(const std::filesystem::path& path, std::string_view reason) {
+  throw TAMBRuntimeError(fmt::format("Cannot load plug-in {:?}: {}", path.string(), reason));
+}
+
+/// What the dynamic linker says, without the path that it usually begins with.
+std::string linkerError(const std::filesystem::path& path) {
+  // The message belongs to the calling thread, and is there, since a call has just failed.
+  const std::string error = dlerror();  // NOLINT(concurrency-mt-unsafe)
+  const std::string prefix = path.string() + ": ";
+  return error.starts_with(prefix) ? error.substr(prefix.size()) : error;
+}
+
+std::string pluginName(const std::filesystem::path& path) {
+  std::string name = path.filename().string();
+  name = name.substr(0, name.find(".so"));
+  return name.starts_with("lib") ? name.substr(3) : name;
+}
+
+}  // namespace
+
+std::string LoadPlugin(const std::filesystem::path& path) {
+  std::error_code error;
+  // The dynamic linker takes a path without a slash for a name to search for.
+  const auto file = std::filesystem::absolute(path, error);
+  if (error || !std::filesystem::exists(file, error)) {
+    fail(path, error ? error.message() : "there is no such file");
+  }
+  std::unique_ptr<void, Unmap> library(dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL));
+  if (!library) {
+    fail(path, "it is no shared library that can be loaded: " + linkerError(file));
+  }
+  using RegisterAll = void (*)(const char*);
+  const auto registerAll = reinterpret_cast<RegisterAll>(dlsym(library.get(), "RegisterAll"));
+  if (registerAll == nullptr) {
+    fail(path, "it has no function RegisterAll, so it is no plug-in");
+  }
+  static_cast<void>(library.release());  // From here on, something may point into it.
+  auto name = pluginName(path);
+  try {
+    registerAll(name.c_str());
+  } catch (...) {
+    fail(path, "its RegisterAll failed: " + CurrentExceptionText());
+  }
+  return name;
+}
+
+}  // namespace tamb

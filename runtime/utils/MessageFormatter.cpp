@@ -1,0 +1,13 @@
+#include "qor/utils/MessageFormatter.h"
+
+namespace qor::utils {
+
+std::string IMessageFormatter::formatMessage(const std::string& text) const {
+  return messageHeader() + ": " + text;
+}
+
+MessageFormatter::MessageFormatter(const std::string& header) : header_(header) {}
+
+std::string MessageFormatter::messageHeader() const { return header_; }
+
+}  // namespace qor::utils

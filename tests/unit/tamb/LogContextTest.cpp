@@ -1,0 +1,96 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <ctime>
+#include <set>
+#include <string>
+#include <thread>
+
+#include "tamb/LogContext.h"
+
+namespace {
+
+using testing::AllOf;
+using testing::Ge;
+using testing::Le;
+using testing::MatchesRegex;
+using testing::SizeIs;
+
+void defineContext(const std::string& name, unsigned int engineId) {
+  tamb::DefineContextEngine_deprecated(name, engineId, nullptr, {}, {}, {}, {}, {});
+}
+
+TEST(LogContext, IsEmptyUntilTheThreadHasSaidWhatItWorksFor) {
+  std::string text = "unset";
+  std::jthread([&] { text = tamb::GetCurrentContextString(); }).join();
+  EXPECT_EQ(text, "");
+}
+
+TEST(LogContext, NamesTheEngineThatTheThreadSaidLast) {
+  std::string first;
+  std::string second;
+  std::jthread([&] {
+    defineContext("mixer", 7);
+    first = tamb::GetCurrentContextString();
+    defineContext("analyser", 4'000'000'000U);
+    second = tamb::GetCurrentContextString();
+  }).join();
+  EXPECT_EQ(first, "mixer (engine 7)");
+  EXPECT_EQ(second, "analyser (engine 4000000000)");
+}
+
+TEST(LogContext, BelongsToOneThread) {
+  std::jthread([] {
+    defineContext("mixer", 7);
+    std::string other = "unset";
+    std::jthread([&] {
+      other = tamb::GetCurrentContextString();
+      defineContext("analyser", 8);
+    }).join();
+    EXPECT_EQ(other, "");
+    EXPECT_EQ(tamb::GetCurrentContextString(), "mixer (engine 7)");
+  }).join();
+}
+
+TEST(ThreadId, IsTheKernelsNumberOfTheThread) {
+  EXPECT_EQ(tamb::GetThreadId(), std::to_string(getpid()));  // The main thread has the process's number.
+  std::string other;
+  std::string expected;
+  std::jthread([&] {
+    other = tamb::GetThreadId();
+    expected = std::to_string(gettid());
+  }).join();
+  EXPECT_EQ(other, expected);
+  EXPECT_NE(other, tamb::GetThreadId());
+}
+
+TEST(CurrentTimeString, IsTheUniversalTimeToTheMicrosecond) {
+  using std::chrono::microseconds;
+  using std::chrono::system_clock;
+  const auto before = std::chrono::floor<microseconds>(system_clock::now());
+  const auto text = tamb::GetCurrentTimeString();
+  const auto after = system_clock::now();
+  ASSERT_THAT(text, MatchesRegex("[0-9][0-9][0-9][0-9]-[0-9][0-9]-[0-9][0-9]T[0-9][0-9]:[0-9][0-9]:[0-9][0-9]"
+                                 "[.][0-9][0-9][0-9][0-9][0-9][0-9]Z"));
+  std::tm fields{};
+  ASSERT_NE(strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &fields), nullptr);
+  const auto told = system_clock::from_time_t(timegm(&fields)) + microseconds(std::stoi(text.substr(20, 6)));
+  EXPECT_THAT(told, AllOf(Ge(before), Le(after)));
+}
+
+TEST(UUIDString, IsRandomAndInLowerCase) {
+  std::set<std::string> uuids;
+  for (int i = 0; i < 1'000; ++i) {
+    const auto uuid = tamb::GetUUIDString();
+    ASSERT_THAT(uuid, SizeIs(36));
+    ASSERT_EQ(uuid.find_first_not_of("0123456789abcdef-"), std::string::npos) << uuid;
+    ASSERT_EQ(uuid[8], '-');
+    ASSERT_EQ(uuid[14], '4');  // The version that random UUIDs have.
+    uuids.insert(uuid);
+  }
+  EXPECT_THAT(uuids, SizeIs(1'000));
+}
+
+}  // namespace

@@ -1,0 +1,3 @@
+// A shared library that is no plug-in.
+
+extern "C" int Answer() { return 42; }

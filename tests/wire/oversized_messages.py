@@ -1,0 +1,57 @@
+"""A message that no sender of this system would ever send is cut off; whoever sent it harms nobody but itself."""
+
+import unittest
+
+import zmq
+
+from wire_support import PeerFailure, WireTest, reply, status
+
+OVERSIZED = bytes(20 << 20)
+
+
+class AMessageOf20MiB(WireTest):
+    def test_to_our_subscriber_cuts_the_connection_and_the_subscriber_comes_back(self):
+        ours = self.ours()
+        stock = self.publisher_for(lambda endpoint: ours.open("Subscriber", endpoint))
+        stock.send(status("Running").SerializeToString())
+        stock.send(OVERSIZED)
+        self.assertEqual(ours.receive("EngineStatus"), (0, status("Running").SerializeToString()))
+        ours.begin_poll()
+        self.assertEqual(stock.recv(), b"\x00")
+        self.assertEqual(stock.recv(), b"\x01")
+        stock.send(status("Idle").SerializeToString())
+        ours.end_poll()
+        self.assertEqual(ours.receive("EngineStatus"), (0, status("Idle").SerializeToString()))
+
+    def test_to_our_replier_cuts_one_connection_and_everyone_is_served(self):
+        ours, endpoint = self.bound("Replier")
+        offender = self.stock_connected(zmq.REQ, endpoint, {zmq.REQ_RELAXED: 1, zmq.REQ_CORRELATE: 1})
+        other = self.stock_connected(zmq.REQ, endpoint)
+        monitor = offender.get_monitor_socket(zmq.EVENT_DISCONNECTED)
+        offender.send(OVERSIZED)
+        self.assertEqual(monitor.poll(30000), zmq.POLLIN)
+        for stock in (other, offender):
+            stock.send(status().SerializeToString())
+            self.assertEqual(ours.receive("EngineStatus"), (0, status().SerializeToString()))
+            ours.send(reply("served"))
+            self.assertEqual(stock.recv(), reply("served").SerializeToString())
+        offender.disable_monitor()
+        monitor.close()
+
+    def test_to_our_requester_fails_the_exchange_and_the_next_one_works(self):
+        stock, endpoint = self.stock_bound(zmq.REP)
+        ours = self.connected("Requester", endpoint)
+        ours.send(status())
+        stock.recv()
+        stock.send(OVERSIZED)
+        ours.begin_receive("EngineBackEndReply")
+        with self.assertRaisesRegex(PeerFailure, "the connection was lost before the reply came"):
+            ours.end_receive()
+        ours.send(status())
+        stock.recv()
+        stock.send(reply("small").SerializeToString())
+        self.assertEqual(ours.receive("EngineBackEndReply"), (0, reply("small").SerializeToString()))
+
+
+if __name__ == "__main__":
+    unittest.main()
