@@ -6,6 +6,8 @@ std::string IMessageFormatter::formatMessage(const std::string& text) const {
   return messageHeader() + ": " + text;
 }
 
+// The signature is the utilities' own.
+// NOLINTNEXTLINE(modernize-pass-by-value)
 MessageFormatter::MessageFormatter(const std::string& header) : header_(header) {}
 
 std::string MessageFormatter::messageHeader() const { return header_; }
