@@ -47,7 +47,9 @@ ReceiveResult decode(const ReceivedBytes& received, unsigned int sizeBound,
                      google::protobuf::Message* message, const SocketLabel& label) {
   if (message == nullptr) throw std::runtime_error(label.text() + ": cannot receive into a null message");
   if (received.parts != 1) {
-    return refuse(Unreadable, *message, label, fmt::format("it has {} parts instead of one", received.parts));
+    return refuse(Unreadable, *message, label,
+                  fmt::format("it has {} parts instead of one, with {} bytes in the first", received.parts,
+                              received.size));
   }
   if (received.size > sizeBound) {
     return refuse(TooLarge, *message, label,

@@ -46,7 +46,6 @@ class Socket::Implementation {
       enterPhase(Phase::NeverOpen);
       throw;
     }
-    gate_.open();
     enterPhase(Phase::Open);
   }
 
@@ -54,7 +53,6 @@ class Socket::Implementation {
 
   void close() {
     if (!beginClosing()) return;
-    gate_.shut();
     open_->interrupt();
     gate_.waitUntilEmpty();
     if (const std::size_t discarded = open_->close(timeForUnsent_); discarded != 0) {
@@ -112,12 +110,14 @@ class Socket::Implementation {
     phaseChanged_.wait(lock, [this] { return phase_ != Phase::Closing; });
     if (phase_ != Phase::Open) return false;
     phase_ = Phase::Closing;
+    gate_.shut();
     return true;
   }
 
   void enterPhase(Phase phase) {
     const std::lock_guard lock(mutex_);
     phase_ = phase;
+    if (phase == Phase::Open) gate_.open();
     phaseChanged_.notify_all();
   }
 

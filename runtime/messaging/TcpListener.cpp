@@ -25,6 +25,8 @@ std::string systemReason() { return std::generic_category().message(errno); }
 FileDescriptor listenOnTcp(const std::string& host, std::uint16_t port) {
   addrinfo hints{};
   hints.ai_socktype = SOCK_STREAM;
+  // A name may mean addresses of both families; who connects to it takes the one of IPv4.
+  hints.ai_family = host.find(':') == std::string::npos ? AF_INET : AF_INET6;
   hints.ai_flags = AI_PASSIVE | AI_NUMERICSERV;
   addrinfo* found = nullptr;
   if (const int error = ::getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found);

@@ -1,5 +1,6 @@
 #include "runtime/sockets/Context.h"
 
+#include <unistd.h>
 #include <zmq.h>
 
 #include <cerrno>
@@ -17,6 +18,12 @@ namespace {
 constexpr int maximumSockets = 8'192;
 
 struct Current {
+  ~Current() {
+    // A child that was forked has this object, but neither the threads behind it nor a use for it.
+    if (::getpid() != owner) new std::shared_ptr<Context>(std::move(context));
+  }
+
+  const pid_t owner = ::getpid();
   std::mutex mutex;
   std::shared_ptr<Context> context;
 };
@@ -29,29 +36,29 @@ Current& current() {
 }  // namespace
 
 Context::Context() : context_(::zmq_ctx_new()) {
-  if (context_ == nullptr) throwZmqError("libzmq", "cannot make a messaging context");
-  ::zmq_ctx_set(context_, ZMQ_MAX_SOCKETS, maximumSockets);
+  if (!context_) throwZmqError("libzmq", "cannot make a messaging context");
+  ::zmq_ctx_set(context_.get(), ZMQ_MAX_SOCKETS, maximumSockets);
 }
 
-Context::~Context() {
+void Context::Terminate::operator()(void* context) const {
   // Only a signal interrupts it, and then it is to be called again.
-  while (::zmq_ctx_term(context_) != 0 && errno == EINTR) {
+  while (::zmq_ctx_term(context) != 0 && errno == EINTR) {
   }
 }
 
 std::shared_ptr<Context> Context::current() {
-  auto& [mutex, context] = socket::current();
-  const std::lock_guard lock(mutex);
-  if (!context) context = std::make_shared<Context>();
-  return context;
+  Current& now = socket::current();
+  const std::lock_guard lock(now.mutex);
+  if (!now.context) now.context = std::make_shared<Context>();
+  return now.context;
 }
 
 void Context::shutDownCurrent() {
-  auto& [mutex, context] = socket::current();
+  Current& now = socket::current();
   std::shared_ptr<Context> ending;
   {
-    const std::lock_guard lock(mutex);
-    ending = std::exchange(context, nullptr);
+    const std::lock_guard lock(now.mutex);
+    ending = std::exchange(now.context, nullptr);
   }
   if (!ending) return;
   ending->isShutDown_ = true;

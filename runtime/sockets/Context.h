@@ -13,7 +13,7 @@ namespace qor::socket {
 class Context {
  public:
   Context();
-  ~Context();
+  ~Context() = default;
   Context(const Context&) = delete;
   Context& operator=(const Context&) = delete;
 
@@ -22,12 +22,16 @@ class Context {
   /// Shuts the present context down; the next call of current() makes a new one. Any thread.
   static void shutDownCurrent();
 
-  void* get() const { return context_; }
+  void* get() const { return context_.get(); }
   bool isShutDown() const { return isShutDown_; }
   SocketWatch& watch() { return watch_; }
 
  private:
-  void* context_;
+  struct Terminate {
+    void operator()(void* context) const;
+  };
+
+  std::unique_ptr<void, Terminate> context_;
   std::atomic<bool> isShutDown_{false};
   SocketWatch watch_;
 };

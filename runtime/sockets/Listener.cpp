@@ -16,8 +16,8 @@ namespace qor::socket {
 
 namespace {
 
-/// The name that stands for an inproc endpoint among the machine's local sockets. The random part is what no
-/// other process has; who is let in is checked when a peer connects.
+/// The name that stands for an inproc endpoint among the machine's local sockets. The random part keeps the
+/// names of processes apart; no other user is let in when a peer connects.
 std::string nameWithinProcess(const std::string& name) {
   static const std::string prefix = "@" + tamb::GetUUIDString() + '-';
   return prefix + name;
@@ -47,6 +47,23 @@ std::string zmqAddress(const SocketEndpoint& endpoint) {
   return endpoint.toString(Protocol::Plain);
 }
 
+SocketFile::SocketFile(const std::string& path) {
+  struct stat status {};
+  if (path.front() == '@' || ::lstat(path.c_str(), &status) != 0) return;
+  path_ = path;
+  device_ = status.st_dev;
+  inode_ = status.st_ino;
+}
+
+void SocketFile::remove() noexcept {
+  struct stat status {};
+  if (!path_.empty() && ::lstat(path_.c_str(), &status) == 0 && status.st_dev == device_ &&
+      status.st_ino == inode_) {
+    ::unlink(path_.c_str());
+  }
+  path_.clear();
+}
+
 Listener::Listener(ZmqSocket& socket, const SocketEndpoint& endpoint, const SocketLabel& label) {
   const std::string who = label.text();
   FileDescriptor listener;
@@ -55,32 +72,18 @@ Listener::Listener(ZmqSocket& socket, const SocketEndpoint& endpoint, const Sock
   } catch (const std::runtime_error& error) {
     throw std::runtime_error(who + ": " + error.what());
   }
+  if (endpoint.transport() == SocketEndpoint::Transport::Ipc) file_.emplace(endpoint.host());
   struct stat status {};
   if (::fstat(listener.get(), &status) == 0) socketInode_ = status.st_ino;
-  const bool isFile =
-      endpoint.transport() == SocketEndpoint::Transport::Ipc && endpoint.host().front() != '@';
-  if (isFile && ::lstat(endpoint.host().c_str(), &status) == 0) {
-    path_ = endpoint.host();
-    fileDevice_ = status.st_dev;
-    fileInode_ = status.st_ino;
-  }
   if (endpoint.transport() == SocketEndpoint::Transport::Inproc) {
     socket.setOption(ZMQ_IPC_FILTER_UID, static_cast<int>(::getuid()));
   }
   socket.setOption(ZMQ_USE_FD, listener.get());
-  if (::zmq_bind(socket.get(), zmqAddress(endpoint).c_str()) != 0) {
-    throwZmqError(who, "cannot bind");
-  };
+  if (::zmq_bind(socket.get(), zmqAddress(endpoint).c_str()) != 0) throwZmqError(who, "cannot bind");
   descriptor_ = listener.release();
 }
 
-Listener::~Listener() {
-  struct stat status {};
-  if (!path_.empty() && ::lstat(path_.c_str(), &status) == 0 && status.st_dev == fileDevice_ &&
-      status.st_ino == fileInode_) {
-    ::unlink(path_.c_str());
-  }
-}
+void Listener::removeSocketFile() noexcept { file_.reset(); }
 
 void Listener::waitUntilClosed() const {
   // There is nothing to wait on: once the context is being shut down, libzmq reports no events either. The

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "qor/socket/SocketEndpoint.h"
@@ -13,17 +14,33 @@ namespace qor::socket {
 /// go.
 std::string zmqAddress(const SocketEndpoint& endpoint);
 
+/// A socket file that is ours to remove.
+class SocketFile {
+ public:
+  /// The file that has just been bound; nothing when the path names none.
+  explicit SocketFile(const std::string& path);
+  ~SocketFile() { remove(); }
+  SocketFile(const SocketFile&) = delete;
+  SocketFile& operator=(const SocketFile&) = delete;
+
+  /// Removes the file unless it is somebody else's by now.
+  void remove() noexcept;
+
+ private:
+  std::string path_;  ///< empty when there is nothing to remove
+  unsigned long long device_ = 0;
+  unsigned long long inode_ = 0;
+};
+
 /// The bound side of one socket. We listen ourselves and hand the descriptor to libzmq, which left alone
 /// would take a socket file over from whoever listens on it, and would remove the file of its successor.
 class Listener {
  public:
   /// Binds `socket`; throws std::runtime_error when the endpoint is in use or cannot be listened on.
   Listener(ZmqSocket& socket, const SocketEndpoint& endpoint, const SocketLabel& label);
-  /// Removes the socket file, if there is one and it is still this listener's.
-  ~Listener();
-  Listener(const Listener&) = delete;
-  Listener& operator=(const Listener&) = delete;
 
+  /// To be called right before the socket is closed: as long as it listens, nobody else takes the file over.
+  void removeSocketFile() noexcept;
   /// Waits, once the socket has been closed, until its endpoint can be bound again: libzmq closes the
   /// descriptor a moment later, on a thread of its own. At most 1 s.
   void waitUntilClosed() const;
@@ -31,9 +48,7 @@ class Listener {
  private:
   int descriptor_ = -1;                 ///< libzmq's to close
   unsigned long long socketInode_ = 0;  ///< tells the descriptor from one that got its number later
-  std::string path_;                    ///< of the socket file; empty when there is none
-  unsigned long long fileDevice_ = 0;
-  unsigned long long fileInode_ = 0;
+  std::optional<SocketFile> file_;
 };
 
 }  // namespace qor::socket

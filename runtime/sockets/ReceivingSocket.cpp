@@ -42,18 +42,25 @@ ReceivingSocket::Waited ReceivingSocket::waitForMessage(std::optional<std::chron
   ZmqMessage first;
   while (!ready_) {
     if (interrupted_) return Waited::Interrupted;
-    lookAfterConnection();
     if (deadline) timeOut = timeUntil(*deadline);
     if (timeOut > longestWait && !deadline) deadline = Deadline::clock::now() + *timeOut;
     const auto wait = std::min(timeOut.value_or(longestWait), longestWait);
     const ZmqSocket::Received received = socket().receive(first, wait);
-    if (received == ZmqSocket::Received::Nothing && timeOut == wait) return Waited::TooLong;
+    if (received == ZmqSocket::Received::Nothing) {
+      // Only now: connecting anew drops what has not been read.
+      lookAfterConnection();
+      if (timeOut == wait) return Waited::TooLong;
+    }
     if (received == ZmqSocket::Received::Part) {
       const Taken taken = takeRest(first, content_, parts_);
       interrupted_ = taken == Taken::WakeUp;
       ready_ = taken == Taken::Message;
     }
-    if (!ready_ && timeOut && !deadline) deadline = Deadline::clock::now() + *timeOut;
+    if (ready_ || !timeOut) continue;
+    const Deadline now = Deadline::clock::now();
+    if (!deadline) deadline = now + *timeOut;
+    // Whoever sends what is unusable, however much, does not keep the loop that polls from its stop flag.
+    if (now >= *deadline && !interrupted_) return Waited::TooLong;
   }
   return Waited::Ready;
 }

@@ -1,11 +1,20 @@
 #include "runtime/sockets/ReplierSocket.h"
 
+#include <fmt/format.h>
+
 #include <utility>
 
 #include "qor/utils/Log.h"
 #include "runtime/messaging/MessageRules.h"
 
 namespace qor::socket {
+
+namespace {
+
+/// Each hop between a requester and its replier adds a part; there is none between ours.
+constexpr std::size_t longestEnvelope = 8;
+
+}  // namespace
 
 ReplierSocket::ReplierSocket(const SocketLabel& label, const SocketEndpoint& endpoint)
     : ReceivingSocket(ZMQ_ROUTER, label) {
@@ -36,7 +45,8 @@ void ReplierSocket::sendParts(Envelope& parts) {
       case ZmqSocket::Sent::Yes:
         break;
       case ZmqSocket::Sent::NoRoom:
-        throw failure("queue full: the requester takes no more replies");
+        throw failure(
+            fmt::format("queue full: {} replies wait for the requester, which is the limit", queueLength));
       case ZmqSocket::Sent::NoRoute:
         throw failure("the requester has gone before its reply");
     }
@@ -46,15 +56,22 @@ void ReplierSocket::sendParts(Envelope& parts) {
 ReceivingSocket::Taken ReplierSocket::takeRest(ZmqMessage& first, ZmqMessage& content, unsigned int& parts) {
   next_.clear();
   next_.push_back(std::move(first));
+  std::size_t size = 0;
   while (next_.back().hasMore() && (next_.size() == 1 || next_.back().size() != 0)) {
     ZmqMessage part;
     socket().tryReceive(part);
     if (Waker::isOrder(part)) return Taken::WakeUp;
+    size += part.size();
     next_.push_back(std::move(part));
+    if (next_.size() == longestEnvelope) {
+      dropFurtherParts(next_.back());
+      break;
+    }
   }
-  if (!next_.back().hasMore()) {
-    utils::logError(label().text() +
-                    ": dropped a message that is no request: no content behind an empty part");
+  if (next_.size() == longestEnvelope || !next_.back().hasMore()) {
+    utils::logError(fmt::format(
+        "{}: dropped a message that is no request: its {} bytes hold no content behind an empty part",
+        label().text(), size));
     return Taken::Unusable;
   }
   socket().tryReceive(content);

@@ -58,7 +58,12 @@ void SocketWatch::start() {
   sigset_t before;
   ::sigfillset(&all);
   ::pthread_sigmask(SIG_SETMASK, &all, &before);
-  thread_ = std::thread([this] { watch(); });
+  try {
+    thread_ = std::thread([this] { watch(); });
+  } catch (...) {
+    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    throw;
+  }
   ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 

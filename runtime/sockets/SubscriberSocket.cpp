@@ -10,14 +10,14 @@ namespace {
 
 /// As many messages as a publisher keeps. When a publisher closes while this queue is full, libzmq drops all
 /// that the kernel still holds.
-constexpr int queueLength = KeptMessages<ZmqMessage>::maximumCount;
+constexpr int subscriberQueueLength = KeptMessages<ZmqMessage>::maximumCount;
 
 }  // namespace
 
 SubscriberSocket::SubscriberSocket(const SocketLabel& label, const SocketEndpoint& endpoint)
     : ReceivingSocket(ZMQ_SUB, label),
       connection_(std::in_place, socket(), context(), Connection::Reconnector::Libzmq, label.text()) {
-  socket().setOption(ZMQ_RCVHWM, queueLength);
+  socket().setOption(ZMQ_RCVHWM, subscriberQueueLength);
   socket().setOption(ZMQ_SUBSCRIBE, std::string());
   connect(endpoint);
 }

@@ -12,15 +12,13 @@ namespace qor::socket {
 
 namespace {
 
-/// libzmq's own queues, in messages. They smooth the flow only; what has to be kept for long is kept by the
-/// publisher, which counts it. Longer ones are no faster and cost memory for each connection.
-constexpr int queueLength = 1'000;
-/// A peer that sends more is cut off before its message fills the memory: far above anything that is sent, so
-/// that a message somewhat too large is still received, judged and logged.
+/// A peer that sends more in one part is cut off before its message fills the memory: far above anything that
+/// is sent, so that a message somewhat too large is still received, judged and logged.
 constexpr std::int64_t largestAccepted = std::int64_t{16} * 1024 * 1024;
 /// A peer may appear or come back at any moment; trying a local address costs microseconds.
 constexpr int firstReconnectMilliseconds = 10;
 constexpr int lastReconnectMilliseconds = 100;
+constexpr int connectTimeOutMilliseconds = 2'000;
 /// What a socket that waits for nothing still leaves libzmq to hand a last message to a peer that is there.
 constexpr std::chrono::milliseconds handOverTime{200};
 
@@ -38,6 +36,8 @@ ZmqOpenSocket::ZmqOpenSocket(int type, SocketLabel label)
   // libzmq would take whatever is no protocol of its own, a browser's request for one, for the oldest of
   // them, and such a peer for a subscriber to everything.
   socket_->setOption(ZMQ_ZAP_DOMAIN, std::string("qor"));
+  // A host that does not answer at all is tried again soon, not in minutes.
+  socket_->setOption(ZMQ_CONNECT_TIMEOUT, connectTimeOutMilliseconds);
   // A host that vanishes from the network ends no connection; the kernel finds out.
   socket_->setOption(ZMQ_TCP_KEEPALIVE, 1);
   if (::zmq_setsockopt(socket_->get(), ZMQ_MAXMSGSIZE, &largestAccepted, sizeof largestAccepted) != 0) {
@@ -91,6 +91,7 @@ std::runtime_error ZmqOpenSocket::failure(const std::string& reason) const {
 std::size_t ZmqOpenSocket::close(std::chrono::milliseconds timeForUnsent) noexcept {
   const int linger = static_cast<int>(std::max(timeForUnsent, handOverTime).count());
   ::zmq_setsockopt(socket_->get(), ZMQ_LINGER, &linger, sizeof linger);
+  if (listener_) listener_->removeSocketFile();
   socket_.reset();
   if (listener_) listener_->waitUntilClosed();
   return 0;

@@ -15,6 +15,10 @@
 
 namespace qor::socket {
 
+/// libzmq's own queues, in messages. They smooth the flow only; what has to be kept for long is kept by the
+/// publisher, which counts it. Longer ones are no faster and cost memory for each connection.
+constexpr int queueLength = 1'000;
+
 /// What the four roles share: the libzmq socket and its side of the endpoint.
 class ZmqOpenSocket : public OpenSocket {
  public:

@@ -4,7 +4,7 @@ import unittest
 
 import zmq
 
-from wire_support import PeerFailure, WireTest, numbered, number_of, reply, status
+from wire_support import PATIENCE, PeerFailure, WireTest, numbered, number_of, reply, status
 
 
 class OurReplier(WireTest):
@@ -43,7 +43,7 @@ class OurReplier(WireTest):
         before = self.ours.descriptors()
         vanishing = self.requester()
         vanishing.send(status().SerializeToString())
-        self.assertEqual(self.ours.poll(30000), 0)
+        self.assertEqual(self.ours.poll(1000 * PATIENCE), 0)
         vanishing.close()
         self.wait_until_gone(self.ours, before)
         self.expect_request(status())
@@ -90,7 +90,8 @@ class OurReplier(WireTest):
     def test_drops_a_message_without_the_empty_part_with_one_line_and_serves_on(self):
         stock = self.stock_connected(zmq.DEALER, self.endpoint)
         other = self.requester()
-        for parts in ([b"\x08\x01"], [b"\x08\x01", b"\x08\x01"], [b""]):
+        endless = [b"\x08\x01"] * 100 + [b"", b"\x08\x01"]
+        for parts in ([b"\x08\x01"], [b"\x08\x01", b"\x08\x01"], [b""], endless):
             stock.send_multipart(parts)
             stock.send_multipart([b"", status().SerializeToString()])
             self.expect_request(status())
@@ -111,9 +112,14 @@ class OurReplier(WireTest):
     def test_serves_its_requesters_again_after_it_was_closed_and_opened_on_the_same_endpoint(self):
         stock = self.requester({zmq.REQ_RELAXED: 1, zmq.REQ_CORRELATE: 1})
         self.serve(stock, "first")
+        monitor = stock.get_monitor_socket(zmq.EVENT_HANDSHAKE_SUCCEEDED)
         self.ours.close()
         self.assertFalse(self.ours.is_open())
         self.ours.open("Replier", self.endpoint)
+        # What a stock requester sends before it has heard of its loss goes nowhere.
+        self.assertEqual(monitor.poll(1000 * PATIENCE), zmq.POLLIN)
+        stock.disable_monitor()
+        monitor.close()
         self.serve(stock, "second")
 
 

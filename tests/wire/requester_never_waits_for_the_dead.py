@@ -21,17 +21,6 @@ class OurRequester(WireTest):
         peer.send(reply(str(number)))
         self.assertEqual(ours.receive("EngineBackEndReply"), (0, reply(str(number)).SerializeToString()))
 
-    def send_once_connected(self, ours, message):
-        """Sends as soon as the connection is back: how long that takes is up to the peer."""
-        deadline = time.monotonic() + 30
-        while True:
-            try:
-                ours.send(message)
-                return
-            except PeerFailure as failure:
-                self.assertIn("the connection is lost and did not come back within 500 ms", str(failure))
-                self.assertLess(time.monotonic(), deadline)
-
     def expect_loss(self, ours, within):
         """The receive that is under way fails for the lost connection."""
         start = time.monotonic()
@@ -68,7 +57,7 @@ class OurRequester(WireTest):
             peer.kill()
             self.expect_loss(ours, CRASH_BOUND)
             successor = self.stock_process("REP", peer.endpoint)
-            self.send_once_connected(ours, numbered(2))
+            ours.send_once_connected(numbered(2))
             self.assertEqual(successor.receive(), numbered(2).SerializeToString())
             successor.send(reply("2"))
             self.assertEqual(ours.receive("EngineBackEndReply"), (0, reply("2").SerializeToString()))
@@ -82,7 +71,7 @@ class OurRequester(WireTest):
             peer.signal(signal.SIGCONT)
             # The reply to the lost request reaches nobody, least of all as the reply to the next one.
             peer.send(reply("late"))
-            self.send_once_connected(ours, numbered(2))
+            ours.send_once_connected(numbered(2))
             self.assertEqual(peer.receive(), numbered(2).SerializeToString())
             peer.send(reply("2"))
             self.assertEqual(ours.receive("EngineBackEndReply"), (0, reply("2").SerializeToString()))
@@ -95,7 +84,7 @@ class OurRequester(WireTest):
             self.expect_loss(ours, FREEZE_BOUND)
             peer.kill()
             successor = self.stock_process("REP", peer.endpoint)
-            self.send_once_connected(ours, numbered(2))
+            ours.send_once_connected(numbered(2))
             self.assertEqual(successor.receive(), numbered(2).SerializeToString())
             successor.send(reply("2"))
             self.assertEqual(ours.receive("EngineBackEndReply"), (0, reply("2").SerializeToString()))
@@ -111,7 +100,7 @@ class OurRequester(WireTest):
         self.assertLess(time.monotonic() - start, 0.5 + CRASH_BOUND)
         # What could not be sent never arrives, for its sender was told so.
         successor = self.stock_process("REP", peer.endpoint)
-        self.send_once_connected(ours, numbered(3))
+        ours.send_once_connected(numbered(3))
         self.assertEqual(successor.receive(), numbered(3).SerializeToString())
 
     def test_works_on_when_its_peer_was_restarted_between_two_exchanges(self):
@@ -121,7 +110,7 @@ class OurRequester(WireTest):
             self.expect_exchange(ours, peer, 1)
             peer.end()
             successor = self.stock_process("REP", peer.endpoint)
-            self.send_once_connected(ours, numbered(2))
+            ours.send_once_connected(numbered(2))
             self.assertEqual(successor.receive(), numbered(2).SerializeToString())
             successor.send(reply("2"))
             self.assertEqual(ours.receive("EngineBackEndReply"), (0, reply("2").SerializeToString()))
@@ -181,6 +170,16 @@ class OurRequester(WireTest):
         ours = self.ours("Asking")
         _, endpoint = self.stock_bound(zmq.PUB)
         self.expect_connect_time_out(ours, endpoint, 300)
+        self.expect_opens(ours)
+
+    def test_opens_however_often_it_could_not(self):
+        ours = self.ours("Asking")
+        _, other_role = self.stock_bound(zmq.PUB)
+        silent, nobody = self.stranger().endpoint, self.ipc("nobody")
+        # Time-outs of every length, so that some end in the middle of a handshake.
+        for milliseconds in range(1, 91):
+            with self.assertRaises(PeerFailure):
+                ours.open("Requester", (other_role, silent, nobody)[milliseconds % 3], milliseconds)
         self.expect_opens(ours)
 
     def test_opens_when_its_peer_takes_the_place_of_a_stranger_in_time(self):

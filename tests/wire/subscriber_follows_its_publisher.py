@@ -2,6 +2,8 @@
 
 import unittest
 
+import zmq
+
 from wire_support import WireTest, numbered, number_of, status
 
 
@@ -72,6 +74,20 @@ class OurSubscriber(WireTest):
         self.assertEqual(publisher.recv(), b"\x01")
         publisher.send(status("EndOfLife").SerializeToString())
         self.assertEqual(ours.receive("EngineStatus"), (0, status("EndOfLife").SerializeToString()))
+
+    def test_may_be_closed_at_any_moment_of_joining(self):
+        ours = self.ours()
+        publisher, endpoint = self.stock_bound(zmq.XPUB)
+        for _ in range(200):
+            ours.open("Subscriber", endpoint)
+            ours.close()
+        # From here on it stays: whatever the others left behind, this subscription comes last.
+        ours.open("Subscriber", endpoint)
+        ours.begin_poll()
+        while not ours.has_answer_within(0.05):
+            publisher.send(status("Idle").SerializeToString())
+        ours.end_poll()
+        self.assertEqual(ours.receive("EngineStatus"), (0, status("Idle").SerializeToString()))
 
     def test_keeps_the_order_of_many_messages(self):
         ours = self.ours()

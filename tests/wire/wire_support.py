@@ -164,6 +164,16 @@ class OurSocket(DrivenProcess):
     def send_bytes(self, type_name, encoding):
         self.ask(f"send {type_name} {encoding.hex()}")
 
+    def send_once_connected(self, message):
+        """Sends as soon as a lost connection is back: how long that takes is up to the peer and the machine."""
+        deadline = time.monotonic() + PATIENCE
+        while True:
+            try:
+                return self.send(message)
+            except PeerFailure as failure:
+                if "did not come back within 500 ms" not in str(failure) or time.monotonic() > deadline:
+                    raise
+
     def begin_send_numbered(self, first, count, width=0):
         self.begin(f"send-numbered {first} {count} {width}")
 

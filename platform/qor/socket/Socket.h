@@ -16,8 +16,8 @@ namespace qor::socket {
 /// A named message socket: one Protocol Buffers message per socket message.
 ///
 /// One thread at a time uses a socket, except that isOpen(), close() and debugString() may be called from any
-/// thread at any time. Every operation throws ZmqContextTerminationException once the messaging context is
-/// being shut down, and std::runtime_error for one failed operation.
+/// thread at any time. What opens, waits, sends or receives throws ZmqContextTerminationException once the
+/// messaging context is being shut down, and std::runtime_error for one failed operation.
 class Socket {
  public:
   /// The largest message that is sent, in bytes of its encoding: the largest bound of any receiver.
@@ -39,12 +39,15 @@ class Socket {
   bool isOpen() const;
 
   /// Closes an open socket, after which createAndConnect may be called again. Messages that have not left get
-  /// the time of the close policy; what is discarded after that is logged with its count. A poll or a receive
-  /// under way on another thread ends at once: the poll returns 1, the receive throws.
+  /// the time of the close policy: close() blocks that long when a publisher still keeps some, and what it
+  /// keeps after that is discarded and logged with its count. A poll or a receive under way on another thread
+  /// ends at once: the poll returns 1, the receive throws. A socket that is being opened on another thread
+  /// stays so.
   void close();
 
   /// Waits for an incoming message: 0 when one can be received, 1 when none came in time or the socket was
-  /// closed meanwhile, any other value for an error, told in `errorText`.
+  /// closed meanwhile, any other value for an error, told in `errorText`: nothing can come in to a Publisher,
+  /// to a Requester without a request or whose connection is lost, or to a socket that was never opened.
   int poll(unsigned int timeOutMilliseconds, std::string& errorText);
 
   /// Sends one message; never waits for a receiver, except that a Requester without connection waits at most
@@ -67,8 +70,9 @@ class Socket {
 };
 
 /// Shuts the messaging context of this process down: every operation on a socket that is open now throws
-/// ZmqContextTerminationException, those under way included. Returns at once; each socket is still closed by
-/// its owner. Sockets opened afterwards live in a new context. Any thread.
+/// ZmqContextTerminationException, those under way included. Waits for nothing but, when every socket is
+/// closed already, what they have left behind, no longer than their close policies allow; each open one is
+/// still closed by its owner. Sockets opened afterwards live in a new context. Any thread.
 void shutDownContext();
 
 }  // namespace qor::socket
