@@ -1,18 +1,15 @@
 #include <benchmark/benchmark.h>
-#include <unistd.h>
 #include <zmq.h>
 
 #include <atomic>
 #include <cstdlib>
-#include <filesystem>
-#include <stdexcept>
 #include <string>
 #include <thread>
 
 #include "CommandAndNotification.pb.h"
 #include "TcpEngine.pb.h"
 #include "bench/BareSockets.h"
-#include "bench/RatioReporter.h"
+#include "bench/PrivateEndpoint.h"
 #include "qor/socket/Socket.h"
 
 namespace qor::bench {
@@ -20,32 +17,12 @@ namespace {
 
 namespace proto = multiprocess_communication::proto;
 using socket::Socket;
-using socket::SocketEndpoint;
 using socket::ClosePolicy::Patient;
 
 constexpr unsigned int sizeBound = 65'536;
 constexpr unsigned int pollMilliseconds = 100;
 /// How many lists are under way at once: enough to keep both sides busy, less than any queue holds.
 constexpr int listsInFlight = 1'000;
-
-/// An endpoint in a private directory, as hosts use it.
-class PrivateEndpoint {
- public:
-  PrivateEndpoint() {
-    std::string path = (std::filesystem::temp_directory_path() / "socket_benchmark-XXXXXX").string();
-    if (::mkdtemp(path.data()) == nullptr) throw std::runtime_error("cannot make a directory for sockets");
-    directory_ = path;
-  }
-  ~PrivateEndpoint() { std::filesystem::remove_all(directory_); }
-  PrivateEndpoint(const PrivateEndpoint&) = delete;
-  PrivateEndpoint& operator=(const PrivateEndpoint&) = delete;
-
-  std::string text() const { return "ipc://" + (directory_ / "socket").string(); }
-  SocketEndpoint endpoint() const { return SocketEndpoint::FromString(text()); }
-
- private:
-  std::filesystem::path directory_;
-};
 
 /// Commands as they are sent: ids of 36 characters, five arguments, one of each carried type.
 proto::CommandMessageList typicalCommands(int count) {
@@ -223,11 +200,3 @@ BENCHMARK(publishBare)->Name("CommandLists/bare")->Arg(1)->Arg(100)->UseRealTime
 
 }  // namespace
 }  // namespace qor::bench
-
-int main(int argumentCount, char** arguments) {
-  benchmark::Initialize(&argumentCount, arguments);
-  if (benchmark::ReportUnrecognizedArguments(argumentCount, arguments)) return EXIT_FAILURE;
-  qor::bench::RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  return EXIT_SUCCESS;
-}

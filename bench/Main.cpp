@@ -1,0 +1,13 @@
+#include <benchmark/benchmark.h>
+
+#include <cstdlib>
+
+#include "bench/RatioReporter.h"
+
+int main(int argumentCount, char** arguments) {
+  benchmark::Initialize(&argumentCount, arguments);
+  if (benchmark::ReportUnrecognizedArguments(argumentCount, arguments)) return EXIT_FAILURE;
+  qor::bench::RatioReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  return EXIT_SUCCESS;
+}

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+
+namespace qor::utils {
+
+/// The time of day, and waiting for it: what everything that times out goes by. There is one real clock;
+/// tests of waiting classes bring their own, so that ten seconds take no time. Callable from any thread.
+class IClock {
+ public:
+  using TimePoint = std::chrono::system_clock::time_point;
+
+  virtual ~IClock() = default;
+  virtual TimePoint now() const = 0;
+  /// One wait on `changed`, whose mutex `lock` holds: until it is notified, or wakes up for no reason, or the
+  /// deadline has passed. True when it ended before the deadline.
+  virtual bool waitUntil(std::condition_variable& changed, std::unique_lock<std::mutex>& lock,
+                         TimePoint deadline) = 0;
+};
+
+/// The system's clock.
+std::shared_ptr<IClock> SystemClock();
+
+}  // namespace qor::utils

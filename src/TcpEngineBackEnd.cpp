@@ -1,0 +1,329 @@
+#include "TcpEngineBackEnd.h"
+
+#include <chrono>
+#include <exception>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+#include "qor/utils/Log.h"
+#include "tamb/LogContext.h"
+
+namespace qor::multiprocess_communication {
+
+namespace {
+
+using socket::Socket;
+using socket::SocketEndpoint;
+using socket::ZmqContextTerminationException;
+using utils::logDebug;
+using utils::logError;
+using utils::logInfo;
+using utils::logWarning;
+
+constexpr unsigned int pollMilliseconds = 100;
+constexpr unsigned int requestSizeBound = 65'536;
+/// A reply has to stay below the bound of the front end, 8 192 bytes: a long reason is better cut than lost.
+constexpr std::size_t longestErrorText = 8'000;
+constexpr unsigned int statusPeriodMilliseconds = 1'000;
+/// The front end sends a heartbeat about every second.
+constexpr std::chrono::milliseconds frontEndSilence{10'000};
+
+proto::EngineStatus_Status wireStatus(EngineStatus::EngineStatus status) {
+  switch (status) {
+    case EngineStatus::Running:
+      return proto::EngineStatus::Running;
+    case EngineStatus::Idle:
+      return proto::EngineStatus::Idle;
+    case EngineStatus::EndOfLife:
+      return proto::EngineStatus::EndOfLife;
+    case EngineStatus::Undefined:
+      break;
+  }
+  return proto::EngineStatus::Undefined;
+}
+
+void logChangeTo(EngineStatus::EngineStatus status) {
+  logDebug("TcpEngineBackEnd: Engine status change: " + EngineStatus::ToString(status));
+}
+
+void joinIfPresent(const std::shared_ptr<std::thread>& thread) {
+  if (thread) thread->join();
+}
+
+}  // namespace
+
+std::string EngineStatus::ToString(EngineStatus status) {
+  switch (status) {
+    case Running:
+      return "Running";
+    case Idle:
+      return "Idle";
+    case EndOfLife:
+      return "EndOfLife";
+    case Undefined:
+      break;
+  }
+  return "Undefined";
+}
+
+TcpEngineBackEnd::TcpEngineBackEnd(std::shared_ptr<tamb::IEngineFrontEnd> engine,
+                                   const SocketEndpoint& requestEndpoint,
+                                   const SocketEndpoint& statusEndpoint, std::shared_ptr<utils::IClock> clock)
+    : MessageFormatter("TcpEngineBackEnd"), clock_(std::move(clock)), engine_(std::move(engine)) {
+  statusPublicationThread_ = std::make_shared<std::thread>(
+      [this, statusEndpoint] { engineStatusPublicationThreadFunction(statusEndpoint); });
+  try {
+    commandReceptionThread_ = std::make_shared<std::thread>(
+        [this, requestEndpoint] { commandReceptionThreadFunction(requestEndpoint); });
+  } catch (...) {
+    stop();
+    throw;
+  }
+}
+
+TcpEngineBackEnd::~TcpEngineBackEnd() { stop(); }
+
+void TcpEngineBackEnd::stop() {
+  changeEngineStatus(EngineStatus::EndOfLife);
+  std::shared_ptr<std::thread> engineRunThread;
+  {
+    const std::lock_guard lock(engineRunMutex_);
+    stopCommandReception_ = true;
+    engineRunThread = engineRunThread_;
+  }
+  {
+    const std::lock_guard lock(statusMutex_);
+    stopStatusPublication_ = true;
+    // The thread may have published the end before it could see that it is to stop.
+    statusChanged_.notify_all();
+  }
+  joinIfPresent(engineRunThread);
+  joinIfPresent(statusPublicationThread_);
+  joinIfPresent(commandReceptionThread_);
+}
+
+void TcpEngineBackEnd::waitForFrontEndTermination() {
+  std::unique_lock lock(frontEndMutex_);
+  while (!frontEndTerminated_) {
+    const auto deadline = clock_->now() + frontEndSilence;
+    clock_->waitUntil(frontEndActivity_, lock, deadline);
+    if (clock_->now() >= deadline) {
+      logWarning(formatMessage("Engine backend left because of timeout on frontend heartbeat"));
+      return;
+    }
+  }
+}
+
+void TcpEngineBackEnd::changeEngineStatus(EngineStatus::EngineStatus status) {
+  logChangeTo(status);
+  engineStatus_ = status;
+  const std::lock_guard lock(statusMutex_);
+  statusChanged_.notify_all();
+}
+
+bool TcpEngineBackEnd::waitForEngineStatusChange(unsigned int milliseconds) {
+  std::unique_lock lock(statusMutex_);
+  // A change that came while the last status was being sent has notified nobody.
+  if (stopStatusPublication_ || engineStatus_ != publishedStatus_) return true;
+  return clock_->waitUntil(statusChanged_, lock, clock_->now() + std::chrono::milliseconds(milliseconds));
+}
+
+void TcpEngineBackEnd::engineRunThreadFunction() {
+  changeEngineStatus(EngineStatus::Running);
+  try {
+    engine_->Run();
+  } catch (const std::runtime_error& error) {
+    logError(formatMessage(std::string("TcpEngineBackEnd::engineRunThreadFunction failed running engine: ") +
+                           error.what()));
+  }
+  changeEngineStatus(EngineStatus::Idle);
+}
+
+void TcpEngineBackEnd::sendReply(Socket& socket, proto::EngineBackEndReply_ReplyType type,
+                                 const std::string& replyString, const std::string& errorString) {
+  Reply reply;
+  reply.set_type(type);
+  reply.set_replystring(replyString);
+  reply.set_errorstring(errorString.substr(0, longestErrorText));
+  try {
+    socket.sendProtoBuf(&reply);
+  } catch (const std::runtime_error& error) {
+    logError(formatMessage(std::string("Engine reply sending failed: ") + error.what()));
+  }
+}
+
+void TcpEngineBackEnd::dispatch(Socket& socket, const Request& request) {
+  // What could not be read has no type. It must not pass for the enumeration's default, which runs the
+  // engine.
+  if (!request.has_type()) return handleRequestError(socket);
+  switch (request.type()) {
+    case Request::Run:
+      return handleRunRequest(socket);
+    case Request::Ping:
+      return handlePingRequest(socket, request.timeoutmilliseconds());
+    case Request::RequestStart:
+      return;  // gets no reply
+    case Request::RequestStop:
+      return handleRequestStopRequest(socket);
+    case Request::FrontEndTermination:
+      return handleFrontEndTerminationRequest(socket);
+    case Request::HeartBeat:
+      return handleHeartBeatRequest(socket);
+    case Request::WaitForStop:  // the front end waits by itself
+      break;
+  }
+  handleRequestError(socket);
+}
+
+void TcpEngineBackEnd::handleRunRequest(Socket& socket) {
+  std::string failure;
+  try {
+    failure = startEngineRun();
+  } catch (const std::system_error& error) {
+    failure = error.what();  // there is no thread to be had
+  }
+  if (!failure.empty()) return sendReply(socket, Reply::Failure, "", formatMessage(failure));
+  sendReply(socket, Reply::Success, "", "");
+}
+
+std::string TcpEngineBackEnd::startEngineRun() {
+  if (!engine_) return "No engine";
+  const std::lock_guard lock(engineRunMutex_);
+  if (engineRunThread_) return "An engine run thread already exists";
+  // The destructor may have looked for a run thread to join already.
+  if (stopCommandReception_) return "Request error";
+  engineRunThread_ = std::make_shared<std::thread>([this] { engineRunThreadFunction(); });
+  return {};
+}
+
+template <class Call>
+void TcpEngineBackEnd::replyToEngineCall(Socket& socket, const Call& call) {
+  if (!engine_) return sendReply(socket, Reply::Failure, "", formatMessage("No engine"));
+  try {
+    call(*engine_);
+  } catch (const std::exception& error) {
+    return sendReply(socket, Reply::Failure, "", error.what());
+  } catch (...) {
+    return sendReply(socket, Reply::Failure, "", formatMessage("Unknown failure"));
+  }
+  sendReply(socket, Reply::Success, "", "");
+}
+
+void TcpEngineBackEnd::handlePingRequest(Socket& socket, unsigned int timeOutMilliseconds) {
+  replyToEngineCall(socket, [&](tamb::IEngineFrontEnd& engine) { engine.Ping(timeOutMilliseconds); });
+}
+
+void TcpEngineBackEnd::handleRequestStopRequest(Socket& socket) {
+  replyToEngineCall(socket, [](tamb::IEngineFrontEnd& engine) { engine.RequestStop(); });
+}
+
+void TcpEngineBackEnd::handleFrontEndTerminationRequest(Socket& socket) {
+  sendReply(socket, Reply::Success, "", "");
+  const std::lock_guard lock(frontEndMutex_);
+  frontEndTerminated_ = true;
+  frontEndActivity_.notify_all();
+}
+
+void TcpEngineBackEnd::handleHeartBeatRequest(Socket& socket) { sendReply(socket, Reply::Success, "", ""); }
+
+void TcpEngineBackEnd::handleRequestError(Socket& socket) {
+  sendReply(socket, Reply::Failure, "", formatMessage("Request error"));
+}
+
+void TcpEngineBackEnd::commandReceptionThreadFunction(const SocketEndpoint& endpoint) {
+  Socket socket("TcpEngineBackEndCommandListenSocket", socket::ClosePolicy::Patient);
+  try {
+    socket.createAndConnect(socket::Protocol::Replier, endpoint, 0);
+  } catch (const std::runtime_error& error) {
+    return logError(
+        formatMessage(std::string("commandListenThreadFunction: failed binding socket: ") + error.what()));
+  } catch (const ZmqContextTerminationException& termination) {
+    return logInfo(formatMessage(termination.what()));
+  }
+  if (!engine_) return logError("commandListenThreadFunction: Invalid engine, cannot proceed");
+  tamb::DefineContextEngine_deprecated(engine_->GetWorkflowManagerId(), engine_->GetEngineId(), nullptr, {},
+                                       {}, {}, {}, {});
+  try {
+    receptionLoop(socket);
+  } catch (const ZmqContextTerminationException& termination) {
+    logInfo(formatMessage(termination.what()));
+  }
+}
+
+void TcpEngineBackEnd::receptionLoop(Socket& socket) {
+  Request request;
+  while (!stopCommandReception_) {
+    std::string errorText;
+    int polled = -1;
+    try {
+      polled = socket.poll(pollMilliseconds, errorText);
+    } catch (const std::runtime_error& error) {
+      errorText = error.what();
+    }
+    if (polled == 0) {
+      receiveAndDispatch(socket, request);
+    } else if (polled != 1) {
+      logError(formatMessage("Poll error receiving frontend request: " + errorText));
+    }
+  }
+}
+
+void TcpEngineBackEnd::receiveAndDispatch(Socket& socket, Request& request) {
+  try {
+    socket.receiveProtoBuf(&request, requestSizeBound);
+    dispatch(socket, request);
+  } catch (const ZmqContextTerminationException& termination) {
+    logError(formatMessage(std::string("Aborting command reception: ") + termination.what()));
+    stopCommandReception_ = true;
+  } catch (const std::runtime_error& error) {
+    logError(formatMessage(std::string("Failed receiving frontend command: ") + error.what()));
+  }
+  const std::lock_guard lock(frontEndMutex_);
+  frontEndActivity_.notify_all();
+}
+
+void TcpEngineBackEnd::engineStatusPublicationThreadFunction(const SocketEndpoint& endpoint) {
+  Socket socket("TcpEngineBackEndStatusPublicationSocket", socket::ClosePolicy::Newest);
+  try {
+    socket.createAndConnect(socket::Protocol::Publisher, endpoint, 0);
+  } catch (const std::runtime_error& error) {
+    return logError(formatMessage(std::string("statusPublicationThreadFunction: failed binding socket: ") +
+                                  error.what()));
+  } catch (const ZmqContextTerminationException& termination) {
+    return logError(formatMessage(std::string("Aborting TCP engine backend: ") + termination.what()));
+  }
+  if (!engine_) return logError(formatMessage("statusPublicationThreadFunction: No engine"));
+  // A request may have got ahead of us, and the engine be running.
+  auto expected = EngineStatus::Undefined;
+  if (engineStatus_.compare_exchange_strong(expected, EngineStatus::Idle)) logChangeTo(EngineStatus::Idle);
+  try {
+    publicationLoop(socket);
+  } catch (const ZmqContextTerminationException& termination) {
+    logError(formatMessage(std::string("Aborting TCP engine backend: ") + termination.what()));
+    stopStatusPublication_ = true;
+  }
+}
+
+void TcpEngineBackEnd::publicationLoop(Socket& socket) {
+  proto::EngineStatus message;
+  for (bool isFirst = true; !stopStatusPublication_; isFirst = false) {
+    if (!isFirst) waitForEngineStatusChange(statusPeriodMilliseconds);
+    publishStatus(socket, message, engineStatus_);
+  }
+  // The end may have come while another status was being sent, or the engine's run have ended right after it.
+  if (publishedStatus_ != EngineStatus::EndOfLife) publishStatus(socket, message, EngineStatus::EndOfLife);
+}
+
+void TcpEngineBackEnd::publishStatus(Socket& socket, proto::EngineStatus& message,
+                                     EngineStatus::EngineStatus status) {
+  publishedStatus_ = status;
+  message.set_status(wireStatus(status));
+  try {
+    socket.sendProtoBuf(&message);
+  } catch (const std::runtime_error& error) {
+    logError(formatMessage("Failed sending status on :" + socket.debugString() + ": " + error.what()));
+  }
+}
+
+}  // namespace qor::multiprocess_communication

@@ -1,0 +1,104 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "TcpEngine.pb.h"
+#include "qor/socket/Socket.h"
+#include "qor/utils/Clock.h"
+#include "qor/utils/MessageFormatter.h"
+#include "tamb/IEngineFrontEnd.h"
+
+namespace qor::multiprocess_communication {
+
+namespace EngineStatus {
+
+/// What an engine process says of its engine; numbered as the wire's enumeration.
+enum EngineStatus : int {
+  Undefined = 0,
+  Running = 1,
+  Idle = 2,
+  EndOfLife = 3,
+};
+
+/// The enumerator's name; "Undefined" for any other value.
+std::string ToString(EngineStatus status);
+
+}  // namespace EngineStatus
+
+/// Makes a local engine controllable from another process: answers control requests on one socket, publishes
+/// the engine's status on another, runs the engine on a thread of its own, and tells the engine process when
+/// its controller has gone.
+///
+/// Requests are served one at a time, in the order in which they arrive, on the command reception thread; it
+/// also makes every call into the engine but Run, which has the engine run thread. The status publication
+/// thread publishes at once, on every change and at least once a second.
+class TcpEngineBackEnd final : public utils::MessageFormatter {
+ public:
+  /// Returns at once: the sockets are bound on the threads. Without an engine both threads end at their
+  /// start.
+  TcpEngineBackEnd(std::shared_ptr<tamb::IEngineFrontEnd> engine,
+                   const socket::SocketEndpoint& requestEndpoint,
+                   const socket::SocketEndpoint& statusEndpoint,
+                   std::shared_ptr<utils::IClock> clock = utils::SystemClock());
+  /// Publishes EndOfLife and joins the threads. Waits for the engine's Run to return: the engine has to have
+  /// been asked to stop.
+  ~TcpEngineBackEnd();
+  TcpEngineBackEnd(const TcpEngineBackEnd&) = delete;
+  TcpEngineBackEnd& operator=(const TcpEngineBackEnd&) = delete;
+
+  /// Blocks until the front end has said that it goes, or has been silent for 10 s. Any thread.
+  void waitForFrontEndTermination();
+
+ private:
+  using Request = proto::EngineFrontEndRequest;
+  using Reply = proto::EngineBackEndReply;
+
+  void changeEngineStatus(EngineStatus::EngineStatus status);
+  bool waitForEngineStatusChange(unsigned int milliseconds);
+  void publishStatus(socket::Socket& socket, proto::EngineStatus& message, EngineStatus::EngineStatus status);
+
+  void dispatch(socket::Socket& socket, const Request& request);
+  void sendReply(socket::Socket& socket, proto::EngineBackEndReply_ReplyType type,
+                 const std::string& replyString, const std::string& errorString);
+  void handleRunRequest(socket::Socket& socket);
+  void handlePingRequest(socket::Socket& socket, unsigned int timeOutMilliseconds);
+  void handleRequestStopRequest(socket::Socket& socket);
+  void handleFrontEndTerminationRequest(socket::Socket& socket);
+  void handleHeartBeatRequest(socket::Socket& socket);
+  void handleRequestError(socket::Socket& socket);
+  template <class Call>
+  void replyToEngineCall(socket::Socket& socket, const Call& call);
+  /// The reason why no run was started; empty when one was.
+  std::string startEngineRun();
+
+  void engineRunThreadFunction();
+  void commandReceptionThreadFunction(const socket::SocketEndpoint& endpoint);
+  void receptionLoop(socket::Socket& socket);
+  void receiveAndDispatch(socket::Socket& socket, Request& request);
+  void engineStatusPublicationThreadFunction(const socket::SocketEndpoint& endpoint);
+  void publicationLoop(socket::Socket& socket);
+  void stop();
+
+  const std::shared_ptr<utils::IClock> clock_;
+  const std::shared_ptr<tamb::IEngineFrontEnd> engine_;
+  std::shared_ptr<std::thread> commandReceptionThread_;
+  std::atomic<bool> stopCommandReception_{false};
+  std::shared_ptr<std::thread> statusPublicationThread_;
+  std::atomic<bool> stopStatusPublication_{false};
+  std::mutex engineRunMutex_;  ///< guards the pointer to the thread, and that none is started after the stop
+  std::shared_ptr<std::thread> engineRunThread_;
+  std::mutex statusMutex_;
+  std::condition_variable statusChanged_;
+  std::atomic<EngineStatus::EngineStatus> engineStatus_{EngineStatus::Undefined};
+  EngineStatus::EngineStatus publishedStatus_ = EngineStatus::Undefined;  ///< the publication thread's
+  std::mutex frontEndMutex_;
+  std::condition_variable frontEndActivity_;
+  std::atomic<bool> frontEndTerminated_{false};
+};
+
+}  // namespace qor::multiprocess_communication

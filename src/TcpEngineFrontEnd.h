@@ -1,0 +1,107 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "Checks.h"
+#include "TcpEngine.pb.h"
+#include "TcpEngineBackEnd.h"
+#include "qor/socket/Socket.h"
+#include "qor/utils/Clock.h"
+#include "qor/utils/MessageFormatter.h"
+#include "tamb/IEngineFrontEnd.h"
+
+namespace qor::multiprocess_communication {
+
+/// Drives an engine in another process, through the TcpEngineBackEnd there, as if it were a local one. It
+/// sends a heartbeat about once a second, and says goodbye when it is destroyed.
+///
+/// Three threads meet here: the host's; the heartbeat thread, which shares the command socket with it, one
+/// whole exchange at a time; and the status reception thread. A call that makes an exchange blocks as long as
+/// the back end takes to answer; a peer that has died or frozen is noticed by the socket.
+class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFormatter {
+ public:
+  explicit TcpEngineFrontEnd(std::shared_ptr<utils::IClock> clock = utils::SystemClock());
+  /// Sends the termination request and joins the threads. Bounded: under 2 s with a dead peer.
+  ~TcpEngineFrontEnd() override;
+  TcpEngineFrontEnd(const TcpEngineFrontEnd&) = delete;
+  TcpEngineFrontEnd& operator=(const TcpEngineFrontEnd&) = delete;
+
+  /// The two string parameters that SetInitConfig reads.
+  static std::shared_ptr<const tamb::IParametersCollectionPrototype> GetParametersCollectionPrototype();
+  static std::shared_ptr<const tamb::IParametersCollectionInstance> GenerateConfig(
+      const std::string& requestEndpoint, const std::string& statusEndpoint);
+  static std::shared_ptr<const tamb::IParametersCollectionInstance> GenerateConfig(
+      const socket::SocketEndpoint& requestEndpoint, const socket::SocketEndpoint& statusEndpoint);
+
+  /// Always the status of value 0: the remote status is not reported here.
+  tamb::EngineStatus GetStatus() const override;
+  /// Always empty.
+  std::string GetLastErrorMessage() const override;
+  /// Always throws TAMBRuntimeError.
+  tamb::TimeInfo GetCurrentTimeInfo(const std::string& name) const override;
+  /// Connects to the back end, within 30 s, and starts the threads; those of an earlier configuration are
+  /// stopped first. Throws TAMBRuntimeError for a missing key and std::runtime_error of the socket.
+  void SetInitConfig(std::shared_ptr<const tamb::IParametersCollectionInstance> config) override;
+  /// These seven do nothing: what an engine is made of does not cross the process boundary.
+  void AddEngineDescription(std::shared_ptr<tamb::IEngineDescription> description) override;
+  void AddInputEndpoint(std::string name, std::shared_ptr<tamb::IInputEndpoint> endpoint) override;
+  void AddOutputEndpoint(std::string name, std::shared_ptr<tamb::IOutputEndpoint> endpoint) override;
+  void AddAllocator(std::string name, std::shared_ptr<tamb::IMemoryBlockAllocator> allocator) override;
+  void AddClock(std::string name, std::shared_ptr<tamb::IMediaClock> clock) override;
+  void AddLogger(std::string name, std::shared_ptr<tamb::ILogger> logger) override;
+  void AddBenchmarker(std::string name, void* benchmarker) override;
+  /// Blocks while the remote engine runs. A refused or failed request is logged, and Run returns; throws
+  /// TAMBRuntimeError when the engine does not run within 2 s.
+  void Run() override;
+  /// Failures are logged.
+  void Ping(unsigned int timeOutMilliseconds) override;
+  /// Failures are logged.
+  void RequestStop() override;
+  /// Waits, in slices of 1 s, until the remote engine is not running; throws TAMBRuntimeError once more time
+  /// than `timeOutMilliseconds` has passed.
+  void WaitForStop(unsigned int timeOutMilliseconds) override;
+  void SetWorkflowManagerId(std::string id) override;
+  void SetEngineId(unsigned int id) override;
+  std::string GetWorkflowManagerId() const override;
+  unsigned int GetEngineId() const override;
+  /// Logs that it cannot be used.
+  void SetNotificationHubBackEnd(std::shared_ptr<tamb::INotificationHubBackEnd> hub) override;
+
+ private:
+  using Request = proto::EngineFrontEndRequest;
+  using Reply = proto::EngineBackEndReply;
+
+  std::string sendRequestGetReply(proto::EngineFrontEndRequest_RequestType type,
+                                  unsigned int timeOutMilliseconds);
+  std::string resultOf(const Reply& reply) const;
+  bool waitForEngineStatusChange(unsigned int milliseconds, EngineStatus::EngineStatus seen);
+  void reset();
+  void engineStatusReceptionThreadFunction(const socket::SocketEndpoint& endpoint);
+  void receiveStatus(socket::Socket& socket, proto::EngineStatus& message);
+  void heartBeatThreadFunction();
+  void sleepUntilNextHeartBeat();
+  void logFailedExchange(const char* what, const std::exception& error) const;
+  Checks checks() const;
+
+  const std::shared_ptr<utils::IClock> clock_;
+  std::shared_ptr<std::thread> statusReceptionThread_;
+  std::atomic<bool> stopStatusReception_{false};
+  std::mutex requestMutex_;  ///< held for a whole exchange on the command socket
+  socket::Socket commandSocket_;
+  std::shared_ptr<std::thread> heartBeatThread_;
+  std::atomic<bool> stopHeartBeat_{false};
+  std::mutex heartBeatMutex_;  ///< with the condition: lets reset() end the sleep between two heartbeats
+  std::condition_variable heartBeatStopped_;
+  std::mutex statusMutex_;
+  std::condition_variable statusChanged_;
+  std::atomic<EngineStatus::EngineStatus> remoteEngineStatus_{EngineStatus::Undefined};
+  unsigned int engineId_ = 0;
+  std::string workflowManagerId_;
+};
+
+}  // namespace qor::multiprocess_communication

@@ -1,0 +1,79 @@
+#pragma once
+
+#include <sys/prctl.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <exception>
+#include <functional>
+#include <iostream>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "runtime/tamb/ConsoleLoggerWriter.h"
+#include "runtime/tamb/CurrentLoggerWriter.h"
+
+namespace qor::test {
+
+/// What the programs that a test drives share: lines in, events out, and calls that go on beside each other.
+/// Log records go to the standard error stream.
+class DrivenProgram {
+ public:
+  DrivenProgram() {
+    // Whoever drives the program may be killed, and may have frozen the program before.
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    tamb::SetCurrentLoggerWriter(std::make_shared<tamb::ConsoleLoggerWriter>());
+  }
+  DrivenProgram(const DrivenProgram&) = delete;
+  DrivenProgram& operator=(const DrivenProgram&) = delete;
+  ~DrivenProgram() { joinCalls(); }
+
+  /// One event, as one line of the standard output. Any thread.
+  void say(std::string event) {
+    std::replace(event.begin(), event.end(), '\n', ' ');
+    const std::lock_guard lock(outputMutex_);
+    std::cout << event << std::endl;
+  }
+
+  /// Makes the call on a thread of its own, and says how it went: "NAME returned after MS" or "NAME threw
+  /// after MS: TEXT".
+  void start(const std::string& name, std::function<void()> call) {
+    calls_.emplace_back([this, name, call = std::move(call)] {
+      const auto begin = std::chrono::steady_clock::now();
+      const auto elapsed = [begin] {
+        const auto time = std::chrono::steady_clock::now() - begin;
+        return std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(time).count());
+      };
+      try {
+        call();
+        say(name + " returned after " + elapsed());
+      } catch (const std::exception& error) {
+        say(name + " threw after " + elapsed() + ": " + error.what());
+      }
+    });
+  }
+
+  void joinCalls() {
+    for (std::thread& call : calls_) call.join();
+    calls_.clear();
+  }
+
+  /// The next line; false when it says "quit". A standard input that ends without saying so belonged to a
+  /// driver that is no more, and ends the program there and then.
+  static bool nextLine(std::string& line) {
+    if (!std::getline(std::cin, line)) std::_Exit(3);
+    return line != "quit";
+  }
+
+ private:
+  std::mutex outputMutex_;
+  std::vector<std::thread> calls_;
+};
+
+}  // namespace qor::test

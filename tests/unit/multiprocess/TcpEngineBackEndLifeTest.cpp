@@ -1,0 +1,333 @@
+#include <thread>
+
+#include "tests/unit/multiprocess/BackEndTest.h"
+
+namespace qor::multiprocess_communication {
+namespace {
+
+using std::chrono::milliseconds;
+using tamb::LogLevel;
+using test::BackgroundCall;
+using testing::ElementsAre;
+
+constexpr milliseconds statusPeriod{1'000};
+constexpr milliseconds silence{10'000};
+
+TEST(EngineStatusNames, AreThoseOfTheEnumeratorsAndUndefinedForAnyOtherValue) {
+  EXPECT_EQ(EngineStatus::ToString(EngineStatus::Undefined), "Undefined");
+  EXPECT_EQ(EngineStatus::ToString(EngineStatus::Running), "Running");
+  EXPECT_EQ(EngineStatus::ToString(EngineStatus::Idle), "Idle");
+  EXPECT_EQ(EngineStatus::ToString(EngineStatus::EndOfLife), "EndOfLife");
+  EXPECT_EQ(EngineStatus::ToString(static_cast<EngineStatus::EngineStatus>(4)), "Undefined");
+  EXPECT_EQ(EngineStatus::ToString(static_cast<EngineStatus::EngineStatus>(-1)), "Undefined");
+}
+
+TEST(EngineStatusNames, StandForTheNumbersOfTheWire) {
+  EXPECT_EQ(static_cast<int>(EngineStatus::Undefined), static_cast<int>(proto::EngineStatus::Undefined));
+  EXPECT_EQ(static_cast<int>(EngineStatus::Running), static_cast<int>(proto::EngineStatus::Running));
+  EXPECT_EQ(static_cast<int>(EngineStatus::Idle), static_cast<int>(proto::EngineStatus::Idle));
+  EXPECT_EQ(static_cast<int>(EngineStatus::EndOfLife), static_cast<int>(proto::EngineStatus::EndOfLife));
+}
+
+/// What the back end publishes, and when.
+class TcpEngineBackEndStatus : public BackEndTest {
+ protected:
+  /// Lets time pass once the publication thread waits for it.
+  void pass(milliseconds time) {
+    ASSERT_TRUE(clock_->waitForWaitOf(statusPeriod));
+    clock_->advance(time);
+  }
+};
+
+TEST_F(TcpEngineBackEndStatus, IsPublishedAtOnceAndThenOnEveryChangeWithoutWaitingForThePeriod) {
+  listen();
+  start();
+  EXPECT_EQ(nextStatus(), "Idle");
+  EXPECT_EQ(replyTo(Request::Run), success);
+  EXPECT_EQ(nextStatus(), "Running");
+  engine_->finish();
+  EXPECT_EQ(nextStatus(), "Idle");
+  EXPECT_TRUE(statusesUntilNow().empty());
+}
+
+TEST_F(TcpEngineBackEndStatus, IsPublishedAgainAfterThePeriodAndNotBefore) {
+  listen();
+  start();
+  EXPECT_EQ(nextStatus(), "Idle");
+  pass(milliseconds(999));
+  EXPECT_TRUE(clock_->waitForWaitOf(milliseconds(1)));
+  EXPECT_TRUE(statusesUntilNow().empty());
+  clock_->advance(milliseconds(1));
+  EXPECT_EQ(nextStatus(), "Idle");
+  pass(statusPeriod);
+  EXPECT_EQ(nextStatus(), "Idle");
+}
+
+TEST_F(TcpEngineBackEndStatus, EndsWithEndOfLife) {
+  listen();
+  start();
+  EXPECT_EQ(nextStatus(), "Idle");
+  stop();
+  const auto statuses = statusesUntilNow();
+  ASSERT_FALSE(statuses.empty());
+  EXPECT_EQ(statuses.back(), "EndOfLife");
+}
+
+TEST_F(TcpEngineBackEndStatus, EndsWithEndOfLifeHoweverTheEndMeetsTheEngineAndThePublication) {
+  for (int i = 0; i < 60; ++i) {
+    engine_ = std::make_shared<test::FakeEngine>();
+    listen();
+    start();
+    EXPECT_EQ(nextStatus(), "Idle");
+    if (i % 2 == 0) {
+      EXPECT_EQ(replyTo(Request::Run), success);
+    }
+    stop();
+    const auto statuses = statusesUntilNow();
+    ASSERT_FALSE(statuses.empty());
+    ASSERT_EQ(statuses.back(), "EndOfLife") << "in round " << i;
+    listener_.close();
+  }
+}
+
+TEST_F(TcpEngineBackEndStatus, IsIdleAgainAfterARunThatFailsAndTheFailureIsLogged) {
+  engine_->onRun = [] { throw std::runtime_error("no fuel"); };
+  listen();
+  start();
+  EXPECT_EQ(nextStatus(), "Idle");
+  EXPECT_EQ(replyTo(Request::Run), success);
+  expectLogged(LogLevel::Error,
+               "TcpEngineBackEnd: TcpEngineBackEnd::engineRunThreadFunction failed running engine: no fuel");
+  ASSERT_TRUE(log_.waitFor("Engine status change: Idle", 2));
+  ASSERT_TRUE(clock_->waitForWaitOf(statusPeriod));
+  pass(statusPeriod);
+  // So short a run may have passed between two publications.
+  for (auto published = nextStatus(); published != "Idle"; published = nextStatus()) {
+    ASSERT_EQ(published, "Running");
+  }
+  EXPECT_EQ(replyTo(Request::HeartBeat), success);
+}
+
+TEST_F(TcpEngineBackEndStatus,
+       OfAnEngineThatIsStartedWhileTheStatusSocketIsBeingBoundBecomesAndStaysRunning) {
+  for (int i = 0; i < 60; ++i) {
+    engine_ = std::make_shared<test::FakeEngine>();
+    listen();
+    construct();
+    ASSERT_TRUE(socket::memory::waitUntilOpen(requests));
+    EXPECT_EQ(replyTo(Request::Run), success);
+    auto published = nextStatus();
+    if (published == "Idle") published = nextStatus();
+    ASSERT_EQ(published, "Running") << "in round " << i;
+    ASSERT_TRUE(clock_->waitForWaitOf(statusPeriod));
+    EXPECT_TRUE(statusesUntilNow().empty());
+    stop();
+    listener_.close();
+  }
+}
+
+TEST_F(TcpEngineBackEndStatus, OfAnEngineThatRunsIsNotTouchedByABindThatFails) {
+  socket::memory::failNext(status, Operation::Open, Failure::RuntimeError, "the address is taken");
+  construct();
+  ASSERT_TRUE(socket::memory::waitUntilOpen(requests));
+  EXPECT_EQ(replyTo(Request::Run), success);
+  ASSERT_TRUE(engine_->waitUntilRunning());
+  ASSERT_TRUE(log_.waitFor("failed binding socket"));
+  EXPECT_EQ(log_.recordsWith("Engine status change").size(), 1U);
+}
+
+TEST_F(TcpEngineBackEndStatus, ChangesAreLoggedForDebuggingInOrderAndBare) {
+  listen();
+  start();
+  EXPECT_EQ(nextStatus(), "Idle");
+  EXPECT_EQ(replyTo(Request::Run), success);
+  EXPECT_EQ(nextStatus(), "Running");
+  engine_->finish();
+  EXPECT_EQ(nextStatus(), "Idle");
+  stop();
+  std::vector<std::string> messages;
+  for (const auto& record : log_.recordsWith("Engine status change")) {
+    EXPECT_EQ(record.level, LogLevel::Debug);
+    messages.push_back(record.message);
+  }
+  EXPECT_THAT(messages, ElementsAre("TcpEngineBackEnd: Engine status change: Idle",
+                                    "TcpEngineBackEnd: Engine status change: Running",
+                                    "TcpEngineBackEnd: Engine status change: Idle",
+                                    "TcpEngineBackEnd: Engine status change: EndOfLife"));
+}
+
+TEST_F(TcpEngineBackEndStatus, AFailedBindIsLoggedAndLeavesTheRequestsGoing) {
+  socket::memory::failNext(status, Operation::Open, Failure::RuntimeError, "the address is taken");
+  construct();
+  expectLogged(
+      LogLevel::Error,
+      "TcpEngineBackEnd: statusPublicationThreadFunction: failed binding socket: the address is taken");
+  ASSERT_TRUE(socket::memory::waitUntilOpen(requests));
+  EXPECT_EQ(replyTo(Request::Run), success);
+  EXPECT_TRUE(engine_->waitUntilRunning());
+  EXPECT_TRUE(log_.recordsWith("Engine status change: Idle").empty());
+}
+
+TEST_F(TcpEngineBackEndStatus, ContextTerminationDuringTheBindEndsTheThreadAndNothingElse) {
+  socket::memory::failNext(status, Operation::Open, Failure::ContextTermination, "the end");
+  construct();
+  expectLogged(LogLevel::Error, "TcpEngineBackEnd: Aborting TCP engine backend: the end");
+  ASSERT_TRUE(socket::memory::waitUntilOpen(requests));
+  EXPECT_EQ(replyTo(Request::HeartBeat), success);
+}
+
+TEST_F(TcpEngineBackEndStatus, AFailedSendIsLoggedWithTheSocketAndThePublicationGoesOn) {
+  listen();
+  start();
+  EXPECT_EQ(nextStatus(), "Idle");
+  socket::memory::failNext(status, Operation::Send, Failure::RuntimeError, "the wire is cut");
+  pass(statusPeriod);
+  expectLogged(
+      LogLevel::Error,
+      "TcpEngineBackEnd: Failed sending status on :TcpEngineBackEndStatusPublicationSocket (Publisher "
+      "inproc://engine-status): the wire is cut");
+  pass(statusPeriod);
+  EXPECT_EQ(nextStatus(), "Idle");
+}
+
+TEST_F(TcpEngineBackEndStatus, ContextTerminationInASendEndsThePublicationAlone) {
+  listen();
+  start();
+  EXPECT_EQ(nextStatus(), "Idle");
+  socket::memory::failNext(status, Operation::Send, Failure::ContextTermination, "the end");
+  pass(statusPeriod);
+  expectLogged(LogLevel::Error, "TcpEngineBackEnd: Aborting TCP engine backend: the end");
+  EXPECT_TRUE(socket::memory::waitUntilClosed(status));
+  EXPECT_EQ(replyTo(Request::HeartBeat), success);
+}
+
+/// Whether the front end is still there.
+class TcpEngineBackEndSupervision : public BackEndTest {
+ protected:
+  static constexpr const char* warning =
+      "TcpEngineBackEnd: Engine backend left because of timeout on frontend heartbeat";
+};
+
+TEST_F(TcpEngineBackEndSupervision, EndsAtOnceAfterATerminationRequestThatCameBefore) {
+  start();
+  EXPECT_EQ(replyTo(Request::FrontEndTermination), success);
+  // The reply leaves before the request takes effect; the next one is served after that.
+  EXPECT_EQ(replyTo(Request::HeartBeat), success);
+  BackgroundCall waiting([&] { backEnd_->waitForFrontEndTermination(); });
+  EXPECT_TRUE(waiting.endsWithin(patience));
+  EXPECT_TRUE(log_.recordsWith("heartbeat").empty());
+}
+
+TEST_F(TcpEngineBackEndSupervision, EndsWithATerminationRequest) {
+  start();
+  BackgroundCall waiting([&] { backEnd_->waitForFrontEndTermination(); });
+  ASSERT_TRUE(clock_->waitForWaitOf(silence));
+  EXPECT_EQ(replyTo(Request::FrontEndTermination), success);
+  EXPECT_TRUE(waiting.endsWithin(patience));
+  EXPECT_TRUE(log_.recordsWith("heartbeat").empty());
+}
+
+TEST_F(TcpEngineBackEndSupervision, EndsWithAWarningAfterTenSecondsOfSilenceAndNotBefore) {
+  start();
+  BackgroundCall waiting([&] { backEnd_->waitForFrontEndTermination(); });
+  ASSERT_TRUE(clock_->waitForWaitOf(silence));
+  clock_->advance(milliseconds(9'999));
+  EXPECT_FALSE(waiting.endsWithin(milliseconds(50)));
+  clock_->advance(milliseconds(1));
+  EXPECT_TRUE(waiting.endsWithin(patience));
+  expectLogged(LogLevel::Warning, warning);
+}
+
+TEST_F(TcpEngineBackEndSupervision, BeginsAnewWithEveryRequestWhateverItIs) {
+  start();
+  BackgroundCall waiting([&] { backEnd_->waitForFrontEndTermination(); });
+  const std::string unknown("\x08\x63", 2);
+  std::vector<std::future<std::string>> unanswered;
+  for (const std::string& bytes :
+       {encoded(Request::HeartBeat), encoded(Request::RequestStart), encoded(Request::Ping), unknown,
+        encoded(Request::WaitForStop), encoded(Request::RequestStop), encoded(Request::Run)}) {
+    ASSERT_TRUE(clock_->waitForWaitOf(silence)) << "the period did not begin anew";
+    clock_->advance(milliseconds(9'000));
+    unanswered.push_back(socket::memory::request(requests, bytes));
+  }
+  ASSERT_TRUE(clock_->waitForWaitOf(silence));
+  clock_->advance(silence);
+  EXPECT_TRUE(waiting.endsWithin(patience));
+  expectLogged(LogLevel::Warning, warning);
+}
+
+TEST_F(TcpEngineBackEndSupervision, BeginsAnewWithARequestThatCouldNotBeReceived) {
+  start();
+  BackgroundCall waiting([&] { backEnd_->waitForFrontEndTermination(); });
+  ASSERT_TRUE(clock_->waitForWaitOf(silence));
+  clock_->advance(milliseconds(9'000));
+  socket::memory::failNext(requests, Operation::Receive, Failure::ContextTermination, "the end");
+  auto unanswered = send(Request::HeartBeat);
+  EXPECT_TRUE(clock_->waitForWaitOf(silence));
+  clock_->advance(silence);
+  EXPECT_TRUE(waiting.endsWithin(patience));
+}
+
+/// How it ends.
+class TcpEngineBackEndDestruction : public BackEndTest {};
+
+TEST_F(TcpEngineBackEndDestruction, WaitsForTheRunOfTheEngine) {
+  start();
+  EXPECT_EQ(replyTo(Request::Run), success);
+  ASSERT_TRUE(engine_->waitUntilRunning());
+  BackgroundCall destroying([&] { backEnd_.reset(); });
+  EXPECT_TRUE(destroying.waitUntilBlocked());
+  engine_->finish();
+  EXPECT_TRUE(destroying.endsWithin(patience));
+}
+
+TEST_F(TcpEngineBackEndDestruction, ReleasesTheEngine) {
+  start();
+  const std::weak_ptr<test::FakeEngine> engine = engine_;
+  stop();
+  engine_.reset();
+  EXPECT_TRUE(engine.expired());
+}
+
+TEST_F(TcpEngineBackEndDestruction, RightAfterTheConstructionNeedsNoTime) {
+  for (int i = 0; i < 60; ++i) {
+    construct();
+    BackgroundCall destroying([&] { backEnd_.reset(); });
+    ASSERT_TRUE(destroying.endsWithin(patience)) << "in round " << i;
+  }
+}
+
+TEST_F(TcpEngineBackEndDestruction, MeetsARunRequestAndLeavesNoRunBehind) {
+  for (int i = 0; i < 60; ++i) {
+    engine_ = std::make_shared<test::FakeEngine>();
+    engine_->finish();
+    std::atomic<bool> destroyed = false;
+    std::atomic<int> lateRuns = 0;
+    engine_->onRun = [&] {
+      std::this_thread::yield();
+      if (destroyed) ++lateRuns;
+    };
+    start();
+    auto reply = send(Request::Run);
+    for (int spins = 0; spins < i % 20; ++spins) std::this_thread::yield();
+    backEnd_.reset();
+    destroyed = true;
+    // Whatever the request met: an accepted run has ended, and a refused one never begins.
+    const auto answer = inWords(std::move(reply));
+    EXPECT_EQ(engine_->runs(), answer == success ? 1 : 0) << answer;
+    EXPECT_EQ(lateRuns, 0);
+    EXPECT_EQ(engine_.use_count(), 1);
+  }
+}
+
+TEST_F(TcpEngineBackEndDestruction, AfterAContextShutDownNeitherHangsNorThrows) {
+  start();
+  EXPECT_EQ(replyTo(Request::Run), success);
+  ASSERT_TRUE(engine_->waitUntilRunning());
+  socket::shutDownContext();
+  BackgroundCall destroying([&] { stop(); });
+  EXPECT_TRUE(destroying.endsWithin(patience));
+}
+
+}  // namespace
+}  // namespace qor::multiprocess_communication

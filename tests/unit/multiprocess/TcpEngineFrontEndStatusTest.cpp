@@ -1,0 +1,286 @@
+#include "tamb/TAMBRuntimeError.h"
+#include "tests/unit/multiprocess/FrontEndTest.h"
+
+namespace qor::multiprocess_communication {
+namespace {
+
+using test::BackgroundCall;
+
+constexpr std::chrono::milliseconds slice{1'000};
+constexpr std::chrono::milliseconds timeToStart{2'000};
+
+/// Its calls that follow the remote status.
+class TcpEngineFrontEndWaits : public FrontEndTest {
+ protected:
+  void SetUp() override { connectWithoutHeartBeat(); }
+
+  /// The failure of a call; empty when it returns.
+  template <class Call>
+  static auto inBackground(Call call) {
+    return [call]() -> std::string {
+      try {
+        call();
+        return {};
+      } catch (const tamb::TAMBRuntimeError& error) {
+        return error.what();
+      }
+    };
+  }
+  auto waitingForStop(unsigned int timeOut) {
+    return inBackground([this, timeOut] { frontEnd_->WaitForStop(timeOut); });
+  }
+  auto running() {
+    return inBackground([this] { frontEnd_->Run(); });
+  }
+};
+
+TEST_F(TcpEngineFrontEndWaits, RunFailsWhenTheEngineDoesNotRunWithinTwoSeconds) {
+  publish(proto::EngineStatus::Idle);
+  BackgroundCall run(running());
+  ASSERT_TRUE(clock_->waitForWaitOf(timeToStart));
+  clock_->advance(milliseconds(1'999));
+  EXPECT_FALSE(run.endsWithin(milliseconds(50)));
+  clock_->advance(milliseconds(1));
+  const std::string message =
+      "[TcpEngineFrontEnd: Run: Remote engine not switching to Running state] [ Condition is not true ]";
+  EXPECT_EQ(run.get(), message);
+  expectLogged(message);
+}
+
+TEST_F(TcpEngineFrontEndWaits, OtherStatusesDoNotProlongTheTimeThatRunGives) {
+  BackgroundCall run(running());
+  ASSERT_TRUE(clock_->waitForWaitOf(timeToStart));
+  clock_->advance(timeToStart - milliseconds(500));
+  publish(proto::EngineStatus::Idle);
+  ASSERT_TRUE(clock_->waitForWaitOf(milliseconds(500)));
+  clock_->advance(milliseconds(500));
+  EXPECT_NE(run.get(), "");
+}
+
+TEST_F(TcpEngineFrontEndWaits, RunFollowsTheRemoteRunToItsEndWhicheverItIs) {
+  for (const auto end :
+       {proto::EngineStatus::Idle, proto::EngineStatus::EndOfLife, proto::EngineStatus::Undefined}) {
+    BackgroundCall run(running());
+    ASSERT_TRUE(clock_->waitForWaitOf(timeToStart));
+    publish(proto::EngineStatus::Running);
+    for (int slices = 0; slices < 5; ++slices) pass(slice);
+    EXPECT_FALSE(run.endsWithin(milliseconds(20)));
+    ASSERT_TRUE(clock_->waitForWaitOf(slice));
+    publish(end);
+    EXPECT_EQ(run.get(), "");
+  }
+}
+
+TEST_F(TcpEngineFrontEndWaits, WaitForStopReturnsAtOnceWhenTheEngineDoesNotRun) {
+  EXPECT_NO_THROW(frontEnd_->WaitForStop(0));
+  for (const auto status :
+       {proto::EngineStatus::Idle, proto::EngineStatus::EndOfLife, proto::EngineStatus::Undefined}) {
+    publish(proto::EngineStatus::Running);
+    publish(status);
+    EXPECT_NO_THROW(frontEnd_->WaitForStop(0));
+  }
+}
+
+TEST_F(TcpEngineFrontEndWaits, WaitForStopReturnsWithTheStopAndSendsNothing) {
+  publish(proto::EngineStatus::Running);
+  BackgroundCall waiting(waitingForStop(60'000));
+  for (int slices = 0; slices < 3; ++slices) pass(slice);
+  ASSERT_TRUE(clock_->waitForWaitOf(slice));
+  publish(proto::EngineStatus::Idle);
+  EXPECT_EQ(waiting.get(), "");
+  EXPECT_TRUE(backEnd_->requests().empty());
+}
+
+TEST_F(TcpEngineFrontEndWaits, WaitForStopFailsAfterTheSliceThatCrossesTheTimeOut) {
+  publish(proto::EngineStatus::Running);
+  BackgroundCall waiting(waitingForStop(2'500));
+  pass(slice);
+  pass(slice);
+  ASSERT_TRUE(clock_->waitForWaitOf(slice));
+  clock_->advance(milliseconds(999));
+  EXPECT_FALSE(waiting.endsWithin(milliseconds(50)));
+  clock_->advance(milliseconds(1));
+  const std::string message =
+      "[TcpEngineFrontEnd: WaitForStop: timeout] [ value1 (3000) is not <= value2 (2500) ]";
+  EXPECT_EQ(waiting.get(), message);
+  expectLogged(message);
+}
+
+TEST_F(TcpEngineFrontEndWaits, WaitForStopFailsEvenWhenTheStopComesInTheSliceThatCrossesTheTimeOut) {
+  publish(proto::EngineStatus::Running);
+  BackgroundCall waiting(waitingForStop(1'500));
+  pass(slice);
+  ASSERT_TRUE(clock_->waitForWaitOf(slice));
+  clock_->advance(milliseconds(501));
+  publish(proto::EngineStatus::Idle);
+  EXPECT_EQ(waiting.get(),
+            "[TcpEngineFrontEnd: WaitForStop: timeout] [ value1 (1501) is not <= value2 (1500) ]");
+}
+
+TEST_F(TcpEngineFrontEndWaits, WaitForStopAcceptsAStopAtExactlyTheTimeOut) {
+  publish(proto::EngineStatus::Running);
+  BackgroundCall waiting(waitingForStop(1'500));
+  pass(slice);
+  ASSERT_TRUE(clock_->waitForWaitOf(slice));
+  clock_->advance(milliseconds(500));
+  publish(proto::EngineStatus::Idle);
+  EXPECT_EQ(waiting.get(), "");
+}
+
+TEST_F(TcpEngineFrontEndWaits, WaitForStopWithoutTimeFailsAfterTheFirstSlice) {
+  publish(proto::EngineStatus::Running);
+  BackgroundCall waiting(waitingForStop(0));
+  pass(slice);
+  EXPECT_EQ(waiting.get(),
+            "[TcpEngineFrontEnd: WaitForStop: timeout] [ value1 (1000) is not <= value2 (0) ]");
+}
+
+TEST_F(TcpEngineFrontEndWaits, TheSameStatusAgainWakesNobody) {
+  publish(proto::EngineStatus::Running);
+  BackgroundCall waiting(waitingForStop(0));
+  ASSERT_TRUE(clock_->waitForWaitOf(slice));
+  // Anybody who is woken now finds some time gone, and the time-out passed.
+  clock_->advance(milliseconds(1));
+  for (int i = 0; i < 3; ++i) publish(proto::EngineStatus::Running);
+  EXPECT_FALSE(waiting.endsWithin(milliseconds(50)));
+  clock_->advance(milliseconds(999));
+  EXPECT_EQ(waiting.get(),
+            "[TcpEngineFrontEnd: WaitForStop: timeout] [ value1 (1000) is not <= value2 (0) ]");
+}
+
+TEST_F(TcpEngineFrontEndWaits, AnUnknownStatusIsLoggedAndKeepsTheOneBefore) {
+  publish(proto::EngineStatus::Running);
+  publishBytes(std::string("\x08\x04", 2));
+  publishBytes("\xff\xff nonsense");
+  expectLogged("TcpEngineFrontEnd: engineStatusReceptionThreadFunction: unknown engine status received", 2);
+  BackgroundCall waiting(waitingForStop(0));
+  pass(slice);
+  EXPECT_NE(waiting.get(), "") << "the engine was not taken for running any more";
+}
+
+/// How it meets what goes wrong with the status socket.
+class TcpEngineFrontEndStatusReception : public FrontEndTest {
+ protected:
+  /// Checks that a status is still received: a wait meets a running engine.
+  void expectStatusToBeReceived() {
+    publish(proto::EngineStatus::Running);
+    BackgroundCall run([&] { frontEnd_->Run(); });
+    EXPECT_FALSE(run.endsWithin(milliseconds(50)));
+    publish(proto::EngineStatus::Idle);
+    EXPECT_TRUE(run.endsWithin(patience));
+  }
+};
+
+TEST_F(TcpEngineFrontEndStatusReception, ThatCannotBeOpenedIsLoggedAndLeavesTheHeartBeatGoing) {
+  for (const auto& [failure, text] :
+       {std::pair(Failure::RuntimeError,
+                  "engineStatusReceptionThreadFunction: Failed creating socket: broken"),
+        std::pair(Failure::ContextTermination, "Aborting status reception: broken")}) {
+    socket::memory::failNext(statuses, Operation::Open, failure, "broken");
+    frontEnd_->SetInitConfig(TcpEngineFrontEnd::GenerateConfig(requestAddress, statusAddress));
+    expectLogged(std::string("TcpEngineFrontEnd: ") + text);
+    const auto beats = backEnd_->count(Request::HeartBeat);
+    pass(slice);
+    EXPECT_TRUE(backEnd_->waitFor(Request::HeartBeat, beats + 1));
+  }
+}
+
+TEST_F(TcpEngineFrontEndStatusReception, GoesOnAfterAPollError) {
+  connect();
+  socket::memory::failNext(statuses, Operation::Poll, Failure::ErrorResult, "the poll is broken", 2);
+  expectLogged("TcpEngineFrontEnd: Poll error receiving backend status: the poll is broken", 2);
+  expectStatusToBeReceived();
+}
+
+TEST_F(TcpEngineFrontEndStatusReception, GoesOnAfterAFailedReceive) {
+  connect();
+  socket::memory::failNext(statuses, Operation::Receive, Failure::RuntimeError, "torn to pieces");
+  publish(proto::EngineStatus::Idle);
+  expectLogged("TcpEngineFrontEnd: Failed receiving backend status request: torn to pieces");
+  expectStatusToBeReceived();
+}
+
+TEST_F(TcpEngineFrontEndStatusReception, EndsWithTheContextInAPoll) {
+  connect();
+  socket::memory::failNext(statuses, Operation::Poll, Failure::ContextTermination, "the end");
+  expectLogged("TcpEngineFrontEnd: Aborting status reception: the end");
+  EXPECT_TRUE(socket::memory::waitUntilClosed(statuses));
+}
+
+TEST_F(TcpEngineFrontEndStatusReception, EndsWithTheContextInAReceive) {
+  connect();
+  socket::memory::failNext(statuses, Operation::Receive, Failure::ContextTermination, "the end");
+  socket::memory::deliver(statuses, "anything");
+  expectLogged("TcpEngineFrontEnd: Aborting status reception: the end");
+  EXPECT_TRUE(socket::memory::waitUntilClosed(statuses));
+}
+
+/// How it ends.
+class TcpEngineFrontEndDestruction : public FrontEndTest {
+ protected:
+  /// Checks that it takes no longer than it may with a peer that is gone.
+  void expectDestruction() {
+    BackgroundCall destroying([&] { frontEnd_.reset(); });
+    EXPECT_TRUE(destroying.endsWithin(patience));
+    EXPECT_NO_THROW(destroying.get());
+  }
+  static constexpr const char* failed = "TcpEngineFrontEnd: Failed sending termination request to backend: ";
+};
+
+TEST_F(TcpEngineFrontEndDestruction, SaysGoodbye) {
+  connect();
+  expectDestruction();
+  EXPECT_EQ(backEnd_->count(Request::FrontEndTermination), 1U);
+  EXPECT_TRUE(log_.records().empty());
+}
+
+TEST_F(TcpEngineFrontEndDestruction, EndsTheSleepBetweenTwoHeartBeats) {
+  connect();  // the clock stands still: by itself that sleep would never end
+  expectDestruction();
+  EXPECT_EQ(backEnd_->count(Request::HeartBeat), 1U);
+}
+
+TEST_F(TcpEngineFrontEndDestruction, WithoutAConfigurationOnlyLogs) {
+  expectDestruction();
+  ASSERT_EQ(log_.records().size(), 1U);
+  EXPECT_THAT(log_.records().front().message, testing::StartsWith(failed));
+  EXPECT_EQ(log_.records().front().source, "src/TcpEngineFrontEnd");
+}
+
+TEST_F(TcpEngineFrontEndDestruction, RefusedByThePeerOnlyLogs) {
+  connect();
+  answer(Request::FrontEndTermination, Reply::Failure, "not yet");
+  expectDestruction();
+  expectLogged(std::string(failed) + "[TcpEngineFrontEnd: not yet]");
+}
+
+TEST_F(TcpEngineFrontEndDestruction, WithAPeerThatIsGoneOnlyLogs) {
+  connect();
+  backEnd_.reset();
+  socket::memory::disconnect(requestAddress);
+  expectDestruction();
+  EXPECT_EQ(log_.recordsWith(failed).size(), 1U);
+}
+
+TEST_F(TcpEngineFrontEndDestruction, WithAPeerThatGoesInTheMiddleOfAHeartBeatOnlyLogs) {
+  backEnd_->answer(Request::HeartBeat, [] { return std::nullopt; });
+  frontEnd_->SetInitConfig(TcpEngineFrontEnd::GenerateConfig(requestAddress, statusAddress));
+  ASSERT_TRUE(backEnd_->waitFor(Request::HeartBeat));
+  BackgroundCall destroying([&] { frontEnd_.reset(); });
+  EXPECT_TRUE(destroying.waitUntilBlocked());
+  socket::memory::disconnect(requestAddress);
+  EXPECT_TRUE(destroying.endsWithin(patience));
+  EXPECT_EQ(log_.recordsWith("failed sending heartbeat").size(), 1U);
+  EXPECT_EQ(log_.recordsWith(failed).size(), 1U);
+}
+
+TEST_F(TcpEngineFrontEndDestruction, AfterAContextShutDownOnlyLogs) {
+  connect();
+  socket::shutDownContext();
+  expectDestruction();
+  EXPECT_EQ(log_.recordsWith(failed).size(), 1U);
+  EXPECT_EQ(log_.recordsWith("Aborting status reception: ").size(), 1U);
+}
+
+}  // namespace
+}  // namespace qor::multiprocess_communication

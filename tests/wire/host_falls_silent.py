@@ -1,0 +1,48 @@
+"""Our back end notices that a host on stock sockets has fallen silent, and only then."""
+
+import time
+import unittest
+
+import zmq
+
+from engine_support import HEARTBEAT, REQUEST_START, TERMINATION, EngineTest, request
+
+# How long a host may be silent, and how late that may be noticed on a busy machine.
+SILENCE = 10
+LATEST = 15
+WARNING = "Engine backend left because of timeout on frontend heartbeat"
+
+
+class OurBackEnd(EngineTest):
+    def setUp(self):
+        super().setUp()
+        self.engine = self.engine_process()
+        self.host = self.stock_connected(zmq.REQ, self.engine.request_endpoint)
+
+    def test_leaves_after_ten_seconds_of_silence_with_a_warning(self):
+        self.engine.tell("wait")
+        self.expect_success(self.host, request(HEARTBEAT, 0))
+        start = time.monotonic()
+        self.assertGreater(self.engine.milliseconds_of("wait"), 1000 * SILENCE - 500)
+        self.assertGreater(time.monotonic() - start, SILENCE - 0.5)
+        self.assertLess(time.monotonic() - start, LATEST)
+        self.engine.wait_for_log("Warning", WARNING)
+        # It is up to the process to go. Until then it answers.
+        self.expect_success(self.host, request(HEARTBEAT, 0))
+
+    def test_stays_as_long_as_any_request_comes(self):
+        self.engine.tell("wait")
+        start = time.monotonic()
+        while time.monotonic() - start < 1.3 * SILENCE:
+            self.assertFalse(self.engine.has_event("wait", 3), "left although there were requests")
+            # Even one that is not answered, nor can be read, shows that there is somebody.
+            self.stock_connected(zmq.REQ, self.engine.request_endpoint).send(request(REQUEST_START, 0))
+            self.assertFalse(self.engine.has_event("wait", 3), "left although there were requests")
+            self.stock_connected(zmq.REQ, self.engine.request_endpoint).send(b"\xff")
+        self.assertNotIn(WARNING, self.engine.whole_log())
+        self.expect_success(self.host, request(TERMINATION, 0))
+        self.engine.event("wait returned", 5)
+
+
+if __name__ == "__main__":
+    unittest.main()
