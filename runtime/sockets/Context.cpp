@@ -19,13 +19,14 @@ constexpr int maximumSockets = 8'192;
 
 struct Current {
   ~Current() {
-    // A child that was forked has this object, but neither the threads behind it nor a use for it.
-    if (::getpid() != owner) new std::shared_ptr<Context>(std::move(context));
+    // A child that was forked has this object, but neither the threads behind the context nor a use for it.
+    if (::getpid() == owner) context.reset();
   }
 
   const pid_t owner = ::getpid();
   std::mutex mutex;
-  std::shared_ptr<Context> context;
+  /// Outlives this object, for a child to leave it alone.
+  std::shared_ptr<Context>& context = *new std::shared_ptr<Context>();
 };
 
 Current& current() {
