@@ -1,5 +1,7 @@
 #include "bench/RatioReporter.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <string_view>
@@ -19,10 +21,14 @@ double median(std::vector<double> values) {
 
 }  // namespace
 
+RatioReporter::RatioReporter()
+    : ConsoleReporter(::isatty(STDOUT_FILENO) != 0 ? OO_ColorTabular : OO_Tabular) {}
+
 void RatioReporter::ReportRuns(const std::vector<Run>& runs) {
   ConsoleReporter::ReportRuns(runs);
   for (const Run& run : runs) {
-    if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
+    // When repetitions are not reported, their median is.
+    if (run.error_occurred || (run.run_type != Run::RT_Iteration && run.aggregate_name != "median")) continue;
     nanoseconds_[run.run_name.function_name + '/' + run.run_name.args].push_back(run.GetAdjustedRealTime());
   }
 }
@@ -39,8 +45,8 @@ void RatioReporter::Finalize() {
     if (other == nanoseconds_.end()) continue;
     const double mine = median(times);
     const double theirs = median(other->second);
-    std::printf("%-32s %12.0f %12.0f %14.3f %14.3f\n", name.c_str(), mine, theirs, mine / theirs,
-                theirs / mine);
+    std::printf("%-32s %12.0f %12.0f %14.3f %14.3f\n", name.substr(0, name.find_last_not_of('/') + 1).c_str(),
+                mine, theirs, mine / theirs, theirs / mine);
   }
 }
 

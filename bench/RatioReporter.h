@@ -12,6 +12,7 @@ namespace qor::bench {
 /// the one compares to the other.
 class RatioReporter : public benchmark::ConsoleReporter {
  public:
+  RatioReporter();
   void ReportRuns(const std::vector<Run>& runs) override;
   void Finalize() override;
 
