@@ -16,8 +16,9 @@ namespace qor::socket {
 
 namespace {
 
-/// libzmq says within microseconds of a loss that it tries again.
-constexpr std::chrono::milliseconds timeForLibzmq{50};
+/// libzmq says within microseconds of a loss that it tries again, once its thread gets a processor. To give
+/// up too soon would cost what is on its way over the connection that it makes meanwhile.
+constexpr std::chrono::milliseconds timeForLibzmq{500};
 /// A peer may come back at any moment, and trying a local address costs microseconds.
 constexpr std::chrono::milliseconds longestTimeBetweenTries{100};
 

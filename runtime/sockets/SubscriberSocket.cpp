@@ -22,9 +22,12 @@ SubscriberSocket::SubscriberSocket(const SocketLabel& label, const SocketEndpoin
   connect(endpoint);
 }
 
-std::size_t SubscriberSocket::close(std::chrono::milliseconds timeForUnsent) noexcept {
+std::size_t SubscriberSocket::close(std::chrono::milliseconds /*timeForUnsent*/) noexcept {
   connection_.reset();
-  return ReceivingSocket::close(timeForUnsent);
+  // All that can be unsent is a subscription at a publisher that has gone, or never came: the end of the
+  // process would wait for it.
+  closeLeaving(std::chrono::milliseconds(0));
+  return 0;
 }
 
 void SubscriberSocket::send(const google::protobuf::Message& /*message*/, std::size_t /*size*/) {

@@ -89,12 +89,16 @@ std::runtime_error ZmqOpenSocket::failure(const std::string& reason) const {
 }
 
 std::size_t ZmqOpenSocket::close(std::chrono::milliseconds timeForUnsent) noexcept {
-  const int linger = static_cast<int>(std::max(timeForUnsent, handOverTime).count());
+  closeLeaving(std::max(timeForUnsent, handOverTime));
+  return 0;
+}
+
+void ZmqOpenSocket::closeLeaving(std::chrono::milliseconds timeForUnsent) noexcept {
+  const int linger = static_cast<int>(timeForUnsent.count());
   ::zmq_setsockopt(socket_->get(), ZMQ_LINGER, &linger, sizeof linger);
   if (listener_) listener_->removeSocketFile();
   socket_.reset();
   if (listener_) listener_->waitUntilClosed();
-  return 0;
 }
 
 unsigned int ZmqOpenSocket::dropFurtherParts(ZmqMessage& part) {

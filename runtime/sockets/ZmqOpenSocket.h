@@ -33,6 +33,9 @@ class ZmqOpenSocket : public OpenSocket {
   /// Connects again when the connection says that it is time to.
   void reconnectIfDue(Connection& connection);
 
+  /// Closes the socket at once, and gives libzmq so long to send what it holds.
+  void closeLeaving(std::chrono::milliseconds timeForUnsent) noexcept;
+
   /// To be called first in every operation: libzmq may take a moment to notice, and what has been taken out
   /// of it already is not to be handed over any more.
   void throwIfShutDown() const;

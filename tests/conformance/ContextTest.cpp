@@ -159,6 +159,17 @@ TEST_P(ContextShutDown, EndsAClosingThatWaitsForASubscriberNoLaterThanThePolicy)
   EXPECT_NO_THROW(closing.get());
 }
 
+TEST_P(ContextShutDown, WaitsForNoPublisherThatNeverCame) {
+  BackgroundCall lives([&] {
+    for (int life = 0; life < 5; ++life) {
+      subscriber_.createAndConnect(Protocol::Subscriber, endpoint_, 0);
+      subscriber_.close();
+      socket::shutDownContext();
+    }
+  });
+  EXPECT_TRUE(lives.endsWithin(atOnce));
+}
+
 TEST_P(ContextShutDown, MayComeTwiceAndWithNothingOpen) {
   socket::shutDownContext();
   socket::shutDownContext();
