@@ -3,9 +3,7 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <unistd.h>
-#include <uuid/uuid.h>
 
-#include <array>
 #include <chrono>
 #include <string>
 
@@ -52,14 +50,6 @@ std::string GetCurrentTimeString() {
   const auto now = floor<microseconds>(system_clock::now());
   const auto second = floor<seconds>(now);
   return fmt::format("{:%FT%T}.{:06}Z", fmt::gmtime(system_clock::to_time_t(second)), (now - second).count());
-}
-
-std::string GetUUIDString() {
-  uuid_t uuid;
-  uuid_generate_random(uuid);
-  std::array<char, UUID_STR_LEN> text{};
-  uuid_unparse_lower(uuid, text.data());
-  return text.data();
 }
 
 std::string ToString(int number) { return fmt::format_int(number).str(); }

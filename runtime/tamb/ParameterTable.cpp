@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "tamb/TAMBRuntimeError.h"
@@ -10,26 +11,38 @@ namespace tamb {
 
 void ParameterTable::Add(const std::string& key, ParameterValue value, const std::string& description) {
   const std::lock_guard lock(mutex_);
-  if (const auto* held = Find(key)) {
+  if (const auto position = PositionOf(key); position != parameters_.size()) {
     throw TAMBRuntimeError(fmt::format("Parameter {:?} exists already as {}: it cannot be added as {}", key,
-                                       ToString(TypeOf(held->value)), ToString(TypeOf(value))));
+                                       ToString(TypeOf(parameters_[position].value)),
+                                       ToString(TypeOf(value))));
   }
+  if (parameters_.empty()) parameters_.reserve(searchedFromTheFront);
   parameters_.push_back({key, std::move(value), description});
-  positions_.emplace(key, parameters_.size() - 1);
+  if (parameters_.size() <= searchedFromTheFront) return;
+  for (std::size_t i = positions_.size(); i < parameters_.size(); ++i)
+    positions_.emplace(parameters_[i].key, i);
+}
+
+void ParameterTable::CopyValues(const ParameterTable& other) {
+  const std::lock_guard lock(other.mutex_);
+  parameters_.reserve(other.parameters_.size());
+  for (const Parameter& parameter : other.parameters_)
+    parameters_.push_back({parameter.key, parameter.value, {}});
+  positions_ = other.positions_;
 }
 
 bool ParameterTable::HasKey(const std::string& key) const {
   const std::lock_guard lock(mutex_);
-  return Find(key) != nullptr;
+  return PositionOf(key) != parameters_.size();
 }
 
 std::string ParameterTable::GetDescription(const std::string& key) const {
   const std::lock_guard lock(mutex_);
-  const auto* parameter = Find(key);
-  if (parameter == nullptr) {
+  const auto position = PositionOf(key);
+  if (position == parameters_.size()) {
     throw TAMBRuntimeError(fmt::format("There is no parameter {:?} to describe", key));
   }
-  return parameter->description;
+  return parameters_[position].description;
 }
 
 KeysAndTypes ParameterTable::GetKeysAndTypes() const {
@@ -42,19 +55,24 @@ KeysAndTypes ParameterTable::GetKeysAndTypes() const {
   return keysAndTypes;
 }
 
-const ParameterTable::Parameter* ParameterTable::Find(const std::string& key) const {
-  const auto position = positions_.find(key);
-  return position == positions_.end() ? nullptr : &parameters_[position->second];
+std::size_t ParameterTable::PositionOf(const std::string& key) const {
+  if (parameters_.size() > searchedFromTheFront) {
+    const auto found = positions_.find(key);
+    return found == positions_.end() ? parameters_.size() : found->second;
+  }
+  const auto found = std::find_if(parameters_.begin(), parameters_.end(),
+                                  [&](const Parameter& parameter) { return parameter.key == key; });
+  return static_cast<std::size_t>(found - parameters_.begin());
 }
 
 void ParameterTable::ThrowMismatch(const std::string& key, TambType asked) const {
-  const auto* held = Find(key);
-  if (held == nullptr) {
+  const auto position = PositionOf(key);
+  if (position == parameters_.size()) {
     throw TAMBRuntimeError(
         fmt::format("There is no parameter {:?}: it was asked for as {}", key, ToString(asked)));
   }
   throw TAMBRuntimeError(fmt::format("Parameter {:?} is held as {}: it cannot be asked for as {}", key,
-                                     ToString(TypeOf(held->value)), ToString(asked)));
+                                     ToString(TypeOf(parameters_[position].value)), ToString(asked)));
 }
 
 }  // namespace tamb

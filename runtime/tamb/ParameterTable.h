@@ -44,6 +44,10 @@ class ParameterTable {
  public:
   void Add(const std::string& key, ParameterValue value, const std::string& description);
 
+  /// Makes this the table of the other's keys and values, without the descriptions. For a table that is not
+  /// shared yet.
+  void CopyValues(const ParameterTable& other);
+
   template <typename T>
   T Get(const std::string& key) const {
     const std::lock_guard lock(mutex_);
@@ -67,18 +71,21 @@ class ParameterTable {
     std::string description;
   };
 
+  /// Collections of up to so many parameters are searched from the front: most have a handful, and are made
+  /// and dropped with every command.
+  static constexpr std::size_t searchedFromTheFront = 8;
+
   // With the mutex held:
 
-  /// Null when there is no such key.
-  const Parameter* Find(const std::string& key) const;
+  /// The number of parameters when there is no such key.
+  std::size_t PositionOf(const std::string& key) const;
 
   /// The value of a table that is const or not.
   template <typename T, typename Table>
   static auto& HeldValue(Table& table, const std::string& key) {
-    const auto position = table.positions_.find(key);
-    auto* const value = position == table.positions_.end()
-                            ? nullptr
-                            : std::get_if<T>(&table.parameters_[position->second].value);
+    const std::size_t position = table.PositionOf(key);
+    auto* const value =
+        position == table.parameters_.size() ? nullptr : std::get_if<T>(&table.parameters_[position].value);
     if (value == nullptr) {
       table.ThrowMismatch(key, TypeOf(ParameterValue(std::in_place_type<T>)));
     }
@@ -89,7 +96,7 @@ class ParameterTable {
 
   mutable std::mutex mutex_;
   std::vector<Parameter> parameters_;
-  std::unordered_map<std::string, std::size_t> positions_;
+  std::unordered_map<std::string, std::size_t> positions_;  ///< by key, once there are many
 };
 
 }  // namespace tamb

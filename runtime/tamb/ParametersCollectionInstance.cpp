@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "runtime/tamb/ParameterTable.h"
+#include "runtime/tamb/ParametersCollectionPrototype.h"
 #include "tamb/IParametersCollection.h"
 #include "tamb/TAMBRuntimeError.h"
 
@@ -42,11 +43,15 @@ ParameterValue defaultOf(const IParametersCollectionPrototype& prototype, const 
   }
 }
 
-/// The table under the names and types of the interface. The prototype is read through its interface, so that
-/// it may be anyone's implementation; its keys can only grow, hence need no lock over all of them.
+/// The table under the names and types of the interface.
 class ParametersCollectionInstance : public IParametersCollectionInstance {
  public:
   explicit ParametersCollectionInstance(PrototypePointer prototype) : prototype_(std::move(prototype)) {
+    if (const auto* const own = dynamic_cast<const ParametersCollectionPrototype*>(prototype_.get())) {
+      table_.CopyValues(own->table());
+      return;
+    }
+    // Anyone's implementation. Its keys can only grow, hence need no lock over all of them.
     for (const auto& [key, type] : prototype_->GetKeysAndTypes()) {
       table_.Add(key, defaultOf(*prototype_, key, type), "");
     }

@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <ctime>
-#include <set>
 #include <string>
 #include <thread>
 
@@ -16,7 +15,6 @@ using testing::AllOf;
 using testing::Ge;
 using testing::Le;
 using testing::MatchesRegex;
-using testing::SizeIs;
 
 void defineContext(const std::string& name, unsigned int engineId) {
   tamb::DefineContextEngine_deprecated(name, engineId, nullptr, {}, {}, {}, {}, {});
@@ -78,19 +76,6 @@ TEST(CurrentTimeString, IsTheUniversalTimeToTheMicrosecond) {
   ASSERT_NE(strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &fields), nullptr);
   const auto told = system_clock::from_time_t(timegm(&fields)) + microseconds(std::stoi(text.substr(20, 6)));
   EXPECT_THAT(told, AllOf(Ge(before), Le(after)));
-}
-
-TEST(UUIDString, IsRandomAndInLowerCase) {
-  std::set<std::string> uuids;
-  for (int i = 0; i < 1'000; ++i) {
-    const auto uuid = tamb::GetUUIDString();
-    ASSERT_THAT(uuid, SizeIs(36));
-    ASSERT_EQ(uuid.find_first_not_of("0123456789abcdef-"), std::string::npos) << uuid;
-    ASSERT_EQ(uuid[8], '-');
-    ASSERT_EQ(uuid[14], '4');  // The version that random UUIDs have.
-    uuids.insert(uuid);
-  }
-  EXPECT_THAT(uuids, SizeIs(1'000));
 }
 
 }  // namespace

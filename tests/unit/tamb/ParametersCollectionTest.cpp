@@ -8,10 +8,12 @@
 
 #include "tamb/IParametersCollection.h"
 #include "tamb/TAMBRuntimeError.h"
+#include "tests/support/MockCollections.h"
 #include "tests/unit/tamb/Threads.h"
 
 namespace {
 
+using qor::test::MockPrototype;
 using tamb::CreateParametersCollectionInstance;
 using tamb::CreateParametersCollectionPrototype;
 using tamb::ElementFactoryType;
@@ -23,7 +25,9 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Pair;
+using testing::Return;
 using testing::SizeIs;
+using testing::StrictMock;
 using testing::ThrowsMessage;
 
 /// A prototype with one key of every supported type, none of whose defaults is the type's zero.
@@ -254,6 +258,47 @@ TEST(ParametersCollectionInstance, IsReadAndWrittenBySeveralThreadsAtOnce) {
       EXPECT_EQ(text, std::string(100, text.front()));
     }
   });
+}
+
+TEST(ParametersCollection, FindsEveryKeyHoweverManyThereAre) {
+  for (int count = 0; count <= 40; ++count) {
+    SCOPED_TRACE(count);
+    const auto prototype = CreateParametersCollectionPrototype();
+    const auto key = [](int i) { return "key " + std::to_string(i); };
+    for (int i = 0; i < count; ++i) prototype->AddInt64Key(key(i), i, "");
+    for (int i = 0; i < count; ++i) EXPECT_THROW(prototype->AddBoolKey(key(i), true, ""), TAMBRuntimeError);
+    const auto instance = CreateParametersCollectionInstance(prototype);
+    for (int i = 0; i < count; ++i) instance->SetInt64(key(i), instance->GetInt64(key(i)) + 1'000);
+    for (int i = 0; i < count; ++i) {
+      EXPECT_EQ(prototype->GetInt64Default(key(i)), i);
+      EXPECT_EQ(instance->GetInt64(key(i)), i + 1'000);
+    }
+    EXPECT_FALSE(instance->HasKey(key(count)));
+    EXPECT_THROW(instance->SetInt64(key(count), 0), TAMBRuntimeError);
+    EXPECT_THAT(instance->GetKeysAndTypes(), SizeIs(count));
+  }
+}
+
+TEST(ParametersCollectionInstance, ReadsAPrototypeOfAnotherImplementationThroughItsInterface) {
+  const auto prototype = std::make_shared<StrictMock<MockPrototype>>();
+  EXPECT_CALL(*prototype, GetKeysAndTypes)
+      .WillOnce(Return(tamb::KeysAndTypes{{"flag", TambType::Bool}, {"text", TambType::UTF8String}}));
+  EXPECT_CALL(*prototype, GetBoolDefault("flag")).WillOnce(Return(true));
+  EXPECT_CALL(*prototype, GetUTF8StringDefault("text")).WillOnce(Return("default"));
+  const auto instance = CreateParametersCollectionInstance(prototype);
+  EXPECT_TRUE(instance->GetBool("flag"));
+  EXPECT_EQ(instance->GetUTF8String("text"), "default");
+  EXPECT_EQ(instance->GetPrototype(), prototype);
+  EXPECT_THAT(instance->GetKeysAndTypes(),
+              ElementsAre(Pair("flag", TambType::Bool), Pair("text", TambType::UTF8String)));
+}
+
+TEST(ParametersCollectionInstance, CannotHoldWhatOnlyAnotherImplementationKnows) {
+  const auto prototype = std::make_shared<StrictMock<MockPrototype>>();
+  EXPECT_CALL(*prototype, GetKeysAndTypes)
+      .WillOnce(Return(tamb::KeysAndTypes{{"colors", TambType::ColorSpace}}));
+  EXPECT_THAT([&] { CreateParametersCollectionInstance(prototype); },
+              ThrowsMessage<TAMBRuntimeError>(AllOf(HasSubstr("colors"), HasSubstr("ColorSpace"))));
 }
 
 }  // namespace
