@@ -1,0 +1,215 @@
+#include "TcpNotificationHubFrontEnd.h"
+
+#include <stdexcept>
+#include <utility>
+
+#include "Serializers.h"
+#include "tamb/LogContext.h"
+
+namespace qor::multiprocess_communication {
+
+namespace {
+
+constexpr unsigned int pollMilliseconds = 100;
+constexpr unsigned int sizeBound = 65'536;
+
+namespace ReportLine {
+constexpr int subscribe = 85;
+constexpr int subscribeToCommandResponse = 99;
+constexpr int subscribeToStep = 113;
+constexpr int setWorkflowManagerId = 123;
+constexpr int setEngineId = 134;
+constexpr int unsubscribe = 147;
+constexpr int getWorkflowManagerId = 157;
+constexpr int getEngineId = 169;
+constexpr int invalidSocket = 200;
+constexpr int invalidHubFrontEnd = 207;
+constexpr int invalidHubBackEnd = 214;
+constexpr int contextTermination = 230;
+constexpr int pollError = 251;
+constexpr int failedObject = 288;
+constexpr int failedHandling = 306;
+}  // namespace ReportLine
+
+std::string invalidHub(const char* operation) {
+  return std::string(operation) + ": Invalid notification hub front-end";
+}
+
+}  // namespace
+
+TcpNotificationHubFrontEnd::TcpNotificationMessage::TcpNotificationMessage(
+    const proto::NotificationMessage& message, std::string notificationId,
+    std::shared_ptr<const tamb::IParametersCollectionInstance> notificationObject)
+    : workflowManagerId_(message.workflowmanagerid()),
+      engineId_(static_cast<unsigned int>(message.engineid())),
+      time_(Serializers::MediaTimeFromProtoBuf(message.time())),
+      stepId_(message.workflowstep()),
+      notificationLine_(message.notificationline()),
+      commandId_(static_cast<unsigned int>(message.commandid())),
+      notificationId_(std::move(notificationId)),
+      notificationObject_(std::move(notificationObject)) {}
+
+const tamb::MediaTime& TcpNotificationHubFrontEnd::TcpNotificationMessage::GetTime() const { return time_; }
+const std::string& TcpNotificationHubFrontEnd::TcpNotificationMessage::GetStepId() const { return stepId_; }
+const std::string& TcpNotificationHubFrontEnd::TcpNotificationMessage::GetNotificationLine() const {
+  return notificationLine_;
+}
+std::shared_ptr<const tamb::IParametersCollectionInstance>
+TcpNotificationHubFrontEnd::TcpNotificationMessage::GetNotificationObject() const {
+  return notificationObject_;
+}
+const std::string& TcpNotificationHubFrontEnd::TcpNotificationMessage::GetNotificationId() const {
+  return notificationId_;
+}
+unsigned int TcpNotificationHubFrontEnd::TcpNotificationMessage::GetCommandId() const { return commandId_; }
+const std::string& TcpNotificationHubFrontEnd::TcpNotificationMessage::GetWorkflowManagerId() const {
+  return workflowManagerId_;
+}
+unsigned int TcpNotificationHubFrontEnd::TcpNotificationMessage::GetEngineId() const { return engineId_; }
+bool TcpNotificationHubFrontEnd::TcpNotificationMessage::IsAnError() const { return false; }
+
+TcpNotificationHubFrontEnd::TcpNotificationHubFrontEnd(
+    std::shared_ptr<tamb::INotificationHubFrontEnd> hubFrontEnd,
+    std::shared_ptr<tamb::INotificationHubBackEnd> hubBackEnd)
+    : MessageFormatter("TcpNotificationHubFrontEnd"),
+      hubFrontEnd_(std::move(hubFrontEnd)),
+      hubBackEnd_(std::move(hubBackEnd)),
+      socket_("TcpNotificationHubFrontEndNotification", socket::ClosePolicy::Patient) {}
+
+TcpNotificationHubFrontEnd::~TcpNotificationHubFrontEnd() {
+  stopRequest_ = true;
+  joinReceptionThread();
+}
+
+void TcpNotificationHubFrontEnd::startSubscriptionThread(const socket::SocketEndpoint& endpoint) {
+  stopRequest_ = true;
+  // Ends a poll under way; the list in hand is still handled.
+  socket_.close();
+  joinReceptionThread();
+  stopRequest_ = false;
+  socket_.createAndConnect(socket::Protocol::Subscriber, endpoint, 0);
+  receptionThread_ = std::make_shared<std::thread>([this] { receptionLoop(); });
+}
+
+void TcpNotificationHubFrontEnd::joinReceptionThread() {
+  if (receptionThread_) receptionThread_->join();
+  // What comes next may fail, and nobody may join it a second time.
+  receptionThread_.reset();
+}
+
+std::shared_ptr<tamb::INotificationSubscriptionFrontEnd> TcpNotificationHubFrontEnd::Subscribe(
+    std::shared_ptr<tamb::INotificationCallback> callback) {
+  return localHub("Subscribe", ReportLine::subscribe).Subscribe(std::move(callback));
+}
+
+std::shared_ptr<tamb::INotificationSubscriptionFrontEnd>
+TcpNotificationHubFrontEnd::SubscribeToCommandResponse(
+    unsigned int engineId, unsigned int commandId, std::shared_ptr<tamb::INotificationCallback> callback) {
+  return localHub("SubscribeToCommandResponse", ReportLine::subscribeToCommandResponse)
+      .SubscribeToCommandResponse(engineId, commandId, std::move(callback));
+}
+
+std::shared_ptr<tamb::INotificationSubscriptionFrontEnd> TcpNotificationHubFrontEnd::SubscribeToStep(
+    unsigned int engineId, const std::string& stepId, std::shared_ptr<tamb::INotificationCallback> callback) {
+  return localHub("SubscribeToStep", ReportLine::subscribeToStep)
+      .SubscribeToStep(engineId, stepId, std::move(callback));
+}
+
+void TcpNotificationHubFrontEnd::Unsubscribe(
+    std::shared_ptr<tamb::INotificationSubscriptionFrontEnd> subscription) {
+  localHub("Unsubscribe", ReportLine::unsubscribe).Unsubscribe(std::move(subscription));
+}
+
+void TcpNotificationHubFrontEnd::SetWorkflowManagerId(std::string id) {
+  if (hasLocalHub("SetWorkflowManagerId", ReportLine::setWorkflowManagerId)) {
+    hubFrontEnd_->SetWorkflowManagerId(std::move(id));
+  }
+}
+
+void TcpNotificationHubFrontEnd::SetEngineId(unsigned int id) {
+  if (hasLocalHub("SetEngineId", ReportLine::setEngineId)) hubFrontEnd_->SetEngineId(id);
+}
+
+std::string TcpNotificationHubFrontEnd::GetWorkflowManagerId() const {
+  return hasLocalHub("GetWorkflowManagerId", ReportLine::getWorkflowManagerId)
+             ? hubFrontEnd_->GetWorkflowManagerId()
+             : std::string();
+}
+
+unsigned int TcpNotificationHubFrontEnd::GetEngineId() const {
+  // Its report has always named the other id; the line tells the two apart.
+  return hasLocalHub("GetWorkflowManagerId", ReportLine::getEngineId) ? hubFrontEnd_->GetEngineId() : 0;
+}
+
+tamb::INotificationHubFrontEnd& TcpNotificationHubFrontEnd::localHub(const char* operation, int line) const {
+  checks().isNotNull(
+      hubFrontEnd_, [operation] { return invalidHub(operation); }, line);
+  return *hubFrontEnd_;
+}
+
+bool TcpNotificationHubFrontEnd::hasLocalHub(const char* operation, int line) const {
+  if (!hubFrontEnd_) checks().log([operation] { return invalidHub(operation); }, line);
+  return hubFrontEnd_ != nullptr;
+}
+
+void TcpNotificationHubFrontEnd::receptionLoop() {
+  if (!socket_.isOpen()) {
+    return checks().log("Cannot start reception loop, invalid socket: " + socket_.debugString(),
+                        ReportLine::invalidSocket);
+  }
+  if (!hubFrontEnd_) {
+    return checks().log("Cannot start reception loop, invalid notification hub front-end",
+                        ReportLine::invalidHubFrontEnd);
+  }
+  if (!hubBackEnd_) {
+    return checks().log("Cannot start reception loop, invalid notification hub back-end",
+                        ReportLine::invalidHubBackEnd);
+  }
+  try {
+    proto::NotificationMessageList list;
+    while (!stopRequest_) {
+      std::string errorText;
+      const int polled = socket_.poll(pollMilliseconds, errorText);
+      if (polled == 0) {
+        receptionLoopHandleNotificationList(list);
+      } else if (polled != 1) {
+        return checks().log("Poll error in notification reception loop: " + errorText, ReportLine::pollError);
+      }
+    }
+  } catch (const socket::ZmqContextTerminationException& termination) {
+    checks().log(std::string("TCP notification hub: ") + termination.what(), ReportLine::contextTermination,
+                 tamb::LogLevel::Info);
+  }
+}
+
+/// `list` is the loop's, and holds nothing that matters: its memory is used again.
+void TcpNotificationHubFrontEnd::receptionLoopHandleNotificationList(proto::NotificationMessageList& list) {
+  try {
+    list.Clear();
+    socket_.receiveProtoBuf(&list, sizeBound);
+    for (const proto::NotificationMessage& message : list.messages()) {
+      hubBackEnd_->PushNotification(
+          std::make_shared<TcpNotificationMessage>(message, tamb::GetUUIDString(), objectOf(message)));
+    }
+  } catch (const std::runtime_error& error) {
+    checks().log(std::string("Error in notification reception handler: ") + error.what(),
+                 ReportLine::failedHandling);
+  }
+}
+
+/// An object that cannot be rebuilt must not cost the notification.
+std::shared_ptr<const tamb::IParametersCollectionInstance> TcpNotificationHubFrontEnd::objectOf(
+    const proto::NotificationMessage& message) const {
+  if (!message.has_notificationobject()) return nullptr;
+  try {
+    return Serializers::ParametersCollectionInstanceFromProtoBuf(message.notificationobject());
+  } catch (const std::runtime_error& error) {
+    checks().log(std::string("Notification: failed serializing parameters collection: ") + error.what(),
+                 ReportLine::failedObject);
+    return nullptr;
+  }
+}
+
+Checks TcpNotificationHubFrontEnd::checks() const { return Checks("src/TcpNotificationHubFrontEnd", this); }
+
+}  // namespace qor::multiprocess_communication

@@ -1,0 +1,101 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "Checks.h"
+#include "CommandAndNotification.pb.h"
+#include "qor/socket/Socket.h"
+#include "qor/utils/MessageFormatter.h"
+#include "tamb/INotificationHub.h"
+
+namespace qor::multiprocess_communication {
+
+/// The host's end of the notification channel: publishes what a remote engine's TcpNotificationHubBackEnd
+/// sends in a local hub, and is that hub's front end towards the host.
+///
+/// The reception thread alone uses the socket and publishes, so that subscribers are called on it. The
+/// operations of the front end are the local hub's, on the caller's thread, before, during and after
+/// reception.
+class TcpNotificationHubFrontEnd : public tamb::INotificationHubFrontEnd, public utils::MessageFormatter {
+ public:
+  /// A received notification. Immutable, hence for any thread.
+  class TcpNotificationMessage : public tamb::INotificationMessage {
+   public:
+    /// Ids are cut to their low 32 bits; the notification's id and object are those given, not the message's.
+    TcpNotificationMessage(const proto::NotificationMessage& message, std::string notificationId,
+                           std::shared_ptr<const tamb::IParametersCollectionInstance> notificationObject);
+
+    const tamb::MediaTime& GetTime() const override;
+    const std::string& GetStepId() const override;
+    const std::string& GetNotificationLine() const override;
+    std::shared_ptr<const tamb::IParametersCollectionInstance> GetNotificationObject() const override;
+    const std::string& GetNotificationId() const override;
+    unsigned int GetCommandId() const override;
+    const std::string& GetWorkflowManagerId() const override;
+    unsigned int GetEngineId() const override;
+    /// Always false: whether a notification is an error does not travel.
+    bool IsAnError() const override;
+
+   private:
+    const std::string workflowManagerId_;
+    const unsigned int engineId_;
+    const tamb::MediaTime time_;
+    const std::string stepId_;
+    const std::string notificationLine_;
+    const unsigned int commandId_;
+    const std::string notificationId_;
+    const std::shared_ptr<const tamb::IParametersCollectionInstance> notificationObject_;
+  };
+
+  /// The two faces of the local hub; each is checked where it is needed.
+  TcpNotificationHubFrontEnd(std::shared_ptr<tamb::INotificationHubFrontEnd> hubFrontEnd,
+                             std::shared_ptr<tamb::INotificationHubBackEnd> hubBackEnd);
+  /// Joins the reception thread: waits for the list under way, and at most 100 ms besides. Not to be called
+  /// by a subscriber.
+  ~TcpNotificationHubFrontEnd() override;
+  TcpNotificationHubFrontEnd(const TcpNotificationHubFrontEnd&) = delete;
+  TcpNotificationHubFrontEnd& operator=(const TcpNotificationHubFrontEnd&) = delete;
+
+  /// Starts reception from the back end at `endpoint`, there already or not, after ending an earlier one as
+  /// the destructor does. Throws the socket's std::runtime_error; nothing is received then.
+  void startSubscriptionThread(const socket::SocketEndpoint& endpoint);
+
+  /// These eight are the local hub's. Without one the subscriptions throw TAMBRuntimeError; the others log
+  /// that and do nothing, or return an empty id or 0.
+  std::shared_ptr<tamb::INotificationSubscriptionFrontEnd> Subscribe(
+      std::shared_ptr<tamb::INotificationCallback> callback) override;
+  std::shared_ptr<tamb::INotificationSubscriptionFrontEnd> SubscribeToCommandResponse(
+      unsigned int engineId, unsigned int commandId,
+      std::shared_ptr<tamb::INotificationCallback> callback) override;
+  std::shared_ptr<tamb::INotificationSubscriptionFrontEnd> SubscribeToStep(
+      unsigned int engineId, const std::string& stepId,
+      std::shared_ptr<tamb::INotificationCallback> callback) override;
+  void Unsubscribe(std::shared_ptr<tamb::INotificationSubscriptionFrontEnd> subscription) override;
+  void SetWorkflowManagerId(std::string id) override;
+  void SetEngineId(unsigned int id) override;
+  std::string GetWorkflowManagerId() const override;
+  unsigned int GetEngineId() const override;
+
+ private:
+  void joinReceptionThread();
+  void receptionLoop();
+  void receptionLoopHandleNotificationList(proto::NotificationMessageList& list);
+  std::shared_ptr<const tamb::IParametersCollectionInstance> objectOf(
+      const proto::NotificationMessage& message) const;
+  /// The check of the operations that cannot do without a local hub.
+  tamb::INotificationHubFrontEnd& localHub(const char* operation, int line) const;
+  /// The check of those that can.
+  bool hasLocalHub(const char* operation, int line) const;
+  Checks checks() const;
+
+  const std::shared_ptr<tamb::INotificationHubFrontEnd> hubFrontEnd_;
+  const std::shared_ptr<tamb::INotificationHubBackEnd> hubBackEnd_;
+  socket::Socket socket_;
+  std::atomic<bool> stopRequest_{false};
+  std::shared_ptr<std::thread> receptionThread_;
+};
+
+}  // namespace qor::multiprocess_communication

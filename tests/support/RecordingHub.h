@@ -1,0 +1,31 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "tamb/INotificationHub.h"
+#include "tests/support/Arrivals.h"
+
+namespace qor::test {
+
+/// The publishing face of a local hub that keeps what is pushed, one notification at a time. Callable from
+/// any thread.
+class RecordingHub : public tamb::INotificationHubBackEnd {
+ public:
+  /// Called with each notification after it was kept. To be set before the object is used.
+  std::function<void(const tamb::INotificationMessage& notification)> onPush;
+
+  Arrivals<std::shared_ptr<const tamb::INotificationMessage>> notifications;
+
+  void PushNotification(std::shared_ptr<const tamb::INotificationMessage> notification) override {
+    notifications.add(notification);
+    if (onPush) onPush(*notification);
+  }
+  void PushNotifications(std::vector<std::shared_ptr<const tamb::INotificationMessage>> batch) override {
+    for (auto& notification : batch) PushNotification(std::move(notification));
+  }
+};
+
+}  // namespace qor::test

@@ -1,0 +1,218 @@
+#include <thread>
+
+#include "tests/unit/multiprocess/NotificationFrontEndTest.h"
+#include "tests/unit/tamb/FunctionCallback.h"
+
+namespace qor::multiprocess_communication {
+namespace {
+
+using std::chrono::milliseconds;
+using test::BackgroundCall;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr const char* otherAddress = "inproc://other-notifications";
+
+/// Starting and ending reception.
+class TcpNotificationHubFrontEndLife : public NotificationFrontEndTest {
+ protected:
+  void SetUp() override { construct(); }
+
+  static std::vector<std::string> endpointsInUse() {
+    std::vector<std::string> endpoints;
+    for (const auto& state : socket::memory::sockets()) endpoints.push_back(state.endpoint);
+    return endpoints;
+  }
+};
+
+TEST_F(TcpNotificationHubFrontEndLife, NothingIsOpenedAndNoThreadRunsBeforeReceptionIsStarted) {
+  EXPECT_THAT(socket::memory::sockets(), IsEmpty());
+  EXPECT_EQ(threads(), threadsBefore_);
+  EXPECT_EQ(frontEnd_->messageHeader(), "TcpNotificationHubFrontEnd");
+  BackgroundCall destroying([&] { frontEnd_.reset(); });
+  EXPECT_TRUE(destroying.endsWithin(patience));
+  EXPECT_THAT(log_.records(), IsEmpty());
+}
+
+TEST_F(TcpNotificationHubFrontEndLife, ReceptionSubscribesAtTheEndpointWhetherAnybodyIsThereOrNot) {
+  start();
+  const auto sockets = socket::memory::sockets();
+  ASSERT_EQ(sockets.size(), 1U);
+  EXPECT_EQ(sockets.front().name, socketName);
+  EXPECT_EQ(sockets.front().protocol, socket::Protocol::Subscriber);
+  EXPECT_EQ(sockets.front().endpoint, address);
+  EXPECT_TRUE(sockets.front().isOpen);
+  socket::Socket publisher("LatePublisher", socket::ClosePolicy::Patient);
+  publisher.createAndConnect(socket::Protocol::Publisher, socket::SocketEndpoint::FromString(address), 0);
+  proto::NotificationMessageList list;
+  *list.add_messages() = message("published");
+  publisher.sendProtoBuf(&list);
+  EXPECT_THAT(pushedLines(), ElementsAre("published"));
+  publisher.close();
+}
+
+TEST_F(TcpNotificationHubFrontEndLife, AnIdleFrontEndIsDestroyedWithinAboutATenthOfASecond) {
+  auto shortest = std::chrono::steady_clock::duration::max();
+  // What else runs on the machine may delay some of them.
+  for (int i = 0; i < 20 && shortest > milliseconds(250); ++i) {
+    construct();
+    start();
+    ASSERT_TRUE(socket::memory::waitUntilBlocked(socketName, Operation::Poll));
+    const auto before = std::chrono::steady_clock::now();
+    frontEnd_.reset();
+    shortest = std::min(shortest, std::chrono::steady_clock::now() - before);
+  }
+  EXPECT_LT(shortest, milliseconds(250));
+  EXPECT_THAT(log_.records(), IsEmpty());
+}
+
+TEST_F(TcpNotificationHubFrontEndLife, DestructionWaitsForTheListUnderWayAndForNoOther) {
+  holdUp("one");
+  start();
+  deliverLines({"one", "two"});
+  ASSERT_TRUE(gate_.waitUntilReached());
+  deliverLines({"three"});
+  BackgroundCall destroying([&] { frontEnd_.reset(); });
+  EXPECT_TRUE(destroying.waitUntilBlocked());
+  gate_.open();
+  EXPECT_TRUE(destroying.endsWithin(patience));
+  EXPECT_THAT(linesUntilNow(), ElementsAre("one", "two"));
+  EXPECT_THAT(log_.records(), IsEmpty());
+}
+
+TEST_F(TcpNotificationHubFrontEndLife, DestructionReleasesTheLocalHub) {
+  start();
+  deliverLines({"one"});
+  ASSERT_TRUE(allIsHandled());
+  const auto kept = hub_->notifications.all();
+  frontEnd_.reset();
+  EXPECT_EQ(hub_.use_count(), 1);
+  EXPECT_EQ(hubFrontEnd_.use_count(), 1);
+  // Those who hold a notification keep it.
+  EXPECT_EQ(kept.front()->GetNotificationLine(), "one");
+}
+
+TEST_F(TcpNotificationHubFrontEndLife, StartingAgainStopsTheFirstReceptionBeforeItConnectsAnew) {
+  holdUp("one");
+  start();
+  deliverLines({"one", "two"});
+  ASSERT_TRUE(gate_.waitUntilReached());
+  deliverLines({"three"});
+  BackgroundCall starting([&] { start(otherAddress); });
+  // The old socket is closed first, and nothing new is opened while the old thread is at work.
+  ASSERT_TRUE(socket::memory::waitUntilClosed(socketName));
+  EXPECT_TRUE(starting.waitUntilBlocked());
+  EXPECT_THAT(endpointsInUse(), IsEmpty());
+  gate_.open();
+  ASSERT_TRUE(starting.endsWithin(patience));
+  EXPECT_NO_THROW(starting.get());
+  EXPECT_THAT(endpointsInUse(), ElementsAre(otherAddress));
+  deliverLines({"four"});
+  EXPECT_THAT(pushedLines(), ElementsAre("one", "two", "four"));
+  EXPECT_TRUE(threadsFallTo(threadsBefore_ + 1));
+  EXPECT_THAT(log_.records(), IsEmpty());
+}
+
+TEST_F(TcpNotificationHubFrontEndLife, StartingAgainEndsAPollUnderWay) {
+  start();
+  for (int i = 0; i < 20; ++i) {
+    ASSERT_TRUE(socket::memory::waitUntilBlocked(socketName, Operation::Poll));
+    BackgroundCall starting([&] { start(); });
+    ASSERT_TRUE(starting.endsWithin(patience));
+    EXPECT_NO_THROW(starting.get());
+  }
+  deliverLines({"still received"});
+  EXPECT_THAT(pushedLines(), ElementsAre("still received"));
+  EXPECT_THAT(log_.records(), IsEmpty());
+}
+
+TEST_F(TcpNotificationHubFrontEndLife, AReceptionWhoseSocketIsClosedBeforeItBeginsIsLogged) {
+  // The second start meets the thread of the first one before or after it has looked at its socket.
+  for (int i = 0; i < 20'000 && log_.records().empty(); ++i) {
+    start();
+    start();
+  }
+  deliverLines({"received"});
+  EXPECT_THAT(pushedLines(), ElementsAre("received"));
+  ASSERT_FALSE(log_.records().empty());
+  for (const auto& record : log_.records()) {
+    expectRecord(record,
+                 std::string(header) +
+                     "Cannot start reception loop, invalid socket: TcpNotificationHubFrontEndNotification "
+                     "(Subscriber inproc://notifications) [not open]",
+                 200);
+  }
+}
+
+TEST_F(TcpNotificationHubFrontEndLife, AStartThatCannotOpenItsSocketThrowsAndLeavesNoThread) {
+  socket::memory::failNext(socketName, Operation::Open, Failure::RuntimeError, "no such place");
+  try {
+    start();
+    ADD_FAILURE() << "nothing was thrown";
+  } catch (const std::runtime_error& error) {
+    EXPECT_STREQ(error.what(), "no such place");
+  }
+  EXPECT_TRUE(threadsFallTo(threadsBefore_));
+  EXPECT_THAT(socket::memory::sockets(), IsEmpty());
+  start();
+  deliverLines({"received"});
+  EXPECT_THAT(pushedLines(), ElementsAre("received"));
+  EXPECT_THAT(log_.records(), IsEmpty());
+}
+
+TEST_F(TcpNotificationHubFrontEndLife, AnotherStartThatFailsEndsTheReceptionAndTheNextOneWorks) {
+  start();
+  deliverLines({"first"});
+  ASSERT_TRUE(allIsHandled());
+  for (int i = 0; i < 3; ++i) {
+    socket::memory::failNext(socketName, Operation::Open, Failure::RuntimeError, "no such place");
+    EXPECT_THROW(start(otherAddress), std::runtime_error);
+    EXPECT_TRUE(threadsFallTo(threadsBefore_));
+    EXPECT_THAT(socket::memory::sockets(), IsEmpty());
+  }
+  start(otherAddress);
+  deliverLines({"second"});
+  EXPECT_THAT(pushedLines(), ElementsAre("first", "second"));
+}
+
+TEST_F(TcpNotificationHubFrontEndLife, AFrontEndWhoseLastStartFailedIsDestroyedLikeAnyOther) {
+  start();
+  socket::memory::failNext(socketName, Operation::Open, Failure::ContextTermination, "the end");
+  EXPECT_THROW(start(otherAddress), socket::ZmqContextTerminationException);
+  BackgroundCall destroying([&] { frontEnd_.reset(); });
+  EXPECT_TRUE(destroying.endsWithin(patience));
+  EXPECT_NO_THROW(destroying.get());
+}
+
+TEST_F(TcpNotificationHubFrontEndLife, AFrontEndWhoseReceptionHasEndedIsDestroyedLikeAnyOther) {
+  socket::memory::failNext(socketName, Operation::Poll, Failure::ErrorResult, "nothing can come in");
+  start();
+  ASSERT_TRUE(log_.waitFor("nothing can come in"));
+  BackgroundCall destroying([&] { frontEnd_.reset(); });
+  EXPECT_TRUE(destroying.endsWithin(patience));
+  EXPECT_NO_THROW(destroying.get());
+}
+
+TEST_F(TcpNotificationHubFrontEndLife, TheLocalHubsSubscribersAreCalledOnTheReceptionThread) {
+  auto [hubFrontEnd, hubBackEnd] = tamb::CreateNotificationHub();
+  frontEnd_.emplace(hubFrontEnd, hubBackEnd);
+  test::Arrivals<std::pair<std::string, std::thread::id>> calls;
+  frontEnd_->Subscribe(tamb::test::callback([&](const auto& notification) {
+    calls.add({notification->GetNotificationLine(), std::this_thread::get_id()});
+  }));
+  start();
+  deliverLines({"one", "two"});
+  deliverLines({"three"});
+  const auto all = calls.waitFor(3);
+  ASSERT_EQ(all.size(), 3U);
+  EXPECT_EQ(all.at(0).first, "one");
+  EXPECT_EQ(all.at(1).first, "two");
+  EXPECT_EQ(all.at(2).first, "three");
+  EXPECT_NE(all.at(0).second, std::this_thread::get_id());
+  EXPECT_EQ(all.at(0).second, all.at(1).second);
+  EXPECT_EQ(all.at(0).second, all.at(2).second);
+  frontEnd_.reset();
+}
+
+}  // namespace
+}  // namespace qor::multiprocess_communication

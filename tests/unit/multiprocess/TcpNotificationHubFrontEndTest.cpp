@@ -1,0 +1,225 @@
+#include <functional>
+
+#include "tests/unit/multiprocess/NotificationFrontEndTest.h"
+#include "tests/unit/tamb/FunctionCallback.h"
+
+namespace qor::multiprocess_communication {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Return;
+
+/// The subscribing face of a local hub.
+class MockHubFrontEnd : public tamb::INotificationHubFrontEnd {
+ public:
+  using Subscription = std::shared_ptr<tamb::INotificationSubscriptionFrontEnd>;
+  using Callback = std::shared_ptr<tamb::INotificationCallback>;
+
+  MOCK_METHOD(Subscription, Subscribe, (Callback), (override));
+  MOCK_METHOD(Subscription, SubscribeToCommandResponse, (unsigned int, unsigned int, Callback), (override));
+  MOCK_METHOD(Subscription, SubscribeToStep, (unsigned int, const std::string&, Callback), (override));
+  MOCK_METHOD(void, Unsubscribe, (Subscription), (override));
+  MOCK_METHOD(void, SetWorkflowManagerId, (std::string), (override));
+  MOCK_METHOD(void, SetEngineId, (unsigned int), (override));
+  MOCK_METHOD(std::string, GetWorkflowManagerId, (), (const, override));
+  MOCK_METHOD(unsigned int, GetEngineId, (), (const, override));
+};
+
+class FakeSubscription : public tamb::INotificationSubscriptionFrontEnd {
+ public:
+  bool IsActive() const override { return true; }
+};
+
+/// The front end in the place of its local hub.
+class TcpNotificationHubFrontEndForwarding : public NotificationFrontEndTest {
+ protected:
+  void SetUp() override {
+    hubFrontEnd_ = mock_;
+    construct();
+  }
+  void TearDown() override {
+    // Nothing of this is a matter of the channel.
+    EXPECT_THAT(socket::memory::sockets(), IsEmpty());
+    EXPECT_EQ(threads(), threadsBefore_);
+    EXPECT_THAT(log_.records(), IsEmpty());
+    NotificationFrontEndTest::TearDown();
+  }
+
+  std::shared_ptr<testing::StrictMock<MockHubFrontEnd>> mock_ =
+      std::make_shared<testing::StrictMock<MockHubFrontEnd>>();
+  const std::shared_ptr<tamb::INotificationCallback> callback_ = tamb::test::callback([](const auto&) {});
+  const std::shared_ptr<tamb::INotificationSubscriptionFrontEnd> subscription_ =
+      std::make_shared<FakeSubscription>();
+};
+
+TEST_F(TcpNotificationHubFrontEndForwarding, SubscribeIsTheLocalHubs) {
+  EXPECT_CALL(*mock_, Subscribe(callback_)).WillOnce(Return(subscription_));
+  EXPECT_EQ(frontEnd_->Subscribe(callback_), subscription_);
+  EXPECT_CALL(*mock_, Subscribe(testing::IsNull())).WillOnce(Return(nullptr));
+  EXPECT_EQ(frontEnd_->Subscribe(nullptr), nullptr);
+}
+
+TEST_F(TcpNotificationHubFrontEndForwarding, SubscribeToCommandResponseIsTheLocalHubs) {
+  EXPECT_CALL(*mock_, SubscribeToCommandResponse(7, 4'294'967'295, callback_))
+      .WillOnce(Return(subscription_));
+  EXPECT_EQ(frontEnd_->SubscribeToCommandResponse(7, 4'294'967'295, callback_), subscription_);
+}
+
+TEST_F(TcpNotificationHubFrontEndForwarding, SubscribeToStepIsTheLocalHubs) {
+  EXPECT_CALL(*mock_, SubscribeToStep(7, "the step", callback_)).WillOnce(Return(subscription_));
+  EXPECT_EQ(frontEnd_->SubscribeToStep(7, "the step", callback_), subscription_);
+}
+
+TEST_F(TcpNotificationHubFrontEndForwarding, UnsubscribeIsTheLocalHubs) {
+  EXPECT_CALL(*mock_, Unsubscribe(subscription_));
+  frontEnd_->Unsubscribe(subscription_);
+  EXPECT_CALL(*mock_, Unsubscribe(testing::IsNull()));
+  frontEnd_->Unsubscribe(nullptr);
+}
+
+TEST_F(TcpNotificationHubFrontEndForwarding, TheIdsAreTheLocalHubs) {
+  EXPECT_CALL(*mock_, SetWorkflowManagerId("manager-17"));
+  frontEnd_->SetWorkflowManagerId("manager-17");
+  EXPECT_CALL(*mock_, SetEngineId(4'711));
+  frontEnd_->SetEngineId(4'711);
+  EXPECT_CALL(*mock_, GetWorkflowManagerId()).WillOnce(Return("manager-18"));
+  EXPECT_EQ(frontEnd_->GetWorkflowManagerId(), "manager-18");
+  EXPECT_CALL(*mock_, GetEngineId()).WillOnce(Return(4'712));
+  EXPECT_EQ(frontEnd_->GetEngineId(), 4'712U);
+}
+
+TEST_F(TcpNotificationHubFrontEndForwarding, WhatTheLocalHubThrowsReachesTheCaller) {
+  EXPECT_CALL(*mock_, Subscribe).WillOnce(testing::Throw(std::logic_error("no more of you")));
+  EXPECT_THROW(frontEnd_->Subscribe(callback_), std::logic_error);
+  EXPECT_CALL(*mock_, GetEngineId).WillOnce(testing::Throw(std::logic_error("no more of you")));
+  EXPECT_THROW(frontEnd_->GetEngineId(), std::logic_error);
+}
+
+/// A real local hub behind it, in every state of the reception.
+class TcpNotificationHubFrontEndWithAHub : public NotificationFrontEndTest {
+ protected:
+  void SetUp() override { frontEnd_.emplace(faces_.first, faces_.second); }
+
+  void expectThatForwardingWorks() {
+    const auto callback = tamb::test::callback([](const auto&) {});
+    const auto subscription = frontEnd_->SubscribeToStep(7, "a step", callback);
+    ASSERT_NE(subscription, nullptr);
+    EXPECT_TRUE(subscription->IsActive());
+    frontEnd_->Unsubscribe(subscription);
+    EXPECT_FALSE(subscription->IsActive());
+    ++engineId_;
+    frontEnd_->SetEngineId(engineId_);
+    EXPECT_EQ(faces_.first->GetEngineId(), engineId_);
+    EXPECT_EQ(frontEnd_->GetEngineId(), engineId_);
+    frontEnd_->SetWorkflowManagerId("manager-" + std::to_string(engineId_));
+    EXPECT_EQ(faces_.first->GetWorkflowManagerId(), frontEnd_->GetWorkflowManagerId());
+    EXPECT_EQ(frontEnd_->GetWorkflowManagerId(), "manager-" + std::to_string(engineId_));
+  }
+
+  std::pair<std::shared_ptr<tamb::INotificationHubFrontEnd>, std::shared_ptr<tamb::INotificationHubBackEnd>>
+      faces_ = tamb::CreateNotificationHub();
+  unsigned int engineId_ = 100;
+};
+
+TEST_F(TcpNotificationHubFrontEndWithAHub, ForwardsBeforeDuringAndAfterReception) {
+  expectThatForwardingWorks();
+  start();
+  ASSERT_TRUE(socket::memory::waitUntilBlocked(socketName, Operation::Poll));
+  expectThatForwardingWorks();
+  socket::memory::failNext(socketName, Operation::Poll, Failure::ErrorResult, "nothing can come in");
+  ASSERT_TRUE(log_.waitFor("nothing can come in"));
+  expectThatForwardingWorks();
+  socket::memory::failNext(socketName, Operation::Open, Failure::RuntimeError, "no such place");
+  EXPECT_THROW(start(), std::runtime_error);
+  expectThatForwardingWorks();
+}
+
+TEST_F(TcpNotificationHubFrontEndWithAHub, ForwardsWhileAListIsHandled) {
+  frontEnd_->Subscribe(tamb::test::callback([&](const auto&) { gate_.pass(); }));
+  start();
+  deliverLines({"held up"});
+  ASSERT_TRUE(gate_.waitUntilReached());
+  expectThatForwardingWorks();
+}
+
+TEST_F(TcpNotificationHubFrontEndWithAHub, LetsTheHubMatchWhatComesWithWhatIsSubscribedTo) {
+  test::Arrivals<std::string> ofAll;
+  test::Arrivals<std::string> ofTheCommand;
+  test::Arrivals<std::string> ofTheStep;
+  const auto into = [](test::Arrivals<std::string>& arrivals) {
+    return tamb::test::callback(
+        [&arrivals](const auto& notification) { arrivals.add(notification->GetNotificationLine()); });
+  };
+  frontEnd_->SubscribeToCommandResponse(7, 99, into(ofTheCommand));
+  frontEnd_->SubscribeToStep(7, "the step", into(ofTheStep));
+  const auto subscription = frontEnd_->Subscribe(into(ofAll));
+  start();
+  auto response = message("response");
+  response.set_commandid(99);
+  auto step = message("step");
+  step.set_workflowstep("the step");
+  deliver(encoded(std::vector{message("neither"), response, step}));
+  EXPECT_THAT(ofAll.waitFor(3), ElementsAre("neither", "response", "step"));
+  ASSERT_TRUE(allIsHandled());
+  EXPECT_THAT(ofTheCommand.all(), ElementsAre("response"));
+  EXPECT_THAT(ofTheStep.all(), ElementsAre("step"));
+  frontEnd_->Unsubscribe(subscription);
+  deliver(encoded(std::vector{message("unheard"), step}));
+  EXPECT_THAT(ofTheStep.waitFor(2), ElementsAre("step", "step"));
+  EXPECT_EQ(ofAll.all().size(), 3U);
+  // Its subscribers' arrivals go before it does.
+  frontEnd_.reset();
+}
+
+/// Without a local hub.
+class TcpNotificationHubFrontEndWithoutAHub : public NotificationFrontEndTest {
+ protected:
+  void SetUp() override { frontEnd_.emplace(nullptr, hub_); }
+
+  void expectThrown(const std::function<void()>& call, const std::string& operation, int line) {
+    const std::string message =
+        std::string("[") + header + operation + ": Invalid notification hub front-end] [ Pointer is null ]";
+    const auto before = log_.records().size();
+    try {
+      call();
+      ADD_FAILURE() << "nothing was thrown by " << operation;
+    } catch (const tamb::TAMBRuntimeError& error) {
+      EXPECT_EQ(error.what(), message);
+    }
+    ASSERT_EQ(log_.records().size(), before + 1) << operation;
+    expectRecord(log_.records().back(), message, line);
+  }
+  void expectLogged(const std::function<void()>& call, const std::string& operation, int line) {
+    const auto before = log_.records().size();
+    EXPECT_NO_THROW(call()) << operation;
+    ASSERT_EQ(log_.records().size(), before + 1) << operation;
+    expectRecord(log_.records().back(), header + operation + ": Invalid notification hub front-end", line);
+  }
+  void expectAllReports() {
+    expectThrown([&] { frontEnd_->Subscribe(nullptr); }, "Subscribe", 85);
+    expectThrown([&] { frontEnd_->SubscribeToCommandResponse(1, 2, nullptr); }, "SubscribeToCommandResponse",
+                 99);
+    expectThrown([&] { frontEnd_->SubscribeToStep(1, "a step", nullptr); }, "SubscribeToStep", 113);
+    expectLogged([&] { frontEnd_->SetWorkflowManagerId("manager-17"); }, "SetWorkflowManagerId", 123);
+    expectLogged([&] { frontEnd_->SetEngineId(7); }, "SetEngineId", 134);
+    expectThrown([&] { frontEnd_->Unsubscribe(nullptr); }, "Unsubscribe", 147);
+    expectLogged([&] { EXPECT_EQ(frontEnd_->GetWorkflowManagerId(), ""); }, "GetWorkflowManagerId", 157);
+    // The text names the other id.
+    expectLogged([&] { EXPECT_EQ(frontEnd_->GetEngineId(), 0U); }, "GetWorkflowManagerId", 169);
+  }
+};
+
+TEST_F(TcpNotificationHubFrontEndWithoutAHub, ReportsEveryOperation) {
+  EXPECT_THAT(log_.records(), IsEmpty()) << "the construction checks nothing";
+  expectAllReports();
+}
+
+TEST_F(TcpNotificationHubFrontEndWithoutAHub, ReportsEveryOperationAfterReceptionHasBeenStarted) {
+  start();
+  ASSERT_TRUE(log_.waitFor("Cannot start reception loop"));
+  expectAllReports();
+}
+
+}  // namespace
+}  // namespace qor::multiprocess_communication
