@@ -117,14 +117,14 @@ void read(const proto::ParametersCollectionCommon& data, const Take& take) {
 }  // namespace
 
 proto::ParametersCollectionPrototype Serializers::ParametersCollectionPrototypeToProtoBuf(
-    std::shared_ptr<const IParametersCollectionPrototype> prototype) {
+    const std::shared_ptr<const IParametersCollectionPrototype>& prototype) {
   proto::ParametersCollectionPrototype message;
   write(prototype, message);
   return message;
 }
 
 proto::ParametersCollectionInstance Serializers::ParametersCollectionInstanceToProtoBuf(
-    std::shared_ptr<const IParametersCollectionInstance> instance) {
+    const std::shared_ptr<const IParametersCollectionInstance>& instance) {
   proto::ParametersCollectionInstance message;
   ParametersCollectionInstanceToProtoBuf(instance, message);
   return message;

@@ -16,10 +16,10 @@
 namespace qor::multiprocess_communication::Serializers {
 
 proto::ParametersCollectionPrototype ParametersCollectionPrototypeToProtoBuf(
-    std::shared_ptr<const tamb::IParametersCollectionPrototype> prototype);
+    const std::shared_ptr<const tamb::IParametersCollectionPrototype>& prototype);
 
 proto::ParametersCollectionInstance ParametersCollectionInstanceToProtoBuf(
-    std::shared_ptr<const tamb::IParametersCollectionInstance> instance);
+    const std::shared_ptr<const tamb::IParametersCollectionInstance>& instance);
 
 /// The same into a message that is used again and again: what it held is dropped, its memory is not. After an
 /// exception it holds a part of the instance.

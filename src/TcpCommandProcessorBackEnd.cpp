@@ -79,6 +79,8 @@ void TcpCommandProcessorBackEnd::AddControl(std::string /*name*/,
                                             std::shared_ptr<tamb::IBasicControl> /*control*/) {}
 void TcpCommandProcessorBackEnd::AddStatusControl(std::string /*name*/,
                                                   std::shared_ptr<tamb::IBasicStatusControl> /*control*/) {}
+// Its siblings take what they do nothing with by value, as the framework has it.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 void TcpCommandProcessorBackEnd::ExecuteCommand(std::shared_ptr<const tamb::ICommandMessage> /*command*/) {}
 
 void TcpCommandProcessorBackEnd::ExecuteAllCommandsScheduledAt(double time) {

@@ -19,6 +19,8 @@ constexpr int badEngineId = 69;
 
 }  // namespace
 
+// The signature is what engine processes are built against.
+// NOLINTNEXTLINE(modernize-pass-by-value)
 TcpNotificationHubBackEnd::TcpNotificationHubBackEnd(const std::string& workflowManagerId,
                                                      unsigned long engineId,
                                                      const socket::SocketEndpoint& endpoint)
