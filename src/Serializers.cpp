@@ -117,14 +117,16 @@ void read(const proto::ParametersCollectionCommon& data, const Take& take) {
 }  // namespace
 
 proto::ParametersCollectionPrototype Serializers::ParametersCollectionPrototypeToProtoBuf(
-    const std::shared_ptr<const IParametersCollectionPrototype>& prototype) {
+    // NOLINTNEXTLINE(performance-unnecessary-value-param): as the two are known by others
+    std::shared_ptr<const IParametersCollectionPrototype> prototype) {
   proto::ParametersCollectionPrototype message;
   write(prototype, message);
   return message;
 }
 
 proto::ParametersCollectionInstance Serializers::ParametersCollectionInstanceToProtoBuf(
-    const std::shared_ptr<const IParametersCollectionInstance>& instance) {
+    // NOLINTNEXTLINE(performance-unnecessary-value-param)
+    std::shared_ptr<const IParametersCollectionInstance> instance) {
   proto::ParametersCollectionInstance message;
   ParametersCollectionInstanceToProtoBuf(instance, message);
   return message;

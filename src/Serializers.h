@@ -16,10 +16,10 @@
 namespace qor::multiprocess_communication::Serializers {
 
 proto::ParametersCollectionPrototype ParametersCollectionPrototypeToProtoBuf(
-    const std::shared_ptr<const tamb::IParametersCollectionPrototype>& prototype);
+    std::shared_ptr<const tamb::IParametersCollectionPrototype> prototype);
 
 proto::ParametersCollectionInstance ParametersCollectionInstanceToProtoBuf(
-    const std::shared_ptr<const tamb::IParametersCollectionInstance>& instance);
+    std::shared_ptr<const tamb::IParametersCollectionInstance> instance);
 
 /// The same into a message that is used again and again: what it held is dropped, its memory is not. After an
 /// exception it holds a part of the instance.

@@ -53,7 +53,8 @@ class TcpCommandProcessorBackEnd : public tamb::ICommandProcessorBackEnd, public
   TcpCommandProcessorBackEnd(std::shared_ptr<tamb::ICommandProcessorFrontEnd> frontEnd,
                              std::shared_ptr<tamb::ICommandProcessorBackEnd> backEnd,
                              const socket::SocketEndpoint& endpoint);
-  /// Joins the reception thread: waits for the push under way, and at most 100 ms besides.
+  /// Joins the reception thread: waits for the push under way, and at most 100 ms besides. Not to be
+  /// called within a push, which would wait for itself.
   ~TcpCommandProcessorBackEnd() override;
   TcpCommandProcessorBackEnd(const TcpCommandProcessorBackEnd&) = delete;
   TcpCommandProcessorBackEnd& operator=(const TcpCommandProcessorBackEnd&) = delete;

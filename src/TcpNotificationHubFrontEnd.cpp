@@ -83,12 +83,18 @@ TcpNotificationHubFrontEnd::~TcpNotificationHubFrontEnd() {
 
 void TcpNotificationHubFrontEnd::startSubscriptionThread(const socket::SocketEndpoint& endpoint) {
   stopRequest_ = true;
-  // Ends a poll under way; the list in hand is still handled.
+  // Ends a poll under way. A list in hand is still handled; what waits in the socket goes with it.
   socket_.close();
   joinReceptionThread();
   stopRequest_ = false;
   socket_.createAndConnect(socket::Protocol::Subscriber, endpoint, 0);
-  receptionThread_ = std::make_shared<std::thread>([this] { receptionLoop(); });
+  try {
+    receptionThread_ = std::make_shared<std::thread>([this] { receptionLoop(); });
+  } catch (...) {
+    // There is no thread to be had: nobody would ever take out what comes in.
+    socket_.close();
+    throw;
+  }
 }
 
 void TcpNotificationHubFrontEnd::joinReceptionThread() {
@@ -165,36 +171,56 @@ void TcpNotificationHubFrontEnd::receptionLoop() {
     return checks().log("Cannot start reception loop, invalid notification hub back-end",
                         ReportLine::invalidHubBackEnd);
   }
+  proto::NotificationMessageList list;
+  bool socketWorks = true;
+  while (socketWorks && !stopRequest_) {
+    list.Clear();
+    socketWorks = receive(list);
+    receptionLoopHandleNotificationList(list);
+  }
+}
+
+/// Leaves the list empty when nothing came in time, or nothing readable. False when reception is to end.
+bool TcpNotificationHubFrontEnd::receive(proto::NotificationMessageList& list) {
   try {
-    proto::NotificationMessageList list;
-    while (!stopRequest_) {
-      std::string errorText;
-      const int polled = socket_.poll(pollMilliseconds, errorText);
-      if (polled == 0) {
-        receptionLoopHandleNotificationList(list);
-      } else if (polled != 1) {
-        return checks().log("Poll error in notification reception loop: " + errorText, ReportLine::pollError);
-      }
-    }
+    std::string errorText;
+    const int polled = socket_.poll(pollMilliseconds, errorText);
+    if (polled == 1) return true;
+    if (polled == 0) return receiveWaiting(list);
+    checks().log("Poll error in notification reception loop: " + errorText, ReportLine::pollError);
   } catch (const socket::ZmqContextTerminationException& termination) {
     checks().log(std::string("TCP notification hub: ") + termination.what(), ReportLine::contextTermination,
                  tamb::LogLevel::Info);
   }
+  return false;
 }
 
-/// `list` is the loop's, and holds nothing that matters: its memory is used again.
-void TcpNotificationHubFrontEnd::receptionLoopHandleNotificationList(proto::NotificationMessageList& list) {
+bool TcpNotificationHubFrontEnd::receiveWaiting(proto::NotificationMessageList& list) {
   try {
-    list.Clear();
     socket_.receiveProtoBuf(&list, sizeBound);
+  } catch (const std::runtime_error& error) {
+    // Among others, of a socket that has just been closed for another endpoint.
+    logFailedHandling(error);
+  }
+  return true;
+}
+
+void TcpNotificationHubFrontEnd::receptionLoopHandleNotificationList(
+    const proto::NotificationMessageList& list) {
+  try {
     for (const proto::NotificationMessage& message : list.messages()) {
+      auto object = objectOf(message);
       hubBackEnd_->PushNotification(
-          std::make_shared<TcpNotificationMessage>(message, tamb::GetUUIDString(), objectOf(message)));
+          std::make_shared<TcpNotificationMessage>(message, tamb::GetUUIDString(), std::move(object)));
     }
   } catch (const std::runtime_error& error) {
-    checks().log(std::string("Error in notification reception handler: ") + error.what(),
-                 ReportLine::failedHandling);
+    logFailedHandling(error);
   }
+}
+
+void TcpNotificationHubFrontEnd::logFailedHandling(const std::runtime_error& error) const {
+  checks().log(std::string("Error in notification reception handler: ") + error.what(),
+               ReportLine::failedHandling);
 }
 
 /// An object that cannot be rebuilt must not cost the notification.

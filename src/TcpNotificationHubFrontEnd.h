@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
 
@@ -82,7 +83,10 @@ class TcpNotificationHubFrontEnd : public tamb::INotificationHubFrontEnd, public
  private:
   void joinReceptionThread();
   void receptionLoop();
-  void receptionLoopHandleNotificationList(proto::NotificationMessageList& list);
+  bool receive(proto::NotificationMessageList& list);
+  bool receiveWaiting(proto::NotificationMessageList& list);
+  void receptionLoopHandleNotificationList(const proto::NotificationMessageList& list);
+  void logFailedHandling(const std::runtime_error& error) const;
   std::shared_ptr<const tamb::IParametersCollectionInstance> objectOf(
       const proto::NotificationMessage& message) const;
   /// The check of the operations that cannot do without a local hub.

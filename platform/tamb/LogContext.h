@@ -30,7 +30,8 @@ std::string GetThreadId();
 /// Now, in UTC, as in 2026-03-01T12:34:56.789012Z.
 std::string GetCurrentTimeString();
 
-/// A new random UUID: 36 characters in lower case.
+/// A new random UUID: 36 characters in lower case. Throws std::runtime_error when the system has no
+/// randomness to give.
 std::string GetUUIDString();
 
 /// The decimal text.

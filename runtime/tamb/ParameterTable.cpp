@@ -19,8 +19,12 @@ void ParameterTable::Add(const std::string& key, ParameterValue value, const std
   if (parameters_.empty()) parameters_.reserve(searchedFromTheFront);
   parameters_.push_back({key, std::move(value), description});
   if (parameters_.size() <= searchedFromTheFront) return;
-  for (std::size_t i = positions_.size(); i < parameters_.size(); ++i)
-    positions_.emplace(parameters_[i].key, i);
+  try {
+    for (auto i = positions_.size(); i < parameters_.size(); ++i) positions_.emplace(parameters_[i].key, i);
+  } catch (...) {
+    parameters_.pop_back();  // it would be found by nobody
+    throw;
+  }
 }
 
 void ParameterTable::CopyValues(const ParameterTable& other) {

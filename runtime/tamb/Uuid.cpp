@@ -18,6 +18,7 @@ namespace {
 
 /// A forked child must not go on with the bytes that its parent goes on with.
 std::atomic<unsigned int> forks{0};
+/// Fails only where a program cannot be loaded anyway, for want of memory.
 [[maybe_unused]] const int forksAreCounted = ::pthread_atfork(nullptr, nullptr, [] { ++forks; });
 
 /// Random bytes of one thread, a block at a time: every received notification gets an identifier, and to ask
