@@ -23,6 +23,8 @@ BareSocket::BareSocket(int type, const std::string& address, bool binds)
     : socket_(::zmq_socket(context(), type)) {
   require(socket_ != nullptr);
   setOption(ZMQ_LINGER, 0);
+  // A benchmark whose other side has failed is to fail too.
+  setOption(ZMQ_RCVTIMEO, 60'000);
   if (type == ZMQ_XPUB) setOption(ZMQ_XPUB_NODROP, 1);
   if (type == ZMQ_SUB) require(::zmq_setsockopt(socket_, ZMQ_SUBSCRIBE, "", 0) == 0);
   if (type == ZMQ_REQ) {

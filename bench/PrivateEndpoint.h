@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 
 #include "qor/socket/SocketEndpoint.h"
 
@@ -17,7 +18,10 @@ class PrivateEndpoint {
     if (::mkdtemp(path.data()) == nullptr) throw std::runtime_error("cannot make a directory for sockets");
     directory_ = path;
   }
-  ~PrivateEndpoint() { std::filesystem::remove_all(directory_); }
+  ~PrivateEndpoint() {
+    std::error_code ignored;
+    std::filesystem::remove_all(directory_, ignored);
+  }
   PrivateEndpoint(const PrivateEndpoint&) = delete;
   PrivateEndpoint& operator=(const PrivateEndpoint&) = delete;
 

@@ -1,0 +1,61 @@
+#include "bench/load/TypicalMessages.h"
+
+#include "runtime/tamb/CommandMessage.h"
+#include "runtime/tamb/NotificationMessage.h"
+
+namespace qor::bench {
+
+namespace {
+
+constexpr const char* stepId = "0f0b6f1e-93a4-4d1c-8f2b-54c1a8f2d9e0";
+
+tamb::MediaTime time(unsigned int id) { return {tamb::EditRate(25, 1), 1'000 + std::int64_t{id}, nullptr}; }
+
+std::shared_ptr<const tamb::IParametersCollectionInstance> parametersIf(bool wanted) {
+  return wanted ? typicalParameters() : nullptr;
+}
+
+}  // namespace
+
+std::shared_ptr<const tamb::IParametersCollectionInstance> typicalParameters() {
+  const auto prototype = tamb::CreateParametersCollectionPrototype();
+  prototype->AddBoolKey("enabled", false, "");
+  prototype->AddInt64Key("offset", 0, "");
+  prototype->AddUint64Key("frames", 0, "");
+  prototype->AddDoubleKey("gain", 1.0, "");
+  prototype->AddUTF8StringKey("target", "", "");
+  auto parameters = tamb::CreateParametersCollectionInstance(prototype);
+  parameters->SetBool("enabled", true);
+  parameters->SetInt64("offset", -12);
+  parameters->SetUint64("frames", 250);
+  parameters->SetDouble("gain", 0.5);
+  parameters->SetUTF8String("target", "volume");
+  return parameters;
+}
+
+std::shared_ptr<const tamb::ICommandMessage> typicalCommand(unsigned int id, bool withParameters) {
+  return std::make_shared<tamb::CommandMessage>(tamb::CommandFields{
+      .commandArgs = parametersIf(withParameters),
+      .time = time(id),
+      .commandName = "FilterCommand",
+      .commandId = id,
+      .workflowManagerId = workflowManagerId,
+      .engineId = engineId,
+      .stepId = stepId,
+  });
+}
+
+std::shared_ptr<const tamb::INotificationMessage> typicalNotification(unsigned int id, bool withParameters) {
+  return std::make_shared<tamb::NotificationMessage>(tamb::NotificationFields{
+      .time = time(id),
+      .stepId = stepId,
+      .notificationLine = "Progress",
+      .notificationObject = parametersIf(withParameters),
+      .notificationId = "c3f1d0a2-6a3e-4c36-a1de-2f0b7c9d5e44",
+      .commandId = id,
+      .workflowManagerId = workflowManagerId,
+      .engineId = engineId,
+  });
+}
+
+}  // namespace qor::bench

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <memory>
+
+#include "tamb/ICommandMessage.h"
+#include "tamb/INotificationMessage.h"
+#include "tamb/IParametersCollection.h"
+
+namespace qor::bench {
+
+constexpr const char* workflowManagerId = "7b2d1c80-5f0e-4f7e-9a53-0c8f6f3f1a11";
+constexpr unsigned int engineId = 7;
+
+/// Five parameters, one of each type that crosses a process boundary.
+std::shared_ptr<const tamb::IParametersCollectionInstance> typicalParameters();
+/// Messages as hosts and engines push them, with ids of 36 characters.
+std::shared_ptr<const tamb::ICommandMessage> typicalCommand(unsigned int id, bool withParameters);
+std::shared_ptr<const tamb::INotificationMessage> typicalNotification(unsigned int id, bool withParameters);
+
+}  // namespace qor::bench
