@@ -3,15 +3,14 @@
 #include <utility>
 #include <vector>
 
-#include "Serializers.h"
 #include "TcpCommandProcessorBackEnd.h"
+#include "fuzz/Contents.h"
 #include "fuzz/Reception.h"
 #include "runtime/tamb/CommandProcessor.h"
 
 namespace {
 
 namespace proto = qor::multiprocess_communication::proto;
-namespace Serializers = qor::multiprocess_communication::Serializers;
 using qor::fuzz::require;
 using qor::multiprocess_communication::TcpCommandProcessorBackEnd;
 
@@ -71,10 +70,9 @@ void requireSame(const tamb::ICommandMessage& command, const proto::CommandMessa
   require(command.GetCommandId() == (message.commandid() & 0xffff'ffffU), "the id is the message's");
   require(command.GetEngineId() == (message.engineid() & 0xffff'ffffU), "the engine is the message's");
   require(command.GetTime().GetTimeNumber() == message.mediatime().timenumber(), "the time is the message's");
-  if (!command.GetCommandArgs()) return;
-  require(message.has_commandargs(), "arguments are the message's");
-  require(Serializers::ParametersCollectionInstanceToProtoBuf(command.GetCommandArgs()).IsInitialized(),
-          "what was read can be written");
+  qor::fuzz::requireSameRate(command.GetTime(), message.mediatime());
+  qor::fuzz::requireSameParameters(command.GetCommandArgs(), message.has_commandargs(),
+                                   message.commandargs());
 }
 
 }  // namespace

@@ -3,14 +3,13 @@
 #include <utility>
 #include <vector>
 
-#include "Serializers.h"
 #include "TcpNotificationHubFrontEnd.h"
+#include "fuzz/Contents.h"
 #include "fuzz/Reception.h"
 
 namespace {
 
 namespace proto = qor::multiprocess_communication::proto;
-namespace Serializers = qor::multiprocess_communication::Serializers;
 using qor::fuzz::require;
 using qor::multiprocess_communication::TcpNotificationHubFrontEnd;
 
@@ -55,11 +54,9 @@ void requireSame(const tamb::INotificationMessage& notification, const proto::No
   require(notification.GetEngineId() == (message.engineid() & 0xffff'ffffU), "the engine is the message's");
   require(notification.GetTime().GetTimeNumber() == message.time().timenumber(), "the time is the message's");
   require(!notification.IsAnError(), "no notification is an error");
-  if (!notification.GetNotificationObject()) return;
-  require(message.has_notificationobject(), "values are the message's");
-  require(Serializers::ParametersCollectionInstanceToProtoBuf(notification.GetNotificationObject())
-              .IsInitialized(),
-          "what was read can be written");
+  qor::fuzz::requireSameRate(notification.GetTime(), message.time());
+  qor::fuzz::requireSameParameters(notification.GetNotificationObject(), message.has_notificationobject(),
+                                   message.notificationobject());
 }
 
 }  // namespace

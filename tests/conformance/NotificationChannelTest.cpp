@@ -271,7 +271,8 @@ TEST_P(NotificationChannel, DestroysAnIdleHostSoonAndABusyOneToo) {
   backEnd_->PushNotification(numbered(0));
   expectNumbersBelow(1);
   BackgroundCall destroying([&] { frontEnd_.reset(); });
-  EXPECT_TRUE(destroying.endsWithin(atOnce));
+  ASSERT_TRUE(destroying.endsWithin(atOnce));
+  EXPECT_NO_THROW(destroying.get());
 
   auto [hubFrontEnd, hubBackEnd] = tamb::CreateNotificationHub();
   hubFrontEnd->Subscribe(subscriber_);

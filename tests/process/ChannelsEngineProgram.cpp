@@ -10,10 +10,9 @@
 //                            object; "bound ENDPOINT" tells the port that was reserved
 //   push NOTIFICATIONS       publishes an array of notifications as one batch
 //   push-each NOTIFICATIONS  publishes them one after the other
-//   answer                   from now on, every command is answered with a notification of its time,
-//   arguments
-//                            and ids whose line is the command's name; nothing else may be published
-//                            meanwhile
+//   answer                   from now on, every command is answered with a notification of its time, its
+//                            arguments and its ids, whose line is the command's name; nothing else may be
+//                            published meanwhile
 //   destroy                  destroys both ends
 //   quit                     ends the program, and both ends first
 //

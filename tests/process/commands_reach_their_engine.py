@@ -59,8 +59,11 @@ class OurCommandChannel(ChannelsTest):
     def test_brings_what_the_host_hands_over_while_it_ends(self):
         for host, endpoint in self.hosts():
             host.push_each(commands(100))
+            engine = self.engine_process()
+            # Has nothing to destroy, and answers once it is there: a host that ends waits for a moment only.
+            engine.call("destroy")
             host.tell("destroy")
-            engine = self.listening_engine(endpoint)
+            engine.subscribe(endpoint)
             self.expect_commands(engine, commands(100))
             host.milliseconds_of("destroy")
             self.expect_end(engine, host)

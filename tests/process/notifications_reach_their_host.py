@@ -61,8 +61,10 @@ class OurNotificationChannel(ChannelsTest):
     def test_brings_what_the_engine_hands_over_while_it_ends(self):
         for engine, endpoint in self.engines():
             engine.push_each(notifications(100))
+            # There before the engine ends, which waits for a moment only.
+            host = self.host_process()
             engine.tell("destroy")
-            host = self.listening_host(endpoint)
+            host.subscribe(endpoint)
             self.expect_notifications(host, notifications(100))
             engine.milliseconds_of("destroy")
             self.expect_end(host, engine)

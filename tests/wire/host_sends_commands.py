@@ -1,10 +1,11 @@
 """Our command front end as a stock subscriber sees it: each batch is one message, byte by byte as Python encodes it."""
 
+import time
 import unittest
 
 from channels_support import (
     COMMAND_BATCHES, ENGINE, IDS, WORKFLOW_MANAGER, ChannelsTest, command, command_list, commands, encoded)
-from wire_support import BOUND
+from wire_support import BOUND, PATIENCE
 
 SOURCE = "src/TcpCommandProcessorFrontEnd"
 
@@ -117,8 +118,10 @@ class OurFrontEnd(ChannelsTest):
         listeners = [self.subscriber(endpoint) for _ in range(3)]
         number = 0
         silent = set(listeners)
+        deadline = time.monotonic() + PATIENCE
         # Who is there is learnt from what arrives.
         while silent:
+            self.assertLess(time.monotonic(), deadline, "nothing reaches some of them")
             self.host.push([command(id=number)])
             silent = {stock for stock in silent if not stock.poll(50)}
             number += 1

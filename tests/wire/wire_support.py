@@ -115,13 +115,18 @@ class DrivenProcess:
         self._close_pipes()
 
     def end(self):
-        """Lets the process end by itself, and reaps it: its exit code."""
+        """Lets the process end by itself, and reaps it: its exit code. Kills one that does not end, and fails."""
         if self._process.poll() is None:
             self.begin("quit")
             # Answers that nobody has fetched stand ahead of the last one.
             self._process.stdin.close()
-            while os.read(self._process.stdout.fileno(), 1 << 20):
-                pass
+            deadline = time.monotonic() + PATIENCE
+            while True:
+                if not select.select([self._process.stdout], [], [], max(0, deadline - time.monotonic()))[0]:
+                    self.kill()
+                    raise AssertionError(f"process {self.pid} does not end: {self.log()}")
+                if not os.read(self._process.stdout.fileno(), 1 << 20):
+                    break
         code = self._process.wait(PATIENCE)
         self._close_pipes()
         return code
@@ -370,8 +375,9 @@ class WireTest(unittest.TestCase):
         return self.stock_connected(zmq.SUB, endpoint, {zmq.SUBSCRIBE: topic})
 
     def publisher_for(self, subscriber_role_opener, endpoint=None):
-        """A stock publisher that our subscriber, which the call opens, has subscribed to."""
-        publisher, endpoint = self.stock_bound(zmq.XPUB, endpoint)
+        """A stock publisher that our subscriber, which the call opens, has subscribed to. It waits where it would drop
+        messages."""
+        publisher, endpoint = self.stock_bound(zmq.XPUB, endpoint, {zmq.XPUB_NODROP: 1})
         subscriber_role_opener(endpoint)
         self.assertEqual(publisher.recv(), b"\x01")
         return publisher

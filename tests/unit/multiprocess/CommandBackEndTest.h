@@ -18,6 +18,7 @@
 #include "runtime/memory/Network.h"
 #include "tests/support/BackgroundCall.h"
 #include "tests/support/CapturedLog.h"
+#include "tests/support/Gate.h"
 #include "tests/support/RecordingCommandProcessor.h"
 
 namespace qor::multiprocess_communication {
@@ -49,6 +50,7 @@ class CommandBackEndTest : public ::testing::Test {
   };
 
   void TearDown() override {
+    gate_.open();
     backEnd_.reset();
     EXPECT_TRUE(socket::memory::sockets().empty());
   }
@@ -123,6 +125,7 @@ class CommandBackEndTest : public ::testing::Test {
   }
 
   const test::CapturedLog log_;
+  test::Gate gate_;
   std::shared_ptr<test::RecordingCommandProcessor> processor_ = std::make_shared<OneByOne>();
   std::optional<TcpCommandProcessorBackEnd> backEnd_;
 };

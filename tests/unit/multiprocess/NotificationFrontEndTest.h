@@ -4,12 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <filesystem>
-#include <iterator>
+#include <fstream>
+#include <limits>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -23,36 +22,10 @@
 #include "tamb/TAMBRuntimeError.h"
 #include "tests/support/BackgroundCall.h"
 #include "tests/support/CapturedLog.h"
+#include "tests/support/Gate.h"
 #include "tests/support/RecordingHub.h"
 
 namespace qor::multiprocess_communication {
-
-/// Holds up whoever passes it until it is opened. Any thread.
-class Gate {
- public:
-  /// At most 20 s: a test that fails does not hang.
-  void pass() {
-    std::unique_lock lock(mutex_);
-    isReached_ = true;
-    changed_.notify_all();
-    changed_.wait_for(lock, std::chrono::seconds(20), [this] { return isOpen_; });
-  }
-  bool waitUntilReached() {
-    std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::seconds(20), [this] { return isReached_; });
-  }
-  void open() {
-    const std::lock_guard lock(mutex_);
-    isOpen_ = true;
-    changed_.notify_all();
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  bool isReached_ = false;
-  bool isOpen_ = false;
-};
 
 /// The publishing face of a local hub that wants its notifications one by one.
 class HubForSingles : public test::RecordingHub {
@@ -76,6 +49,8 @@ class NotificationFrontEndTest : public ::testing::Test {
   static constexpr const char* address = "inproc://notifications";
   static constexpr const char* header = "TcpNotificationHubFrontEnd: ";
   static constexpr std::chrono::seconds patience{20};
+  /// The kernel's PF_EXITING.
+  static constexpr unsigned long isEnding = 4;
 
   void TearDown() override {
     gate_.open();
@@ -149,10 +124,24 @@ class NotificationFrontEndTest : public ::testing::Test {
     return all.back();
   }
 
-  /// How many threads this process has.
+  /// How many threads this process has, without those that are ending: they can be joined while the system
+  /// still lists them.
   static std::size_t threads() {
-    const std::filesystem::directory_iterator tasks("/proc/self/task");
-    return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
+    std::size_t count = 0;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+      std::ifstream stat(task.path() / "stat");
+      stat.ignore(std::numeric_limits<std::streamsize>::max(), ')');
+      char state = '\0';
+      long parent = 0;
+      long group = 0;
+      long session = 0;
+      long terminal = 0;
+      long foreground = 0;
+      unsigned long flags = isEnding;
+      stat >> state >> parent >> group >> session >> terminal >> foreground >> flags;
+      if (stat && (flags & isEnding) == 0) ++count;
+    }
+    return count;
   }
   /// Waits until this process has no more threads than that.
   static bool threadsFallTo(std::size_t count) {
@@ -181,7 +170,7 @@ class NotificationFrontEndTest : public ::testing::Test {
   }
 
   const test::CapturedLog log_;
-  Gate gate_;
+  test::Gate gate_;
   std::shared_ptr<tamb::INotificationHubFrontEnd> hubFrontEnd_ = tamb::CreateNotificationHub().first;
   std::shared_ptr<HubForSingles> hub_ = std::make_shared<HubForSingles>();
   std::optional<TcpNotificationHubFrontEnd> frontEnd_;

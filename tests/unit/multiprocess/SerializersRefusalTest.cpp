@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <limits>
 #include <memory>
 #include <set>
@@ -155,6 +157,22 @@ TEST_F(SerializersRefusal, NamesTheTypeOfTheFirstKeyThatHasNone) {
       instanceWith({{"d", TambType::Double}, {"e", TambType::EditRate}, {"i", TambType::Int32}}, nullptr);
   EXPECT_CALL(*instance, GetDouble("d")).WillRepeatedly(Return(0.5));
   expectInstanceRefused(byInstance + std::string("EditRate]"), "281", instance);
+}
+
+TEST_F(SerializersRefusal, NamesTheFirstInTheCollectionsOwnOrderOfSeveral) {
+  // Neither the keys nor the types decide: all orders of both.
+  std::vector<TambType> types = {TambType::Int32, TambType::Float, TambType::UTF16String};
+  std::sort(types.begin(), types.end());
+  do {
+    std::vector<std::string> keys = {"a", "b", "c"};
+    do {
+      tamb::KeysAndTypes keysAndTypes;
+      for (std::size_t i = 0; i < types.size(); ++i) keysAndTypes.emplace_back(keys.at(i), types.at(i));
+      const std::string first = tamb::ToString(types.front());
+      expectPrototypeRefused(first, prototypeWith(keysAndTypes));
+      expectInstanceRefused(byInstance + first + "]", "281", instanceWith(keysAndTypes, nullptr));
+    } while (std::next_permutation(keys.begin(), keys.end()));
+  } while (std::next_permutation(types.begin(), types.end()));
 }
 
 TEST_F(SerializersRefusal, LeavesTheCollectionAsItWas) {

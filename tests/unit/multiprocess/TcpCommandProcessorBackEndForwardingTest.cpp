@@ -1,4 +1,3 @@
-#include <future>
 #include <stdexcept>
 
 #include "runtime/tamb/CommandMessage.h"
@@ -75,20 +74,14 @@ TEST_F(TcpCommandProcessorBackEndForwarding, GoesOnAfterReceptionHasEnded) {
 }
 
 TEST_F(TcpCommandProcessorBackEndForwarding, DoesNotWaitForAPushUnderWay) {
-  std::promise<void> entered;
-  std::promise<void> mayReturn;
-  processor_->onPush = [&](const tamb::ICommandMessage&) {
-    entered.set_value();
-    mayReturn.get_future().wait();
-  };
+  processor_->onPush = [this](const tamb::ICommandMessage&) { gate_.pass(); };
   construct(localBackEnd_);
   deliver({"a name"});
-  ASSERT_EQ(entered.get_future().wait_for(patience), std::future_status::ready);
+  ASSERT_TRUE(gate_.waitUntilReached());
   BackgroundCall forwarding([&] { expectForwarded(); });
   EXPECT_TRUE(forwarding.endsWithin(soon));
-  mayReturn.set_value();
+  gate_.open();
   EXPECT_NO_THROW(forwarding.get());
-  backEnd_.reset();  // the push is over before what it waits for is gone
 }
 
 TEST_F(TcpCommandProcessorBackEndForwarding, PassesTheLocalBackEndsExceptionOn) {

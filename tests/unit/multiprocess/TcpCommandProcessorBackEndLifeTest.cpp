@@ -1,10 +1,12 @@
 #include <algorithm>
 #include <csignal>
 #include <functional>
-#include <future>
 #include <stdexcept>
 
+#include "qor/socket/ZmqContextTerminationException.h"
 #include "tamb/TAMBRuntimeError.h"
+#include "tests/support/CoreFile.h"
+#include "tests/support/IdlePolls.h"
 #include "tests/unit/multiprocess/CommandBackEndTest.h"
 #include "tests/unit/multiprocess/MockCommandBackEnd.h"
 
@@ -60,6 +62,13 @@ TEST_F(TcpCommandProcessorBackEndReception, SubscribesToItsEndpoint) {
   EXPECT_EQ(sockets.front().name, socketName);
   EXPECT_EQ(sockets.front().protocol, socket::Protocol::Subscriber);
   EXPECT_EQ(sockets.front().endpoint, address);
+}
+
+TEST_F(TcpCommandProcessorBackEndReception, PollsAboutTenTimesASecondWhenNothingComes) {
+  construct();
+  const auto polls = test::idlePollsInASecond(socketName);
+  ASSERT_TRUE(polls) << "it has stopped to poll";
+  EXPECT_LE(*polls, 30U);
 }
 
 TEST_F(TcpCommandProcessorBackEndReception, EndsWithThePollsErrorText) {
@@ -184,20 +193,20 @@ using TcpCommandProcessorBackEndDeathTest = CommandBackEndTest;
 
 TEST_F(TcpCommandProcessorBackEndDeathTest, AnExceptionOfTheLocalFrontEndIsNotCaught) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  const auto pushIntoABrokenProcessor = [this] {
-    std::promise<void> entered;
-    processor_->onPush = [&](const tamb::ICommandMessage&) {
-      entered.set_value();
-      throw tamb::TAMBRuntimeError("the command processor is broken");
-    };
+  const auto pushIntoABrokenProcessor = [this](const auto& error) {
+    test::leaveNoCoreFile();
+    processor_->onPush = [&](const tamb::ICommandMessage&) { throw error; };
     construct();
     deliver({"a name"});
-    entered.get_future().wait();
+    processor_->commands.waitFor(1);
     // Joins the thread: comes back only from one that has caught the exception.
     backEnd_.reset();
   };
-  EXPECT_EXIT(pushIntoABrokenProcessor(), testing::KilledBySignal(SIGABRT),
-              "the command processor is broken");
+  EXPECT_EXIT(pushIntoABrokenProcessor(tamb::TAMBRuntimeError("the command processor is broken")),
+              testing::KilledBySignal(SIGABRT), "the command processor is broken");
+  // Not what the reception's own socket says when it is to end.
+  EXPECT_EXIT(pushIntoABrokenProcessor(socket::ZmqContextTerminationException("the end of another socket")),
+              testing::KilledBySignal(SIGABRT), "the end of another socket");
 }
 
 /// How the back end goes.
@@ -219,21 +228,17 @@ TEST_F(TcpCommandProcessorBackEndDestruction, TakesNoLongerThanOnePollWhenNothin
 }
 
 TEST_F(TcpCommandProcessorBackEndDestruction, WaitsForThePushUnderWayAndTheRestOfItsList) {
-  std::promise<void> entered;
-  std::promise<void> mayReturn;
-  processor_->onPush = [&](const tamb::ICommandMessage& command) {
-    if (command.GetCommandName() != "1") return;
-    entered.set_value();
-    mayReturn.get_future().wait();
+  processor_->onPush = [this](const tamb::ICommandMessage& command) {
+    if (command.GetCommandName() == "1") gate_.pass();
   };
   construct();
   deliver({"1", "2", "3"});
   deliver({"of the next list"});
-  ASSERT_EQ(entered.get_future().wait_for(patience), std::future_status::ready);
+  ASSERT_TRUE(gate_.waitUntilReached());
   BackgroundCall destroying([&] { backEnd_.reset(); });
   EXPECT_TRUE(destroying.waitUntilBlocked());
   EXPECT_FALSE(destroying.endsWithin(milliseconds(300)));
-  mayReturn.set_value();
+  gate_.open();
   EXPECT_TRUE(destroying.endsWithin(soon));
   EXPECT_THAT(arrivedNames(3), ElementsAre("1", "2", "3"));
   EXPECT_THAT(log_.records(), IsEmpty());

@@ -1,4 +1,6 @@
+#include <memory>
 #include <tuple>
+#include <utility>
 
 #include "tests/unit/multiprocess/NotificationBackEndTest.h"
 
@@ -197,6 +199,29 @@ TEST_F(TcpNotificationHubBackEndRefusals, WhatANotificationThrowsReachesThePushe
   }
   EXPECT_TRUE(nothingWasSent());
   EXPECT_THAT(behind->asked(), IsEmpty());
+  EXPECT_THAT(log_.records(), IsEmpty());
+}
+
+/// A notification whose object is gone when it is asked for it once more.
+class ForgetfulNotification : public tamb::NotificationMessage {
+ public:
+  using NotificationMessage::NotificationMessage;
+  std::shared_ptr<const tamb::IParametersCollectionInstance> GetNotificationObject() const override {
+    return std::exchange(wasAsked_, true) ? nullptr : NotificationMessage::GetNotificationObject();
+  }
+
+ private:
+  mutable bool wasAsked_ = false;
+};
+
+TEST_F(TcpNotificationHubBackEndRefusals, AnObjectThatIsGoneAtTheSecondLookMakesAnIncompleteMessage) {
+  auto its = fields();
+  its.notificationObject =
+      tamb::CreateParametersCollectionInstance(tamb::CreateParametersCollectionPrototype());
+  EXPECT_THAT(failureOf({notification(), std::make_shared<ForgetfulNotification>(its), notification()}),
+              HasSubstr("cannot send an incomplete NotificationMessageList: missing "
+                        "messages[1].notificationObject.prototype, messages[1].notificationObject.data"));
+  EXPECT_TRUE(nothingWasSent());
   EXPECT_THAT(log_.records(), IsEmpty());
 }
 

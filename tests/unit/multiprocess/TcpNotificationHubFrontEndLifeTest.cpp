@@ -1,5 +1,6 @@
 #include <thread>
 
+#include "tests/support/IdlePolls.h"
 #include "tests/unit/multiprocess/NotificationFrontEndTest.h"
 #include "tests/unit/tamb/FunctionCallback.h"
 
@@ -23,11 +24,19 @@ class TcpNotificationHubFrontEndLife : public NotificationFrontEndTest {
     for (const auto& state : socket::memory::sockets()) endpoints.push_back(state.endpoint);
     return endpoints;
   }
+  /// Messages that somebody keeps or has not taken out yet.
+  static std::size_t onTheWay(const std::string& endpoint) {
+    std::size_t count = 0;
+    for (const auto& state : socket::memory::sockets()) {
+      if (state.endpoint == endpoint) count += state.unsent + state.unreceived;
+    }
+    return count;
+  }
 };
 
 TEST_F(TcpNotificationHubFrontEndLife, NothingIsOpenedAndNoThreadRunsBeforeReceptionIsStarted) {
   EXPECT_THAT(socket::memory::sockets(), IsEmpty());
-  EXPECT_EQ(threads(), threadsBefore_);
+  EXPECT_TRUE(threadsFallTo(threadsBefore_));
   EXPECT_EQ(frontEnd_->messageHeader(), "TcpNotificationHubFrontEnd");
   BackgroundCall destroying([&] { frontEnd_.reset(); });
   EXPECT_TRUE(destroying.endsWithin(patience));
@@ -66,6 +75,13 @@ TEST_F(TcpNotificationHubFrontEndLife, AnIdleFrontEndIsDestroyedWithinAboutATent
   EXPECT_THAT(log_.records(), IsEmpty());
 }
 
+TEST_F(TcpNotificationHubFrontEndLife, AnIdleFrontEndPollsAboutTenTimesASecond) {
+  start();
+  const auto polls = test::idlePollsInASecond(socketName);
+  ASSERT_TRUE(polls) << "it has stopped to poll";
+  EXPECT_LE(*polls, 30U);
+}
+
 TEST_F(TcpNotificationHubFrontEndLife, DestructionWaitsForTheListUnderWayAndForNoOther) {
   holdUp("one");
   start();
@@ -90,6 +106,21 @@ TEST_F(TcpNotificationHubFrontEndLife, DestructionReleasesTheLocalHub) {
   EXPECT_EQ(hubFrontEnd_.use_count(), 1);
   // Those who hold a notification keep it.
   EXPECT_EQ(kept.front()->GetNotificationLine(), "one");
+}
+
+TEST_F(TcpNotificationHubFrontEndLife,
+       DestructionClosesTheSocketThenReleasesTheHubsBackEndAndThenItsFrontEnd) {
+  std::vector<std::string> released;
+  const auto note = [&](const std::string& what) {
+    released.push_back(what + (socket::memory::sockets().empty() ? " after the socket" : " too early"));
+  };
+  frontEnd_.emplace(
+      std::shared_ptr<tamb::INotificationHubFrontEnd>(hubFrontEnd_.get(), [&](auto*) { note("front end"); }),
+      std::shared_ptr<tamb::INotificationHubBackEnd>(hub_.get(), [&](auto*) { note("back end"); }));
+  start();
+  ASSERT_TRUE(allIsHandled());
+  frontEnd_.reset();
+  EXPECT_THAT(released, ElementsAre("back end after the socket", "front end after the socket"));
 }
 
 TEST_F(TcpNotificationHubFrontEndLife, StartingAgainStopsTheFirstReceptionBeforeItConnectsAnew) {
@@ -124,6 +155,46 @@ TEST_F(TcpNotificationHubFrontEndLife, StartingAgainEndsAPollUnderWay) {
   deliverLines({"still received"});
   EXPECT_THAT(pushedLines(), ElementsAre("still received"));
   EXPECT_THAT(log_.records(), IsEmpty());
+}
+
+TEST_F(TcpNotificationHubFrontEndLife, StartingAgainWhileNotificationsFlowGoesOnAtTheOtherEndpoint) {
+  const std::vector<std::string> addresses{address, otherAddress};
+  std::jthread flow([&](const std::stop_token& stop) {
+    std::vector<std::unique_ptr<socket::Socket>> publishers;
+    for (const auto& at : addresses) {
+      publishers.push_back(std::make_unique<socket::Socket>("Publisher", socket::ClosePolicy::Newest));
+      publishers.back()->createAndConnect(socket::Protocol::Publisher, socket::SocketEndpoint::FromString(at),
+                                          0);
+    }
+    while (!stop.stop_requested()) {
+      for (std::size_t i = 0; i < addresses.size(); ++i) {
+        if (onTheWay(addresses.at(i)) > 50) continue;
+        proto::NotificationMessageList list;
+        *list.add_messages() = message("one from " + addresses.at(i));
+        *list.add_messages() = message("another from " + addresses.at(i));
+        publishers.at(i)->sendProtoBuf(&list);
+      }
+      std::this_thread::yield();
+    }
+  });
+  for (std::size_t i = 0; i < 40; ++i) {
+    const std::string& at = addresses.at(i % 2);
+    BackgroundCall starting([&] { start(at); });
+    ASSERT_TRUE(starting.endsWithin(patience));
+    ASSERT_NO_THROW(starting.get());
+    const auto before = hub_->notifications.all().size();
+    // The next start finds it at work.
+    const auto lines = hub_->notifications.waitFor(before + 2);
+    ASSERT_GE(lines.size(), before + 2);
+    for (std::size_t next = before; next < lines.size(); ++next) {
+      ASSERT_THAT(lines.at(next)->GetNotificationLine(), testing::EndsWith(" from " + at));
+    }
+  }
+  for (const auto& record : log_.records()) {
+    EXPECT_THAT(record.message,
+                testing::StartsWith(std::string(header) + "Error in notification reception handler: "));
+    expectRecord(record, record.message, 306);
+  }
 }
 
 TEST_F(TcpNotificationHubFrontEndLife, AReceptionWhoseSocketIsClosedBeforeItBeginsIsLogged) {
@@ -196,14 +267,14 @@ TEST_F(TcpNotificationHubFrontEndLife, AFrontEndWhoseReceptionHasEndedIsDestroye
 TEST_F(TcpNotificationHubFrontEndLife, TheLocalHubsSubscribersAreCalledOnTheReceptionThread) {
   auto [hubFrontEnd, hubBackEnd] = tamb::CreateNotificationHub();
   frontEnd_.emplace(hubFrontEnd, hubBackEnd);
-  test::Arrivals<std::pair<std::string, std::thread::id>> calls;
-  frontEnd_->Subscribe(tamb::test::callback([&](const auto& notification) {
-    calls.add({notification->GetNotificationLine(), std::this_thread::get_id()});
+  const auto calls = std::make_shared<test::Arrivals<std::pair<std::string, std::thread::id>>>();
+  frontEnd_->Subscribe(tamb::test::callback([calls](const auto& notification) {
+    calls->add({notification->GetNotificationLine(), std::this_thread::get_id()});
   }));
   start();
   deliverLines({"one", "two"});
   deliverLines({"three"});
-  const auto all = calls.waitFor(3);
+  const auto all = calls->waitFor(3);
   ASSERT_EQ(all.size(), 3U);
   EXPECT_EQ(all.at(0).first, "one");
   EXPECT_EQ(all.at(1).first, "two");
@@ -211,7 +282,6 @@ TEST_F(TcpNotificationHubFrontEndLife, TheLocalHubsSubscribersAreCalledOnTheRece
   EXPECT_NE(all.at(0).second, std::this_thread::get_id());
   EXPECT_EQ(all.at(0).second, all.at(1).second);
   EXPECT_EQ(all.at(0).second, all.at(2).second);
-  frontEnd_.reset();
 }
 
 }  // namespace

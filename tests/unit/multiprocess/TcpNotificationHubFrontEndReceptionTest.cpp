@@ -3,6 +3,8 @@
 #include <functional>
 #include <limits>
 
+#include "qor/socket/ZmqContextTerminationException.h"
+#include "tests/support/CoreFile.h"
 #include "tests/unit/multiprocess/NotificationFrontEndTest.h"
 
 namespace qor::multiprocess_communication {
@@ -337,6 +339,7 @@ class TcpNotificationHubFrontEndDeathTest : public NotificationFrontEndTest {
   }
   /// Returns when the process has survived.
   void receiveOne() {
+    test::leaveNoCoreFile();
     start();
     deliverLines({"fatal"});
     socket::memory::waitUntilClosed(socketName);
@@ -346,6 +349,7 @@ class TcpNotificationHubFrontEndDeathTest : public NotificationFrontEndTest {
 TEST_F(TcpNotificationHubFrontEndDeathTest, APollThatThrowsEndsTheProcess) {
   EXPECT_EXIT(
       {
+        test::leaveNoCoreFile();
         socket::memory::failNext(socketName, Operation::Poll, Failure::RuntimeError, "no more polls");
         start();
         socket::memory::waitUntilClosed(socketName);
@@ -358,6 +362,11 @@ TEST_F(TcpNotificationHubFrontEndDeathTest, ALocalHubThatThrowsNoRuntimeErrorEnd
   EXPECT_EXIT(receiveOne(), testing::KilledBySignal(SIGABRT), "no logic in it");
   hub_->onPush = [](const tamb::INotificationMessage&) { throw 42; };  // NOLINT(hicpp-exception-baseclass)
   EXPECT_EXIT(receiveOne(), testing::KilledBySignal(SIGABRT), "'int'");
+  // Not what the reception's own socket says when it is to end.
+  hub_->onPush = [](const tamb::INotificationMessage&) {
+    throw socket::ZmqContextTerminationException("the end of another socket");
+  };
+  EXPECT_EXIT(receiveOne(), testing::KilledBySignal(SIGABRT), "the end of another socket");
 }
 
 }  // namespace

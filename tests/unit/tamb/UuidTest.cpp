@@ -49,17 +49,19 @@ TEST(UUIDString, DiffersBetweenAForkedChildAndItsParent) {
   std::array<int, 2> ends{};
   ASSERT_EQ(::pipe(ends.data()), 0);
   const pid_t child = ::fork();
+  ASSERT_NE(child, -1);
   if (child == 0) {
     const auto uuid = tamb::GetUUIDString();
     ::_exit(::write(ends[1], uuid.data(), uuid.size()) == 36 ? 0 : 1);
   }
+  // A child that writes nothing is met with the end of the pipe.
+  ::close(ends[1]);
   std::string childs(36, ' ');
   EXPECT_EQ(::read(ends[0], childs.data(), childs.size()), 36);
   int status = -1;
   EXPECT_EQ(::waitpid(child, &status, 0), child);
   EXPECT_EQ(status, 0);
   ::close(ends[0]);
-  ::close(ends[1]);
   EXPECT_NE(tamb::GetUUIDString(), childs);
 }
 
