@@ -1,0 +1,46 @@
+"""The plug-in's dynamic symbols: whatever else it showed could meet its like in a host's process."""
+
+import os
+import re
+import subprocess
+import unittest
+
+NAMESPACE = "qor::multiprocess_communication::"
+BACK_ENDS = ("TcpEngineBackEnd", "TcpCommandProcessorBackEnd", "TcpNotificationHubBackEnd")
+
+
+def defined_symbols(*options):
+    """The names that the plug-in defines for others, as nm writes them with these options."""
+    output = subprocess.run(
+        [os.environ["NM"], "--dynamic", "--defined-only", *options, os.environ["PLUGIN"]],
+        check=True, capture_output=True, text=True).stdout
+    # Address, kind, name.
+    return [line.split(maxsplit=2)[2] for line in output.splitlines()]
+
+
+class ThePlugin(unittest.TestCase):
+    def test_has_its_entry_point_under_its_plain_name(self):
+        self.assertEqual(defined_symbols().count("RegisterAll"), 1)
+
+    def test_shows_its_entry_point_and_its_back_ends_and_nothing_else(self):
+        back_end = NAMESPACE + "(" + "|".join(BACK_ENDS) + ")"
+        allowed = re.compile(f"RegisterAll|{back_end}::.+|(vtable|typeinfo|typeinfo name) for {back_end}")
+        self.assertEqual([name for name in defined_symbols("--demangle") if not allowed.fullmatch(name)], [])
+
+    def test_shows_what_users_of_its_back_ends_link_to(self):
+        shown = defined_symbols("--demangle")
+        for back_end in BACK_ENDS:
+            for wanted in (
+                f"{NAMESPACE}{back_end}::{back_end}(",
+                f"{NAMESPACE}{back_end}::~{back_end}()",
+                f"vtable for {NAMESPACE}{back_end}",
+                f"typeinfo for {NAMESPACE}{back_end}",
+                f"typeinfo name for {NAMESPACE}{back_end}",
+            ):
+                with self.subTest(wanted):
+                    self.assertTrue(any(name.startswith(wanted) for name in shown))
+        self.assertIn(f"{NAMESPACE}TcpEngineBackEnd::waitForFrontEndTermination()", shown)
+
+
+if __name__ == "__main__":
+    unittest.main()
