@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace qor::engines {
+
+/// How a media engine is to write; what is empty is chosen by the output's name.
+struct MediaSettings {
+  std::string videoCodec = {};
+  std::string audioCodec = {};
+  std::string container = {};
+};
+
+/// The work of a media engine.
+struct MediaDocument {
+  std::string input = {};
+  /// Empty when the input is to be analysed only.
+  std::string output = {};
+  std::string audioFilter = {};
+  std::string videoFilter = {};
+  bool loudness = false;
+  MediaSettings settings = {};
+  /// Whether one second of media takes one second.
+  bool realTime = false;
+  /// Whether the run waits at its start for a command to go on, so that commands can be pushed ahead of it.
+  bool startPaused = false;
+};
+
+enum class TestBehaviour { Run, IgnoreStop, Crash, Abort, Kill, Exit, Freeze, Throw };
+enum class TestMoment { Construct, Run, Command };
+
+/// What a test engine does, and when what it does wrong.
+struct TestDocument {
+  TestBehaviour behaviour = TestBehaviour::Run;
+  TestMoment when = TestMoment::Run;
+  std::uint64_t notifications = 0;
+};
+
+/// What an engine's description says: one alternative for each engine there is.
+using EngineDocument = std::variant<MediaDocument, TestDocument>;
+
+/// Reads a description, a JSON object. Throws TAMBRuntimeError when it is none, or when a key is unknown,
+/// missing or of a wrong type: one line that quotes the offending part and says what is expected.
+EngineDocument parseEngineDocument(const std::string& text);
+
+/// The values of the document's key "engine".
+std::vector<std::string> engineNames();
+
+}  // namespace qor::engines

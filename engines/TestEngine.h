@@ -1,0 +1,36 @@
+#pragma once
+
+#include <exception>
+#include <memory>
+#include <string>
+
+#include "engines/EngineBase.h"
+#include "engines/EngineDocument.h"
+
+namespace qor::engines {
+
+/// An engine without media, for tests of what goes wrong around engines: it runs until it is stopped, and
+/// crashes, hangs or throws as its document says. Commands are executed as they come, whatever their media
+/// times.
+class TestEngine final : public EngineBase {
+ public:
+  explicit TestEngine(std::shared_ptr<tamb::ICommandProcessorBackEnd> commands);
+
+  /// Commits the fault that is to happen on construction.
+  void AddEngineDescription(std::shared_ptr<tamb::IEngineDescription> description) override;
+  void RequestStop() override;
+  /// Throws always: there is no media.
+  tamb::TimeInfo GetCurrentTimeInfo(const std::string& name) const override;
+
+ private:
+  void runOnce() override;
+  void publishTicks(const StepNotifications& notifications) const;
+  void execute(const StepNotifications& notifications, const tamb::ICommandMessage& command);
+  void commitFault(const std::string& when) const;
+
+  TestDocument document_;
+  /// What a command had the run throw: the command processor lets nothing through.
+  std::exception_ptr thrown_;
+};
+
+}  // namespace qor::engines

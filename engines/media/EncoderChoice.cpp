@@ -1,0 +1,133 @@
+#include "engines/media/EncoderChoice.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <string_view>
+#include <vector>
+
+#include "tamb/TAMBRuntimeError.h"
+
+extern "C" {
+#include <libavutil/channel_layout.h>
+#include <libavutil/pixdesc.h>
+#include <libavutil/samplefmt.h>
+}
+
+namespace qor::engines {
+
+namespace {
+
+using tamb::TAMBRuntimeError;
+
+struct UsualEncoders {
+  std::string_view container;
+  const char* video;
+  const char* audio;
+};
+
+/// Quick and repeatable. Containers that are not here take what FFmpeg thinks usual.
+constexpr std::array<UsualEncoders, 6> usualEncoders{{
+    {"mp4", "mpeg4", "aac"},
+    {"mov", "mpeg4", "aac"},
+    {"ipod", "mpeg4", "aac"},
+    {"avi", "mpeg4", "pcm_s16le"},
+    {"matroska", "ffv1", "pcm_s16le"},
+    {"nut", "ffv1", "pcm_s16le"},
+}};
+
+const AVCodec* usualEncoder(AVMediaType type, const AVOutputFormat& container) {
+  const bool video = type == AVMEDIA_TYPE_VIDEO;
+  for (const auto& usual : usualEncoders) {
+    if (usual.container == container.name) {
+      return avcodec_find_encoder_by_name(video ? usual.video : usual.audio);
+    }
+  }
+  return avcodec_find_encoder(video ? container.video_codec : container.audio_codec);
+}
+
+/// "name=a|b|c", for the texts of the entries up to the terminator of FFmpeg's array.
+template <class Entry, class Text>
+std::string option(const char* name, const Entry* entries, Entry terminator, const Text& text) {
+  if (entries == nullptr) {
+    return {};
+  }
+  std::vector<std::string> texts;
+  for (; *entries != terminator; ++entries) {
+    texts.push_back(text(*entries));
+  }
+  return fmt::format("{}={}", name, fmt::join(texts, "|"));
+}
+
+std::string layoutOption(const AVChannelLayout* layouts) {
+  if (layouts == nullptr) {
+    return {};
+  }
+  std::vector<std::string> texts;
+  for (; layouts->nb_channels != 0; ++layouts) {
+    std::array<char, 128> text{};
+    av_channel_layout_describe(layouts, text.data(), text.size());
+    texts.emplace_back(text.data());
+  }
+  return fmt::format("channel_layouts={}", fmt::join(texts, "|"));
+}
+
+}  // namespace
+
+const AVOutputFormat& chooseContainer(const std::string& output, const MediaSettings& settings) {
+  const auto* const container = settings.container.empty()
+                                    ? av_guess_format(nullptr, output.c_str(), nullptr)
+                                    : av_guess_format(settings.container.c_str(), nullptr, nullptr);
+  if (container == nullptr) {
+    throw TAMBRuntimeError(
+        settings.container.empty()
+            ? fmt::format(
+                  "Cannot tell the container from the name of the output {:?}; expected an ending such as "
+                  R"(.mp4, .mkv or .wav, or the setting "container")",
+                  output)
+            : fmt::format(R"(There is no container {:?}; expected a name such as "mp4", "matroska" or "wav")",
+                          settings.container));
+  }
+  if ((container->flags & AVFMT_NOFILE) != 0) {
+    throw TAMBRuntimeError(fmt::format("The container {:?} does not write one file; expected one that does",
+                                       std::string(container->name)));
+  }
+  return *container;
+}
+
+const AVCodec* chooseEncoder(AVMediaType type, const AVOutputFormat& container,
+                             const MediaSettings& settings) {
+  const bool video = type == AVMEDIA_TYPE_VIDEO;
+  const auto& name = video ? settings.videoCodec : settings.audioCodec;
+  if (name.empty()) {
+    return usualEncoder(type, container);
+  }
+  const auto* const encoder = avcodec_find_encoder_by_name(name.c_str());
+  if (encoder == nullptr || encoder->type != type) {
+    throw TAMBRuntimeError(fmt::format("There is no {} encoder {:?}; expected a name such as {}",
+                                       video ? "video" : "audio", name,
+                                       video ? R"("mpeg4" or "ffv1")" : R"("aac" or "pcm_s16le")"));
+  }
+  return encoder;
+}
+
+std::string fittingFilter(const AVCodec& encoder) {
+  if (encoder.type == AVMEDIA_TYPE_VIDEO) {
+    const auto formats = option("pix_fmts", encoder.pix_fmts, AV_PIX_FMT_NONE,
+                                [](AVPixelFormat format) { return av_get_pix_fmt_name(format); });
+    return formats.empty() ? formats : "format=" + formats;
+  }
+  std::vector<std::string> options;
+  for (const auto& each : {option("sample_fmts", encoder.sample_fmts, AV_SAMPLE_FMT_NONE,
+                                  [](AVSampleFormat format) { return av_get_sample_fmt_name(format); }),
+                           option("sample_rates", encoder.supported_samplerates, 0,
+                                  [](int rate) { return fmt::format_int(rate).str(); }),
+                           layoutOption(encoder.ch_layouts)}) {
+    if (!each.empty()) {
+      options.push_back(each);
+    }
+  }
+  return options.empty() ? std::string() : fmt::format("aformat={}", fmt::join(options, ":"));
+}
+
+}  // namespace qor::engines

@@ -1,0 +1,223 @@
+#include "engines/media/FilterGraph.h"
+
+#include <fmt/format.h>
+
+#include <memory>
+#include <utility>
+
+#include "engines/media/FfmpegCalls.h"
+#include "tamb/TAMBRuntimeError.h"
+
+extern "C" {
+#include <libavfilter/buffersink.h>
+#include <libavfilter/buffersrc.h>
+#include <libavutil/channel_layout.h>
+#include <libavutil/mem.h>
+#include <libavutil/pixdesc.h>
+#include <libavutil/samplefmt.h>
+}
+
+namespace qor::engines {
+
+namespace {
+
+bool isVideo(const AVFrame& frame) { return frame.width > 0; }
+
+std::string kindText(const AVFrame& frame) {
+  if (isVideo(frame)) {
+    const auto* const format = av_get_pix_fmt_name(static_cast<AVPixelFormat>(frame.format));
+    return fmt::format("{}x{} {}", frame.width, frame.height, format == nullptr ? "unknown" : format);
+  }
+  const auto* const format = av_get_sample_fmt_name(static_cast<AVSampleFormat>(frame.format));
+  return fmt::format("{} Hz {} channels {}", frame.sample_rate, frame.ch_layout.nb_channels,
+                     format == nullptr ? "unknown" : format);
+}
+
+AVFilterContext* makeFilter(AVFilterGraph& graph, const std::string& kind, const std::string& name) {
+  auto* const filter = avfilter_graph_alloc_filter(&graph, avfilter_get_by_name(kind.c_str()), name.c_str());
+  if (filter == nullptr) {
+    throw tamb::TAMBRuntimeError(fmt::format("Cannot make the filter {:?}", kind));
+  }
+  return filter;
+}
+
+AVFilterContext* makeSource(AVFilterGraph& graph, const AVFrame& like, AVRational timeBase,
+                            AVRational frameRate) {
+  auto* const source = makeFilter(graph, isVideo(like) ? "buffer" : "abuffer", "in");
+  const std::unique_ptr<AVBufferSrcParameters, FreeMemory> parameters(av_buffersrc_parameters_alloc());
+  if (!parameters) {
+    throw std::bad_alloc();
+  }
+  parameters->format = like.format;
+  parameters->time_base = timeBase;
+  parameters->width = like.width;
+  parameters->height = like.height;
+  parameters->sample_aspect_ratio = like.sample_aspect_ratio;
+  parameters->frame_rate = frameRate;
+  parameters->hw_frames_ctx = nullptr;
+  parameters->sample_rate = like.sample_rate;
+  parameters->ch_layout = like.ch_layout;
+  const auto text = [&] { return fmt::format("Cannot filter {}", kindText(like)); };
+  ffmpegCall([&] { return av_buffersrc_parameters_set(source, parameters.get()); }, text);
+  ffmpegCall([&] { return avfilter_init_str(source, nullptr); }, text);
+  return source;
+}
+
+InOutHandle openEnd(const char* name, AVFilterContext* filter) {
+  auto end = allocated<InOutHandle>(avfilter_inout_alloc());
+  end->name = av_strdup(name);
+  end->filter_ctx = filter;
+  end->pad_idx = 0;
+  end->next = nullptr;
+  return end;
+}
+
+}  // namespace
+
+FilterGraph::FilterGraph(const AVFrame& like, AVRational timeBase, AVRational frameRate,
+                         const std::string& filters, const std::string& last)
+    : filters_(filters),
+      frameDuration_(frameRate.num > 0 && frameRate.den > 0 ? av_rescale_q(1, av_inv_q(frameRate), timeBase)
+                                                            : 0),
+      like_(makeFrame()),
+      graph_(allocated<GraphHandle>(avfilter_graph_alloc())) {
+  like_->format = like.format;
+  like_->width = like.width;
+  like_->height = like.height;
+  like_->sample_rate = like.sample_rate;
+  like_->color_range = like.color_range;
+  like_->color_primaries = like.color_primaries;
+  like_->color_trc = like.color_trc;
+  like_->colorspace = like.colorspace;
+  const auto text = [this] { return "Cannot use " + quotedFilters(); };
+  ffmpegCall([&] { return av_channel_layout_copy(&like_->ch_layout, &like.ch_layout); }, text);
+
+  graph_->nb_threads = 1;
+  graph_->thread_type = 0;
+  graph_->scale_sws_opts = av_strdup("flags=bicubic+accurate_rnd+bitexact");
+  source_ = makeSource(*graph_, like, timeBase, frameRate);
+  sink_ = makeFilter(*graph_, isVideo(like) ? "buffersink" : "abuffersink", "out");
+  ffmpegCall([&] { return avfilter_init_str(sink_, nullptr); }, text);
+  auto* before = sink_;
+  if (!last.empty()) {
+    const auto separator = last.find('=');
+    before = makeFilter(*graph_, last.substr(0, separator), "last");
+    ffmpegCall([&] { return avfilter_init_str(before, last.substr(separator + 1).c_str()); },
+               [&] { return fmt::format("Cannot make the filter {:?}", last); });
+    ffmpegCall([&] { return avfilter_link(before, 0, sink_, 0); }, text);
+  }
+  if (filters.empty()) {
+    ffmpegCall([&] { return avfilter_link(source_, 0, before, 0); }, text);
+  } else {
+    // Seen from the filters: what goes into them comes out of the source.
+    auto* outputs = openEnd("in", source_).release();
+    auto* inputs = openEnd("out", before).release();
+    forgetFfmpegErrorLine();
+    const int result = avfilter_graph_parse_ptr(graph_.get(), filters.c_str(), &inputs, &outputs, nullptr);
+    const InOutHandle unusedInputs(inputs);
+    const InOutHandle unusedOutputs(outputs);
+    if (result < 0) {
+      throwFfmpegError(result, text());
+    }
+  }
+  ffmpegCall([&] { return avfilter_graph_config(graph_.get(), nullptr); }, text);
+}
+
+void FilterGraph::setFrameSize(unsigned int samples) { av_buffersink_set_frame_size(sink_, samples); }
+
+void FilterGraph::push(FrameHandle frame) {
+  requireSameKind(*frame);
+  end_ = frame->pts + (isVideo(*frame) ? frameDuration_ : frame->nb_samples);
+  // Without this flag, the frame would wait in front of the filters, where a command would overtake it.
+  ffmpegCall([&] { return av_buffersrc_add_frame_flags(source_, frame.get(), AV_BUFFERSRC_FLAG_PUSH); },
+             [this] { return quotedFilters() + " failed"; });
+}
+
+void FilterGraph::finish() {
+  // With the end, a filter that repeats frames knows how often the last one is due.
+  ffmpegCall([&] { return av_buffersrc_close(source_, end_, AV_BUFFERSRC_FLAG_PUSH); },
+             [this] { return quotedFilters() + " failed at the end"; });
+}
+
+FrameHandle FilterGraph::pull() {
+  auto frame = makeFrame();
+  forgetFfmpegErrorLine();
+  const int result = av_buffersink_get_frame(sink_, frame.get());
+  if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) {
+    return nullptr;
+  }
+  if (result < 0) {
+    throwFfmpegError(result, quotedFilters() + " failed");
+  }
+  return frame;
+}
+
+FilteredFormat FilterGraph::format() const {
+  const bool video = av_buffersink_get_type(sink_) == AVMEDIA_TYPE_VIDEO;
+  return {av_buffersink_get_time_base(sink_), video ? av_buffersink_get_frame_rate(sink_) : AVRational{0, 1}};
+}
+
+FrameHandle FilterGraph::outputLike() const {
+  auto frame = makeFrame();
+  frame->format = av_buffersink_get_format(sink_);
+  if (isVideo(*like_)) {
+    frame->width = av_buffersink_get_w(sink_);
+    frame->height = av_buffersink_get_h(sink_);
+    frame->sample_aspect_ratio = av_buffersink_get_sample_aspect_ratio(sink_);
+    if (frame->format == like_->format) {
+      frame->color_range = like_->color_range;
+      frame->color_primaries = like_->color_primaries;
+      frame->color_trc = like_->color_trc;
+      frame->colorspace = like_->colorspace;
+    }
+  } else {
+    frame->sample_rate = av_buffersink_get_sample_rate(sink_);
+    ffmpegCall([&] { return av_buffersink_get_ch_layout(sink_, &frame->ch_layout); },
+               [this] { return quotedFilters() + " failed"; });
+  }
+  return frame;
+}
+
+FilterGraph::Answer FilterGraph::command(const std::string& target, const std::string& name,
+                                         const std::string& argument) {
+  bool found = false;
+  bool done = false;
+  for (unsigned int index = 0; index < graph_->nb_filters; ++index) {
+    auto* const filter = graph_->filters[index];
+    if (target != "all" && target != filter->name && target != filter->filter->name) {
+      continue;
+    }
+    found = true;
+    forgetFfmpegErrorLine();
+    const int result = avfilter_process_command(filter, name.c_str(), argument.c_str(), nullptr, 0, 0);
+    if (result == AVERROR(ENOSYS)) {
+      continue;
+    }
+    if (result < 0) {
+      throwFfmpegError(result, fmt::format("The filter {:?} refuses {:?} {:?}", std::string(filter->name),
+                                           name, argument));
+    }
+    done = true;
+  }
+  if (done) {
+    return Answer::Done;
+  }
+  return found ? Answer::UnknownCommand : Answer::NoSuchFilter;
+}
+
+void FilterGraph::requireSameKind(const AVFrame& frame) const {
+  if (frame.format != like_->format || frame.width != like_->width || frame.height != like_->height ||
+      frame.sample_rate != like_->sample_rate ||
+      av_channel_layout_compare(&frame.ch_layout, &like_->ch_layout) != 0) {
+    throw tamb::TAMBRuntimeError(
+        fmt::format("The stream changes from {} to {} on its way, which cannot be filtered", kindText(*like_),
+                    kindText(frame)));
+  }
+}
+
+std::string FilterGraph::quotedFilters() const {
+  return filters_.empty() ? fmt::format("the {} without filters", isVideo(*like_) ? "video" : "audio")
+                          : fmt::format("the {} filter {:?}", isVideo(*like_) ? "video" : "audio", filters_);
+}
+
+}  // namespace qor::engines

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "engines/media/FilterGraph.h"
+
+namespace qor::engines {
+
+/// Measures audio by EBU R128. It stands beside the way of the audio, which it leaves as it is.
+class LoudnessMeter {
+ public:
+  /// `everySecond` is called for each whole second of media time, from within measure() and finish().
+  using Report = std::function<void(double seconds, double momentary, double integrated)>;
+  explicit LoudnessMeter(Report everySecond);
+
+  void measure(const AVFrame& frame, AVRational timeBase);
+  void finish();
+
+  /// LUFS, of everything measured so far; -70 is silence, or less than 400 ms.
+  double integrated() const { return integrated_; }
+
+ private:
+  void read();
+
+  const Report everySecond_;
+  std::unique_ptr<FilterGraph> graph_;  ///< made for the first frame
+  double nextReport_ = 1;
+  double integrated_ = -70;
+};
+
+}  // namespace qor::engines

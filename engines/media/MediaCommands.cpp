@@ -1,0 +1,184 @@
+#include "engines/media/MediaCommands.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <limits>
+
+#include "runtime/tamb/CommandMessage.h"
+#include "runtime/tamb/CommandTime.h"
+#include "runtime/tamb/CurrentException.h"
+#include "tamb/TAMBRuntimeError.h"
+
+namespace qor::engines {
+
+namespace {
+
+using tamb::CommandTime;
+using tamb::TAMBRuntimeError;
+
+/// How long a pause takes at most to hear of a command: the command processor calls nobody.
+constexpr std::chrono::milliseconds pauseInterval{20};
+
+std::string argument(const tamb::ICommandMessage& command, const std::string& key) {
+  const auto arguments = command.GetCommandArgs();
+  if (!arguments || !arguments->HasKey(key)) {
+    throw TAMBRuntimeError(
+        fmt::format(R"(it has no argument {:?}; expected are "target", "command" and "argument")", key));
+  }
+  return arguments->GetUTF8String(key);
+}
+
+double dueTime(const tamb::ICommandMessage& command) { return CommandTime(command.GetTime()).Seconds(); }
+
+}  // namespace
+
+MediaCommands::MediaCommands(tamb::ICommandProcessorBackEnd& processor, StepControl& control,
+                             const StepNotifications& notifications, RunWatch& watch)
+    : processor_(processor),
+      notifications_(notifications),
+      watch_(watch),
+      serving_(control, [this](const auto& command) { receive(command); }) {}
+
+void MediaCommands::waitAtStart() {
+  paused_ = true;
+  waitWhilePaused();
+  if (failure_) {
+    std::rethrow_exception(failure_);
+  }
+}
+
+void MediaCommands::executeUntil(double seconds) {
+  limit_ = seconds;
+  processor_.ExecuteAllCommandsScheduledAt(seconds);
+  executeDeferred(seconds, nullptr);
+  if (failure_) {
+    std::rethrow_exception(failure_);
+  }
+}
+
+void MediaCommands::refuseRest(const std::string& reason) {
+  refusal_ = reason;
+  executeDeferred(std::numeric_limits<double>::infinity(), nullptr);
+  processor_.ExecuteAllCommands();
+}
+
+void MediaCommands::receive(const tamb::ICommandMessage& command) {
+  // What was deferred was pushed earlier: of the same time, it comes first.
+  executeDeferred(std::min(dueTime(command), dueUntil()), &command);
+  if (refusal_.empty() && dueTime(command) > dueUntil() && !(paused_ && isUrgent(command))) {
+    defer(command);
+  } else {
+    execute(command);
+  }
+}
+
+void MediaCommands::executeDeferred(double until, const tamb::ICommandMessage* before) {
+  const auto isNext = [&](const tamb::ICommandMessage& command) {
+    return dueTime(command) <= until &&
+           (before == nullptr || CommandTime(command.GetTime()) <= CommandTime(before->GetTime()));
+  };
+  while (!deferred_.empty() && isNext(*deferred_.front())) {
+    const auto command = deferred_.front();
+    deferred_.pop_front();
+    execute(*command);
+  }
+}
+
+void MediaCommands::execute(const tamb::ICommandMessage& command) {
+  if (!refusal_.empty() || target_ == nullptr) {
+    return notifications_.commandFailed(command, target_ == nullptr ? 0 : target_->position(),
+                                        refusal_.empty() ? "nothing is running" : refusal_);
+  }
+  try {
+    target_->advanceTo(command.GetTime());
+  } catch (...) {
+    // The command processor would only log it, but it is the end of the run.
+    failure_ = std::current_exception();
+    refusal_ = "the run has failed: " + tamb::CurrentExceptionText();
+    return notifications_.commandFailed(command, target_->position(), refusal_);
+  }
+  try {
+    perform(command);
+  } catch (const std::exception& error) {
+    return notifications_.commandFailed(command, target_->position(), error.what());
+  }
+  notifications_.commandDone(command, target_->position());
+  if (paused_ && command.GetCommandName() == "Pause") {
+    waitWhilePaused();
+  }
+}
+
+void MediaCommands::perform(const tamb::ICommandMessage& command) {
+  const auto& name = command.GetCommandName();
+  if (stopping_) {
+    throw TAMBRuntimeError("the run has been stopped by a command before it");
+  }
+  if (name == "FilterCommand") {
+    const auto target = argument(command, "target");
+    const auto filterCommand = argument(command, "command");
+    target_->commandFilter(target, filterCommand, argument(command, "argument"));
+  } else if (name == "Pause") {
+    if (paused_) {
+      throw TAMBRuntimeError("the run is paused already");
+    }
+    paused_ = true;
+  } else if (name == "Resume") {
+    if (!paused_) {
+      throw TAMBRuntimeError("the run is not paused");
+    }
+    paused_ = false;
+  } else if (name == "Stop") {
+    target_->stop();
+    stopping_ = true;
+    paused_ = false;
+  } else {
+    throw TAMBRuntimeError(fmt::format(
+        R"(there is no command {:?}; expected one of "FilterCommand", "Pause", "Resume", "Stop")", name));
+  }
+}
+
+void MediaCommands::defer(const tamb::ICommandMessage& command) {
+  const CommandTime time(command.GetTime());
+  const auto place = std::upper_bound(
+      deferred_.begin(), deferred_.end(), time,
+      [](const CommandTime& left, const Command& right) { return left < CommandTime(right->GetTime()); });
+  deferred_.insert(place, std::make_shared<tamb::CommandMessage>(tamb::CommandFields{
+                              .commandArgs = command.GetCommandArgs(),
+                              .time = command.GetTime(),
+                              .commandName = command.GetCommandName(),
+                              .commandId = command.GetCommandId(),
+                              .workflowManagerId = command.GetWorkflowManagerId(),
+                              .engineId = command.GetEngineId(),
+                              .stepId = command.GetStepId(),
+                          }));
+}
+
+void MediaCommands::waitWhilePaused() {
+  const auto begin = RunWatch::Clock::now();
+  while (paused_ && !watch_.stopRequested()) {
+    watch_.beat();
+    const auto urgent = std::find_if(deferred_.begin(), deferred_.end(),
+                                     [](const Command& command) { return isUrgent(*command); });
+    if (urgent != deferred_.end()) {
+      const auto command = *urgent;
+      deferred_.erase(urgent);
+      execute(*command);
+      continue;
+    }
+    processor_.ExecuteAllCommands();
+    if (paused_) {
+      watch_.sleepUntil(RunWatch::Clock::now() + pauseInterval);
+    }
+  }
+  paused_ = false;
+  pausedTime_ += RunWatch::Clock::now() - begin;
+}
+
+bool MediaCommands::isUrgent(const tamb::ICommandMessage& command) {
+  return command.GetCommandName() == "Resume" || command.GetCommandName() == "Stop";
+}
+
+double MediaCommands::dueUntil() const { return paused_ ? std::min(limit_, target_->position()) : limit_; }
+
+}  // namespace qor::engines

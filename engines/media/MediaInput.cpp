@@ -1,0 +1,131 @@
+#include "engines/media/MediaInput.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "engines/media/FfmpegCalls.h"
+#include "tamb/TAMBRuntimeError.h"
+
+namespace qor::engines {
+
+namespace {
+
+/// Compressed, that is seconds to minutes; reached only where one stream has a gap or ends early.
+constexpr std::size_t longestQueueBytes = 32U << 20U;
+constexpr std::size_t longestQueue = 20'000;
+
+int stopRequested(void* watch) {
+  auto& itsWatch = *static_cast<RunWatch*>(watch);
+  itsWatch.beat();  // Whoever can be interrupted is alive, however long the data stays away.
+  return itsWatch.stopRequested() ? 1 : 0;
+}
+
+}  // namespace
+
+MediaInput::MediaInput(const std::string& location, RunWatch& watch)
+    : location_(location), watch_(watch), pipe_(location, watch) {
+  auto* context = avformat_alloc_context();
+  if (context == nullptr) {
+    throw std::bad_alloc();
+  }
+  context->interrupt_callback = {stopRequested, &watch};
+  const auto url = pipe_.isPipe() ? pipe_.url() : location;
+  const auto text = [&] { return fmt::format("Cannot open {:?}", location_); };
+  try {
+    // It frees the context when it fails.
+    ffmpegCall([&] { return avformat_open_input(&context, url.c_str(), nullptr, nullptr); }, text);
+    context_.reset(context);
+    ffmpegCall([&] { return avformat_find_stream_info(context, nullptr); }, text);
+  } catch (...) {
+    if (watch.stopRequested()) {
+      throw StoppedEarly();
+    }
+    throw;
+  }
+  video_ = findBest(AVMEDIA_TYPE_VIDEO);
+  audio_ = findBest(AVMEDIA_TYPE_AUDIO);
+  if (video_ != nullptr && (video_->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0) {
+    video_ = nullptr;  // The picture of an album.
+  }
+  if (video_ == nullptr && audio_ == nullptr) {
+    throw tamb::TAMBRuntimeError(
+        fmt::format("Cannot open {:?}: it has neither video nor audio that can be decoded", location_));
+  }
+  for (unsigned int index = 0; index < context_->nb_streams; ++index) {
+    context_->streams[index]->discard = AVDISCARD_ALL;
+  }
+}
+
+void MediaInput::select(AVStream& stream) {
+  stream.discard = AVDISCARD_DEFAULT;
+  queues_[stream.index];
+}
+
+AVRational MediaInput::guessedFrameRate() const {
+  return av_guess_frame_rate(context_.get(), video_, nullptr);
+}
+
+double MediaInput::duration() const {
+  return context_->duration == AV_NOPTS_VALUE || context_->duration < 0
+             ? 0
+             : static_cast<double>(context_->duration) / AV_TIME_BASE;
+}
+
+std::int64_t MediaInput::startTime(const AVStream& stream) const {
+  return context_->start_time == AV_NOPTS_VALUE
+             ? 0
+             : av_rescale_q(context_->start_time, AVRational{1, AV_TIME_BASE}, stream.time_base);
+}
+
+MediaInput::Outcome MediaInput::nextPacket(const AVStream& stream, PacketHandle& packet) {
+  auto& queue = queues_.at(stream.index);
+  while (queue.packets.empty()) {
+    if (ended_) {
+      return Outcome::End;
+    }
+    if (queueIsFull()) {
+      return Outcome::OthersFirst;
+    }
+    readOne();
+  }
+  packet = std::move(queue.packets.front());
+  queue.packets.pop_front();
+  queue.bytes -= static_cast<std::size_t>(packet->size);
+  return Outcome::Packet;
+}
+
+AVStream* MediaInput::findBest(AVMediaType type) const {
+  const int index = av_find_best_stream(context_.get(), type, -1, -1, nullptr, 0);
+  return index < 0 ? nullptr : context_->streams[index];
+}
+
+void MediaInput::readOne() {
+  auto packet = makePacket();
+  forgetFfmpegErrorLine();
+  const int result = av_read_frame(context_.get(), packet.get());
+  if (result == AVERROR_EOF || (result < 0 && watch_.stopRequested())) {
+    ended_ = true;
+    return;
+  }
+  if (result == AVERROR(EAGAIN)) {
+    return;
+  }
+  if (result < 0) {
+    throwFfmpegError(result, fmt::format("Cannot read {:?}", location_));
+  }
+  const auto queue = queues_.find(packet->stream_index);
+  if (queue != queues_.end()) {
+    queue->second.bytes += static_cast<std::size_t>(packet->size);
+    queue->second.packets.push_back(std::move(packet));
+  }
+}
+
+bool MediaInput::queueIsFull() const {
+  return std::any_of(queues_.begin(), queues_.end(), [](const auto& each) {
+    return each.second.bytes > longestQueueBytes || each.second.packets.size() > longestQueue;
+  });
+}
+
+}  // namespace qor::engines

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <string>
+
+#include "engines/RunWatch.h"
+#include "engines/media/FfmpegHandles.h"
+#include "engines/media/InterruptiblePipe.h"
+
+namespace qor::engines {
+
+/// Thrown when a stop was requested before there was anything to stop.
+struct StoppedEarly {};
+
+/// Opens a file or an URL and hands out the packets of its best video and its best audio stream, of each in
+/// the order in which they are to be decoded. A stop request ends reads that are under way.
+class MediaInput {
+ public:
+  MediaInput(const std::string& location, RunWatch& watch);
+
+  const std::string& location() const { return location_; }
+  /// Null when there is no such stream.
+  AVStream* video() const { return video_; }
+  AVStream* audio() const { return audio_; }
+  AVRational guessedFrameRate() const;
+  /// Seconds; 0 when it is not known.
+  double duration() const;
+  /// The time that the media begins with, in the units of that stream.
+  std::int64_t startTime(const AVStream& stream) const;
+  const AVDictionary* metadata() const { return context_->metadata; }
+
+  /// Only packets of streams that were selected are handed out. All of them before the first packet.
+  void select(AVStream& stream);
+
+  enum class Outcome {
+    Packet,
+    End,
+    /// The other stream's packets that wait have grown too many: they are to be taken first.
+    OthersFirst,
+  };
+  Outcome nextPacket(const AVStream& stream, PacketHandle& packet);
+
+ private:
+  struct Queue {
+    std::deque<PacketHandle> packets;
+    std::size_t bytes = 0;
+  };
+
+  AVStream* findBest(AVMediaType type) const;
+  void readOne();
+  bool queueIsFull() const;
+
+  const std::string location_;
+  RunWatch& watch_;
+  InterruptiblePipe pipe_;
+  InputHandle context_;
+  AVStream* video_ = nullptr;
+  AVStream* audio_ = nullptr;
+  std::map<int, Queue> queues_;  ///< by stream index
+  bool ended_ = false;
+};
+
+}  // namespace qor::engines

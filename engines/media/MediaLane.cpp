@@ -1,0 +1,61 @@
+#include "engines/media/MediaLane.h"
+
+#include <utility>
+
+#include "engines/media/EncoderChoice.h"
+
+namespace qor::engines {
+
+namespace {
+
+/// Of audio that is not encoded.
+constexpr unsigned int analysisFrameSize = 1'024;
+
+std::string lastFilter(AVMediaType type, const MediaOutput* output) {
+  return output == nullptr ? std::string() : fittingFilter(*output->encoder(type));
+}
+
+}  // namespace
+
+MediaLane::MediaLane(const AVFrame& first, const StreamDecoder& decoder, AVRational frameRate,
+                     const std::string& filters, MediaOutput* output, LoudnessMeter* meter)
+    : graph_(first, decoder.timeBase(), frameRate, filters,
+             lastFilter(decoder.stream().codecpar->codec_type, output)),
+      timeBase_(graph_.format().timeBase),
+      meter_(meter) {
+  const auto type = decoder.stream().codecpar->codec_type;
+  if (output != nullptr) {
+    encoder_ = &output->addStream(type, *graph_.outputLike(), graph_.format());
+  }
+  if (type == AVMEDIA_TYPE_AUDIO) {
+    graph_.setFrameSize(encoder_ == nullptr ? analysisFrameSize : encoder_->frameSize());
+  }
+}
+
+void MediaLane::push(FrameHandle frame) {
+  graph_.push(std::move(frame));
+  while (const auto filtered = graph_.pull()) {
+    take(*filtered);
+  }
+}
+
+void MediaLane::finish(const std::function<bool(double)>& wanted) {
+  graph_.finish();
+  while (const auto filtered = graph_.pull()) {
+    if (filtered->pts != AV_NOPTS_VALUE && !wanted(static_cast<double>(filtered->pts) * av_q2d(timeBase_))) {
+      return;
+    }
+    take(*filtered);
+  }
+}
+
+void MediaLane::take(AVFrame& frame) {
+  if (meter_ != nullptr) {
+    meter_->measure(frame, timeBase_);
+  }
+  if (encoder_ != nullptr) {
+    encoder_->encode(frame, timeBase_);
+  }
+}
+
+}  // namespace qor::engines

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "engines/media/FilterGraph.h"
+#include "engines/media/LoudnessMeter.h"
+#include "engines/media/MediaOutput.h"
+#include "engines/media/StreamDecoder.h"
+
+namespace qor::engines {
+
+/// The way of one stream from its decoded frames through the filters to the output.
+class MediaLane {
+ public:
+  /// `first` is the first frame that will come. Without an output, frames end behind the filters. What is
+  /// given has to outlive the lane.
+  MediaLane(const AVFrame& first, const StreamDecoder& decoder, AVRational frameRate,
+            const std::string& filters, MediaOutput* output, LoudnessMeter* meter);
+
+  /// Everything that the frame brings about is done on return.
+  void push(FrameHandle frame);
+
+  /// Takes out what the filters hold back, for as long as `wanted` says so of a frame's time in seconds:
+  /// there are filters that never end.
+  void finish(const std::function<bool(double)>& wanted);
+
+  FilterGraph& filters() { return graph_; }
+
+ private:
+  void take(AVFrame& frame);
+
+  FilterGraph graph_;
+  const AVRational timeBase_;
+  LoudnessMeter* const meter_;
+  StreamEncoder* encoder_ = nullptr;
+};
+
+}  // namespace qor::engines

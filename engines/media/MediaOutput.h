@@ -1,0 +1,54 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "engines/EngineDocument.h"
+#include "engines/media/FfmpegHandles.h"
+#include "engines/media/OutputFile.h"
+#include "engines/media/StreamEncoder.h"
+
+namespace qor::engines {
+
+/// Writes the encoded streams to a container, which is the same for the same packets: no times of day, no
+/// random numbers, no versions are in it.
+class MediaOutput {
+ public:
+  /// Nothing is opened before start().
+  MediaOutput(const std::string& location, const MediaSettings& settings);
+  /// What has not been finished is removed.
+  ~MediaOutput();
+  MediaOutput(const MediaOutput&) = delete;
+  MediaOutput& operator=(const MediaOutput&) = delete;
+
+  /// Null when the container takes no such streams.
+  const AVCodec* encoder(AVMediaType type) const { return chosen(type); }
+
+  /// Adds a stream for frames like the first. All of them before start().
+  StreamEncoder& addStream(AVMediaType type, const AVFrame& first, const FilteredFormat& format);
+  void start(const AVDictionary* metadata);
+  /// Flushes the encoders and completes the file.
+  void finish();
+
+ private:
+  struct Stream {
+    std::unique_ptr<StreamEncoder> encoder;
+    AVStream* stream = nullptr;
+  };
+
+  const AVCodec* chosen(AVMediaType type) const { return type == AVMEDIA_TYPE_VIDEO ? video_ : audio_; }
+  void write(const AVStream& stream, AVRational timeBase, AVPacket& packet);
+  void close();
+  std::string failed() const;
+
+  const std::string location_;
+  OutputFile file_;
+  const AVOutputFormat& container_;
+  const AVCodec* const video_;
+  const AVCodec* const audio_;
+  OutputHandle context_;
+  std::vector<Stream> streams_;
+};
+
+}  // namespace qor::engines

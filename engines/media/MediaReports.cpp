@@ -1,0 +1,63 @@
+#include "engines/media/MediaReports.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+
+namespace qor::engines {
+
+namespace {
+
+/// Seconds of media.
+constexpr double progressInterval = 0.5;
+
+}  // namespace
+
+MediaReports::MediaReports(const StepNotifications& notifications)
+    : notifications_(notifications), start_(Clock::now()), nextProgress_(progressInterval) {}
+
+void MediaReports::started(const std::vector<std::string>& streams, double duration) {
+  start_ = Clock::now();
+  duration_ = duration;
+  NotificationValues values{{"streams", static_cast<std::uint64_t>(streams.size())}};
+  for (std::size_t index = 0; index < streams.size(); ++index) {
+    values.emplace_back(fmt::format("stream{}", index), streams[index]);
+  }
+  values.emplace_back("duration", duration);
+  notifications_.publish("Started", 0, values);
+}
+
+void MediaReports::progress(double position, Clock::duration paused) {
+  if (position < nextProgress_) {
+    return;
+  }
+  nextProgress_ = (std::floor(position / progressInterval) + 1) * progressInterval;
+  const std::chrono::duration<double> elapsed = Clock::now() - start_ - paused;
+  const double percentage = duration_ > 0 ? std::min(position / duration_ * 100, 100.0) : 0.0;
+  const double speed = elapsed.count() > 0 ? position / elapsed.count() : 0.0;
+  notifications_.publish("Progress", position,
+                         {{"position", position}, {"percentage", percentage}, {"speed", speed}});
+}
+
+void MediaReports::loudness(double position, double momentary, double integrated) const {
+  notifications_.publish("Loudness", position, {{"momentary", momentary}, {"integrated", integrated}});
+}
+
+void MediaReports::finished(const MediaResult& result) const {
+  NotificationValues values{{"videoFrames", result.videoFrames},
+                            {"audioFrames", result.audioFrames},
+                            {"duration", result.duration},
+                            {"stopped", result.stopped}};
+  if (result.integrated) {
+    values.emplace_back("integrated", *result.integrated);
+  }
+  notifications_.publish("Finished", result.duration, values);
+}
+
+void MediaReports::failed(double position, const std::string& reason) const {
+  notifications_.publishError("Failed", position, {{"reason", reason}});
+}
+
+}  // namespace qor::engines

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "engines/StepNotifications.h"
+
+namespace qor::engines {
+
+/// What a run came to.
+struct MediaResult {
+  /// Decoded frames that went into the filters.
+  std::uint64_t videoFrames = 0;
+  std::uint64_t audioFrames = 0;
+  /// Seconds of media, to the end of the last frame.
+  double duration = 0;
+  /// LUFS; empty when it was not asked for.
+  std::optional<double> integrated = {};
+  bool stopped = false;
+};
+
+/// The notifications of a media run. Times are in seconds of media.
+class MediaReports {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  explicit MediaReports(const StepNotifications& notifications);
+
+  void started(const std::vector<std::string>& streams, double duration);
+  /// Publishes when the position has passed the next half second of media, so that the same media notifies
+  /// alike on every machine. `paused` is how long the run has been paused so far.
+  void progress(double position, Clock::duration paused);
+  void loudness(double position, double momentary, double integrated) const;
+  void finished(const MediaResult& result) const;
+  void failed(double position, const std::string& reason) const;
+
+ private:
+  const StepNotifications& notifications_;
+  Clock::time_point start_;
+  double duration_ = 0;
+  double nextProgress_;
+};
+
+}  // namespace qor::engines

@@ -1,0 +1,318 @@
+#include "engines/media/MediaRun.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <limits>
+#include <system_error>
+#include <utility>
+
+#include "engines/media/AudioCut.h"
+#include "engines/media/Moment.h"
+#include "runtime/tamb/WriteLogRecord.h"
+#include "tamb/TAMBRuntimeError.h"
+
+namespace qor::engines {
+
+namespace {
+
+using tamb::TAMBRuntimeError;
+
+/// How long a run at the media's own speed takes at most to hear of a command.
+constexpr std::chrono::milliseconds waitInterval{20};
+
+/// Seconds. A file that ends so much before the end that it tells has lost something.
+constexpr double shortfall = 1;
+
+/// Where a command's time falls among samples: the first one that is not before it.
+std::int64_t firstSample(const tamb::MediaTime& time, int sampleRate) {
+  const auto& rate = time.GetEditRate();
+  if (rate.GetNumerator() == 0 || rate.GetDenominator() == 0) {
+    return std::numeric_limits<std::int64_t>::min();
+  }
+  return av_rescale_rnd(time.GetTimeNumber(), std::int64_t{rate.GetDenominator()} * sampleRate,
+                        std::int64_t{rate.GetNumerator()}, AV_ROUND_UP);
+}
+
+}  // namespace
+
+MediaRun::MediaRun(const MediaDocument& document, MediaCommands& commands, MediaReports& reports,
+                   RunWatch& watch, MediaPosition& position)
+    : document_(document), commands_(commands), reports_(reports), watch_(watch), position_(position) {
+  commands_.setTarget(this);
+}
+
+MediaRun::~MediaRun() { commands_.setTarget(nullptr); }
+
+MediaResult MediaRun::run() {
+  requireOtherFile();
+  input_.emplace(document_.input, watch_);
+  requireStreams();
+  if (!document_.output.empty()) {
+    output_.emplace(document_.output, document_.settings);
+  }
+  openDecoders();
+  openLanes();
+  if (output_) {
+    output_->start(input_->metadata());
+  }
+  std::vector<std::string> streams;
+  for (const auto* decoder : {&videoDecoder_, &audioDecoder_}) {
+    if (*decoder) {
+      streams.push_back((*decoder)->text());
+    }
+  }
+  position_.duration = input_->duration();
+  reports_.started(streams, input_->duration());
+  if (document_.startPaused) {
+    commands_.waitAtStart();
+  }
+  process();
+  finish();
+  return result_;
+}
+
+void MediaRun::requireOtherFile() const {
+  std::error_code ignored;
+  if (!document_.output.empty() && std::filesystem::equivalent(document_.input, document_.output, ignored)) {
+    throw TAMBRuntimeError(fmt::format("Input and output are the same file: {:?}", document_.input));
+  }
+}
+
+void MediaRun::requireStreams() const {
+  const auto require = [this](bool asked, const char* what, const void* stream, const char* kind) {
+    if (asked && stream == nullptr) {
+      throw TAMBRuntimeError(fmt::format("{} is asked for, but {:?} has no {}", what, document_.input, kind));
+    }
+  };
+  require(!document_.videoFilter.empty(), "A video filter", input_->video(), "video");
+  require(!document_.audioFilter.empty(), "An audio filter", input_->audio(), "audio");
+  require(document_.loudness, "The loudness", input_->audio(), "audio");
+}
+
+void MediaRun::openDecoders() {
+  // What the container cannot take, and nobody asked for, is left out.
+  const auto wanted = [this](AVMediaType type, bool asked) {
+    if (!output_ || output_->encoder(type) != nullptr) {
+      return true;
+    }
+    if (asked) {
+      throw TAMBRuntimeError(fmt::format("The container of {:?} takes no {}, for which there is a filter",
+                                         document_.output, av_get_media_type_string(type)));
+    }
+    return false;
+  };
+  if (input_->video() != nullptr && wanted(AVMEDIA_TYPE_VIDEO, !document_.videoFilter.empty())) {
+    videoDecoder_.emplace(*input_, *input_->video());
+  }
+  if (input_->audio() != nullptr &&
+      wanted(AVMEDIA_TYPE_AUDIO, !document_.audioFilter.empty() || document_.loudness)) {
+    audioDecoder_.emplace(*input_, *input_->audio());
+  }
+  if (!videoDecoder_ && !audioDecoder_) {
+    throw TAMBRuntimeError(fmt::format("The container of {:?} takes none of the streams of {:?}",
+                                       document_.output, document_.input));
+  }
+}
+
+void MediaRun::openLanes() {
+  auto* const output = output_ ? &*output_ : nullptr;
+  if (document_.loudness) {
+    meter_.emplace([this](double seconds, double momentary, double integrated) {
+      reports_.loudness(seconds, momentary, integrated);
+    });
+  }
+  // An empty stream is left out, as long as there is another one.
+  if (const auto* frame = videoDecoder_ ? videoDecoder_->peek() : nullptr) {
+    video_.emplace(*frame, *videoDecoder_, input_->guessedFrameRate(), document_.videoFilter, output,
+                   nullptr);
+  }
+  if (audioDecoder_ && fetchSound()) {
+    audio_.emplace(*sound_, *audioDecoder_, AVRational{0, 1}, document_.audioFilter, output,
+                   meter_ ? &*meter_ : nullptr);
+  }
+  if (!video_ && !audio_) {
+    if (watch_.stopRequested()) {
+      throw StoppedEarly();
+    }
+    throw TAMBRuntimeError(fmt::format("Nothing can be decoded of {:?}", document_.input));
+  }
+  for (const auto& [decoder, lane] :
+       {std::pair{&videoDecoder_, &video_}, std::pair{&audioDecoder_, &audio_}}) {
+    if (*decoder && !*lane) {
+      requireEmpty(**decoder);
+    }
+  }
+}
+
+void MediaRun::requireEmpty(const StreamDecoder& decoder) const {
+  const auto index = decoder.stream().index;
+  if (!decoder.ended()) {
+    throw TAMBRuntimeError(
+        fmt::format("Stream {} of {:?} begins too far behind the other one", index, document_.input));
+  }
+  tamb::WriteLogRecord(tamb::LogLevel::Warning,
+                       fmt::format("Stream {} of {:?} is left out: it is empty", index, document_.input));
+}
+
+void MediaRun::process() {
+  while (!stopping()) {
+    watch_.beat();
+    const bool hasPicture = video_ && videoDecoder_->peek() != nullptr;
+    const bool hasSound = audio_ && fetchSound();
+    if (!hasPicture && !hasSound) {
+      if ((!video_ || videoDecoder_->ended()) && (!audio_ || audioDecoder_->ended())) {
+        return;
+      }
+      continue;  // Each has asked to take the other's packets first, and has done so by now.
+    }
+    if (!hasSound) {
+      showPicture();
+      continue;
+    }
+    auto end = sound_->pts + sound_->nb_samples;
+    if (hasPicture) {
+      const auto picture = videoDecoder_->time().firstSample(sound_->sample_rate);
+      if (picture <= soundPosition()) {
+        showPicture();
+        continue;
+      }
+      end = std::min(end, picture);
+    }
+    playSound(end);
+  }
+}
+
+void MediaRun::finish() {
+  result_.stopped = stopping();
+  // A run that is stopped takes out no more than went in.
+  const auto wanted = [this](double seconds) {
+    watch_.beat();
+    commands_.executeUntil(position());
+    return !stopping() || seconds < result_.duration;
+  };
+  soundLimit_ = std::numeric_limits<std::int64_t>::min();
+  for (auto* lane : {&video_, &audio_}) {
+    if (*lane) {
+      (*lane)->finish(wanted);
+    }
+  }
+  if (meter_) {
+    meter_->finish();
+    result_.integrated = meter_->integrated();
+  }
+  if (output_) {
+    output_->finish();
+  }
+  result_.stopped = stopping();
+  if (!result_.stopped && result_.duration + shortfall < input_->duration()) {
+    tamb::WriteLogRecord(tamb::LogLevel::Warning,
+                         fmt::format("{:?} ends at {:.3f} s, although it is said to last {:.3f} s",
+                                     document_.input, result_.duration, input_->duration()));
+  }
+}
+
+void MediaRun::showPicture() {
+  const auto time = videoDecoder_->time();
+  const double seconds = time.seconds();
+  soundLimit_ = std::numeric_limits<std::int64_t>::min();
+  waitFor(seconds);
+  commands_.executeUntil(seconds);
+  if (stopping()) {
+    return;
+  }
+  video_->push(videoDecoder_->take());
+  ++result_.videoFrames;
+  const auto rate = input_->guessedFrameRate();
+  reach(seconds, seconds + (rate.num > 0 ? av_q2d(av_inv_q(rate)) : 0));
+}
+
+void MediaRun::playSound(std::int64_t end) {
+  const double sampleRate = sound_->sample_rate;
+  soundLimit_ = soundPosition();
+  waitFor(static_cast<double>(soundPosition()) / sampleRate);
+  if (stopping()) {
+    return;
+  }
+  soundLimit_ = end;
+  commands_.executeUntil(static_cast<double>(end - 1) / sampleRate);
+  if (!stopping()) {
+    advanceSound(end);
+  }
+}
+
+void MediaRun::advanceTo(const tamb::MediaTime& time) {
+  if (sound_) {
+    advanceSound(std::min(firstSample(time, sound_->sample_rate), soundLimit_));
+  }
+}
+
+void MediaRun::advanceSound(std::int64_t end) {
+  if (!sound_ || end <= soundPosition()) {
+    return;
+  }
+  const int sampleRate = sound_->sample_rate;
+  const auto count = static_cast<int>(end - soundPosition());
+  auto part = count == sound_->nb_samples ? std::move(sound_) : cutAudio(*sound_, soundOffset_, count);
+  if (sound_ && soundOffset_ + count < sound_->nb_samples) {
+    soundOffset_ += count;
+  } else {
+    sound_.reset();
+    ++result_.audioFrames;
+  }
+  audio_->push(std::move(part));
+  const double seconds = static_cast<double>(end) / sampleRate;
+  reach(seconds, seconds);
+}
+
+bool MediaRun::fetchSound() {
+  if (!sound_ && audioDecoder_->peek() != nullptr) {
+    sound_ = audioDecoder_->take();
+    soundOffset_ = 0;
+  }
+  return sound_ != nullptr;
+}
+
+void MediaRun::commandFilter(const std::string& target, const std::string& command,
+                             const std::string& argument) {
+  using Answer = FilterGraph::Answer;
+  auto best = Answer::NoSuchFilter;
+  for (auto* lane : {&video_, &audio_}) {
+    if (*lane) {
+      best = std::max(best, (*lane)->filters().command(target, command, argument));
+    }
+  }
+  if (best == Answer::NoSuchFilter) {
+    throw TAMBRuntimeError(fmt::format("there is no filter {:?}", target));
+  }
+  if (best == Answer::UnknownCommand) {
+    throw TAMBRuntimeError(fmt::format("the filter {:?} does not know the command {:?}", target, command));
+  }
+}
+
+void MediaRun::waitFor(double mediaSeconds) {
+  if (!document_.realTime) {
+    return;
+  }
+  while (!stopping()) {
+    const auto now = RunWatch::Clock::now();
+    const auto due = pacer_.due(mediaSeconds, commands_.paused());
+    if (now >= due) {
+      return;
+    }
+    watch_.beat();
+    watch_.sleepUntil(std::min(due, now + waitInterval));
+    commands_.executeUntil(position());
+  }
+}
+
+void MediaRun::reach(double position, double end) {
+  // Where one stream was taken first for lack of the other, time steps back.
+  position_.position = std::max(position_.position.load(), position);
+  result_.duration = std::max(result_.duration, end);
+  reports_.progress(position_.position, commands_.paused());
+}
+
+}  // namespace qor::engines

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdint>
+
+extern "C" {
+#include <libavutil/mathematics.h>
+#include <libavutil/rational.h>
+}
+
+namespace qor::engines {
+
+/// An exact time of the media: so many units, each of so many seconds.
+struct Moment {
+  std::int64_t units = 0;
+  AVRational unit{1, 1};
+
+  /// The double that is nearest, as a command's time is told in.
+  double seconds() const {
+    return static_cast<double>(units) * static_cast<double>(unit.num) / static_cast<double>(unit.den);
+  }
+  /// The number of the first sample that is not before this time.
+  std::int64_t firstSample(int sampleRate) const {
+    return av_rescale_q_rnd(units, unit, AVRational{1, sampleRate}, AV_ROUND_UP);
+  }
+};
+
+}  // namespace qor::engines

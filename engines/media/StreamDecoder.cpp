@@ -1,0 +1,195 @@
+#include "engines/media/StreamDecoder.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <utility>
+
+#include "engines/media/FfmpegCalls.h"
+#include "tamb/TAMBRuntimeError.h"
+
+extern "C" {
+#include <libavutil/channel_layout.h>
+#include <libavutil/common.h>
+}
+
+namespace qor::engines {
+
+namespace {
+
+/// Containers round the times of audio; up to here a difference is rounding, above it is a gap.
+constexpr std::int64_t audioToleranceMilliseconds = 50;
+/// Beyond it, a time stamp is taken for damage.
+constexpr double longestGapSeconds = 24 * 3600;
+
+std::string layoutText(const AVChannelLayout& layout) {
+  std::array<char, 128> text{};
+  av_channel_layout_describe(&layout, text.data(), text.size());
+  return text.data();
+}
+
+}  // namespace
+
+StreamDecoder::StreamDecoder(MediaInput& input, AVStream& stream)
+    : input_(input),
+      stream_(stream),
+      frame_(makeFrame()),
+      timeBase_(stream.time_base),
+      startTime_(input.startTime(stream)) {
+  input.select(stream);
+  const auto& parameters = *stream.codecpar;
+  const auto text = [&] {
+    return fmt::format("Cannot decode stream {} of {:?} ({})", stream.index, input.location(),
+                       avcodec_get_name(parameters.codec_id));
+  };
+  const auto* const decoder = avcodec_find_decoder(parameters.codec_id);
+  if (decoder == nullptr) {
+    throw tamb::TAMBRuntimeError(text() + ": there is no decoder for it");
+  }
+  codec_ = allocated<CodecHandle>(avcodec_alloc_context3(decoder));
+  ffmpegCall([&] { return avcodec_parameters_to_context(codec_.get(), &parameters); }, text);
+  if (codec_->ch_layout.order == AV_CHANNEL_ORDER_UNSPEC) {
+    av_channel_layout_default(&codec_->ch_layout, codec_->ch_layout.nb_channels);
+  }
+  codec_->pkt_timebase = stream.time_base;
+  codec_->thread_count = 1;
+  codec_->flags |= AV_CODEC_FLAG_BITEXACT;
+  ffmpegCall([&] { return avcodec_open2(codec_.get(), decoder, nullptr); }, text);
+  if (parameters.codec_type == AVMEDIA_TYPE_VIDEO) {
+    frameRate_ = input.guessedFrameRate();
+  }
+}
+
+AVFrame* StreamDecoder::peek() {
+  if (!hasFrame_ && !ended_) {
+    hasFrame_ = decode();
+    if (hasFrame_) {
+      stamp();
+    }
+  }
+  return hasFrame_ ? frame_.get() : nullptr;
+}
+
+FrameHandle StreamDecoder::take() {
+  hasFrame_ = false;
+  return std::exchange(frame_, makeFrame());
+}
+
+Moment StreamDecoder::time() const {
+  if (frameRate_.num > 0 && frameRate_.den > 0 && codec_->codec_type == AVMEDIA_TYPE_VIDEO) {
+    const auto frameDuration = av_inv_q(frameRate_);
+    const auto number = av_rescale_q(frame_->pts, timeBase_, frameDuration);
+    // Containers round: a frame that is as near to its place as they can tell, is there.
+    if (std::abs(av_rescale_q(number, frameDuration, timeBase_) - frame_->pts) <= 1) {
+      return {number, frameDuration};
+    }
+  }
+  return {frame_->pts, timeBase_};
+}
+
+std::string StreamDecoder::text() const {
+  const auto* const name = avcodec_get_name(codec_->codec_id);
+  if (codec_->codec_type == AVMEDIA_TYPE_VIDEO) {
+    return fmt::format("{}: video {} {}x{} {}/{}", stream_.index, name, codec_->width, codec_->height,
+                       frameRate_.num, frameRate_.den);
+  }
+  return fmt::format("{}: audio {} {} Hz {}", stream_.index, name, codec_->sample_rate,
+                     layoutText(codec_->ch_layout));
+}
+
+bool StreamDecoder::decode() {
+  for (;;) {
+    forgetFfmpegErrorLine();
+    const int result = avcodec_receive_frame(codec_.get(), frame_.get());
+    if (result == 0) {
+      return true;
+    }
+    if (result == AVERROR_EOF) {
+      ended_ = true;
+      return false;
+    }
+    if (result != AVERROR(EAGAIN)) {
+      fail(result);
+    }
+    starved_ = false;
+    feed();
+    if (starved_) {
+      return false;
+    }
+  }
+}
+
+void StreamDecoder::feed() {
+  PacketHandle packet;
+  const auto outcome = input_.nextPacket(stream_, packet);
+  if (outcome == MediaInput::Outcome::OthersFirst) {
+    starved_ = true;
+    return;
+  }
+  // Without a packet it is told that there are no more.
+  const int result = avcodec_send_packet(codec_.get(), packet.get());
+  if (result < 0 && result != AVERROR_EOF) {
+    fail(result);
+  }
+}
+
+void StreamDecoder::stamp() {
+  std::int64_t time = frame_->best_effort_timestamp;
+  if (time != AV_NOPTS_VALUE) {
+    time = av_sat_sub64(time, startTime_);
+    const double given = static_cast<double>(time) * av_q2d(stream_.time_base);
+    const double expected = static_cast<double>(next_) * av_q2d(timeBase_);
+    if (given - expected > longestGapSeconds || given < -longestGapSeconds) {
+      throw tamb::TAMBRuntimeError(
+          fmt::format("Cannot decode stream {} of {:?}: its time jumps from {:.3f} s to {:.3f} s",
+                      stream_.index, input_.location(), expected, given));
+    }
+  }
+  if (codec_->codec_type == AVMEDIA_TYPE_VIDEO) {
+    stampVideo(time);
+  } else {
+    stampAudio(time);
+  }
+}
+
+void StreamDecoder::stampVideo(std::int64_t time) {
+  frame_->pts = time == AV_NOPTS_VALUE ? next_ : time;
+  const auto rateIsKnown = frameRate_.num > 0 && frameRate_.den > 0;
+  const auto usual = rateIsKnown ? av_rescale_q(1, av_inv_q(frameRate_), timeBase_) : 1;
+  next_ = frame_->pts + std::max<std::int64_t>(usual, 1);
+}
+
+// Audio counts samples: its time base becomes the sample duration with the first frame.
+void StreamDecoder::stampAudio(std::int64_t time) {
+  if (frame_->ch_layout.order == AV_CHANNEL_ORDER_UNSPEC) {
+    av_channel_layout_default(&frame_->ch_layout, frame_->ch_layout.nb_channels);
+  }
+  if (frame_->sample_rate <= 0) {
+    fail(AVERROR_INVALIDDATA);
+  }
+  const AVRational sample{1, frame_->sample_rate};
+  if (av_cmp_q(sample, timeBase_) != 0) {
+    next_ = av_rescale_q(next_, timeBase_, sample);
+    timeBase_ = sample;
+  }
+  frame_->pts = next_;
+  if (time != AV_NOPTS_VALUE) {
+    const auto given = av_rescale_q(time, stream_.time_base, sample);
+    const auto tolerance = frame_->sample_rate * audioToleranceMilliseconds / 1000;
+    // Audio never steps back: what overlaps is put behind.
+    if (given - next_ > tolerance || next_ == 0) {
+      frame_->pts = std::max(given, next_);
+    }
+  }
+  next_ = frame_->pts + frame_->nb_samples;
+}
+
+void StreamDecoder::fail(int error) const {
+  throwFfmpegError(error, fmt::format("Cannot decode stream {} of {:?} ({}) near {:.3f} s", stream_.index,
+                                      input_.location(), avcodec_get_name(codec_->codec_id),
+                                      static_cast<double>(next_) * av_q2d(timeBase_)));
+}
+
+}  // namespace qor::engines

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "engines/media/FfmpegHandles.h"
+#include "engines/media/MediaInput.h"
+#include "engines/media/Moment.h"
+
+namespace qor::engines {
+
+/// Decodes one stream, without threads, so that the same file gives the same frames. A packet that cannot be
+/// decoded ends it with an exception: what is broken is to be known.
+class StreamDecoder {
+ public:
+  StreamDecoder(MediaInput& input, AVStream& stream);
+
+  /// The next frame in presentation order; stays there until it is taken. Null when there is none now: see
+  /// ended().
+  AVFrame* peek();
+  FrameHandle take();
+  /// False after a null peek() when the input has to be asked for the other stream first.
+  bool ended() const { return ended_; }
+
+  /// When the frame of the last peek() is due.
+  Moment time() const;
+  /// What the frames' time stamps count; they begin with the media at 0.
+  AVRational timeBase() const { return timeBase_; }
+  const AVStream& stream() const { return stream_; }
+  /// As in "1: audio aac 48000 Hz stereo".
+  std::string text() const;
+
+ private:
+  /// False when no frame is to be had now.
+  bool decode();
+  void feed();
+  void stamp();
+  void stampVideo(std::int64_t time);
+  void stampAudio(std::int64_t time);
+  [[noreturn]] void fail(int error) const;
+
+  MediaInput& input_;
+  AVStream& stream_;
+  CodecHandle codec_;
+  FrameHandle frame_;
+  bool hasFrame_ = false;
+  bool ended_ = false;
+  bool starved_ = false;
+  AVRational timeBase_;
+  std::int64_t startTime_;
+  AVRational frameRate_{0, 1};
+  /// Where the next frame is expected, in units of the time base.
+  std::int64_t next_ = 0;
+};
+
+}  // namespace qor::engines

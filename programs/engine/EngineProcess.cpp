@@ -1,0 +1,60 @@
+#include "programs/engine/EngineProcess.h"
+
+#include <chrono>
+#include <memory>
+#include <stdexcept>
+
+#include "TcpCommandProcessorBackEnd.h"
+#include "TcpEngineBackEnd.h"
+#include "TcpNotificationHubBackEnd.h"
+#include "engines/LocalEngine.h"
+#include "programs/engine/EditRates.h"
+#include "programs/engine/ServedEngine.h"
+#include "qor/socket/Socket.h"
+#include "runtime/tamb/EngineDescription.h"
+
+namespace qor::programs {
+
+namespace {
+
+using multiprocess_communication::TcpCommandProcessorBackEnd;
+using multiprocess_communication::TcpEngineBackEnd;
+using multiprocess_communication::TcpNotificationHubBackEnd;
+
+constexpr unsigned int readyMilliseconds = 5'000;
+
+/// The sockets of the engine control channel are bound on its own threads: it is ready once both of them
+/// answer.
+void awaitEngineControl(const EngineOptions& options) {
+  socket::Socket requester("EngineReadinessRequest", socket::ClosePolicy::Newest);
+  requester.createAndConnect(socket::Protocol::Requester, options.requestEndpoint, readyMilliseconds);
+  socket::Socket subscriber("EngineReadinessStatus", socket::ClosePolicy::Newest);
+  subscriber.createAndConnect(socket::Protocol::Subscriber, options.statusEndpoint, 0);
+  std::string errorText;
+  if (subscriber.poll(readyMilliseconds, errorText) == 0) return;
+  throw std::runtime_error("the engine publishes no status on " +
+                           options.statusEndpoint.toString(socket::Protocol::Plain) +
+                           (errorText.empty() ? "" : ": " + errorText));
+}
+
+}  // namespace
+
+void serveEngine(const EngineOptions& options, const EngineProcessEvents& events) {
+  const auto local = engines::makeLocalEngine(
+      tamb::EngineDescription(options.workflowManagerId, options.description, options.engineId));
+  // Commands arrive by the channel, notifications leave by it, and the engine is run by it: in the order in
+  // which they have to be there, and in the opposite order they go.
+  local.engine->SetNotificationHubBackEnd(withEnginesEditRates(std::make_shared<TcpNotificationHubBackEnd>(
+      options.workflowManagerId, static_cast<unsigned int>(options.engineId), options.notificationEndpoint)));
+  const TcpCommandProcessorBackEnd commands(withHostsEditRates(local.commandFrontEnd), local.commandBackEnd,
+                                            options.commandEndpoint);
+  TcpEngineBackEnd control(std::make_shared<ServedEngine>(local.engine), options.requestEndpoint,
+                           options.statusEndpoint);
+  awaitEngineControl(options);
+  events.onReady();
+  control.waitForFrontEndTermination();
+  events.onLeaving();
+  local.engine->RequestStop();
+}
+
+}  // namespace qor::programs

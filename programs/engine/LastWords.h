@@ -1,0 +1,17 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "programs/engine/EngineOptions.h"
+
+namespace qor::programs {
+
+/// Speaks for an engine's process that has died without a goodbye, on its endpoints: publishes the end of its
+/// life and one notification with the cause, and answers every request with a failure that tells the cause.
+/// Returns when the controller has said goodbye, has been silent for 10 s, or `isToEnd` returns true: it is
+/// asked about every 100 ms.
+void speakForTheDead(const EngineOptions& options, const std::string& cause,
+                     const std::function<bool()>& isToEnd);
+
+}  // namespace qor::programs

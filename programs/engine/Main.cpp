@@ -1,0 +1,154 @@
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string>
+
+#include "programs/engine/Supervisor.h"
+#include "programs/support/TerminalLog.h"
+#include "programs/support/Version.h"
+#include "runtime/processes/SocketFiles.h"
+
+namespace {
+
+using qor::programs::EngineEnd;
+using qor::programs::EngineOptions;
+using qor::socket::SocketEndpoint;
+
+constexpr const char* examples = R"(
+Exit codes:
+  0  the controller went, and the engine was stopped
+  1  the engine could not be made or was not ready in time
+  2  wrong usage
+  3  the engine's process died, or was killed because it ignored the stop
+
+Examples:
+  tamb-engine --workflow-manager-id studio --engine-id 1 --description job.json \
+    --request ipc:///run/e1/request --status ipc:///run/e1/status \
+    --command ipc:///run/e1/command --notification ipc:///run/e1/notification
+)";
+
+struct Arguments {
+  std::string workflowManagerId;
+  std::int32_t engineId = 0;
+  std::string description;
+  std::string request;
+  std::string status;
+  std::string command;
+  std::string notification;
+  std::filesystem::path directory;
+  bool verbose = false;
+};
+
+std::string readDescription(const std::string& file) {
+  if (file == "-") return {std::istreambuf_iterator<char>(std::cin), {}};
+  std::ifstream in(file);
+  std::string text{std::istreambuf_iterator<char>(in), {}};
+  if (!in) throw std::runtime_error("cannot read the description \"" + file + "\"");
+  return text;
+}
+
+SocketEndpoint hostsEndpoint(const std::string& text) {
+  auto endpoint = SocketEndpoint::FromString(text);
+  if (endpoint.transport() == SocketEndpoint::Transport::Tcp && endpoint.port() == 0) {
+    throw std::runtime_error(
+        "--command \"" + text +
+        "\": port 0 names no port to connect to; expected is the one that the host binds");
+  }
+  return endpoint;
+}
+
+EngineOptions optionsFrom(const Arguments& arguments) {
+  const auto bound = [](const std::string& text) {
+    return SocketEndpoint::FromString(text).withReservedPort();
+  };
+  return {.workflowManagerId = arguments.workflowManagerId,
+          .engineId = arguments.engineId,
+          .description = readDescription(arguments.description),
+          .requestEndpoint = bound(arguments.request),
+          .statusEndpoint = bound(arguments.status),
+          .commandEndpoint = hostsEndpoint(arguments.command),
+          .notificationEndpoint = bound(arguments.notification)};
+}
+
+void printLine(const nlohmann::json& line) {
+  std::cout << line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << std::endl;
+}
+
+void printReady(const EngineOptions& options, int enginePid) {
+  const auto text = [](const SocketEndpoint& endpoint) {
+    return endpoint.toString(qor::socket::Protocol::Plain);
+  };
+  printLine({{"event", "ready"},
+             {"pid", ::getpid()},
+             {"enginePid", enginePid},
+             {"request", text(options.requestEndpoint)},
+             {"status", text(options.statusEndpoint)},
+             {"command", text(options.commandEndpoint)},
+             {"notification", text(options.notificationEndpoint)}});
+}
+
+void printFailed(const std::string& reason) {
+  std::cerr << "tamb-engine: " << reason << std::endl;
+  printLine({{"event", "failed"}, {"reason", reason}});
+}
+
+int run(const Arguments& arguments) {
+  const EngineOptions options = optionsFrom(arguments);
+  EngineEnd end = EngineEnd::NotStarted;
+  try {
+    end = qor::programs::superviseEngine(
+        options, [&](int enginePid) { printReady(options, enginePid); }, printFailed);
+  } catch (const std::exception& error) {
+    printFailed(error.what());
+  }
+  qor::processes::removeSocketFiles({options.requestEndpoint, options.statusEndpoint, options.commandEndpoint,
+                                     options.notificationEndpoint},
+                                    arguments.directory);
+  return static_cast<int>(end);
+}
+
+}  // namespace
+
+int main(int argumentCount, char** values) {
+  CLI::App app("Runs one engine, to be driven by a host in another process.", "tamb-engine");
+  app.footer(examples);
+  app.set_version_flag("--version", qor::programs::version);
+  Arguments arguments;
+  app.add_option("--workflow-manager-id", arguments.workflowManagerId, "Whose commands the engine takes")
+      ->required();
+  app.add_option("--engine-id", arguments.engineId, "The engine's number there")->required();
+  app.add_option("--description", arguments.description,
+                 "What the engine is to do, a JSON file, or - to read it here")
+      ->required();
+  app.add_option("--request", arguments.request,
+                 "Endpoint to take requests on, say ipc://PATH or tcp://127.0.0.1:0")
+      ->required();
+  app.add_option("--status", arguments.status, "Endpoint to publish the engine's status on")->required();
+  app.add_option("--command", arguments.command, "Endpoint of the host to take commands from")->required();
+  app.add_option("--notification", arguments.notification, "Endpoint to publish notifications on")
+      ->required();
+  app.add_option("--directory", arguments.directory,
+                 "Directory of the sockets, removed at the end if it is empty");
+  app.add_flag("--verbose", arguments.verbose, "Show all log records");
+  try {
+    app.parse(argumentCount, values);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : 2;
+  }
+  // Whoever reads our output may go before us: that ends nothing.
+  std::signal(SIGPIPE, SIG_IGN);
+  using qor::programs::Shown;
+  qor::programs::showLog(arguments.verbose ? Shown::Everything : Shown::Failures);
+  try {
+    return run(arguments);
+  } catch (const std::exception& error) {
+    printFailed(error.what());
+    return static_cast<int>(EngineEnd::NotStarted);
+  }
+}

@@ -1,0 +1,75 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "tamb/IEngineFrontEnd.h"
+
+namespace qor::programs {
+
+/// An engine as its controller is shown it. Its status is sampled, not queued: a run is stretched until it
+/// cannot pass unseen. All else is the engine's.
+class ServedEngine final : public tamb::IEngineFrontEnd {
+ public:
+  /// The controller sees every status that lasts so long, even when it has just connected, on a busy machine.
+  static constexpr std::chrono::milliseconds shortestRun{500};
+
+  explicit ServedEngine(std::shared_ptr<tamb::IEngineFrontEnd> engine) : engine_(std::move(engine)) {}
+
+  void Run() override {
+    // Whichever way the run ends.
+    const struct Stretch {
+      ~Stretch() { std::this_thread::sleep_until(end); }
+      std::chrono::steady_clock::time_point end = std::chrono::steady_clock::now() + shortestRun;
+    } stretch;
+    engine_->Run();
+  }
+
+  tamb::EngineStatus GetStatus() const override { return engine_->GetStatus(); }
+  std::string GetLastErrorMessage() const override { return engine_->GetLastErrorMessage(); }
+  tamb::TimeInfo GetCurrentTimeInfo(const std::string& name) const override {
+    return engine_->GetCurrentTimeInfo(name);
+  }
+  void SetInitConfig(std::shared_ptr<const tamb::IParametersCollectionInstance> config) override {
+    engine_->SetInitConfig(std::move(config));
+  }
+  void AddEngineDescription(std::shared_ptr<tamb::IEngineDescription> description) override {
+    engine_->AddEngineDescription(std::move(description));
+  }
+  void AddInputEndpoint(std::string name, std::shared_ptr<tamb::IInputEndpoint> endpoint) override {
+    engine_->AddInputEndpoint(std::move(name), std::move(endpoint));
+  }
+  void AddOutputEndpoint(std::string name, std::shared_ptr<tamb::IOutputEndpoint> endpoint) override {
+    engine_->AddOutputEndpoint(std::move(name), std::move(endpoint));
+  }
+  void AddAllocator(std::string name, std::shared_ptr<tamb::IMemoryBlockAllocator> allocator) override {
+    engine_->AddAllocator(std::move(name), std::move(allocator));
+  }
+  void AddClock(std::string name, std::shared_ptr<tamb::IMediaClock> clock) override {
+    engine_->AddClock(std::move(name), std::move(clock));
+  }
+  void AddLogger(std::string name, std::shared_ptr<tamb::ILogger> logger) override {
+    engine_->AddLogger(std::move(name), std::move(logger));
+  }
+  void AddBenchmarker(std::string name, void* benchmarker) override {
+    engine_->AddBenchmarker(std::move(name), benchmarker);
+  }
+  void Ping(unsigned int timeout) override { engine_->Ping(timeout); }
+  void RequestStop() override { engine_->RequestStop(); }
+  void WaitForStop(unsigned int timeout) override { engine_->WaitForStop(timeout); }
+  void SetWorkflowManagerId(std::string id) override { engine_->SetWorkflowManagerId(std::move(id)); }
+  void SetEngineId(unsigned int id) override { engine_->SetEngineId(id); }
+  std::string GetWorkflowManagerId() const override { return engine_->GetWorkflowManagerId(); }
+  unsigned int GetEngineId() const override { return engine_->GetEngineId(); }
+  void SetNotificationHubBackEnd(std::shared_ptr<tamb::INotificationHubBackEnd> hub) override {
+    engine_->SetNotificationHubBackEnd(std::move(hub));
+  }
+
+ private:
+  const std::shared_ptr<tamb::IEngineFrontEnd> engine_;
+};
+
+}  // namespace qor::programs

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "programs/engine/EngineOptions.h"
+
+namespace qor::programs {
+
+/// How an engine's process came to its end, as exit codes of the program.
+enum class EngineEnd : int {
+  /// The controller went, and the engine was stopped.
+  Served = 0,
+  /// The engine never became ready.
+  NotStarted = 1,
+  /// The engine's process died, or had to be killed because it ignored the stop.
+  Died = 3,
+};
+
+/// Runs the engine in a process of its own, which is this one's child, and sees to it that its controller is
+/// told when it dies. Returns once the child is gone and all has been said. Every wait is bounded: 20 s for
+/// the engine to be ready, 5 s for it to stop, 10 s of silence of the controller. SIGTERM and SIGINT end the
+/// child, and with it the engine.
+///
+/// To be called by a process that has one thread and has opened no sockets: the child is a copy of it.
+/// `onReady` is given the child's process id, `onFailure` one readable line.
+EngineEnd superviseEngine(const EngineOptions& options, const std::function<void(int pid)>& onReady,
+                          const std::function<void(const std::string& reason)>& onFailure);
+
+}  // namespace qor::programs

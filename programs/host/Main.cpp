@@ -1,0 +1,175 @@
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <csignal>
+#include <ctime>
+#include <exception>
+#include <future>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "programs/host/PrivateService.h"
+#include "programs/host/Session.h"
+#include "programs/support/TerminalLog.h"
+#include "programs/support/Version.h"
+
+namespace {
+
+using qor::programs::Display;
+using qor::programs::Outcome;
+using qor::programs::Session;
+using qor::programs::Workflow;
+
+constexpr const char* examples = R"(
+Exit codes:
+    0  the run finished
+    1  the run failed; the engine said why
+    2  wrong usage
+    3  the engine's process died
+    4  there was no engine to be had
+    5  the run ended, and the engine did not say how
+  130  it was interrupted
+
+The first Ctrl-C has the engine stop, a second one leaves at once.
+
+Examples:
+  tamb-host run job.json
+  tamb-host run --input talk.mov --output talk.mp4 --audio-filter volume=0.8 --loudness
+  tamb-host run --input clip.mp4 --output out.mkv --audio-filter volume=1 --video-filter hue=s=1 \
+    --at 2 FilterCommand target=volume command=volume argument=0.2 \
+    --at 3 FilterCommand target=hue command=s argument=0
+  tamb-host run job.json --service ipc:///run/engines/service --json
+)";
+
+struct Arguments {
+  std::string file;
+  std::string input;
+  std::string output;
+  std::string audioFilter;
+  std::string videoFilter;
+  bool loudness = false;
+  bool realTime = false;
+  std::vector<std::vector<std::string>> commands;
+  std::string service;
+  std::filesystem::path plugin;
+  bool isLocal = false;
+  bool json = false;
+  bool verbose = false;
+};
+
+Workflow workflowFrom(const Arguments& arguments) {
+  Workflow workflow;
+  if (!arguments.file.empty()) {
+    workflow = qor::programs::readWorkflow(arguments.file);
+  } else if (arguments.input.empty()) {
+    throw std::runtime_error("there is nothing to run: give a workflow, or --input FILE");
+  } else {
+    workflow.engine = {{"engine", "media"}};
+  }
+  const auto set = [&](const char* key, const std::string& value) {
+    if (!value.empty()) workflow.engine[key] = value;
+  };
+  set("input", arguments.input);
+  set("output", arguments.output);
+  set("audioFilter", arguments.audioFilter);
+  set("videoFilter", arguments.videoFilter);
+  if (arguments.loudness) workflow.engine["loudness"] = true;
+  if (arguments.realTime) workflow.engine["realTime"] = true;
+  for (const auto& words : arguments.commands) workflow.commands.push_back(qor::programs::commandFrom(words));
+  return workflow;
+}
+
+Display::Style styleFor(const Arguments& arguments) {
+  if (arguments.json) return Display::Style::Json;
+  return ::isatty(STDOUT_FILENO) != 0 ? Display::Style::Bar : Display::Style::Lines;
+}
+
+/// Waits for the end of the run, and hands signals on meanwhile: they are blocked in all threads, and taken
+/// here.
+Outcome attend(Session& session, std::future<Outcome>& outcome, const sigset_t& signals, Display& display) {
+  const timespec pause{.tv_sec = 0, .tv_nsec = 100'000'000};
+  std::future<void> stopping;
+  while (outcome.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
+    if (::sigtimedwait(&signals, nullptr, &pause) < 0) continue;
+    if (stopping.valid()) {
+      display.say("tamb-host: leaving at once");
+      // Whatever is left behind ends by itself: the service with this process, the engine when it hears
+      // nothing more.
+      std::_Exit(static_cast<int>(Outcome::Interrupted));
+    }
+    display.say("tamb-host: stopping; Ctrl-C once more leaves at once");
+    stopping = std::async(std::launch::async, [&session] { session.stop(); });
+  }
+  return outcome.get();
+}
+
+int run(const Arguments& arguments) {
+  const auto display = std::make_shared<Display>(styleFor(arguments));
+  Workflow workflow = workflowFrom(arguments);
+  // Before any thread is there: all of them are to have them blocked.
+  std::signal(SIGPIPE, SIG_IGN);
+  sigset_t signals;
+  ::sigemptyset(&signals);
+  for (const int signal : {SIGINT, SIGTERM}) ::sigaddset(&signals, signal);
+  ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  using qor::programs::Shown;
+  qor::programs::showLog(arguments.verbose ? Shown::Everything : Shown::Failures);
+
+  std::optional<qor::programs::PrivateService> service;
+  if (!arguments.isLocal && arguments.service.empty()) service.emplace();
+  Session session(std::move(workflow),
+                  {.isLocal = arguments.isLocal,
+                   .plugin = arguments.plugin,
+                   .serviceEndpoint = service ? service->endpoint() : arguments.service},
+                  display);
+  auto outcome = std::async(std::launch::async, [&session] { return session.run(); });
+  return static_cast<int>(attend(session, outcome, signals, *display));
+}
+
+}  // namespace
+
+int main(int argumentCount, char** values) {
+  CLI::App app("Runs workflows on media engines, each in a process of its own.", "tamb-host");
+  app.footer(examples);
+  app.set_version_flag("--version", qor::programs::version);
+  app.require_subcommand(1);
+  Arguments arguments;
+  arguments.plugin = qor::processes::siblingProgram("../lib/libtamb_multiprocess.so").lexically_normal();
+  CLI::App& runCommand = *app.add_subcommand("run", "Run one workflow and show it");
+  runCommand.add_option("WORKFLOW", arguments.file, "A workflow, a JSON file");
+  runCommand.add_option("--input", arguments.input, "The file to read");
+  runCommand.add_option("--output", arguments.output,
+                        "The file to write; without it, the input is analysed only");
+  runCommand.add_option("--audio-filter", arguments.audioFilter,
+                        "Filters for the sound, as FFmpeg writes them");
+  runCommand.add_option("--video-filter", arguments.videoFilter, "Filters for the picture");
+  runCommand.add_flag("--loudness", arguments.loudness, "Measure the loudness");
+  runCommand.add_flag("--real-time", arguments.realTime, "Take one second for one second of media");
+  runCommand
+      .add_option("--at", arguments.commands,
+                  "A command at a media time in seconds: TIME NAME KEY=VALUE...; repeatable")
+      ->expected(2, 100)
+      ->inject_separator();
+  runCommand.add_option("--service", arguments.service,
+                        "The submission service to use, instead of a private one");
+  runCommand.add_option("--plugin", arguments.plugin, "The plug-in that makes remote engines")
+      ->capture_default_str();
+  runCommand.add_flag("--local", arguments.isLocal, "Run the engine in this process");
+  runCommand.add_flag("--json", arguments.json, "Print each notification as one line of JSON");
+  runCommand.add_flag("--verbose", arguments.verbose, "Show all log records");
+  try {
+    app.parse(argumentCount, values);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : 2;
+  }
+  try {
+    return run(arguments);
+  } catch (const std::exception& error) {
+    std::cerr << "tamb-host: " << error.what() << std::endl;
+    return 2;
+  }
+}

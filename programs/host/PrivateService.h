@@ -1,0 +1,29 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "runtime/processes/ChildProcess.h"
+
+namespace qor::programs {
+
+/// A submission service of this process alone. It ends with this object, and with this process however that
+/// ends.
+class PrivateService {
+ public:
+  /// Starts it. Throws std::runtime_error when it is not there within 5 s.
+  PrivateService();
+  /// Waits at most 2 s for its end.
+  ~PrivateService();
+  PrivateService(const PrivateService&) = delete;
+  PrivateService& operator=(const PrivateService&) = delete;
+
+  const std::string& endpoint() const { return endpoint_; }
+
+ private:
+  const std::filesystem::path directory_;
+  const std::string endpoint_;
+  processes::ChildProcess process_;
+};
+
+}  // namespace qor::programs

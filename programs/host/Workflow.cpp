@@ -1,0 +1,161 @@
+#include "programs/host/Workflow.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <initializer_list>
+#include <stdexcept>
+#include <string_view>
+
+#include "runtime/tamb/CommandMessage.h"
+
+namespace qor::programs {
+
+namespace {
+
+using nlohmann::json;
+
+constexpr std::uint32_t ticksPerSecond = 1'000'000;
+
+std::runtime_error wrong(const std::string& where, const std::string& what) {
+  return std::runtime_error("workflow: " + where + ": " + what);
+}
+
+/// A mistyped key would otherwise be a setting that silently is not made.
+void requireKnownKeys(const json& object, const std::string& where,
+                      std::initializer_list<std::string_view> known) {
+  for (const auto& [key, value] : object.items()) {
+    if (std::find(known.begin(), known.end(), key) != known.end()) continue;
+    std::string names;
+    for (const auto name : known) names.append(names.empty() ? "" : ", ").append(name);
+    throw wrong(where, fmt::format("unknown key {:?}; expected are {}", key, names));
+  }
+}
+
+template <class Value>
+Value valueOr(const json& object, const std::string& where, const char* key, const char* expected,
+              Value fallback) {
+  try {
+    return object.value(key, std::move(fallback));
+  } catch (const json::exception&) {
+    throw wrong(where,
+                std::string("\"") + key + "\" is " + object.at(key).dump() + "; expected is " + expected);
+  }
+}
+
+TimedCommand commandFrom(const json& object, const std::string& where) {
+  if (!object.is_object()) throw wrong(where, object.dump() + " is no object");
+  requireKnownKeys(object, where, {"at", "name", "step", "arguments"});
+  TimedCommand command;
+  command.at = valueOr(object, where, "at", "a media time in seconds", 0.0);
+  command.name = valueOr(object, where, "name", "a text", std::string());
+  command.step = valueOr(object, where, "step", "a text", std::string());
+  command.arguments = object.value("arguments", json::object());
+  if (command.name.empty()) throw wrong(where, "has no \"name\"");
+  if (!command.arguments.is_object()) {
+    throw wrong(where, "\"arguments\" is " + command.arguments.dump() + "; expected is an object");
+  }
+  return command;
+}
+
+std::shared_ptr<const tamb::IParametersCollectionInstance> parametersFrom(const json& arguments) {
+  if (arguments.empty()) return nullptr;
+  const auto prototype = tamb::CreateParametersCollectionPrototype();
+  for (const auto& [key, value] : arguments.items()) {
+    if (value.is_boolean()) {
+      prototype->AddBoolKey(key, value.get<bool>(), "");
+    } else if (value.is_number_integer()) {
+      prototype->AddInt64Key(key, value.get<std::int64_t>(), "");
+    } else if (value.is_number()) {
+      prototype->AddDoubleKey(key, value.get<double>(), "");
+    } else if (value.is_string()) {
+      prototype->AddUTF8StringKey(key, value.get<std::string>(), "");
+    } else {
+      throw wrong("argument \"" + key + "\"", value.dump() +
+                                                  " cannot be carried; expected is a text, a number or a "
+                                                  "boolean");
+    }
+  }
+  return tamb::CreateParametersCollectionInstance(prototype);
+}
+
+}  // namespace
+
+std::vector<std::shared_ptr<const tamb::ICommandMessage>> Workflow::messages() const {
+  const std::string defaultStep = engine.value("engine", "media");
+  std::vector<std::shared_ptr<const tamb::ICommandMessage>> messages;
+  const auto add = [&](const TimedCommand& command) {
+    messages.push_back(std::make_shared<tamb::CommandMessage>(tamb::CommandFields{
+        .commandArgs = parametersFrom(command.arguments),
+        .time = {tamb::EditRate(ticksPerSecond, 1), std::llround(command.at * ticksPerSecond), nullptr},
+        .commandName = command.name,
+        .commandId = static_cast<unsigned int>(messages.size() + 1),
+        .workflowManagerId = workflowManagerId,
+        .engineId = static_cast<unsigned int>(engineId),
+        .stepId = command.step.empty() ? defaultStep : command.step,
+    }));
+  };
+  for (const auto& command : commands) add(command);
+  if (defaultStep == "media") add({.at = 0, .name = "Resume", .step = {}, .arguments = json::object()});
+  return messages;
+}
+
+std::string Workflow::description() const {
+  json description = engine;
+  if (engine.value("engine", "media") == "media") description["startPaused"] = true;
+  return description.dump();
+}
+
+Workflow readWorkflow(const std::filesystem::path& file) {
+  std::ifstream in(file);
+  if (!in) throw std::runtime_error("cannot read the workflow \"" + file.string() + "\"");
+  json document;
+  try {
+    document = json::parse(in);
+  } catch (const json::exception& error) {
+    throw wrong("\"" + file.string() + "\" is no JSON", error.what());
+  }
+  if (!document.is_object()) throw wrong("\"" + file.string() + "\"", "is no object");
+  requireKnownKeys(document, "\"" + file.string() + "\"",
+                   {"workflowManagerId", "engineId", "engine", "commands"});
+  Workflow workflow;
+  workflow.workflowManagerId =
+      valueOr(document, "document", "workflowManagerId", "a text", workflow.workflowManagerId);
+  workflow.engineId = valueOr(document, "document", "engineId", "a number", workflow.engineId);
+  if (!document.contains("engine") || !document["engine"].is_object()) {
+    throw wrong("document", "has no \"engine\", the object that describes it");
+  }
+  workflow.engine = document["engine"];
+  const json commands = document.value("commands", json::array());
+  if (!commands.is_array()) throw wrong("\"commands\"", commands.dump() + " is no list");
+  for (std::size_t i = 0; i < commands.size(); ++i) {
+    workflow.commands.push_back(commandFrom(commands[i], "command " + std::to_string(i + 1)));
+  }
+  return workflow;
+}
+
+TimedCommand commandFrom(const std::vector<std::string>& words) {
+  TimedCommand command;
+  std::size_t used = 0;
+  try {
+    command.at = std::stod(words.at(0), &used);
+  } catch (const std::exception&) {
+    used = 0;
+  }
+  if (used == 0 || used != words[0].size() || words.size() < 2) {
+    throw std::runtime_error("--at " + (words.empty() ? "" : words[0]) +
+                             ": expected is TIME NAME KEY=VALUE..., the time in seconds of media");
+  }
+  command.name = words[1];
+  command.arguments = json::object();
+  for (std::size_t i = 2; i < words.size(); ++i) {
+    const auto equals = words[i].find('=');
+    if (equals == std::string::npos) throw std::runtime_error("--at: \"" + words[i] + "\" is no KEY=VALUE");
+    command.arguments[words[i].substr(0, equals)] = words[i].substr(equals + 1);
+  }
+  return command;
+}
+
+}  // namespace qor::programs

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "tamb/ICommandMessage.h"
+
+namespace qor::programs {
+
+/// A command of a workflow.
+struct TimedCommand {
+  /// Media time in seconds.
+  double at = 0;
+  std::string name;
+  /// The engine's step that it is for.
+  std::string step;
+  /// An object of texts, numbers and booleans.
+  nlohmann::json arguments;
+};
+
+/// What a host has an engine do.
+struct Workflow {
+  std::string workflowManagerId = "tamb-host";
+  std::int32_t engineId = 1;
+  /// The engine's description, an object.
+  nlohmann::json engine;
+  std::vector<TimedCommand> commands;
+
+  /// The commands with the ids 1, 2 and so on, and a last one that lets the engine, which waits for it,
+  /// begin. Throws std::runtime_error for an argument that cannot be carried.
+  std::vector<std::shared_ptr<const tamb::ICommandMessage>> messages() const;
+  /// The description as the engine is given it: it waits at its start until its commands are there.
+  std::string description() const;
+};
+
+/// Reads a workflow, a JSON object:
+///
+///   {"workflowManagerId": "studio", "engineId": 1, "engine": {DESCRIPTION},
+///    "commands": [{"at": 2, "name": "FilterCommand", "step": "media", "arguments": {"target": "volume",
+///    ...}}]}
+///
+/// Only "engine" has to be there. Throws std::runtime_error, one line that quotes what is wrong and tells
+/// what is expected.
+Workflow readWorkflow(const std::filesystem::path& file);
+
+/// A command as it is given on the command line: TIME NAME KEY=VALUE... Throws std::runtime_error.
+TimedCommand commandFrom(const std::vector<std::string>& words);
+
+}  // namespace qor::programs

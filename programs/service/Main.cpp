@@ -1,0 +1,99 @@
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdlib>
+#include <exception>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "programs/service/Service.h"
+#include "programs/support/TerminalLog.h"
+#include "programs/support/Version.h"
+#include "runtime/processes/SocketFiles.h"
+
+namespace {
+
+using qor::socket::SocketEndpoint;
+
+constexpr const char* examples = R"(
+Engines go on when the service ends: each ends once its host has gone.
+
+Exit codes:
+  0  it was asked to end, by SIGTERM or Ctrl-C
+  1  it could not serve
+  2  wrong usage
+
+Examples:
+  qor-engine-service --endpoint ipc:///run/engines/service
+  qor-engine-service --endpoint tcp://127.0.0.1:0 --maximum-engines 8
+)";
+
+volatile std::sig_atomic_t endIsAskedFor = 0;
+
+struct Arguments {
+  std::string endpoint;
+  std::filesystem::path engineProgram;
+  std::size_t maximumEngines = 64;
+  std::filesystem::path directory;
+  pid_t parent = 0;
+  bool quiet = false;
+};
+
+int run(const Arguments& arguments) {
+  const auto endpoint = SocketEndpoint::FromString(arguments.endpoint).withReservedPort();
+  qor::programs::EngineLauncher launcher(arguments.engineProgram, arguments.maximumEngines);
+  {
+    qor::programs::Service service(endpoint, launcher);
+    const nlohmann::json ready{{"event", "ready"},
+                               {"pid", ::getpid()},
+                               {"endpoint", endpoint.toString(qor::socket::Protocol::Plain)}};
+    std::cout << ready << std::endl;
+    service.serve([] { return endIsAskedFor != 0; });
+  }
+  qor::processes::removeSocketFiles({endpoint}, arguments.directory);
+  return EXIT_SUCCESS;
+}
+
+}  // namespace
+
+int main(int argumentCount, char** values) {
+  CLI::App app("Starts engines for hosts that submit them.", "qor-engine-service");
+  app.footer(examples);
+  app.set_version_flag("--version", qor::programs::version);
+  Arguments arguments;
+  arguments.engineProgram = qor::processes::siblingProgram("tamb-engine");
+  app.add_option("--endpoint", arguments.endpoint, "Endpoint to take submissions on, say ipc://PATH")
+      ->required();
+  app.add_option("--engine-program", arguments.engineProgram, "What runs an engine")->capture_default_str();
+  app.add_option("--maximum-engines", arguments.maximumEngines, "How many engines may run at once")
+      ->capture_default_str();
+  app.add_option("--directory", arguments.directory,
+                 "Directory of the socket, removed at the end if it is empty");
+  app.add_option("--end-with-parent", arguments.parent,
+                 "End when the process that started it, this one, ends");
+  app.add_flag("--quiet", arguments.quiet, "Log failures only");
+  try {
+    app.parse(argumentCount, values);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : 2;
+  }
+  // Whoever reads our output may go before us: that ends nothing.
+  std::signal(SIGPIPE, SIG_IGN);
+  using qor::programs::Shown;
+  qor::programs::showLog(arguments.quiet ? Shown::Failures : Shown::Events);
+  for (const int signal : {SIGTERM, SIGINT}) std::signal(signal, [](int) { endIsAskedFor = 1; });
+  if (arguments.parent != 0) {
+    ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+    // It may have gone before the signal was asked for.
+    if (::getppid() != arguments.parent) endIsAskedFor = 1;
+  }
+  try {
+    return run(arguments);
+  } catch (const std::exception& error) {
+    std::cerr << "qor-engine-service: " << error.what() << std::endl;
+    return EXIT_FAILURE;
+  }
+}

@@ -1,0 +1,140 @@
+#include "runtime/processes/ChildProcess.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <system_error>
+#include <utility>
+
+namespace qor::processes {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+std::chrono::milliseconds timeUntil(Clock::time_point deadline) {
+  return std::max(std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()),
+                  std::chrono::milliseconds(0));
+}
+
+/// What posix_spawn is told beyond the program and its arguments.
+class SpawnSettings {
+ public:
+  SpawnSettings(int input, int output) {
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
+    ::posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+    ::posix_spawnattr_init(&attributes);
+    sigset_t none;
+    ::sigemptyset(&none);
+    ::posix_spawnattr_setsigmask(&attributes, &none);
+    // What we ignore is our own choice.
+    sigset_t pipes;
+    ::sigemptyset(&pipes);
+    ::sigaddset(&pipes, SIGPIPE);
+    ::posix_spawnattr_setsigdefault(&attributes, &pipes);
+    ::posix_spawnattr_setflags(&attributes,
+                               POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+  }
+  ~SpawnSettings() {
+    ::posix_spawnattr_destroy(&attributes);
+    ::posix_spawn_file_actions_destroy(&actions);
+  }
+  SpawnSettings(const SpawnSettings&) = delete;
+  SpawnSettings& operator=(const SpawnSettings&) = delete;
+
+  posix_spawn_file_actions_t actions{};
+  posix_spawnattr_t attributes{};
+};
+
+/// The whole of the input at once: the pipe is made large enough, and who does not read it is not waited for.
+void fill(Pipe& pipe, const std::string& input) {
+  const int size = std::max(static_cast<int>(input.size()) + 1, 65'536);
+  if (::fcntl(pipe.write.get(), F_SETPIPE_SZ, size) < 0 ||
+      ::write(pipe.write.get(), input.data(), input.size()) != static_cast<ssize_t>(input.size())) {
+    throw std::system_error(errno, std::system_category(), "cannot hand over the input of a program");
+  }
+  pipe.write.close();
+}
+
+}  // namespace
+
+ChildProcess::ChildProcess(const std::filesystem::path& program, std::vector<std::string> arguments,
+                           const std::string& input) {
+  Pipe in;
+  Pipe out;
+  fill(in, input);
+  arguments.insert(arguments.begin(), program.string());
+  std::vector<char*> pointers;
+  pointers.reserve(arguments.size() + 1);
+  for (std::string& argument : arguments) pointers.push_back(argument.data());
+  pointers.push_back(nullptr);
+  const SpawnSettings settings(in.read.get(), out.write.get());
+  const int error = ::posix_spawn(&pid_, program.c_str(), &settings.actions, &settings.attributes,
+                                  pointers.data(), environ);
+  if (error != 0) throw std::system_error(error, std::system_category(), "cannot start " + program.string());
+  output_ = LineReader(std::move(out.read));
+}
+
+std::optional<std::string> ChildProcess::readLine(std::chrono::milliseconds time) {
+  const auto deadline = Clock::now() + time;
+  std::string line;
+  while (!output_.takeLine(line)) {
+    if (!output_.isOpen()) return std::nullopt;
+    pollfd awaited{.fd = output_.descriptor(), .events = POLLIN, .revents = 0};
+    if (::poll(&awaited, 1, static_cast<int>(timeUntil(deadline).count())) == 1) {
+      output_.readSome();
+    } else if (Clock::now() >= deadline) {
+      return std::nullopt;
+    }
+  }
+  return line;
+}
+
+std::optional<int> ChildProcess::reap() {
+  int status = 0;
+  if (!status_ && ::waitpid(pid_, &status, WNOHANG) == pid_) status_ = status;
+  return status_;
+}
+
+std::optional<int> ChildProcess::waitForEnd(std::chrono::milliseconds time) {
+  const auto deadline = Clock::now() + time;
+  const Descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0)));
+  while (!reap() && Clock::now() < deadline) {
+    pollfd awaited{.fd = process.get(), .events = POLLIN, .revents = 0};
+    ::poll(&awaited, 1, static_cast<int>(timeUntil(deadline).count()));
+  }
+  return status_;
+}
+
+void ChildProcess::signal(int number) const {
+  if (!status_) ::kill(pid_, number);
+}
+
+void ChildProcess::end(std::chrono::milliseconds grace) {
+  signal(SIGTERM);
+  if (waitForEnd(grace)) return;
+  signal(SIGKILL);
+  waitForEnd(std::chrono::hours(1));
+}
+
+std::string describeStatus(int status) {
+  if (!WIFSIGNALED(status)) return "exit code " + std::to_string(WEXITSTATUS(status));
+  const char* const name = ::sigdescr_np(WTERMSIG(status));
+  return "signal " + std::to_string(WTERMSIG(status)) +
+         (name == nullptr ? "" : std::string(" (") + name + ")");
+}
+
+std::filesystem::path siblingProgram(const std::string& name) {
+  return std::filesystem::read_symlink("/proc/self/exe").parent_path() / name;
+}
+
+}  // namespace qor::processes

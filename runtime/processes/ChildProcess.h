@@ -1,0 +1,50 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "runtime/processes/Pipe.h"
+
+namespace qor::processes {
+
+/// A program in a session of its own, so that Ctrl-C of the terminal is not its business; its standard output
+/// can be read here, and its standard error stream is ours. It is not ended with this object: whoever starts
+/// it says what becomes of it. One thread.
+class ChildProcess {
+ public:
+  /// Starts it with `input` on its standard input. Throws std::system_error, which names the program.
+  ChildProcess(const std::filesystem::path& program, std::vector<std::string> arguments,
+               const std::string& input);
+  ChildProcess(ChildProcess&&) = default;
+  ChildProcess& operator=(ChildProcess&&) = default;
+
+  pid_t pid() const { return pid_; }
+  /// The next line of its output; none when it has not come in time, or the output has ended.
+  std::optional<std::string> readLine(std::chrono::milliseconds time);
+  /// Its status once it has ended, as waitpid has it; none while it runs. Does not wait.
+  std::optional<int> reap();
+  /// Waits at most so long for its end.
+  std::optional<int> waitForEnd(std::chrono::milliseconds time);
+  /// Nothing once it has been reaped.
+  void signal(int number) const;
+  /// Asks it to end, kills it when it has not after `grace`, and reaps it.
+  void end(std::chrono::milliseconds grace);
+
+ private:
+  pid_t pid_ = 0;
+  std::optional<int> status_;
+  LineReader output_{Descriptor()};
+};
+
+/// "signal 11 (Segmentation fault)" or "exit code 3", of a status as waitpid has it.
+std::string describeStatus(int status);
+
+/// The program of that name beside the running one.
+std::filesystem::path siblingProgram(const std::string& name);
+
+}  // namespace qor::processes

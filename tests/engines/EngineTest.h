@@ -1,0 +1,90 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "engines/LocalEngine.h"
+#include "examples/clip/Clip.h"
+#include "tamb/INotificationHub.h"
+#include "tests/engines/ReadBack.h"
+#include "tests/support/CapturedLog.h"
+
+namespace qor::engines::test {
+
+using Notification = std::shared_ptr<const tamb::INotificationMessage>;
+
+/// Keeps the notifications of an engine. Any thread.
+class Notifications : public tamb::INotificationCallback {
+ public:
+  void OnNotification(Notification notification) override;
+
+  std::vector<Notification> all() const;
+  std::vector<Notification> ofLine(const std::string& line) const;
+  /// The only notification of that line; null when there is not exactly one.
+  Notification only(const std::string& line) const;
+  /// The answer to a command; null when there is none.
+  Notification answerTo(unsigned int commandId) const;
+  std::vector<std::string> lines() const;
+  /// Waits, at most 20 s, until there are so many of that line.
+  bool waitFor(const std::string& line, std::size_t count = 1) const;
+
+ private:
+  mutable std::mutex mutex_;
+  mutable std::condition_variable changed_;
+  std::vector<Notification> notifications_;
+};
+
+/// A local engine with a hub, and a folder for its files that goes with the test.
+class EngineTest : public testing::Test {
+ protected:
+  ~EngineTest() override;
+
+  /// A name in the test's folder, which is made on the first use: programs that die leave none behind.
+  std::string path(const std::string& name) const;
+  /// A clip of two seconds that all tests share: testsrc2 at 64x48 and 25/1, a sine of 1 kHz at 48 kHz in
+  /// stereo, without loss.
+  static const std::string& sharedClip();
+
+  /// Makes the engine that the document describes.
+  void make(const std::string& document);
+  /// make() and Run.
+  void run(const std::string& document);
+  /// A document's text, with the keys given and their values in JSON.
+  static std::string media(const std::vector<std::pair<std::string, std::string>>& keys);
+
+  /// Pushes a command that is due at that time, and returns its id.
+  unsigned int command(const std::string& name, const tamb::MediaTime& time,
+                       const std::vector<std::pair<std::string, std::string>>& arguments = {});
+  unsigned int filterCommand(const tamb::MediaTime& time, const std::string& target, const std::string& name,
+                             const std::string& argument);
+  static tamb::MediaTime at(std::int64_t number, unsigned int numerator, unsigned int denominator = 1) {
+    return {tamb::EditRate(numerator, denominator), number, nullptr};
+  }
+  static tamb::MediaTime now() { return {}; }
+
+  std::string reasonOf(const Notification& notification) const;
+  /// The reason of the run's failure; what is there instead, when it has not failed.
+  std::string failure() const;
+
+  tamb::IEngineFrontEnd& engine() { return *local_.engine; }
+
+  qor::test::CapturedLog log_;
+  std::shared_ptr<Notifications> heard_ = std::make_shared<Notifications>();
+  LocalEngine local_;
+  std::string step_ = "media";
+
+ private:
+  mutable std::filesystem::path folder_;
+  std::shared_ptr<tamb::INotificationHubFrontEnd> hub_;
+  unsigned int lastCommandId_ = 100;
+};
+
+}  // namespace qor::engines::test

@@ -1,0 +1,228 @@
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <future>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "tamb/TAMBRuntimeError.h"
+#include "tests/engines/EngineTest.h"
+#include "tests/support/BackgroundCall.h"
+
+namespace qor::engines::test {
+namespace {
+
+using qor::test::BackgroundCall;
+using qor::test::readBack;
+using testing::SizeIs;
+
+std::string quoted(const std::string& text) { return '"' + text + '"'; }
+
+/// Looks until it holds, at most 20 s; false when it does not by then.
+bool eventually(const std::function<bool()>& holds) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (!holds()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+/// Publishes to a test's function.
+class FunctionHub : public tamb::INotificationHubBackEnd {
+ public:
+  explicit FunctionHub(std::function<void(const Notification&)> function) : function_(std::move(function)) {}
+  void PushNotifications(std::vector<Notification> notifications) override {
+    for (const auto& each : notifications) function_(each);
+  }
+  void PushNotification(Notification notification) override { function_(notification); }
+
+ private:
+  std::function<void(const Notification&)> function_;
+};
+
+/// How a run of the media engine ends when it is asked to, and how its signs of life are read.
+class Stop : public EngineTest {
+ protected:
+  void onNotification(const std::function<void(const Notification&)>& function) {
+    engine().SetNotificationHubBackEnd(std::make_shared<FunctionHub>([this, function](const auto& each) {
+      heard_->OnNotification(each);
+      function(each);
+    }));
+  }
+  bool stopped() const {
+    const auto finished = heard_->only("Finished");
+    return finished && finished->GetNotificationObject()->GetBool("stopped");
+  }
+};
+
+/// A named pipe that is open for writing, so that its reader waits.
+class Pipe {
+ public:
+  explicit Pipe(const std::string& path) {
+    EXPECT_EQ(::mkfifo(path.c_str(), 0600), 0);
+    descriptor_ = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+    EXPECT_GE(descriptor_, 0);
+  }
+  ~Pipe() { ::close(descriptor_); }
+  Pipe(const Pipe&) = delete;
+  Pipe& operator=(const Pipe&) = delete;
+
+  void write(const std::string& bytes) const {
+    EXPECT_EQ(::write(descriptor_, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+  }
+  /// Whether its reader has taken everything.
+  bool isEmpty() const {
+    int bytes = 0;
+    EXPECT_EQ(::ioctl(descriptor_, FIONREAD, &bytes), 0);
+    return bytes == 0;
+  }
+
+ private:
+  int descriptor_ = -1;
+};
+
+TEST_F(Stop, InTheMiddleGivesAFileOfWhatWasDone) {
+  make(media({{"input", quoted(sharedClip())}, {"output", quoted(path("out.mkv"))}}));
+  onNotification([this](const auto& each) {
+    if (each->GetNotificationLine() == "Progress" && each->GetTime().GetTimeNumber() >= 1'000) {
+      engine().RequestStop();
+    }
+  });
+  engine().Run();
+  EXPECT_TRUE(stopped()) << failure();
+  EXPECT_EQ(engine().GetStatus(), tamb::EngineStatus::Stopped);
+  const auto result = readBack(path("out.mkv"));
+  EXPECT_NEAR(static_cast<double>(result.pictures.size()), 25, 2);
+  EXPECT_NEAR(static_cast<double>(result.samples.size()), 48'000, 3'000);
+}
+
+TEST_F(Stop, BeforeTheRunEndsItAtItsStart) {
+  make(media({{"input", quoted(sharedClip())}, {"output", quoted(path("out.mkv"))}}));
+  engine().RequestStop();
+  engine().Run();
+  EXPECT_TRUE(stopped());
+  EXPECT_FALSE(std::filesystem::exists(path("out.mkv")));
+  EXPECT_FALSE(std::filesystem::exists(path("out.mkv.part")));
+}
+
+TEST_F(Stop, EndsAReadThatWaitsForTheFirstByte) {
+  const Pipe pipe(path("in.fifo"));
+  make(media({{"input", quoted(path("in.fifo"))}, {"output", quoted(path("out.mkv"))}}));
+  BackgroundCall running([&] { engine().Run(); });
+  ASSERT_TRUE(eventually([&] { return engine().GetStatus() == tamb::EngineStatus::Running; }));
+  EXPECT_THROW(engine().WaitForStop(1), tamb::TAMBRuntimeError);
+  engine().Ping(20'000);
+  engine().RequestStop();
+  engine().WaitForStop(20'000);
+  running.get();
+  EXPECT_TRUE(stopped()) << failure();
+}
+
+TEST_F(Stop, EndsAReadThatWaitsForMore) {
+  const Pipe pipe(path("in.fifo"));
+  make(media({{"input", quoted(path("in.fifo"))}}));
+  BackgroundCall running([&] { engine().Run(); });
+  pipe.write(qor::test::fileBytes(sharedClip()).substr(0, 5'000));
+  ASSERT_TRUE(eventually([&] { return pipe.isEmpty(); }));
+  engine().Ping(20'000);
+  engine().RequestStop();
+  running.get();
+  EXPECT_TRUE(stopped()) << failure();
+}
+
+TEST_F(Stop, APipeIsReadToItsEnd) {
+  const auto bytes = qor::test::fileBytes(sharedClip());
+  ASSERT_EQ(::mkfifo(path("in.fifo").c_str(), 0600), 0);
+  make(media({{"input", quoted(path("in.fifo"))}}));
+  BackgroundCall running([&] { engine().Run(); });
+  { std::ofstream(path("in.fifo"), std::ios::binary) << bytes; }
+  running.get();
+  const auto finished = heard_->only("Finished");
+  ASSERT_TRUE(finished) << failure();
+  EXPECT_EQ(finished->GetNotificationObject()->GetUint64("videoFrames"), 50U);
+}
+
+TEST_F(Stop, EndsAPausedRun) {
+  make(media({{"input", quoted(sharedClip())}, {"output", quoted(path("out.mkv"))}}));
+  command("Pause", at(1, 1));
+  BackgroundCall running([&] { engine().Run(); });
+  ASSERT_TRUE(heard_->waitFor("CommandDone"));
+  engine().RequestStop();
+  running.get();
+  EXPECT_TRUE(stopped());
+  EXPECT_THAT(readBack(path("out.mkv")).samples, SizeIs(48'000));
+}
+
+TEST_F(Stop, EndsAFilterThatNeverEnds) {
+  make(media({{"input", quoted(sharedClip())}, {"audioFilter", R"("apad")"}}));
+  BackgroundCall running([&] { engine().Run(); });
+  ASSERT_TRUE(heard_->waitFor("Progress", 4));
+  engine().Ping(20'000);
+  engine().RequestStop();
+  running.get();
+  EXPECT_TRUE(stopped());
+}
+
+TEST_F(Stop, ACommandEndsAFilterThatNeverEnds) {
+  make(media({{"input", quoted(sharedClip())}, {"audioFilter", R"("apad")"}}));
+  BackgroundCall running([&] { engine().Run(); });
+  ASSERT_TRUE(heard_->waitFor("Progress", 4));
+  command("Stop", now());
+  running.get();
+  EXPECT_TRUE(stopped());
+}
+
+TEST_F(Stop, EndsARunAtTheMediasOwnSpeed) {
+  make(media({{"input", quoted(sharedClip())}, {"realTime", "true"}}));
+  BackgroundCall running([&] { engine().Run(); });
+  ASSERT_TRUE(heard_->waitFor("Started"));
+  engine().Ping(20'000);
+  engine().RequestStop();
+  running.get();
+  EXPECT_TRUE(stopped());
+}
+
+TEST_F(Stop, IsWaitedForOnlyWhileARunIsUnderWay) {
+  make(media({{"input", quoted(sharedClip())}}));
+  engine().WaitForStop(0);
+  engine().Run();
+  engine().WaitForStop(0);
+}
+
+TEST_F(Stop, PingAnswersAtOnceWhileNothingRuns) {
+  make(media({{"input", quoted(sharedClip())}}));
+  engine().Ping(0);
+  engine().Run();
+  engine().Ping(0);
+}
+
+TEST_F(Stop, PingFailsWhenTheRunHangs) {
+  make(media({{"input", quoted(sharedClip())}}));
+  std::promise<void> hanging;
+  std::promise<void> released;
+  onNotification([&](const auto& each) {
+    if (each->GetNotificationLine() == "Started") {
+      hanging.set_value();
+      released.get_future().wait();
+    }
+  });
+  BackgroundCall running([&] { engine().Run(); });
+  hanging.get_future().wait();
+  EXPECT_EQ(engine().GetStatus(), tamb::EngineStatus::Running);
+  EXPECT_THROW(engine().Ping(20), tamb::TAMBRuntimeError);
+  EXPECT_THROW(engine().Run(), tamb::TAMBRuntimeError);
+  released.set_value();
+  running.get();
+  EXPECT_FALSE(stopped());
+}
+
+}  // namespace
+}  // namespace qor::engines::test

@@ -1,0 +1,87 @@
+"""A host whose engine's process dies ends soon, and says how it died."""
+
+import signal
+import time
+import unittest
+
+from programs_support import NOTICED_WITHIN, ProgramsTest
+
+CAUSES = {
+    signal.SIGKILL: "signal 9 (Killed)",
+    signal.SIGSEGV: "signal 11 (Segmentation fault)",
+    signal.SIGABRT: "signal 6 (Aborted)",
+}
+FAULTS = {
+    "crash": CAUSES[signal.SIGSEGV],
+    "abort": CAUSES[signal.SIGABRT],
+    "kill": CAUSES[signal.SIGKILL],
+    "exit": "exit code 3",
+}
+
+
+class Host(ProgramsTest):
+    def expect_death_is_told(self, host, cause, process=None):
+        start = time.monotonic()
+        self.expect_exit(host, 3, NOTICED_WITHIN + 10)
+        self.assertLess(time.monotonic() - start, NOTICED_WITHIN)
+        last = host.notifications()[-1]
+        self.assertEqual((last["line"], last["workflowManagerId"], last["engineId"]), ("EngineDied", "tamb-host", 1))
+        self.assertRegex(last["values"]["reason"], r"^engine process \d+ died: ")
+        self.assertIn(cause, last["values"]["reason"])
+        if process:
+            self.assertIn(f"engine process {process} died", last["values"]["reason"])
+        self.assertEqual(host.lines().count("EngineDied"), 1)
+        self.expect_nothing_left()
+
+    def test_is_told_which_signal_killed_its_engine(self):
+        for number, cause in CAUSES.items():
+            with self.subTest(cause):
+                host = self.running_host("--output", self.folder / "out.mkv")
+                process = self.engine_process()
+                self.kill(process, number)
+                self.expect_death_is_told(host, cause, process)
+                self.assertFalse((self.folder / "out.mkv").exists())
+
+    def test_is_told_of_the_death_of_an_engine_of_a_service_which_goes_on(self):
+        service, endpoint = self.service()
+        for number, cause in CAUSES.items():
+            with self.subTest(cause):
+                host = self.running_host("--service", endpoint)
+                process = self.engine_process()
+                self.kill(process, number)
+                start = time.monotonic()
+                self.expect_exit(host, 3, NOTICED_WITHIN + 10)
+                self.assertLess(time.monotonic() - start, NOTICED_WITHIN)
+                self.assertIn(cause, host.notifications()[-1]["values"]["reason"])
+        self.assertFalse(service.has_ended())
+        self.expect_exit(self.running_host("--service", endpoint), 0)
+
+    def test_is_told_how_its_engine_died_in_the_run(self):
+        for behaviour, cause in FAULTS.items():
+            with self.subTest(behaviour):
+                host = self.host(self.faulty_engine_workflow(behaviour=behaviour, when="run", notifications=3))
+                self.expect_death_is_told(host, cause)
+
+    def test_is_told_how_its_engine_died_on_a_command(self):
+        for behaviour, cause in FAULTS.items():
+            with self.subTest(behaviour):
+                host = self.host(self.faulty_engine_workflow([{"name": "Fault"}], behaviour=behaviour, when="command"))
+                self.expect_death_is_told(host, cause)
+
+    def test_says_it_in_a_line_for_people(self):
+        host = self.start("TAMB_HOST", "run", self.faulty_engine_workflow(behaviour="crash", when="run"))
+        self.expect_exit(host, 3)
+        self.assertRegex(host.output(),
+                         r"EngineDied reason=\"engine process \d+ died: signal 11 \(Segmentation fault\)")
+
+    def test_ends_when_its_engine_is_killed_while_it_stops(self):
+        host = self.host(self.faulty_engine_workflow(behaviour="ignoreStop", notifications=1))
+        host.wait_for_notification("Tick")
+        host.interrupt()
+        host.wait_for_errors("stopping")
+        self.kill(self.engine_process(), signal.SIGKILL)
+        self.expect_death_is_told(host, CAUSES[signal.SIGKILL])
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,171 @@
+"""The program of one engine, without a service: what it says of itself, and how it ends."""
+
+import signal
+import socket
+import time
+import unittest
+
+import zmq
+
+from programs_support import ENGINE, PATIENCE, ProgramsTest, processes_below
+
+# TcpEngine.proto's messages, whose only required field is the first one.
+PING, GOODBYE, SUCCESS, IDLE = b"\x08\x01", b"\x08\x05", b"\x08\x01", b"\x08\x02"
+CHANNELS = ("request", "status", "command", "notification")
+# How long a controller may be silent, and how late that may be noticed on a busy machine.
+SILENCE = 10
+LATEST = 15
+
+
+class EngineProgram(ProgramsTest):
+    def engine(self, endpoints, document=None, directory=None):
+        description = self.file("description.json", document or {"engine": "test"})
+        arguments = ["--workflow-manager-id", "studio", "--engine-id", 3, "--description", description]
+        for channel in CHANNELS:
+            arguments += [f"--{channel}", endpoints[channel]]
+        return self.start("TAMB_ENGINE", *arguments, *(["--directory", directory] if directory else []))
+
+    def ipc_engine(self, document=None):
+        directory = self.temporary / "qor-one"
+        directory.mkdir()
+        endpoints = {channel: f"ipc://{directory / channel}" for channel in CHANNELS}
+        return self.engine(endpoints, document, directory), endpoints
+
+    def tcp_engine(self):
+        endpoints = dict.fromkeys(CHANNELS, "tcp://127.0.0.1:0")
+        # The host's own endpoint is not for the engine to choose.
+        with socket.socket() as reserved:
+            reserved.bind(("127.0.0.1", 0))
+            endpoints["command"] = f"tcp://127.0.0.1:{reserved.getsockname()[1]}"
+        return self.engine(endpoints), endpoints
+
+    def stock(self, kind, endpoint):
+        its_socket = zmq.Context.instance().socket(kind)
+        self.addCleanup(its_socket.close, linger=0)
+        its_socket.set(zmq.RCVTIMEO, 1000 * PATIENCE)
+        if kind == zmq.SUB:
+            its_socket.subscribe(b"")
+        its_socket.connect(endpoint)
+        return its_socket
+
+    def ask(self, requester, request):
+        requester.send(request)
+        return requester.recv()
+
+    def expect_served(self, ready):
+        """Control and status answer there."""
+        self.assertTrue(self.ask(self.stock(zmq.REQ, ready["request"]), PING).startswith(SUCCESS))
+        self.assertTrue(self.stock(zmq.SUB, ready["status"]).recv().startswith(IDLE))
+
+    def test_says_where_it_serves_and_who_serves(self):
+        engine, endpoints = self.ipc_engine()
+        ready = engine.wait_for_ready()
+        self.assertEqual(set(ready), {"event", "pid", "enginePid", *CHANNELS})
+        self.assertEqual(ready["pid"], engine.pid)
+        self.assertEqual({ready["enginePid"]: ENGINE}, processes_below(engine.pid))
+        self.assertEqual({channel: ready[channel] for channel in CHANNELS}, endpoints)
+        self.expect_served(ready)
+        engine.signal(signal.SIGTERM)
+        engine.wait()
+
+    def test_tells_the_ports_that_it_was_left_to_choose(self):
+        engine, endpoints = self.tcp_engine()
+        ready = engine.wait_for_ready()
+        self.assertEqual(ready["command"], endpoints["command"])
+        bound = [ready[channel] for channel in CHANNELS if channel != "command"]
+        for endpoint in bound:
+            self.assertRegex(endpoint, r"^tcp://127\.0\.0\.1:[1-9]\d*$")
+            with socket.create_connection(("127.0.0.1", int(endpoint.rpartition(":")[2])), PATIENCE) as connection:
+                # The first byte of a ZeroMQ greeting.
+                connection.settimeout(PATIENCE)
+                self.assertEqual(connection.recv(1), b"\xff")
+        self.assertEqual(len(set(bound)), 3)
+        self.expect_served(ready)
+        engine.signal(signal.SIGTERM)
+        engine.wait()
+
+    def test_ends_with_both_processes_when_it_is_asked_to(self):
+        for number in (signal.SIGTERM, signal.SIGINT):
+            with self.subTest(number):
+                engine, _ = self.ipc_engine()
+                engine.wait_for_ready()
+                start = time.monotonic()
+                engine.signal(number)
+                self.assertIn(engine.wait(), (0, 3))
+                self.assertLess(time.monotonic() - start, 8)
+                self.expect_nothing_left()
+
+    def test_leaves_at_the_goodbye_of_its_controller(self):
+        engine, endpoints = self.ipc_engine()
+        engine.wait_for_ready()
+        requester = self.stock(zmq.REQ, endpoints["request"])
+        self.assertTrue(self.ask(requester, PING).startswith(SUCCESS))
+        start = time.monotonic()
+        self.assertTrue(self.ask(requester, GOODBYE).startswith(SUCCESS))
+        self.expect_exit(engine, 0)
+        self.assertLess(time.monotonic() - start, 8)
+        self.expect_nothing_left()
+
+    def test_leaves_by_itself_when_nobody_controls_it(self):
+        engine, _ = self.ipc_engine()
+        engine.wait_for_ready()
+        start = time.monotonic()
+        self.expect_exit(engine, 0)
+        self.assertGreater(time.monotonic() - start, SILENCE - 2)
+        self.assertLess(time.monotonic() - start, LATEST)
+        self.expect_nothing_left()
+
+    def test_does_not_leave_as_long_as_it_is_controlled(self):
+        engine, endpoints = self.ipc_engine()
+        engine.wait_for_ready()
+        requester = self.stock(zmq.REQ, endpoints["request"])
+        status = self.stock(zmq.SUB, endpoints["status"])
+        start = time.monotonic()
+        # Each status comes half a second after the one before: one ping with each.
+        while time.monotonic() - start < SILENCE + 4:
+            self.assertTrue(status.recv().startswith(IDLE))
+            self.assertTrue(self.ask(requester, PING).startswith(SUCCESS))
+        self.assertFalse(engine.has_ended())
+        self.ask(requester, GOODBYE)
+        self.expect_exit(engine, 0)
+
+    def test_answers_for_its_dead_engine_and_leaves_with_its_controller(self):
+        engine, endpoints = self.ipc_engine()
+        ready = engine.wait_for_ready()
+        self.kill(ready["enginePid"], signal.SIGABRT)
+        status = self.stock(zmq.SUB, endpoints["status"])
+        while not (last := status.recv()).startswith(b"\x08\x03"):
+            self.assertTrue(last.startswith(IDLE))
+        requester = self.stock(zmq.REQ, endpoints["request"])
+        answer = self.ask(requester, PING)
+        self.assertTrue(answer.startswith(b"\x08\x00"))
+        self.assertIn(b"died: signal 6 (Aborted)", answer)
+        self.assertTrue(self.ask(requester, GOODBYE).startswith(SUCCESS))
+        self.expect_exit(engine, 3)
+        self.expect_nothing_left()
+
+    def test_says_in_one_line_why_there_is_no_engine(self):
+        engine, _ = self.ipc_engine({"engine": "warp"})
+        self.expect_exit(engine, 1)
+        self.assertRegex(engine.output(), r'^\{"event":"failed","reason":"[^\n]*warp[^\n]*"\}\n$')
+        self.assertEqual(len(engine.error_lines("tamb-engine: ")), 1)
+        self.expect_nothing_left()
+
+    def test_says_in_one_line_that_its_engine_died_while_it_was_made(self):
+        engine, _ = self.ipc_engine({"engine": "test", "behaviour": "crash", "when": "construct"})
+        self.expect_exit(engine, 1)
+        self.assertRegex(engine.output(), r'"event":"failed".*died: signal 11 \(Segmentation fault\)')
+
+    def test_needs_an_endpoint_for_commands_that_can_be_connected_to(self):
+        engine = self.engine(dict.fromkeys(CHANNELS, "tcp://127.0.0.1:0"))
+        self.assertIn(engine.wait(), (1, 2))
+        self.assertIn("port 0", engine.errors())
+
+    def test_refuses_endpoints_that_are_none(self):
+        engine = self.engine(dict.fromkeys(CHANNELS, "carrier-pigeon://roof"))
+        self.expect_exit(engine, 1)
+        self.assertIn("carrier-pigeon://roof", engine.errors())
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,74 @@
+"""One service serves many hosts, at once and one after another."""
+
+import os
+import unittest
+
+from programs_support import ENGINE, SUPERVISOR, ProgramsTest, clip, processes_below, wait_until
+
+
+class OneService(ProgramsTest):
+    def test_runs_eight_engines_of_eight_hosts_at_once(self):
+        service, endpoint = self.service()
+        # They pause: all of them are there until they are told to stop.
+        hosts = [self.host("--input", clip(), "--loudness", "--audio-filter", f"volume={0.5 ** number}",
+                           "--at", 2.5, "Pause", "--service", endpoint) for number in range(8)]
+        wait_until(lambda: all(host.lines().count("CommandDone") == 2 or host.has_ended() for host in hosts),
+                   lambda: "\n".join(host.everything() for host in hosts), 60)
+        names = list(processes_below(service.pid).values())
+        self.assertEqual((names.count(SUPERVISOR), names.count(ENGINE)), (8, 8))
+        for host in hosts:
+            host.interrupt()
+        for number, host in enumerate(hosts):
+            self.expect_exit(host, 130)
+            # Each has its own engine's notifications, and only those: half the volume is 6 dB less.
+            done = [n["values"]["command"] for n in host.notifications() if n["line"] == "CommandDone"]
+            self.assertEqual(done, ["Resume", "Pause"])
+            self.assertEqual(host.lines().count("Started"), 1)
+            momentary = next(n["values"]["momentary"] for n in host.notifications() if n["line"] == "Loudness")
+            if number == 0:
+                first = momentary
+            self.assertAlmostEqual(momentary, first - 6.02 * number, delta=0.3)
+        wait_until(lambda: not processes_below(service.pid), "engines are left")
+
+    def test_keeps_running_the_others_when_one_engine_dies(self):
+        _, endpoint = self.service()
+        others = [self.running_host("--service", endpoint) for _ in range(2)]
+        dying = self.host(self.faulty_engine_workflow(behaviour="kill", when="run"), "--service", endpoint)
+        self.expect_exit(dying, 3)
+        for host in others:
+            self.expect_exit(host, 0)
+
+    def test_does_not_grow_over_twenty_engines_one_after_another(self):
+        service, endpoint = self.service()
+
+        def descriptors():
+            return len(os.listdir(f"/proc/{service.pid}/fd"))
+
+        def threads():
+            return len(os.listdir(f"/proc/{service.pid}/task"))
+
+        def live(number):
+            # Every fourth dies instead of finishing.
+            if number % 4 == 3:
+                workflow = self.faulty_engine_workflow(behaviour="exit", when="run")
+                self.expect_exit(self.host(workflow, "--service", endpoint), 3)
+            else:
+                self.expect_exit(self.host("--input", clip(), "--service", endpoint), 0)
+            # Each has ended for the service too.
+            wait_until(lambda: service.errors().count(" ended after ") == number + 1, service.errors)
+
+        for number in range(4):
+            live(number)
+        self.assertEqual(processes_below(service.pid), {})
+        # The hosts' connections are closed soon, but not before the hosts have ended.
+        idle = wait_until(lambda: descriptors() <= 20 and descriptors(), lambda: f"{descriptors()} descriptors")
+        its_threads = threads()
+        for number in range(4, 20):
+            live(number)
+        wait_until(lambda: descriptors() <= idle, lambda: f"{idle} descriptors have become {descriptors()}")
+        self.assertLessEqual(threads(), its_threads)
+        self.expect_exit(self.host("--input", clip(), "--service", endpoint), 0)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,101 @@
+"""A workflow does the same on an engine in another process as on one in the host's."""
+
+import unittest
+
+from programs_support import ProgramsTest, clip
+
+COMMANDS = [
+    {"at": 2, "name": "FilterCommand", "arguments": {"target": "volume", "command": "volume", "argument": "0.2"}},
+    {"at": 3.5, "name": "FilterCommand", "step": "media",
+     "arguments": {"target": "hue", "command": "s", "argument": "0"}},
+]
+
+
+class OneWorkflow(ProgramsTest):
+    def engine(self, output):
+        return {"engine": "media", "input": str(clip()), "output": str(output), "audioFilter": "volume=1",
+                "videoFilter": "hue=s=1", "loudness": True}
+
+    def flags(self, output):
+        flags = ["--input", clip(), "--output", output, "--audio-filter", "volume=1", "--video-filter", "hue=s=1",
+                 "--loudness"]
+        for command in COMMANDS:
+            arguments = [f"{key}={value}" for key, value in command["arguments"].items()]
+            flags += ["--at", command["at"], command["name"], *arguments]
+        return flags
+
+    def workflow(self, output, name="studio"):
+        return [self.file("workflow.json", {"workflowManagerId": name, "engineId": 7, "engine": self.engine(output),
+                                            "commands": COMMANDS})]
+
+    def result(self, arguments, output):
+        """What a run writes, and what it says, but for what differs from run to run."""
+        host = self.host(*arguments)
+        self.expect_exit(host, 0)
+        notifications = host.notifications()
+        ids = {notification.pop("id") for notification in notifications}
+        self.assertEqual(len(ids), len(notifications))
+        for notification in notifications:
+            notification["values"].pop("speed", None)
+        written = output.read_bytes()
+        output.unlink()
+        return written, notifications
+
+    def expect_the_same(self, arguments, output, origin):
+        local = self.result([*arguments, "--local"], output)
+        remote = self.result(arguments, output)
+        self.assertEqual(remote[1], local[1])
+        self.assertTrue(remote[0] == local[0], "the files differ")
+        self.expect_a_run_with_both_commands(remote[1], origin)
+        return remote
+
+    def expect_a_run_with_both_commands(self, notifications, origin):
+        self.assertEqual({(n["workflowManagerId"], n["engineId"]) for n in notifications}, {origin})
+        done = [(n["commandId"], n["seconds"], n["values"]["command"])
+                for n in notifications if n["line"] == "CommandDone"]
+        self.assertEqual(done, [(3, 0, "Resume"), (1, 2, "FilterCommand"), (2, 3.5, "FilterCommand")])
+        self.assertEqual(notifications[0]["line"], "Started")
+        self.assertEqual(notifications[-1]["line"], "Finished")
+        self.assertEqual(notifications[-1]["values"]["videoFrames"], 150)
+        loudness = {n["seconds"]: n["values"]["momentary"] for n in notifications if n["line"] == "Loudness"}
+        self.assertLess(loudness[4], loudness[2] - 10)
+
+    def test_given_by_flags_has_the_same_outcome_in_both_places(self):
+        output = self.folder / "out.mkv"
+        self.expect_the_same(self.flags(output), output, ("tamb-host", 1))
+
+    def test_given_by_a_file_has_the_same_outcome_in_both_places(self):
+        output = self.folder / "out.mkv"
+        self.expect_the_same(self.workflow(output), output, ("studio", 7))
+
+    def test_does_the_same_by_flags_and_by_a_file(self):
+        output = self.folder / "out.mkv"
+        by_flags = self.result(self.flags(output), output)
+        workflow = self.workflow(output, name="tamb-host")
+        by_file = self.result(workflow, output)
+        self.assertTrue(by_file[0] == by_flags[0], "the files differ")
+        for notification in by_flags[1]:
+            notification["engineId"] = 7
+        self.assertEqual(by_file[1], by_flags[1])
+
+    def test_does_something_else_without_its_commands(self):
+        output = self.folder / "out.mkv"
+        with_commands = self.result(self.flags(output), output)
+        without = self.result(self.flags(output)[:9], output)
+        self.assertFalse(with_commands[0] == without[0], "the commands had no effect")
+
+    def test_leaves_flags_the_last_word_over_a_file(self):
+        output, other = self.folder / "out.mkv", self.folder / "other.mkv"
+        written, _ = self.result([*self.workflow(output), "--output", other], other)
+        self.assertFalse(output.exists())
+        self.assertTrue(written)
+
+    def test_says_the_same_in_lines_for_people(self):
+        host = self.start("TAMB_HOST", "run", "--input", clip(), "--loudness")
+        self.expect_exit(host, 0)
+        self.assertRegex(host.output(), r"^ +0\.000 s  Started duration=6\.00 .*streams=2\n")
+        self.assertRegex(host.output(), r"\n +6\.000 s  Finished audioFrames=282 .*videoFrames=150\n$")
+
+
+if __name__ == "__main__":
+    unittest.main()

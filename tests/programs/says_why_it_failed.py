@@ -1,0 +1,166 @@
+"""A host says why a run failed, why there is no engine, and what is wrong with its own usage."""
+
+import time
+import unittest
+
+from programs_support import ProgramsTest, clip, processes_below
+
+
+class FailedRun(ProgramsTest):
+    def expect_failure(self, reason, *arguments):
+        for place in ([], ["--local"]):
+            host = self.host(*arguments, *place)
+            self.expect_exit(host, 1)
+            last = host.notifications()[-1]
+            self.assertEqual(last["line"], "Failed")
+            self.assertRegex(last["values"]["reason"], reason)
+            people = self.start("TAMB_HOST", "run", *arguments, *place)
+            self.expect_exit(people, 1)
+            self.assertRegex(people.output(), reason.replace('"', r'\\?"'))
+
+    def test_of_a_file_that_is_no_media_says_so(self):
+        text = self.file("talk.mkv", b"This is no media file.\n" * 100)
+        self.expect_failure('Cannot open "[^"]*talk.mkv": .*Invalid data', "--input", text)
+
+    def test_of_a_file_cut_off_in_its_header_says_so(self):
+        stump = self.file("stump.mkv", clip().read_bytes()[:300])
+        self.expect_failure('Cannot open "[^"]*stump.mkv": ', "--input", stump)
+
+    def test_of_a_missing_file_says_so(self):
+        self.expect_failure('Cannot open "[^"]*none.mkv": No such file or directory',
+                            "--input", self.folder / "none.mkv")
+
+    def test_of_an_unknown_filter_names_it(self):
+        self.expect_failure('Cannot use the audio filter "nosuch=1": .*nosuch',
+                            "--input", clip(), "--audio-filter", "nosuch=1")
+
+    def test_leaves_no_output(self):
+        output = self.folder / "out.mkv"
+        host = self.host("--input", clip(), "--output", output, "--video-filter", "nosuch")
+        self.expect_exit(host, 1)
+        self.assertEqual(list(self.folder.glob("out.mkv*")), [])
+
+    def test_is_none_where_the_media_ends_too_early(self):
+        output = self.folder / "out.mkv"
+        half = self.file("half.mkv", clip().read_bytes()[:clip().stat().st_size // 2])
+        host = self.host("--input", half, "--output", output)
+        self.expect_exit(host, 0)
+        self.assertEqual(host.lines()[-1], "Finished")
+        frames = host.notifications()[-1]["values"]["videoFrames"]
+        self.assertGreater(frames, 30)
+        self.assertLess(frames, 120)
+        self.assertRegex(host.errors(), r"Warning .*half\.mkv\" ends at \d.* although it is said to last 6\.000 s")
+        self.assertTrue(output.stat().st_size)
+
+
+class MissingEngine(ProgramsTest):
+    START = "tamb-host: cannot start the engine: "
+
+    def expect_no_engine(self, host, *parts):
+        """The host's own words are one line, in which all of that stands."""
+        self.expect_exit(host, 4)
+        self.assertEqual(host.output(), "")
+        errors = host.errors().splitlines()
+        own = [number for number, line in enumerate(errors) if line.startswith(self.START)]
+        self.assertEqual(len(own), 1, host.errors())
+        for part in parts:
+            self.assertIn(part, errors[own[0]])
+        # Whatever follows is a message of its own, not the rest of a sentence.
+        for line in errors[own[0] + 1:]:
+            self.assertRegex(line, r"^(tamb-|qor-|Warning|Error|Info)", host.errors())
+
+    def engine(self, document):
+        return self.file("workflow.json", {"engine": document})
+
+    def test_of_an_unknown_kind_is_named_in_one_line(self):
+        for place in ([], ["--local"]):
+            self.expect_no_engine(self.host(self.engine({"engine": "warp"}), *place), "warp", "media", "test")
+
+    def test_with_a_bad_document_is_told_in_one_line_that_names_the_key(self):
+        for place in ([], ["--local"]):
+            document = {"engine": "media", "inptu": str(clip())}
+            self.expect_no_engine(self.host(self.engine(document), *place), "inptu", "expected are", "input")
+
+    def test_that_dies_while_it_is_made_is_told_with_the_cause_in_one_line(self):
+        workflow = self.faulty_engine_workflow(behaviour="crash", when="construct")
+        self.expect_no_engine(self.host(workflow), "died", "signal 11 (Segmentation fault)")
+
+    def test_because_there_is_no_service_is_told_in_time(self):
+        start = time.monotonic()
+        endpoint = f"ipc://{self.folder / 'nobody'}"
+        host = self.host("--input", clip(), "--service", endpoint)
+        self.expect_no_engine(host, endpoint, "nobody answered")
+        self.assertLess(time.monotonic() - start, 10)
+
+    def test_because_the_service_has_no_program_for_it_names_the_program(self):
+        _, endpoint = self.service("--engine-program", self.folder / "nothing")
+        self.expect_no_engine(self.host("--input", clip(), "--service", endpoint), str(self.folder / "nothing"),
+                              "No such file or directory")
+
+    def test_because_no_engines_are_allowed_is_told_in_one_line(self):
+        service, endpoint = self.service("--maximum-engines", 0)
+        self.expect_no_engine(self.host("--input", clip(), "--service", endpoint), "too many engines", "limit is 0")
+        self.assertEqual(processes_below(service.pid), {})
+
+    def test_because_there_are_too_many_is_told_and_one_is_there_again_once_another_has_gone(self):
+        service, endpoint = self.service("--maximum-engines", 1)
+        first = self.running_host("--service", endpoint)
+        second = self.host("--input", clip(), "--service", endpoint)
+        self.expect_no_engine(second, "too many engines", "limit is 1")
+        self.assertFalse(first.has_ended())
+        self.expect_exit(first, 0)
+        # The service sees that the first engine has ended within 100 ms.
+        service.wait_for_errors("ended after")
+        self.expect_exit(self.host("--input", clip(), "--service", endpoint), 0)
+
+
+class WrongUsage(ProgramsTest):
+    def expect_usage(self, said, *arguments):
+        host = self.start("TAMB_HOST", *arguments)
+        self.expect_exit(host, 2)
+        self.assertRegex(host.errors(), said)
+        self.assertEqual(host.output(), "")
+
+    def expect_bad_workflow(self, said, content):
+        self.expect_usage(said, "run", self.file("workflow.json", content))
+
+    def test_without_anything_to_run_is_told(self):
+        self.expect_usage("there is nothing to run: give a workflow, or --input FILE", "run")
+        self.expect_usage("A subcommand is required")
+
+    def test_of_flags_is_told(self):
+        self.expect_usage("not expected: --nosuch", "run", "--nosuch")
+        self.expect_usage("--input", "run", "--input")
+
+    def test_of_commands_is_told_with_what_is_expected(self):
+        run = ["run", "--input", clip()]
+        self.expect_usage("--at soon: expected is TIME NAME KEY=VALUE", *run, "--at", "soon", "Pause")
+        self.expect_usage("--at 1x: expected is TIME NAME KEY=VALUE", *run, "--at", "1x", "Pause")
+        self.expect_usage("--at", *run, "--at", "1")
+        self.expect_usage('--at: "volume" is no KEY=VALUE', *run, "--at", "1", "FilterCommand", "volume")
+
+    def test_of_a_workflow_is_told_with_the_place(self):
+        self.expect_usage('cannot read the workflow ".*none.json"', "run", self.folder / "none.json")
+        self.expect_bad_workflow("workflow.json\" is no JSON: .*line 1", b'{"engine": {')
+        self.expect_bad_workflow('workflow.json": is no object', [])
+        self.expect_bad_workflow('unknown key "engines"; expected are .*engine', {"engines": 1, "engine": {}})
+        self.expect_bad_workflow('has no "engine"', {"engineId": 1})
+        self.expect_bad_workflow('"engineId" is "one"; expected is a number', {"engineId": "one", "engine": {}})
+        engine = {"engine": "media", "input": str(clip())}
+        for said, command in (('command 1: unknown key "time"; expected are at', {"time": 1, "name": "Pause"}),
+                              ('command 1: has no "name"', {"at": 1}),
+                              ('command 1: "at" is "soon"; expected is a media time', {"at": "soon", "name": "Pause"}),
+                              ('command 1: "arguments" is 5; expected is an object', {"name": "A", "arguments": 5}),
+                              ("command 1: 5 is no object", 5)):
+            self.expect_bad_workflow(said, {"engine": engine, "commands": [command]})
+
+    def test_of_an_argument_that_cannot_be_carried_is_told_as_such(self):
+        workflow = {"engine": {"engine": "media", "input": str(clip())},
+                    "commands": [{"name": "Pause", "arguments": {"target": ["a"]}}]}
+        host = self.host(self.file("workflow.json", workflow))
+        self.expect_exit(host, 2)
+        self.assertRegex(host.errors(), 'argument "target": .*"a".* cannot be carried; expected is a text')
+
+
+if __name__ == "__main__":
+    unittest.main()
