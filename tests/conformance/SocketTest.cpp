@@ -1,12 +1,9 @@
 #include "tests/conformance/SocketTest.h"
 
-#include <unistd.h>
-
-#include <cstdlib>
+#include <filesystem>
 #include <ostream>
 #include <stdexcept>
 #include <system_error>
-#include <thread>
 
 namespace qor::socket {
 
@@ -28,16 +25,10 @@ void PrintTo(SocketEndpoint::Transport transport, std::ostream* stream) {
 
 namespace qor::test {
 
-SocketTest::SocketTest() {
-  std::string path = (std::filesystem::temp_directory_path() / "conformance-XXXXXX").string();
-  if (::mkdtemp(path.data()) == nullptr) throw std::system_error(errno, std::generic_category(), path);
-  directory_ = path;
-}
-
 SocketTest::~SocketTest() {
   std::error_code error;
-  EXPECT_TRUE(std::filesystem::is_empty(directory_, error)) << "a socket file is left in " << directory_;
-  std::filesystem::remove_all(directory_, error);
+  EXPECT_TRUE(std::filesystem::is_empty(directory_.path(), error))
+      << "a socket file is left in " << directory_.path();
 }
 
 SocketEndpoint SocketTest::newEndpoint() {
@@ -46,9 +37,9 @@ SocketEndpoint SocketTest::newEndpoint() {
     case Transport::Tcp:
       return SocketEndpoint::FromString("tcp://127.0.0.1:0").withReservedPort();
     case Transport::Ipc:
-      return SocketEndpoint::FromString("ipc://" + (directory_ / ("socket" + number)).string());
+      return SocketEndpoint::FromString("ipc://" + (directory_.path() / ("socket" + number)).string());
     case Transport::Inproc:
-      return SocketEndpoint::FromString("inproc://" + directory_.filename().string() + '-' + number);
+      return SocketEndpoint::FromString("inproc://" + directory_.path().filename().string() + '-' + number);
   }
   throw std::logic_error("unknown transport");
 }
@@ -60,15 +51,6 @@ SocketEndpoint SocketTest::newSilentEndpoint() {
 
 std::string transportName(const ::testing::TestParamInfo<Transport>& info) {
   return ::testing::PrintToString(info.param);
-}
-
-bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds time) {
-  const Stopwatch stopwatch;
-  while (!condition()) {
-    if (stopwatch.elapsed() > time) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return true;
 }
 
 void awaitMessage(Socket& socket) {

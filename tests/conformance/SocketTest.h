@@ -5,13 +5,13 @@
 
 #include <chrono>
 #include <cstdint>
-#include <filesystem>
-#include <functional>
 #include <iosfwd>
 #include <string>
 
 #include "TcpEngine.pb.h"
 #include "qor/socket/Socket.h"
+#include "tests/support/Eventually.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace qor::socket {
 
@@ -49,10 +49,10 @@ class SocketTest : public ::testing::TestWithParam<Transport> {
   ~SocketTest() override;
 
  protected:
-  SocketTest();
+  SocketTest() = default;
 
  private:
-  std::filesystem::path directory_;
+  const TemporaryDirectory directory_;
   unsigned int endpoints_ = 0;
 };
 
@@ -69,9 +69,6 @@ class Stopwatch {
  private:
   std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
-
-/// Looks again and again until the condition holds; false when it does not within the time.
-bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds time = patience);
 
 /// Waits until a message can be received; throws when none comes.
 void awaitMessage(Socket& socket);

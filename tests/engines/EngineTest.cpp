@@ -14,27 +14,6 @@
 
 namespace qor::engines::test {
 
-namespace fs = std::filesystem;
-
-namespace {
-
-fs::path newFolder() {
-  auto name = (fs::temp_directory_path() / "engines-XXXXXX").string();
-  if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("cannot make a folder");
-  return name;
-}
-
-/// Removed when the program ends.
-struct ProgramFolder {
-  ~ProgramFolder() {
-    std::error_code ignored;
-    fs::remove_all(path, ignored);
-  }
-  fs::path path = newFolder();
-};
-
-}  // namespace
-
 void Notifications::OnNotification(Notification notification) {
   const std::lock_guard lock(mutex_);
   notifications_.push_back(std::move(notification));
@@ -81,20 +60,17 @@ bool Notifications::waitFor(const std::string& line, std::size_t count) const {
   });
 }
 
-EngineTest::~EngineTest() {
-  std::error_code ignored;
-  if (!folder_.empty()) fs::remove_all(folder_, ignored);
-}
+EngineTest::~EngineTest() = default;
 
 std::string EngineTest::path(const std::string& name) const {
-  if (folder_.empty()) folder_ = newFolder();
-  return (folder_ / name).string();
+  if (!folder_) folder_.emplace();
+  return (folder_->path() / name).string();
 }
 
 const std::string& EngineTest::sharedClip() {
-  static const ProgramFolder folder;
+  static const qor::test::TemporaryDirectory folder;
   static const std::string path = [] {
-    auto name = (folder.path / "clip.mkv").string();
+    auto name = (folder.path() / "clip.mkv").string();
     qor::examples::writeClip(
         {.video = "testsrc2=size=64x48:rate=25:duration=2,format=yuv420p",
          .audio = "sine=frequency=1000:sample_rate=48000:duration=2,aformat=channel_layouts=stereo",

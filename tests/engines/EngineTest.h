@@ -4,9 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <condition_variable>
-#include <filesystem>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -16,6 +16,7 @@
 #include "tamb/INotificationHub.h"
 #include "tests/engines/ReadBack.h"
 #include "tests/support/CapturedLog.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace qor::engines::test {
 
@@ -82,7 +83,7 @@ class EngineTest : public testing::Test {
   std::string step_ = "media";
 
  private:
-  mutable std::filesystem::path folder_;
+  mutable std::optional<qor::test::TemporaryDirectory> folder_;
   std::shared_ptr<tamb::INotificationHubFrontEnd> hub_;
   unsigned int lastCommandId_ = 100;
 };

@@ -62,12 +62,7 @@ class Host {
   Host& operator=(const Host&) = delete;
 
   void obey(const std::string& line) {
-    std::istringstream words(line);
-    std::string name;
-    std::string text;
-    words >> name;
-    std::getline(words >> std::ws, text);
-    program_.start(name, [this, name, text] { call(name, text); });
+    program_.obey(line, [this](const std::string& name, const std::string& text) { call(name, text); });
   }
 
  private:

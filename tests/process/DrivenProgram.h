@@ -11,6 +11,7 @@
 #include <iostream>
 #include <memory>
 #include <mutex>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <utility>
@@ -57,6 +58,17 @@ class DrivenProgram {
         say(name + " threw after " + elapsed() + ": " + error.what());
       }
     });
+  }
+
+  /// Takes a line for the name of a call and its text, and starts that call.
+  void obey(const std::string& line,
+            const std::function<void(const std::string&, const std::string&)>& call) {
+    std::istringstream words(line);
+    std::string name;
+    std::string text;
+    words >> name;
+    std::getline(words >> std::ws, text);
+    start(name, [call, name, text] { call(name, text); });
   }
 
   void joinCalls() {

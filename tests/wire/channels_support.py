@@ -255,7 +255,7 @@ class ChannelsTest(WireTest):
     def tearDown(self):
         for side in self._sides:
             self.assertEqual(side.whole_log(), "", "a log record that the test has not accounted for")
-        # Ahead of the stock sockets: a subscriber of ours whose publisher is gone takes its time to end.
+        # Ahead of the stock sockets: what they still keep for those gets no time of its own then.
         for side in reversed(self._sides):
             self.assertIn(side.end(), (0, -signal.SIGKILL))
         super().tearDown()
@@ -285,6 +285,12 @@ class ChannelsTest(WireTest):
         for endpoint in endpoints:
             self._expect_file(endpoint)
         process.kill()
+
+    def expect_only(self, stock, *batches):
+        """The batches come, each whole in a message of one part; nothing else does."""
+        for batch in batches:
+            self.assertEqual(stock.recv_multipart(), [encoded(batch)])
+        self.assert_silent(stock)
 
     def expect_commands(self, engine, described):
         for each in described:

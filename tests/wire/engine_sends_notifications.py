@@ -19,12 +19,6 @@ class OurBackEnd(ChannelsTest):
     def bound(self):
         return self.subscriber(self.engine.bind(self.ipc()))
 
-    def expect_only(self, stock, *batches):
-        """The batches come, each whole in a message of one part; nothing else does."""
-        for batch in batches:
-            self.assertEqual(stock.recv_multipart(), [encoded(batch)])
-        self.assert_silent(stock)
-
     def test_sends_each_batch_as_one_message_as_python_encodes_it(self):
         for endpoint in self.each_endpoint():
             stock = self.subscriber(self.engine_process().bind(endpoint))

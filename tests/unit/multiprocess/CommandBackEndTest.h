@@ -18,6 +18,7 @@
 #include "runtime/memory/Network.h"
 #include "tests/support/BackgroundCall.h"
 #include "tests/support/CapturedLog.h"
+#include "tests/support/Eventually.h"
 #include "tests/support/Gate.h"
 #include "tests/support/RecordingCommandProcessor.h"
 
@@ -105,12 +106,7 @@ class CommandBackEndTest : public ::testing::Test {
   }
   /// Waits until the thread that wrote a record is gone; false when it still is there after some time.
   static bool waitUntilGone(const std::string& threadId) {
-    const auto deadline = std::chrono::steady_clock::now() + patience;
-    while (std::filesystem::exists("/proc/self/task/" + threadId)) {
-      if (std::chrono::steady_clock::now() > deadline) return false;
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
+    return test::eventually([&] { return !std::filesystem::exists("/proc/self/task/" + threadId); });
   }
 
   static void expectRecord(const test::LogRecord& record, const std::string& text) {

@@ -1,7 +1,6 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -12,11 +11,13 @@
 #include "runtime/tamb/FactoryRegistry.h"
 #include "runtime/tamb/PluginLoader.h"
 #include "tamb/TAMBRuntimeError.h"
+#include "tests/support/TemporaryDirectory.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
+using qor::test::TemporaryDirectory;
 using tamb::FactoryRegistration;
 using tamb::GetFactoryRegistrations;
 using tamb::InstantiateEngine;
@@ -45,26 +46,6 @@ bool isMapped(const fs::path& library) {
 
 /// The message names the path in quotes and is one line.
 auto names(const fs::path& path) { return AllOf(HasSubstr('"' + path.string() + '"'), Not(HasSubstr("\n"))); }
-
-/// A new directory, gone with everything in it at the end.
-class TemporaryDirectory {
- public:
-  TemporaryDirectory() {
-    std::string name = fs::temp_directory_path() / "plugin-loader-XXXXXX";
-    if (mkdtemp(name.data()) == nullptr) {
-      throw std::runtime_error("No temporary directory");
-    }
-    path_ = name;
-  }
-  ~TemporaryDirectory() { fs::remove_all(path_); }
-  TemporaryDirectory(const TemporaryDirectory&) = delete;
-  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-
-  const fs::path& path() const { return path_; }
-
- private:
-  fs::path path_;
-};
 
 class PluginLoader : public testing::Test {
  private:
