@@ -13,6 +13,7 @@ namespace {
 namespace api = qor::proto::api_service;
 using socket::SocketEndpoint;
 
+constexpr const char* source = "src/RemoteEngineFrontEnd";
 constexpr const char* serviceEndpointKey = "QorServiceEndpoint";
 constexpr const char* transportKey = "CommunicationTransport";
 constexpr std::int32_t submissionVersion = 2;
@@ -94,9 +95,11 @@ void RemoteEngineFrontEnd::createEngines() {
   socket.sendProtoBuf(&request);
   api::ServiceToApiReply reply;
   socket.receiveProtoBuf(&reply, replySizeBound);
-  checks().isTrue(
+  // The reply stands behind the decorated text, whatever the decoration is.
+  Checks(source).isTrue(
       reply.kind() == api::ServiceToApiReply::ENGINE_SUBMITTED,
-      [&] { return "Unexpected reply from service: " + reply.DebugString(); }, ReportLine::unexpectedReply);
+      [&] { return formatMessage("Unexpected reply from service: ") + reply.DebugString(); },
+      ReportLine::unexpectedReply);
 
   const auto& engine = reply.GetExtension(api::ServiceToApiReplyEngineSubmission);
   const auto commandEndpoint = SocketEndpoint::FromString(engine.commandendpoint());
@@ -153,6 +156,6 @@ void RemoteEngineFrontEnd::SetNotificationHubBackEnd(std::shared_ptr<tamb::INoti
   utils::logError(formatMessage("SetNotificationHubBackEnd not usable"));
 }
 
-Checks RemoteEngineFrontEnd::checks() const { return Checks("src/RemoteEngineFrontEnd", this); }
+Checks RemoteEngineFrontEnd::checks() const { return Checks(source, this); }
 
 }  // namespace qor::multiprocess_communication

@@ -47,6 +47,14 @@ void logChangeTo(EngineStatus::EngineStatus status) {
   logDebug("TcpEngineBackEnd: Engine status change: " + EngineStatus::ToString(status));
 }
 
+std::string cut(const std::string& errorText) {
+  std::size_t end = longestErrorText;
+  if (errorText.size() <= end) return errorText;
+  // Between two characters of UTF-8: all bytes of one but its first begin with the bits 10.
+  while (end > 0 && (static_cast<unsigned char>(errorText[end]) & 0xC0U) == 0x80U) --end;
+  return errorText.substr(0, end);
+}
+
 void joinIfPresent(const std::shared_ptr<std::thread>& thread) {
   if (thread) thread->join();
 }
@@ -66,6 +74,11 @@ std::string EngineStatus::ToString(EngineStatus status) {
   }
   return "Undefined";
 }
+
+TcpEngineBackEnd::TcpEngineBackEnd(std::shared_ptr<tamb::IEngineFrontEnd> engine,
+                                   const SocketEndpoint& requestEndpoint,
+                                   const SocketEndpoint& statusEndpoint)
+    : TcpEngineBackEnd(std::move(engine), requestEndpoint, statusEndpoint, utils::SystemClock()) {}
 
 TcpEngineBackEnd::TcpEngineBackEnd(std::shared_ptr<tamb::IEngineFrontEnd> engine,
                                    const SocketEndpoint& requestEndpoint,
@@ -109,6 +122,7 @@ void TcpEngineBackEnd::waitForFrontEndTermination() {
     const auto deadline = clock_->now() + frontEndSilence;
     clock_->waitUntil(frontEndActivity_, lock, deadline);
     if (clock_->now() >= deadline) {
+      lock.unlock();
       logWarning(formatMessage("Engine backend left because of timeout on frontend heartbeat"));
       return;
     }
@@ -145,9 +159,11 @@ void TcpEngineBackEnd::sendReply(Socket& socket, proto::EngineBackEndReply_Reply
   Reply reply;
   reply.set_type(type);
   reply.set_replystring(replyString);
-  reply.set_errorstring(errorString.substr(0, longestErrorText));
+  reply.set_errorstring(cut(errorString));
   try {
     socket.sendProtoBuf(&reply);
+  } catch (const ZmqContextTerminationException&) {
+    throw;
   } catch (const std::runtime_error& error) {
     logError(formatMessage(std::string("Engine reply sending failed: ") + error.what()));
   }
@@ -235,15 +251,20 @@ void TcpEngineBackEnd::commandReceptionThreadFunction(const SocketEndpoint& endp
   Socket socket("TcpEngineBackEndCommandListenSocket", socket::ClosePolicy::Patient);
   try {
     socket.createAndConnect(socket::Protocol::Replier, endpoint, 0);
+  } catch (const ZmqContextTerminationException& termination) {
+    return logInfo(formatMessage(termination.what()));
   } catch (const std::runtime_error& error) {
     return logError(
         formatMessage(std::string("commandListenThreadFunction: failed binding socket: ") + error.what()));
-  } catch (const ZmqContextTerminationException& termination) {
-    return logInfo(formatMessage(termination.what()));
   }
   if (!engine_) return logError("commandListenThreadFunction: Invalid engine, cannot proceed");
-  tamb::DefineContextEngine_deprecated(engine_->GetWorkflowManagerId(), engine_->GetEngineId(), nullptr, {},
-                                       {}, {}, {}, {});
+  try {
+    tamb::DefineContextEngine_deprecated(engine_->GetWorkflowManagerId(), engine_->GetEngineId(), nullptr, {},
+                                         {}, {}, {}, {});
+  } catch (const std::exception& error) {
+    // It serves without one all the same.
+    logError(formatMessage(std::string("commandListenThreadFunction: no log context: ") + error.what()));
+  }
   try {
     receptionLoop(socket);
   } catch (const ZmqContextTerminationException& termination) {
@@ -258,6 +279,8 @@ void TcpEngineBackEnd::receptionLoop(Socket& socket) {
     int polled = -1;
     try {
       polled = socket.poll(pollMilliseconds, errorText);
+    } catch (const ZmqContextTerminationException&) {
+      throw;
     } catch (const std::runtime_error& error) {
       errorText = error.what();
     }
@@ -287,11 +310,11 @@ void TcpEngineBackEnd::engineStatusPublicationThreadFunction(const SocketEndpoin
   Socket socket("TcpEngineBackEndStatusPublicationSocket", socket::ClosePolicy::Newest);
   try {
     socket.createAndConnect(socket::Protocol::Publisher, endpoint, 0);
+  } catch (const ZmqContextTerminationException& termination) {
+    return logError(formatMessage(std::string("Aborting TCP engine backend: ") + termination.what()));
   } catch (const std::runtime_error& error) {
     return logError(formatMessage(std::string("statusPublicationThreadFunction: failed binding socket: ") +
                                   error.what()));
-  } catch (const ZmqContextTerminationException& termination) {
-    return logError(formatMessage(std::string("Aborting TCP engine backend: ") + termination.what()));
   }
   if (!engine_) return logError(formatMessage("statusPublicationThreadFunction: No engine"));
   // A request may have got ahead of us, and the engine be running.
@@ -321,6 +344,8 @@ void TcpEngineBackEnd::publishStatus(Socket& socket, proto::EngineStatus& messag
   message.set_status(wireStatus(status));
   try {
     socket.sendProtoBuf(&message);
+  } catch (const ZmqContextTerminationException&) {
+    throw;
   } catch (const std::runtime_error& error) {
     logError(formatMessage("Failed sending status on :" + socket.debugString() + ": " + error.what()));
   }

@@ -43,8 +43,11 @@ class TcpEngineBackEnd final : public utils::MessageFormatter {
   /// start.
   TcpEngineBackEnd(std::shared_ptr<tamb::IEngineFrontEnd> engine,
                    const socket::SocketEndpoint& requestEndpoint,
-                   const socket::SocketEndpoint& statusEndpoint,
-                   std::shared_ptr<utils::IClock> clock = utils::SystemClock());
+                   const socket::SocketEndpoint& statusEndpoint);
+  /// With a clock of its own.
+  TcpEngineBackEnd(std::shared_ptr<tamb::IEngineFrontEnd> engine,
+                   const socket::SocketEndpoint& requestEndpoint,
+                   const socket::SocketEndpoint& statusEndpoint, std::shared_ptr<utils::IClock> clock);
   /// Publishes EndOfLife and joins the threads. Waits for the engine's Run to return: the engine has to have
   /// been asked to stop.
   ~TcpEngineBackEnd();

@@ -26,6 +26,8 @@ constexpr unsigned int replySizeBound = 8'192;
 constexpr unsigned int statusSizeBound = 1'024;
 constexpr unsigned int pollMilliseconds = 100;
 constexpr milliseconds heartBeatPause{1'000};
+/// The back end publishes its status at least once a second, and is patient with us for 10 s.
+constexpr std::chrono::seconds longestSilence{15};
 constexpr milliseconds timeToStartRunning{2'000};
 /// How long one wait for another status goes on.
 constexpr unsigned int statusSliceMilliseconds = 1'000;
@@ -101,7 +103,7 @@ void TcpEngineFrontEnd::SetInitConfig(std::shared_ptr<const tamb::IParametersCol
   stopStatusReception_ = false;
   stopHeartBeat_ = false;
   // What an earlier back end said last is nothing that this one has said.
-  remoteEngineStatus_ = EngineStatus::Undefined;
+  changeRemoteStatus(EngineStatus::Undefined);
   statusReceptionThread_ = std::make_shared<std::thread>(
       [this, statusEndpoint] { engineStatusReceptionThreadFunction(statusEndpoint); });
   heartBeatThread_ = std::make_shared<std::thread>([this] { heartBeatThreadFunction(); });
@@ -222,24 +224,29 @@ void TcpEngineFrontEnd::engineStatusReceptionThreadFunction(const SocketEndpoint
   Socket socket("TcpEngineFrontEndStatusReceptionSocket", socket::ClosePolicy::Newest);
   try {
     socket.createAndConnect(socket::Protocol::Subscriber, endpoint, 0);
+  } catch (const ZmqContextTerminationException& termination) {
+    return checks().log(std::string("Aborting status reception: ") + termination.what());
   } catch (const std::runtime_error& error) {
     return checks().log(std::string("engineStatusReceptionThreadFunction: Failed creating socket: ") +
                         error.what());
-  } catch (const ZmqContextTerminationException& termination) {
-    return checks().log(std::string("Aborting status reception: ") + termination.what());
   }
   proto::EngineStatus message;
+  auto lastHeard = clock_->steadyNow();
   while (!stopStatusReception_) {
     try {
       std::string errorText;
       const int polled = socket.poll(pollMilliseconds, errorText);
       if (polled == 0) {
         receiveStatus(socket, message);
+        lastHeard = clock_->steadyNow();
       } else if (polled != 1) {
         checks().log("Poll error receiving backend status: " + errorText);
       }
+      endSilence(lastHeard);
     } catch (const ZmqContextTerminationException& termination) {
-      return checks().log(std::string("Aborting status reception: ") + termination.what());
+      checks().log(std::string("Aborting status reception: ") + termination.what());
+      // Nothing more will be heard: whoever waits for another status must not wait for ever.
+      return changeRemoteStatus(EngineStatus::Undefined);
     } catch (const std::runtime_error& error) {
       checks().log(std::string("Failed receiving backend status request: ") + error.what());
     }
@@ -251,7 +258,19 @@ void TcpEngineFrontEnd::receiveStatus(Socket& socket, proto::EngineStatus& messa
   if (!message.has_status()) {
     return checks().log("engineStatusReceptionThreadFunction: unknown engine status received");
   }
-  const auto status = static_cast<EngineStatus::EngineStatus>(message.status());
+  changeRemoteStatus(static_cast<EngineStatus::EngineStatus>(message.status()));
+}
+
+void TcpEngineFrontEnd::endSilence(utils::IClock::SteadyTimePoint lastHeard) {
+  const EngineStatus::EngineStatus status = remoteEngineStatus_;
+  const bool isAlive = status == EngineStatus::Running || status == EngineStatus::Idle;
+  if (!isAlive || clock_->steadyNow() - lastHeard < longestSilence) return;
+  checks().log("engineStatusReceptionThreadFunction: no engine status received for " +
+               std::to_string(longestSilence.count()) + " s, the backend is taken for gone");
+  changeRemoteStatus(EngineStatus::Undefined);
+}
+
+void TcpEngineFrontEnd::changeRemoteStatus(EngineStatus::EngineStatus status) {
   if (remoteEngineStatus_.exchange(status) == status) return;
   const std::lock_guard lock(statusMutex_);
   statusChanged_.notify_all();
@@ -274,8 +293,9 @@ void TcpEngineFrontEnd::heartBeatThreadFunction() {
 
 void TcpEngineFrontEnd::sleepUntilNextHeartBeat() {
   std::unique_lock lock(heartBeatMutex_);
-  const auto end = clock_->now() + heartBeatPause;
-  while (!stopHeartBeat_ && clock_->now() < end) clock_->waitUntil(heartBeatStopped_, lock, end);
+  // A controller must not fall silent because the time of day is set back.
+  const auto end = clock_->steadyNow() + heartBeatPause;
+  while (!stopHeartBeat_ && clock_->steadyNow() < end) clock_->waitUntil(heartBeatStopped_, lock, end);
 }
 
 void TcpEngineFrontEnd::logFailedExchange(const char* what, const std::exception& error) const {

@@ -22,11 +22,13 @@ namespace qor::multiprocess_communication {
 ///
 /// Three threads meet here: the host's; the heartbeat thread, which shares the command socket with it, one
 /// whole exchange at a time; and the status reception thread. A call that makes an exchange blocks as long as
-/// the back end takes to answer; a peer that has died or frozen is noticed by the socket.
+/// the back end takes to answer, and as long as the exchange before it takes; a peer that has died or frozen
+/// is noticed by the socket. A back end that has published no status for 15 s is taken for gone.
 class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFormatter {
  public:
   explicit TcpEngineFrontEnd(std::shared_ptr<utils::IClock> clock = utils::SystemClock());
-  /// Sends the termination request and joins the threads. Bounded: under 2 s with a dead peer.
+  /// Sends the termination request and joins the threads. Under 2 s with a dead peer; with one whose engine
+  /// is stuck in a call, such as a ping, as long as that call.
   ~TcpEngineFrontEnd() override;
   TcpEngineFrontEnd(const TcpEngineFrontEnd&) = delete;
   TcpEngineFrontEnd& operator=(const TcpEngineFrontEnd&) = delete;
@@ -55,8 +57,8 @@ class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFor
   void AddClock(std::string name, std::shared_ptr<tamb::IMediaClock> clock) override;
   void AddLogger(std::string name, std::shared_ptr<tamb::ILogger> logger) override;
   void AddBenchmarker(std::string name, void* benchmarker) override;
-  /// Blocks while the remote engine runs. A refused or failed request is logged, and Run returns; throws
-  /// TAMBRuntimeError when the engine does not run within 2 s.
+  /// Blocks while the remote engine runs, and is heard of. A refused or failed request is logged, and Run
+  /// returns; throws TAMBRuntimeError when the engine does not run within 2 s.
   void Run() override;
   /// Failures are logged.
   void Ping(unsigned int timeOutMilliseconds) override;
@@ -83,6 +85,9 @@ class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFor
   void reset();
   void engineStatusReceptionThreadFunction(const socket::SocketEndpoint& endpoint);
   void receiveStatus(socket::Socket& socket, proto::EngineStatus& message);
+  /// Takes a back end that says nothing any more for gone.
+  void endSilence(utils::IClock::SteadyTimePoint lastHeard);
+  void changeRemoteStatus(EngineStatus::EngineStatus status);
   void heartBeatThreadFunction();
   void sleepUntilNextHeartBeat();
   void logFailedExchange(const char* what, const std::exception& error) const;

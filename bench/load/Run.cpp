@@ -15,12 +15,12 @@
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "bench/PrivateEndpoint.h"
 #include "bench/load/Ends.h"
+#include "runtime/processes/ChildProcess.h"
 
 extern char** environ;
 
@@ -165,14 +165,10 @@ class Engine {
 
   pid_t process() const { return process_; }
   void waitForItsEnd() {
-    int status = 0;
-    const auto deadline = Clock::now() + patience;
-    while (::waitpid(process_, &status, WNOHANG) != process_) {
-      if (Clock::now() >= deadline) throw std::runtime_error("the engine's process does not end");
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    const auto status = processes::waitForEnd(process_, patience);
+    if (!status) throw std::runtime_error("the engine's process does not end");
     process_ = 0;
-    if (status != 0) throw std::runtime_error("the engine's process has failed");
+    if (*status != 0) throw std::runtime_error("the engine's process has failed");
   }
 
  private:

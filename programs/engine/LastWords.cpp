@@ -2,7 +2,9 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <stdexcept>
+#include <string>
 
 #include "TcpEngine.pb.h"
 #include "TcpNotificationHubBackEnd.h"
@@ -24,22 +26,30 @@ constexpr unsigned int requestSizeBound = 65'536;
 constexpr std::chrono::seconds controllerSilence{10};
 constexpr std::chrono::seconds statusPeriod{1};
 
-void publishNotification(const EngineOptions& options, const std::string& cause) {
-  multiprocess_communication::TcpNotificationHubBackEnd hub(
-      options.workflowManagerId, static_cast<unsigned int>(options.engineId), options.notificationEndpoint);
+std::shared_ptr<const tamb::INotificationMessage> notificationOf(const EngineOptions& options,
+                                                                 const std::string& cause) {
   const auto prototype = tamb::CreateParametersCollectionPrototype();
   prototype->AddUTF8StringKey("reason", "", "");
   const auto object = tamb::CreateParametersCollectionInstance(prototype);
   object->SetUTF8String("reason", cause);
-  hub.PushNotification(std::make_shared<tamb::NotificationMessage>(tamb::NotificationFields{
+  return std::make_shared<tamb::NotificationMessage>(tamb::NotificationFields{
       .notificationLine = "EngineDied",
       .notificationObject = object,
       .notificationId = tamb::GetUUIDString(),
       .workflowManagerId = options.workflowManagerId,
       .engineId = static_cast<unsigned int>(options.engineId),
       .isAnError = true,
-  }));
-  // Closing it hands the notification to a host that is there, within the time of its close policy.
+  });
+}
+
+/// What of it fails does not keep the rest from being said.
+template <class Saying>
+void attempt(const char* what, const Saying& saying) {
+  try {
+    saying();
+  } catch (const std::runtime_error& error) {
+    utils::logWarning(std::string("A dead engine's ") + what + ": " + error.what());
+  }
 }
 
 proto::EngineBackEndReply answerTo(const proto::EngineFrontEndRequest& request, const std::string& cause) {
@@ -52,19 +62,21 @@ proto::EngineBackEndReply answerTo(const proto::EngineFrontEndRequest& request, 
   return reply;
 }
 
-/// Answers what is there; true when it was the goodbye, or anything at all.
-struct Answered {
-  bool something = false;
-  bool goodbye = false;
-};
-Answered answerOne(socket::Socket& replier, const std::string& cause) {
+/// True when a request is there; waits for it a moment.
+bool awaitRequest(socket::Socket& replier) {
   std::string errorText;
-  if (replier.poll(pollMilliseconds, errorText) != 0) return {};
+  const int polled = replier.poll(pollMilliseconds, errorText);
+  if (polled != 0 && polled != 1) throw std::runtime_error("cannot wait for requests: " + errorText);
+  return polled == 0;
+}
+
+/// True when it was the goodbye.
+bool answer(socket::Socket& replier, const std::string& cause) {
   proto::EngineFrontEndRequest request;
   replier.receiveProtoBuf(&request, requestSizeBound);
   auto reply = answerTo(request, cause);
   replier.sendProtoBuf(&reply);
-  return {.something = true, .goodbye = reply.type() == proto::EngineBackEndReply::Success};
+  return reply.type() == proto::EngineBackEndReply::Success;
 }
 
 }  // namespace
@@ -73,28 +85,33 @@ void speakForTheDead(const EngineOptions& options, const std::string& cause,
                      const std::function<bool()>& isToEnd) {
   // The status first: a host that waits in a run waits for it.
   socket::Socket publisher("EngineLastWordsStatus", socket::ClosePolicy::Newest);
-  publisher.createAndConnect(socket::Protocol::Publisher, options.statusEndpoint, 0);
   proto::EngineStatus end;
   end.set_status(proto::EngineStatus::EndOfLife);
-  publisher.sendProtoBuf(&end);
+  attempt("end of life is not published", [&] {
+    publisher.createAndConnect(socket::Protocol::Publisher, options.statusEndpoint, 0);
+    publisher.sendProtoBuf(&end);
+  });
   socket::Socket replier("EngineLastWordsRequest", socket::ClosePolicy::Brief);
   replier.createAndConnect(socket::Protocol::Replier, options.requestEndpoint, 0);
-  publishNotification(options, cause);
+  // Open until the end: a host takes the notification in its own time.
+  std::optional<multiprocess_communication::TcpNotificationHubBackEnd> hub;
+  attempt("last notification is not published", [&] {
+    hub.emplace(options.workflowManagerId, static_cast<unsigned int>(options.engineId),
+                options.notificationEndpoint);
+    hub->PushNotification(notificationOf(options, cause));
+  });
 
   auto lastHeard = Clock::now();
   auto lastPublished = lastHeard;
-  while (!isToEnd() && Clock::now() - lastHeard < controllerSilence) {
+  bool saidGoodbye = false;
+  while (!saidGoodbye && !isToEnd() && Clock::now() - lastHeard < controllerSilence) {
     if (Clock::now() - lastPublished >= statusPeriod) {
-      publisher.sendProtoBuf(&end);
+      attempt("end of life is not published", [&] { publisher.sendProtoBuf(&end); });
       lastPublished = Clock::now();
     }
-    try {
-      const Answered answered = answerOne(replier, cause);
-      if (answered.goodbye) return;
-      if (answered.something) lastHeard = Clock::now();
-    } catch (const std::runtime_error& error) {
-      utils::logWarning(std::string("A request to a dead engine got no answer: ") + error.what());
-    }
+    if (!awaitRequest(replier)) continue;
+    lastHeard = Clock::now();
+    attempt("request got no answer", [&] { saidGoodbye = answer(replier, cause); });
   }
 }
 

@@ -1,5 +1,7 @@
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
-#include <csignal>
+#include <cstdint>
 #include <exception>
 #include <filesystem>
 #include <fstream>
@@ -10,8 +12,8 @@
 #include <string>
 
 #include "programs/engine/Supervisor.h"
+#include "programs/support/CommandLine.h"
 #include "programs/support/TerminalLog.h"
-#include "programs/support/Version.h"
 #include "runtime/processes/SocketFiles.h"
 
 namespace {
@@ -25,7 +27,8 @@ Exit codes:
   0  the controller went, and the engine was stopped
   1  the engine could not be made or was not ready in time
   2  wrong usage
-  3  the engine's process died, or was killed because it ignored the stop
+  3  the engine's process died, by a signal that this one passed on to it or otherwise, or was killed because
+     it ignored the stop or was kept stopped
 
 Examples:
   tamb-engine --workflow-manager-id studio --engine-id 1 --description job.json \
@@ -118,7 +121,6 @@ int run(const Arguments& arguments) {
 int main(int argumentCount, char** values) {
   CLI::App app("Runs one engine, to be driven by a host in another process.", "tamb-engine");
   app.footer(examples);
-  app.set_version_flag("--version", qor::programs::version);
   Arguments arguments;
   app.add_option("--workflow-manager-id", arguments.workflowManagerId, "Whose commands the engine takes")
       ->required();
@@ -136,13 +138,7 @@ int main(int argumentCount, char** values) {
   app.add_option("--directory", arguments.directory,
                  "Directory of the sockets, removed at the end if it is empty");
   app.add_flag("--verbose", arguments.verbose, "Show all log records");
-  try {
-    app.parse(argumentCount, values);
-  } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? 0 : 2;
-  }
-  // Whoever reads our output may go before us: that ends nothing.
-  std::signal(SIGPIPE, SIG_IGN);
+  if (const auto exitCode = qor::programs::parseCommandLine(app, argumentCount, values)) return *exitCode;
   using qor::programs::Shown;
   qor::programs::showLog(arguments.verbose ? Shown::Everything : Shown::Failures);
   try {

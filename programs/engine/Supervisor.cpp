@@ -1,45 +1,29 @@
 #include "programs/engine/Supervisor.h"
 
-#include <poll.h>
-#include <sys/prctl.h>
 #include <sys/signalfd.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
-#include <deque>
 #include <exception>
 #include <system_error>
 
+#include "programs/engine/EngineChild.h"
 #include "programs/engine/EngineProcess.h"
 #include "programs/engine/LastWords.h"
-#include "runtime/processes/ChildProcess.h"
+#include "qor/utils/Log.h"
 #include "runtime/processes/Pipe.h"
 
 namespace qor::programs {
 
-using processes::describeStatus;
-using processes::Descriptor;
-using processes::LineReader;
-using processes::Pipe;
-
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using Clock = EngineChild::Clock;
 
 constexpr std::chrono::seconds timeToBeReady{20};
 constexpr std::chrono::seconds timeToStop{5};
-constexpr std::size_t keptLogLines = 5;
-constexpr std::size_t longestLogLine = 300;
-
-constexpr const char* ready = "ready";
-constexpr const char* leaving = "leaving";
-constexpr std::string_view failed = "failed ";
 
 /// Signals of this process as something to wait for, from the construction on.
 class Signals {
@@ -48,7 +32,7 @@ class Signals {
     ::sigemptyset(&set_);
     for (const int signal : {SIGTERM, SIGINT, SIGCHLD}) ::sigaddset(&set_, signal);
     ::pthread_sigmask(SIG_BLOCK, &set_, &before_);
-    descriptor_ = Descriptor(::signalfd(-1, &set_, SFD_CLOEXEC | SFD_NONBLOCK));
+    descriptor_ = processes::Descriptor(::signalfd(-1, &set_, SFD_CLOEXEC | SFD_NONBLOCK));
     if (!descriptor_.isOpen()) throw std::system_error(errno, std::system_category(), "cannot await signals");
   }
 
@@ -67,141 +51,19 @@ class Signals {
  private:
   sigset_t set_{};
   sigset_t before_{};
-  Descriptor descriptor_;
+  processes::Descriptor descriptor_;
   bool asked_ = false;
 };
 
-void say(const Descriptor& events, const std::string& line) {
-  const std::string text = line + '\n';
-  // When nobody listens any more, there is nobody to tell.
-  [[maybe_unused]] const auto written = ::write(events.get(), text.data(), text.size());
-}
-
-std::string inOneLine(std::string text) {
-  for (char& character : text) {
-    if (character == '\n' || character == '\r') character = ' ';
-  }
-  return text;
-}
-
-/// The child's life, from the fork to its exit code.
-int beTheEngine(const EngineOptions& options, const Descriptor& events) {
-  ::prctl(PR_SET_NAME, "tamb-engine-run");
+/// The child's life.
+int beTheEngine(const EngineOptions& options, const EngineChild::Events& events) {
   try {
-    serveEngine(options,
-                {.onReady = [&] { say(events, ready); }, .onLeaving = [&] { say(events, leaving); }});
+    serveEngine(options, {.onReady = [&] { events.ready(); }, .onLeaving = [&] { events.leaving(); }});
     return EXIT_SUCCESS;
   } catch (const std::exception& error) {
-    say(events, std::string(failed) + inOneLine(error.what()));
+    events.failed(error.what());
     return EXIT_FAILURE;
   }
-}
-
-/// The child as its parent sees it.
-class Child {
- public:
-  Child(const EngineOptions& options, const Signals& signals) {
-    Pipe events;
-    Pipe errors;
-    process_ = ::fork();
-    if (process_ < 0)
-      throw std::system_error(errno, std::system_category(), "cannot start the engine's process");
-    if (process_ == 0) {
-      signals.giveBack();
-      ::dup2(errors.write.get(), STDERR_FILENO);
-      events.read.close();
-      errors.read.close();
-      errors.write.close();
-      // The messaging context goes with the statics: what is unsent still gets its time.
-      std::exit(beTheEngine(options, events.write));  // NOLINT(concurrency-mt-unsafe): the last thread
-    }
-    events_ = LineReader(std::move(events.read));
-    errors_ = LineReader(std::move(errors.read));
-  }
-  /// Ends it, should it still be there.
-  ~Child() {
-    if (isThere_) {
-      kill(SIGKILL);
-      ::waitpid(process_, &status_, 0);
-    }
-  }
-  Child(const Child&) = delete;
-  Child& operator=(const Child&) = delete;
-
-  pid_t process() const { return process_; }
-  bool isThere() const { return isThere_; }
-  bool isReady() const { return isReady_; }
-  bool isLeaving() const { return isLeaving_; }
-  int status() const { return status_; }
-  const std::string& failure() const { return failure_; }
-  void kill(int signal) const { ::kill(process_, signal); }
-
-  /// Waits for anything to happen, at most so long, and takes it in.
-  void attend(std::chrono::milliseconds time, int alsoAwaited) {
-    std::array<pollfd, 3> awaited{{{.fd = events_.descriptor(), .events = POLLIN, .revents = 0},
-                                   {.fd = errors_.descriptor(), .events = POLLIN, .revents = 0},
-                                   {.fd = alsoAwaited, .events = POLLIN, .revents = 0}}};
-    ::poll(awaited.data(), awaited.size(), static_cast<int>(time.count()));
-    if (awaited[0].revents != 0) takeEvents();
-    if (awaited[1].revents != 0) passErrorsOn();
-    if (isThere_ && ::waitpid(process_, &status_, WNOHANG) == process_) {
-      isThere_ = false;
-      drain();
-    }
-  }
-
-  /// How it died, with the last lines of its log, in one line.
-  std::string cause() const {
-    std::string text = "engine process " + std::to_string(process_) + " died: " + describeStatus(status_);
-    for (const std::string& line : lastErrors_) text += " | " + line;
-    return text;
-  }
-
- private:
-  void takeEvents() {
-    events_.readSome();
-    for (std::string line; events_.takeLine(line);) {
-      if (line == ready) isReady_ = true;
-      if (line == leaving) isLeaving_ = true;
-      if (line.starts_with(failed)) failure_ = line.substr(failed.size());
-    }
-  }
-
-  /// The log goes where ours goes.
-  void passErrorsOn() {
-    errors_.readSome();
-    for (std::string line; errors_.takeLine(line);) {
-      [[maybe_unused]] const auto written = ::write(STDERR_FILENO, (line + '\n').data(), line.size() + 1);
-      lastErrors_.push_back(line.substr(0, longestLogLine));
-      if (lastErrors_.size() > keptLogLines) lastErrors_.pop_front();
-    }
-  }
-
-  /// What it said before it died is still in the pipes. A process that it started may hold them open: only
-  /// what is there.
-  void drain() {
-    const auto hasMore = [](const LineReader& reader) {
-      pollfd awaited{.fd = reader.descriptor(), .events = POLLIN, .revents = 0};
-      return reader.isOpen() && ::poll(&awaited, 1, 0) == 1;
-    };
-    while (hasMore(events_)) takeEvents();
-    while (hasMore(errors_)) passErrorsOn();
-  }
-
-  pid_t process_ = 0;
-  LineReader events_{Descriptor()};
-  LineReader errors_{Descriptor()};
-  bool isThere_ = true;
-  bool isReady_ = false;
-  bool isLeaving_ = false;
-  int status_ = 0;
-  std::string failure_;
-  std::deque<std::string> lastErrors_;
-};
-
-std::chrono::milliseconds timeUntil(Clock::time_point deadline) {
-  return std::max(std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()),
-                  std::chrono::milliseconds(0));
 }
 
 }  // namespace
@@ -209,11 +71,14 @@ std::chrono::milliseconds timeUntil(Clock::time_point deadline) {
 EngineEnd superviseEngine(const EngineOptions& options, const std::function<void(int pid)>& onReady,
                           const std::function<void(const std::string& reason)>& onFailure) {
   Signals signals;
-  Child child(options, signals);
+  EngineChild child([&](const EngineChild::Events& events) {
+    signals.giveBack();
+    return beTheEngine(options, events);
+  });
   const auto attendUntil = [&](Clock::time_point deadline, const auto& condition) {
     while (child.isThere() && !condition() && Clock::now() < deadline) {
-      child.attend(timeUntil(deadline), signals.descriptor());
-      if (signals.endIsAskedFor()) child.kill(SIGTERM);
+      child.attend(deadline, signals.descriptor());
+      if (signals.endIsAskedFor()) child.end();
     }
   };
 
@@ -228,9 +93,7 @@ EngineEnd superviseEngine(const EngineOptions& options, const std::function<void
   onReady(child.process());
 
   // Its life is bounded by its controller's, whom it listens to.
-  while (child.isThere() && !child.isLeaving()) {
-    attendUntil(Clock::now() + std::chrono::hours(1), [&] { return child.isLeaving(); });
-  }
+  attendUntil(Clock::time_point::max(), [&] { return child.isLeaving(); });
   if (child.isLeaving()) {
     attendUntil(Clock::now() + timeToStop, [] { return false; });
     if (!child.isThere()) return child.status() == 0 ? EngineEnd::Served : EngineEnd::Died;
@@ -239,7 +102,11 @@ EngineEnd superviseEngine(const EngineOptions& options, const std::function<void
     return EngineEnd::Died;
   }
   onFailure(child.cause());
-  speakForTheDead(options, child.cause(), [&] { return signals.endIsAskedFor(); });
+  try {
+    speakForTheDead(options, child.cause(), [&] { return signals.endIsAskedFor(); });
+  } catch (const std::exception& error) {
+    utils::logWarning(std::string("Nobody speaks for the dead engine: ") + error.what());
+  }
   return EngineEnd::Died;
 }
 

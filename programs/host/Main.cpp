@@ -14,8 +14,8 @@
 
 #include "programs/host/PrivateService.h"
 #include "programs/host/Session.h"
+#include "programs/support/CommandLine.h"
 #include "programs/support/TerminalLog.h"
-#include "programs/support/Version.h"
 
 namespace {
 
@@ -111,7 +111,6 @@ int run(const Arguments& arguments) {
   const auto display = std::make_shared<Display>(styleFor(arguments));
   Workflow workflow = workflowFrom(arguments);
   // Before any thread is there: all of them are to have them blocked.
-  std::signal(SIGPIPE, SIG_IGN);
   sigset_t signals;
   ::sigemptyset(&signals);
   for (const int signal : {SIGINT, SIGTERM}) ::sigaddset(&signals, signal);
@@ -135,7 +134,6 @@ int run(const Arguments& arguments) {
 int main(int argumentCount, char** values) {
   CLI::App app("Runs workflows on media engines, each in a process of its own.", "tamb-host");
   app.footer(examples);
-  app.set_version_flag("--version", qor::programs::version);
   app.require_subcommand(1);
   Arguments arguments;
   arguments.plugin = qor::processes::siblingProgram("../lib/libtamb_multiprocess.so").lexically_normal();
@@ -161,11 +159,7 @@ int main(int argumentCount, char** values) {
   runCommand.add_flag("--local", arguments.isLocal, "Run the engine in this process");
   runCommand.add_flag("--json", arguments.json, "Print each notification as one line of JSON");
   runCommand.add_flag("--verbose", arguments.verbose, "Show all log records");
-  try {
-    app.parse(argumentCount, values);
-  } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? 0 : 2;
-  }
+  if (const auto exitCode = qor::programs::parseCommandLine(app, argumentCount, values)) return *exitCode;
   try {
     return run(arguments);
   } catch (const std::exception& error) {

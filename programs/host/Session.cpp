@@ -1,12 +1,12 @@
 #include "programs/host/Session.h"
 
-#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <stdexcept>
 #include <utility>
 
 #include "engines/LocalEngine.h"
+#include "programs/support/OneLine.h"
 #include "runtime/tamb/EngineDescription.h"
 #include "runtime/tamb/FactoryRegistry.h"
 #include "runtime/tamb/PluginLoader.h"
@@ -17,11 +17,6 @@ namespace {
 
 /// The end of a run and its last notification travel by different channels.
 constexpr std::chrono::seconds timeForLastNotification{3};
-
-std::string inOneLine(std::string text) {
-  std::replace(text.begin(), text.end(), '\n', ' ');
-  return text;
-}
 
 }  // namespace
 
@@ -117,7 +112,7 @@ Outcome Session::run() {
   try {
     made = startEngine();
   } catch (const std::runtime_error& error) {
-    display_->say("tamb-host: cannot start the engine: " + inOneLine(error.what()));
+    display_->say("tamb-host: cannot start the engine: " + oneLine(error.what()));
     return Outcome::NotStarted;
   }
   const auto& engine = std::get<0>(made);
@@ -125,7 +120,7 @@ Outcome Session::run() {
   try {
     engine->Run();
   } catch (const std::runtime_error& error) {
-    display_->say("tamb-host: the run failed: " + inOneLine(error.what()));
+    display_->say("tamb-host: the run failed: " + oneLine(error.what()));
   }
   const bool wasStopped = !mayRun(nullptr);
   const auto outcome = watcher_->waitForOutcome();

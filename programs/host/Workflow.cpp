@@ -18,6 +18,8 @@ namespace {
 using nlohmann::json;
 
 constexpr std::uint32_t ticksPerSecond = 1'000'000;
+/// What can be counted in such ticks without rounding: 285 years.
+constexpr double latestCommand = 9e9;
 
 std::runtime_error wrong(const std::string& where, const std::string& what) {
   return std::runtime_error("workflow: " + where + ": " + what);
@@ -32,6 +34,13 @@ void requireKnownKeys(const json& object, const std::string& where,
     for (const auto name : known) names.append(names.empty() ? "" : ", ").append(name);
     throw wrong(where, fmt::format("unknown key {:?}; expected are {}", key, names));
   }
+}
+
+std::int64_t ticksOf(const TimedCommand& command) {
+  if (command.at >= 0 && command.at <= latestCommand) return std::llround(command.at * ticksPerSecond);
+  throw wrong("command \"" + command.name + "\"",
+              fmt::format("the time {} is none; expected is a media time in seconds, 0 to {:.0f}", command.at,
+                          latestCommand));
 }
 
 template <class Value>
@@ -89,7 +98,7 @@ std::vector<std::shared_ptr<const tamb::ICommandMessage>> Workflow::messages() c
   const auto add = [&](const TimedCommand& command) {
     messages.push_back(std::make_shared<tamb::CommandMessage>(tamb::CommandFields{
         .commandArgs = parametersFrom(command.arguments),
-        .time = {tamb::EditRate(ticksPerSecond, 1), std::llround(command.at * ticksPerSecond), nullptr},
+        .time = {tamb::EditRate(ticksPerSecond, 1), ticksOf(command), nullptr},
         .commandName = command.name,
         .commandId = static_cast<unsigned int>(messages.size() + 1),
         .workflowManagerId = workflowManagerId,

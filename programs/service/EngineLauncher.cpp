@@ -26,6 +26,28 @@ std::string nameOf(const WantedEngine& wanted) {
   return "engine " + std::to_string(wanted.engineId) + " of \"" + wanted.workflowManagerId + "\"";
 }
 
+std::vector<std::string> argumentsFor(const WantedEngine& wanted, const EngineEndpoints& endpoints,
+                                      const std::filesystem::path& directory) {
+  std::vector<std::string> arguments;
+  // In one word, so that no value is taken for an option; but one word cannot say that the value is empty.
+  const auto add = [&](const std::string& option, const std::string& value) {
+    if (value.empty()) {
+      arguments.insert(arguments.end(), {option, value});
+    } else {
+      arguments.push_back(option + '=' + value);
+    }
+  };
+  add("--workflow-manager-id", wanted.workflowManagerId);
+  add("--engine-id", std::to_string(wanted.engineId));
+  add("--description", "-");
+  add("--request", endpoints.request);
+  add("--status", endpoints.status);
+  add("--command", endpoints.command);
+  add("--notification", endpoints.notification);
+  add("--directory", directory.string());
+  return arguments;
+}
+
 /// The first line that an engine's program prints; throws what keeps the engine from being ready.
 void requireReady(ChildProcess& process) {
   const auto line = process.readLine(timeToBeReady);
@@ -54,16 +76,7 @@ EngineEndpoints EngineLauncher::launch(const WantedEngine& wanted) {
                             endpoint("notification")};
   const auto start = Clock::now();
   try {
-    // clang-format off
-    ChildProcess process(program_, {"--workflow-manager-id", wanted.workflowManagerId,
-                                    "--engine-id", std::to_string(wanted.engineId),
-                                    "--description", "-",
-                                    "--request", endpoints.request,
-                                    "--status", endpoints.status,
-                                    "--command", endpoints.command,
-                                    "--notification", endpoints.notification,
-                                    "--directory", directory.string()}, wanted.description);
-    // clang-format on
+    ChildProcess process(program_, argumentsFor(wanted, endpoints, directory), wanted.description);
     try {
       requireReady(process);
     } catch (...) {

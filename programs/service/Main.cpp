@@ -10,8 +10,8 @@
 #include <string>
 
 #include "programs/service/Service.h"
+#include "programs/support/CommandLine.h"
 #include "programs/support/TerminalLog.h"
-#include "programs/support/Version.h"
 #include "runtime/processes/SocketFiles.h"
 
 namespace {
@@ -62,7 +62,6 @@ int run(const Arguments& arguments) {
 int main(int argumentCount, char** values) {
   CLI::App app("Starts engines for hosts that submit them.", "qor-engine-service");
   app.footer(examples);
-  app.set_version_flag("--version", qor::programs::version);
   Arguments arguments;
   arguments.engineProgram = qor::processes::siblingProgram("tamb-engine");
   app.add_option("--endpoint", arguments.endpoint, "Endpoint to take submissions on, say ipc://PATH")
@@ -75,13 +74,7 @@ int main(int argumentCount, char** values) {
   app.add_option("--end-with-parent", arguments.parent,
                  "End when the process that started it, this one, ends");
   app.add_flag("--quiet", arguments.quiet, "Log failures only");
-  try {
-    app.parse(argumentCount, values);
-  } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? 0 : 2;
-  }
-  // Whoever reads our output may go before us: that ends nothing.
-  std::signal(SIGPIPE, SIG_IGN);
+  if (const auto exitCode = qor::programs::parseCommandLine(app, argumentCount, values)) return *exitCode;
   using qor::programs::Shown;
   qor::programs::showLog(arguments.quiet ? Shown::Failures : Shown::Events);
   for (const int signal : {SIGTERM, SIGINT}) std::signal(signal, [](int) { endIsAskedFor = 1; });

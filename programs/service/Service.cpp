@@ -3,6 +3,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "programs/support/OneLine.h"
 #include "qor/proto/ApiService.pb.h"
 #include "qor/utils/Log.h"
 
@@ -48,9 +49,10 @@ api::ServiceToApiReply replyTo(const api::ApiToServiceRequest& request, EngineLa
     engine.set_commandendpoint(endpoints.command);
     engine.set_notificationendpoint(endpoints.notification);
   } catch (const std::runtime_error& refusal) {
-    utils::logWarning(std::string("Refused: ") + refusal.what());
+    const std::string reason = oneLine(refusal.what());
+    utils::logWarning("Refused: " + reason);
     reply.set_kind(api::ServiceToApiReply::REFUSED);
-    reply.set_refusal(refusal.what());
+    reply.set_refusal(reason);
   }
   return reply;
 }

@@ -20,6 +20,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+/// What the system needs to end a killed process; more only when one of its calls hangs in a device.
+constexpr std::chrono::seconds timeToDie{10};
+
 std::chrono::milliseconds timeUntil(Clock::time_point deadline) {
   return std::max(std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()),
                   std::chrono::milliseconds(0));
@@ -99,19 +102,10 @@ std::optional<std::string> ChildProcess::readLine(std::chrono::milliseconds time
   return line;
 }
 
-std::optional<int> ChildProcess::reap() {
-  int status = 0;
-  if (!status_ && ::waitpid(pid_, &status, WNOHANG) == pid_) status_ = status;
-  return status_;
-}
+std::optional<int> ChildProcess::reap() { return waitForEnd(std::chrono::milliseconds(0)); }
 
 std::optional<int> ChildProcess::waitForEnd(std::chrono::milliseconds time) {
-  const auto deadline = Clock::now() + time;
-  const Descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0)));
-  while (!reap() && Clock::now() < deadline) {
-    pollfd awaited{.fd = process.get(), .events = POLLIN, .revents = 0};
-    ::poll(&awaited, 1, static_cast<int>(timeUntil(deadline).count()));
-  }
+  if (!status_) status_ = processes::waitForEnd(pid_, time);
   return status_;
 }
 
@@ -123,7 +117,18 @@ void ChildProcess::end(std::chrono::milliseconds grace) {
   signal(SIGTERM);
   if (waitForEnd(grace)) return;
   signal(SIGKILL);
-  waitForEnd(std::chrono::hours(1));
+  waitForEnd(timeToDie);
+}
+
+std::optional<int> waitForEnd(pid_t child, std::chrono::milliseconds time) {
+  const auto deadline = Clock::now() + time;
+  const Descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
+  for (int status = 0;;) {
+    if (::waitpid(child, &status, WNOHANG) == child) return status;
+    if (Clock::now() >= deadline) return std::nullopt;
+    pollfd awaited{.fd = process.get(), .events = POLLIN, .revents = 0};
+    ::poll(&awaited, 1, static_cast<int>(timeUntil(deadline).count()));
+  }
 }
 
 std::string describeStatus(int status) {

@@ -32,7 +32,7 @@ class ChildProcess {
   std::optional<int> waitForEnd(std::chrono::milliseconds time);
   /// Nothing once it has been reaped.
   void signal(int number) const;
-  /// Asks it to end, kills it when it has not after `grace`, and reaps it.
+  /// Asks it to end, kills it when it has not after `grace`, and reaps it: at the latest 10 s after that.
   void end(std::chrono::milliseconds grace);
 
  private:
@@ -40,6 +40,9 @@ class ChildProcess {
   std::optional<int> status_;
   LineReader output_{Descriptor()};
 };
+
+/// Waits at most so long for the end of a child of this process, and reaps it: its status as waitpid has it.
+std::optional<int> waitForEnd(pid_t child, std::chrono::milliseconds time);
 
 /// "signal 11 (Segmentation fault)" or "exit code 3", of a status as waitpid has it.
 std::string describeStatus(int status);

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <system_error>
@@ -34,9 +35,11 @@ void LineReader::readSome() {
 
 bool LineReader::takeLine(std::string& line) {
   const auto end = pending_.find('\n');
-  if (end == std::string::npos && (isOpen() || pending_.empty())) return false;
-  line = pending_.substr(0, end);
-  pending_.erase(0, end == std::string::npos ? end : end + 1);
+  const bool isWhole = end < longestLine;
+  if (!isWhole && pending_.size() < longestLine && (isOpen() || pending_.empty())) return false;
+  const auto length = std::min({end, longestLine, pending_.size()});
+  line = pending_.substr(0, length);
+  pending_.erase(0, isWhole ? length + 1 : length);
   return true;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <utility>
 
@@ -31,9 +32,12 @@ struct Pipe {
   Descriptor write;
 };
 
-/// Cuts what is read from a descriptor into lines. One thread.
+/// Cuts what is read from a descriptor into lines. A longer line than the longest comes in pieces. One
+/// thread.
 class LineReader {
  public:
+  static constexpr std::size_t longestLine = 65'536;
+
   explicit LineReader(Descriptor descriptor) : descriptor_(std::move(descriptor)) {}
 
   int descriptor() const { return descriptor_.get(); }

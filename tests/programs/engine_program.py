@@ -95,6 +95,41 @@ class EngineProgram(ProgramsTest):
                 self.assertLess(time.monotonic() - start, 8)
                 self.expect_nothing_left()
 
+    def test_ends_when_it_is_asked_to_even_though_its_engine_is_stopped(self):
+        engine, _ = self.ipc_engine()
+        ready = engine.wait_for_ready()
+        self.kill(ready["enginePid"], signal.SIGSTOP)
+        engine.signal(signal.SIGTERM)
+        self.assertEqual(engine.wait(), 3)
+        self.assertRegex(engine.output(), r"died: signal 9 \(Killed\), for it did not end within 5 s of being asked to")
+        self.expect_nothing_left()
+
+    def test_goes_on_with_an_engine_that_is_continued_after_five_seconds(self):
+        engine, endpoints = self.ipc_engine()
+        ready = engine.wait_for_ready()
+        self.kill(ready["enginePid"], signal.SIGSTOP)
+        time.sleep(5)
+        self.kill(ready["enginePid"], signal.SIGCONT)
+        self.expect_served(ready)
+        self.assertTrue(self.ask(self.stock(zmq.REQ, endpoints["request"]), GOODBYE).startswith(SUCCESS))
+        self.expect_exit(engine, 0)
+        self.expect_nothing_left()
+
+    def test_ends_an_engine_that_is_kept_stopped_and_says_so(self):
+        engine, endpoints = self.ipc_engine()
+        ready = engine.wait_for_ready()
+        start = time.monotonic()
+        self.kill(ready["enginePid"], signal.SIGSTOP)
+        status = self.stock(zmq.SUB, endpoints["status"])
+        while not status.recv().startswith(b"\x08\x03"):
+            self.assertLess(time.monotonic() - start, LATEST)
+        answer = self.ask(self.stock(zmq.REQ, endpoints["request"]), PING)
+        self.assertIn(b"died: signal 9 (Killed), for it was kept stopped for 10 s", answer)
+        self.assertGreater(time.monotonic() - start, SILENCE - 2)
+        self.assertTrue(self.ask(self.stock(zmq.REQ, endpoints["request"]), GOODBYE).startswith(SUCCESS))
+        self.expect_exit(engine, 3)
+        self.expect_nothing_left()
+
     def test_leaves_at_the_goodbye_of_its_controller(self):
         engine, endpoints = self.ipc_engine()
         engine.wait_for_ready()

@@ -1,38 +1,53 @@
 #include "tests/support/ManualClock.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace qor::test {
 
 utils::IClock::TimePoint ManualClock::now() const {
   const std::lock_guard lock(mutex_);
-  return now_;
+  return TimePoint(std::chrono::duration_cast<TimePoint::duration>(timeOf(Kind::TimeOfDay)));
+}
+
+utils::IClock::SteadyTimePoint ManualClock::steadyNow() const {
+  const std::lock_guard lock(mutex_);
+  return SteadyTimePoint(timeOf(Kind::Steady));
 }
 
 bool ManualClock::waitUntil(std::condition_variable& changed, std::unique_lock<std::mutex>& lock,
                             TimePoint deadline) {
+  return waitFor({&changed, lock.mutex(), Kind::TimeOfDay, deadline.time_since_epoch()}, lock);
+}
+
+bool ManualClock::waitUntil(std::condition_variable& changed, std::unique_lock<std::mutex>& lock,
+                            SteadyTimePoint deadline) {
+  return waitFor({&changed, lock.mutex(), Kind::Steady, deadline.time_since_epoch()}, lock);
+}
+
+bool ManualClock::waitFor(const Wait& wait, std::unique_lock<std::mutex>& lock) {
   {
     const std::lock_guard guard(mutex_);
-    if (now_ >= deadline) return false;
-    waits_.push_back({&changed, lock.mutex(), deadline});
+    if (timeOf(wait.kind) >= wait.deadline) return false;
+    waits_.push_back(wait);
     waitsChanged_.notify_all();
   }
   // advance() takes the waiter's mutex to notify it: it cannot do so between the check above and this wait.
-  changed.wait(lock);
+  wait.changed->wait(lock);
   const std::lock_guard guard(mutex_);
-  waits_.erase(std::find_if(waits_.begin(), waits_.end(), [&](const Wait& wait) {
-    return wait.changed == &changed && wait.deadline == deadline;
+  waits_.erase(std::find_if(waits_.begin(), waits_.end(), [&](const Wait& each) {
+    return each.changed == wait.changed && each.deadline == wait.deadline;
   }));
-  return now_ < deadline;
+  return timeOf(wait.kind) < wait.deadline;
 }
 
 void ManualClock::advance(std::chrono::milliseconds time) {
   std::vector<Wait> due;
   {
     const std::lock_guard lock(mutex_);
-    now_ += time;
+    steady_ += time;
     std::copy_if(waits_.begin(), waits_.end(), std::back_inserter(due),
-                 [this](const Wait& wait) { return wait.deadline <= now_; });
+                 [this](const Wait& wait) { return wait.deadline <= timeOf(wait.kind); });
   }
   for (const Wait& wait : due) {
     const std::lock_guard lock(*wait.mutex);
@@ -40,12 +55,21 @@ void ManualClock::advance(std::chrono::milliseconds time) {
   }
 }
 
+void ManualClock::setTimeOfDayBack(std::chrono::milliseconds time) {
+  const std::lock_guard lock(mutex_);
+  setBack_ += time;
+}
+
 bool ManualClock::waitForWaitOf(std::chrono::milliseconds time) const {
   std::unique_lock lock(mutex_);
   return waitsChanged_.wait_for(lock, std::chrono::seconds(10), [&] {
     return std::any_of(waits_.begin(), waits_.end(),
-                       [&](const Wait& wait) { return wait.deadline == now_ + time; });
+                       [&](const Wait& wait) { return wait.deadline == timeOf(wait.kind) + time; });
   });
+}
+
+ManualClock::Duration ManualClock::timeOf(Kind kind) const {
+  return kind == Kind::Steady ? steady_ : steady_ - setBack_;
 }
 
 }  // namespace qor::test

@@ -13,25 +13,38 @@ namespace qor::test {
 class ManualClock : public utils::IClock {
  public:
   TimePoint now() const override;
+  SteadyTimePoint steadyNow() const override;
   bool waitUntil(std::condition_variable& changed, std::unique_lock<std::mutex>& lock,
                  TimePoint deadline) override;
+  bool waitUntil(std::condition_variable& changed, std::unique_lock<std::mutex>& lock,
+                 SteadyTimePoint deadline) override;
 
   /// Moves the time on, and wakes whoever's deadline has come. Whoever waits must not be destroyed meanwhile.
   void advance(std::chrono::milliseconds time);
+  /// Has somebody set the time of day back. The steady time stays.
+  void setTimeOfDayBack(std::chrono::milliseconds time);
   /// Waits, at most 10 s of real time, until a wait is under way whose deadline is `time` from now; false
   /// when there is none by then.
   bool waitForWaitOf(std::chrono::milliseconds time) const;
 
  private:
+  using Duration = std::chrono::nanoseconds;
+  enum class Kind { TimeOfDay, Steady };
   struct Wait {
     std::condition_variable* changed;
     std::mutex* mutex;
-    TimePoint deadline;
+    Kind kind;
+    Duration deadline;
   };
+
+  bool waitFor(const Wait& wait, std::unique_lock<std::mutex>& lock);
+  /// With the mutex held.
+  Duration timeOf(Kind kind) const;
 
   mutable std::mutex mutex_;
   mutable std::condition_variable waitsChanged_;
-  TimePoint now_{std::chrono::hours(1'000)};
+  Duration steady_ = std::chrono::hours(1'000);
+  Duration setBack_{0};
   std::vector<Wait> waits_;
 };
 

@@ -7,18 +7,23 @@
 
 namespace qor::utils {
 
-/// The time of day, and waiting for it: what everything that times out goes by. There is one real clock;
-/// tests of waiting classes bring their own, so that ten seconds take no time. Callable from any thread.
+/// The time, and waiting for it: what everything that times out goes by. The time of day can be set, forwards
+/// and backwards; the steady time cannot. There is one real clock; tests of waiting classes bring their own,
+/// so that ten seconds take no time. Callable from any thread.
 class IClock {
  public:
   using TimePoint = std::chrono::system_clock::time_point;
+  using SteadyTimePoint = std::chrono::steady_clock::time_point;
 
   virtual ~IClock() = default;
   virtual TimePoint now() const = 0;
+  virtual SteadyTimePoint steadyNow() const = 0;
   /// One wait on `changed`, whose mutex `lock` holds: until it is notified, or wakes up for no reason, or the
   /// deadline has passed. True when it ended before the deadline.
   virtual bool waitUntil(std::condition_variable& changed, std::unique_lock<std::mutex>& lock,
                          TimePoint deadline) = 0;
+  virtual bool waitUntil(std::condition_variable& changed, std::unique_lock<std::mutex>& lock,
+                         SteadyTimePoint deadline) = 0;
 };
 
 /// The system's clock.

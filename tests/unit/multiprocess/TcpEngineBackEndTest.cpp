@@ -58,6 +58,18 @@ TEST_F(TcpEngineBackEndRequests, APingThatThrowsFailsWithTheExceptionsOwnText) {
   EXPECT_EQ(replyTo(Request::HeartBeat), success);
 }
 
+TEST_F(TcpEngineBackEndRequests, AReasonThatIsTooLongForAReplyIsCutBetweenTwoCharacters) {
+  std::string reason;
+  engine_->onPing = [&](unsigned int) { throw std::runtime_error(reason); };
+  start();
+  reason = std::string(8'000, 'x');
+  EXPECT_EQ(replyTo(Request::Ping), failure(reason));
+  reason = std::string(8'001, 'x');
+  EXPECT_EQ(replyTo(Request::Ping), failure(std::string(8'000, 'x')));
+  reason = std::string(7'999, 'x') + "\u20ac and more";
+  EXPECT_EQ(replyTo(Request::Ping), failure(std::string(7'999, 'x')));
+}
+
 TEST_F(TcpEngineBackEndRequests, APingThatThrowsSomethingElseFailsWithAnUnknownFailure) {
   engine_->onPing = [](unsigned int) { throw 42; };  // NOLINT(hicpp-exception-baseclass)
   start();

@@ -158,6 +158,56 @@ TEST_F(TcpEngineFrontEndWaits, AnUnknownStatusIsLoggedAndKeepsTheOneBefore) {
   EXPECT_NE(waiting.get(), "") << "the engine was not taken for running any more";
 }
 
+constexpr const char* silence =
+    "TcpEngineFrontEnd: engineStatusReceptionThreadFunction: no engine status received for 15 s, the backend "
+    "is taken for gone";
+
+TEST_F(TcpEngineFrontEndWaits, RunEndsWhenNoStatusHasComeForFifteenSeconds) {
+  publish(proto::EngineStatus::Running);
+  clock_->advance(milliseconds(10'000));
+  publish(proto::EngineStatus::Running);
+  BackgroundCall run(running());
+  ASSERT_TRUE(clock_->waitForWaitOf(slice));
+  clock_->advance(milliseconds(14'999));
+  // Longer than the status thread polls.
+  EXPECT_FALSE(run.endsWithin(milliseconds(300)));
+  clock_->advance(milliseconds(1));
+  ASSERT_TRUE(run.endsWithin(patience));
+  EXPECT_EQ(run.get(), "");
+  expectLogged(silence);
+}
+
+TEST_F(TcpEngineFrontEndWaits, ABackEndThatIsHeardAgainAfterASilenceIsFollowedAgain) {
+  publish(proto::EngineStatus::Idle);
+  clock_->advance(milliseconds(15'000));
+  expectLogged(silence);
+  clock_->advance(milliseconds(60'000));
+  publish(proto::EngineStatus::Running);
+  BackgroundCall run(running());
+  ASSERT_TRUE(clock_->waitForWaitOf(slice));
+  EXPECT_FALSE(run.endsWithin(milliseconds(300)));
+  publish(proto::EngineStatus::Idle);
+  EXPECT_EQ(run.get(), "");
+  expectLogged(silence);
+}
+
+TEST_F(TcpEngineFrontEndWaits, ASilenceThatIsExpectedIsNotLogged) {
+  clock_->advance(milliseconds(60'000));
+  publish(proto::EngineStatus::EndOfLife);
+  clock_->advance(milliseconds(60'000));
+  publish(proto::EngineStatus::EndOfLife);
+  EXPECT_TRUE(log_.recordsWith("no engine status").empty());
+}
+
+TEST_F(TcpEngineFrontEndWaits, RunEndsWithTheContext) {
+  publish(proto::EngineStatus::Running);
+  BackgroundCall run(running());
+  ASSERT_TRUE(clock_->waitForWaitOf(slice));
+  socket::memory::failNext(statuses, Operation::Poll, Failure::ContextTermination, "the end");
+  ASSERT_TRUE(run.endsWithin(patience));
+  EXPECT_EQ(run.get(), "");
+}
+
 /// How it meets what goes wrong with the status socket.
 class TcpEngineFrontEndStatusReception : public FrontEndTest {
  protected:

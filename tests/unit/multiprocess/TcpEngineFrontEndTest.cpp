@@ -314,6 +314,14 @@ TEST_F(TcpEngineFrontEndHeartBeat, ComesAtOnceAndThenAfterEachSecond) {
   }
 }
 
+TEST_F(TcpEngineFrontEndHeartBeat, ComesWhenItsTimeHasComeAlthoughTheTimeOfDayWasSetBack) {
+  connect();
+  ASSERT_TRUE(clock_->waitForWaitOf(milliseconds(1'000)));
+  clock_->setTimeOfDayBack(std::chrono::hours(1));
+  clock_->advance(milliseconds(1'000));
+  EXPECT_TRUE(backEnd_->waitFor(Request::HeartBeat, 2));
+}
+
 TEST_F(TcpEngineFrontEndHeartBeat, ThatIsRefusedOrCannotBeSentIsLoggedAndGoesOn) {
   connect();
   socket::memory::failNext(commands, Operation::Send, Failure::RuntimeError, "broken");

@@ -1,0 +1,18 @@
+#include "programs/support/CommandLine.h"
+
+#include <csignal>
+
+namespace qor::programs {
+
+std::optional<int> parseCommandLine(CLI::App& app, int argumentCount, char** arguments) {
+  app.set_version_flag("--version", QOR_VERSION);
+  try {
+    app.parse(argumentCount, arguments);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : 2;
+  }
+  std::signal(SIGPIPE, SIG_IGN);
+  return std::nullopt;
+}
+
+}  // namespace qor::programs

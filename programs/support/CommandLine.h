@@ -1,0 +1,15 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <optional>
+
+namespace qor::programs {
+
+/// Parses the command line of a program, after adding --version to what it takes. The program's exit code
+/// when there is nothing to run: 0 when it was asked about itself, 2 after wrong usage; either has been
+/// answered.
+///
+/// Has the process ignore SIGPIPE as well: whoever reads our output may go before us, and that ends nothing.
+std::optional<int> parseCommandLine(CLI::App& app, int argumentCount, char** arguments);
+
+}  // namespace qor::programs
