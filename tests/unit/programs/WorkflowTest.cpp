@@ -1,0 +1,143 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <limits>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "programs/host/Workflow.h"
+#include "tests/support/TemporaryDirectory.h"
+
+namespace qor::programs {
+namespace {
+
+using nlohmann::json;
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+/// The refusal is one line with these texts.
+template <class... Texts>
+auto refuses(const Texts&... texts) {
+  return ::testing::ThrowsMessage<std::runtime_error>(AllOf(HasSubstr(texts)..., Not(HasSubstr("\n"))));
+}
+
+class AWorkflowFile : public ::testing::Test {
+ protected:
+  Workflow read(const std::string& text) const {
+    const auto file = directory_.path() / "job.json";
+    std::ofstream(file) << text;
+    return readWorkflow(file);
+  }
+  auto reading(const std::string& text) const {
+    return [this, text] { read(text); };
+  }
+
+ private:
+  const test::TemporaryDirectory directory_;
+};
+
+TEST_F(AWorkflowFile, NeedsOnlyAnEngine) {
+  const Workflow workflow = read(R"({"engine": {"engine": "test"}})");
+  EXPECT_EQ(workflow.engine, (json{{"engine", "test"}}));
+  EXPECT_EQ(workflow.workflowManagerId, "tamb-host");
+  EXPECT_EQ(workflow.engineId, 1);
+  EXPECT_TRUE(workflow.commands.empty());
+}
+
+TEST_F(AWorkflowFile, IsReadWhole) {
+  const Workflow workflow = read(R"({"workflowManagerId": "studio", "engineId": -3, "engine": {},
+      "commands": [{"at": 1.5, "name": "Pause", "step": "media", "arguments": {"a": 1}}, {"name": "Stop"}]})");
+  EXPECT_EQ(workflow.workflowManagerId, "studio");
+  EXPECT_EQ(workflow.engineId, -3);
+  ASSERT_EQ(workflow.commands.size(), 2U);
+  EXPECT_EQ(workflow.commands[0].at, 1.5);
+  EXPECT_EQ(workflow.commands[0].name, "Pause");
+  EXPECT_EQ(workflow.commands[0].step, "media");
+  EXPECT_EQ(workflow.commands[0].arguments, (json{{"a", 1}}));
+  EXPECT_EQ(workflow.commands[1].at, 0);
+  EXPECT_EQ(workflow.commands[1].arguments, json::object());
+}
+
+TEST_F(AWorkflowFile, IsRefusedWithWhatIsWrongAndWhatIsExpected) {
+  EXPECT_THAT([] { readWorkflow("/nowhere/job.json"); }, refuses("/nowhere/job.json"));
+  EXPECT_THAT(reading("{"), refuses("job.json", "no JSON"));
+  EXPECT_THAT(reading("[]"), refuses("no object"));
+  EXPECT_THAT(reading("{}"), refuses("\"engine\""));
+  EXPECT_THAT(reading(R"({"engine": 1})"), refuses("\"engine\""));
+  EXPECT_THAT(reading(R"({"engine": {}, "comands": []})"), refuses("\"comands\"", "commands"));
+  EXPECT_THAT(reading(R"({"engine": {}, "engineId": "x"})"), refuses("\"engineId\"", "\"x\"", "number"));
+  EXPECT_THAT(reading(R"({"engine": {}, "commands": {}})"), refuses("\"commands\"", "no list"));
+  EXPECT_THAT(reading(R"({"engine": {}, "commands": [7]})"), refuses("command 1", "7"));
+  EXPECT_THAT(reading(R"({"engine": {}, "commands": [{"at": 1}]})"), refuses("command 1", "\"name\""));
+  EXPECT_THAT(reading(R"({"engine": {}, "commands": [{"name": "x", "at": "soon"}]})"),
+              refuses("command 1", "\"at\"", "\"soon\"", "seconds"));
+  EXPECT_THAT(reading(R"({"engine": {}, "commands": [{"name": "x", "arguments": []}]})"),
+              refuses("command 1", "\"arguments\"", "object"));
+}
+
+TEST(ATimedCommand, IsReadFromWords) {
+  const TimedCommand command =
+      commandFrom({"2.5", "FilterCommand", "target=volume", "argument=a=b", "empty="});
+  EXPECT_EQ(command.at, 2.5);
+  EXPECT_EQ(command.name, "FilterCommand");
+  EXPECT_EQ(command.arguments, (json{{"target", "volume"}, {"argument", "a=b"}, {"empty", ""}}));
+}
+
+TEST(ATimedCommand, IsRefusedWithTheWordThatIsWrong) {
+  const auto from = [](const std::vector<std::string>& words) { return [words] { commandFrom(words); }; };
+  EXPECT_THAT(from({}), refuses("TIME NAME KEY=VALUE"));
+  EXPECT_THAT(from({"2"}), refuses("--at 2", "TIME NAME KEY=VALUE"));
+  EXPECT_THAT(from({"soon", "Stop"}), refuses("--at soon", "seconds"));
+  EXPECT_THAT(from({"2s", "Stop"}), refuses("--at 2s", "seconds"));
+  EXPECT_THAT(from({"2", "Stop", "now"}), refuses("\"now\"", "KEY=VALUE"));
+}
+
+TEST(AWorkflowsMessages, AreItsCommandsInMicrosecondsAndThenTheOneThatLetsTheEngineBegin) {
+  Workflow workflow;
+  workflow.workflowManagerId = "studio";
+  workflow.engineId = 7;
+  workflow.engine = {{"engine", "media"}};
+  workflow.commands = {{.at = 2.5, .name = "FilterCommand", .step = {}, .arguments = {{"target", "volume"}}}};
+  const auto messages = workflow.messages();
+  ASSERT_EQ(messages.size(), 2U);
+  EXPECT_EQ(messages[0]->GetCommandName(), "FilterCommand");
+  EXPECT_EQ(messages[0]->GetTime().GetTimeNumber(), 2'500'000);
+  EXPECT_EQ(messages[0]->GetTime().GetEditRate().GetNumerator(), 1'000'000U);
+  EXPECT_EQ(messages[0]->GetCommandId(), 1U);
+  EXPECT_EQ(messages[0]->GetStepId(), "media");
+  EXPECT_EQ(messages[0]->GetWorkflowManagerId(), "studio");
+  EXPECT_EQ(messages[0]->GetEngineId(), 7U);
+  EXPECT_EQ(messages[0]->GetCommandArgs()->GetUTF8String("target"), "volume");
+  EXPECT_EQ(messages[1]->GetCommandName(), "Resume");
+  EXPECT_EQ(json::parse(workflow.description()), (json{{"engine", "media"}, {"startPaused", true}}));
+}
+
+TEST(AWorkflowsMessages, DoNotMakeAnotherEngineBeginThatDoesNotWait) {
+  Workflow workflow;
+  workflow.engine = {{"engine", "test"}};
+  EXPECT_TRUE(workflow.messages().empty());
+  EXPECT_EQ(json::parse(workflow.description()), (json{{"engine", "test"}}));
+}
+
+TEST(AWorkflowsMessages, AreRefusedForTimesThatAreNone) {
+  for (const double at :
+       {-0.001, std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity(), 9.1e9}) {
+    Workflow workflow;
+    workflow.engine = json::object();
+    workflow.commands = {{.at = at, .name = "Pause", .step = {}, .arguments = json::object()}};
+    EXPECT_THAT([&] { static_cast<void>(workflow.messages()); }, refuses("\"Pause\"", "seconds")) << at;
+  }
+}
+
+TEST(AWorkflowsMessages, AreRefusedForArgumentsThatCannotBeCarried) {
+  Workflow workflow;
+  workflow.engine = json::object();
+  workflow.commands = {{.at = 0, .name = "Pause", .step = {}, .arguments = {{"list", {1, 2}}}}};
+  EXPECT_THAT([&] { static_cast<void>(workflow.messages()); }, refuses("\"list\"", "[1,2]", "a text"));
+}
+
+}  // namespace
+}  // namespace qor::programs
