@@ -48,14 +48,14 @@ void wireOurs(benchmark::State& state) {
 /// The bare start of the same process, until it says that it can be connected to.
 void wireBare(benchmark::State& state) {
   for ([[maybe_unused]] auto _ : state) {
-    const auto directory = processes::makePrivateDirectory();
-    const auto endpoint = [&](const char* name) { return "ipc://" + (directory / name).string(); };
+    const processes::PrivateDirectory directory;
+    const auto endpoint = [&](const char* name) { return "ipc://" + (directory.path() / name).string(); };
     const auto start = std::chrono::steady_clock::now();
     ChildProcess process(
         processes::siblingProgram("tamb-engine"),
         {"--workflow-manager-id", "benchmark", "--engine-id", "1", "--description", "-", "--request",
          endpoint("request"), "--status", endpoint("status"), "--command", endpoint("command"),
-         "--notification", endpoint("notification"), "--directory", directory.string()},
+         "--notification", endpoint("notification"), "--directory", directory.path().string()},
         description);
     requireReady(process);
     state.SetIterationTime(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());

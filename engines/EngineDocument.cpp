@@ -165,9 +165,9 @@ MediaDocument readMedia(const Json& json) {
 TestDocument readTest(const Json& json) {
   const Fields fields(json, "the object", {"engine", "behaviour", "when", "notifications"});
   TestDocument document;
-  document.behaviour =
-      fields.oneOf("behaviour", {"run", "ignoreStop", "crash", "abort", "kill", "exit", "freeze", "throw"},
-                   TestBehaviour::Run);
+  document.behaviour = fields.oneOf(
+      "behaviour", {"run", "ignoreStop", "crash", "abort", "kill", "exit", "freeze", "stall", "throw"},
+      TestBehaviour::Run);
   document.when = fields.oneOf("when", {"construct", "run", "command"}, TestMoment::Run);
   document.notifications = fields.count("notifications");
   return document;

@@ -29,7 +29,7 @@ struct MediaDocument {
   bool startPaused = false;
 };
 
-enum class TestBehaviour { Run, IgnoreStop, Crash, Abort, Kill, Exit, Freeze, Throw };
+enum class TestBehaviour { Run, IgnoreStop, Crash, Abort, Kill, Exit, Freeze, Stall, Throw };
 enum class TestMoment { Construct, Run, Command };
 
 /// What a test engine does, and when what it does wrong.

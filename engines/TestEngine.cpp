@@ -20,6 +20,7 @@ namespace {
 
 constexpr std::chrono::milliseconds commandInterval{5};
 constexpr std::uint64_t batchSize = 100;
+constexpr std::chrono::hours longestStall{1};
 
 /// Ends the process by that signal, whatever handlers there are.
 void dieBy(int signalNumber) {
@@ -51,6 +52,11 @@ void TestEngine::RequestStop() {
   if (document_.behaviour != TestBehaviour::IgnoreStop) {
     EngineBase::RequestStop();
   }
+}
+
+void TestEngine::Ping(unsigned int timeout) {
+  notifications().publish("Pinged", 0, {{"value", std::uint64_t{timeout}}});
+  EngineBase::Ping(timeout);
 }
 
 tamb::TimeInfo TestEngine::GetCurrentTimeInfo(const std::string& name) const {
@@ -100,7 +106,7 @@ void TestEngine::execute(const StepNotifications& notifications, const tamb::ICo
   }
 }
 
-void TestEngine::commitFault(const std::string& when) const {
+void TestEngine::commitFault(const std::string& when) {
   switch (document_.behaviour) {
     case TestBehaviour::Run:
     case TestBehaviour::IgnoreStop:
@@ -117,6 +123,8 @@ void TestEngine::commitFault(const std::string& when) const {
     case TestBehaviour::Freeze:
       ::kill(::getpid(), SIGSTOP);
       return;
+    case TestBehaviour::Stall:
+      return watch().sleepUntil(RunWatch::Clock::now() + longestStall);
     case TestBehaviour::Throw:
       throw tamb::TAMBRuntimeError("TestEngine: thrown " + when);
   }

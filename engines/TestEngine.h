@@ -19,6 +19,8 @@ class TestEngine final : public EngineBase {
   /// Commits the fault that is to happen on construction.
   void AddEngineDescription(std::shared_ptr<tamb::IEngineDescription> description) override;
   void RequestStop() override;
+  /// Publishes that it is pinged, and goes on as other engines do.
+  void Ping(unsigned int timeout) override;
   /// Throws always: there is no media.
   tamb::TimeInfo GetCurrentTimeInfo(const std::string& name) const override;
 
@@ -26,7 +28,7 @@ class TestEngine final : public EngineBase {
   void runOnce() override;
   void publishTicks(const StepNotifications& notifications) const;
   void execute(const StepNotifications& notifications, const tamb::ICommandMessage& command);
-  void commitFault(const std::string& when) const;
+  void commitFault(const std::string& when);
 
   TestDocument document_;
   /// What a command had the run throw: the command processor lets nothing through.

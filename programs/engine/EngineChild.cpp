@@ -12,8 +12,8 @@
 #include <cstdlib>
 #include <string_view>
 #include <system_error>
-#include <utility>
 
+#include "programs/support/ErrorStream.h"
 #include "programs/support/OneLine.h"
 #include "qor/utils/Log.h"
 #include "runtime/processes/ChildProcess.h"
@@ -26,11 +26,18 @@ using processes::Pipe;
 
 namespace {
 
-constexpr std::chrono::seconds timeToEnd{5};
+using std::chrono::seconds;
+
+constexpr seconds timeToEnd{5};
+constexpr seconds timeToStop{5};
 /// As long as an engine allows its controller to be silent, and less than a controller allows the engine.
-constexpr std::chrono::seconds longestStop{10};
+constexpr seconds longestFreeze{10};
+/// Without a supervisor there is nobody else to end an engine that does not stop.
+constexpr unsigned int lastSeconds = 10;
 constexpr std::size_t keptLogLines = 5;
 constexpr std::size_t longestLogLine = 300;
+
+constexpr std::array<std::string_view, 5> eventNames{"ready", "running", "stop requested", "idle", "leaving"};
 constexpr std::string_view failed = "failed ";
 
 int millisecondsUntil(EngineChild::Clock::time_point deadline) {
@@ -39,29 +46,46 @@ int millisecondsUntil(EngineChild::Clock::time_point deadline) {
   return static_cast<int>(std::clamp(left, milliseconds(0), milliseconds(std::chrono::hours(1))).count());
 }
 
+std::string inSeconds(seconds time) { return std::to_string(time.count()) + " s"; }
+
 }  // namespace
 
-void EngineChild::Events::say(const std::string& line) const {
-  const std::string text = oneLine(line) + '\n';
+void EngineChild::Line::tell(EngineEvent event) const {
+  // Until it can be connected to, nobody but its parent knows of it; from then on it has its controller.
+  if (event == EngineEvent::Ready) ::prctl(PR_SET_PDEATHSIG, 0);
+  if (event == EngineEvent::Leaving) ::alarm(lastSeconds);
+  write(std::string(eventNames.at(static_cast<std::size_t>(event))));
+}
+
+void EngineChild::Line::tellFailure(const std::string& reason) const {
+  write(std::string(failed) + oneLine(reason));
+}
+
+void EngineChild::Line::write(const std::string& line) const {
+  const std::string text = line + '\n';
   // When nobody listens any more, there is nobody to tell.
   [[maybe_unused]] const auto written = ::write(pipe_.get(), text.data(), text.size());
 }
 
-EngineChild::EngineChild(const std::function<int(const Events&)>& life) {
+EngineChild::EngineChild(const std::function<int(const Line&)>& life) {
   Pipe events;
   Pipe errors;
+  const pid_t parent = ::getpid();
   process_ = ::fork();
   if (process_ < 0) {
     throw std::system_error(errno, std::system_category(), "cannot start the engine's process");
   }
   if (process_ == 0) {
     ::prctl(PR_SET_NAME, "tamb-engine-run");
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    // It may have gone before the signal was asked for.
+    if (::getppid() != parent) std::_Exit(EXIT_FAILURE);
     ::dup2(errors.write.get(), STDERR_FILENO);
     events.read.close();
     errors.read.close();
     errors.write.close();
     // The messaging context goes with the statics: what is unsent still gets its time.
-    std::exit(life(Events(std::move(events.write))));  // NOLINT(concurrency-mt-unsafe): the last thread
+    std::exit(life(Line(std::move(events.write))));  // NOLINT(concurrency-mt-unsafe): the last thread
   }
   events_ = LineReader(std::move(events.read));
   errors_ = LineReader(std::move(errors.read));
@@ -81,16 +105,20 @@ std::string EngineChild::cause() const {
   return text;
 }
 
-void EngineChild::attend(Clock::time_point deadline, int alsoAwaited) {
+void EngineChild::await(Clock::time_point deadline, int alsoAwaited) {
   if (askedToEnd_) deadline = std::min(deadline, *askedToEnd_ + timeToEnd);
-  if (stopped_) deadline = std::min(deadline, *stopped_ + longestStop);
+  if (stopIgnored_) deadline = std::min(deadline, *stopIgnored_ + timeToStop);
+  if (frozen_) deadline = std::min(deadline, *frozen_ + longestFreeze);
   std::array<pollfd, 3> awaited{{{.fd = events_.descriptor(), .events = POLLIN, .revents = 0},
                                  {.fd = errors_.descriptor(), .events = POLLIN, .revents = 0},
                                  {.fd = alsoAwaited, .events = POLLIN, .revents = 0}}};
   ::poll(awaited.data(), awaited.size(), millisecondsUntil(deadline));
   if (awaited[0].revents != 0) takeEvents();
   if (awaited[1].revents != 0) passErrorsOn();
-  noticeChange();
+}
+
+void EngineChild::attend() {
+  noticeChanges();
   killWhenOverdue();
 }
 
@@ -100,16 +128,16 @@ void EngineChild::end() {
   ::kill(process_, SIGTERM);
 }
 
-void EngineChild::noticeChange() {
+void EngineChild::noticeChanges() {
   int status = 0;
   while (isThere_ && ::waitpid(process_, &status, WNOHANG | WUNTRACED | WCONTINUED) == process_) {
     if (WIFSTOPPED(status)) {
-      stopped_ = Clock::now();
+      frozen_ = Clock::now();
       utils::logWarning("Engine process " + std::to_string(process_) +
                         " was stopped; it is killed when nobody continues it within " +
-                        std::to_string(longestStop.count()) + " s");
+                        inSeconds(longestFreeze));
     } else if (WIFCONTINUED(status)) {
-      stopped_.reset();
+      frozen_.reset();
     } else {
       status_ = status;
       isThere_ = false;
@@ -122,9 +150,11 @@ void EngineChild::killWhenOverdue() {
   if (!isThere_ || !whyKilled_.empty()) return;
   const auto now = Clock::now();
   if (askedToEnd_ && now >= *askedToEnd_ + timeToEnd) {
-    whyKilled_ = "did not end within " + std::to_string(timeToEnd.count()) + " s of being asked to";
-  } else if (stopped_ && now >= *stopped_ + longestStop) {
-    whyKilled_ = "was kept stopped for " + std::to_string(longestStop.count()) + " s";
+    whyKilled_ = "did not end within " + inSeconds(timeToEnd) + " of being asked to";
+  } else if (stopIgnored_ && now >= *stopIgnored_ + timeToStop) {
+    whyKilled_ = "did not stop within " + inSeconds(timeToStop) + " of being asked to";
+  } else if (frozen_ && now >= *frozen_ + longestFreeze) {
+    whyKilled_ = "was kept stopped for " + inSeconds(longestFreeze);
   } else {
     return;
   }
@@ -134,17 +164,40 @@ void EngineChild::killWhenOverdue() {
 void EngineChild::takeEvents() {
   events_.readSome();
   for (std::string line; events_.takeLine(line);) {
-    if (line == "ready") isReady_ = true;
-    if (line == "leaving") isLeaving_ = true;
+    const auto name = std::find(eventNames.begin(), eventNames.end(), line);
+    if (name != eventNames.end()) take(static_cast<EngineEvent>(name - eventNames.begin()));
     if (line.starts_with(failed)) failure_ = line.substr(failed.size());
   }
+}
+
+void EngineChild::take(EngineEvent event) {
+  switch (event) {
+    case EngineEvent::Ready:
+      isReady_ = true;
+      break;
+    case EngineEvent::Running:
+      isRunning_ = true;
+      break;
+    case EngineEvent::StopRequested:
+      isStopRequested_ = true;
+      break;
+    case EngineEvent::Idle:
+      isRunning_ = false;
+      stopIgnored_.reset();
+      break;
+    case EngineEvent::Leaving:
+      isLeaving_ = true;
+      break;
+  }
+  // A stop may be asked for before the run.
+  if (isRunning_ && isStopRequested_ && !stopIgnored_) stopIgnored_ = Clock::now();
 }
 
 /// The log goes where ours goes.
 void EngineChild::passErrorsOn() {
   errors_.readSome();
   for (std::string line; errors_.takeLine(line);) {
-    [[maybe_unused]] const auto written = ::write(STDERR_FILENO, (line + '\n').data(), line.size() + 1);
+    writeErrorLine(line);
     lastErrors_.push_back(oneLine(line, longestLogLine));
     if (lastErrors_.size() > keptLogLines) lastErrors_.pop_front();
   }

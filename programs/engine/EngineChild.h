@@ -7,7 +7,9 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 
+#include "programs/engine/EngineProcess.h"
 #include "runtime/processes/Pipe.h"
 
 namespace qor::programs {
@@ -18,22 +20,21 @@ class EngineChild {
  public:
   using Clock = std::chrono::steady_clock;
 
-  /// What a child tells its parent of its life.
-  class Events {
+  /// The child's end of the line to its parent. Any thread.
+  class Line {
    public:
-    explicit Events(processes::Descriptor pipe) : pipe_(std::move(pipe)) {}
-    void ready() const { say("ready"); }
-    void leaving() const { say("leaving"); }
-    void failed(const std::string& reason) const { say("failed " + reason); }
+    explicit Line(processes::Descriptor pipe) : pipe_(std::move(pipe)) {}
+    void tell(EngineEvent event) const;
+    void tellFailure(const std::string& reason) const;
 
    private:
-    void say(const std::string& line) const;
+    void write(const std::string& line) const;
 
     processes::Descriptor pipe_;
   };
 
   /// Forks; `life` is the child's whole life, to its exit code. Throws std::system_error.
-  explicit EngineChild(const std::function<int(const Events&)>& life);
+  explicit EngineChild(const std::function<int(const Line&)>& life);
   /// Kills and reaps it, should it still be there.
   ~EngineChild();
   EngineChild(const EngineChild&) = delete;
@@ -50,17 +51,22 @@ class EngineChild {
   /// How it died, with the last lines of its log, in one line.
   std::string cause() const;
 
-  /// Waits for anything to happen, at most until then, and takes it in. Ends early when `alsoAwaited`, a
-  /// descriptor, is readable. Kills a child that was asked to end 5 s ago, or has been kept stopped for 10 s.
-  void attend(Clock::time_point deadline, int alsoAwaited);
+  /// Waits for anything to be said or for `alsoAwaited`, a descriptor, to be readable, at most until then,
+  /// and takes in what was said.
+  void await(Clock::time_point deadline, int alsoAwaited);
+  /// Notices whether it has been stopped or continued or has ended, and kills it when it is overdue: 5 s
+  /// after it, or a run of its engine, was asked to end, and when it has been kept stopped for 10 s. To be
+  /// called after every SIGCHLD, and before the next wait.
+  void attend();
   /// Asks it to end; again means nothing.
   void end();
 
  private:
   void takeEvents();
+  void take(EngineEvent event);
   void passErrorsOn();
   void drain();
-  void noticeChange();
+  void noticeChanges();
   void killWhenOverdue();
 
   pid_t process_ = 0;
@@ -68,12 +74,16 @@ class EngineChild {
   processes::LineReader errors_{processes::Descriptor()};
   bool isThere_ = true;
   bool isReady_ = false;
+  bool isRunning_ = false;
+  bool isStopRequested_ = false;
   bool isLeaving_ = false;
   int status_ = 0;
   std::string failure_;
   std::deque<std::string> lastErrors_;
+  /// Since when what is not to last has lasted.
   std::optional<Clock::time_point> askedToEnd_;
-  std::optional<Clock::time_point> stopped_;
+  std::optional<Clock::time_point> stopIgnored_;
+  std::optional<Clock::time_point> frozen_;
   std::string whyKilled_;
 };
 

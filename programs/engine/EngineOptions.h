@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <string>
 
 #include "qor/socket/SocketEndpoint.h"
@@ -18,6 +19,8 @@ struct EngineOptions {
   socket::SocketEndpoint statusEndpoint;
   socket::SocketEndpoint commandEndpoint;
   socket::SocketEndpoint notificationEndpoint;
+  /// Of the sockets; removed at the end if it is empty. Empty itself when it is not ours to remove.
+  std::filesystem::path directory;
 };
 
 }  // namespace qor::programs

@@ -39,7 +39,7 @@ void awaitEngineControl(const EngineOptions& options) {
 
 }  // namespace
 
-void serveEngine(const EngineOptions& options, const EngineProcessEvents& events) {
+void serveEngine(const EngineOptions& options, const std::function<void(EngineEvent)>& onEvent) {
   const auto local = engines::makeLocalEngine(
       tamb::EngineDescription(options.workflowManagerId, options.description, options.engineId));
   // Commands arrive by the channel, notifications leave by it, and the engine is run by it: in the order in
@@ -48,12 +48,12 @@ void serveEngine(const EngineOptions& options, const EngineProcessEvents& events
       options.workflowManagerId, static_cast<unsigned int>(options.engineId), options.notificationEndpoint)));
   const TcpCommandProcessorBackEnd commands(withHostsEditRates(local.commandFrontEnd), local.commandBackEnd,
                                             options.commandEndpoint);
-  TcpEngineBackEnd control(std::make_shared<ServedEngine>(local.engine), options.requestEndpoint,
+  TcpEngineBackEnd control(std::make_shared<ServedEngine>(local.engine, onEvent), options.requestEndpoint,
                            options.statusEndpoint);
   awaitEngineControl(options);
-  events.onReady();
+  onEvent(EngineEvent::Ready);
   control.waitForFrontEndTermination();
-  events.onLeaving();
+  onEvent(EngineEvent::Leaving);
   local.engine->RequestStop();
 }
 

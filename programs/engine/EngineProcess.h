@@ -7,17 +7,25 @@
 namespace qor::programs {
 
 /// What an engine's process tells whoever watches over it.
-struct EngineProcessEvents {
+enum class EngineEvent {
   /// The engine can be connected to.
-  std::function<void()> onReady;
+  Ready,
+  /// Its run has begun.
+  Running,
+  /// It was asked to stop.
+  StopRequested,
+  /// Its run has ended.
+  Idle,
   /// The controller has gone, and the engine is being stopped.
-  std::function<void()> onLeaving;
+  Leaving,
 };
 
 /// Makes the engine, connects the three channels to it, and serves until the controller has gone or has been
 /// silent for 10 s; then stops the engine. Waits for the engine's run to end, however long that takes:
 /// whoever watches over the process bounds that. Throws std::runtime_error when the engine cannot be made, or
 /// is not ready within 5 s.
-void serveEngine(const EngineOptions& options, const EngineProcessEvents& events);
+///
+/// `onEvent` is called on several threads: Ready and Leaving on this one.
+void serveEngine(const EngineOptions& options, const std::function<void(EngineEvent)>& onEvent);
 
 }  // namespace qor::programs

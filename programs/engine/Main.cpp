@@ -13,8 +13,8 @@
 
 #include "programs/engine/Supervisor.h"
 #include "programs/support/CommandLine.h"
+#include "programs/support/ErrorStream.h"
 #include "programs/support/TerminalLog.h"
-#include "runtime/processes/SocketFiles.h"
 
 namespace {
 
@@ -25,10 +25,10 @@ using qor::socket::SocketEndpoint;
 constexpr const char* examples = R"(
 Exit codes:
   0  the controller went, and the engine was stopped
-  1  the engine could not be made or was not ready in time
+  1  the engine could not be made, was not ready in time, or was ended before it was
   2  wrong usage
   3  the engine's process died, by a signal that this one passed on to it or otherwise, or was killed because
-     it ignored the stop or was kept stopped
+     it ignored a stop or was kept stopped
 
 Examples:
   tamb-engine --workflow-manager-id studio --engine-id 1 --description job.json \
@@ -51,8 +51,11 @@ struct Arguments {
 std::string readDescription(const std::string& file) {
   if (file == "-") return {std::istreambuf_iterator<char>(std::cin), {}};
   std::ifstream in(file);
-  std::string text{std::istreambuf_iterator<char>(in), {}};
-  if (!in) throw std::runtime_error("cannot read the description \"" + file + "\"");
+  std::string text;
+  // A directory can be opened, but not read.
+  if (in && !std::filesystem::is_directory(file)) text.assign(std::istreambuf_iterator<char>(in), {});
+  if (!in || std::filesystem::is_directory(file))
+    throw std::runtime_error("cannot read the description \"" + file + "\"");
   return text;
 }
 
@@ -76,7 +79,8 @@ EngineOptions optionsFrom(const Arguments& arguments) {
           .requestEndpoint = bound(arguments.request),
           .statusEndpoint = bound(arguments.status),
           .commandEndpoint = hostsEndpoint(arguments.command),
-          .notificationEndpoint = bound(arguments.notification)};
+          .notificationEndpoint = bound(arguments.notification),
+          .directory = arguments.directory};
 }
 
 void printLine(const nlohmann::json& line) {
@@ -97,23 +101,14 @@ void printReady(const EngineOptions& options, int enginePid) {
 }
 
 void printFailed(const std::string& reason) {
-  std::cerr << "tamb-engine: " << reason << std::endl;
+  qor::programs::writeErrorLine("tamb-engine: " + reason);
   printLine({{"event", "failed"}, {"reason", reason}});
 }
 
 int run(const Arguments& arguments) {
   const EngineOptions options = optionsFrom(arguments);
-  EngineEnd end = EngineEnd::NotStarted;
-  try {
-    end = qor::programs::superviseEngine(
-        options, [&](int enginePid) { printReady(options, enginePid); }, printFailed);
-  } catch (const std::exception& error) {
-    printFailed(error.what());
-  }
-  qor::processes::removeSocketFiles({options.requestEndpoint, options.statusEndpoint, options.commandEndpoint,
-                                     options.notificationEndpoint},
-                                    arguments.directory);
-  return static_cast<int>(end);
+  return static_cast<int>(qor::programs::superviseEngine(
+      options, [&](int enginePid) { printReady(options, enginePid); }, printFailed));
 }
 
 }  // namespace

@@ -1,30 +1,40 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
 #include <utility>
 
+#include "programs/engine/EngineProcess.h"
 #include "tamb/IEngineFrontEnd.h"
 
 namespace qor::programs {
 
 /// An engine as its controller is shown it. Its status is sampled, not queued: a run is stretched until it
-/// cannot pass unseen. All else is the engine's.
+/// cannot pass unseen. Whoever watches over the process is told of its run and of requests to stop it. All
+/// else is the engine's.
 class ServedEngine final : public tamb::IEngineFrontEnd {
  public:
   /// The controller sees every status that lasts so long, even when it has just connected, on a busy machine.
   static constexpr std::chrono::milliseconds shortestRun{500};
 
-  explicit ServedEngine(std::shared_ptr<tamb::IEngineFrontEnd> engine) : engine_(std::move(engine)) {}
+  /// `onEvent` is called on the thread of the call that it is about.
+  ServedEngine(std::shared_ptr<tamb::IEngineFrontEnd> engine, std::function<void(EngineEvent)> onEvent)
+      : engine_(std::move(engine)), onEvent_(std::move(onEvent)) {}
 
   void Run() override {
     // Whichever way the run ends.
     const struct Stretch {
-      ~Stretch() { std::this_thread::sleep_until(end); }
+      ~Stretch() {
+        onEvent(EngineEvent::Idle);
+        std::this_thread::sleep_until(end);
+      }
+      const std::function<void(EngineEvent)>& onEvent;
       std::chrono::steady_clock::time_point end = std::chrono::steady_clock::now() + shortestRun;
-    } stretch;
+    } stretch{onEvent_};
+    onEvent_(EngineEvent::Running);
     engine_->Run();
   }
 
@@ -58,7 +68,10 @@ class ServedEngine final : public tamb::IEngineFrontEnd {
     engine_->AddBenchmarker(std::move(name), benchmarker);
   }
   void Ping(unsigned int timeout) override { engine_->Ping(timeout); }
-  void RequestStop() override { engine_->RequestStop(); }
+  void RequestStop() override {
+    onEvent_(EngineEvent::StopRequested);
+    engine_->RequestStop();
+  }
   void WaitForStop(unsigned int timeout) override { engine_->WaitForStop(timeout); }
   void SetWorkflowManagerId(std::string id) override { engine_->SetWorkflowManagerId(std::move(id)); }
   void SetEngineId(unsigned int id) override { engine_->SetEngineId(id); }
@@ -70,6 +83,7 @@ class ServedEngine final : public tamb::IEngineFrontEnd {
 
  private:
   const std::shared_ptr<tamb::IEngineFrontEnd> engine_;
+  const std::function<void(EngineEvent)> onEvent_;
 };
 
 }  // namespace qor::programs

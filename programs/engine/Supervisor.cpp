@@ -15,6 +15,7 @@
 #include "programs/engine/LastWords.h"
 #include "qor/utils/Log.h"
 #include "runtime/processes/Pipe.h"
+#include "runtime/processes/SocketFiles.h"
 
 namespace qor::programs {
 
@@ -24,6 +25,8 @@ using Clock = EngineChild::Clock;
 
 constexpr std::chrono::seconds timeToBeReady{20};
 constexpr std::chrono::seconds timeToStop{5};
+/// For hosts that are there, even when this process is asked to end.
+constexpr std::chrono::seconds timeForLastWords{2};
 
 /// Signals of this process as something to wait for, from the construction on.
 class Signals {
@@ -55,59 +58,101 @@ class Signals {
   bool asked_ = false;
 };
 
+void removeFilesOf(const EngineOptions& options) {
+  processes::removeSocketFiles({options.requestEndpoint, options.statusEndpoint, options.commandEndpoint,
+                                options.notificationEndpoint},
+                               options.directory);
+}
+
 /// The child's life.
-int beTheEngine(const EngineOptions& options, const EngineChild::Events& events) {
+int beTheEngine(const EngineOptions& options, const EngineChild::Line& parent) {
+  const pid_t parentProcess = ::getppid();
   try {
-    serveEngine(options, {.onReady = [&] { events.ready(); }, .onLeaving = [&] { events.leaving(); }});
+    serveEngine(options, [&](EngineEvent event) { parent.tell(event); });
+    // A parent that was killed removes nothing.
+    if (::getppid() != parentProcess) removeFilesOf(options);
     return EXIT_SUCCESS;
   } catch (const std::exception& error) {
-    events.failed(error.what());
+    parent.tellFailure(error.what());
     return EXIT_FAILURE;
   }
 }
+
+/// A supervisor's work, from the start of the child to its last words.
+class Supervision {
+ public:
+  Supervision(const EngineOptions& options, const std::function<void(const std::string&)>& onFailure)
+      : options_(options), onFailure_(onFailure) {}
+
+  EngineEnd run(const std::function<void(int)>& onReady) {
+    attendUntil(Clock::now() + timeToBeReady, [&] { return child_.isReady(); });
+    if (!child_.isReady()) return reportNotStarted();
+    onReady(child_.process());
+    // Its life is bounded by its controller's, whom it listens to.
+    attendUntil(Clock::time_point::max(), [&] { return child_.isLeaving(); });
+    if (child_.isThere()) attendUntil(Clock::now() + timeToStop, [] { return false; });
+    if (child_.isThere()) {
+      onFailure_("engine process " + std::to_string(child_.process()) + " did not stop within " +
+                 std::to_string(timeToStop.count()) + " s and was killed");
+      return EngineEnd::Died;
+    }
+    if (child_.isLeaving() && child_.status() == 0) return EngineEnd::Served;
+    onFailure_(child_.cause());
+    // Once its controller has gone, there is nobody to tell.
+    if (!child_.isLeaving()) sayLastWords();
+    return EngineEnd::Died;
+  }
+
+ private:
+  template <class Condition>
+  void attendUntil(Clock::time_point deadline, const Condition& condition) {
+    while (child_.isThere() && !condition() && Clock::now() < deadline) {
+      child_.await(deadline, signals_.descriptor());
+      // The signals are taken in first: one that comes after this look ends the next wait.
+      if (signals_.endIsAskedFor()) child_.end();
+      child_.attend();
+    }
+  }
+
+  EngineEnd reportNotStarted() {
+    const bool wasSlow = child_.isThere();
+    onFailure_(!child_.failure().empty() ? child_.failure()
+               : wasSlow ? "the engine was not ready within " + std::to_string(timeToBeReady.count()) + " s"
+                         : child_.cause());
+    return EngineEnd::NotStarted;
+  }
+
+  void sayLastWords() {
+    const auto shortest = Clock::now() + timeForLastWords;
+    try {
+      speakForTheDead(options_, child_.cause(),
+                      [&] { return signals_.endIsAskedFor() && Clock::now() >= shortest; });
+    } catch (const std::exception& error) {
+      utils::logWarning(std::string("Nobody speaks for the dead engine: ") + error.what());
+    }
+  }
+
+  const EngineOptions& options_;
+  const std::function<void(const std::string&)>& onFailure_;
+  Signals signals_;
+  EngineChild child_{[this](const EngineChild::Line& parent) {
+    signals_.giveBack();
+    return beTheEngine(options_, parent);
+  }};
+};
 
 }  // namespace
 
 EngineEnd superviseEngine(const EngineOptions& options, const std::function<void(int pid)>& onReady,
                           const std::function<void(const std::string& reason)>& onFailure) {
-  Signals signals;
-  EngineChild child([&](const EngineChild::Events& events) {
-    signals.giveBack();
-    return beTheEngine(options, events);
-  });
-  const auto attendUntil = [&](Clock::time_point deadline, const auto& condition) {
-    while (child.isThere() && !condition() && Clock::now() < deadline) {
-      child.attend(deadline, signals.descriptor());
-      if (signals.endIsAskedFor()) child.end();
-    }
-  };
-
-  attendUntil(Clock::now() + timeToBeReady, [&] { return child.isReady(); });
-  if (!child.isReady()) {
-    const bool wasSlow = child.isThere();
-    onFailure(!child.failure().empty() ? child.failure()
-              : wasSlow ? "the engine was not ready within " + std::to_string(timeToBeReady.count()) + " s"
-                        : child.cause());
-    return EngineEnd::NotStarted;
-  }
-  onReady(child.process());
-
-  // Its life is bounded by its controller's, whom it listens to.
-  attendUntil(Clock::time_point::max(), [&] { return child.isLeaving(); });
-  if (child.isLeaving()) {
-    attendUntil(Clock::now() + timeToStop, [] { return false; });
-    if (!child.isThere()) return child.status() == 0 ? EngineEnd::Served : EngineEnd::Died;
-    onFailure("engine process " + std::to_string(child.process()) + " did not stop within " +
-              std::to_string(timeToStop.count()) + " s and was killed");
-    return EngineEnd::Died;
-  }
-  onFailure(child.cause());
+  EngineEnd end = EngineEnd::NotStarted;
   try {
-    speakForTheDead(options, child.cause(), [&] { return signals.endIsAskedFor(); });
+    end = Supervision(options, onFailure).run(onReady);
   } catch (const std::exception& error) {
-    utils::logWarning(std::string("Nobody speaks for the dead engine: ") + error.what());
+    onFailure(error.what());
   }
-  return EngineEnd::Died;
+  removeFilesOf(options);
+  return end;
 }
 
 }  // namespace qor::programs

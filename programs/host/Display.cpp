@@ -3,9 +3,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <iostream>
 #include <nlohmann/json.hpp>
+
+#include "programs/support/ErrorStream.h"
 
 namespace qor::programs {
 
@@ -15,6 +18,8 @@ using nlohmann::json;
 using tamb::TambType;
 
 constexpr int barWidth = 40;
+/// How long one that is being shown is waited for: its reader may stand still.
+constexpr std::chrono::milliseconds timeForNotification{100};
 
 /// The values by key. A number that JSON does not have, such as the loudness of nothing, becomes a null.
 json valuesOf(const tamb::INotificationMessage& notification) {
@@ -107,9 +112,11 @@ void Display::endBar() {
 }
 
 void Display::say(const std::string& text) {
-  const std::lock_guard lock(mutex_);
-  endBar();
-  std::cerr << text << std::endl;
+  const std::unique_lock lock(mutex_, timeForNotification);
+  if (lock) endBar();
+  writeErrorLine(text);
 }
+
+bool Display::allWasWritten() const { return static_cast<bool>(std::cout); }
 
 }  // namespace qor::programs

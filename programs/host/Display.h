@@ -23,15 +23,18 @@ class Display : public tamb::INotificationCallback {
   explicit Display(Style style) : style_(style) {}
 
   void OnNotification(std::shared_ptr<const tamb::INotificationMessage> notification) override;
-  /// What is no notification: one line on the standard error stream.
+  /// What is no notification: one line on the standard error stream. Does not wait for whoever reads what is
+  /// shown.
   void say(const std::string& text);
+  /// Whether all that was shown could be written.
+  bool allWasWritten() const;
 
  private:
   void showBar(const tamb::INotificationMessage& notification);
   void endBar();
 
   const Style style_;
-  std::mutex mutex_;
+  std::timed_mutex mutex_;
   bool barShows_ = false;
   double loudness_ = 0;
   bool hasLoudness_ = false;

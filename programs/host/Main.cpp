@@ -6,15 +6,16 @@
 #include <ctime>
 #include <exception>
 #include <future>
-#include <iostream>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "programs/host/PrivateService.h"
 #include "programs/host/Session.h"
 #include "programs/support/CommandLine.h"
+#include "programs/support/ErrorStream.h"
 #include "programs/support/TerminalLog.h"
 
 namespace {
@@ -32,6 +33,7 @@ Exit codes:
     3  the engine's process died
     4  there was no engine to be had
     5  the run ended, and the engine did not say how
+    6  the run finished, but not all of it could be written to the standard output
   130  it was interrupted
 
 The first Ctrl-C has the engine stop, a second one leaves at once.
@@ -96,7 +98,7 @@ Outcome attend(Session& session, std::future<Outcome>& outcome, const sigset_t& 
   while (outcome.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
     if (::sigtimedwait(&signals, nullptr, &pause) < 0) continue;
     if (stopping.valid()) {
-      display.say("tamb-host: leaving at once");
+      qor::programs::writeErrorLine("tamb-host: leaving at once");
       // Whatever is left behind ends by itself: the service with this process, the engine when it hears
       // nothing more.
       std::_Exit(static_cast<int>(Outcome::Interrupted));
@@ -119,14 +121,26 @@ int run(const Arguments& arguments) {
   qor::programs::showLog(arguments.verbose ? Shown::Everything : Shown::Failures);
 
   std::optional<qor::programs::PrivateService> service;
-  if (!arguments.isLocal && arguments.service.empty()) service.emplace();
+  if (!arguments.isLocal && arguments.service.empty()) {
+    try {
+      service.emplace();
+    } catch (const std::runtime_error& error) {
+      display->say(std::string("tamb-host: ") + error.what());
+      return static_cast<int>(Outcome::NotStarted);
+    }
+  }
   Session session(std::move(workflow),
                   {.isLocal = arguments.isLocal,
                    .plugin = arguments.plugin,
                    .serviceEndpoint = service ? service->endpoint() : arguments.service},
                   display);
   auto outcome = std::async(std::launch::async, [&session] { return session.run(); });
-  return static_cast<int>(attend(session, outcome, signals, *display));
+  Outcome end = attend(session, outcome, signals, *display);
+  if (end == Outcome::Finished && !display->allWasWritten()) {
+    display->say("tamb-host: not all of the run could be written to the standard output");
+    end = Outcome::NotShown;
+  }
+  return static_cast<int>(end);
 }
 
 }  // namespace
@@ -163,7 +177,7 @@ int main(int argumentCount, char** values) {
   try {
     return run(arguments);
   } catch (const std::exception& error) {
-    std::cerr << "tamb-host: " << error.what() << std::endl;
+    qor::programs::writeErrorLine(std::string("tamb-host: ") + error.what());
     return 2;
   }
 }

@@ -6,40 +6,34 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
-#include <system_error>
-
-#include "runtime/processes/SocketFiles.h"
 
 namespace qor::programs {
 
-using processes::makePrivateDirectory;
 using processes::siblingProgram;
 
 namespace {
 
-constexpr std::chrono::seconds timeToBeReady{5};
+constexpr std::chrono::seconds timeToBeReady{10};
 constexpr std::chrono::seconds timeToEnd{2};
 
 }  // namespace
 
 PrivateService::PrivateService()
-    : directory_(makePrivateDirectory()),
-      endpoint_("ipc://" + (directory_ / "service").string()),
+    : endpoint_("ipc://" + (directory_.path() / "service").string()),
       process_(siblingProgram("qor-engine-service"),
-               {"--endpoint", endpoint_, "--directory", directory_.string(), "--end-with-parent",
+               {"--endpoint", endpoint_, "--directory", directory_.path().string(), "--end-with-parent",
                 std::to_string(::getpid()), "--quiet"},
                "") {
   const auto line = process_.readLine(timeToBeReady);
   if (nlohmann::json::parse(line.value_or(""), nullptr, false).is_object()) return;
+  const auto status = process_.reap();
   process_.end(timeToEnd);
-  throw std::runtime_error("the private submission service did not start: its own message is above");
+  throw std::runtime_error(
+      "the private submission service did not start: " +
+      (status ? "it ended with " + processes::describeStatus(*status) + ", and its own message is above"
+              : "it was not ready within " + std::to_string(timeToBeReady.count()) + " s"));
 }
 
-PrivateService::~PrivateService() {
-  process_.end(timeToEnd);
-  // Its own work, unless it was killed.
-  std::error_code ignored;
-  std::filesystem::remove_all(directory_, ignored);
-}
+PrivateService::~PrivateService() { process_.end(timeToEnd); }
 
 }  // namespace qor::programs

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <filesystem>
 #include <string>
 
 #include "runtime/processes/ChildProcess.h"
+#include "runtime/processes/SocketFiles.h"
 
 namespace qor::programs {
 
@@ -11,7 +11,7 @@ namespace qor::programs {
 /// ends.
 class PrivateService {
  public:
-  /// Starts it. Throws std::runtime_error when it is not there within 5 s.
+  /// Starts it. Throws std::runtime_error, one readable line, when it is not there within 10 s.
   PrivateService();
   /// Waits at most 2 s for its end.
   ~PrivateService();
@@ -21,7 +21,7 @@ class PrivateService {
   const std::string& endpoint() const { return endpoint_; }
 
  private:
-  const std::filesystem::path directory_;
+  const processes::PrivateDirectory directory_;
   const std::string endpoint_;
   processes::ChildProcess process_;
 };

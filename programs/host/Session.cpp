@@ -60,6 +60,8 @@ class Session::Watcher : public tamb::INotificationCallback {
 Session::Session(Workflow workflow, EngineSource source, std::shared_ptr<Display> display)
     : workflow_(std::move(workflow)),
       messages_(workflow_.messages()),
+      description_(std::make_shared<tamb::EngineDescription>(workflow_.workflowManagerId,
+                                                             workflow_.description(), workflow_.engineId)),
       source_(std::move(source)),
       display_(std::move(display)),
       watcher_(std::make_shared<Watcher>(display_)) {}
@@ -67,7 +69,7 @@ Session::Session(Workflow workflow, EngineSource source, std::shared_ptr<Display
 Session::~Session() = default;
 
 Session::Engine Session::localEngine() const {
-  const auto local = engines::makeLocalEngine(*description());
+  const auto local = engines::makeLocalEngine(*description_);
   auto [hubFrontEnd, hubBackEnd] = tamb::CreateNotificationHub();
   local.engine->SetNotificationHubBackEnd(hubBackEnd);
   return {local.engine, local.commandFrontEnd, hubFrontEnd};
@@ -96,15 +98,10 @@ Session::Engine Session::startEngine() {
   commands->SetEngineId(engineId);
   notifications->Subscribe(watcher_);
   // A remote engine is submitted with this, and connected to.
-  if (!source_.isLocal) engine->AddEngineDescription(description());
+  if (!source_.isLocal) engine->AddEngineDescription(description_);
   // One at a time: a batch has a limit, and the last one is what lets the engine begin.
   for (const auto& command : messages_) commands->PushCommand(command);
   return made;
-}
-
-std::shared_ptr<tamb::IEngineDescription> Session::description() const {
-  return std::make_shared<tamb::EngineDescription>(workflow_.workflowManagerId, workflow_.description(),
-                                                   workflow_.engineId);
 }
 
 Outcome Session::run() {

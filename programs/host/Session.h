@@ -26,6 +26,8 @@ enum class Outcome : int {
   NotStarted = 4,
   /// The engine's run ended, and the engine did not say how.
   Silent = 5,
+  /// Not all of what was to be shown could be written.
+  NotShown = 6,
   /// It was interrupted, as shells say it of Ctrl-C.
   Interrupted = 130,
 };
@@ -41,7 +43,7 @@ struct EngineSource {
 /// One workflow on one engine. run() is called once, on a thread of its own; stop() by any other.
 class Session {
  public:
-  /// Throws std::runtime_error for a workflow whose commands cannot be carried.
+  /// Throws std::runtime_error for a workflow whose commands or description cannot be carried.
   Session(Workflow workflow, EngineSource source, std::shared_ptr<Display> display);
   ~Session();
   Session(const Session&) = delete;
@@ -59,12 +61,12 @@ class Session {
   Engine localEngine() const;
   Engine remoteEngine() const;
   Engine startEngine();
-  std::shared_ptr<tamb::IEngineDescription> description() const;
   /// Whom stop() asks from now on; false when it was called already.
   bool mayRun(const std::shared_ptr<tamb::IEngineFrontEnd>& engine);
 
   const Workflow workflow_;
   const std::vector<std::shared_ptr<const tamb::ICommandMessage>> messages_;
+  const std::shared_ptr<tamb::IEngineDescription> description_;
   const EngineSource source_;
   const std::shared_ptr<Display> display_;
   const std::shared_ptr<Watcher> watcher_;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <fstream>
 #include <initializer_list>
 #include <stdexcept>
@@ -20,6 +21,7 @@ using nlohmann::json;
 constexpr std::uint32_t ticksPerSecond = 1'000'000;
 /// What can be counted in such ticks without rounding: 285 years.
 constexpr double latestCommand = 9e9;
+constexpr int deepestNesting = 32;
 
 std::runtime_error wrong(const std::string& where, const std::string& what) {
   return std::runtime_error("workflow: " + where + ": " + what);
@@ -54,6 +56,36 @@ Value valueOr(const json& object, const std::string& where, const char* key, con
   }
 }
 
+/// What does not fit is not to become another number.
+std::int32_t engineIdIn(const json& document) {
+  const json id = document.value("engineId", json(Workflow().engineId));
+  const bool isNumber =
+      id.is_number_integer() && !(id.is_number_unsigned() && id.get<std::uint64_t>() > INT32_MAX);
+  if (!isNumber || id.get<std::int64_t>() < INT32_MIN || id.get<std::int64_t>() > INT32_MAX) {
+    throw wrong("document", "\"engineId\" is " + id.dump() + "; expected is a number of 32 bits");
+  }
+  return id.get<std::int32_t>();
+}
+
+/// The kind of engine that is described.
+std::string kindOf(const json& engine) {
+  return valueOr(engine, "engine", "engine", "a text", std::string("media"));
+}
+
+/// What is nested deeper is no workflow, and could not be quoted: that takes a stack as deep.
+json parsed(std::istream& in, const std::string& name) {
+  const auto bounded = [&](int depth, json::parse_event_t /*event*/, json& /*value*/) {
+    if (depth > deepestNesting)
+      throw wrong(name, fmt::format("is nested deeper than {} levels", deepestNesting));
+    return true;
+  };
+  try {
+    return json::parse(in, bounded);
+  } catch (const json::exception& error) {
+    throw wrong(name + " is no JSON", error.what());
+  }
+}
+
 TimedCommand commandFrom(const json& object, const std::string& where) {
   if (!object.is_object()) throw wrong(where, object.dump() + " is no object");
   requireKnownKeys(object, where, {"at", "name", "step", "arguments"});
@@ -73,7 +105,9 @@ std::shared_ptr<const tamb::IParametersCollectionInstance> parametersFrom(const 
   if (arguments.empty()) return nullptr;
   const auto prototype = tamb::CreateParametersCollectionPrototype();
   for (const auto& [key, value] : arguments.items()) {
-    if (value.is_boolean()) {
+    if (value.is_number_unsigned() && value.get<std::uint64_t>() > INT64_MAX) {
+      prototype->AddUint64Key(key, value.get<std::uint64_t>(), "");
+    } else if (value.is_boolean()) {
       prototype->AddBoolKey(key, value.get<bool>(), "");
     } else if (value.is_number_integer()) {
       prototype->AddInt64Key(key, value.get<std::int64_t>(), "");
@@ -93,7 +127,7 @@ std::shared_ptr<const tamb::IParametersCollectionInstance> parametersFrom(const 
 }  // namespace
 
 std::vector<std::shared_ptr<const tamb::ICommandMessage>> Workflow::messages() const {
-  const std::string defaultStep = engine.value("engine", "media");
+  const std::string defaultStep = kindOf(engine);
   std::vector<std::shared_ptr<const tamb::ICommandMessage>> messages;
   const auto add = [&](const TimedCommand& command) {
     messages.push_back(std::make_shared<tamb::CommandMessage>(tamb::CommandFields{
@@ -113,26 +147,26 @@ std::vector<std::shared_ptr<const tamb::ICommandMessage>> Workflow::messages() c
 
 std::string Workflow::description() const {
   json description = engine;
-  if (engine.value("engine", "media") == "media") description["startPaused"] = true;
-  return description.dump();
+  if (kindOf(engine) == "media") description["startPaused"] = true;
+  try {
+    return description.dump();
+  } catch (const json::exception&) {
+    throw wrong("engine", "a text in it is no UTF-8: " +
+                              description.dump(-1, ' ', false, json::error_handler_t::replace));
+  }
 }
 
 Workflow readWorkflow(const std::filesystem::path& file) {
   std::ifstream in(file);
   if (!in) throw std::runtime_error("cannot read the workflow \"" + file.string() + "\"");
-  json document;
-  try {
-    document = json::parse(in);
-  } catch (const json::exception& error) {
-    throw wrong("\"" + file.string() + "\" is no JSON", error.what());
-  }
+  const json document = parsed(in, "\"" + file.string() + "\"");
   if (!document.is_object()) throw wrong("\"" + file.string() + "\"", "is no object");
   requireKnownKeys(document, "\"" + file.string() + "\"",
                    {"workflowManagerId", "engineId", "engine", "commands"});
   Workflow workflow;
   workflow.workflowManagerId =
       valueOr(document, "document", "workflowManagerId", "a text", workflow.workflowManagerId);
-  workflow.engineId = valueOr(document, "document", "engineId", "a number", workflow.engineId);
+  workflow.engineId = engineIdIn(document);
   if (!document.contains("engine") || !document["engine"].is_object()) {
     throw wrong("document", "has no \"engine\", the object that describes it");
   }

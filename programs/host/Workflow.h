@@ -33,7 +33,8 @@ struct Workflow {
   /// The commands with the ids 1, 2 and so on, and a last one that lets the engine, which waits for it,
   /// begin. Throws std::runtime_error for a time or an argument that cannot be carried.
   std::vector<std::shared_ptr<const tamb::ICommandMessage>> messages() const;
-  /// The description as the engine is given it: it waits at its start until its commands are there.
+  /// The description as the engine is given it: it waits at its start until its commands are there. Throws
+  /// std::runtime_error for a text that is no UTF-8.
   std::string description() const;
 };
 

@@ -1,10 +1,13 @@
 #include "programs/service/EngineLauncher.h"
 
+#include <sys/wait.h>
+
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <utility>
 
+#include "programs/service/ReadyLine.h"
 #include "qor/utils/Log.h"
 #include "runtime/processes/SocketFiles.h"
 
@@ -12,7 +15,6 @@ namespace qor::programs {
 
 using processes::ChildProcess;
 using processes::describeStatus;
-using processes::makePrivateDirectory;
 
 namespace {
 
@@ -20,7 +22,9 @@ using Clock = std::chrono::steady_clock;
 
 /// The program itself gives its engine 20 s.
 constexpr std::chrono::seconds timeToBeReady{25};
-constexpr std::chrono::seconds timeToEnd{2};
+/// And 5 s to end, when it has to.
+constexpr std::chrono::seconds timeToEnd{7};
+constexpr std::chrono::milliseconds lookInterval{100};
 
 std::string nameOf(const WantedEngine& wanted) {
   return "engine " + std::to_string(wanted.engineId) + " of \"" + wanted.workflowManagerId + "\"";
@@ -48,16 +52,29 @@ std::vector<std::string> argumentsFor(const WantedEngine& wanted, const EngineEn
   return arguments;
 }
 
-/// The first line that an engine's program prints; throws what keeps the engine from being ready.
-void requireReady(ChildProcess& process) {
-  const auto line = process.readLine(timeToBeReady);
-  const auto event = nlohmann::json::parse(line.value_or(""), nullptr, false);
-  if (event.is_object() && event.value("event", "") == "ready") return;
-  if (event.is_object() && event.contains("reason")) throw std::runtime_error(event.value("reason", ""));
-  const auto status = process.waitForEnd(timeToEnd);
-  throw std::runtime_error(status ? "its process ended before it was ready: " + describeStatus(*status)
-                                  : "its process did not say that it is ready within " +
-                                        std::to_string(timeToBeReady.count()) + " s");
+/// The first line that an engine's program prints; none when the program ends without one, does not print it
+/// in time, or this one is to end.
+std::optional<std::string> firstLineOf(ChildProcess& process, const std::function<bool()>& isToEnd) {
+  const auto deadline = Clock::now() + timeToBeReady;
+  std::optional<std::string> line;
+  while (!line && !process.reap() && Clock::now() < deadline && !isToEnd()) {
+    line = process.readLine(lookInterval);
+  }
+  return line ? line : process.readLine(std::chrono::milliseconds(0));
+}
+
+/// Throws what keeps the engine from being ready.
+void requireReady(ChildProcess& process, const std::function<bool()>& isToEnd) {
+  const auto line = firstLineOf(process, isToEnd);
+  const std::string reason = line ? readyLineFailure(*line) : "";
+  if (line && reason.empty()) return;
+  if (line) throw std::runtime_error(reason);
+  if (const auto status = process.reap()) {
+    throw std::runtime_error("its process ended before it was ready: " + describeStatus(*status));
+  }
+  if (isToEnd()) throw std::runtime_error("the service is ending");
+  throw std::runtime_error("its process did not say that it is ready within " +
+                           std::to_string(timeToBeReady.count()) + " s");
 }
 
 }  // namespace
@@ -65,38 +82,39 @@ void requireReady(ChildProcess& process) {
 EngineLauncher::EngineLauncher(std::filesystem::path program, std::size_t maximumEngines)
     : program_(std::move(program)), maximumEngines_(maximumEngines) {}
 
-EngineEndpoints EngineLauncher::launch(const WantedEngine& wanted) {
+EngineEndpoints EngineLauncher::launch(const WantedEngine& wanted, const std::function<bool()>& isToEnd) {
   if (engines_.size() >= maximumEngines_) {
     throw std::runtime_error("too many engines: " + std::to_string(engines_.size()) +
                              " are running, and the limit is " + std::to_string(maximumEngines_));
   }
-  const auto directory = makePrivateDirectory();
-  const auto endpoint = [&](const char* name) { return "ipc://" + (directory / name).string(); };
+  processes::PrivateDirectory directory;
+  const auto endpoint = [&](const char* name) { return "ipc://" + (directory.path() / name).string(); };
   EngineEndpoints endpoints{endpoint("request"), endpoint("status"), endpoint("command"),
                             endpoint("notification")};
   const auto start = Clock::now();
   try {
-    ChildProcess process(program_, argumentsFor(wanted, endpoints, directory), wanted.description);
+    ChildProcess process(program_, argumentsFor(wanted, endpoints, directory.path()), wanted.description);
     try {
-      requireReady(process);
+      requireReady(process, isToEnd);
     } catch (...) {
       process.end(timeToEnd);
       throw;
     }
     utils::logInfo(nameOf(wanted) + ": process " + std::to_string(process.pid()) + " is ready");
-    engines_.push_back({nameOf(wanted), std::move(process), start});
+    engines_.push_back({nameOf(wanted), std::move(process), directory.path(), start});
+    directory.handOver();
     return endpoints;
   } catch (const std::exception& error) {
-    std::error_code ignored;
-    std::filesystem::remove_all(directory, ignored);
     throw std::runtime_error("cannot start " + nameOf(wanted) + ": " + error.what());
   }
 }
 
 void EngineLauncher::reap() {
-  std::erase_if(engines_, [](Engine& engine) {
+  std::erase_if(engines_, [this](Engine& engine) {
     const auto status = engine.process.reap();
     if (!status) return false;
+    // What ends by itself has removed it.
+    if (WIFSIGNALED(*status)) abandoned_.push_back(engine.directory);
     const auto lived = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - engine.started);
     const std::string text = engine.name + ": process " + std::to_string(engine.process.pid()) +
                              " ended after " + std::to_string(lived.count()) +
@@ -104,6 +122,7 @@ void EngineLauncher::reap() {
     *status == 0 ? utils::logInfo(text) : utils::logWarning(text);
     return true;
   });
+  std::erase_if(abandoned_, processes::removeIfUnused);
 }
 
 }  // namespace qor::programs

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -33,10 +34,11 @@ class EngineLauncher {
   /// `program` is what an engine's process runs.
   EngineLauncher(std::filesystem::path program, std::size_t maximumEngines);
 
-  /// Returns when the engine can be connected to. Waits for that at most 25 s; throws std::runtime_error with
-  /// one readable line when it cannot be had.
-  EngineEndpoints launch(const WantedEngine& wanted);
-  /// Reaps engines that have ended, and logs how. To be called often.
+  /// Returns when the engine can be connected to. Waits for that at most 25 s, and until `isToEnd` returns
+  /// true, which is asked about every 100 ms; throws std::runtime_error with one readable line when it cannot
+  /// be had.
+  EngineEndpoints launch(const WantedEngine& wanted, const std::function<bool()>& isToEnd);
+  /// Reaps engines that have ended, logs how, and removes what they could not. To be called often.
   void reap();
   std::size_t running() const { return engines_.size(); }
 
@@ -44,12 +46,15 @@ class EngineLauncher {
   struct Engine {
     std::string name;
     processes::ChildProcess process;
+    std::filesystem::path directory;
     std::chrono::steady_clock::time_point started;
   };
 
   const std::filesystem::path program_;
   const std::size_t maximumEngines_;
   std::vector<Engine> engines_;
+  /// Of engines whose program was killed: the engine itself may go on there.
+  std::vector<std::filesystem::path> abandoned_;
 };
 
 }  // namespace qor::programs

@@ -11,6 +11,7 @@
 
 #include "programs/service/Service.h"
 #include "programs/support/CommandLine.h"
+#include "programs/support/ErrorStream.h"
 #include "programs/support/TerminalLog.h"
 #include "runtime/processes/SocketFiles.h"
 
@@ -45,15 +46,17 @@ struct Arguments {
 int run(const Arguments& arguments) {
   const auto endpoint = SocketEndpoint::FromString(arguments.endpoint).withReservedPort();
   qor::programs::EngineLauncher launcher(arguments.engineProgram, arguments.maximumEngines);
-  {
-    qor::programs::Service service(endpoint, launcher);
-    const nlohmann::json ready{{"event", "ready"},
-                               {"pid", ::getpid()},
-                               {"endpoint", endpoint.toString(qor::socket::Protocol::Plain)}};
-    std::cout << ready << std::endl;
-    service.serve([] { return endIsAskedFor != 0; });
-  }
-  qor::processes::removeSocketFiles({endpoint}, arguments.directory);
+  // Whichever way it ends: behind the service's own end.
+  const struct Files {
+    ~Files() { qor::processes::removeSocketFiles({endpoint}, directory); }
+    const SocketEndpoint& endpoint;
+    const std::filesystem::path& directory;
+  } files{endpoint, arguments.directory};
+  qor::programs::Service service(endpoint, launcher);
+  const nlohmann::json ready{
+      {"event", "ready"}, {"pid", ::getpid()}, {"endpoint", endpoint.toString(qor::socket::Protocol::Plain)}};
+  std::cout << ready << std::endl;
+  service.serve([] { return endIsAskedFor != 0; });
   return EXIT_SUCCESS;
 }
 
@@ -86,7 +89,7 @@ int main(int argumentCount, char** values) {
   try {
     return run(arguments);
   } catch (const std::exception& error) {
-    std::cerr << "qor-engine-service: " << error.what() << std::endl;
+    qor::programs::writeErrorLine(std::string("qor-engine-service: ") + error.what());
     return EXIT_FAILURE;
   }
 }

@@ -35,13 +35,15 @@ const api::EngineSubmission& submissionIn(const api::ApiToServiceRequest& reques
   return submission;
 }
 
-api::ServiceToApiReply replyTo(const api::ApiToServiceRequest& request, EngineLauncher& launcher) {
+api::ServiceToApiReply replyTo(const api::ApiToServiceRequest& request, EngineLauncher& launcher,
+                               const std::function<bool()>& isToEnd) {
   api::ServiceToApiReply reply;
   try {
     const auto& submission = submissionIn(request);
     const EngineEndpoints endpoints = launcher.launch({.workflowManagerId = submission.workflowmanagerid(),
                                                        .description = submission.description(),
-                                                       .engineId = submission.engineid()});
+                                                       .engineId = submission.engineid()},
+                                                      isToEnd);
     reply.set_kind(api::ServiceToApiReply::ENGINE_SUBMITTED);
     auto& engine = *reply.MutableExtension(api::ServiceToApiReplyEngineSubmission);
     engine.set_requestendpoint(endpoints.request);
@@ -69,16 +71,16 @@ void Service::serve(const std::function<bool()>& isToEnd) {
     launcher_.reap();
     std::string errorText;
     const int polled = socket_.poll(pollMilliseconds, errorText);
-    if (polled == 0) serveOne();
+    if (polled == 0) serveOne(isToEnd);
     if (polled != 0 && polled != 1) throw std::runtime_error("cannot wait for submissions: " + errorText);
   }
 }
 
-void Service::serveOne() {
+void Service::serveOne(const std::function<bool()>& isToEnd) {
   try {
     api::ApiToServiceRequest request;
     socket_.receiveProtoBuf(&request, requestSizeBound);
-    auto reply = replyTo(request, launcher_);
+    auto reply = replyTo(request, launcher_, isToEnd);
     socket_.sendProtoBuf(&reply);
   } catch (const std::runtime_error& error) {
     // The host has gone: an engine that was started for it ends by itself.

@@ -14,11 +14,11 @@ class Service {
   /// Binds the endpoint. Throws std::runtime_error.
   Service(const socket::SocketEndpoint& endpoint, EngineLauncher& launcher);
 
-  /// Serves until `isToEnd` returns true: it is asked about every 100 ms, and between two submissions.
+  /// Serves until `isToEnd` returns true: it is asked about every 100 ms.
   void serve(const std::function<bool()>& isToEnd);
 
  private:
-  void serveOne();
+  void serveOne(const std::function<bool()>& isToEnd);
 
   EngineLauncher& launcher_;
   socket::Socket socket_;

@@ -12,6 +12,7 @@ std::optional<int> parseCommandLine(CLI::App& app, int argumentCount, char** arg
     return app.exit(error) == 0 ? 0 : 2;
   }
   std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGCHLD, SIG_DFL);
   return std::nullopt;
 }
 

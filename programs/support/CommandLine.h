@@ -9,7 +9,8 @@ namespace qor::programs {
 /// when there is nothing to run: 0 when it was asked about itself, 2 after wrong usage; either has been
 /// answered.
 ///
-/// Has the process ignore SIGPIPE as well: whoever reads our output may go before us, and that ends nothing.
+/// Sets what two signals do, whatever the process was started with: SIGPIPE is ignored, since whoever reads
+/// our output may go before us, and that ends nothing; SIGCHLD is not, since children are waited for.
 std::optional<int> parseCommandLine(CLI::App& app, int argumentCount, char** arguments);
 
 }  // namespace qor::programs

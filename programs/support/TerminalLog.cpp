@@ -1,8 +1,11 @@
 #include "programs/support/TerminalLog.h"
 
 #include <memory>
+#include <mutex>
+#include <sstream>
 #include <string>
 
+#include "programs/support/ErrorStream.h"
 #include "runtime/tamb/ConsoleLoggerWriter.h"
 #include "runtime/tamb/CurrentLoggerWriter.h"
 
@@ -10,14 +13,19 @@ namespace qor::programs {
 
 namespace {
 
-class Filter : public tamb::ConsoleLoggerWriter {
+class TerminalWriter : public tamb::ILoggerWriter {
  public:
-  explicit Filter(Shown shown) : shown_(shown) {}
+  explicit TerminalWriter(Shown shown) : shown_(shown) {}
   void Write(tamb::LogLevel level, const std::string& message, const std::string& context,
              const std::string& source, const std::string& line, const std::string& function,
              const std::string& threadId, const std::string& time) override {
     if (!isShown(level)) return;
-    ConsoleLoggerWriter::Write(level, message, context, source, line, function, threadId, time);
+    const std::lock_guard lock(mutex_);
+    text_.str({});
+    writer_.Write(level, message, context, source, line, function, threadId, time);
+    std::string record = text_.str();
+    if (!record.empty()) record.pop_back();  // its line end
+    writeErrorLine(record);
   }
 
  private:
@@ -35,10 +43,13 @@ class Filter : public tamb::ConsoleLoggerWriter {
   }
 
   const Shown shown_;
+  std::mutex mutex_;
+  std::ostringstream text_;
+  tamb::ConsoleLoggerWriter writer_{text_};
 };
 
 }  // namespace
 
-void showLog(Shown shown) { tamb::SetCurrentLoggerWriter(std::make_shared<Filter>(shown)); }
+void showLog(Shown shown) { tamb::SetCurrentLoggerWriter(std::make_shared<TerminalWriter>(shown)); }
 
 }  // namespace qor::programs

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -28,6 +29,11 @@ std::chrono::milliseconds timeUntil(Clock::time_point deadline) {
                   std::chrono::milliseconds(0));
 }
 
+/// Readable once the child has ended.
+Descriptor processDescriptor(pid_t child) {
+  return Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
+}
+
 /// What posix_spawn is told beyond the program and its arguments.
 class SpawnSettings {
  public:
@@ -40,10 +46,10 @@ class SpawnSettings {
     ::sigemptyset(&none);
     ::posix_spawnattr_setsigmask(&attributes, &none);
     // What we ignore is our own choice.
-    sigset_t pipes;
-    ::sigemptyset(&pipes);
-    ::sigaddset(&pipes, SIGPIPE);
-    ::posix_spawnattr_setsigdefault(&attributes, &pipes);
+    sigset_t ignored;
+    ::sigemptyset(&ignored);
+    for (const int signal : {SIGPIPE, SIGCHLD}) ::sigaddset(&ignored, signal);
+    ::posix_spawnattr_setsigdefault(&attributes, &ignored);
     ::posix_spawnattr_setflags(&attributes,
                                POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
   }
@@ -60,8 +66,9 @@ class SpawnSettings {
 
 /// The whole of the input at once: the pipe is made large enough, and who does not read it is not waited for.
 void fill(Pipe& pipe, const std::string& input) {
-  const int size = std::max(static_cast<int>(input.size()) + 1, 65'536);
-  if (::fcntl(pipe.write.get(), F_SETPIPE_SZ, size) < 0 ||
+  const int size = static_cast<int>(input.size()) + 1;
+  const bool fits = size <= ::fcntl(pipe.write.get(), F_GETPIPE_SZ);
+  if ((!fits && ::fcntl(pipe.write.get(), F_SETPIPE_SZ, size) < 0) ||
       ::write(pipe.write.get(), input.data(), input.size()) != static_cast<ssize_t>(input.size())) {
     throw std::system_error(errno, std::system_category(), "cannot hand over the input of a program");
   }
@@ -89,13 +96,17 @@ ChildProcess::ChildProcess(const std::filesystem::path& program, std::vector<std
 
 std::optional<std::string> ChildProcess::readLine(std::chrono::milliseconds time) {
   const auto deadline = Clock::now() + time;
+  const Descriptor process = status_ ? Descriptor() : processDescriptor(pid_);
   std::string line;
   while (!output_.takeLine(line)) {
     if (!output_.isOpen()) return std::nullopt;
-    pollfd awaited{.fd = output_.descriptor(), .events = POLLIN, .revents = 0};
-    if (::poll(&awaited, 1, static_cast<int>(timeUntil(deadline).count())) == 1) {
+    std::array<pollfd, 2> awaited{{{.fd = output_.descriptor(), .events = POLLIN, .revents = 0},
+                                   {.fd = process.get(), .events = POLLIN, .revents = 0}}};
+    ::poll(awaited.data(), awaited.size(), static_cast<int>(timeUntil(deadline).count()));
+    if (awaited[0].revents != 0) {
       output_.readSome();
-    } else if (Clock::now() >= deadline) {
+    } else if (awaited[1].revents != 0 || status_ || Clock::now() >= deadline) {
+      // Of a program that has ended, somebody else may still have the output open.
       return std::nullopt;
     }
   }
@@ -122,7 +133,7 @@ void ChildProcess::end(std::chrono::milliseconds grace) {
 
 std::optional<int> waitForEnd(pid_t child, std::chrono::milliseconds time) {
   const auto deadline = Clock::now() + time;
-  const Descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
+  const Descriptor process = processDescriptor(child);
   for (int status = 0;;) {
     if (::waitpid(child, &status, WNOHANG) == child) return status;
     if (Clock::now() >= deadline) return std::nullopt;

@@ -24,7 +24,7 @@ class ChildProcess {
   ChildProcess& operator=(ChildProcess&&) = default;
 
   pid_t pid() const { return pid_; }
-  /// The next line of its output; none when it has not come in time, or the output has ended.
+  /// The next line of its output; none when it has not come in time, or the output or the program has ended.
   std::optional<std::string> readLine(std::chrono::milliseconds time);
   /// Its status once it has ended, as waitpid has it; none while it runs. Does not wait.
   std::optional<int> reap();

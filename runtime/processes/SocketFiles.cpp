@@ -2,28 +2,64 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <fstream>
+#include <set>
 #include <string>
 #include <system_error>
 
 namespace qor::processes {
 
-void removeSocketFiles(std::initializer_list<socket::SocketEndpoint> endpoints,
-                       const std::filesystem::path& directory) {
-  std::error_code ignored;
-  for (const auto& endpoint : endpoints) {
-    if (endpoint.transport() != socket::SocketEndpoint::Transport::Ipc) continue;
-    const std::filesystem::path file = endpoint.host();
-    if (std::filesystem::is_socket(file, ignored)) std::filesystem::remove(file, ignored);
+namespace {
+
+namespace fs = std::filesystem;
+
+/// The paths of all sockets that a process of this machine has bound. The system is asked, since a socket
+/// that is tried out would take that for a peer.
+std::set<std::string> boundPaths() {
+  std::set<std::string> paths;
+  std::ifstream sockets("/proc/net/unix");
+  for (std::string line; std::getline(sockets, line);) {
+    const auto path = line.find(" /");
+    if (path != std::string::npos) paths.insert(line.substr(path + 1));
   }
-  if (!directory.empty()) std::filesystem::remove(directory, ignored);
+  return paths;
 }
 
-std::filesystem::path makePrivateDirectory() {
-  std::string path = (std::filesystem::temp_directory_path() / "qor-XXXXXX").string();
+}  // namespace
+
+void removeSocketFiles(std::initializer_list<socket::SocketEndpoint> endpoints, const fs::path& directory) {
+  std::error_code ignored;
+  const auto bound = boundPaths();
+  for (const auto& endpoint : endpoints) {
+    if (endpoint.transport() != socket::SocketEndpoint::Transport::Ipc) continue;
+    const fs::path file = endpoint.host();
+    const bool isOurs = !directory.empty() && file.parent_path() == directory;
+    if (fs::is_socket(file, ignored) && (isOurs || !bound.contains(file.string()))) fs::remove(file, ignored);
+  }
+  if (!directory.empty()) fs::remove(directory, ignored);
+}
+
+bool removeIfUnused(const fs::path& directory) {
+  std::error_code ignored;
+  const auto bound = boundPaths();
+  for (const auto& entry : fs::directory_iterator(directory, ignored)) {
+    if (bound.contains(entry.path().string())) return false;
+  }
+  fs::remove_all(directory, ignored);
+  return true;
+}
+
+PrivateDirectory::PrivateDirectory() {
+  std::string path = (fs::temp_directory_path() / "qor-XXXXXX").string();
   if (::mkdtemp(path.data()) == nullptr) {
     throw std::system_error(errno, std::system_category(), "cannot make a directory for sockets, " + path);
   }
-  return path;
+  path_ = path;
+}
+
+PrivateDirectory::~PrivateDirectory() {
+  std::error_code ignored;
+  if (isOurs_) fs::remove_all(path_, ignored);
 }
 
 }  // namespace qor::processes

@@ -7,13 +7,31 @@
 
 namespace qor::processes {
 
-/// Removes the socket files of those endpoints that have one, and then the directory, when one is given and
-/// it is empty: what a process that was killed could not remove itself.
+/// Removes the socket files of those endpoints that have one, and then the directory, when one is given and it
+/// is empty: what a process that was killed could not remove itself. Files in that directory are ours; others
+/// are spared when somebody has them bound.
 void removeSocketFiles(std::initializer_list<socket::SocketEndpoint> endpoints,
                        const std::filesystem::path& directory);
 
-/// A new directory that no other user can enter, below the directory for temporary files. Throws
-/// std::system_error.
-std::filesystem::path makePrivateDirectory();
+/// Removes a directory of sockets with all that is in it, unless somebody has one of them bound; false then.
+bool removeIfUnused(const std::filesystem::path& directory);
+
+/// A new directory that no other user can enter, below the directory for temporary files. It is removed, with
+/// all that is in it, with this object, unless it was handed over to somebody else by then.
+class PrivateDirectory {
+ public:
+  /// Throws std::system_error.
+  PrivateDirectory();
+  ~PrivateDirectory();
+  PrivateDirectory(const PrivateDirectory&) = delete;
+  PrivateDirectory& operator=(const PrivateDirectory&) = delete;
+
+  const std::filesystem::path& path() const { return path_; }
+  void handOver() { isOurs_ = false; }
+
+ private:
+  std::filesystem::path path_;
+  bool isOurs_ = true;
+};
 
 }  // namespace qor::processes

@@ -114,7 +114,7 @@ INSTANTIATE_TEST_SUITE_P(
         Complaint{R"({"engine": "media", "input": "a", "settings": {"container": "mp4"}})",
                   R"({"container":"mp4"})", "expected both or neither"},
         Complaint{R"({"engine": "test", "behaviour": "crsh"})", R"("crsh")",
-                  R"("run", "ignoreStop", "crash", "abort", "kill", "exit", "freeze", "throw")"},
+                  R"("run", "ignoreStop", "crash", "abort", "kill", "exit", "freeze", "stall", "throw")"},
         Complaint{R"({"engine": "test", "behaviour": 1})", R"("behaviour" is 1)", "expected a string"},
         Complaint{R"({"engine": "test", "when": "later"})", R"("later")", R"("construct", "run", "command")"},
         Complaint{R"({"engine": "test", "notifications": -1})", R"("notifications" is -1)",

@@ -153,6 +153,16 @@ TEST_F(FaultyEngineDeathTest, IgnoresAStop) {
       ExitedWithCode(42), "");
 }
 
+TEST_F(FaultyEngine, StallsWithoutASignOfLifeUntilItIsAskedToStop) {
+  make(R"({"engine": "test", "behaviour": "stall", "notifications": 1})");
+  qor::test::BackgroundCall run([this] { engine().Run(); });
+  ASSERT_TRUE(heard_->waitFor("Tick"));
+  EXPECT_THROW(engine().Ping(50), tamb::TAMBRuntimeError);
+  engine().RequestStop();
+  run.get();
+  EXPECT_EQ(engine().GetStatus(), tamb::EngineStatus::Stopped);
+}
+
 TEST_F(FaultyEngineDeathTest, Freezes) {
   const pid_t child = ::fork();
   if (child == 0) {

@@ -82,12 +82,12 @@ def only(processes):
 class Program:
     """A program that runs; what it and its children say goes to files."""
 
-    def __init__(self, arguments, folder, environment):
+    def __init__(self, arguments, folder, environment, stdin=subprocess.DEVNULL):
         self._output = tempfile.NamedTemporaryFile(dir=folder, prefix="output-")
         self._errors = tempfile.NamedTemporaryFile(dir=folder, prefix="errors-")
         # A group of its own, as a shell gives it.
         self._process = subprocess.Popen(
-            arguments, stdin=subprocess.DEVNULL, stdout=self._output, stderr=self._errors, cwd=folder,
+            arguments, stdin=stdin, stdout=self._output, stderr=self._errors, cwd=folder,
             env=environment, start_new_session=True)
 
     @property
@@ -233,9 +233,12 @@ class ProgramsTest(unittest.TestCase):
         wait_until(all_have_gone, "processes that cannot be killed")
 
     def start(self, program, *arguments):
-        started = Program([os.environ[program], *map(str, arguments)], self.folder, self._environment)
-        self._programs.append(started)
-        return started
+        return self.watched(Program([os.environ[program], *map(str, arguments)], self.folder, self._environment))
+
+    def watched(self, program):
+        """A program that ends with its test, at the latest."""
+        self._programs.append(program)
+        return program
 
     def host(self, *arguments):
         """A host that runs a workflow, and shows its notifications as JSON."""

@@ -68,7 +68,10 @@ TEST_F(AWorkflowFile, IsRefusedWithWhatIsWrongAndWhatIsExpected) {
   EXPECT_THAT(reading("{}"), refuses("\"engine\""));
   EXPECT_THAT(reading(R"({"engine": 1})"), refuses("\"engine\""));
   EXPECT_THAT(reading(R"({"engine": {}, "comands": []})"), refuses("\"comands\"", "commands"));
-  EXPECT_THAT(reading(R"({"engine": {}, "engineId": "x"})"), refuses("\"engineId\"", "\"x\"", "number"));
+  for (const std::string id : {"\"x\"", "4294967297", "-2147483649", "18446744073709551615", "3.7", "true"}) {
+    EXPECT_THAT(reading(R"({"engine": {}, "engineId": )" + id + "}"), refuses("\"engineId\"", id, "number"));
+  }
+  EXPECT_THAT(reading(std::string(60'000, '[')), refuses("job.json", "nested"));
   EXPECT_THAT(reading(R"({"engine": {}, "commands": {}})"), refuses("\"commands\"", "no list"));
   EXPECT_THAT(reading(R"({"engine": {}, "commands": [7]})"), refuses("command 1", "7"));
   EXPECT_THAT(reading(R"({"engine": {}, "commands": [{"at": 1}]})"), refuses("command 1", "\"name\""));
@@ -113,6 +116,21 @@ TEST(AWorkflowsMessages, AreItsCommandsInMicrosecondsAndThenTheOneThatLetsTheEng
   EXPECT_EQ(messages[0]->GetCommandArgs()->GetUTF8String("target"), "volume");
   EXPECT_EQ(messages[1]->GetCommandName(), "Resume");
   EXPECT_EQ(json::parse(workflow.description()), (json{{"engine", "media"}, {"startPaused", true}}));
+}
+
+TEST(AWorkflowsMessages, KeepNumbersThatAreLargerThanSignedOnes) {
+  Workflow workflow;
+  workflow.engine = json::object();
+  workflow.commands = {{.at = 0, .name = "X", .step = {}, .arguments = {{"large", 18446744073709551615U}}}};
+  EXPECT_EQ(workflow.messages()[0]->GetCommandArgs()->GetUint64("large"), 18446744073709551615U);
+}
+
+TEST(AWorkflowsDescription, IsRefusedWhenItCannotBeCarried) {
+  Workflow workflow;
+  workflow.engine = {{"input", "caf\xe9.mov"}};
+  EXPECT_THAT([&] { static_cast<void>(workflow.description()); }, refuses("UTF-8", "caf"));
+  workflow.engine = {{"engine", 5}};
+  EXPECT_THAT([&] { static_cast<void>(workflow.description()); }, refuses("\"engine\" is 5", "a text"));
 }
 
 TEST(AWorkflowsMessages, DoNotMakeAnotherEngineBeginThatDoesNotWait) {

@@ -1,0 +1,211 @@
+"""The engine's process dies, or stops for a while."""
+
+import os
+import re
+import signal
+import time
+
+from fault_support import (BEFORE, DESTRUCTION, IDLE, PINGING, RUNNING, STOPPING, WIRING, FaultTest, main)
+
+# Within what time a host is told, on a machine that has other work to do.
+AT_ONCE = 5
+FROZEN_SECONDS = 5
+
+
+class Killed(FaultTest):
+    """Rows of deaths, each by a signal."""
+
+    number = signal.SIGKILL
+    fault = "engine: SIGKILL"
+    cause = r"engine process \d+ died: signal 9 \(Killed\)"
+
+    def expect_last_words(self):
+        self.host.wait_for(rf"^notification EngineDied 0 {self.cause}")
+
+    def test_during_wiring(self):
+        call = self.reach(WIRING)
+        self.strike(self.engine_process(), self.number)
+        if self.number != signal.SIGKILL:
+            # What is frozen dies of it when it is continued.
+            self.kill(self.engine_process(), signal.SIGCONT)
+        self.expect_told(call, AT_ONCE, self.cause)
+        self.expect_engines_gone(AT_ONCE)
+        self.expect_destroyed()
+        self.conclude("AddEngineDescription throws the refusal with the cause")
+
+    def test_idle(self):
+        self.reach(IDLE)
+        self.strike(self.engine_process(), self.number)
+        self.expect_last_words()
+        self.told = self.since_fault()
+        # Later calls do not wait either, and say why in the log.
+        self.host.call("run", AT_ONCE)
+        self.host.wait_for_errors("Failed sending ping to remote engine on:")
+        self.assertRegex(self.host.errors(), self.cause)
+        self.expect_destroyed()
+        self.expect_engines_gone(20)
+        self.conclude("`EngineDied`; Run, Ping and RequestStop log the cause and return")
+
+    def test_running(self):
+        call = self.reach(RUNNING)
+        self.strike(self.engine_process(), self.number)
+        self.expect_told(call, AT_ONCE)
+        self.expect_last_words()
+        self.expect_destroyed()
+        self.expect_engines_gone(20)
+        self.conclude("Run returns; `EngineDied`")
+
+    def test_ping_pending(self):
+        call = self.reach(PINGING)
+        self.strike(self.engine_process(), self.number)
+        self.expect_told(call, AT_ONCE)
+        self.assertEqual(self.host.wait_for_end_of("run", AT_ONCE)[1], "returned")
+        self.host.wait_for_errors("Failed sending ping to remote engine on:")
+        self.expect_last_words()
+        self.expect_destroyed()
+        self.expect_engines_gone(20)
+        self.conclude("Ping logs and returns; Run returns; `EngineDied`")
+
+    def test_stopping(self):
+        call = self.reach(STOPPING)
+        self.strike(self.engine_process(), self.number)
+        self.expect_told(call, AT_ONCE)
+        self.assertEqual(self.host.wait_for_end_of("run", AT_ONCE)[1], "returned")
+        self.expect_last_words()
+        self.expect_destroyed()
+        self.expect_engines_gone(20)
+        self.conclude("WaitForStop and Run return; `EngineDied`")
+
+    def test_destruction(self):
+        call = self.reach(DESTRUCTION)
+        engine = self.engine_process()
+        self.strike(engine, self.number)
+        if self.number != signal.SIGKILL:
+            self.kill(engine, signal.SIGCONT)
+        self.expect_told(call, AT_ONCE)
+        self.expect_destroyed()
+        self.expect_engines_gone(20)
+        self.conclude("the destructor returns")
+
+
+class SegmentationFault(Killed):
+    number = signal.SIGSEGV
+    fault = "engine: SIGSEGV"
+    cause = r"engine process \d+ died: signal 11 \(Segmentation fault\)"
+
+
+class Aborted(Killed):
+    number = signal.SIGABRT
+    fault = "engine: SIGABRT"
+    cause = r"engine process \d+ died: signal 6 \(Aborted\)"
+
+
+class Exits(FaultTest):
+    fault = "engine: exits inside Run"
+
+    def document(self, stage):
+        # The host after this one has an engine without faults.
+        return super().document(stage) if hasattr(self, "struck") else (
+            '{"engine": "test", "behaviour": "exit", "when": "command", "notifications": 1}')
+
+    def test_running(self):
+        call = self.reach(RUNNING)
+        self.struck = time.monotonic()
+        self.host.call("push 1 Fault")
+        self.expect_told(call, AT_ONCE)
+        self.host.wait_for(r"^notification EngineDied 0 engine process \d+ died: exit code 3")
+        self.expect_destroyed()
+        self.expect_engines_gone(20)
+        self.conclude("Run returns; `EngineDied`")
+
+
+class Stopped(FaultTest):
+    fault = "engine: SIGSTOP, SIGCONT after 5 s"
+
+    def freeze(self):
+        """Stops it, and continues it."""
+        engine = self.engine_process()
+        self.strike(engine, signal.SIGSTOP)
+        # The fault lasts that long.
+        time.sleep(FROZEN_SECONDS)
+        self.kill(engine, signal.SIGCONT)
+
+    def expect_whole_rest(self):
+        """The host goes on with its engine as if nothing had been."""
+        self.host.call("push 1 Hello")
+        self.host.wait_for("^notification CommandDone 1 ")
+        self.host.call("stop", 20)
+        self.assertEqual(self.host.wait_for_end_of("run")[1], "returned")
+        self.expect_destroyed()
+        self.expect_engines_gone(FROZEN_SECONDS + 20)
+
+    def test_during_wiring(self):
+        call = self.reach(WIRING)
+        self.freeze()
+        self.expect_told(call, FROZEN_SECONDS + AT_ONCE)
+        self.host.begin("run")
+        self.expect_whole_rest()
+        self.conclude("wiring takes 5 s longer")
+
+    def test_idle(self):
+        self.reach(IDLE)
+        self.freeze()
+        self.host.begin("run")
+        self.expect_whole_rest()
+        self.assertRegex(self.host.errors(), "failed sending heartbeat: ")
+        self.conclude("heartbeats that fail are logged; commands wait and arrive")
+
+    def test_running(self):
+        self.reach(RUNNING)
+        self.freeze()
+        self.assertFalse(re.search("^run ", self.host.output(), re.MULTILINE), self.host.everything())
+        self.expect_whole_rest()
+        self.conclude("Run goes on; commands wait and arrive")
+
+    def test_ping_pending(self):
+        call = self.reach(PINGING)
+        self.freeze()
+        self.expect_told(call, FROZEN_SECONDS + AT_ONCE)
+        self.host.wait_for_errors("Failed sending ping to remote engine on:")
+        self.host.call("stop", 20)
+        self.assertEqual(self.host.wait_for_end_of("run")[1], "returned")
+        self.expect_destroyed()
+        self.expect_engines_gone(FROZEN_SECONDS + 20)
+        self.conclude("Ping logs and returns; Run goes on")
+
+    def test_stopping(self):
+        # The engine ignores the stop, and is killed for it, frozen or not.
+        call = self.reach(STOPPING)
+        self.strike(self.engine_process(), signal.SIGSTOP)
+        self.expect_told(call, 10)
+        self.host.wait_for(r"^notification EngineDied 0 engine process \d+ died: signal 9 \(Killed\), "
+                           "for it did not stop within 5 s of being asked to")
+        self.expect_destroyed()
+        self.expect_engines_gone(20)
+        self.conclude("the time to stop goes on: `EngineDied` after 5 s in all")
+
+    def test_destruction(self):
+        call = self.reach(DESTRUCTION)
+        self.freeze()
+        self.expect_told(call, FROZEN_SECONDS + AT_ONCE)
+        self.expect_destroyed()
+        self.expect_engines_gone(FROZEN_SECONDS + 20)
+        self.conclude("the destructor returns; the engine goes once it is continued")
+
+
+class KeptStopped(FaultTest):
+    fault = "engine: SIGSTOP for good"
+    cause = r"engine process \d+ died: signal 9 \(Killed\), for it was kept stopped for 10 s"
+
+    def test_running(self):
+        call = self.reach(RUNNING)
+        self.strike(self.engine_process(), signal.SIGSTOP)
+        self.expect_told(call, 15)
+        self.host.wait_for(rf"^notification EngineDied 0 {self.cause}")
+        self.expect_destroyed()
+        self.expect_engines_gone(30)
+        self.conclude("Run returns; `EngineDied`: it was kept stopped")
+
+
+if __name__ == "__main__":
+    main()

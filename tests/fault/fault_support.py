@@ -1,0 +1,232 @@
+"""What the fault tests share: a host that is led through the stages of an engine's life, and a table of what came of it.
+
+A cell of the fault matrix is a fault at a stage. Whatever happens, what the host waits for comes to an end, the engine's
+process goes, nothing of it is left, and the service serves the next host.
+"""
+
+import json
+import os
+import pathlib
+import re
+import signal
+import subprocess
+import sys
+import time
+import unittest
+
+from programs_support import ENGINE, PATIENCE, SUPERVISOR, Program, ProgramsTest, only, processes_below, wait_until
+
+# The stages. At the last one the engine's process is frozen, so that the goodbye takes its time.
+BEFORE, WIRING, IDLE, RUNNING, PINGING, STOPPING, DESTRUCTION = (
+    "before wiring", "during wiring", "idle", "running", "ping pending", "stopping", "destruction")
+STAGES = (BEFORE, WIRING, IDLE, RUNNING, PINGING, STOPPING, DESTRUCTION)
+
+# What the engine is like, so that the stage lasts.
+DOCUMENTS = {
+    WIRING: {"behaviour": "freeze", "when": "construct"},
+    PINGING: {"behaviour": "stall", "notifications": 1},
+    STOPPING: {"behaviour": "ignoreStop", "notifications": 1},
+}
+PING_MILLISECONDS = 8000
+STOP_MILLISECONDS = 60000
+
+
+class StagedHost(Program):
+    """A host that does what it is told, call by call, each on a thread of its own."""
+
+    def __init__(self, folder, environment):
+        super().__init__([os.environ["STAGED_HOST"], os.environ["TAMB_MULTIPROCESS"]], folder, environment,
+                         subprocess.PIPE)
+
+    def begin(self, line):
+        self._process.stdin.write(line.encode() + b"\n")
+        self._process.stdin.flush()
+
+    def wait_for(self, pattern, seconds=PATIENCE):
+        """The first line of its output that matches."""
+        def found():
+            return next(filter(None, (re.search(pattern, line) for line in self.output().splitlines())), None)
+
+        wait_until(lambda: found() or self.has_ended(), lambda: f"{pattern} is not said: {self.everything()}", seconds)
+        if not (match := found()):
+            raise AssertionError(f"ended without saying {pattern}: {self.everything()}")
+        return match
+
+    def wait_for_end_of(self, call, seconds=PATIENCE):
+        """How a call ended: "returned", or what it threw."""
+        return self.wait_for(rf"^{call} (returned|threw) after \d+(?:: )?(.*)$", seconds)
+
+    def call(self, line, seconds=PATIENCE):
+        """Makes a call, and expects that it returns."""
+        self.begin(line)
+        end = self.wait_for_end_of(line.split()[0], seconds)
+        if end[1] != "returned":
+            raise AssertionError(f"{line}: {end[0]}\n{self.everything()}")
+
+    def quit(self):
+        self.begin("quit")
+        return self.wait()
+
+    def ensure_ended(self):
+        super().ensure_ended()
+        try:
+            self._process.stdin.close()
+        except BrokenPipeError:
+            pass
+
+
+def state_of(process):
+    """As the system has it, such as "T" for one that is stopped; empty when it is no more."""
+    try:
+        return pathlib.Path(f"/proc/{process}/stat").read_text().rpartition(")")[2].split()[0]
+    except (FileNotFoundError, ProcessLookupError):
+        return ""
+
+
+class Table:
+    """The cells that were run, with what was measured; printed at the end of the program."""
+
+    rows = []
+
+    @classmethod
+    def add(cls, fault, stage, told, gone, said):
+        cls.rows.append((fault, stage, told, gone, said))
+
+    @classmethod
+    def print(cls):
+        def seconds(value):
+            return "" if value is None else f"{value:.2f} s"
+
+        print("\n| what fails | when | host has its answer after | engine has gone after | what the host is told |")
+        print("|---|---|---|---|---|")
+        for fault, stage, told, gone, said in cls.rows:
+            print(f"| {fault} | {stage} | {seconds(told)} | {seconds(gone)} | {said} |")
+        sys.stdout.flush()
+
+
+class FaultTest(ProgramsTest):
+    """One row of the matrix: the tests are its cells."""
+
+    fault = ""
+    # Whether the service of the cell still serves at its end.
+    service_survives = True
+
+    def setUp(self):
+        super().setUp()
+        self.told = self.gone = None
+        self.said = ""
+
+    def staged_host(self):
+        host = self.watched(StagedHost(self.folder, self._environment))
+        host.wait_for("^ready$")
+        return host
+
+    def document(self, stage):
+        return json.dumps({"engine": "test", "notifications": 1, **DOCUMENTS.get(stage, {})})
+
+    def reach(self, stage):
+        """A service and a host at that stage, and the call that the host waits for; None when it waits for none."""
+        self.stage = stage
+        self.service_program, self.endpoint = self.service()
+        self.host = self.staged_host()
+        return self.lead(self.host, self.endpoint, stage)
+
+    def lead(self, host, endpoint, stage):
+        if stage == BEFORE:
+            return None
+        wire = f"wire {endpoint} {self.document(stage)}"
+        if stage == WIRING:
+            host.begin(wire)
+            wait_until(lambda: state_of(only(self.engines()) or 0) == "T", "the engine does not freeze")
+            return "wire"
+        host.call(wire)
+        if stage == IDLE:
+            return None
+        if stage == DESTRUCTION:
+            os.kill(self.engine_process(), signal.SIGSTOP)
+            host.begin("destroy")
+            host.wait_for("^destroying$")
+            return "destroy"
+        host.begin("run")
+        host.wait_for("^notification Tick ")
+        if stage == RUNNING:
+            return "run"
+        if stage == PINGING:
+            host.begin(f"ping {PING_MILLISECONDS}")
+            host.wait_for("^notification Pinged ")
+            return "ping"
+        host.call("stop")
+        host.begin(f"await {STOP_MILLISECONDS}")
+        return "await"
+
+    def engines(self):
+        return processes_below(os.getpid(), ENGINE)
+
+    def supervisor_process(self):
+        return wait_until(lambda: only(processes_below(os.getpid(), SUPERVISOR)), "there is no supervisor")
+
+    def strike(self, process, number):
+        """The fault: from now on the time counts."""
+        self.kill(process, number)
+        self.struck = time.monotonic()
+
+    def since_fault(self):
+        return time.monotonic() - self.struck
+
+    def expect_told(self, call, within, pattern="^returned$"):
+        """The call that the host waits for ends in time, and like that."""
+        end = self.host.wait_for_end_of(call, within + PATIENCE)
+        self.told = self.since_fault()
+        self.assertLess(self.told, within, self.host.everything())
+        self.assertRegex(end[2] or end[1], pattern, self.host.everything())
+        return end[2]
+
+    def expect_engines_gone(self, within):
+        wait_until(lambda: not self.engines() and not processes_below(os.getpid(), SUPERVISOR),
+                   lambda: f"left: {processes_below(os.getpid())}", within + PATIENCE)
+        self.gone = self.since_fault()
+        self.assertLess(self.gone, within)
+
+    def expect_destroyed(self, within=10):
+        """The host lets go of its engine, and ends by itself."""
+        if not re.search("^destroying$", self.host.output(), re.MULTILINE):
+            self.host.begin("destroy")
+        start = time.monotonic()
+        self.assertEqual(self.host.wait_for_end_of("destroy", within + PATIENCE)[1], "returned")
+        self.assertLess(time.monotonic() - start, within)
+        self.assertEqual(self.host.quit(), 0, self.host.everything())
+
+    def expect_nothing_left_but_service(self, within=20):
+        """No process but the service, and no file."""
+        def left():
+            self._reap_orphans()
+            others = {process: name for process, name in processes_below(os.getpid()).items()
+                      if process != self.service_program.pid}
+            return list(others.items()) + sorted(self.temporary.iterdir())
+
+        wait_until(lambda: not left(), lambda: f"left behind: {left()}", within)
+
+    def expect_service_serves(self):
+        """Another host has a whole life of an engine."""
+        host = self.staged_host()
+        host.call(f"wire {self.endpoint} {self.document(RUNNING)}")
+        host.begin("run")
+        host.wait_for("^notification Tick ")
+        host.call("push 1 Hello")
+        host.wait_for("^notification CommandDone 1 ")
+        host.call("stop")
+        self.assertEqual(host.wait_for_end_of("run")[1], "returned")
+        host.call("destroy")
+        self.assertEqual(host.quit(), 0)
+
+    def conclude(self, said=""):
+        """What every cell ends with."""
+        self.expect_nothing_left_but_service()
+        if self.service_survives:
+            self.expect_service_serves()
+        Table.add(self.fault, self.stage, self.told, self.gone, said)
+
+
+def main():
+    unittest.addModuleCleanup(Table.print)
+    unittest.main(verbosity=2)

@@ -1,0 +1,146 @@
+"""The host, the service or the supervisor of an engine dies, or the host stops for a while."""
+
+import os
+import signal
+import time
+
+from fault_support import (BEFORE, DESTRUCTION, IDLE, PINGING, RUNNING, STAGES, STOPPING, WIRING, FaultTest, main,
+                           state_of)
+from programs_support import PATIENCE, SERVICE, wait_until
+
+AT_ONCE = 5
+# An engine's process gives its controller 10 s, its engine 5 s to stop; one that is frozen is killed after 10 s, and
+# its supervisor then waits 10 s for somebody to tell.
+ENGINE_GONE = 20
+FROZEN_ENGINE_GONE = 28
+
+
+class HostKilled(FaultTest):
+    fault = "host: SIGKILL"
+
+    def expect_gone_with_its_host(self, stage):
+        self.reach(stage)
+        self.strike(self.host.pid, signal.SIGKILL)
+        self.assertEqual(self.host.wait(), -signal.SIGKILL)
+        self.expect_engines_gone(FROZEN_ENGINE_GONE if stage == DESTRUCTION else ENGINE_GONE)
+        self.conclude()
+
+
+class HostStopped(FaultTest):
+    """Longer than its engine waits for it."""
+
+    fault = "host: SIGSTOP, SIGCONT once the engine has gone"
+
+    def stop_until_engine_has_gone(self, stage):
+        call = self.reach(stage)
+        self.strike(self.host.pid, signal.SIGSTOP)
+        if stage != BEFORE:
+            self.expect_engines_gone(FROZEN_ENGINE_GONE if stage == DESTRUCTION else ENGINE_GONE)
+        self.host.signal(signal.SIGCONT)
+        return call
+
+    def expect_end_after_the_engine(self, stage):
+        call = self.stop_until_engine_has_gone(stage)
+        if stage == BEFORE:
+            self.host.call(f"wire {self.endpoint} {self.document(IDLE)}")
+            self.host.call("push 1 Hello")
+        elif stage == WIRING:
+            # The service gave up a moment before its host did.
+            self.expect_told(call, ENGINE_GONE + AT_ONCE, "kept stopped|not ready|Unexpected reply")
+        elif call:
+            self.expect_told(call, FROZEN_ENGINE_GONE + AT_ONCE)
+        if stage in (RUNNING, PINGING, STOPPING) and call != "run":
+            self.assertEqual(self.host.wait_for_end_of("run", 20)[1], "returned")
+        self.expect_destroyed()
+        self.conclude("what it waits for ends at once")
+
+
+class ServiceKilled(FaultTest):
+    fault = "service: SIGKILL"
+    service_survives = False
+
+    def expect_engine_serves_on(self, stage):
+        call = self.reach(stage)
+        self.strike(self.service_program.pid, signal.SIGKILL)
+        self.assertEqual(self.service_program.wait(), -signal.SIGKILL)
+        said = "nothing: its engine serves on"
+        if stage == BEFORE:
+            self.host.begin(f"wire {self.endpoint} {self.document(IDLE)}")
+            self.expect_told("wire", 10, self.endpoint)
+            said = "AddEngineDescription throws: nobody answers"
+        elif stage == WIRING:
+            self.expect_told(call, 10, self.endpoint)
+            self.kill(self.engine_process(), signal.SIGCONT)
+            said = "AddEngineDescription throws: the service has gone"
+        elif stage == DESTRUCTION:
+            self.kill(self.engine_process(), signal.SIGCONT)
+            self.expect_told(call, AT_ONCE)
+        elif stage == STOPPING:
+            self.expect_told(call, 10)
+            said = "nothing: an engine that ignores its stop is killed as ever"
+        else:
+            if stage == IDLE:
+                self.host.begin("run")
+            if stage == PINGING:
+                self.expect_told(call, 15)
+            else:
+                self.host.call("push 1 Hello")
+                self.host.wait_for("^notification CommandDone 1 ")
+            self.host.call("stop", 20)
+            self.assertEqual(self.host.wait_for_end_of("run")[1], "returned")
+        self.expect_destroyed()
+        self.expect_engines_gone(60)
+        # Where the service listened, another one can.
+        self.service_program, self.endpoint = self.service()
+        self.expect_service_serves()
+        self.conclude(said)
+
+class SupervisorKilled(FaultTest):
+    fault = "supervisor: SIGKILL"
+
+    def expect_engine_serves_on(self, stage):
+        call = self.reach(stage)
+        engine = self.engine_process()
+        self.strike(self.supervisor_process(), signal.SIGKILL)
+        said = "nothing: its engine serves on"
+        if stage == WIRING:
+            self.expect_told(call, AT_ONCE, "signal 9")
+            said = "AddEngineDescription throws the refusal; the engine dies with it"
+        elif stage == DESTRUCTION:
+            self.kill(engine, signal.SIGCONT)
+            self.expect_told(call, AT_ONCE)
+        elif stage == STOPPING:
+            # Nobody is there any more to end an engine that ignores its stop, but the engine's process itself.
+            self.kill(engine, signal.SIGKILL)
+            self.expect_told(call, 25)
+            said = "an engine that dies now is missed after 15 s"
+        else:
+            if stage == IDLE:
+                self.host.begin("run")
+            if stage == PINGING:
+                self.expect_told(call, 15)
+            else:
+                self.host.call("push 1 Hello")
+                self.host.wait_for("^notification CommandDone 1 ")
+            self.host.call("stop", 20)
+            self.assertEqual(self.host.wait_for_end_of("run")[1], "returned")
+        self.expect_destroyed()
+        self.expect_engines_gone(60)
+        self.conclude(said)
+
+
+def add_cells(row, check, stages):
+    """A test for each of the stages."""
+    for stage in stages:
+        name = f"test_{stage.replace(' ', '_')}"
+        setattr(row, name, lambda self, stage=stage: check(self, stage))
+
+
+add_cells(HostKilled, HostKilled.expect_gone_with_its_host, STAGES)
+add_cells(HostStopped, HostStopped.expect_end_after_the_engine, STAGES)
+add_cells(ServiceKilled, ServiceKilled.expect_engine_serves_on, STAGES)
+add_cells(SupervisorKilled, SupervisorKilled.expect_engine_serves_on, [stage for stage in STAGES if stage != BEFORE])
+
+
+if __name__ == "__main__":
+    main()
