@@ -7,8 +7,10 @@ namespace qor::socket::memory {
 
 MemorySocket::MemorySocket(SocketLabel label) : network_(Switchboard::instance()), label_(std::move(label)) {}
 
-void MemorySocket::open(std::chrono::milliseconds timeOut) {
+void MemorySocket::open(ClosePolicy::ClosePolicy closePolicy, std::chrono::milliseconds timeOut) {
   auto lock = network_.lock();
+  closePolicy_ = closePolicy;
+  connectTimeOut_ = timeOut;
   throwPlanned(Operation::Open);
   context_ = network_.context();
   try {
@@ -23,6 +25,7 @@ void MemorySocket::open(std::chrono::milliseconds timeOut) {
 
 int MemorySocket::poll(std::chrono::milliseconds timeOut, std::string& errorText) {
   auto lock = network_.lock();
+  pollTimeOut_ = timeOut;
   if (const auto planned = network_.takePlanned(label_.name, Operation::Poll)) {
     if (planned->failure == Failure::ContextTermination) throw ZmqContextTerminationException(planned->text);
     if (planned->failure == Failure::RuntimeError) throw std::runtime_error(planned->text);
@@ -79,10 +82,13 @@ SocketState MemorySocket::state() const {
           .protocol = label_.protocol,
           .endpoint = label_.endpoint,
           .isOpen = isOpen_,
+          .closePolicy = closePolicy_,
+          .connectTimeOut = connectTimeOut_,
           .peers = peers(),
           .unreceived = unreceived(),
           .unsent = unsent(),
-          .blockedIn = blockedIn_};
+          .blockedIn = blockedIn_,
+          .pollTimeOut = pollTimeOut_};
 }
 
 void MemorySocket::wake() {

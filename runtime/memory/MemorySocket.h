@@ -25,7 +25,7 @@ class MemorySocket : public OpenSocket {
   using Deadline = std::chrono::steady_clock::time_point;
 
   /// Joins the network; leaves no trace in it when it throws.
-  void open(std::chrono::milliseconds timeOut);
+  void open(ClosePolicy::ClosePolicy closePolicy, std::chrono::milliseconds timeOut);
 
   int poll(std::chrono::milliseconds timeOut, std::string& errorText) final;
   void send(const google::protobuf::Message& message, std::size_t size) final;
@@ -78,6 +78,10 @@ class MemorySocket : public OpenSocket {
   bool isOpen_ = false;
   bool interrupted_ = false;
   std::optional<Operation> blockedIn_;
+  // Only shown.
+  ClosePolicy::ClosePolicy closePolicy_ = ClosePolicy::Newest;
+  std::chrono::milliseconds connectTimeOut_{0};
+  std::optional<std::chrono::milliseconds> pollTimeOut_;
   std::condition_variable changed_;
 };
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <future>
@@ -59,6 +60,9 @@ struct SocketState {
   std::string endpoint;
   /// False while createAndConnect waits for the peer.
   bool isOpen = false;
+  ClosePolicy::ClosePolicy closePolicy = ClosePolicy::Newest;
+  /// What createAndConnect was given; the default of those who gave it 0.
+  std::chrono::milliseconds connectTimeOut{0};
   /// Connections that stand: at most one for a socket that connects.
   std::size_t peers = 0;
   /// Messages that have arrived and were not received.
@@ -67,6 +71,8 @@ struct SocketState {
   std::size_t unsent = 0;
   /// The operation that waits now, with nothing there yet for it to go on with.
   std::optional<Operation> blockedIn;
+  /// How long the latest poll was to wait; nothing before the first.
+  std::optional<std::chrono::milliseconds> pollTimeOut;
 };
 
 /// All sockets that are open or being opened, in the order of their opening.

@@ -38,7 +38,7 @@ std::unique_ptr<memory::MemorySocket> makeSocket(const SocketLabel& label,
 std::unique_ptr<OpenSocket> openSocket(const SocketLabel& label, ClosePolicy::ClosePolicy closePolicy,
                                        const SocketEndpoint& endpoint, std::chrono::milliseconds timeOut) {
   auto socket = makeSocket(label, closePolicy, endpoint);
-  socket->open(timeOut);
+  socket->open(closePolicy, timeOut);
   return socket;
 }
 

@@ -29,6 +29,35 @@ TEST_F(States, TellWhatIsOpenInItsOrder) {
   EXPECT_EQ(states[1].protocol, Protocol::Subscriber);
 }
 
+TEST_F(States, TellWhatASocketWasOpenedWith) {
+  publisher_.createAndConnect(Protocol::Publisher, endpoint_, 0);
+  Socket patient("Patient", ClosePolicy::Patient);
+  patient.createAndConnect(Protocol::Subscriber, endpoint_, 1'234);
+  EXPECT_EQ(stateOf("Publisher").closePolicy, ClosePolicy::Newest);
+  EXPECT_EQ(stateOf("Publisher").connectTimeOut, std::chrono::milliseconds(5'000));
+  EXPECT_EQ(stateOf("Patient").closePolicy, ClosePolicy::Patient);
+  EXPECT_EQ(stateOf("Patient").connectTimeOut, std::chrono::milliseconds(1'234));
+}
+
+TEST_F(States, TellWhatASocketIsBeingOpenedWith) {
+  BackgroundCall opening([&] { requester_.createAndConnect(Protocol::Requester, endpoint_, veryLong); });
+  EXPECT_TRUE(waitUntilBlocked("Requester", Operation::Open));
+  EXPECT_EQ(stateOf("Requester").connectTimeOut, std::chrono::milliseconds(veryLong));
+  replier_.createAndConnect(Protocol::Replier, endpoint_, 0);
+  opening.get();
+}
+
+TEST_F(States, TellHowLongTheLatestPollWasToWait) {
+  openPublisherAndSubscriber();
+  EXPECT_EQ(stateOf("Subscriber").pollTimeOut, std::nullopt);
+  send(publisher_, 1);
+  std::string errorText;
+  for (const unsigned int timeOut : {4'711U, 0U}) {
+    EXPECT_EQ(subscriber_.poll(timeOut, errorText), 0);
+    EXPECT_EQ(stateOf("Subscriber").pollTimeOut, std::chrono::milliseconds(timeOut));
+  }
+}
+
 TEST_F(States, CountPeersAndMessages) {
   publisher_.createAndConnect(Protocol::Publisher, endpoint_, 0);
   send(publisher_, 1);
