@@ -1,5 +1,7 @@
+#include <csignal>
 #include <thread>
 
+#include "tests/support/CoreFile.h"
 #include "tests/unit/multiprocess/BackEndTest.h"
 
 namespace qor::multiprocess_communication {
@@ -11,7 +13,6 @@ using test::BackgroundCall;
 using testing::ElementsAre;
 
 constexpr milliseconds statusPeriod{1'000};
-constexpr milliseconds silence{10'000};
 
 TEST(EngineStatusNames, AreThoseOfTheEnumeratorsAndUndefinedForAnyOtherValue) {
   EXPECT_EQ(EngineStatus::ToString(EngineStatus::Undefined), "Undefined");
@@ -201,71 +202,27 @@ TEST_F(TcpEngineBackEndStatus, ContextTerminationInASendEndsThePublicationAlone)
   EXPECT_EQ(replyTo(Request::HeartBeat), success);
 }
 
-/// Whether the front end is still there.
-class TcpEngineBackEndSupervision : public BackEndTest {
+/// What becomes of a run that ends with an exception other than a runtime error.
+class TcpEngineBackEndRunDeathTest : public BackEndTest {
  protected:
-  static constexpr const char* warning =
-      "TcpEngineBackEnd: Engine backend left because of timeout on frontend heartbeat";
+  void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+
+  /// Returns when the process has survived.
+  template <class Error>
+  void runInto(const Error& error) {
+    test::leaveNoCoreFile();
+    engine_->onRun = [error] { throw error; };
+    start();
+    send(Request::Run);
+    log_.waitFor("Engine status change: Idle", 2);
+    stop();
+  }
 };
 
-TEST_F(TcpEngineBackEndSupervision, EndsAtOnceAfterATerminationRequestThatCameBefore) {
-  start();
-  EXPECT_EQ(replyTo(Request::FrontEndTermination), success);
-  // The reply leaves before the request takes effect; the next one is served after that.
-  EXPECT_EQ(replyTo(Request::HeartBeat), success);
-  BackgroundCall waiting([&] { backEnd_->waitForFrontEndTermination(); });
-  EXPECT_TRUE(waiting.endsWithin(patience));
-  EXPECT_TRUE(log_.recordsWith("heartbeat").empty());
-}
-
-TEST_F(TcpEngineBackEndSupervision, EndsWithATerminationRequest) {
-  start();
-  BackgroundCall waiting([&] { backEnd_->waitForFrontEndTermination(); });
-  ASSERT_TRUE(clock_->waitForWaitOf(silence));
-  EXPECT_EQ(replyTo(Request::FrontEndTermination), success);
-  EXPECT_TRUE(waiting.endsWithin(patience));
-  EXPECT_TRUE(log_.recordsWith("heartbeat").empty());
-}
-
-TEST_F(TcpEngineBackEndSupervision, EndsWithAWarningAfterTenSecondsOfSilenceAndNotBefore) {
-  start();
-  BackgroundCall waiting([&] { backEnd_->waitForFrontEndTermination(); });
-  ASSERT_TRUE(clock_->waitForWaitOf(silence));
-  clock_->advance(milliseconds(9'999));
-  EXPECT_FALSE(waiting.endsWithin(milliseconds(50)));
-  clock_->advance(milliseconds(1));
-  EXPECT_TRUE(waiting.endsWithin(patience));
-  expectLogged(LogLevel::Warning, warning);
-}
-
-TEST_F(TcpEngineBackEndSupervision, BeginsAnewWithEveryRequestWhateverItIs) {
-  start();
-  BackgroundCall waiting([&] { backEnd_->waitForFrontEndTermination(); });
-  const std::string unknown("\x08\x63", 2);
-  std::vector<std::future<std::string>> unanswered;
-  for (const std::string& bytes :
-       {encoded(Request::HeartBeat), encoded(Request::RequestStart), encoded(Request::Ping), unknown,
-        encoded(Request::WaitForStop), encoded(Request::RequestStop), encoded(Request::Run)}) {
-    ASSERT_TRUE(clock_->waitForWaitOf(silence)) << "the period did not begin anew";
-    clock_->advance(milliseconds(9'000));
-    unanswered.push_back(socket::memory::request(requests, bytes));
-  }
-  ASSERT_TRUE(clock_->waitForWaitOf(silence));
-  clock_->advance(silence);
-  EXPECT_TRUE(waiting.endsWithin(patience));
-  expectLogged(LogLevel::Warning, warning);
-}
-
-TEST_F(TcpEngineBackEndSupervision, BeginsAnewWithARequestThatCouldNotBeReceived) {
-  start();
-  BackgroundCall waiting([&] { backEnd_->waitForFrontEndTermination(); });
-  ASSERT_TRUE(clock_->waitForWaitOf(silence));
-  clock_->advance(milliseconds(9'000));
-  socket::memory::failNext(requests, Operation::Receive, Failure::ContextTermination, "the end");
-  auto unanswered = send(Request::HeartBeat);
-  EXPECT_TRUE(clock_->waitForWaitOf(silence));
-  clock_->advance(silence);
-  EXPECT_TRUE(waiting.endsWithin(patience));
+TEST_F(TcpEngineBackEndRunDeathTest, EndsTheProcess) {
+  EXPECT_EXIT(runInto(std::logic_error("no logic in it")), testing::KilledBySignal(SIGABRT),
+              "no logic in it");
+  EXPECT_EXIT(runInto(42), testing::KilledBySignal(SIGABRT), "terminate");
 }
 
 /// How it ends.

@@ -3,6 +3,7 @@
 
 #include "qor/utils/Log.h"
 #include "tamb/TAMBRuntimeError.h"
+#include "tests/support/PaddedMessage.h"
 #include "tests/unit/multiprocess/BackEndTest.h"
 
 namespace qor::multiprocess_communication {
@@ -134,6 +135,19 @@ TEST_F(TcpEngineBackEndRequests, WhatCannotBeReadIsARequestErrorAndNeverStartsTh
   }
   EXPECT_EQ(engine_->runs(), 0);
   EXPECT_EQ(replyTo(Request::Run), success) << "a run had been started already";
+}
+
+TEST_F(TcpEngineBackEndRequests, ARequestOf65536BytesIsTakenAndNoLargerOne) {
+  std::vector<unsigned int> timeOuts;
+  engine_->onPing = [&](unsigned int timeOut) { timeOuts.push_back(timeOut); };
+  start();
+  Request request;
+  request.set_type(Request::Ping);
+  request.set_timeoutmilliseconds(1);
+  EXPECT_EQ(replyToBytes(test::paddedTo(65'536, request)), success);
+  request.set_timeoutmilliseconds(2);
+  EXPECT_EQ(replyToBytes(test::paddedTo(65'537, request)), failure("TcpEngineBackEnd: Request error"));
+  EXPECT_THAT(timeOuts, ElementsAre(1));
 }
 
 TEST_F(TcpEngineBackEndRequests, ASlowPingDelaysTheRequestsBehindItAndTheyAreServedInOrder) {

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <google/protobuf/message.h>
+#include <google/protobuf/unknown_field_set.h>
+
+#include <cstddef>
+#include <stdexcept>
+#include <string>
+
+namespace qor::test {
+
+/// The encoding of a message, of exactly that size in bytes: a field that no schema knows makes it so large.
+/// Receivers read it as they read the message itself. Throws std::logic_error when there is no such field.
+template <class Message>
+std::string paddedTo(std::size_t size, Message message) {
+  constexpr int unknownField = 1'000;
+  auto* const fields = message.GetReflection()->MutableUnknownFields(&message);
+  std::string* const padding = fields->AddLengthDelimited(unknownField);
+  if (message.ByteSizeLong() > size) throw std::logic_error("the message is larger than that");
+  padding->assign(size - message.ByteSizeLong(), 'x');
+  // Its length takes more bytes than that of nothing.
+  padding->resize(padding->size() - (message.ByteSizeLong() - size));
+  if (message.ByteSizeLong() != size) throw std::logic_error("no padding makes it that large");
+  return message.SerializeAsString();
+}
+
+}  // namespace qor::test
