@@ -1,4 +1,5 @@
 #include "tamb/TAMBRuntimeError.h"
+#include "tests/support/PaddedMessage.h"
 #include "tests/unit/multiprocess/FrontEndTest.h"
 
 namespace qor::multiprocess_communication {
@@ -158,6 +159,20 @@ TEST_F(TcpEngineFrontEndWaits, AnUnknownStatusIsLoggedAndKeepsTheOneBefore) {
   EXPECT_NE(waiting.get(), "") << "the engine was not taken for running any more";
 }
 
+TEST_F(TcpEngineFrontEndWaits, AStatusOf1024BytesIsTakenAndNoLargerOne) {
+  proto::EngineStatus status;
+  status.set_status(proto::EngineStatus::Running);
+  publishBytes(test::paddedTo(1'024, status));
+  BackgroundCall waiting(waitingForStop(60'000));
+  pass(slice);  // it runs
+  status.set_status(proto::EngineStatus::Idle);
+  publishBytes(test::paddedTo(1'025, status));
+  expectLogged("TcpEngineFrontEnd: engineStatusReceptionThreadFunction: unknown engine status received");
+  pass(slice);  // it still does
+  publishBytes(test::paddedTo(1'024, status));
+  EXPECT_EQ(waiting.get(), "");
+}
+
 constexpr const char* silence =
     "TcpEngineFrontEnd: engineStatusReceptionThreadFunction: no engine status received for 15 s, the backend "
     "is taken for gone";
@@ -281,6 +296,20 @@ TEST_F(TcpEngineFrontEndDestruction, SaysGoodbye) {
   connect();
   expectDestruction();
   EXPECT_EQ(backEnd_->count(Request::FrontEndTermination), 1U);
+  EXPECT_TRUE(log_.records().empty());
+}
+
+TEST_F(TcpEngineFrontEndDestruction, SaysGoodbyeWhileItStillBeatsAndListens) {
+  connect();
+  std::promise<std::pair<bool, bool>> alive;
+  backEnd_->answer(Request::FrontEndTermination, [&] {
+    // The sleep until the next heartbeat, and the reception of the status.
+    alive.set_value({clock_->waitForWaitOf(slice), socket::memory::waitUntilOpen(statuses)});
+    return ScriptedBackEnd::reply(Reply::Success, "");
+  });
+  BackgroundCall destroying([&] { frontEnd_.reset(); });
+  EXPECT_EQ(alive.get_future().get(), std::pair(true, true));
+  EXPECT_TRUE(destroying.endsWithin(patience));
   EXPECT_TRUE(log_.records().empty());
 }
 

@@ -1,5 +1,6 @@
 #include "tamb/INotificationHub.h"
 #include "tamb/TAMBRuntimeError.h"
+#include "tests/support/Gate.h"
 #include "tests/unit/multiprocess/FrontEndTest.h"
 
 namespace qor::multiprocess_communication {
@@ -120,6 +121,42 @@ TEST_F(TcpEngineFrontEndConfiguration, ComingSecondWorksOnItsOwnEndpoints) {
   frontEnd_.reset();
   EXPECT_TRUE(second.waitFor(Request::FrontEndTermination));
   EXPECT_EQ(backEnd_->count(Request::FrontEndTermination), 0U);
+}
+
+TEST_F(TcpEngineFrontEndConfiguration, ForgetsWhatTheBackEndBeforeSaidLast) {
+  connectWithoutHeartBeat();
+  publish(proto::EngineStatus::Running);
+  const ScriptedBackEnd second("inproc://second-requests");
+  frontEnd_->SetInitConfig(
+      TcpEngineFrontEnd::GenerateConfig("inproc://second-requests", "inproc://second-status"));
+  BackgroundCall waiting([&] { frontEnd_->WaitForStop(0); });
+  EXPECT_TRUE(waiting.endsWithin(milliseconds(5'000))) << "the engine is taken for running";
+  clock_->advance(milliseconds(1'000));  // whoever waits all the same gives up
+  EXPECT_NO_THROW(waiting.get());
+}
+
+TEST_F(TcpEngineFrontEndConfiguration, ComingSecondLeavesTheExchangeUnderWayItsSocket) {
+  connectWithoutHeartBeat();
+  test::Gate gate;
+  backEnd_->answer(Request::Ping, [&] {
+    gate.pass();
+    return ScriptedBackEnd::reply(Reply::Success, "");
+  });
+  BackgroundCall pinging([&] { frontEnd_->Ping(1); });
+  ASSERT_TRUE(gate.waitUntilReached());
+  const ScriptedBackEnd second("inproc://second-requests");
+  BackgroundCall reconfiguring([&] {
+    frontEnd_->SetInitConfig(
+        TcpEngineFrontEnd::GenerateConfig("inproc://second-requests", "inproc://second-status"));
+  });
+  // The threads of the first configuration end before.
+  EXPECT_TRUE(socket::memory::waitUntilClosed(statuses));
+  EXPECT_TRUE(reconfiguring.waitUntilBlocked());
+  gate.open();
+  EXPECT_TRUE(pinging.endsWithin(patience));
+  EXPECT_TRUE(reconfiguring.endsWithin(patience));
+  EXPECT_NO_THROW(reconfiguring.get());
+  EXPECT_TRUE(log_.recordsWith("Failed sending ping").empty());
 }
 
 /// What it answers by itself.
