@@ -1,36 +1,14 @@
 #include <csignal>
-#include <functional>
-#include <memory>
 #include <stdexcept>
+#include <string>
 
 #include "qor/socket/ZmqContextTerminationException.h"
 #include "tests/support/CoreFile.h"
 #include "tests/unit/multiprocess/CommandBackEndTest.h"
 #include "tests/unit/multiprocess/NotificationFrontEndTest.h"
+#include "tests/unit/multiprocess/WrappedCalls.h"
 
 namespace qor::multiprocess_communication {
-
-/// The linker gives this program's calls of the framework's function to the first, and to the second what the
-/// first calls: see the list file.
-std::shared_ptr<tamb::IParametersCollectionPrototype> createOrFail() asm(
-    "__wrap__ZN4tamb35CreateParametersCollectionPrototypeEv");
-std::shared_ptr<tamb::IParametersCollectionPrototype> createWithTheFramework() asm(
-    "__real__ZN4tamb35CreateParametersCollectionPrototypeEv");
-
-namespace {
-
-/// Called ahead of every creation. To be set while nothing is received.
-std::function<void()>& beforeCreation() {
-  static std::function<void()> function;
-  return function;
-}
-
-}  // namespace
-
-std::shared_ptr<tamb::IParametersCollectionPrototype> createOrFail() {
-  if (beforeCreation()) beforeCreation()();
-  return createWithTheFramework();
-}
 
 namespace {
 
@@ -41,15 +19,16 @@ template <class Receiver>
 class RebuildingFailureDeathTest : public Receiver {
  protected:
   void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
-  void TearDown() override {
-    beforeCreation() = nullptr;
-    Receiver::TearDown();
+  template <class Error>
+  void letRebuildingFail(const Error& error) {
+    calls_.before = [error](const std::string& function) {
+      if (function == "CreateParametersCollectionPrototype") throw error;
+    };
   }
 
-  template <class Error>
-  static void letRebuildingFail(const Error& error) {
-    beforeCreation() = [error] { throw error; };
-  }
+ private:
+  /// Outlives the receiver's thread, which goes in the base's tear-down.
+  WrappedCalls calls_;
 };
 
 class CommandRebuildingFailureDeathTest : public RebuildingFailureDeathTest<CommandBackEndTest> {

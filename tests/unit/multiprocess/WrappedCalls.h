@@ -1,0 +1,30 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "tamb/IParametersCollection.h"
+
+namespace qor::multiprocess_communication {
+
+/// What comes between this program and the functions of the framework and the utilities that the list file
+/// tells the linker to wrap, while one of these lives. To be made, changed and destroyed while no other
+/// thread calls them.
+class WrappedCalls {
+ public:
+  WrappedCalls();
+  ~WrappedCalls();
+  WrappedCalls(const WrappedCalls&) = delete;
+  WrappedCalls& operator=(const WrappedCalls&) = delete;
+
+  /// Called ahead of every call of the framework, with the function's name; what it throws is thrown in its
+  /// place.
+  std::function<void(const std::string& function)> before;
+  /// What is made instead of an instance of the framework's.
+  std::shared_ptr<tamb::IParametersCollectionInstance> instance;
+  /// How a formatter decorates a text, instead of as it does.
+  std::function<std::string(const std::string& header, const std::string& text)> decorate;
+};
+
+}  // namespace qor::multiprocess_communication
