@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <limits>
 
 #include "runtime/tamb/CommandMessage.h"
 #include "runtime/tamb/CommandTime.h"
@@ -51,7 +50,14 @@ void MediaCommands::waitAtStart() {
 void MediaCommands::executeUntil(double seconds) {
   limit_ = seconds;
   processor_.ExecuteAllCommandsScheduledAt(seconds);
-  executeDeferred(seconds, nullptr);
+  executeDeferred(nullptr);
+  while (paused_) {
+    waitWhilePaused();
+    // A run that is stopped in a pause ends there.
+    if (!watch_.stopRequested()) {
+      executeDeferred(nullptr);
+    }
+  }
   if (failure_) {
     std::rethrow_exception(failure_);
   }
@@ -59,23 +65,24 @@ void MediaCommands::executeUntil(double seconds) {
 
 void MediaCommands::refuseRest(const std::string& reason) {
   refusal_ = reason;
-  executeDeferred(std::numeric_limits<double>::infinity(), nullptr);
+  executeDeferred(nullptr);
   processor_.ExecuteAllCommands();
 }
 
 void MediaCommands::receive(const tamb::ICommandMessage& command) {
   // What was deferred was pushed earlier: of the same time, it comes first.
-  executeDeferred(std::min(dueTime(command), dueUntil()), &command);
-  if (refusal_.empty() && dueTime(command) > dueUntil() && !(paused_ && isUrgent(command))) {
-    defer(command);
-  } else {
+  executeDeferred(&command);
+  if (isDue(command) || (paused_ && isUrgent(command))) {
     execute(command);
+  } else {
+    defer(command);
   }
 }
 
-void MediaCommands::executeDeferred(double until, const tamb::ICommandMessage* before) {
+void MediaCommands::executeDeferred(const tamb::ICommandMessage* before) {
+  // What is due changes on the way: one of them may be a pause.
   const auto isNext = [&](const tamb::ICommandMessage& command) {
-    return dueTime(command) <= until &&
+    return isDue(command) &&
            (before == nullptr || CommandTime(command.GetTime()) <= CommandTime(before->GetTime()));
   };
   while (!deferred_.empty() && isNext(*deferred_.front())) {
@@ -91,7 +98,10 @@ void MediaCommands::execute(const tamb::ICommandMessage& command) {
                                         refusal_.empty() ? "nothing is running" : refusal_);
   }
   try {
-    target_->advanceTo(command.GetTime());
+    // What ends a pause takes effect where the run stands; behind a stop, no media is due.
+    if (!stopping_ && !(paused_ && isUrgent(command))) {
+      target_->advanceTo(command.GetTime());
+    }
   } catch (...) {
     // The command processor would only log it, but it is the end of the run.
     failure_ = std::current_exception();
@@ -104,9 +114,6 @@ void MediaCommands::execute(const tamb::ICommandMessage& command) {
     return notifications_.commandFailed(command, target_->position(), error.what());
   }
   notifications_.commandDone(command, target_->position());
-  if (paused_ && command.GetCommandName() == "Pause") {
-    waitWhilePaused();
-  }
 }
 
 void MediaCommands::perform(const tamb::ICommandMessage& command) {
@@ -156,7 +163,7 @@ void MediaCommands::defer(const tamb::ICommandMessage& command) {
 
 void MediaCommands::waitWhilePaused() {
   const auto begin = RunWatch::Clock::now();
-  while (paused_ && !watch_.stopRequested()) {
+  while (paused_ && !failure_ && !watch_.stopRequested()) {
     watch_.beat();
     const auto urgent = std::find_if(deferred_.begin(), deferred_.end(),
                                      [](const Command& command) { return isUrgent(*command); });
@@ -179,6 +186,9 @@ bool MediaCommands::isUrgent(const tamb::ICommandMessage& command) {
   return command.GetCommandName() == "Resume" || command.GetCommandName() == "Stop";
 }
 
-double MediaCommands::dueUntil() const { return paused_ ? std::min(limit_, target_->position()) : limit_; }
+bool MediaCommands::isDue(const tamb::ICommandMessage& command) const {
+  // Whoever refuses waits for nothing.
+  return !refusal_.empty() || dueTime(command) <= (paused_ ? std::min(limit_, target_->position()) : limit_);
+}
 
 }  // namespace qor::engines

@@ -53,14 +53,16 @@ class MediaCommands {
   using Command = std::shared_ptr<const tamb::ICommandMessage>;
 
   void receive(const tamb::ICommandMessage& command);
-  void executeDeferred(double until, const tamb::ICommandMessage* before);
+  /// Those that are due and come before that one; all that are due without one.
+  void executeDeferred(const tamb::ICommandMessage* before);
   void execute(const tamb::ICommandMessage& command);
   void perform(const tamb::ICommandMessage& command);
   void defer(const tamb::ICommandMessage& command);
+  /// Never called while a command is executed: a pause within a pause would not be one.
   void waitWhilePaused();
   /// What ends a pause whatever its time is.
   static bool isUrgent(const tamb::ICommandMessage& command);
-  double dueUntil() const;
+  bool isDue(const tamb::ICommandMessage& command) const;
 
   tamb::ICommandProcessorBackEnd& processor_;
   const StepNotifications& notifications_;

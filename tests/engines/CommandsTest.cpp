@@ -261,19 +261,22 @@ TEST_F(Commands, PauseHoldsTheRunAtItsTimeUntilResumeAndChangesNothing) {
 }
 
 TEST_F(Commands, APauseHoldsBackWhatWasPushedBeforeIt) {
-  make();
-  filterCommand(at(3, 2), "hue", "s", "0");
-  command("Pause", at(1'001, 1'000));
-  filterCommand(at(48'050, 48'000), "volume", "volume", "0");  // In the audio frame of the pause.
-  BackgroundCall running([&] { engine().Run(); });
-  ASSERT_TRUE(heard_->waitFor("CommandDone"));
-  engine().Ping(20'000);
-  EXPECT_THAT(heard_->ofLine("CommandDone"), SizeIs(1));
-  command("Resume", now());
-  running.get();
-  const auto result = readBack(path("out.mkv"));
-  EXPECT_EQ(firstSilent(result.samples), 48'050U);
-  EXPECT_EQ(firstGrey(result.pictures), 38U);
+  for (const auto& resume : {now(), at(100, 1)}) {
+    heard_ = std::make_shared<Notifications>();
+    make();
+    filterCommand(at(3, 2), "hue", "s", "0");
+    command("Pause", at(1'001, 1'000));
+    filterCommand(at(48'050, 48'000), "volume", "volume", "0");  // In the audio frame of the pause.
+    BackgroundCall running([&] { engine().Run(); });
+    ASSERT_TRUE(heard_->waitFor("CommandDone"));
+    engine().Ping(20'000);
+    EXPECT_THAT(heard_->ofLine("CommandDone"), SizeIs(1));
+    command("Resume", resume);
+    running.get();
+    const auto result = readBack(path("out.mkv"));
+    EXPECT_EQ(firstSilent(result.samples), 48'050U);
+    EXPECT_EQ(firstGrey(result.pictures), 38U);
+  }
 }
 
 TEST_F(Commands, AResumeThatIsPushedBeforeThePauseEndsItAtOnce) {
@@ -312,15 +315,21 @@ TEST_F(Commands, ARunThatWaitsAtItsStartCanBeStopped) {
   EXPECT_TRUE(heard_->only("Finished"));
 }
 
-TEST_F(Commands, StopEndsAPausedRun) {
-  make();
-  command("Pause", at(1, 1));
-  BackgroundCall running([&] { engine().Run(); });
-  ASSERT_TRUE(heard_->waitFor("CommandDone"));
-  const auto stop = command("Stop", at(100, 1));
-  running.get();
-  EXPECT_TRUE(isDone(stop));
-  EXPECT_THAT(readBack(path("out.mkv")).samples, SizeIs(48'000));
+TEST_F(Commands, StopEndsAPausedRunWhereItIs) {
+  // At a picture, and within an audio frame.
+  for (const std::int64_t milliseconds : {1'000, 1'001}) {
+    heard_ = std::make_shared<Notifications>();
+    make();
+    command("Pause", at(milliseconds, 1'000));
+    const auto mute = filterCommand(at(48'050, 48'000), "volume", "volume", "0");
+    BackgroundCall running([&] { engine().Run(); });
+    ASSERT_TRUE(heard_->waitFor("CommandDone"));
+    const auto stop = command("Stop", at(100, 1));
+    running.get();
+    EXPECT_TRUE(isDone(stop));
+    EXPECT_FALSE(isDone(mute));
+    EXPECT_THAT(readBack(path("out.mkv")).samples, SizeIs(48 * milliseconds));
+  }
 }
 
 TEST_F(Commands, ASecondPauseIsRefusedWhileTheRunIsPaused) {

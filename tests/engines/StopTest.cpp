@@ -151,14 +151,21 @@ TEST_F(Stop, APipeIsReadToItsEnd) {
 }
 
 TEST_F(Stop, EndsAPausedRun) {
-  make(media({{"input", quoted(sharedClip())}, {"output", quoted(path("out.mkv"))}}));
-  command("Pause", at(1, 1));
-  BackgroundCall running([&] { engine().Run(); });
-  ASSERT_TRUE(heard_->waitFor("CommandDone"));
-  engine().RequestStop();
-  running.get();
-  EXPECT_TRUE(stopped());
-  EXPECT_THAT(readBack(path("out.mkv")).samples, SizeIs(48'000));
+  for (const std::int64_t milliseconds : {1'000, 1'001}) {
+    heard_ = std::make_shared<Notifications>();
+    make(media({{"input", quoted(sharedClip())},
+                {"output", quoted(path("out.mkv"))},
+                {"audioFilter", R"("volume=1")"}}));
+    command("Pause", at(milliseconds, 1'000));
+    const auto waiting = filterCommand(at(48'050, 48'000), "volume", "volume", "0");
+    BackgroundCall running([&] { engine().Run(); });
+    ASSERT_TRUE(heard_->waitFor("CommandDone"));
+    engine().RequestStop();
+    running.get();
+    EXPECT_TRUE(stopped());
+    EXPECT_THAT(readBack(path("out.mkv")).samples, SizeIs(48 * milliseconds));
+    EXPECT_EQ(heard_->answerTo(waiting)->GetNotificationLine(), "CommandFailed");
+  }
 }
 
 TEST_F(Stop, EndsAFilterThatNeverEnds) {
