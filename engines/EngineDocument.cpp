@@ -17,6 +17,10 @@ namespace {
 using Json = nlohmann::json;
 
 constexpr std::size_t longestQuotation = 60;
+/// Objects and arrays in each other. A description needs two; quoting takes stack for each.
+constexpr int deepestNesting = 32;
+
+constexpr std::string_view expectedObject = R"(an object such as {"engine": "media", "input": "FILE"})";
 
 [[noreturn]] void fail(const std::string& text) {
   throw tamb::TAMBRuntimeError("Engine description: " + text);
@@ -43,15 +47,21 @@ std::string listed(const Names& names) {
 }
 
 Json parse(const std::string& text) {
+  const auto limitDepth = [](int depth, Json::parse_event_t event, const Json& /*parsed*/) {
+    if (depth >= deepestNesting &&
+        (event == Json::parse_event_t::object_start || event == Json::parse_event_t::array_start)) {
+      fail(fmt::format("it is nested more than {} deep; expected {}", deepestNesting, expectedObject));
+    }
+    return true;
+  };
   try {
-    return Json::parse(text);
+    return Json::parse(text, limitDepth);
   } catch (const Json::parse_error& error) {
     const std::size_t position = error.byte == 0 ? 0 : std::min(error.byte - 1, text.size());
     fail(fmt::format(
-        "it is not JSON from byte {} on, {}; expected an object such as "
-        R"({{"engine": "media", "input": "FILE"}})",
-        position,
-        position == text.size() ? "where it ends" : quoteText(std::string_view(text).substr(position))));
+        "it is not JSON from byte {} on, {}; expected {}", position,
+        position == text.size() ? "where it ends" : quoteText(std::string_view(text).substr(position)),
+        expectedObject));
   }
 }
 

@@ -130,7 +130,15 @@ TEST(EngineDocument, CutsLongQuotations) {
 }
 
 TEST(EngineDocument, SurvivesDeepNesting) {
-  EXPECT_THAT(complaintAbout(std::string(100'000, '[')), HasSubstr("where it ends"));
+  const std::string open(100'000, '[');
+  const std::string close(100'000, ']');
+  EXPECT_THAT(complaintAbout(open), HasSubstr("nested more than 32 deep"));
+  EXPECT_THAT(complaintAbout(open + close), HasSubstr("nested more than 32 deep"));
+  EXPECT_THAT(complaintAbout(R"({"engine": )" + open + close + "}"), HasSubstr("nested more than 32 deep"));
+  std::string objects;
+  for (int depth = 0; depth < 33; ++depth) objects += R"({"a":)";
+  EXPECT_THAT(complaintAbout(objects), HasSubstr("nested more than 32 deep"));
+  EXPECT_THAT(complaintAbout(std::string(32, '[') + std::string(32, ']')), HasSubstr("it is [[[["));
 }
 
 }  // namespace
