@@ -32,11 +32,17 @@ MediaLane::MediaLane(const AVFrame& first, const StreamDecoder& decoder, AVRatio
   }
 }
 
-void MediaLane::push(FrameHandle frame) {
+bool MediaLane::push(FrameHandle frame, RunWatch& watch) {
   graph_.push(std::move(frame));
+  // A filter that fills gaps makes hours of frames of one.
   while (const auto filtered = graph_.pull()) {
     take(*filtered);
+    watch.beat();
+    if (watch.stopRequested()) {
+      return false;
+    }
   }
+  return true;
 }
 
 void MediaLane::finish(const std::function<bool(double)>& wanted) {

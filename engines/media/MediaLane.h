@@ -3,6 +3,7 @@
 #include <functional>
 #include <string>
 
+#include "engines/RunWatch.h"
 #include "engines/media/FilterGraph.h"
 #include "engines/media/LoudnessMeter.h"
 #include "engines/media/MediaOutput.h"
@@ -18,8 +19,9 @@ class MediaLane {
   MediaLane(const AVFrame& first, const StreamDecoder& decoder, AVRational frameRate,
             const std::string& filters, MediaOutput* output, LoudnessMeter* meter);
 
-  /// Everything that the frame brings about is done on return.
-  void push(FrameHandle frame);
+  /// Everything that the frame brings about is done on return, unless a stop was requested on the way: false
+  /// then.
+  bool push(FrameHandle frame, RunWatch& watch);
 
   /// Takes out what the filters hold back, for as long as `wanted` says so of a frame's time in seconds:
   /// there are filters that never end.

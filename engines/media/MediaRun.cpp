@@ -223,8 +223,10 @@ void MediaRun::showPicture() {
   if (stopping()) {
     return;
   }
-  video_->push(videoDecoder_->take());
   ++result_.videoFrames;
+  if (!video_->push(videoDecoder_->take(), watch_)) {
+    return;
+  }
   const auto rate = input_->guessedFrameRate();
   reach(seconds, seconds + (rate.num > 0 ? av_q2d(av_inv_q(rate)) : 0));
 }
@@ -262,7 +264,9 @@ void MediaRun::advanceSound(std::int64_t end) {
     sound_.reset();
     ++result_.audioFrames;
   }
-  audio_->push(std::move(part));
+  if (!audio_->push(std::move(part), watch_)) {
+    return;
+  }
   const double seconds = static_cast<double>(end) / sampleRate;
   reach(seconds, seconds);
 }

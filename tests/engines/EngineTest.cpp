@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <iterator>
 #include <stdexcept>
 
@@ -65,6 +66,15 @@ EngineTest::~EngineTest() = default;
 std::string EngineTest::path(const std::string& name) const {
   if (!folder_) folder_.emplace();
   return (folder_->path() / name).string();
+}
+
+std::vector<std::string> EngineTest::fileNames() const {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(path(""))) {
+    names.push_back(entry.path().filename().string());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
 }
 
 const std::string& EngineTest::sharedClip() {

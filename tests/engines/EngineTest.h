@@ -50,6 +50,8 @@ class EngineTest : public testing::Test {
 
   /// A name in the test's folder, which is made on the first use: programs that die leave none behind.
   std::string path(const std::string& name) const;
+  /// What is in the test's folder.
+  std::vector<std::string> fileNames() const;
   /// A clip of two seconds that all tests share: testsrc2 at 64x48 and 25/1, a sine of 1 kHz at 48 kHz in
   /// stereo, without loss.
   static const std::string& sharedClip();

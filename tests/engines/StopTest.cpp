@@ -21,6 +21,7 @@ namespace {
 
 using qor::test::BackgroundCall;
 using qor::test::readBack;
+using testing::IsEmpty;
 using testing::SizeIs;
 
 std::string quoted(const std::string& text) { return '"' + text + '"'; }
@@ -109,8 +110,7 @@ TEST_F(Stop, BeforeTheRunEndsItAtItsStart) {
   engine().RequestStop();
   engine().Run();
   EXPECT_TRUE(stopped());
-  EXPECT_FALSE(std::filesystem::exists(path("out.mkv")));
-  EXPECT_FALSE(std::filesystem::exists(path("out.mkv.part")));
+  EXPECT_THAT(fileNames(), IsEmpty());
 }
 
 TEST_F(Stop, EndsAReadThatWaitsForTheFirstByte) {
@@ -124,6 +124,31 @@ TEST_F(Stop, EndsAReadThatWaitsForTheFirstByte) {
   engine().WaitForStop(20'000);
   running.get();
   EXPECT_TRUE(stopped()) << failure();
+}
+
+TEST_F(Stop, EndsAFilterThatFillsALongGap) {
+  qor::examples::writeClip(
+      {.video = "color=size=16x16:rate=25:duration=1,setpts='PTS+if(gte(N,20),7200/TB,0)',format=yuv420p"},
+      path("in.nut"));
+  make(media({{"input", quoted(path("in.nut"))},
+              {"output", quoted(path("out.nut"))},
+              {"videoFilter", R"("fps=25")"}}));
+  BackgroundCall running([&] { engine().Run(); });
+  // More than what comes before the gap.
+  ASSERT_TRUE(eventually([&] {
+    for (const auto& name : fileNames()) {
+      std::error_code gone;
+      const auto size = std::filesystem::file_size(path(name), gone);
+      if (name.ends_with(".part") && !gone && size > 65'536) return true;
+    }
+    return false;
+  }));
+  engine().Ping(20'000);
+  engine().RequestStop();
+  running.get();
+  EXPECT_TRUE(stopped()) << failure();
+  EXPECT_LT(heard_->only("Finished")->GetNotificationObject()->GetDouble("duration"), 2);
+  EXPECT_TRUE(std::filesystem::exists(path("out.nut")));
 }
 
 TEST_F(Stop, EndsAReadThatWaitsForMore) {
