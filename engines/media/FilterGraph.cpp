@@ -12,6 +12,7 @@ extern "C" {
 #include <libavfilter/buffersink.h>
 #include <libavfilter/buffersrc.h>
 #include <libavutil/channel_layout.h>
+#include <libavutil/common.h>
 #include <libavutil/mem.h>
 #include <libavutil/pixdesc.h>
 #include <libavutil/samplefmt.h>
@@ -127,7 +128,7 @@ void FilterGraph::setFrameSize(unsigned int samples) { av_buffersink_set_frame_s
 
 void FilterGraph::push(FrameHandle frame) {
   requireSameKind(*frame);
-  end_ = frame->pts + (isVideo(*frame) ? frameDuration_ : frame->nb_samples);
+  end_ = av_sat_add64(frame->pts, isVideo(*frame) ? frameDuration_ : frame->nb_samples);
   // Without this flag, the frame would wait in front of the filters, where a command would overtake it.
   ffmpegCall([&] { return av_buffersrc_add_frame_flags(source_, frame.get(), AV_BUFFERSRC_FLAG_PUSH); },
              [this] { return quotedFilters() + " failed"; });

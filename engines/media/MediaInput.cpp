@@ -63,6 +63,12 @@ void MediaInput::select(AVStream& stream) {
   queues_[stream.index];
 }
 
+void MediaInput::deselect(AVStream& stream) {
+  stream.discard = AVDISCARD_ALL;
+  queues_.erase(stream.index);
+  ++progress_;
+}
+
 AVRational MediaInput::guessedFrameRate() const {
   return av_guess_frame_rate(context_.get(), video_, nullptr);
 }
@@ -93,6 +99,7 @@ MediaInput::Outcome MediaInput::nextPacket(const AVStream& stream, PacketHandle&
   packet = std::move(queue.packets.front());
   queue.packets.pop_front();
   queue.bytes -= static_cast<std::size_t>(packet->size);
+  ++progress_;
   return Outcome::Packet;
 }
 

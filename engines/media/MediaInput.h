@@ -34,6 +34,8 @@ class MediaInput {
 
   /// Only packets of streams that were selected are handed out. All of them before the first packet.
   void select(AVStream& stream);
+  /// Nobody takes the packets of that stream any more: they are not to keep the other one waiting.
+  void deselect(AVStream& stream);
 
   enum class Outcome {
     Packet,
@@ -42,6 +44,9 @@ class MediaInput {
     OthersFirst,
   };
   Outcome nextPacket(const AVStream& stream, PacketHandle& packet);
+  /// Grows with each packet that is handed out and each stream that is deselected: as long as it stays the
+  /// same, nobody gets on.
+  std::uint64_t progress() const { return progress_; }
 
  private:
   struct Queue {
@@ -60,6 +65,7 @@ class MediaInput {
   AVStream* video_ = nullptr;
   AVStream* audio_ = nullptr;
   std::map<int, Queue> queues_;  ///< by stream index
+  std::uint64_t progress_ = 0;
   bool ended_ = false;
 };
 

@@ -158,6 +158,7 @@ void MediaRun::requireEmpty(const StreamDecoder& decoder) const {
 }
 
 void MediaRun::process() {
+  std::optional<std::uint64_t> waitedAt;
   while (!stopping()) {
     watch_.beat();
     const bool hasPicture = video_ && videoDecoder_->peek() != nullptr;
@@ -166,7 +167,14 @@ void MediaRun::process() {
       if ((!video_ || videoDecoder_->ended()) && (!audio_ || audioDecoder_->ended())) {
         return;
       }
-      continue;  // Each has asked to take the other's packets first, and has done so by now.
+      // Each has asked to take the other's packets first, and has done so by now.
+      if (waitedAt == input_->progress()) {
+        throw TAMBRuntimeError(
+            fmt::format("Cannot go on with {:?} at {:.3f} s: each of its streams waits for the other",
+                        document_.input, position()));
+      }
+      waitedAt = input_->progress();
+      continue;
     }
     if (!hasSound) {
       showPicture();

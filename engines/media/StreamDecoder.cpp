@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <utility>
 
 #include "engines/media/FfmpegCalls.h"
@@ -23,6 +22,8 @@ namespace {
 constexpr std::int64_t audioToleranceMilliseconds = 50;
 /// Beyond it, a time stamp is taken for damage.
 constexpr double longestGapSeconds = 24 * 3600;
+/// Ten years.
+constexpr double longestMediaSeconds = 3650 * longestGapSeconds;
 
 std::string layoutText(const AVChannelLayout& layout) {
   std::array<char, 128> text{};
@@ -82,7 +83,8 @@ Moment StreamDecoder::time() const {
     const auto frameDuration = av_inv_q(frameRate_);
     const auto number = av_rescale_q(frame_->pts, timeBase_, frameDuration);
     // Containers round: a frame that is as near to its place as they can tell, is there.
-    if (std::abs(av_rescale_q(number, frameDuration, timeBase_) - frame_->pts) <= 1) {
+    const auto distance = av_sat_sub64(av_rescale_q(number, frameDuration, timeBase_), frame_->pts);
+    if (distance >= -1 && distance <= 1) {
       return {number, frameDuration};
     }
   }
@@ -107,7 +109,9 @@ bool StreamDecoder::decode() {
       return true;
     }
     if (result == AVERROR_EOF) {
+      // It may do so before its packets have come to an end.
       ended_ = true;
+      input_.deselect(stream_);
       return false;
     }
     if (result != AVERROR(EAGAIN)) {
@@ -123,11 +127,14 @@ bool StreamDecoder::decode() {
 
 void StreamDecoder::feed() {
   PacketHandle packet;
-  const auto outcome = input_.nextPacket(stream_, packet);
-  if (outcome == MediaInput::Outcome::OthersFirst) {
-    starved_ = true;
-    return;
-  }
+  do {
+    packet.reset();
+    if (input_.nextPacket(stream_, packet) == MediaInput::Outcome::OthersFirst) {
+      starved_ = true;
+      return;
+    }
+    // An empty packet, which some containers hold, would be taken for the end.
+  } while (packet && packet->size == 0);
   // Without a packet it is told that there are no more.
   const int result = avcodec_send_packet(codec_.get(), packet.get());
   if (result < 0 && result != AVERROR_EOF) {
@@ -152,13 +159,19 @@ void StreamDecoder::stamp() {
   } else {
     stampAudio(time);
   }
+  // Hence whoever counts on from here, in samples or in units of the stream, is far from an overflow.
+  const double seconds = static_cast<double>(frame_->pts) * av_q2d(timeBase_);
+  if (seconds > longestMediaSeconds) {
+    throw tamb::TAMBRuntimeError(fmt::format("Cannot decode stream {} of {:?}: its time has come to {:.3f} s",
+                                             stream_.index, input_.location(), seconds));
+  }
 }
 
 void StreamDecoder::stampVideo(std::int64_t time) {
   frame_->pts = time == AV_NOPTS_VALUE ? next_ : time;
   const auto rateIsKnown = frameRate_.num > 0 && frameRate_.den > 0;
   const auto usual = rateIsKnown ? av_rescale_q(1, av_inv_q(frameRate_), timeBase_) : 1;
-  next_ = frame_->pts + std::max<std::int64_t>(usual, 1);
+  next_ = av_sat_add64(frame_->pts, std::max<std::int64_t>(usual, 1));
 }
 
 // Audio counts samples: its time base becomes the sample duration with the first frame.
@@ -179,11 +192,11 @@ void StreamDecoder::stampAudio(std::int64_t time) {
     const auto given = av_rescale_q(time, stream_.time_base, sample);
     const auto tolerance = frame_->sample_rate * audioToleranceMilliseconds / 1000;
     // Audio never steps back: what overlaps is put behind.
-    if (given - next_ > tolerance || next_ == 0) {
+    if (av_sat_sub64(given, next_) > tolerance || next_ == 0) {
       frame_->pts = std::max(given, next_);
     }
   }
-  next_ = frame_->pts + frame_->nb_samples;
+  next_ = av_sat_add64(frame_->pts, frame_->nb_samples);
 }
 
 void StreamDecoder::fail(int error) const {

@@ -11,6 +11,7 @@
 
 extern "C" {
 #include <libavutil/channel_layout.h>
+#include <libavutil/common.h>
 }
 
 namespace qor::engines {
@@ -101,7 +102,7 @@ void StreamEncoder::encode(AVFrame& frame, AVRational timeBase) {
     }
     time = next_;
   }
-  next_ = time + (video ? 1 : frame.nb_samples);
+  next_ = av_sat_add64(time, video ? 1 : frame.nb_samples);  // Filters may set any time.
   frame.pts = time;
   frame.pict_type = AV_PICTURE_TYPE_NONE;  // What it was in the input is nothing to the encoder.
   send(&frame);
