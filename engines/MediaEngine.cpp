@@ -9,6 +9,7 @@
 #include "engines/media/MediaCommands.h"
 #include "engines/media/MediaReports.h"
 #include "engines/media/MediaRun.h"
+#include "engines/media/StoppedEarly.h"
 #include "runtime/tamb/CurrentException.h"
 #include "tamb/TAMBRuntimeError.h"
 

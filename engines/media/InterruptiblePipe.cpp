@@ -7,32 +7,36 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <system_error>
 
+#include "engines/media/FilePath.h"
+#include "engines/media/StoppedEarly.h"
 #include "tamb/TAMBRuntimeError.h"
 
 namespace qor::engines {
 
 namespace {
 
-constexpr int pollMilliseconds = 20;
+constexpr std::chrono::milliseconds lookInterval{20};
+
+[[noreturn]] void fail(const std::string& path) {
+  throw tamb::TAMBRuntimeError(
+      fmt::format("Cannot open {:?}: {}", path, std::generic_category().message(errno)));
+}
 
 }  // namespace
 
-InterruptiblePipe::InterruptiblePipe(const std::string& location, RunWatch& watch) {
+InterruptiblePipe::InterruptiblePipe(const std::string& location, Direction direction, RunWatch& watch) {
+  const auto path = filePath(location);
   struct stat status {};
-  if (::stat(location.c_str(), &status) != 0 || !S_ISFIFO(status.st_mode)) {
+  if (path.empty() || ::stat(path.c_str(), &status) != 0 || !S_ISFIFO(status.st_mode)) {
     return;
   }
-  descriptor_ = ::open(location.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-  if (descriptor_ < 0) {
-    throw tamb::TAMBRuntimeError(
-        fmt::format("Cannot open {:?}: {}", location, std::generic_category().message(errno)));
-  }
-  // Until there is a writer, reading would find an end.
-  pollfd readable{descriptor_, POLLIN, 0};
-  while (!watch.stopRequested() && ::poll(&readable, 1, pollMilliseconds) == 0) {
-    watch.beat();
+  if (direction == Direction::Read) {
+    openToRead(path, watch);
+  } else {
+    openToWrite(path, watch);
   }
 }
 
@@ -43,5 +47,38 @@ InterruptiblePipe::~InterruptiblePipe() {
 }
 
 std::string InterruptiblePipe::url() const { return fmt::format("pipe:{}", descriptor_); }
+
+void InterruptiblePipe::openToRead(const std::string& path, RunWatch& watch) {
+  descriptor_ = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (descriptor_ < 0) {
+    fail(path);
+  }
+  // Until there is a writer, reading would find an end.
+  pollfd readable{descriptor_, POLLIN, 0};
+  while (!watch.stopRequested() && ::poll(&readable, 1, static_cast<int>(lookInterval.count())) == 0) {
+    watch.beat();
+  }
+}
+
+void InterruptiblePipe::openToWrite(const std::string& path, RunWatch& watch) {
+  // There is nothing to wait on for a reader: its coming is only seen by trying again.
+  while ((descriptor_ = ::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)) < 0) {
+    if (errno != ENXIO) {
+      fail(path);
+    }
+    if (watch.stopRequested()) {
+      throw StoppedEarly();
+    }
+    watch.beat();
+    watch.sleepUntil(RunWatch::Clock::now() + lookInterval);
+  }
+  // What is written to a slow reader is to wait for it, as it is to be complete.
+  if (::fcntl(descriptor_, F_SETFL, 0) != 0) {
+    const int error = errno;
+    ::close(descriptor_);
+    errno = error;
+    fail(path);
+  }
+}
 
 }  // namespace qor::engines

@@ -6,12 +6,20 @@
 
 namespace qor::engines {
 
-/// A named pipe as FFmpeg can read it without being stuck in it: opened without blocking, which has FFmpeg
-/// look at its interrupt callback while no data comes. Locations that are no pipes are left alone.
+/// A named pipe as FFmpeg can use it without being stuck in its opening. Locations that are no pipes are left
+/// alone.
 class InterruptiblePipe {
  public:
-  /// Of a pipe, waits until somebody writes or a stop is requested.
-  InterruptiblePipe(const std::string& location, RunWatch& watch);
+  enum class Direction {
+    /// Waits until somebody writes. Reading does not block, which has FFmpeg look at its interrupt callback
+    /// while no data comes.
+    Read,
+    /// Waits until somebody reads. Writing blocks.
+    Write,
+  };
+
+  /// Waits no longer when a stop is requested; a pipe that is to be written throws StoppedEarly then.
+  InterruptiblePipe(const std::string& location, Direction direction, RunWatch& watch);
   ~InterruptiblePipe();
   InterruptiblePipe(const InterruptiblePipe&) = delete;
   InterruptiblePipe& operator=(const InterruptiblePipe&) = delete;
@@ -21,6 +29,9 @@ class InterruptiblePipe {
   std::string url() const;
 
  private:
+  void openToRead(const std::string& path, RunWatch& watch);
+  void openToWrite(const std::string& path, RunWatch& watch);
+
   int descriptor_ = -1;
 };
 

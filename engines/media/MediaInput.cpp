@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "engines/media/FfmpegCalls.h"
+#include "engines/media/StoppedEarly.h"
 #include "tamb/TAMBRuntimeError.h"
 
 namespace qor::engines {
@@ -25,7 +26,7 @@ int stopRequested(void* watch) {
 }  // namespace
 
 MediaInput::MediaInput(const std::string& location, RunWatch& watch)
-    : location_(location), watch_(watch), pipe_(location, watch) {
+    : location_(location), watch_(watch), pipe_(location, InterruptiblePipe::Direction::Read, watch) {
   auto* context = avformat_alloc_context();
   if (context == nullptr) {
     throw std::bad_alloc();

@@ -12,9 +12,6 @@
 
 namespace qor::engines {
 
-/// Thrown when a stop was requested before there was anything to stop.
-struct StoppedEarly {};
-
 /// Opens a file or an URL and hands out the packets of its best video and its best audio stream, of each in
 /// the order in which they are to be decoded. A stop request ends reads that are under way.
 class MediaInput {

@@ -11,18 +11,16 @@ extern "C" {
 
 namespace qor::engines {
 
-MediaOutput::MediaOutput(const std::string& location, const MediaSettings& settings)
+MediaOutput::MediaOutput(const std::string& location, const MediaSettings& settings, RunWatch& watch)
     : location_(location),
+      watch_(watch),
       file_(location),
       container_(chooseContainer(location, settings)),
       video_(chooseEncoder(AVMEDIA_TYPE_VIDEO, container_, settings)),
       audio_(chooseEncoder(AVMEDIA_TYPE_AUDIO, container_, settings)) {
   AVFormatContext* context = nullptr;
   ffmpegCall(
-      [&] {
-        return avformat_alloc_output_context2(&context, &container_, nullptr,
-                                              file_.writtenLocation().c_str());
-      },
+      [&] { return avformat_alloc_output_context2(&context, &container_, nullptr, location_.c_str()); },
       [this] { return failed(); });
   context_.reset(context);
   context_->flags |= AVFMT_FLAG_BITEXACT;
@@ -56,8 +54,9 @@ StreamEncoder& MediaOutput::addStream(AVMediaType type, const AVFrame& first, co
 void MediaOutput::start(const AVDictionary* metadata) {
   const auto text = [this] { return failed(); };
   ffmpegCall([&] { return av_dict_copy(&context_->metadata, metadata, 0); }, text);
-  ffmpegCall([&] { return avio_open(&context_->pb, file_.writtenLocation().c_str(), AVIO_FLAG_WRITE); },
-             text);
+  pipe_.emplace(location_, InterruptiblePipe::Direction::Write, watch_);
+  const auto url = pipe_->isPipe() ? pipe_->url() : file_.create();
+  ffmpegCall([&] { return avio_open(&context_->pb, url.c_str(), AVIO_FLAG_WRITE); }, text);
   ffmpegCall([&] { return avformat_write_header(context_.get(), nullptr); }, text);
 }
 

@@ -1,11 +1,14 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "engines/EngineDocument.h"
+#include "engines/RunWatch.h"
 #include "engines/media/FfmpegHandles.h"
+#include "engines/media/InterruptiblePipe.h"
 #include "engines/media/OutputFile.h"
 #include "engines/media/StreamEncoder.h"
 
@@ -16,7 +19,7 @@ namespace qor::engines {
 class MediaOutput {
  public:
   /// Nothing is opened before start().
-  MediaOutput(const std::string& location, const MediaSettings& settings);
+  MediaOutput(const std::string& location, const MediaSettings& settings, RunWatch& watch);
   /// What has not been finished is removed.
   ~MediaOutput();
   MediaOutput(const MediaOutput&) = delete;
@@ -27,6 +30,7 @@ class MediaOutput {
 
   /// Adds a stream for frames like the first. All of them before start().
   StreamEncoder& addStream(AVMediaType type, const AVFrame& first, const FilteredFormat& format);
+  /// Throws StoppedEarly when a stop is requested while nobody reads a named pipe.
   void start(const AVDictionary* metadata);
   /// Flushes the encoders and completes the file.
   void finish();
@@ -43,7 +47,9 @@ class MediaOutput {
   std::string failed() const;
 
   const std::string location_;
+  RunWatch& watch_;
   OutputFile file_;
+  std::optional<InterruptiblePipe> pipe_;
   const AVOutputFormat& container_;
   const AVCodec* const video_;
   const AVCodec* const audio_;

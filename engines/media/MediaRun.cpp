@@ -10,7 +10,9 @@
 #include <utility>
 
 #include "engines/media/AudioCut.h"
+#include "engines/media/FilePath.h"
 #include "engines/media/Moment.h"
+#include "engines/media/StoppedEarly.h"
 #include "runtime/tamb/WriteLogRecord.h"
 #include "tamb/TAMBRuntimeError.h"
 
@@ -51,7 +53,7 @@ MediaResult MediaRun::run() {
   input_.emplace(document_.input, watch_);
   requireStreams();
   if (!document_.output.empty()) {
-    output_.emplace(document_.output, document_.settings);
+    output_.emplace(document_.output, document_.settings, watch_);
   }
   openDecoders();
   openLanes();
@@ -76,7 +78,7 @@ MediaResult MediaRun::run() {
 
 void MediaRun::requireOtherFile() const {
   std::error_code ignored;
-  if (!document_.output.empty() && std::filesystem::equivalent(document_.input, document_.output, ignored)) {
+  if (std::filesystem::equivalent(filePath(document_.input), filePath(document_.output), ignored)) {
     throw TAMBRuntimeError(fmt::format("Input and output are the same file: {:?}", document_.input));
   }
 }

@@ -34,7 +34,7 @@ class MediaRun final : public MediaCommandTarget {
   MediaRun& operator=(const MediaRun&) = delete;
 
   /// Returns when the output is complete. Throws TAMBRuntimeError when something fails, and StoppedEarly
-  /// when a stop was requested before the input was open.
+  /// when a stop was requested before input and output were open.
   MediaResult run();
 
   void advanceTo(const tamb::MediaTime& time) override;

@@ -5,9 +5,10 @@
 
 namespace qor::engines {
 
-/// Where an output is written. A file is written under its name with ".part" behind, and gets its own name
-/// when it is complete: whoever finds it can use it, and a run that fails takes nothing away that was there.
-/// What is no file, a device or an URL, is written as it is.
+/// Where an output is written. A file is written beside its place, under a name of its own as in
+/// "NAME.k3x9qa.part", and gets its name when it is complete: whoever finds it can use it, a run that fails
+/// takes nothing away that was there, and two runs with one output do not write into each other. What is no
+/// file, a device or an URL, is written as it is.
 class OutputFile {
  public:
   explicit OutputFile(const std::string& location);
@@ -16,16 +17,15 @@ class OutputFile {
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 
-  /// What to open.
-  const std::string& writtenLocation() const { return written_; }
+  /// Makes the file, and returns what to open; throws TAMBRuntimeError when that fails.
+  const std::string& create();
   /// Gives the file its own name; throws TAMBRuntimeError when that fails. To be closed by then.
   void complete();
 
  private:
   const std::string location_;
   std::filesystem::path final_;  ///< empty for what is no file
-  std::string written_;
-  bool completed_ = false;
+  std::string written_;          ///< empty as long as there is nothing to remove
 };
 
 }  // namespace qor::engines

@@ -115,15 +115,44 @@ TEST_F(Stop, BeforeTheRunEndsItAtItsStart) {
 
 TEST_F(Stop, EndsAReadThatWaitsForTheFirstByte) {
   const Pipe pipe(path("in.fifo"));
-  make(media({{"input", quoted(path("in.fifo"))}, {"output", quoted(path("out.mkv"))}}));
+  for (const std::string scheme : {"", "file:"}) {
+    heard_ = std::make_shared<Notifications>();
+    make(media({{"input", quoted(scheme + path("in.fifo"))}, {"output", quoted(path("out.mkv"))}}));
+    BackgroundCall running([&] { engine().Run(); });
+    ASSERT_TRUE(eventually([&] { return engine().GetStatus() == tamb::EngineStatus::Running; }));
+    EXPECT_THROW(engine().WaitForStop(1), tamb::TAMBRuntimeError);
+    engine().Ping(20'000);
+    engine().RequestStop();
+    engine().WaitForStop(20'000);
+    running.get();
+    EXPECT_TRUE(stopped()) << failure();
+  }
+}
+
+TEST_F(Stop, EndsTheWaitForAReader) {
+  ASSERT_EQ(::mkfifo(path("out.fifo").c_str(), 0600), 0);
+  make(media({{"input", quoted(sharedClip())},
+              {"output", quoted(path("out.fifo"))},
+              {"settings", R"({"container": "nut"})"}}));
   BackgroundCall running([&] { engine().Run(); });
-  ASSERT_TRUE(eventually([&] { return engine().GetStatus() == tamb::EngineStatus::Running; }));
-  EXPECT_THROW(engine().WaitForStop(1), tamb::TAMBRuntimeError);
+  ASSERT_TRUE(running.waitUntilBlocked());
   engine().Ping(20'000);
   engine().RequestStop();
-  engine().WaitForStop(20'000);
   running.get();
   EXPECT_TRUE(stopped()) << failure();
+}
+
+TEST_F(Stop, APipeIsWrittenToItsEndForAReaderThatComesLate) {
+  ASSERT_EQ(::mkfifo(path("out.fifo").c_str(), 0600), 0);
+  make(media({{"input", quoted(sharedClip())},
+              {"output", quoted(path("out.fifo"))},
+              {"settings", R"({"container": "nut"})"}}));
+  BackgroundCall running([&] { engine().Run(); });
+  ASSERT_TRUE(running.waitUntilBlocked());
+  std::ofstream(path("read.nut"), std::ios::binary) << qor::test::fileBytes(path("out.fifo"));
+  running.get();
+  EXPECT_TRUE(heard_->only("Finished")) << failure();
+  EXPECT_THAT(readBack(path("read.nut")).pictures, SizeIs(50));
 }
 
 TEST_F(Stop, EndsAFilterThatFillsALongGap) {

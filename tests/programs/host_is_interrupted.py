@@ -36,7 +36,7 @@ class Interruption(ProgramsTest):
                 again = self.host("--input", self.folder / "out.mkv")
                 self.expect_exit(again, 0)
                 self.assertGreater(again.notifications()[-1]["values"]["videoFrames"], 0)
-                self.assertEqual(list(self.folder.glob("out.mkv.part")), [])
+                self.assertEqual(list(self.folder.glob("out.mkv.*")), [])
 
     def test_of_a_run_in_the_same_process_completes_what_was_done(self):
         host = self.host("--input", clip(), "--real-time", "--local")

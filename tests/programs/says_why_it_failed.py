@@ -40,6 +40,16 @@ class FailedRun(ProgramsTest):
         self.expect_exit(host, 1)
         self.assertEqual(list(self.folder.glob("out.mkv*")), [])
 
+    def test_in_the_middle_leaves_nothing_of_its_output(self):
+        # The picture's size depends on the time: the output is open when it changes.
+        filter = "scale=w='if(gt(n,100),32,64)':h=48:eval=frame"
+        for place in ([], ["--local"]):
+            host = self.host("--input", clip(), "--output", self.folder / "out.mkv", "--video-filter", filter, *place)
+            self.expect_exit(host, 1)
+            self.assertIn("Progress", host.lines())
+            self.assertEqual(host.lines()[-1], "Failed")
+            self.assertEqual(list(self.folder.glob("out.mkv*")), [])
+
     def test_is_none_where_the_media_ends_too_early(self):
         output = self.folder / "out.mkv"
         half = self.file("half.mkv", clip().read_bytes()[:clip().stat().st_size // 2])

@@ -1,0 +1,106 @@
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "engines/media/OutputFile.h"
+#include "tamb/TAMBRuntimeError.h"
+#include "tests/engines/EngineTest.h"
+
+namespace qor::engines::test {
+namespace {
+
+using qor::test::fileBytes;
+using qor::test::readBack;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::IsEmpty;
+using testing::Ne;
+using testing::SizeIs;
+using testing::StartsWith;
+
+std::string quoted(const std::string& text) { return '"' + text + '"'; }
+
+/// Under what name an output is written, and what becomes of the files beside it.
+class OutputFileTest : public EngineTest {
+ protected:
+  static void write(const std::string& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+  }
+};
+
+TEST_F(OutputFileTest, HasANameOfItsOwnUntilItIsComplete) {
+  OutputFile one(path("out.mkv"));
+  OutputFile other(path("out.mkv"));
+  EXPECT_THAT(fileNames(), IsEmpty());
+  write(one.create(), "one");
+  write(other.create(), "other");
+  EXPECT_THAT(fileNames(), ElementsAre(AllOf(StartsWith("out.mkv."), EndsWith(".part")),
+                                       AllOf(StartsWith("out.mkv."), EndsWith(".part"))));
+  one.complete();
+  EXPECT_EQ(fileBytes(path("out.mkv")), "one");
+  other.complete();
+  EXPECT_EQ(fileBytes(path("out.mkv")), "other");
+  EXPECT_THAT(fileNames(), ElementsAre("out.mkv"));
+}
+
+TEST_F(OutputFileTest, IsRemovedUnlessItIsComplete) {
+  write(path("out.mkv"), "before");
+  { write(OutputFile(path("out.mkv")).create(), "half"); }
+  EXPECT_THAT(fileNames(), ElementsAre("out.mkv"));
+  EXPECT_EQ(fileBytes(path("out.mkv")), "before");
+}
+
+TEST_F(OutputFileTest, HasTheRightsThatNewFilesHave) {
+  OutputFile file(path("out.mkv"));
+  file.create();
+  file.complete();
+  write(path("usual"), "");
+  EXPECT_EQ(std::filesystem::status(path("out.mkv")).permissions(),
+            std::filesystem::status(path("usual")).permissions());
+}
+
+TEST_F(OutputFileTest, MayHaveTheLongestName) {
+  const auto name = std::string(251, 'n') + ".mkv";
+  OutputFile file(path(name));
+  file.create();
+  file.complete();
+  EXPECT_THAT(fileNames(), ElementsAre(name));
+}
+
+TEST_F(OutputFileTest, TellsWhyItCannotBeMade) {
+  EXPECT_THROW(OutputFile(path("nowhere/out.mkv")).create(), tamb::TAMBRuntimeError);
+}
+
+TEST_F(OutputFileTest, LeavesAFileAloneThatOnlyLooksUnfinished) {
+  write(path("out.mkv.part"), "valuable");
+  run(media({{"input", quoted(sharedClip())}, {"output", quoted(path("out.mkv"))}}));
+  EXPECT_TRUE(heard_->only("Finished")) << failure();
+  EXPECT_EQ(fileBytes(path("out.mkv.part")), "valuable");
+  run(media({{"input", quoted(sharedClip())},
+             {"output", quoted(path("out.mkv"))},
+             {"videoFilter", R"("scale=w='if(gt(n,20),32,64)':h=48:eval=frame")"}}));
+  EXPECT_TRUE(heard_->only("Failed"));
+  EXPECT_EQ(fileBytes(path("out.mkv.part")), "valuable");
+  EXPECT_THAT(fileNames(), ElementsAre("out.mkv", "out.mkv.part"));
+}
+
+TEST_F(OutputFileTest, IsReadFromAFileThatOnlyLooksUnfinished) {
+  std::filesystem::copy_file(sharedClip(), path("out.mkv.part"));
+  run(media({{"input", quoted(path("out.mkv.part"))}, {"output", quoted(path("out.mkv"))}}));
+  EXPECT_TRUE(heard_->only("Finished")) << failure();
+  EXPECT_EQ(fileBytes(path("out.mkv.part")), fileBytes(sharedClip()));
+  EXPECT_THAT(readBack(path("out.mkv")).pictures, SizeIs(50));
+}
+
+TEST_F(OutputFileTest, MayBeNamedByItsScheme) {
+  run(media({{"input", quoted("file:" + sharedClip())}, {"output", quoted("file:" + path("a:b.mkv"))}}));
+  EXPECT_TRUE(heard_->only("Finished")) << failure();
+  EXPECT_THAT(fileNames(), ElementsAre("a:b.mkv"));
+}
+
+}  // namespace
+}  // namespace qor::engines::test
