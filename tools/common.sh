@@ -46,9 +46,10 @@ build() {
   step "build $1" cmake --build --preset "$1"
 }
 
-# run_tests PRESET CTEST-ARGUMENT...: shown as they run, and closed by ctest's own summary.
+# run_tests PRESET CTEST-ARGUMENT...: shown as they run, and closed by ctest's own summary. More than one for each
+# processor: most of them wait for processes and peers.
 run_tests() {
   local preset=$1
   shift
-  ctest --preset "$preset" -j "$(nproc)" "$@" || fail "tests of the preset \"$preset\" failed"
+  ctest --preset "$preset" -j "$((2 * $(nproc)))" "$@" || fail "tests of the preset \"$preset\" failed"
 }

@@ -1,5 +1,7 @@
 #include "programs/support/CommandLine.h"
 
+#include <sys/resource.h>
+
 #include <csignal>
 
 namespace qor::programs {
@@ -13,6 +15,10 @@ std::optional<int> parseCommandLine(CLI::App& app, int argumentCount, char** arg
   }
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGCHLD, SIG_DFL);
+  rlimit descriptors{};
+  ::getrlimit(RLIMIT_NOFILE, &descriptors);
+  descriptors.rlim_cur = descriptors.rlim_max;
+  ::setrlimit(RLIMIT_NOFILE, &descriptors);
   return std::nullopt;
 }
 

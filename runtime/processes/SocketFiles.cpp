@@ -59,7 +59,8 @@ PrivateDirectory::PrivateDirectory() {
 
 PrivateDirectory::~PrivateDirectory() {
   std::error_code ignored;
-  if (isOurs_) fs::remove_all(path_, ignored);
+  // Looking into it takes a descriptor, removing it empty does not.
+  if (isOurs_ && !fs::remove(path_, ignored)) fs::remove_all(path_, ignored);
 }
 
 }  // namespace qor::processes

@@ -1,13 +1,17 @@
 #include "runtime/sockets/Context.h"
 
+#include <sys/eventfd.h>
 #include <unistd.h>
 #include <zmq.h>
 
+#include <array>
 #include <cerrno>
+#include <cstddef>
 #include <mutex>
 #include <utility>
 
 #include "qor/socket/Socket.h"
+#include "runtime/messaging/FileDescriptor.h"
 #include "runtime/sockets/ZmqHandles.h"
 
 namespace qor::socket {
@@ -16,6 +20,19 @@ namespace {
 
 /// A few per remote engine, for more engines than a machine runs; each costs a pointer.
 constexpr int maximumSockets = 8'192;
+
+/// What the threads of a context and its first socket open: two each, and one to end them all.
+constexpr std::size_t firstDescriptors = 8;
+
+/// Throws std::runtime_error when this process may not open so many: libzmq ends a process whose context's
+/// threads find none.
+void requireDescriptors() {
+  std::array<FileDescriptor, firstDescriptors> room;
+  for (FileDescriptor& descriptor : room) {
+    descriptor = FileDescriptor(::eventfd(0, EFD_CLOEXEC));
+    if (!descriptor) throwZmqError("libzmq", "cannot make a messaging context");
+  }
+}
 
 struct Current {
   ~Current() {
@@ -39,6 +56,9 @@ Current& current() {
 Context::Context() : context_(::zmq_ctx_new()) {
   if (!context_) throwZmqError("libzmq", "cannot make a messaging context");
   ::zmq_ctx_set(context_.get(), ZMQ_MAX_SOCKETS, maximumSockets);
+  requireDescriptors();
+  // The first socket starts the context's threads: now that there is room for them.
+  const ZmqSocket starter(context_.get(), ZMQ_PAIR, "libzmq");
 }
 
 void Context::Terminate::operator()(void* context) const {

@@ -1,0 +1,239 @@
+"""The ways between host and engine are cut, are slow, or carry what nobody of ours has sent."""
+
+import os
+import random
+import re
+import socket
+import time
+
+from fault_support import (BEFORE, DESTRUCTION, IDLE, PINGING, RUNNING, STOPPING, WIRING, FaultTest, Table, main)
+from programs_support import PATIENCE, wait_until
+from relay import RelayedService
+
+AT_ONCE = 5
+CUT_SECONDS = 5
+
+
+class RelayedTest(FaultTest):
+    """A host whose engine is reached on ways that the test has in its hand."""
+
+    def reach(self, stage):
+        self.stage = stage
+        self.relayed = RelayedService(self.folder, lambda *arguments: self.start("TAMB_ENGINE", *arguments))
+        self.addCleanup(self.relayed.close)
+        self.host = self.staged_host()
+        return self.lead(self.host, self.relayed.endpoint, stage)
+
+    def answered(self):
+        """The commands that were answered, in the order of the answers."""
+        return [int(number) for number in re.findall("^notification CommandDone (\\d+) ", self.host.output(), re.MULTILINE)]
+
+    def conclude(self, said=""):
+        Table.add(self.fault, self.stage, self.told, self.gone, said)
+
+
+class Cut(RelayedTest):
+    fault = "connection: cut, restored after 5 s"
+
+    def cut(self):
+        self.relayed.cut()
+        self.struck = time.monotonic()
+
+    def wait_and_restore(self):
+        # The fault lasts that long.
+        time.sleep(CUT_SECONDS)
+        self.relayed.restore()
+
+    def expect_whole_rest(self, pushed):
+        self.host.call("push 100 Hello")
+        wait_until(lambda: len(self.answered()) == pushed + 100, lambda: f"answered: {self.answered()}")
+        self.assertEqual(self.answered(), list(range(1, pushed + 101)))
+        self.told = self.since_fault()
+        self.host.call("stop", 20)
+        self.assertEqual(self.host.wait_for_end_of("run")[1], "returned")
+        self.expect_destroyed()
+        self.expect_engines_gone(CUT_SECONDS + 20)
+
+    def test_idle(self):
+        self.reach(IDLE)
+        self.cut()
+        self.host.call("push 100 Hello")
+        self.wait_and_restore()
+        self.host.begin("run")
+        self.expect_whole_rest(100)
+        self.conclude("heartbeats that fail are logged; commands wait and arrive")
+
+    def test_running(self):
+        self.reach(RUNNING)
+        self.host.call("push 100 Hello")
+        wait_until(lambda: len(self.answered()) == 100, "not all commands are answered")
+        self.cut()
+        self.host.call("push 100 Hello")
+        self.wait_and_restore()
+        self.assertFalse(re.search("^run ", self.host.output(), re.MULTILINE))
+        self.expect_whole_rest(200)
+        self.conclude("Run goes on; what was pushed meanwhile arrives, in order")
+
+    def test_ping_pending(self):
+        call = self.reach(PINGING)
+        self.cut()
+        self.expect_told(call, AT_ONCE)
+        self.host.wait_for_errors("Failed sending ping to remote engine on:")
+        self.wait_and_restore()
+        self.host.call("stop", 20)
+        self.assertEqual(self.host.wait_for_end_of("run")[1], "returned")
+        self.expect_destroyed()
+        self.expect_engines_gone(CUT_SECONDS + 20)
+        self.conclude("Ping logs and returns; Run goes on")
+
+    def test_stopping(self):
+        call = self.reach(STOPPING)
+        self.cut()
+        self.wait_and_restore()
+        # The engine ignores its stop, and is killed for it meanwhile.
+        self.expect_told(call, 20)
+        self.host.wait_for("^notification EngineDied 0 .*did not stop within 5 s")
+        self.expect_destroyed()
+        self.expect_engines_gone(20)
+        self.conclude("WaitForStop and Run return once the status is back")
+
+    def test_destruction(self):
+        self.reach(IDLE)
+        self.stage = DESTRUCTION
+        self.cut()
+        self.host.begin("destroy")
+        self.expect_told("destroy", AT_ONCE)
+        self.wait_and_restore()
+        self.expect_destroyed()
+        self.expect_engines_gone(20)
+        self.conclude("the destructor returns; the engine goes after 10 s of silence")
+
+    def test_for_good_while_running(self):
+        call = self.reach(RUNNING)
+        self.cut()
+        self.expect_told(call, 25)
+        self.host.wait_for_errors("no engine status received for 15 s, the backend is taken for gone")
+        self.expect_destroyed()
+        self.expect_engines_gone(30)
+        Table.add("connection: cut for good", RUNNING, self.told, self.gone, "Run returns, and the silence is logged")
+
+
+class Slow(RelayedTest):
+    fault = "connection: 20 000 bytes a second"
+
+    def test_running(self):
+        self.reach(RUNNING)
+        self.relayed.slow_down(20_000)
+        self.struck = time.monotonic()
+        self.host.call("push 500 Hello", 60)
+        wait_until(lambda: len(self.answered()) == 500, lambda: f"answered: {len(self.answered())}", 90)
+        self.told = self.since_fault()
+        self.assertEqual(self.answered(), list(range(1, 501)))
+        self.host.call("stop", 30)
+        self.assertEqual(self.host.wait_for_end_of("run")[1], "returned")
+        self.expect_destroyed(20)
+        self.conclude("all commands and answers arrive, in order")
+
+
+class SlowPeer(FaultTest):
+    fault = "host: takes 10 ms for each notification"
+
+    def document(self, stage):
+        return '{"engine": "test", "notifications": 600}'
+
+    def test_running(self):
+        self.stage = RUNNING
+        self.service_program, self.endpoint = self.service()
+        self.host = self.staged_host()
+        self.host.call(f"slow 10")
+        self.host.call(f"wire {self.endpoint} {self.document(RUNNING)}")
+        self.struck = time.monotonic()
+        self.host.begin("run")
+        self.host.call("push 200 Hello")
+        self.host.wait_for("^notification CommandDone 200 ", 60)
+        self.told = self.since_fault()
+        ticks = re.findall(r"^notification Tick 0 (\d+)$", self.host.output(), re.MULTILINE)
+        self.assertEqual(list(map(int, ticks)), list(range(600)))
+        self.host.call("stop")
+        self.assertEqual(self.host.wait_for_end_of("run")[1], "returned")
+        self.expect_destroyed()
+        self.conclude("all notifications, in order")
+
+
+class Noise(FaultTest):
+    """A stranger says what nobody of ours understands to every endpoint of the engine, and to the service."""
+
+    fault = "stranger: random bytes to every endpoint"
+
+    def paths(self):
+        (directory,) = self.temporary.glob("qor-*")
+        return [*directory.iterdir(), self.folder / "service"]
+
+    def make_noise(self):
+        noise = random.Random(20261121)
+        self.struck = time.monotonic()
+        for path in self.paths():
+            for size in (0, 1, 9, 10, 64, 65, 1000, 65536):
+                with socket.socket(socket.AF_UNIX) as stranger:
+                    stranger.settimeout(PATIENCE)
+                    stranger.connect(str(path))
+                    try:
+                        stranger.sendall(noise.randbytes(size))
+                    except OSError:  # it was thrown out while it spoke
+                        pass
+
+    def expect_whole_rest(self):
+        self.host.call("push 100 Hello")
+        self.host.wait_for("^notification CommandDone 100 ")
+        self.told = self.since_fault()
+        self.host.call("ping 5000")
+        self.assertNotIn("Failed sending ping", self.host.errors())
+        self.host.call("stop")
+        self.assertEqual(self.host.wait_for_end_of("run")[1], "returned")
+        self.expect_destroyed()
+
+    def test_idle(self):
+        self.reach(IDLE)
+        self.make_noise()
+        self.host.begin("run")
+        self.host.wait_for("^notification Tick ")
+        self.expect_whole_rest()
+        self.conclude("nothing")
+
+    def test_running(self):
+        self.reach(RUNNING)
+        self.make_noise()
+        self.expect_whole_rest()
+        self.conclude("nothing")
+
+
+class SecondHost(RelayedTest):
+    """Another host is given the endpoints of an engine that has its host already."""
+
+    fault = "host: a second one for the same engine"
+
+    def test_running(self):
+        self.reach(RUNNING)
+        self.host.call("push 10 Hello")
+        wait_until(lambda: len(self.answered()) == 10, "not all commands are answered")
+        self.struck = time.monotonic()
+        second = self.staged_host()
+        # It gets no commands through: their endpoint is the first host's.
+        second.begin(f"wire {self.relayed.endpoint} {self.document(RUNNING)}")
+        end = second.wait_for_end_of("wire")
+        self.told = self.since_fault()
+        self.assertEqual(end[1], "threw", second.everything())
+        self.assertIn(str(self.relayed.path("host", "command")), end[2])
+        self.assertEqual(second.quit(), 0)
+        # The first one has noticed nothing.
+        self.host.call("push 10 Hello")
+        wait_until(lambda: len(self.answered()) == 20, "not all commands are answered")
+        self.host.call("stop")
+        self.assertEqual(self.host.wait_for_end_of("run")[1], "returned")
+        self.expect_destroyed()
+        self.expect_engines_gone(20)
+        self.conclude("the second one is refused: the command endpoint is in use; the first one goes on")
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,163 @@
+"""A way between two socket files that a test can cut, restore and slow down, and a service whose engines are reached on such
+ways only."""
+
+import json
+import os
+import pathlib
+import socket
+import threading
+import time
+
+import zmq
+
+from qor.proto import ApiService_pb2 as api
+
+PIECE = 1 << 16
+
+
+class Relay:
+    """Listens on one path and passes what comes on to another, and back. Its threads end with `close`."""
+
+    def __init__(self, here, there):
+        self._here, self._there = str(here), str(there)
+        self._lock = threading.Lock()
+        self._connections = []
+        self._threads = []
+        self._listener = None
+        # Of bytes in a second, in each direction; None for as many as there are.
+        self.rate = None
+        self.restore()
+
+    def restore(self):
+        """Connections are taken again."""
+        self._listener = socket.socket(socket.AF_UNIX)
+        self._listener.bind(self._here)
+        self._listener.listen()
+        self._start(self._accept, self._listener)
+
+    def cut(self):
+        """Breaks all connections, and takes no more."""
+        self._end(self._listener)
+        pathlib.Path(self._here).unlink(missing_ok=True)
+        with self._lock:
+            connections, self._connections = self._connections, []
+        for connection in connections:
+            self._end(connection)
+
+    def close(self):
+        self.cut()
+        for thread in self._threads:
+            thread.join()
+
+    @staticmethod
+    def _end(connection):
+        # Whoever waits in another thread is woken by the one, not by the other.
+        try:
+            connection.shutdown(socket.SHUT_RDWR)
+        except OSError:
+            pass
+        connection.close()
+
+    def _start(self, run, *arguments):
+        thread = threading.Thread(target=run, args=arguments)
+        self._threads.append(thread)
+        thread.start()
+
+    def _accept(self, listener):
+        while True:
+            try:
+                near, _ = listener.accept()
+            except OSError:
+                return
+            far = socket.socket(socket.AF_UNIX)
+            try:
+                far.connect(self._there)
+            except OSError:
+                # As it is without a relay: nobody is there.
+                near.close()
+                far.close()
+                continue
+            with self._lock:
+                self._connections += [near, far]
+            self._start(self._copy, near, far)
+            self._start(self._copy, far, near)
+
+    def _copy(self, source, sink):
+        try:
+            while piece := source.recv(PIECE if self.rate is None else max(1, self.rate // 20)):
+                sink.sendall(piece)
+                if self.rate:
+                    time.sleep(len(piece) / self.rate)
+        except OSError:
+            pass
+        # The end of one direction is the end of both, as the sockets' users take it.
+        self._end(source)
+        self._end(sink)
+
+
+class RelayedService:
+    """Answers submissions with engines behind relays. `start_engine` starts their program, and returns it."""
+
+    def __init__(self, folder, start_engine):
+        self._folder = pathlib.Path(folder)
+        self._start_engine = start_engine
+        self.endpoint = f"ipc://{self._folder / 'relayed-service'}"
+        self.relays = []
+        self._is_ending = threading.Event()
+        self._thread = threading.Thread(target=self._serve)
+        self._thread.start()
+
+    def path(self, side, channel):
+        return self._folder / side / channel
+
+    def cut(self):
+        for relay in self.relays:
+            relay.cut()
+
+    def restore(self):
+        for relay in self.relays:
+            relay.restore()
+
+    def slow_down(self, bytes_in_a_second):
+        for relay in self.relays:
+            relay.rate = bytes_in_a_second
+
+    def close(self):
+        self._is_ending.set()
+        self._thread.join()
+        for relay in self.relays:
+            relay.close()
+
+    def _serve(self):
+        with zmq.Context() as context, context.socket(zmq.REP) as replier:
+            replier.linger = 1000
+            replier.bind(self.endpoint)
+            while not self._is_ending.is_set():
+                if replier.poll(50):
+                    replier.send(self._answer(replier.recv()).SerializeToString())
+
+    def _answer(self, message):
+        request = api.ApiToServiceRequest.FromString(message)
+        submission = request.Extensions[api.ApiToServiceRequestEngineSubmission]
+        if not self.relays:
+            self._start(submission)
+        reply = api.ServiceToApiReply(kind=api.ServiceToApiReply.ENGINE_SUBMITTED)
+        engine = reply.Extensions[api.ServiceToApiReplyEngineSubmission]
+        for channel in ("request", "status", "command", "notification"):
+            setattr(engine, f"{channel}Endpoint", f"ipc://{self.path('host', channel)}")
+        return reply
+
+    def _start(self, submission):
+        for side in ("host", "engine"):
+            (self._folder / side).mkdir()
+        description = self._folder / "description.json"
+        description.write_text(submission.description)
+        # The host binds one of the four, the engine's process the others.
+        self.relays.append(Relay(self.path("engine", "command"), self.path("host", "command")))
+        arguments = ["--workflow-manager-id", submission.workflowManagerId, "--engine-id", submission.engineId,
+                     "--description", description]
+        for channel in ("request", "status", "command", "notification"):
+            arguments += [f"--{channel}", f"ipc://{self.path('engine', channel)}"]
+        self._start_engine(*arguments).wait_for_ready()
+        for channel in ("request", "status", "notification"):
+            self.relays.append(Relay(self.path("host", channel), self.path("engine", channel)))
