@@ -7,9 +7,9 @@
 
 namespace qor::processes {
 
-/// Removes the socket files of those endpoints that have one, and then the directory, when one is given and it
-/// is empty: what a process that was killed could not remove itself. Files in that directory are ours; others
-/// are spared when somebody has them bound.
+/// Removes the socket files of those endpoints that have one, and then the directory, when one is given and
+/// it is empty: what a process that was killed could not remove itself. Files in that directory are ours;
+/// others are spared when somebody has them bound.
 void removeSocketFiles(std::initializer_list<socket::SocketEndpoint> endpoints,
                        const std::filesystem::path& directory);
 
