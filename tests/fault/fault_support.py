@@ -196,13 +196,14 @@ class FaultTest(ProgramsTest):
         self.assertLess(time.monotonic() - start, within)
         self.assertEqual(self.host.quit(), 0, self.host.everything())
 
-    def expect_nothing_left_but_service(self, within=20):
-        """No process but the service, and no file."""
+    def expect_nothing_left_but(self, *programs, within=20):
+        """No process but those, and no file."""
+        pids = {program.pid for program in programs}
+
         def left():
             self._reap_orphans()
-            others = {process: name for process, name in processes_below(os.getpid()).items()
-                      if process != self.service_program.pid}
-            return list(others.items()) + sorted(self.temporary.iterdir())
+            others = [each for each in processes_below(os.getpid()).items() if each[0] not in pids]
+            return others + sorted(self.temporary.iterdir())
 
         wait_until(lambda: not left(), lambda: f"left behind: {left()}", within)
 
@@ -221,7 +222,7 @@ class FaultTest(ProgramsTest):
 
     def conclude(self, said=""):
         """What every cell ends with."""
-        self.expect_nothing_left_but_service()
+        self.expect_nothing_left_but(self.service_program)
         if self.service_survives:
             self.expect_service_serves()
         Table.add(self.fault, self.stage, self.told, self.gone, said)

@@ -94,8 +94,15 @@ class Program:
     def pid(self):
         return self._process.pid
 
-    def output(self):
-        return pathlib.Path(self._output.name).read_text(errors="backslashreplace")
+    def output(self, since=0):
+        """What it has said, from that byte on."""
+        with open(self._output.name, errors="backslashreplace") as output:
+            output.seek(since)
+            return output.read()
+
+    def output_size(self):
+        """In bytes, so far."""
+        return os.stat(self._output.name).st_size
 
     def errors(self):
         return pathlib.Path(self._errors.name).read_text(errors="backslashreplace")

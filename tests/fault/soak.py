@@ -1,0 +1,203 @@
+"""Life after life of engines, with faults at random, until the time is over.
+
+One worker is one service and one host process at a time, which has one engine after the other. What came of it is
+written as a JSON object to the file that SOAK_SUMMARY names; SOAK_SECONDS and SOAK_SEED say how long and with which
+chances. The seed decides what is done, not how long it takes: the same seed is the same sequence of lives.
+"""
+
+import json
+import os
+import random
+import re
+import signal
+import time
+import unittest
+
+from fault_support import FaultTest
+from programs_support import PATIENCE, wait_until
+
+# How often a life meets each of them.
+FAULTS = {
+    None: 40,
+    "engine SIGKILL": 8,
+    "engine SIGSEGV": 8,
+    "engine SIGABRT": 8,
+    "engine SIGSTOP and SIGCONT": 8,
+    "host SIGKILL": 6,
+    "host SIGSTOP and SIGCONT": 6,
+    "service SIGKILL": 6,
+    "supervisor SIGKILL": 6,
+    "stop ignored": 4,
+}
+DEATHS = {"engine SIGKILL": signal.SIGKILL, "engine SIGSEGV": signal.SIGSEGV, "engine SIGABRT": signal.SIGABRT}
+# Within what time a host has noticed, or all has gone, however busy the machine is.
+NOTICED = 10
+GONE = 40
+
+
+class Violation(AssertionError):
+    pass
+
+
+class Soak(FaultTest):
+    def setUp(self):
+        super().setUp()
+        self.seconds = float(os.environ["SOAK_SECONDS"])
+        # Of this host with this service.
+        self.lives_together = 0
+        self.chance = random.Random(int(os.environ["SOAK_SEED"]))
+        self.summary = {"lives": 0, "faults": {}, "commands": 0, "answers": 0, "ticks": 0, "hosts": 1, "services": 1}
+
+    def test_lives_until_the_time_is_over(self):
+        self.service_program, self.endpoint = self.service()
+        self.host = self.staged_host()
+        end = time.monotonic() + self.seconds
+        while time.monotonic() < end:
+            fault = self.chance.choices(list(FAULTS), FAULTS.values())[0]
+            try:
+                self.live(fault)
+            except Exception as failure:
+                raise Violation(f"life {self.summary['lives'] + 1}, {fault}: {failure}") from failure
+            self.summary["lives"] += 1
+            self.summary["faults"][str(fault)] = self.summary["faults"].get(str(fault), 0) + 1
+            self.lives_together += 1
+            if self.lives_together == 3:
+                # By then all has been needed once.
+                self.note("start")
+        self.note("end")
+        if self.lives_together > 3:
+            self.expect_no_growth()
+        self.assertEqual(self.host.quit(), 0)
+        self.expect_nothing_left_but(self.service_program, within=GONE)
+        with open(os.environ["SOAK_SUMMARY"], "w") as file:
+            json.dump(self.summary, file)
+
+    def live(self, fault):
+        """One engine, from its submission to its end."""
+        ticks, commands = self.chance.randrange(1, 300), self.chance.randrange(1, 300)
+        before = self.chance.randrange(commands + 1)
+        begin = self.host.output_size()
+        document = {"engine": "test", "notifications": ticks}
+        if fault == "stop ignored":
+            document["behaviour"] = "ignoreStop"
+        self.call(f"wire {self.endpoint} {json.dumps(document)}", begin)
+        # Pushed before the run, in it, or both.
+        if before:
+            self.call(f"push {before} Hello", begin)
+        self.host.begin("run")
+        if commands > before:
+            self.await_line("^notification Tick ", begin)
+            pushed = self.host.output_size()
+            self.call(f"push {commands - before} Hello", pushed)
+        self.meet(fault, begin)
+        died = fault in DEATHS or fault == "stop ignored"
+        if fault == "host SIGKILL":
+            # Another host takes its place, once the engine has gone with this one.
+            self.expect_nothing_left_but(self.service_program, within=GONE)
+            self.host = self.staged_host()
+            self.summary["hosts"] += 1
+            self.lives_together = -1
+            return
+        if not died:
+            self.expect_all(begin, ticks, commands)
+            self.call("stop", begin)
+        self.await_end("run", begin)
+        if died:
+            self.await_line(r"^notification EngineDied 0 engine process \d+ died: signal ", begin)
+        self.expect_order(begin, ticks, commands)
+        self.call("destroy", begin)
+        self.expect_nothing_left_but(self.service_program, self.host, within=GONE)
+        if fault == "service SIGKILL":
+            self.service_program, self.endpoint = self.service()
+            self.summary["services"] += 1
+            self.lives_together = -1
+
+    def meet(self, fault, begin):
+        if fault in DEATHS:
+            self.kill(self.engine_process(), DEATHS[fault])
+        elif fault == "engine SIGSTOP and SIGCONT":
+            self.pause(self.engine_process())
+        elif fault == "host SIGSTOP and SIGCONT":
+            self.pause(self.host.pid)
+        elif fault == "host SIGKILL":
+            self.host.signal(signal.SIGKILL)
+            self.host.wait()
+        elif fault == "service SIGKILL":
+            self.service_program.signal(signal.SIGKILL)
+            self.service_program.wait()
+        elif fault == "supervisor SIGKILL":
+            self.kill(self.supervisor_process(), signal.SIGKILL)
+        elif fault == "stop ignored":
+            self.call("stop", begin)
+
+    def pause(self, process):
+        self.kill(process, signal.SIGSTOP)
+        # The fault lasts that long: less than anybody is given up for.
+        time.sleep(self.chance.uniform(0.1, 5))
+        self.kill(process, signal.SIGCONT)
+
+    def said_since(self, begin):
+        """What the host has said in this life, in whole lines."""
+        return self.host.output(begin).rpartition("\n")[0].splitlines()
+
+    def await_line(self, pattern, begin, seconds=PATIENCE):
+        def found():
+            return next(filter(None, (re.search(pattern, line) for line in self.said_since(begin))), None)
+
+        return wait_until(found, lambda: f"{pattern} is not said: {self.tail(begin)}", seconds)
+
+    def await_end(self, call, begin, seconds=PATIENCE):
+        end = self.await_line(rf"^{call} (returned|threw) after \d+(.*)$", begin, seconds)
+        self.assertEqual(end[1], "returned", f"{end[0]}: {self.tail(begin)}")
+
+    def call(self, line, begin, seconds=PATIENCE):
+        self.host.begin(line)
+        self.await_end(line.split()[0], begin, seconds)
+
+    def tail(self, begin):
+        return f"{self.said_since(begin)[-20:]}\n{self.host.errors()[-2000:]}\nservice: {self.service_program.errors()[-2000:]}"
+
+    def ids(self, line, begin, group):
+        found = (re.match(rf"notification {line} (\d+) (\d*)$", each) for each in self.said_since(begin))
+        return [int(match[group]) for match in found if match]
+
+    def expect_all(self, begin, ticks, commands):
+        """While both live, all arrives."""
+        wait_until(lambda: len(self.ids("CommandDone", begin, 1)) >= commands
+                   and len(self.ids("Tick", begin, 2)) >= ticks,
+                   lambda: f"{len(self.ids('CommandDone', begin, 1))} of {commands} answers, "
+                           f"{len(self.ids('Tick', begin, 2))} of {ticks} ticks: {self.tail(begin)}", 60)
+
+    def expect_order(self, begin, ticks, commands):
+        """In order, once each, and none that was not sent; of an engine that died, the first ones."""
+        arrived, answered = self.ids("Tick", begin, 2), self.ids("CommandDone", begin, 1)
+        self.assertEqual(arrived, list(range(len(arrived))))
+        self.assertLessEqual(len(arrived), ticks)
+        self.assertEqual(answered, list(range(answered[0], answered[0] + len(answered))) if answered else [])
+        self.assertLessEqual(len(answered), commands)
+        self.summary["commands"] += commands
+        self.summary["answers"] += len(answered)
+        self.summary["ticks"] += len(arrived)
+
+    def note(self, moment):
+        """What the processes hold that have lived since the start, or since the one before was killed."""
+        begin = self.host.output_size()
+        self.host.begin("held")
+        held = self.await_line(r"^held (\d+) (\d+) (\d+)$", begin)
+        pid = self.service_program.pid
+        resident = next(line for line in open(f"/proc/{pid}/status") if line.startswith("VmRSS:")).split()[1]
+        self.summary[moment] = {
+            "host": dict(zip(("descriptors", "threads", "KiB"), map(int, held.groups()))),
+            "service": {"descriptors": len(os.listdir(f"/proc/{pid}/fd")), "threads": len(os.listdir(f"/proc/{pid}/task")),
+                        "KiB": int(resident)}}
+
+    def expect_no_growth(self):
+        """Between two lives, the processes hold what they held before."""
+        for process in ("host", "service"):
+            for what in ("descriptors", "threads"):
+                start, end = (self.summary[moment][process][what] for moment in ("start", "end"))
+                self.assertLessEqual(end, start + 2, f"{process}: {what}: {self.summary}")
+
+
+if __name__ == "__main__":
+    unittest.main()
