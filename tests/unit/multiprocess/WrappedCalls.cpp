@@ -1,5 +1,6 @@
 #include "tests/unit/multiprocess/WrappedCalls.h"
 
+#include <thread>
 #include <utility>
 
 #include "qor/utils/MessageFormatter.h"
@@ -58,6 +59,10 @@ std::string wrappedFormat(const utils::IMessageFormatter* formatter, const std::
 std::string realFormat(const utils::IMessageFormatter* formatter, const std::string& text) asm(
     "__real__ZNK3qor5utils17IMessageFormatter13formatMessageERKNSt7__cxx1112basic_stringI"
     "cSt11char_traitsIcESaIcEEE");
+void wrappedStart(std::thread* thread, void* state, void (*dependency)()) asm(
+    "__wrap__ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE");
+void realStart(std::thread* thread, void* state, void (*dependency)()) asm(
+    "__real__ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE");
 
 Prototype wrappedPrototype() {
   enter("CreateParametersCollectionPrototype");
@@ -78,6 +83,11 @@ ConstPrototype wrappedEntryPrototype() {
 std::string wrappedCoreId(std::string version) {
   enter("GetTAMBCoreIdInternal");
   return realCoreId(std::move(version));
+}
+
+void wrappedStart(std::thread* thread, void* state, void (*dependency)()) {
+  enter("std::thread");
+  realStart(thread, state, dependency);
 }
 
 void wrappedRegister(std::string name, std::string coreId, Factory factory, ConstInstance entry) {

@@ -8,9 +8,9 @@
 
 namespace qor::multiprocess_communication {
 
-/// What comes between this program and the functions of the framework and the utilities that the list file
-/// tells the linker to wrap, while one of these lives. To be made, changed and destroyed while no other
-/// thread calls them.
+/// What comes between this program and the functions of the framework, the utilities and the standard library
+/// that the list file tells the linker to wrap, while one of these lives. To be made, changed and destroyed
+/// while no other thread calls them.
 class WrappedCalls {
  public:
   WrappedCalls();
@@ -18,8 +18,8 @@ class WrappedCalls {
   WrappedCalls(const WrappedCalls&) = delete;
   WrappedCalls& operator=(const WrappedCalls&) = delete;
 
-  /// Called ahead of every call of the framework, with the function's name; what it throws is thrown in its
-  /// place.
+  /// Called ahead of every call of the framework, with the function's name, and ahead of the start of every
+  /// thread, as "std::thread"; what it throws is thrown in its place.
   std::function<void(const std::string& function)> before;
   /// What is made instead of an instance of the framework's.
   std::shared_ptr<tamb::IParametersCollectionInstance> instance;

@@ -1,0 +1,69 @@
+#include <cerrno>
+#include <system_error>
+
+#include "tests/unit/multiprocess/BackEndTest.h"
+#include "tests/unit/multiprocess/NotificationFrontEndTest.h"
+#include "tests/unit/multiprocess/WrappedCalls.h"
+
+namespace qor::multiprocess_communication {
+namespace {
+
+/// Lets the start of one thread fail, as it does when the system has no more.
+class NoMoreThreads {
+ public:
+  /// So many are still had.
+  explicit NoMoreThreads(int remaining) {
+    calls_.before = [remaining](const std::string& function) mutable {
+      if (function == "std::thread" && remaining-- == 0) {
+        throw std::system_error(EAGAIN, std::generic_category(), "no more threads");
+      }
+    };
+  }
+
+ private:
+  WrappedCalls calls_;
+};
+
+/// How a back end meets a system that has no more threads.
+using TcpEngineBackEndWithoutThreads = BackEndTest;
+
+TEST_F(TcpEngineBackEndWithoutThreads, CannotBeMadeAndLeavesNothingOpen) {
+  for (const int remaining : {0, 1}) {
+    const NoMoreThreads system(remaining);
+    EXPECT_THROW(construct(), std::system_error) << remaining;
+    EXPECT_FALSE(backEnd_.has_value());
+    EXPECT_TRUE(socket::memory::sockets().empty()) << remaining;
+  }
+  start();
+  EXPECT_EQ(replyTo(Request::HeartBeat), success);
+}
+
+TEST_F(TcpEngineBackEndWithoutThreads, RefusesARunWithTheReasonAndTakesALaterOne) {
+  start();
+  {
+    const NoMoreThreads system(0);
+    EXPECT_EQ(replyTo(Request::Run),
+              failure("TcpEngineBackEnd: no more threads: Resource temporarily unavailable"));
+  }
+  EXPECT_EQ(replyTo(Request::Run), success);
+  EXPECT_TRUE(engine_->waitUntilRunning());
+}
+
+/// How a hub's front end meets it.
+using TcpNotificationHubFrontEndWithoutThreads = NotificationFrontEndTest;
+
+TEST_F(TcpNotificationHubFrontEndWithoutThreads, DoesNotStartAndHasNoSocketOpenUntilItDoes) {
+  construct();
+  {
+    const NoMoreThreads system(0);
+    EXPECT_THROW(start(), std::system_error);
+    EXPECT_TRUE(socket::memory::sockets().empty());
+  }
+  start();
+  ASSERT_TRUE(socket::memory::waitUntilOpen(socketName));
+  deliverLines({"a line"});
+  EXPECT_EQ(pushedLines(), std::vector<std::string>{"a line"});
+}
+
+}  // namespace
+}  // namespace qor::multiprocess_communication
