@@ -3,6 +3,9 @@
 //   wire SERVICE DOCUMENT   instantiate, configure and submit; DOCUMENT is the engine's description
 //   run                     Run
 //   ping MS, stop, await MS Ping, RequestStop, WaitForStop
+//   watch                   until the host has heard that its engine runs: status and notifications come on
+//   ways
+//                           of their own
 //   push COUNT NAME         so many commands to the step "test"
 //   slow MS                 the subscriber takes so long for each notification from now on
 //   destroy                 let go of the engine
@@ -39,6 +42,7 @@ using tamb::TambType;
 
 constexpr const char* workflowManager = "staged";
 constexpr unsigned int engineId = 1;
+constexpr std::chrono::seconds patience{20};
 
 class Listener : public tamb::INotificationCallback {
  public:
@@ -76,6 +80,7 @@ class Host {
     if (name == "ping") return engine().Ping(number(words));
     if (name == "stop") return engine().RequestStop();
     if (name == "await") return engine().WaitForStop(number(words));
+    if (name == "watch") return watch();
     if (name == "push") return push(words);
     if (name == "slow") return listener_->millisecondsForEach.store(number(words));
     if (name == "destroy") return destroy();
@@ -112,6 +117,19 @@ class Host {
     engine_->SetInitConfig(config);
     engine_->AddEngineDescription(
         std::make_shared<tamb::EngineDescription>(workflowManager, document, static_cast<int>(engineId)));
+  }
+
+  void watch() const {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (std::chrono::steady_clock::now() < deadline) {
+      try {
+        engine().WaitForStop(0);
+      } catch (const std::runtime_error&) {
+        return;  // it is not stopped
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    throw std::runtime_error("the engine is not heard to run");
   }
 
   void push(std::istringstream& words) {

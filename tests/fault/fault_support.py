@@ -149,6 +149,7 @@ class FaultTest(ProgramsTest):
             return "destroy"
         host.begin("run")
         host.wait_for("^notification Tick ")
+        host.call("watch")
         if stage == RUNNING:
             return "run"
         if stage == PINGING:
@@ -215,6 +216,7 @@ class FaultTest(ProgramsTest):
         host.wait_for("^notification Tick ")
         host.call("push 1 Hello")
         host.wait_for("^notification CommandDone 1 ")
+        host.call("watch")
         host.call("stop")
         self.assertEqual(host.wait_for_end_of("run")[1], "returned")
         host.call("destroy")

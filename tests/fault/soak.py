@@ -100,6 +100,7 @@ class Soak(FaultTest):
             return
         if not died:
             self.expect_all(begin, ticks, commands)
+            self.call("watch", begin)
             self.call("stop", begin)
         self.await_end("run", begin)
         if died:
