@@ -62,6 +62,13 @@ Json parse(const std::string& text) {
         "it is not JSON from byte {} on, {}; expected {}", position,
         position == text.size() ? "where it ends" : quoteText(std::string_view(text).substr(position)),
         expectedObject));
+  } catch (const Json::out_of_range& error) {
+    // Its text ends in the number, in single quotes.
+    std::string_view number = error.what();
+    number.remove_prefix(number.find('\'') + 1);
+    if (number.ends_with('\'')) number.remove_suffix(1);
+    fail(fmt::format("it holds {}, a number that is too large; expected {}", quoteText(number),
+                     expectedObject));
   }
 }
 
