@@ -31,12 +31,7 @@ constexpr std::size_t maximumNameLength = 64;
 /// The text in quotes, on one line and of bounded length, whatever it holds.
 std::string quoted(std::string_view text) {
   constexpr std::size_t maximumShown = 200;
-  std::string result = "\"";
-  for (const char c : text.substr(0, maximumShown)) {
-    const auto byte = static_cast<unsigned char>(c);
-    byte < 0x20 || byte == 0x7f ? result += fmt::format("\\x{:02x}", byte) : result += c;
-  }
-  return result + (text.size() > maximumShown ? "\"…" : "\"");
+  return fmt::format("{:?}{}", text.substr(0, maximumShown), text.size() > maximumShown ? "…" : "");
 }
 
 [[noreturn]] void refuse(std::string_view text, std::string_view reason) {

@@ -145,8 +145,18 @@ TEST(NoSocketEndpoint, IsQuotedOnOneLine) {
   for (const std::string& text :
        {std::string("tcp://a\nb:1"), std::string("ipc://a\x7f/b"), std::string("inproc://a\0b", 12)}) {
     EXPECT_THAT([&] { parsed(text); }, ThrowsMessage<std::runtime_error>(
-                                           AllOf(HasSubstr("a\\x"), Each(AllOf(Gt('\x1f'), Ne('\x7f'))))));
+                                           AllOf(HasSubstr("a\\"), Each(AllOf(Gt('\x1f'), Ne('\x7f'))))));
   }
+}
+
+TEST(NoSocketEndpoint, IsQuotedInUtf8) {
+  const auto quotes = [](const std::string& quotation) {
+    return ThrowsMessage<std::runtime_error>(HasSubstr(quotation));
+  };
+  EXPECT_THAT([] { parsed("tcp://\xff:1"); }, quotes(R"("tcp://\xff:1")"));
+  // Cut within a character of two bytes.
+  const std::string filler(199, 'x');
+  EXPECT_THAT([&] { parsed(filler + "\u00e9"); }, quotes('"' + filler + R"(\xc3"…)"));
 }
 
 TEST(NoSocketEndpoint, IsQuotedInPartWhenItIsLong) {
