@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 namespace qor::programs {
 
@@ -9,8 +10,9 @@ namespace qor::programs {
 /// reader's patience is shorter.
 inline constexpr std::size_t longestReason = 8'000;
 
-/// A text that others wrote as one readable line: line ends become spaces, and what is too long is cut,
-/// between two characters of UTF-8, and ends in "...".
-std::string oneLine(std::string text, std::size_t longest = longestReason);
+/// A text that others wrote as one readable line of UTF-8, which every terminal and every message can carry:
+/// line ends and all control characters but tabs become spaces, what is no UTF-8 becomes question marks, and
+/// what is too long is cut, between two characters, and ends in "...".
+std::string oneLine(std::string_view text, std::size_t longest = longestReason);
 
 }  // namespace qor::programs
