@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "programs/support/OneLine.h"
 #include "runtime/tamb/CommandMessage.h"
 
 namespace qor::programs {
@@ -23,8 +24,9 @@ constexpr std::uint32_t ticksPerSecond = 1'000'000;
 constexpr double latestCommand = 9e9;
 constexpr int deepestNesting = 32;
 
+/// What is quoted may hold anything, and be of any length.
 std::runtime_error wrong(const std::string& where, const std::string& what) {
-  return std::runtime_error("workflow: " + where + ": " + what);
+  return std::runtime_error(oneLine("workflow: " + where + ": " + what));
 }
 
 /// A mistyped key would otherwise be a setting that silently is not made.
@@ -159,10 +161,13 @@ std::string Workflow::description() const {
 Workflow readWorkflow(const std::filesystem::path& file) {
   std::ifstream in(file);
   if (!in) throw std::runtime_error("cannot read the workflow \"" + file.string() + "\"");
-  const json document = parsed(in, "\"" + file.string() + "\"");
-  if (!document.is_object()) throw wrong("\"" + file.string() + "\"", "is no object");
-  requireKnownKeys(document, "\"" + file.string() + "\"",
-                   {"workflowManagerId", "engineId", "engine", "commands"});
+  return readWorkflow(in, "\"" + file.string() + "\"");
+}
+
+Workflow readWorkflow(std::istream& in, const std::string& name) {
+  const json document = parsed(in, name);
+  if (!document.is_object()) throw wrong(name, "is no object");
+  requireKnownKeys(document, name, {"workflowManagerId", "engineId", "engine", "commands"});
   Workflow workflow;
   workflow.workflowManagerId =
       valueOr(document, "document", "workflowManagerId", "a text", workflow.workflowManagerId);

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <iosfwd>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -47,6 +48,8 @@ struct Workflow {
 /// Only "engine" has to be there. Throws std::runtime_error, one line that quotes what is wrong and tells
 /// what is expected.
 Workflow readWorkflow(const std::filesystem::path& file);
+/// From what is open already, and is called by `name` where something is wrong.
+Workflow readWorkflow(std::istream& in, const std::string& name);
 
 /// A command as it is given on the command line: TIME NAME KEY=VALUE... Throws std::runtime_error.
 TimedCommand commandFrom(const std::vector<std::string>& words);

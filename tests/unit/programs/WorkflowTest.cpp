@@ -3,6 +3,7 @@
 
 #include <fstream>
 #include <limits>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -79,6 +80,35 @@ TEST_F(AWorkflowFile, IsRefusedWithWhatIsWrongAndWhatIsExpected) {
               refuses("command 1", "\"at\"", "\"soon\"", "seconds"));
   EXPECT_THAT(reading(R"({"engine": {}, "commands": [{"name": "x", "arguments": []}]})"),
               refuses("command 1", "\"arguments\"", "object"));
+}
+
+TEST_F(AWorkflowFile, IsQuotedOnOneReadableLine) {
+  const auto isReadable = [](const std::string& text) {
+    return text.size() < 9'000 && text.find_first_of("\n\x7f") == std::string::npos;
+  };
+  const auto complaint = [&](const std::string& text) -> std::string {
+    try {
+      read(text).messages();
+      return "(none)";
+    } catch (const std::runtime_error& error) {
+      return error.what();
+    }
+  };
+  for (const std::string commands :
+       {R"([{"name": "a\nb", "at": -1}])", R"([{"name": "x", "arguments": {"a\nb": []}}])",
+        "\"a\x7f"
+        "b\""}) {
+    EXPECT_THAT(complaint(R"({"engine": {}, "commands": )" + commands + "}"),
+                AllOf(HasSubstr("a b"), ::testing::ResultOf(isReadable, true)));
+  }
+  EXPECT_THAT(complaint(R"({"engine": {}, "commands": ")" + std::string(100'000, 'x') + "\"}"),
+              ::testing::ResultOf(isReadable, true));
+}
+
+TEST_F(AWorkflowFile, MayBeOpenAlready) {
+  std::istringstream in(R"({"engine": {"engine": "test"}})");
+  EXPECT_EQ(readWorkflow(in, "what was typed").engine, (json{{"engine", "test"}}));
+  EXPECT_THAT([&] { readWorkflow(in, "what was typed"); }, refuses("what was typed", "no JSON"));
 }
 
 TEST(ATimedCommand, IsReadFromWords) {
