@@ -2,24 +2,18 @@
 
 #include <google/protobuf/stubs/logging.h>
 
+#include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <string>
+#include <utility>
 
+#include "fuzz/Require.h"
 #include "runtime/memory/Network.h"
 #include "runtime/tamb/CurrentLoggerWriter.h"
 #include "tamb/ILoggerWriter.h"
 
 namespace qor::fuzz {
-
-/// Ends the process, for the fuzzer to keep the input.
-inline void require(bool condition, const char* expectation) {
-  if (condition) return;
-  std::fprintf(stderr, "not so: %s\n", expectation);
-  std::abort();
-}
 
 /// Most inputs are worth a log line that nobody reads.
 class Silence : public tamb::ILoggerWriter {
@@ -28,8 +22,8 @@ class Silence : public tamb::ILoggerWriter {
              const std::string& /*source*/, const std::string& /*line*/, const std::string& /*function*/,
              const std::string& /*threadId*/, const std::string& /*time*/) override {}
 
-  static void keep() {
-    tamb::SetCurrentLoggerWriter(std::make_shared<Silence>());
+  static void keep(std::shared_ptr<tamb::ILoggerWriter> writer = std::make_shared<Silence>()) {
+    tamb::SetCurrentLoggerWriter(std::move(writer));
     google::protobuf::SetLogHandler(nullptr);
   }
 };
@@ -41,12 +35,12 @@ inline void receiveAs(const std::string& socket, const std::string& bytes) {
   require(socket::memory::waitUntilBlocked(socket, socket::memory::Operation::Poll), "reception goes on");
 }
 
-/// The list as it should have been understood; empty when the bytes are none.
-template <class List>
-List understood(const std::string& bytes) {
-  List list;
-  if (bytes.size() > 65'536 || !list.ParseFromString(bytes)) list.Clear();
-  return list;
+/// The message as it should have been understood; empty when the bytes are none.
+template <class Message>
+Message understood(const std::string& bytes, std::size_t sizeBound = 65'536) {
+  Message message;
+  if (bytes.size() > sizeBound || !message.ParseFromString(bytes)) message.Clear();
+  return message;
 }
 
 }  // namespace qor::fuzz

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace qor::fuzz {
+
+/// Ends the process, for the fuzzer to keep the input.
+inline void require(bool condition, const char* expectation) {
+  if (condition) return;
+  std::fprintf(stderr, "not so: %s\n", expectation);
+  std::abort();
+}
+
+}  // namespace qor::fuzz
