@@ -1,0 +1,45 @@
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <variant>
+
+#include "engines/EngineDocument.h"
+#include "fuzz/ReadableLine.h"
+#include "tamb/TAMBRuntimeError.h"
+
+namespace {
+
+using qor::fuzz::require;
+namespace engines = qor::engines;
+
+/// A complaint quotes some of the text, and lists the keys that there are.
+constexpr std::size_t longestComplaint = 1'000;
+
+void requireSound(const engines::MediaDocument& media) {
+  require(!media.input.empty(), "media come from somewhere");
+  for (const auto& text : {media.input, media.output, media.audioFilter, media.videoFilter,
+                           media.settings.videoCodec, media.settings.audioCodec, media.settings.container}) {
+    require(text.find('\0') == std::string::npos, "no text ends before its end");
+  }
+  const bool hasSettings = !media.settings.videoCodec.empty() || !media.settings.audioCodec.empty() ||
+                           !media.settings.container.empty();
+  require(!hasSettings || !media.output.empty(), "settings are those of an output");
+}
+
+void requireSound(const engines::TestDocument& test) {
+  require(test.behaviour <= engines::TestBehaviour::Throw, "the behaviour is one that there is");
+  require(test.when <= engines::TestMoment::Command, "the moment is one that there is");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  try {
+    const auto document =
+        engines::parseEngineDocument(std::string(reinterpret_cast<const char*>(data), size));
+    std::visit([](const auto& each) { requireSound(each); }, document);
+  } catch (const tamb::TAMBRuntimeError& error) {
+    qor::fuzz::requireReadableLine(error.what(), longestComplaint);
+  }
+  return 0;
+}
