@@ -20,7 +20,6 @@
 
 namespace qor::programs {
 
-using processes::Descriptor;
 using processes::LineReader;
 using processes::Pipe;
 
