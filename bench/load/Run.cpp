@@ -1,8 +1,8 @@
 #include "bench/load/Run.h"
 
+#include <signal.h>
 #include <spawn.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -158,7 +158,7 @@ class Engine {
   ~Engine() {
     if (process_ == 0) return;
     ::kill(process_, SIGKILL);
-    ::waitpid(process_, nullptr, 0);
+    processes::waitForEnd(process_, patience);
   }
   Engine(const Engine&) = delete;
   Engine& operator=(const Engine&) = delete;

@@ -44,6 +44,16 @@ class Failures : public EngineTest {
     return reason;
   }
 
+  /// The bytes of a clip of one second as cameras write it.
+  std::string compressedClip(const std::string& name) const {
+    writeClip({.video = "testsrc2=size=64x48:rate=25:duration=1,format=yuv420p",
+               .videoCodec = "mpeg4",
+               .audio = "sine=sample_rate=48000:duration=1",
+               .audioCodec = "aac"},
+              path(name));
+    return fileBytes(path(name));
+  }
+
   /// What must not happen to any input: a crash, no end or two, or an output of a failed run.
   void expectOneEnd(const std::string& input, const std::string& output) {
     heard_ = std::make_shared<Notifications>();
@@ -93,12 +103,7 @@ TEST_F(Failures, FilesOfRandomBytesEndOneWayOrTheOther) {
 
 TEST_F(Failures, TruncatedFilesEndOneWayOrTheOther) {
   for (const auto* name : {"whole.mkv", "whole.mp4", "whole.avi"}) {
-    writeClip({.video = "testsrc2=size=64x48:rate=25:duration=1,format=yuv420p",
-               .videoCodec = "mpeg4",
-               .audio = "sine=sample_rate=48000:duration=1",
-               .audioCodec = "aac"},
-              path(name));
-    const auto bytes = fileBytes(path(name));
+    const auto bytes = compressedClip(name);
     const std::string cut = std::string("cut-") + name;
     for (std::size_t tenths = 1; tenths < 10; ++tenths) {
       write(cut, bytes.substr(0, bytes.size() * tenths / 10));
@@ -110,12 +115,7 @@ TEST_F(Failures, TruncatedFilesEndOneWayOrTheOther) {
 TEST_F(Failures, DamagedFilesEndOneWayOrTheOther) {
   std::mt19937 random(1'147);
   for (const auto* name : {"whole.mkv", "whole.mp4", "whole.avi"}) {
-    writeClip({.video = "testsrc2=size=64x48:rate=25:duration=1,format=yuv420p",
-               .videoCodec = "mpeg4",
-               .audio = "sine=sample_rate=48000:duration=1",
-               .audioCodec = "aac"},
-              path(name));
-    const auto bytes = fileBytes(path(name));
+    const auto bytes = compressedClip(name);
     const std::string damaged = std::string("damaged-") + name;
     for (int trial = 0; trial < 15; ++trial) {
       auto changed = bytes;

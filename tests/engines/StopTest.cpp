@@ -62,6 +62,13 @@ class Stop : public EngineTest {
     const auto finished = heard_->only("Finished");
     return finished && finished->GetNotificationObject()->GetBool("stopped");
   }
+  /// The engine writes to a named pipe, "out.fifo", that nobody reads yet.
+  void makeForAPipe() {
+    ASSERT_EQ(::mkfifo(path("out.fifo").c_str(), 0600), 0);
+    make(media({{"input", quoted(sharedClip())},
+                {"output", quoted(path("out.fifo"))},
+                {"settings", R"({"container": "nut"})"}}));
+  }
 };
 
 /// A named pipe that is open for writing, so that its reader waits.
@@ -130,10 +137,7 @@ TEST_F(Stop, EndsAReadThatWaitsForTheFirstByte) {
 }
 
 TEST_F(Stop, EndsTheWaitForAReader) {
-  ASSERT_EQ(::mkfifo(path("out.fifo").c_str(), 0600), 0);
-  make(media({{"input", quoted(sharedClip())},
-              {"output", quoted(path("out.fifo"))},
-              {"settings", R"({"container": "nut"})"}}));
+  ASSERT_NO_FATAL_FAILURE(makeForAPipe());
   BackgroundCall running([&] { engine().Run(); });
   ASSERT_TRUE(running.waitUntilBlocked());
   engine().Ping(20'000);
@@ -143,10 +147,7 @@ TEST_F(Stop, EndsTheWaitForAReader) {
 }
 
 TEST_F(Stop, APipeIsWrittenToItsEndForAReaderThatComesLate) {
-  ASSERT_EQ(::mkfifo(path("out.fifo").c_str(), 0600), 0);
-  make(media({{"input", quoted(sharedClip())},
-              {"output", quoted(path("out.fifo"))},
-              {"settings", R"({"container": "nut"})"}}));
+  ASSERT_NO_FATAL_FAILURE(makeForAPipe());
   BackgroundCall running([&] { engine().Run(); });
   ASSERT_TRUE(running.waitUntilBlocked());
   std::ofstream(path("read.nut"), std::ios::binary) << qor::test::fileBytes(path("out.fifo"));

@@ -35,6 +35,7 @@
 #include "runtime/tamb/FactoryRegistry.h"
 #include "runtime/tamb/PluginLoader.h"
 #include "tests/process/DrivenProgram.h"
+#include "tests/support/Eventually.h"
 
 namespace {
 
@@ -42,7 +43,6 @@ using tamb::TambType;
 
 constexpr const char* workflowManager = "staged";
 constexpr unsigned int engineId = 1;
-constexpr std::chrono::seconds patience{20};
 
 class Listener : public tamb::INotificationCallback {
  public:
@@ -120,16 +120,16 @@ class Host {
   }
 
   void watch() const {
-    const auto deadline = std::chrono::steady_clock::now() + patience;
-    while (std::chrono::steady_clock::now() < deadline) {
+    // A wait for its stop fails, since it has not stopped.
+    const auto isHeardToRun = [this] {
       try {
         engine().WaitForStop(0);
+        return false;
       } catch (const std::runtime_error&) {
-        return;  // it is not stopped
+        return true;
       }
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    throw std::runtime_error("the engine is not heard to run");
+    };
+    if (!qor::test::eventually(isHeardToRun)) throw std::runtime_error("the engine is not heard to run");
   }
 
   void push(std::istringstream& words) {

@@ -1,12 +1,11 @@
 """The ways between host and engine are cut, are slow, or carry what nobody of ours has sent."""
 
-import os
 import random
 import re
 import socket
 import time
 
-from fault_support import (BEFORE, DESTRUCTION, IDLE, PINGING, RUNNING, STOPPING, WIRING, FaultTest, Table, main)
+from fault_support import DESTRUCTION, IDLE, PINGING, RUNNING, STOPPING, FaultTest, Table, main
 from programs_support import PATIENCE, wait_until
 from relay import RelayedService
 

@@ -1,11 +1,10 @@
 """The engine's process dies, or stops for a while."""
 
-import os
 import re
 import signal
 import time
 
-from fault_support import (BEFORE, DESTRUCTION, IDLE, PINGING, RUNNING, STOPPING, WIRING, FaultTest, main)
+from fault_support import DESTRUCTION, IDLE, PINGING, RUNNING, STOPPING, WIRING, FaultTest, main
 
 # Within what time a host is told, on a machine that has other work to do.
 AT_ONCE = 5

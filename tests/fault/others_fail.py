@@ -1,12 +1,8 @@
 """The host, the service or the supervisor of an engine dies, or the host stops for a while."""
 
-import os
 import signal
-import time
 
-from fault_support import (BEFORE, DESTRUCTION, IDLE, PINGING, RUNNING, STAGES, STOPPING, WIRING, FaultTest, main,
-                           state_of)
-from programs_support import PATIENCE, SERVICE, wait_until
+from fault_support import BEFORE, DESTRUCTION, IDLE, PINGING, RUNNING, STAGES, STOPPING, WIRING, FaultTest, main
 
 AT_ONCE = 5
 # An engine's process gives its controller 10 s, its engine 5 s to stop; one that is frozen is killed after 10 s, and
@@ -58,7 +54,23 @@ class HostStopped(FaultTest):
         self.conclude("what it waits for ends at once, or after 15 s")
 
 
-class ServiceKilled(FaultTest):
+class EngineServesOn(FaultTest):
+    """Rows of faults that an engine which can be connected to survives."""
+
+    def expect_run_unharmed(self, stage, call):
+        """A run that goes on, or begins, is driven to its end."""
+        if stage == IDLE:
+            self.host.begin("run")
+        if stage == PINGING:
+            self.expect_told(call, 15)
+        else:
+            self.host.call("push 1 Hello")
+            self.host.wait_for("^notification CommandDone 1 ")
+        self.host.call("stop", 20)
+        self.assertEqual(self.host.wait_for_end_of("run")[1], "returned")
+
+
+class ServiceKilled(EngineServesOn):
     fault = "service: SIGKILL"
     service_survives = False
 
@@ -82,15 +94,7 @@ class ServiceKilled(FaultTest):
             self.expect_told(call, 10)
             said = "nothing: an engine that ignores its stop is killed as ever"
         else:
-            if stage == IDLE:
-                self.host.begin("run")
-            if stage == PINGING:
-                self.expect_told(call, 15)
-            else:
-                self.host.call("push 1 Hello")
-                self.host.wait_for("^notification CommandDone 1 ")
-            self.host.call("stop", 20)
-            self.assertEqual(self.host.wait_for_end_of("run")[1], "returned")
+            self.expect_run_unharmed(stage, call)
         self.expect_destroyed()
         self.expect_engines_gone(60)
         # Where the service listened, another one can.
@@ -98,7 +102,8 @@ class ServiceKilled(FaultTest):
         self.expect_service_serves()
         self.conclude(said)
 
-class SupervisorKilled(FaultTest):
+
+class SupervisorKilled(EngineServesOn):
     fault = "supervisor: SIGKILL"
 
     def expect_engine_serves_on(self, stage):
@@ -118,15 +123,7 @@ class SupervisorKilled(FaultTest):
             self.expect_told(call, 25)
             said = "an engine that dies now is missed after 15 s"
         else:
-            if stage == IDLE:
-                self.host.begin("run")
-            if stage == PINGING:
-                self.expect_told(call, 15)
-            else:
-                self.host.call("push 1 Hello")
-                self.host.wait_for("^notification CommandDone 1 ")
-            self.host.call("stop", 20)
-            self.assertEqual(self.host.wait_for_end_of("run")[1], "returned")
+            self.expect_run_unharmed(stage, call)
         self.expect_destroyed()
         self.expect_engines_gone(60)
         self.conclude(said)

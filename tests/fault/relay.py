@@ -1,8 +1,6 @@
 """A way between two socket files that a test can cut, restore and slow down, and a service whose engines are reached on such
 ways only."""
 
-import json
-import os
 import pathlib
 import socket
 import threading
