@@ -50,19 +50,25 @@ void BareSocket::send(const google::protobuf::Message& message) {
   require(::zmq_msg_send(&encoded, socket_, 0) >= 0);
 }
 
-void BareSocket::receive(google::protobuf::Message& message) {
+bool BareSocket::receive(google::protobuf::Message& message) {
   zmq_msg_t encoded;
   ::zmq_msg_init(&encoded);
-  require(::zmq_msg_recv(&encoded, socket_, 0) >= 0);
+  if (::zmq_msg_recv(&encoded, socket_, 0) < 0) {
+    require(::zmq_errno() == ETERM);
+    return false;
+  }
   if (!message.ParseFromArray(::zmq_msg_data(&encoded), static_cast<int>(::zmq_msg_size(&encoded)))) {
     throw std::runtime_error("unreadable message");
   }
   ::zmq_msg_close(&encoded);
+  return true;
 }
 
 void BareSocket::waitForSubscriber() {
   char subscription = 0;
   require(::zmq_recv(socket_, &subscription, sizeof subscription, 0) >= 0);
 }
+
+void shutDownBareSockets() { ::zmq_ctx_shutdown(context()); }
 
 }  // namespace qor::bench

@@ -17,7 +17,8 @@ class BareSocket {
   BareSocket& operator=(const BareSocket&) = delete;
 
   void send(const google::protobuf::Message& message);
-  void receive(google::protobuf::Message& message);
+  /// False when the sockets have been shut down.
+  bool receive(google::protobuf::Message& message);
   /// Waits until a subscriber of this XPUB has subscribed.
   void waitForSubscriber();
 
@@ -26,5 +27,8 @@ class BareSocket {
 
   void* socket_;
 };
+
+/// Ends every receive for good, under way or to come, on any thread.
+void shutDownBareSockets();
 
 }  // namespace qor::bench

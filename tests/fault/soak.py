@@ -46,7 +46,8 @@ class Soak(FaultTest):
         # Of this host with this service.
         self.lives_together = 0
         self.chance = random.Random(int(os.environ["SOAK_SEED"]))
-        self.summary = {"lives": 0, "faults": {}, "commands": 0, "answers": 0, "ticks": 0, "hosts": 1, "services": 1}
+        self.summary = {"lives": 0, "faults": {}, "commands": 0, "answers": 0, "ticks": 0, "hosts": 1, "services": 1,
+                        "runs not heard of": 0}
 
     def test_lives_until_the_time_is_over(self):
         self.service_program, self.endpoint = self.service()
@@ -102,7 +103,7 @@ class Soak(FaultTest):
             self.expect_all(begin, ticks, commands)
             self.call("watch", begin)
             self.call("stop", begin)
-        self.await_end("run", begin)
+        self.await_end_of_run(fault, begin)
         if died:
             self.await_line(r"^notification EngineDied 0 engine process \d+ died: signal ", begin)
         self.expect_order(begin, ticks, commands)
@@ -150,6 +151,15 @@ class Soak(FaultTest):
     def await_end(self, call, begin, seconds=PATIENCE):
         end = self.await_line(rf"^{call} (returned|threw) after \d+(.*)$", begin, seconds)
         self.assertEqual(end[1], "returned", f"{end[0]}: {self.tail(begin)}")
+
+    def await_end_of_run(self, fault, begin):
+        """A fault may come before the host has heard that the engine runs: then its run fails, and says why."""
+        end = self.await_line(r"^run (returned|threw) after \d+(?:: )?(.*)$", begin)
+        if end[1] == "threw" and fault is not None:
+            self.assertRegex(end[2], r"not switching to Running state|engine process \d+ died", self.tail(begin))
+            self.summary["runs not heard of"] += 1
+        else:
+            self.assertEqual(end[1], "returned", f"{end[0]}: {self.tail(begin)}")
 
     def call(self, line, begin, seconds=PATIENCE):
         self.host.begin(line)

@@ -10,6 +10,8 @@ namespace qor::bench {
 
 constexpr const char* workflowManagerId = "7b2d1c80-5f0e-4f7e-9a53-0c8f6f3f1a11";
 constexpr unsigned int engineId = 7;
+/// The step that the messages are about.
+constexpr const char* stepId = "0f0b6f1e-93a4-4d1c-8f2b-54c1a8f2d9e0";
 
 /// Five parameters, one of each type that crosses a process boundary.
 std::shared_ptr<const tamb::IParametersCollectionInstance> typicalParameters();

@@ -1,4 +1,4 @@
-#include "bench/load/TypicalMessages.h"
+#include "bench/compare/TypicalMessages.h"
 
 #include "runtime/tamb/CommandMessage.h"
 #include "runtime/tamb/NotificationMessage.h"
@@ -6,8 +6,6 @@
 namespace qor::bench {
 
 namespace {
-
-constexpr const char* stepId = "0f0b6f1e-93a4-4d1c-8f2b-54c1a8f2d9e0";
 
 tamb::MediaTime time(unsigned int id) { return {tamb::EditRate(25, 1), 1'000 + std::int64_t{id}, nullptr}; }
 

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <functional>
+#include <utility>
+
+#include "bench/compare/Case.h"
+#include "tamb/ICommandMessage.h"
+#include "tamb/INotificationMessage.h"
+
+namespace qor::bench {
+
+inline bool hasParameters(const tamb::ICommandMessage& command) {
+  return command.GetCommandArgs() != nullptr;
+}
+inline bool hasParameters(const tamb::INotificationMessage& notification) {
+  return notification.GetNotificationObject() != nullptr;
+}
+
+/// Judges the messages of a run as they come, each engine's by itself.
+class Arrivals {
+ public:
+  /// `onCredit` is called, on a thread that receives, when so many more have come as the sender is told of at
+  /// once.
+  Arrivals(const Case& run, std::function<void()> onCredit) : run_(run), onCredit_(std::move(onCredit)) {}
+
+  /// One engine's messages. One thread.
+  class OfEngine {
+   public:
+    OfEngine(Arrivals& all, std::size_t number) : all_(all), number_(number) {}
+    template <class Message>
+    void operator()(const Message& message) {
+      const Case& run = all_.run_;
+      const std::size_t list = received_ / run.perList * run.engines + number_;
+      const std::size_t id = (list * run.perList + received_ % run.perList) % run.ids();
+      ++received_;
+      all_.judge(message.GetCommandId() == id && hasParameters(message) == run.withParameters);
+    }
+
+   private:
+    Arrivals& all_;
+    const std::size_t number_;
+    std::size_t received_ = 0;
+  };
+
+  OfEngine of(std::size_t engine) { return {*this, engine}; }
+  std::size_t wrong() const { return wrong_; }
+  std::size_t received() const { return received_; }
+
+ private:
+  void judge(bool right) {
+    if (!right) ++wrong_;
+    if (++received_ % run_.perCredit() == 0) onCredit_();
+  }
+
+  const Case run_;
+  const std::function<void()> onCredit_;
+  std::atomic<std::size_t> received_{0};
+  std::atomic<std::size_t> wrong_{0};
+};
+
+}  // namespace qor::bench

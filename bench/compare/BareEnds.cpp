@@ -1,0 +1,131 @@
+#include "bench/compare/BareEnds.h"
+
+#include <zmq.h>
+
+#include <cstdio>
+#include <exception>
+#include <thread>
+#include <utility>
+
+#include "TcpEngine.pb.h"
+#include "bench/BareSockets.h"
+#include "bench/compare/Conversions.h"
+
+namespace qor::bench {
+
+namespace {
+
+/// Receives messages of one type into one that is used again and again, on a thread of its own, until the
+/// bare sockets are shut down.
+template <class Message>
+class Reception {
+ public:
+  template <class Handle>
+  Reception(BareSocket& socket, Handle handle)
+      : thread_([&socket, handle = std::move(handle)] {
+          try {
+            for (Message message; socket.receive(message);) handle(message);
+          } catch (const std::exception& error) {
+            // Whoever waits for what does not come any more tells of it.
+            std::fprintf(stderr, "bare reception ended: %s\n", error.what());
+          }
+        }) {}
+
+ private:
+  std::jthread thread_;
+};
+
+/// Before the threads that are to end are joined.
+class ShutDown {
+ public:
+  ShutDown() = default;
+  ~ShutDown() { shutDownBareSockets(); }
+  ShutDown(const ShutDown&) = delete;
+  ShutDown& operator=(const ShutDown&) = delete;
+};
+
+class BareHostEnd : public HostEnd {
+ public:
+  BareHostEnd(const Addresses& addresses, NotificationArrived arrived)
+      : requests_(ZMQ_REQ, addresses.request, false),
+        notifications_(ZMQ_SUB, addresses.notification, false),
+        commands_(ZMQ_XPUB, addresses.command, true),
+        reception_(notifications_, [arrived = std::move(arrived)](const wire::NotificationMessageList& list) {
+          read(list, arrived);
+        }) {
+    commands_.waitForSubscriber();
+  }
+  void ping() override {
+    request_.set_type(wire::EngineFrontEndRequest::Ping);
+    request_.set_timeoutmilliseconds(1'000);
+    requests_.send(request_);
+    requests_.receive(reply_);
+  }
+  void push(const CommandList& commands, bool /*moreFollow*/) override { pushAll(commands); }
+
+ private:
+  /// By value, as the framework's interfaces have it.
+  // NOLINTNEXTLINE(performance-unnecessary-value-param)
+  void pushAll(CommandList commands) {
+    write(commands, list_);
+    commands_.send(list_);
+  }
+
+  BareSocket requests_;
+  BareSocket notifications_;
+  BareSocket commands_;
+  wire::EngineFrontEndRequest request_;
+  wire::EngineBackEndReply reply_;
+  wire::CommandMessageList list_;
+  Reception<wire::NotificationMessageList> reception_;
+  ShutDown shutDown_;
+};
+
+class BareEngineEnd : public EngineEnd {
+ public:
+  BareEngineEnd(const Addresses& addresses, CommandArrived arrived)
+      : requests_(ZMQ_REP, addresses.request, true),
+        notifications_(ZMQ_XPUB, addresses.notification, true),
+        commands_(ZMQ_SUB, addresses.command, false),
+        requestReception_(requests_, [this](const wire::EngineFrontEndRequest&) { requests_.send(reply_); }),
+        commandReception_(commands_, [this, arrived = std::move(arrived)](
+                                         const wire::CommandMessageList& list) { read(list, arrived); }) {
+    notifications_.waitForSubscriber();
+  }
+  void push(const NotificationList& notifications, bool /*moreFollow*/) override { pushAll(notifications); }
+
+ private:
+  // NOLINTNEXTLINE(performance-unnecessary-value-param)
+  void pushAll(NotificationList notifications) {
+    write(notifications, list_);
+    notifications_.send(list_);
+  }
+  static wire::EngineBackEndReply success() {
+    wire::EngineBackEndReply reply;
+    reply.set_type(wire::EngineBackEndReply::Success);
+    reply.set_replystring("");
+    reply.set_errorstring("");
+    return reply;
+  }
+
+  BareSocket requests_;
+  BareSocket notifications_;
+  BareSocket commands_;
+  const wire::EngineBackEndReply reply_ = success();
+  wire::NotificationMessageList list_;
+  Reception<wire::EngineFrontEndRequest> requestReception_;
+  Reception<wire::CommandMessageList> commandReception_;
+  ShutDown shutDown_;
+};
+
+}  // namespace
+
+std::unique_ptr<HostEnd> makeBareHostEnd(const Addresses& addresses, NotificationArrived arrived) {
+  return std::make_unique<BareHostEnd>(addresses, std::move(arrived));
+}
+
+std::unique_ptr<EngineEnd> makeBareEngineEnd(const Addresses& addresses, CommandArrived arrived) {
+  return std::make_unique<BareEngineEnd>(addresses, std::move(arrived));
+}
+
+}  // namespace qor::bench

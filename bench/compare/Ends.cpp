@@ -1,0 +1,25 @@
+#include "bench/compare/Ends.h"
+
+#include <utility>
+
+#include "bench/compare/BareEnds.h"
+#include "bench/compare/GrpcEnds.h"
+#include "bench/compare/OurEnds.h"
+
+namespace qor::bench {
+
+std::unique_ptr<HostEnd> makeHostEnd(const Case& run, const Addresses& addresses,
+                                     NotificationArrived arrived) {
+  if (run.library == Library::Ours) return makeOurHostEnd(addresses, std::move(arrived));
+  if (run.library == Library::Bare) return makeBareHostEnd(addresses, std::move(arrived));
+  return makeGrpcHostEnd(run, addresses, std::move(arrived));
+}
+
+std::unique_ptr<EngineEnd> makeEngineEnd(const Case& run, const Addresses& addresses,
+                                         CommandArrived arrived) {
+  if (run.library == Library::Ours) return makeOurEngineEnd(addresses, std::move(arrived));
+  if (run.library == Library::Bare) return makeBareEngineEnd(addresses, std::move(arrived));
+  return makeGrpcEngineEnd(run, addresses, std::move(arrived));
+}
+
+}  // namespace qor::bench

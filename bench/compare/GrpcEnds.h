@@ -1,0 +1,12 @@
+#pragma once
+
+#include "bench/compare/Ends.h"
+
+namespace qor::bench {
+
+std::unique_ptr<HostEnd> makeGrpcHostEnd(const Case& run, const Addresses& addresses,
+                                         NotificationArrived arrived);
+std::unique_ptr<EngineEnd> makeGrpcEngineEnd(const Case& run, const Addresses& addresses,
+                                             CommandArrived arrived);
+
+}  // namespace qor::bench

@@ -1,0 +1,184 @@
+#include <google/protobuf/stubs/common.h>
+#include <grpcpp/grpcpp.h>
+#include <sys/sysinfo.h>
+#include <sys/utsname.h>
+#include <zmq.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <fstream>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "bench/FailuresOnly.h"
+#include "bench/compare/Plan.h"
+#include "bench/compare/Remote.h"
+#include "bench/compare/Run.h"
+#include "runtime/processes/ChildProcess.h"
+
+namespace {
+
+using nlohmann::json;
+using qor::bench::Case;
+
+constexpr const char* hostArgument = "--be-the-host";
+constexpr const char* remoteArgument = "--have-remote-engines";
+/// What one run takes at most, several times over.
+constexpr std::chrono::minutes patience{5};
+
+/// What this program prints when it is started once more: each run has fresh processes.
+json askAnother(const char* argument, const std::string& value) {
+  qor::processes::ChildProcess process("/proc/self/exe", {argument, value}, "");
+  const auto line = process.readLine(patience);
+  const auto status = process.waitForEnd(patience);
+  if (!line || !status || *status != 0) {
+    process.end(std::chrono::seconds(1));
+    throw std::runtime_error(std::string(argument) + ' ' + value + " has failed: " +
+                             (status ? qor::processes::describeStatus(*status) : "it does not end"));
+  }
+  return json::parse(*line);
+}
+
+std::string firstAfter(const char* path, const std::string& label) {
+  std::ifstream file(path);
+  for (std::string line; std::getline(file, line);) {
+    if (line.starts_with(label)) return line.substr(line.find(':') + 2);
+  }
+  return "unknown";
+}
+
+json machine() {
+  utsname system{};
+  ::uname(&system);
+  int major = 0;
+  int minor = 0;
+  int patch = 0;
+  ::zmq_version(&major, &minor, &patch);
+  return {{"processor", firstAfter("/proc/cpuinfo", "model name")},
+          {"cores", ::get_nprocs()},
+          {"system", std::string(system.sysname) + ' ' + system.release},
+          {"compiler", "GCC " __VERSION__},
+          {"libzmq", std::to_string(major) + '.' + std::to_string(minor) + '.' + std::to_string(patch)},
+          {"protobuf", google::protobuf::internal::VersionString(GOOGLE_PROTOBUF_VERSION)},
+          {"gRPC", grpc::Version()}};
+}
+
+struct Options {
+  std::size_t rounds = 7;
+  double scale = 1;
+  std::string only;
+  std::string file;
+};
+
+/// All runs of all rounds, in random order within each: a slow moment of the machine meets everybody alike.
+json measure(const Options& options, bool& complete) {
+  std::mt19937 random(std::random_device{}());
+  auto cases = qor::bench::plan(options.scale);
+  std::erase_if(cases, [&](const Case& run) {
+    return qor::bench::nameOf(run).find(options.only) == std::string::npos;
+  });
+  if (cases.empty()) throw std::runtime_error("nothing is named \"" + options.only + "\": see --list");
+  std::vector<std::size_t> order(cases.size());
+  std::vector<json> results(cases.size(), json::array());
+  for (std::size_t index = 0; index < order.size(); ++index) order[index] = index;
+  for (std::size_t round = 1; round <= options.rounds; ++round) {
+    std::shuffle(order.begin(), order.end(), random);
+    std::size_t done = 0;
+    for (const std::size_t index : order) {
+      const auto result = askAnother(hostArgument, json(cases[index]).dump());
+      if (result.at("wrong") != 0) {
+        complete = false;
+        std::fprintf(stderr, "%s: %s messages are wrong\n", qor::bench::nameOf(cases[index]).c_str(),
+                     result.at("wrong").dump().c_str());
+      }
+      results[index].push_back(result);
+      std::fprintf(stderr, "\rround %zu of %zu: %zu of %zu runs ", round, options.rounds, ++done,
+                   cases.size());
+    }
+  }
+  std::fprintf(stderr, "\n");
+  json runs = json::array();
+  for (std::size_t index = 0; index < cases.size(); ++index) {
+    runs.push_back(
+        {{"name", qor::bench::nameOf(cases[index])}, {"case", cases[index]}, {"results", results[index]}});
+  }
+  return runs;
+}
+
+json measureRemoteEngines(const Options& options) {
+  json all = json::array();
+  for (const std::size_t engines : {1, 10, 100}) {
+    if (std::string("remote engines").find(options.only) == std::string::npos) continue;
+    json results = json::array();
+    const std::size_t rounds = std::min<std::size_t>(options.rounds, 3);
+    for (std::size_t round = 1; round <= rounds; ++round) {
+      std::fprintf(stderr, "\r%zu remote engines: round %zu of %zu ", engines, round, rounds);
+      results.push_back(askAnother(remoteArgument, std::to_string(engines)));
+    }
+    all.push_back({{"engines", engines}, {"results", results}});
+  }
+  std::fprintf(stderr, "\n");
+  return all;
+}
+
+int compare(const Options& options) {
+  bool complete = true;
+  json report{{"machine", machine()}, {"rounds", options.rounds}};
+  report["remote engines"] = measureRemoteEngines(options);
+  report["runs"] = measure(options, complete);
+  std::ofstream file(options.file);
+  file << report.dump(1) << '\n';
+  if (!file.flush()) throw std::runtime_error("cannot write \"" + options.file + "\"");
+  return complete ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+}  // namespace
+
+int main(int argumentCount, char** arguments) {
+  try {
+    qor::bench::logFailuresOnly();
+    if (argumentCount == 3) {
+      const std::string argument = arguments[1];
+      const std::string value = arguments[2];
+      if (argument == qor::bench::engineArgument) {
+        qor::bench::beTheEngine(value);
+        return EXIT_SUCCESS;
+      }
+      if (argument == hostArgument) {
+        std::cout << json(qor::bench::runCase(json::parse(value).get<Case>())).dump() << '\n';
+        return EXIT_SUCCESS;
+      }
+      if (argument == remoteArgument) {
+        std::cout << json(qor::bench::haveRemoteEngines(std::stoul(value))).dump() << '\n';
+        return EXIT_SUCCESS;
+      }
+    }
+    CLI::App app("The channels beside bare libzmq, gRPC and the framework without a process boundary.");
+    Options options;
+    bool list = false;
+    app.add_option("file", options.file, "Where the results go, as JSON");
+    app.add_option("--rounds", options.rounds, "How often everything is run")->capture_default_str();
+    app.add_option("--scale", options.scale, "How long each run is, beside its usual length")
+        ->capture_default_str();
+    app.add_option("--only", options.only, "Only what has this in its name");
+    app.add_flag("--list", list, "Print the names, and run nothing");
+    CLI11_PARSE(app, argumentCount, arguments);
+    if (list) {
+      for (const Case& run : qor::bench::plan(options.scale)) std::puts(qor::bench::nameOf(run).c_str());
+      return EXIT_SUCCESS;
+    }
+    if (options.file.empty()) throw std::runtime_error("where are the results to go? See --help");
+    return compare(options);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "compare: %s\n", error.what());
+    return EXIT_FAILURE;
+  }
+}

@@ -1,0 +1,10 @@
+#pragma once
+
+#include "bench/compare/Ends.h"
+
+namespace qor::bench {
+
+std::unique_ptr<HostEnd> makeOurHostEnd(const Addresses& addresses, NotificationArrived arrived);
+std::unique_ptr<EngineEnd> makeOurEngineEnd(const Addresses& addresses, CommandArrived arrived);
+
+}  // namespace qor::bench

@@ -1,0 +1,119 @@
+#include "bench/compare/Plan.h"
+
+#include <algorithm>
+
+#include "bench/compare/Conversions.h"
+#include "bench/compare/TypicalMessages.h"
+
+namespace qor::bench {
+
+namespace {
+
+/// What a message of the channels may have at most.
+constexpr std::size_t largestMessage = 65'536;
+
+template <class List, class Message>
+std::size_t mostPerList(const std::shared_ptr<const Message>& largest) {
+  List list;
+  write(std::vector{largest}, list);
+  return largestMessage / list.ByteSizeLong();
+}
+
+std::size_t mostPerList(Measure measure, bool withParameters) {
+  constexpr unsigned int largestId = 9'999;
+  return measure == Measure::Commands
+             ? mostPerList<wire::CommandMessageList>(typicalCommand(largestId, withParameters))
+             : mostPerList<wire::NotificationMessageList>(typicalNotification(largestId, withParameters));
+}
+
+std::vector<Library> librariesFor(Measure measure) {
+  std::vector libraries{Library::Ours, Library::Bare, Library::Grpc, Library::InProcess};
+  const bool isOneWay = measure == Measure::Commands || measure == Measure::Notifications;
+  if (isOneWay) libraries.push_back(Library::GrpcBuffered);
+  if (measure == Measure::Commands) {
+    libraries.push_back(Library::GrpcClient);
+    libraries.push_back(Library::GrpcClientBuffered);
+  }
+  return libraries;
+}
+
+/// About so many, in whole windows.
+std::size_t windows(const Case& run, double messages) {
+  const auto window = static_cast<double>(run.window());
+  return static_cast<std::size_t>(std::max(1.0, messages / window)) * run.window();
+}
+
+class Planner {
+ public:
+  explicit Planner(double scale) : scale_(scale) {}
+
+  void add(Case run) {
+    for (const auto transport : {Transport::Ipc, Transport::Tcp}) {
+      for (const auto cores : {Cores::One, Cores::Each, Cores::Free}) {
+        for (const auto library : librariesFor(run.measure)) {
+          run.transport = transport;
+          run.cores = cores;
+          run.library = library;
+          // One process knows no transport, and has no second core of its own.
+          if (library == Library::InProcess && (transport != Transport::Ipc || cores != Cores::One)) continue;
+          // What a placement of its own gives is a matter of round trips.
+          if (cores == Cores::Each && !run.isRoundTrip()) continue;
+          const double messages = run.isRoundTrip() ? 5'000 : run.withParameters ? 60'000 : 150'000;
+          run.messages = windows(run, scale_ * messages);
+          cases_.push_back(run);
+        }
+      }
+    }
+  }
+
+  /// Engines of ours in one host, and batches of all sizes, to see what a command costs then.
+  void addGrowth() {
+    for (const std::size_t engines : {1, 2, 5, 10, 20, 50, 100, 200}) addOfOurs(engines, 10);
+    for (const std::size_t perList : {2, 5, 20, 50, 200}) addOfOurs(1, perList);
+  }
+
+  std::vector<Case> cases() && { return std::move(cases_); }
+
+ private:
+  void addOfOurs(std::size_t engines, std::size_t perList) {
+    for (const auto library : {Library::Ours, Library::Bare}) {
+      Case run{.library = library, .cores = Cores::One, .perList = perList, .engines = engines};
+      run.messages = windows(run, scale_ * 150'000);
+      const bool isPlanned = engines == 1 && perList == 10;
+      if (!isPlanned) cases_.push_back(run);
+    }
+  }
+
+  const double scale_;
+  std::vector<Case> cases_;
+};
+
+}  // namespace
+
+std::vector<Case> plan(double scale) {
+  Planner planner(scale);
+  planner.add({.measure = Measure::ControlRoundTrip});
+  for (const bool withParameters : {false, true}) {
+    planner.add({.measure = Measure::CommandRoundTrip, .withParameters = withParameters});
+    for (const auto measure : {Measure::Commands, Measure::Notifications}) {
+      for (const std::size_t perList :
+           {std::size_t{1}, std::size_t{10}, std::size_t{100}, mostPerList(measure, withParameters)}) {
+        planner.add({.measure = measure, .withParameters = withParameters, .perList = perList});
+      }
+    }
+  }
+  planner.addGrowth();
+  return std::move(planner).cases();
+}
+
+std::string nameOf(const Case& run) {
+  const auto text = [](const auto& value) { return nlohmann::json(value).template get<std::string>(); };
+  std::string name = text(run.measure);
+  if (!run.isRoundTrip()) name += " in lists of " + std::to_string(run.perList);
+  if (run.measure != Measure::ControlRoundTrip)
+    name += run.withParameters ? ", 5 parameters" : ", no parameters";
+  if (run.engines > 1) name += ", " + std::to_string(run.engines) + " engines";
+  return name + ", " + text(run.library) + ", " + text(run.transport) + ", " + text(run.cores);
+}
+
+}  // namespace qor::bench
