@@ -76,7 +76,6 @@ void write(const Source& source, proto::ParametersCollectionCommon& data, const 
 
 void write(const std::shared_ptr<const IParametersCollectionPrototype>& prototype,
            proto::ParametersCollectionPrototype& message) {
-  message.Clear();
   if (!prototype) return;
   // An empty list of keys is present all the same: the message would lack a required field without it.
   write(Defaults{*prototype}, *message.mutable_data(), prototypeWriter);

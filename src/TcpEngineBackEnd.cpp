@@ -47,12 +47,17 @@ void logChangeTo(EngineStatus::EngineStatus status) {
   logDebug("TcpEngineBackEnd: Engine status change: " + EngineStatus::ToString(status));
 }
 
+/// The bytes of one character of UTF-8 but its first begin with the bits 10.
+bool beginsCharacter(char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) != 0x80U; }
+
 std::string cut(const std::string& errorText) {
-  std::size_t end = longestErrorText;
-  if (errorText.size() <= end) return errorText;
-  // Between two characters of UTF-8: all bytes of one but its first begin with the bits 10.
-  while (end > 0 && (static_cast<unsigned char>(errorText[end]) & 0xC0U) == 0x80U) --end;
-  return errorText.substr(0, end);
+  if (errorText.size() <= longestErrorText) return errorText;
+  // Between two characters, none of which has more than four bytes; what is no UTF-8 is cut where it is too
+  // long.
+  for (std::size_t end = longestErrorText; end + 4 > longestErrorText; --end) {
+    if (beginsCharacter(errorText[end])) return errorText.substr(0, end);
+  }
+  return errorText.substr(0, longestErrorText);
 }
 
 void joinIfPresent(const std::shared_ptr<std::thread>& thread) {

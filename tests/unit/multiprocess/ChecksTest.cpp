@@ -180,6 +180,14 @@ TEST(Checks, AWriterThatThrowsSomethingElseDoesNotReplaceTheFailureEither) {
   EXPECT_EQ(standardError.text(), "Error " + message + "\n");
 }
 
+TEST(Checks, WhatAWriterHasTakenDoesNotGoToTheStandardErrorStreamAsWell) {
+  const StandardErrorOnly standardError;
+  const CapturedLog log;
+  bare.log("text");
+  EXPECT_EQ(log.records().size(), 1U);
+  EXPECT_EQ(standardError.text(), "");
+}
+
 TEST(Checks, ALogIsDecoratedWithoutBracketsAndThrowsNothing) {
   const CapturedLog log;
   decorated.log("text", 230, tamb::LogLevel::Info);

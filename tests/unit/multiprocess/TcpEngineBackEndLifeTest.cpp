@@ -2,6 +2,7 @@
 #include <thread>
 
 #include "tests/support/CoreFile.h"
+#include "tests/support/HeldUpLog.h"
 #include "tests/unit/multiprocess/BackEndTest.h"
 
 namespace qor::multiprocess_communication {
@@ -189,6 +190,20 @@ TEST_F(TcpEngineBackEndStatus, AFailedSendIsLoggedWithTheSocketAndThePublication
       "inproc://engine-status): the wire is cut");
   pass(statusPeriod);
   EXPECT_EQ(nextStatus(), "Idle");
+}
+
+TEST_F(TcpEngineBackEndStatus, ThatChangesWhileAnotherIsBeingSentIsPublishedWithoutWaitingForThePeriod) {
+  listen();
+  start();
+  EXPECT_EQ(nextStatus(), "Idle");
+  socket::memory::failNext(status, Operation::Send, Failure::RuntimeError, "the wire is cut");
+  test::HeldUpLog heldUp("Failed sending status");
+  pass(statusPeriod);
+  ASSERT_TRUE(heldUp.gate().waitUntilReached());
+  EXPECT_EQ(replyTo(Request::Run), success);
+  ASSERT_TRUE(engine_->waitUntilRunning());
+  heldUp.gate().open();
+  EXPECT_EQ(nextStatus(), "Running");
 }
 
 TEST_F(TcpEngineBackEndStatus, ContextTerminationInASendEndsThePublicationAlone) {

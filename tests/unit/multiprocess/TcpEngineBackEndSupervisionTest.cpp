@@ -48,6 +48,22 @@ TEST_F(TcpEngineBackEndSupervision, EndsWithAWarningAfterTenSecondsOfSilenceAndN
   expectLogged(LogLevel::Warning, warning);
 }
 
+TEST_F(TcpEngineBackEndSupervision, KeepsNoRequestWaitingWhileItsWarningIsWritten) {
+  start();
+  BackgroundCall waiting([&] { backEnd_->waitForFrontEndTermination(); });
+  ASSERT_TRUE(clock_->waitForWaitOf(silence));
+  test::HeldUpLog heldUp("timeout on frontend heartbeat");
+  clock_->advance(silence);
+  ASSERT_TRUE(heldUp.gate().waitUntilReached());
+  // The reception thread reports the first one before it takes the second.
+  auto first = send(Request::HeartBeat);
+  auto second = send(Request::HeartBeat);
+  EXPECT_EQ(second.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+  heldUp.gate().open();
+  EXPECT_EQ(inWords(std::move(first)), success);
+  EXPECT_EQ(inWords(std::move(second)), success);
+}
+
 TEST_F(TcpEngineBackEndSupervision, BeginsAnewWithEveryRequestWhateverItIs) {
   start();
   BackgroundCall waiting([&] { backEnd_->waitForFrontEndTermination(); });

@@ -3,6 +3,7 @@
 
 #include "qor/utils/Log.h"
 #include "tamb/TAMBRuntimeError.h"
+#include "tests/support/IdlePolls.h"
 #include "tests/support/PaddedMessage.h"
 #include "tests/unit/multiprocess/BackEndTest.h"
 
@@ -69,6 +70,11 @@ TEST_F(TcpEngineBackEndRequests, AReasonThatIsTooLongForAReplyIsCutBetweenTwoCha
   EXPECT_EQ(replyTo(Request::Ping), failure(std::string(8'000, 'x')));
   reason = std::string(7'999, 'x') + "\u20ac and more";
   EXPECT_EQ(replyTo(Request::Ping), failure(std::string(7'999, 'x')));
+  reason = std::string(7'997, 'x') + "\U0001f600 and more";
+  EXPECT_EQ(replyTo(Request::Ping), failure(std::string(7'997, 'x')));
+  // Of bytes that begin no character, as many as a reply holds.
+  reason = std::string(9'000, '\x80');
+  EXPECT_EQ(replyTo(Request::Ping), failure(std::string(8'000, '\x80')));
 }
 
 TEST_F(TcpEngineBackEndRequests, APingThatThrowsSomethingElseFailsWithAnUnknownFailure) {
@@ -202,6 +208,20 @@ TEST_F(TcpEngineBackEndRequests, TheReceptionThreadWorksInTheEnginesLogContext) 
   EXPECT_EQ(records.front().context, "manager-17 (engine 4711)");
 }
 
+/// Cannot tell what the reception thread's log lines are to be marked with.
+class NamelessEngine : public test::FakeEngine {
+ public:
+  std::string GetWorkflowManagerId() const override { throw std::logic_error("it has no name yet"); }
+};
+
+TEST_F(TcpEngineBackEndRequests, AreServedAlsoWithoutALogContextWhichIsSaid) {
+  engine_ = std::make_shared<NamelessEngine>();
+  start();
+  EXPECT_EQ(replyTo(Request::HeartBeat), success);
+  expectLogged(LogLevel::Error,
+               "TcpEngineBackEnd: commandListenThreadFunction: no log context: it has no name yet");
+}
+
 /// How the reception thread meets what goes wrong with its socket.
 class TcpEngineBackEndReception : public BackEndTest {};
 
@@ -232,6 +252,12 @@ TEST_F(TcpEngineBackEndReception, APollErrorIsLoggedAndTheLoopGoesOn) {
   expectLogged(LogLevel::Error, "TcpEngineBackEnd: Poll error receiving frontend request: the poll is broken",
                3);
   EXPECT_EQ(replyTo(Request::HeartBeat), success);
+}
+
+TEST_F(TcpEngineBackEndReception, SaysNothingWhileNothingComes) {
+  start();
+  ASSERT_TRUE(test::idlePollsInASecond(requests));
+  EXPECT_TRUE(log_.recordsWith("frontend request").empty());
 }
 
 TEST_F(TcpEngineBackEndReception, APollThatThrowsIsLoggedAsAPollErrorAndTheLoopGoesOn) {

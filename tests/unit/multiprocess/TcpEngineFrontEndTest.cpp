@@ -278,6 +278,15 @@ TEST_F(TcpEngineFrontEndRequests, WithAReplyThatCannotBeReadReportItsMissingType
                4);
 }
 
+TEST_F(TcpEngineFrontEndRequests, TakeAReplyOf8192BytesAndNoLargerOne) {
+  connect();
+  // Two bytes of the type, three before the text.
+  answer(Request::Ping, Reply::Failure, std::string(8'187, 'x'));
+  expectPingToFailWith("[TcpEngineFrontEnd: " + std::string(8'187, 'x') + "]");
+  answer(Request::Ping, Reply::Failure, std::string(8'188, 'x'));
+  expectPingToFailWith("[TcpEngineFrontEnd: Unexpected reply type: -1]");
+}
+
 TEST_F(TcpEngineFrontEndRequests, ARefusedStopIsLoggedInItsOwnWordsAndThrowsNothing) {
   connect();
   answer(Request::RequestStop, Reply::Failure, "nothing stops it");
