@@ -3,12 +3,12 @@
 #include <fmt/format.h>
 
 #include <condition_variable>
-#include <mutex>
 #include <stdexcept>
 #include <utility>
 
 #include "qor/utils/Log.h"
 #include "runtime/messaging/MessageRules.h"
+#include "runtime/messaging/Mutex.h"
 #include "runtime/messaging/OpenSocket.h"
 #include "runtime/messaging/UseGate.h"
 
@@ -90,7 +90,7 @@ class Socket::Implementation {
   enum class Phase { NeverOpen, Opening, Open, Closing, Closed };
 
   SocketLabel beginOpening(Protocol::Protocol protocol, const SocketEndpoint& endpoint) {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     if (phase_ != Phase::NeverOpen && phase_ != Phase::Closed) {
       throw std::runtime_error(label_.text() + ": cannot be opened again before it is closed");
     }
@@ -106,8 +106,8 @@ class Socket::Implementation {
 
   /// False when there is nothing to close; then another thread's close has ended too.
   bool beginClosing() {
-    std::unique_lock lock(mutex_);
-    phaseChanged_.wait(lock, [this] { return phase_ != Phase::Closing; });
+    Lock lock(mutex_);
+    lock.wait(phaseChanged_, [this]() QOR_REQUIRES(mutex_) { return phase_ != Phase::Closing; });
     if (phase_ != Phase::Open) return false;
     phase_ = Phase::Closing;
     gate_.shut();
@@ -115,7 +115,7 @@ class Socket::Implementation {
   }
 
   void enterPhase(Phase phase) {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     phase_ = phase;
     if (phase == Phase::Open) gate_.open();
     phaseChanged_.notify_all();
@@ -124,27 +124,29 @@ class Socket::Implementation {
   /// A loop that polls may meet a socket that was closed behind its back, perhaps to be opened on another
   /// endpoint: nothing can come in from it, which is no error. A socket that was never opened is.
   int pollWhileClosed(std::chrono::milliseconds timeOut, std::string& errorText) {
-    std::unique_lock lock(mutex_);
+    Lock lock(mutex_);
     if (phase_ == Phase::NeverOpen || phase_ == Phase::Opening) {
       errorText = label_.text() + ": is not open";
       return -1;
     }
-    phaseChanged_.wait_for(lock, timeOut, [this] { return phase_ == Phase::Open; });
+    lock.waitUntil(phaseChanged_, std::chrono::steady_clock::now() + timeOut,
+                   [this]() QOR_REQUIRES(mutex_) { return phase_ == Phase::Open; });
     return 1;
   }
 
   std::runtime_error notOpen() const { return std::runtime_error(label().text() + ": is not open"); }
 
   SocketLabel label() const {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     return label_;
   }
 
   const ClosePolicy::ClosePolicy policy_;
   const std::chrono::milliseconds timeForUnsent_;
-  mutable std::mutex mutex_;
+  mutable Mutex mutex_;
   std::condition_variable phaseChanged_;
-  Phase phase_ = Phase::NeverOpen;
+  Phase phase_ QOR_GUARDED_BY(mutex_) = Phase::NeverOpen;
+  /// Changes with the mutex held while nobody is inside the gate: whoever is inside needs no lock to read it.
   SocketLabel label_;
   UseGate gate_;
   std::unique_ptr<OpenSocket> open_;

@@ -1,12 +1,12 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <utility>
 
 #include "qor/socket/SocketEndpoint.h"
 #include "runtime/messaging/FileDescriptor.h"
+#include "runtime/messaging/Mutex.h"
 
 namespace qor::socket {
 
@@ -27,13 +27,13 @@ class SocketEndpoint::Reservation {
 
   /// The listening descriptor; empty for everyone but the first to take it. Any thread.
   FileDescriptor take() {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     return std::move(listener_);
   }
 
  private:
-  std::mutex mutex_;
-  FileDescriptor listener_;
+  Mutex mutex_;
+  FileDescriptor listener_ QOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace qor::socket

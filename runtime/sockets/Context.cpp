@@ -7,11 +7,11 @@
 #include <array>
 #include <cerrno>
 #include <cstddef>
-#include <mutex>
 #include <utility>
 
 #include "qor/socket/Socket.h"
 #include "runtime/messaging/FileDescriptor.h"
+#include "runtime/messaging/Mutex.h"
 #include "runtime/sockets/ZmqHandles.h"
 
 namespace qor::socket {
@@ -41,9 +41,9 @@ struct Current {
   }
 
   const pid_t owner = ::getpid();
-  std::mutex mutex;
+  Mutex mutex;
   /// Outlives this object, for a child to leave it alone.
-  std::shared_ptr<Context>& context = *new std::shared_ptr<Context>();
+  std::shared_ptr<Context>& context QOR_GUARDED_BY(mutex) = *new std::shared_ptr<Context>();
 };
 
 Current& current() {
@@ -69,7 +69,7 @@ void Context::Terminate::operator()(void* context) const {
 
 std::shared_ptr<Context> Context::current() {
   Current& now = socket::current();
-  const std::lock_guard lock(now.mutex);
+  const Lock lock(now.mutex);
   if (!now.context) now.context = std::make_shared<Context>();
   return now.context;
 }
@@ -78,7 +78,7 @@ void Context::shutDownCurrent() {
   Current& now = socket::current();
   std::shared_ptr<Context> ending;
   {
-    const std::lock_guard lock(now.mutex);
+    const Lock lock(now.mutex);
     ending = std::exchange(now.context, nullptr);
   }
   if (!ending) return;

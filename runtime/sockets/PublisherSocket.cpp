@@ -53,7 +53,7 @@ void PublisherSocket::send(const google::protobuf::Message& message, std::size_t
   throwIfShutDown();
   ZmqMessage encoded(size);
   encode(message, encoded.data());
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   if (const auto now = coarseNow(); now - lastLook_ >= timeBetweenLooks) {
     lastLook_ = now;
     lookForSubscribers();
@@ -68,8 +68,9 @@ std::size_t PublisherSocket::close(std::chrono::milliseconds timeForUnsent) noex
   const auto start = std::chrono::steady_clock::now();
   std::size_t discarded = 0;
   {
-    std::unique_lock lock(mutex_);
-    keptChanged_.wait_until(lock, start + timeForUnsent, [this] { return kept_.empty() || ended_; });
+    Lock lock(mutex_);
+    lock.waitUntil(keptChanged_, start + timeForUnsent,
+                   [this]() QOR_REQUIRES(mutex_) { return kept_.empty() || ended_; });
     discarded = kept_.count();
   }
   context().watch().remove(socket().descriptor());
@@ -79,7 +80,7 @@ std::size_t PublisherSocket::close(std::chrono::milliseconds timeForUnsent) noex
 }
 
 bool PublisherSocket::onActivity() noexcept {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   try {
     lookForSubscribers();
     handOver();

@@ -2,9 +2,9 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <mutex>
 
 #include "runtime/messaging/KeptMessages.h"
+#include "runtime/messaging/Mutex.h"
 #include "runtime/sockets/SocketWatch.h"
 #include "runtime/sockets/ZmqOpenSocket.h"
 
@@ -25,15 +25,15 @@ class PublisherSocket : public ZmqOpenSocket, private Watched {
 
  private:
   bool onActivity() noexcept override;
-  void lookForSubscribers();
-  void handOver();
+  void lookForSubscribers() QOR_REQUIRES(mutex_);
+  void handOver() QOR_REQUIRES(mutex_);
 
-  std::mutex mutex_;
+  Mutex mutex_;
   std::condition_variable keptChanged_;
-  KeptMessages<ZmqMessage> kept_;
-  bool subscribed_ = false;
-  bool ended_ = false;                     ///< nobody will subscribe any more
-  std::chrono::milliseconds lastLook_{0};  ///< as coarseNow had it
+  KeptMessages<ZmqMessage> kept_ QOR_GUARDED_BY(mutex_);
+  bool subscribed_ QOR_GUARDED_BY(mutex_) = false;
+  bool ended_ QOR_GUARDED_BY(mutex_) = false;                     ///< nobody will subscribe any more
+  std::chrono::milliseconds lastLook_ QOR_GUARDED_BY(mutex_){0};  ///< as coarseNow had it
 };
 
 }  // namespace qor::socket

@@ -44,7 +44,7 @@ SocketWatch::~SocketWatch() {
 }
 
 void SocketWatch::add(int descriptor, Watched& watched) {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   if (!thread_.joinable()) start();
   startPolling(poller_, descriptor);
   watched_.emplace(descriptor, &watched);
@@ -68,7 +68,7 @@ void SocketWatch::start() {
 }
 
 void SocketWatch::remove(int descriptor) {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   stopPolling(poller_, descriptor);
   watched_.erase(descriptor);
 }
@@ -83,7 +83,7 @@ void SocketWatch::watch() {
     }
     if (ready <= 0) continue;
     if (event.data.fd == stop_.get()) return;
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     const auto found = watched_.find(event.data.fd);
     if (found != watched_.end() && !found->second->onActivity()) {
       stopPolling(poller_, found->first);

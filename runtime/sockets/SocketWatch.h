@@ -1,10 +1,10 @@
 #pragma once
 
 #include <map>
-#include <mutex>
 #include <thread>
 
 #include "runtime/messaging/FileDescriptor.h"
+#include "runtime/messaging/Mutex.h"
 
 namespace qor::socket {
 
@@ -35,14 +35,14 @@ class SocketWatch {
   void remove(int descriptor);
 
  private:
-  void start();
+  void start() QOR_REQUIRES(mutex_);
   void watch();
 
   FileDescriptor poller_;
   FileDescriptor stop_;
-  std::mutex mutex_;  ///< held while somebody is called, too
-  std::map<int, Watched*> watched_;
-  std::thread thread_;
+  Mutex mutex_;  ///< held while somebody is called, too
+  std::map<int, Watched*> watched_ QOR_GUARDED_BY(mutex_);
+  std::thread thread_ QOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace qor::socket

@@ -24,7 +24,7 @@ Waker::Waker(ZmqSocket& sleeper, int sleeperType, void* context, const std::stri
 }
 
 void Waker::wake() noexcept {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(mutex_);
   try {
     // An XPUB has to hear of its subscriber before it sends.
     peer_.takeInNews();

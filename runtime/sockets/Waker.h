@@ -1,8 +1,8 @@
 #pragma once
 
-#include <mutex>
 #include <string>
 
+#include "runtime/messaging/Mutex.h"
 #include "runtime/sockets/ZmqHandles.h"
 
 namespace qor::socket {
@@ -21,8 +21,8 @@ class Waker {
   static bool isOrder(ZmqMessage& part);
 
  private:
-  std::mutex mutex_;
-  ZmqSocket peer_;
+  Mutex mutex_;
+  ZmqSocket peer_ QOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace qor::socket
