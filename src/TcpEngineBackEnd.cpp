@@ -37,7 +37,7 @@ proto::EngineStatus_Status wireStatus(EngineStatus::EngineStatus status) {
       return proto::EngineStatus::Idle;
     case EngineStatus::EndOfLife:
       return proto::EngineStatus::EndOfLife;
-    case EngineStatus::Undefined:
+    case EngineStatus::Undefined:  // never is: publication begins once there is another status
       break;
   }
   return proto::EngineStatus::Undefined;

@@ -191,14 +191,12 @@ std::string TcpEngineFrontEnd::sendRequestGetReply(proto::EngineFrontEndRequest_
 
 std::string TcpEngineFrontEnd::resultOf(const Reply& reply) const {
   // A reply that could not be read has no type. It must not pass for the enumeration's default.
-  if (!reply.has_type()) checks().never("Unexpected reply type: -1");
-  switch (reply.type()) {
-    case Reply::Success:
-      return reply.replystring();
-    case Reply::Failure:
-      checks().never(reply.has_errorstring() ? reply.errorstring() : "Command failure");
+  const int type = reply.has_type() ? static_cast<int>(reply.type()) : -1;
+  if (type == Reply::Success) return reply.replystring();
+  if (type == Reply::Failure) {
+    checks().never(reply.has_errorstring() ? reply.errorstring() : "Command failure");
   }
-  checks().never("Unexpected reply type: " + std::to_string(static_cast<int>(reply.type())));
+  checks().never("Unexpected reply type: " + std::to_string(type));
 }
 
 bool TcpEngineFrontEnd::waitForEngineStatusChange(unsigned int milliseconds,

@@ -201,6 +201,15 @@ TEST(Checks, ALogIsDecoratedWithoutBracketsAndThrowsNothing) {
   EXPECT_EQ(log.records()[1].source, source);
 }
 
+TEST(Checks, ALogWhoseTextCannotBeComposedIsStillALog) {
+  const CapturedLog log;
+  decorated.log([]() -> std::string { throw std::runtime_error("no words"); }, 230, tamb::LogLevel::Warning);
+  ASSERT_EQ(log.records().size(), 1U);
+  EXPECT_EQ(log.records()[0].message, "a report whose text could not be composed");
+  EXPECT_EQ(log.records()[0].level, tamb::LogLevel::Warning);
+  EXPECT_EQ(log.records()[0].line, "230");
+}
+
 TEST(Checks, ALogWithoutAUsableWriterGoesToTheStandardErrorStream) {
   {
     const StandardErrorOnly standardError;
