@@ -65,12 +65,12 @@ struct Case {
   /// How many messages may be under way: enough to keep both sides busy, less than any queue holds.
   std::size_t window() const {
     if (isRoundTrip()) return 1;
-    return perList == 1 ? 1'000 : 100 * perList;
+    return engines * (perList == 1 ? 1'000 : 100 * perList);
   }
   /// The receiver tells the sender of so many messages at once.
   std::size_t perCredit() const { return isRoundTrip() ? 1 : window() / 4; }
   /// Sent ahead of what is measured: connections, queues and reused messages grow to their size.
-  std::size_t warmUp() const { return isRoundTrip() ? 200 : 10 * window(); }
+  std::size_t warmUp() const { return isRoundTrip() ? 200 : (engines == 1 ? 10 : 2) * window(); }
 };
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Case, measure, library, transport, cores, withParameters, perList,
                                    messages, engines)

@@ -145,6 +145,7 @@ def plot_round_trips(runs, folder):
         axis.set_xticks([at + 0.27 for at in range(len(places))], [f"{a}\n{b}" for a, b in places], fontsize=7)
         axis.set_title(work, fontsize=9)
         axis.set_yscale("log")
+        axis.set_ylim(bottom=10)
         axis.set_ylabel("µs: median, and p99 (dash)")
     axes[0][0].legend(fontsize=7)
     save(figure, folder, "round-trips")
