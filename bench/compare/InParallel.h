@@ -10,6 +10,7 @@ namespace qor::bench {
 template <class Object>
 void destroyInParallel(std::vector<std::unique_ptr<Object>>& objects) {
   std::vector<std::jthread> threads;
+  threads.reserve(objects.size());
   for (auto& object : objects) threads.emplace_back([&object] { object.reset(); });
 }
 
