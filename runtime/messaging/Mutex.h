@@ -31,8 +31,9 @@ class QOR_THREAD_ANNOTATION(capability("mutex")) Mutex {
 class QOR_THREAD_ANNOTATION(scoped_lockable) Lock {
  public:
   explicit Lock(Mutex& mutex) QOR_THREAD_ANNOTATION(acquire_capability(mutex)) : lock_(mutex.mutex_) {}
-  ~Lock() QOR_THREAD_ANNOTATION(release_capability()) {
-  }  // NOLINT(modernize-use-equals-default): for its annotation
+  // Defaulted it could not bear its annotation.
+  // NOLINTNEXTLINE(modernize-use-equals-default)
+  ~Lock() QOR_THREAD_ANNOTATION(release_capability()) {}
   Lock(const Lock&) = delete;
   Lock& operator=(const Lock&) = delete;
 
