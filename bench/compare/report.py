@@ -129,8 +129,7 @@ def save(figure, folder, name):
     plt.close(figure)
 
 
-def plot_round_trips(runs, folder):
-    works = [work for work in runs.works() if work.startswith(ROUND_TRIPS)]
+def plot_round_trips(runs, works, folder):
     figure, axes = plt.subplots(1, len(works), figsize=(4 * len(works), 3.2), squeeze=False)
     for axis, work in zip(axes[0], works):
         libraries = [library for library in ("ours", "bare libzmq", "gRPC") if runs.of(work, PLACES[0], library)]
@@ -240,9 +239,14 @@ def main():
                      "As above. Without buffering each list is written at once; with it, a list may wait for the next.",
                      ratios(runs, "gRPC", always),
                      ratios(runs, "gRPC, buffered", has_variant),
-                     ratios(runs, "gRPC client stream, buffered", has_variant),
-                     f"![Round trips]({folder.name}/round-trips.svg)", f"![Throughput]({folder.name}/throughput.svg)"]
-        plot_round_trips(runs, folder)
+                     ratios(runs, "gRPC client stream, buffered", has_variant)]
+    # A part of the plan may have no work of a kind.
+    round_trips = [work for work in runs.works() if work.startswith(ROUND_TRIPS)]
+    if round_trips:
+        sections.append(f"![Round trips]({folder.name}/round-trips.svg)")
+        plot_round_trips(runs, round_trips, folder)
+    if len(round_trips) < len(runs.works()):
+        sections.append(f"![Throughput]({folder.name}/throughput.svg)")
         plot_throughput(runs, folder)
     if report["remote engines"]:
         sections += ["## A host with many remote engines", remote_engines(report["remote engines"])]
