@@ -13,8 +13,9 @@
 //   destroy              destroys the back end
 //   quit                 ends the program, and the engine's run first
 //
-// Events: "listening REQUEST_ENDPOINT STATUS_ENDPOINT", with the ports that were reserved; "engine runs",
-// "engine ran", "pinged MS", "stop requested"; "wait returned after MS", "destroy returned after MS".
+// Events: "listening REQUEST_ENDPOINT STATUS_ENDPOINT", with the ports that were reserved; "from now on
+// COMMAND", once it holds; "engine runs", "engine ran", "pinged MS", "stop requested"; "wait returned after
+// MS", "destroy returned after MS".
 
 #include <chrono>
 #include <condition_variable>
@@ -138,6 +139,7 @@ void serve(const SocketEndpoint& requestEndpoint, const SocketEndpoint& statusEn
     if (command == "ping-throws") script.pingThrows(text);
     if (command == "ping-throws-unknown") script.pingThrowsUnknown();
     if (command == "stop-throws") script.stopThrows(text);
+    if (command.starts_with("ping-") || command.starts_with("stop-")) program.say("from now on " + command);
     if (command == "release") script.release();
     if (command == "wait") program.start("wait", [&backEnd] { backEnd->waitForFrontEndTermination(); });
     if (command == "destroy") program.start("destroy", [&backEnd] { backEnd.reset(); });

@@ -75,7 +75,7 @@ class OurFrontEnd(EngineTest):
 
     def test_is_told_when_its_engine_is_frozen_while_a_ping_is_pending(self):
         for engine, host in self.lives():
-            engine.tell("ping-takes 600000")
+            engine.from_now_on("ping-takes 600000")
             host.tell("ping 5")
             engine.event("pinged 5")
             start = time.monotonic()
@@ -108,7 +108,7 @@ class OurFrontEnd(EngineTest):
 
     def test_is_destroyed_in_time_after_its_engine_was_frozen_within_a_ping(self):
         for engine, host in self.lives():
-            engine.tell("ping-takes 600000")
+            engine.from_now_on("ping-takes 600000")
             host.tell("ping 5")
             engine.event("pinged 5")
             freeze(engine)

@@ -79,7 +79,7 @@ class OurFrontEnd(EngineTest):
 
     def test_is_told_at_once_when_its_engine_is_killed_while_a_ping_is_pending(self):
         for engine, host in self.lives():
-            engine.tell("ping-takes 600000")
+            engine.from_now_on("ping-takes 600000")
             host.tell("ping 5")
             engine.event("pinged 5")
             start = time.monotonic()
@@ -115,7 +115,7 @@ class OurFrontEnd(EngineTest):
         host = self.host_process()
         host.configure(engine)
         for number in range(5):
-            engine.tell("ping-takes 600000")
+            engine.from_now_on("ping-takes 600000")
             host.tell(f"ping {number}")
             engine.event(f"pinged {number}")
             self.kill_engine(engine)

@@ -24,7 +24,7 @@ class OurBackEnd(EngineTest):
             host.tell("run")
             engine.event("engine runs")
         engine, host = pinged
-        engine.tell("ping-takes 600000")
+        engine.from_now_on("ping-takes 600000")
         host.tell("ping 5")
         engine.event("pinged 5")
         for engine, host in lives:

@@ -117,6 +117,11 @@ class EngineProcess(EventfulProcess):
         super().__init__([os.environ["ENGINE_BACK_END_PEER"], request_endpoint, status_endpoint])
         _, self.request_endpoint, self.status_endpoint = self.event("listening ").split()
 
+    def from_now_on(self, line):
+        """Has the engine behave so. It reaches the engine another way than requests do, and might come after them."""
+        self.tell(line)
+        self.event("from now on " + line.split()[0])
+
 
 class HostProcess(EventfulProcess):
     """Our front end."""

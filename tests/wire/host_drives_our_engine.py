@@ -45,12 +45,12 @@ class OurBackEnd(EngineTest):
         self.assertFalse(self.engine.has_event("engine runs"))
 
     def test_replies_with_the_text_of_an_engine_that_throws(self):
-        self.engine.tell("ping-throws größer als je zuvor")
+        self.engine.from_now_on("ping-throws größer als je zuvor")
         answer = self.expect_failure(self.host, request(PING), "größer als je zuvor")
         self.assertEqual(answer.errorString, "größer als je zuvor")
-        self.engine.tell("ping-throws-unknown")
+        self.engine.from_now_on("ping-throws-unknown")
         self.expect_failure(self.host, request(PING), "Unknown failure")
-        self.engine.tell("stop-throws not now")
+        self.engine.from_now_on("stop-throws not now")
         answer = self.expect_failure(self.host, request(REQUEST_STOP), "not now")
         self.assertEqual(answer.errorString, "not now")
         self.expect_success(self.host, request(HEARTBEAT))
@@ -85,7 +85,7 @@ class OurBackEnd(EngineTest):
         self.assert_silent(dealer)
 
     def test_serves_requests_in_the_order_of_their_arrival_however_slow_the_engine(self):
-        self.engine.tell("ping-takes 600000")
+        self.engine.from_now_on("ping-takes 600000")
         self.host.send(request(PING, 5))
         self.engine.event("pinged 5")
         other = self.stock_connected(zmq.REQ, self.engine.request_endpoint)
@@ -162,7 +162,7 @@ class OurBackEnd(EngineTest):
         self.assertLess(self.engine.call("wait"), 2000)
 
     def test_serves_on_when_hosts_vanish_with_their_requests_unanswered(self):
-        self.engine.tell("ping-takes 600000")
+        self.engine.from_now_on("ping-takes 600000")
         for number in range(5):
             vanishing = self.stock_connected(zmq.REQ, self.engine.request_endpoint)
             vanishing.send(request(PING, number))
