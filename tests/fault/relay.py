@@ -11,6 +11,8 @@ import zmq
 from qor.proto import ApiService_pb2 as api
 
 PIECE = 1 << 16
+# For a peer to notice that its connection has gone.
+PATIENCE = 20
 
 
 class Relay:
@@ -22,6 +24,7 @@ class Relay:
         self._connections = []
         self._threads = []
         self._listener = None
+        self._is_refusing = False
         # Of bytes in a second, in each direction; None for as many as there are.
         self.rate = None
         self.restore()
@@ -31,29 +34,48 @@ class Relay:
         self._listener = socket.socket(socket.AF_UNIX)
         self._listener.bind(self._here)
         self._listener.listen()
+        self._is_refusing = False
         self._start(self._accept, self._listener)
 
     def cut(self):
-        """Breaks all connections, and takes no more."""
-        self._end(self._listener)
-        pathlib.Path(self._here).unlink(missing_ok=True)
-        with self._lock:
-            connections, self._connections = self._connections, []
-        for connection in connections:
-            self._end(connection)
+        """Breaks all connections, and takes no more. Returns when the peers have noticed: what they send until then is lost."""
+        self._refuse()
+        for connection in self._connections:
+            # They read the end, and close; what they write meanwhile is taken and dropped.
+            self._try_shutdown(connection, socket.SHUT_WR)
+        deadline = time.monotonic() + PATIENCE
+        for thread in self._threads:
+            thread.join(deadline - time.monotonic())
+            if thread.is_alive():
+                raise AssertionError(f"a peer on {self._here} has not closed its end within {PATIENCE} s")
+        self.close()
 
     def close(self):
-        self.cut()
+        self._refuse()
+        for connection in self._connections:
+            self._end(connection)
         for thread in self._threads:
             thread.join()
+        self._connections, self._threads = [], []
+
+    def _refuse(self):
+        """No connection is added any more."""
+        with self._lock:
+            self._is_refusing = True
+            self._end(self._listener)
+        pathlib.Path(self._here).unlink(missing_ok=True)
 
     @staticmethod
-    def _end(connection):
-        # Whoever waits in another thread is woken by the one, not by the other.
+    def _try_shutdown(connection, how):
         try:
-            connection.shutdown(socket.SHUT_RDWR)
+            connection.shutdown(how)
         except OSError:
-            pass
+            pass  # It has gone already.
+
+    @classmethod
+    def _end(cls, connection):
+        # Whoever waits in another thread is woken by the one, not by the other.
+        cls._try_shutdown(connection, socket.SHUT_RDWR)
         connection.close()
 
     def _start(self, run, *arguments):
@@ -76,21 +98,27 @@ class Relay:
                 far.close()
                 continue
             with self._lock:
+                if self._is_refusing:
+                    near.close()
+                    far.close()
+                    return
                 self._connections += [near, far]
-            self._start(self._copy, near, far)
-            self._start(self._copy, far, near)
+                self._start(self._copy, near, far)
+                self._start(self._copy, far, near)
 
     def _copy(self, source, sink):
         try:
             while piece := source.recv(PIECE if self.rate is None else max(1, self.rate // 20)):
-                sink.sendall(piece)
+                try:
+                    sink.sendall(piece)
+                except OSError:
+                    continue  # Nobody takes it any more, which its sender learns from the end of the other direction.
                 if self.rate:
                     time.sleep(len(piece) / self.rate)
         except OSError:
             pass
-        # The end of one direction is the end of both, as the sockets' users take it.
-        self._end(source)
-        self._end(sink)
+        # Whoever reads it closes, and so ends the other direction too.
+        self._try_shutdown(sink, socket.SHUT_WR)
 
 
 class RelayedService:
