@@ -10,11 +10,17 @@
 
 namespace qor::test {
 
-/// Collections with whatever keys, types and values a test says, also such as the framework never makes.
+/// Collections with whatever keys, types and values a test says, also such as the framework never makes. What
+/// their many mocked functions consist of is compiled once, with the destructors.
 class MockPrototype : public tamb::IParametersCollectionPrototype {
  public:
   using Key = const std::string&;
   using Prototype = std::shared_ptr<const tamb::IParametersCollectionPrototype>;
+
+  MockPrototype();
+  ~MockPrototype() override;
+  MockPrototype(const MockPrototype&) = delete;
+  MockPrototype& operator=(const MockPrototype&) = delete;
 
   MOCK_METHOD(tamb::KeysAndTypes, GetKeysAndTypes, (), (const, override));
   MOCK_METHOD(void, AddBoolKey, (Key, bool, Key), (override));
@@ -45,6 +51,11 @@ class MockInstance : public tamb::IParametersCollectionInstance {
  public:
   using Key = const std::string&;
   using Prototype = std::shared_ptr<const tamb::IParametersCollectionPrototype>;
+
+  MockInstance();
+  ~MockInstance() override;
+  MockInstance(const MockInstance&) = delete;
+  MockInstance& operator=(const MockInstance&) = delete;
 
   MOCK_METHOD(bool, GetBool, (Key), (const, override));
   MOCK_METHOD(void, SetBool, (Key, bool), (override));
