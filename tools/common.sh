@@ -10,17 +10,43 @@ fail() {
 # step NAME COMMAND...: runs a command quietly; when it fails, its output is shown and the last line says what
 # failed and where the rest of it is.
 step() {
-  local name=$1 log start=$SECONDS
+  local name=$1 log=$log_directory/${1// /-}.log start=$SECONDS status=0
   shift
   mkdir -p "$log_directory"
-  log=$log_directory/${name// /-}.log
   printf '%-24s' "$name"
-  if "$@" >"$log" 2>&1 </dev/null; then
-    echo "ok ($((SECONDS - start)) s)"
+  "$@" >"$log" 2>&1 </dev/null || status=$?
+  report "$name" "$log" "$start" "$status"
+}
+
+# begin NAME COMMAND...: a step that goes on beside what follows, with what that leaves of the processors. One at a
+# time; conclude waits for it.
+begin() {
+  begun_name=$1 begun_log=$log_directory/${1// /-}.log begun_at=$SECONDS
+  shift
+  mkdir -p "$log_directory"
+  set -m # A process group of its own, so that all of it can be ended.
+  nice -n 19 "$@" >"$begun_log" 2>&1 </dev/null &
+  begun_group=$!
+  set +m
+  trap 'kill -- "-$begun_group" 2>/dev/null && wait "$begun_group" || true' EXIT
+}
+
+conclude() {
+  local status=0
+  wait "$begun_group" || status=$?
+  trap - EXIT
+  printf '%-24s' "$begun_name"
+  report "$begun_name" "$begun_log" "$begun_at" "$status"
+}
+
+# report NAME LOG START STATUS
+report() {
+  if (($4 == 0)); then
+    echo "ok ($((SECONDS - $3)) s)"
   else
     echo "FAILED"
-    tail -n 60 "$log" >&2
-    fail "$name failed; the whole output is in $log"
+    tail -n 60 "$2" >&2
+    fail "$1 failed; the whole output is in $2"
   fi
 }
 
@@ -46,10 +72,10 @@ build() {
   step "build $1" cmake --build --preset "$1"
 }
 
-# run_tests PRESET CTEST-ARGUMENT...: shown as they run, and closed by ctest's own summary. More than one for each
+# run_tests PRESET CTEST-ARGUMENT...: shown as they run, and closed by ctest's own summary. Several for each
 # processor: most of them wait for processes and peers.
 run_tests() {
   local preset=$1
   shift
-  ctest --preset "$preset" -j "$((2 * $(nproc)))" "$@" || fail "tests of the preset \"$preset\" failed"
+  ctest --preset "$preset" -j "$((3 * $(nproc)))" "$@" || fail "tests of the preset \"$preset\" failed"
 }
