@@ -55,6 +55,50 @@ TEST_P(Poll, EndsAtOnceWhenAMessageComes) {
   EXPECT_EQ(polling.get(), 0) << errorText_;
 }
 
+TEST_P(Poll, TakesAsLongAsItMayAgainAndAgain) {
+  publisher_.createAndConnect(Protocol::Publisher, endpoint_, 0);
+  subscriber_.createAndConnect(Protocol::Subscriber, endpoint_, 0);
+  const Stopwatch stopwatch;
+  for (int i = 0; i < 10; ++i) EXPECT_EQ(subscriber_.poll(100, errorText_), 1) << errorText_;
+  EXPECT_GE(stopwatch.elapsed(), std::chrono::milliseconds(990));
+  EXPECT_LE(stopwatch.elapsed(), atOnce);
+}
+
+TEST_P(Poll, EndsAtOnceHoweverLongNothingCameBefore) {
+  publisher_.createAndConnect(Protocol::Publisher, endpoint_, 0);
+  subscriber_.createAndConnect(Protocol::Subscriber, endpoint_, 0);
+  for (std::uint32_t number = 1; number <= 5; ++number) {
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(subscriber_.poll(100, errorText_), 1) << errorText_;
+    BackgroundCall polling([&] { return subscriber_.poll(veryLong, errorText_); });
+    ASSERT_TRUE(polling.waitUntilBlocked());
+    sendNumber(publisher_, number);
+    ASSERT_TRUE(polling.endsWithin(atOnce));
+    EXPECT_EQ(polling.get(), 0) << errorText_;
+    EXPECT_EQ(receiveNumber(subscriber_), number);
+  }
+}
+
+TEST_P(Poll, SeesARequestThatCameWhileTheOneBeforeWasAnswered) {
+  replier_.createAndConnect(Protocol::Replier, endpoint_, 0);
+  requester_.createAndConnect(Protocol::Requester, endpoint_, 0);
+  Socket other("PollTestOtherRequester", ClosePolicy::Patient);
+  other.createAndConnect(Protocol::Requester, endpoint_, 0);
+  for (std::uint32_t number = 1; number <= 20; ++number) {
+    sendNumber(requester_, number);
+    awaitMessage(replier_);
+    EXPECT_EQ(receiveNumber(replier_), number);
+    EXPECT_EQ(replier_.poll(100, errorText_), 1) << errorText_;
+    sendNumber(other, number + 1'000);
+    sendReply(replier_, number);
+    EXPECT_EQ(receiveReply(requester_), number);
+    const Stopwatch stopwatch;
+    ASSERT_EQ(replier_.poll(veryLong, errorText_), 0) << errorText_;
+    EXPECT_LE(stopwatch.elapsed(), atOnce);
+    answerOne(replier_);
+    EXPECT_EQ(receiveReply(other), number + 1'000);
+  }
+}
+
 TEST_P(Poll, EndsAtOnceWithNothingWhenAnotherThreadClosesASubscriber) {
   subscriber_.createAndConnect(Protocol::Subscriber, endpoint_, 0);
   BackgroundCall polling([&] { return subscriber_.poll(veryLong, errorText_); });
