@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 
 #include "qor/socket/SocketEndpoint.h"
@@ -21,6 +22,8 @@ struct EngineOptions {
   socket::SocketEndpoint notificationEndpoint;
   /// Of the sockets; removed at the end if it is empty. Empty itself when it is not ours to remove.
   std::filesystem::path directory;
+  /// What the messaging threads keep to, if anything; what the engine runs is not kept to it.
+  std::optional<unsigned int> core;
 };
 
 }  // namespace qor::programs

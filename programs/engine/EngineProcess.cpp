@@ -11,6 +11,7 @@
 #include "programs/engine/EditRates.h"
 #include "programs/engine/ServedEngine.h"
 #include "qor/socket/Socket.h"
+#include "runtime/processes/Cores.h"
 #include "runtime/tamb/EngineDescription.h"
 
 namespace qor::programs {
@@ -42,14 +43,22 @@ void awaitEngineControl(const EngineOptions& options) {
 void serveEngine(const EngineOptions& options, const std::function<void(EngineEvent)>& onEvent) {
   const auto local = engines::makeLocalEngine(
       tamb::EngineDescription(options.workflowManagerId, options.description, options.engineId));
+  // The channels' threads get the cores of this one.
+  const processes::Cores allCores = processes::usableCores();
+  if (options.core) processes::useCores({*options.core});
   // Commands arrive by the channel, notifications leave by it, and the engine is run by it: in the order in
   // which they have to be there, and in the opposite order they go.
   local.engine->SetNotificationHubBackEnd(withEnginesEditRates(std::make_shared<TcpNotificationHubBackEnd>(
       options.workflowManagerId, static_cast<unsigned int>(options.engineId), options.notificationEndpoint)));
   const TcpCommandProcessorBackEnd commands(withHostsEditRates(local.commandFrontEnd), local.commandBackEnd,
                                             options.commandEndpoint);
-  TcpEngineBackEnd control(std::make_shared<ServedEngine>(local.engine, onEvent), options.requestEndpoint,
-                           options.statusEndpoint);
+  const auto onEnginesEvent = [&](EngineEvent event) {
+    // On the thread of the run, whatever that starts.
+    if (event == EngineEvent::Running) processes::useCores(allCores);
+    onEvent(event);
+  };
+  TcpEngineBackEnd control(std::make_shared<ServedEngine>(local.engine, onEnginesEvent),
+                           options.requestEndpoint, options.statusEndpoint);
   awaitEngineControl(options);
   onEvent(EngineEvent::Ready);
   control.waitForFrontEndTermination();

@@ -31,7 +31,8 @@ std::string nameOf(const WantedEngine& wanted) {
 }
 
 std::vector<std::string> argumentsFor(const WantedEngine& wanted, const EngineEndpoints& endpoints,
-                                      const std::filesystem::path& directory) {
+                                      const std::filesystem::path& directory,
+                                      std::optional<unsigned int> core) {
   std::vector<std::string> arguments;
   // In one word, so that no value is taken for an option; but one word cannot say that the value is empty.
   const auto add = [&](const std::string& option, const std::string& value) {
@@ -49,6 +50,7 @@ std::vector<std::string> argumentsFor(const WantedEngine& wanted, const EngineEn
   add("--command", endpoints.command);
   add("--notification", endpoints.notification);
   add("--directory", directory.string());
+  if (core) add("--core", std::to_string(*core));
   return arguments;
 }
 
@@ -79,8 +81,9 @@ void requireReady(ChildProcess& process, const std::function<bool()>& isToEnd) {
 
 }  // namespace
 
-EngineLauncher::EngineLauncher(std::filesystem::path program, std::size_t maximumEngines)
-    : program_(std::move(program)), maximumEngines_(maximumEngines) {}
+EngineLauncher::EngineLauncher(std::filesystem::path program, std::size_t maximumEngines,
+                               processes::Cores cores)
+    : program_(std::move(program)), maximumEngines_(maximumEngines), cores_(std::move(cores)) {}
 
 EngineEndpoints EngineLauncher::launch(const WantedEngine& wanted, const std::function<bool()>& isToEnd) {
   if (engines_.size() >= maximumEngines_) {
@@ -93,7 +96,9 @@ EngineEndpoints EngineLauncher::launch(const WantedEngine& wanted, const std::fu
                             endpoint("notification")};
   const auto start = Clock::now();
   try {
-    ChildProcess process(program_, argumentsFor(wanted, endpoints, directory.path()), wanted.description);
+    const auto core = leastUsedCore();
+    ChildProcess process(program_, argumentsFor(wanted, endpoints, directory.path(), core),
+                         wanted.description);
     try {
       requireReady(process, isToEnd);
     } catch (...) {
@@ -101,12 +106,18 @@ EngineEndpoints EngineLauncher::launch(const WantedEngine& wanted, const std::fu
       throw;
     }
     utils::logInfo(nameOf(wanted) + ": process " + std::to_string(process.pid()) + " is ready");
-    engines_.push_back({nameOf(wanted), std::move(process), directory.path(), start});
+    engines_.push_back({nameOf(wanted), std::move(process), directory.path(), start, core});
     directory.handOver();
     return endpoints;
   } catch (const std::exception& error) {
     throw std::runtime_error("cannot start " + nameOf(wanted) + ": " + error.what());
   }
+}
+
+std::optional<unsigned int> EngineLauncher::leastUsedCore() const {
+  if (cores_.empty()) return std::nullopt;
+  return *std::ranges::min_element(
+      cores_, {}, [this](unsigned int core) { return std::ranges::count(engines_, core, &Engine::core); });
 }
 
 void EngineLauncher::reap() {

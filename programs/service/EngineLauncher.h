@@ -5,10 +5,12 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "runtime/processes/ChildProcess.h"
+#include "runtime/processes/Cores.h"
 
 namespace qor::programs {
 
@@ -31,8 +33,9 @@ struct EngineEndpoints {
 /// Engines that run when it is destroyed go on: each ends by itself once its controller has gone. One thread.
 class EngineLauncher {
  public:
-  /// `program` is what an engine's process runs.
-  EngineLauncher(std::filesystem::path program, std::size_t maximumEngines);
+  /// `program` is what an engine's process runs. Its messaging threads keep to that of `cores` which the
+  /// fewest other engines have; to none when there are none.
+  EngineLauncher(std::filesystem::path program, std::size_t maximumEngines, processes::Cores cores);
 
   /// Returns when the engine can be connected to. Waits for that at most 25 s, and until `isToEnd` returns
   /// true, which is asked about every 100 ms; throws std::runtime_error with one readable line when it cannot
@@ -48,10 +51,14 @@ class EngineLauncher {
     processes::ChildProcess process;
     std::filesystem::path directory;
     std::chrono::steady_clock::time_point started;
+    std::optional<unsigned int> core;
   };
+
+  std::optional<unsigned int> leastUsedCore() const;
 
   const std::filesystem::path program_;
   const std::size_t maximumEngines_;
+  const processes::Cores cores_;
   std::vector<Engine> engines_;
   /// Of engines whose program was killed: the engine itself may go on there.
   std::vector<std::filesystem::path> abandoned_;

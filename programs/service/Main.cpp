@@ -13,6 +13,7 @@
 #include "programs/support/CommandLine.h"
 #include "programs/support/ErrorStream.h"
 #include "programs/support/TerminalLog.h"
+#include "runtime/processes/Cores.h"
 #include "runtime/processes/SocketFiles.h"
 
 namespace {
@@ -30,6 +31,7 @@ Exit codes:
 Examples:
   qor-engine-service --endpoint ipc:///run/engines/service
   qor-engine-service --endpoint tcp://127.0.0.1:0 --maximum-engines 8
+  qor-engine-service --endpoint ipc:///run/engines/service --engine-cores 2,3
 )";
 
 volatile std::sig_atomic_t endIsAskedFor = 0;
@@ -39,13 +41,16 @@ struct Arguments {
   std::filesystem::path engineProgram;
   std::size_t maximumEngines = 64;
   std::filesystem::path directory;
+  qor::processes::Cores engineCores;
   pid_t parent = 0;
   bool quiet = false;
 };
 
 int run(const Arguments& arguments) {
   const auto endpoint = SocketEndpoint::FromString(arguments.endpoint).withReservedPort();
-  qor::programs::EngineLauncher launcher(arguments.engineProgram, arguments.maximumEngines);
+  qor::processes::requireUsable(arguments.engineCores, "--engine-cores");
+  qor::programs::EngineLauncher launcher(arguments.engineProgram, arguments.maximumEngines,
+                                         arguments.engineCores);
   // Whichever way it ends: behind the service's own end.
   const struct Files {
     ~Files() { qor::processes::removeSocketFiles({endpoint}, directory); }
@@ -72,6 +77,9 @@ int main(int argumentCount, char** values) {
   app.add_option("--engine-program", arguments.engineProgram, "What runs an engine")->capture_default_str();
   app.add_option("--maximum-engines", arguments.maximumEngines, "How many engines may run at once")
       ->capture_default_str();
+  app.add_option("--engine-cores", arguments.engineCores,
+                 "Cores for the messaging threads of engines, as 2,3: each engine's keep to one of them")
+      ->delimiter(',');
   app.add_option("--directory", arguments.directory,
                  "Directory of the socket, removed at the end if it is empty");
   app.add_option("--end-with-parent", arguments.parent,

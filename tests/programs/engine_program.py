@@ -7,10 +7,10 @@ import unittest
 
 import zmq
 
-from programs_support import ENGINE, PATIENCE, ProgramsTest, processes_below
+from programs_support import CORES, ENGINE, PATIENCE, ProgramsTest, cores_of_threads, processes_below, wait_until
 
 # TcpEngine.proto's messages, whose only required field is the first one.
-PING, GOODBYE, SUCCESS, IDLE = b"\x08\x01", b"\x08\x05", b"\x08\x01", b"\x08\x02"
+PING, RUN, GOODBYE, SUCCESS, IDLE = b"\x08\x01", b"\x08\x00", b"\x08\x05", b"\x08\x01", b"\x08\x02"
 CHANNELS = ("request", "status", "command", "notification")
 # How long a controller may be silent, and how late that may be noticed on a busy machine.
 SILENCE = 10
@@ -18,18 +18,18 @@ LATEST = 15
 
 
 class EngineProgram(ProgramsTest):
-    def engine(self, endpoints, document=None, directory=None):
+    def engine(self, endpoints, document=None, directory=None, more=()):
         description = self.file("description.json", document or {"engine": "test"})
         arguments = ["--workflow-manager-id", "studio", "--engine-id", 3, "--description", description]
         for channel in CHANNELS:
             arguments += [f"--{channel}", endpoints[channel]]
-        return self.start("TAMB_ENGINE", *arguments, *(["--directory", directory] if directory else []))
+        return self.start("TAMB_ENGINE", *arguments, *(["--directory", directory] if directory else []), *more)
 
-    def ipc_engine(self, document=None):
+    def ipc_engine(self, document=None, more=()):
         directory = self.temporary / "qor-one"
         directory.mkdir()
         endpoints = {channel: f"ipc://{directory / channel}" for channel in CHANNELS}
-        return self.engine(endpoints, document, directory), endpoints
+        return self.engine(endpoints, document, directory, more), endpoints
 
     def tcp_engine(self):
         endpoints = dict.fromkeys(CHANNELS, "tcp://127.0.0.1:0")
@@ -190,6 +190,26 @@ class EngineProgram(ProgramsTest):
         engine, _ = self.ipc_engine({"engine": "test", "behaviour": "crash", "when": "construct"})
         self.expect_exit(engine, 1)
         self.assertRegex(engine.output(), r'"event":"failed".*died: signal 11 \(Segmentation fault\)')
+
+    @unittest.skipIf(len(CORES) < 2, "there is one core only")
+    def test_keeps_its_messaging_to_the_core_that_it_is_given_but_not_its_engine(self):
+        core = max(CORES)
+        engine, _ = self.ipc_engine(more=["--core", core])
+        ready = engine.wait_for_ready()
+        sockets = cores_of_threads(ready["enginePid"], "ZMQbg")
+        self.assertEqual(sockets, [{core}] * len(sockets))
+        self.assertTrue(sockets)
+        self.assertNotIn(CORES, cores_of_threads(ready["enginePid"]))
+        self.assertTrue(self.ask(self.stock(zmq.REQ, ready["request"]), RUN).startswith(SUCCESS))
+        wait_until(lambda: CORES in cores_of_threads(ready["enginePid"]), "the engine's run is kept to the core too")
+        engine.signal(signal.SIGTERM)
+        engine.wait()
+
+    def test_refuses_a_core_that_it_cannot_use(self):
+        endpoints = {channel: f"ipc://{self.folder / channel}" for channel in CHANNELS}
+        engine = self.engine(endpoints, more=["--core", 1_000_000])
+        self.expect_exit(engine, 1)
+        self.assertIn("--core: core 1000000 cannot be used: expected is one of ", engine.errors())
 
     def test_needs_an_endpoint_for_commands_that_can_be_connected_to(self):
         engine = self.engine(dict.fromkeys(CHANNELS, "tcp://127.0.0.1:0"))

@@ -3,7 +3,7 @@
 import os
 import unittest
 
-from programs_support import ENGINE, SUPERVISOR, ProgramsTest, clip, processes_below, wait_until
+from programs_support import CORES, ENGINE, SUPERVISOR, ProgramsTest, clip, cores_of_threads, processes_below, wait_until
 
 
 class OneService(ProgramsTest):
@@ -29,6 +29,23 @@ class OneService(ProgramsTest):
                 first = momentary
             self.assertAlmostEqual(momentary, first - 6.02 * number, delta=0.3)
         wait_until(lambda: not processes_below(service.pid), "engines are left")
+
+    @unittest.skipIf(len(CORES) < 2, "there is one core only")
+    def test_gives_each_engine_that_of_its_cores_which_the_fewest_have(self):
+        first, second = sorted(CORES)[-2:]
+        service, endpoint = self.service("--engine-cores", f"{first},{second}")
+        for engines in (1, 2, 3):
+            self.running_host("--service", endpoint)
+            of_engines = [cores_of_threads(engine, "ZMQbg")[0] for engine in processes_below(service.pid, ENGINE)]
+            self.assertEqual(len(of_engines), engines)
+            self.assertTrue(all(cores in ({first}, {second}) for cores in of_engines), of_engines)
+            self.assertLessEqual(abs(of_engines.count({first}) - of_engines.count({second})), 1)
+
+    def test_refuses_to_serve_with_cores_that_it_cannot_use(self):
+        service = self.start("QOR_ENGINE_SERVICE", "--endpoint", f"ipc://{self.folder / 'none'}",
+                             "--engine-cores", f"{min(CORES)},1000000")
+        self.expect_exit(service, 1)
+        self.assertIn("--engine-cores: core 1000000 cannot be used: expected is one of ", service.errors())
 
     def test_keeps_running_the_others_when_one_engine_dies(self):
         _, endpoint = self.service()

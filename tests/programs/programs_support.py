@@ -26,6 +26,8 @@ LOOK_INTERVAL = 0.005
 
 # The names of processes as the system keeps them: cut after 15 characters.
 SERVICE = "qor-engine-serv"
+# Those that the programs may use.
+CORES = os.sched_getaffinity(0)
 SUPERVISOR = "tamb-engine"
 ENGINE = "tamb-engine-run"
 
@@ -70,6 +72,18 @@ def processes_below(root, name=None):
                 parents.append(process)
                 found[process] = its_name
     return {process: its_name for process, its_name in found.items() if name in (None, its_name)}
+
+
+def cores_of_threads(process, name=""):
+    """The cores that each thread of that process may run on, of those whose names begin so."""
+    cores = []
+    for thread in pathlib.Path(f"/proc/{process}/task").iterdir():
+        try:
+            if (thread / "comm").read_text().startswith(name):
+                cores.append(os.sched_getaffinity(int(thread.name)))
+        except (FileNotFoundError, ProcessLookupError):  # it has gone meanwhile
+            continue
+    return cores
 
 
 def only(processes):
