@@ -19,7 +19,8 @@ class IClock {
   virtual TimePoint now() const = 0;
   virtual SteadyTimePoint steadyNow() const = 0;
   /// One wait on `changed`, whose mutex `lock` holds: until it is notified, or wakes up for no reason, or the
-  /// deadline has passed. True when it ended before the deadline.
+  /// deadline has passed. True when it ended before the deadline. A wait of about a second or more may end up
+  /// to 50 ms late.
   virtual bool waitUntil(std::condition_variable& changed, std::unique_lock<std::mutex>& lock,
                          TimePoint deadline) = 0;
   virtual bool waitUntil(std::condition_variable& changed, std::unique_lock<std::mutex>& lock,
