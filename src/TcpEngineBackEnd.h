@@ -36,7 +36,7 @@ std::string ToString(EngineStatus status);
 ///
 /// Requests are served one at a time, in the order in which they arrive, on the command reception thread; it
 /// also makes every call into the engine but Run, which has the engine run thread. The status publication
-/// thread publishes at once, on every change and at least once a second.
+/// thread publishes at once, on every change and about once a second.
 class TcpEngineBackEnd final : public utils::MessageFormatter {
  public:
   /// Returns at once: the sockets are bound on the threads. Without an engine both threads end at their

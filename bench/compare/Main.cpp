@@ -78,6 +78,7 @@ struct Options {
   std::size_t rounds = 7;
   double scale = 1;
   std::vector<std::string> only;
+  bool goOn = false;
 
   bool wants(const std::string& name) const {
     return std::all_of(only.begin(), only.end(),
@@ -86,36 +87,36 @@ struct Options {
   std::string file;
 };
 
-/// All runs of all rounds, in random order within each: a slow moment of the machine meets everybody alike.
-json measure(const Options& options, bool& complete) {
-  std::mt19937 random(std::random_device{}());
-  auto cases = qor::bench::plan(options.scale);
-  std::erase_if(cases, [&](const Case& run) { return !options.wants(qor::bench::nameOf(run)); });
-  std::vector<std::size_t> order(cases.size());
-  std::vector<json> results(cases.size(), json::array());
-  for (std::size_t index = 0; index < order.size(); ++index) order[index] = index;
-  for (std::size_t round = 1; round <= options.rounds; ++round) {
-    std::shuffle(order.begin(), order.end(), random);
-    std::size_t done = 0;
-    for (const std::size_t index : order) {
-      const auto result = askAnother(hostArgument, json(cases[index]).dump());
-      if (result.at("wrong") != 0) {
-        complete = false;
-        std::fprintf(stderr, "%s: %s messages are wrong\n", qor::bench::nameOf(cases[index]).c_str(),
-                     result.at("wrong").dump().c_str());
-      }
-      results[index].push_back(result);
-      std::fprintf(stderr, "\rround %zu of %zu: %zu of %zu runs ", round, options.rounds, ++done,
-                   cases.size());
-    }
-  }
-  std::fprintf(stderr, "\n");
+/// All that is wanted, without a result.
+json plannedRuns(const Options& options) {
   json runs = json::array();
-  for (std::size_t index = 0; index < cases.size(); ++index) {
-    runs.push_back(
-        {{"name", qor::bench::nameOf(cases[index])}, {"case", cases[index]}, {"results", results[index]}});
+  for (const Case& run : qor::bench::plan(options.scale)) {
+    const std::string name = qor::bench::nameOf(run);
+    if (options.wants(name)) runs.push_back({{"name", name}, {"case", run}, {"results", json::array()}});
   }
   return runs;
+}
+
+/// One more result for each of the runs, in random order: a slow moment of the machine meets everybody alike.
+/// False when messages were wrong.
+bool measureRound(json& runs, const std::string& round) {
+  static std::mt19937 random(std::random_device{}());
+  std::vector<json*> order;
+  for (json& run : runs) order.push_back(&run);
+  std::shuffle(order.begin(), order.end(), random);
+  bool isRight = true;
+  std::size_t done = 0;
+  for (json* run : order) {
+    const auto result = askAnother(hostArgument, run->at("case").dump());
+    if (result.at("wrong") != 0) {
+      isRight = false;
+      std::fprintf(stderr, "%s: %s messages are wrong\n", run->at("name").get<std::string>().c_str(),
+                   result.at("wrong").dump().c_str());
+    }
+    run->at("results").push_back(result);
+    std::fprintf(stderr, "\r%s: %zu of %zu runs ", round.c_str(), ++done, order.size());
+  }
+  return isRight;
 }
 
 json measureRemoteEngines(const Options& options) {
@@ -143,19 +144,50 @@ void allowDescriptors() {
   ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
+/// What has been measured so far, or nothing yet. Throws when that was another machine, or something else.
+json begunReport(const Options& options) {
+  json report{{"machine", machine()}, {"rounds", 0}, {"runs", plannedRuns(options)}};
+  if (!options.goOn) return report;
+  std::ifstream file(options.file);
+  json begun = json::parse(file, nullptr, false);
+  if (begun.is_discarded())
+    throw std::runtime_error("cannot go on with \"" + options.file + "\": it holds no results");
+  json plan = begun.at("runs");
+  for (json& run : plan) run.at("results").clear();
+  if (begun.at("machine") != report.at("machine") || plan != report.at("runs")) {
+    throw std::runtime_error("cannot go on with \"" + options.file +
+                             "\": it was measured on another machine, or with other --only or --scale");
+  }
+  return begun;
+}
+
+/// Whole or not at all: the program may be interrupted at any time.
+void write(const json& report, const std::string& name) {
+  const std::string unfinished = name + ".part";
+  std::ofstream file(unfinished);
+  file << report.dump(1) << '\n';
+  file.close();
+  if (!file || std::rename(unfinished.c_str(), name.c_str()) != 0) {
+    throw std::runtime_error("cannot write \"" + name + "\"");
+  }
+}
+
 int compare(const Options& options) {
   allowDescriptors();
-  bool complete = true;
-  json report{{"machine", machine()}, {"rounds", options.rounds}};
-  report["remote engines"] = measureRemoteEngines(options);
-  report["runs"] = measure(options, complete);
+  json report = begunReport(options);
+  if (!report.contains("remote engines")) report["remote engines"] = measureRemoteEngines(options);
   if (report["runs"].empty() && report["remote engines"].empty()) {
     throw std::runtime_error("nothing has all that --only asks for in its name: see --list");
   }
-  std::ofstream file(options.file);
-  file << report.dump(1) << '\n';
-  if (!file.flush()) throw std::runtime_error("cannot write \"" + options.file + "\"");
-  return complete ? EXIT_SUCCESS : EXIT_FAILURE;
+  bool isRight = true;
+  for (std::size_t round = report["rounds"].get<std::size_t>() + 1; round <= options.rounds; ++round) {
+    const std::string title = "round " + std::to_string(round) + " of " + std::to_string(options.rounds);
+    isRight = measureRound(report["runs"], title) && isRight;
+    report["rounds"] = round;
+    write(report, options.file);
+  }
+  std::fprintf(stderr, "\n");
+  return isRight ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 }  // namespace
@@ -188,6 +220,7 @@ int main(int argumentCount, char** arguments) {
         ->capture_default_str();
     app.add_option("--only", options.only, "Only what has this in its name, and every other that is given")
         ->take_all();
+    app.add_flag("--go-on", options.goOn, "Add what is missing to the results in the file");
     app.add_flag("--list", list, "Print the names, and run nothing");
     CLI11_PARSE(app, argumentCount, arguments);
     if (list) {

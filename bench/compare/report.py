@@ -23,6 +23,7 @@ import matplotlib.pyplot as plt  # noqa: E402: the kind of file is chosen first
 BEGIN, END = "<!-- measured: begin -->", "<!-- measured: end -->"
 ROUND_TRIPS = ("control round trip", "command to notification round trip")
 PLACES = [("ipc", "one core"), ("ipc", "free"), ("tcp", "one core"), ("tcp", "free")]
+ROUND_TRIP_PLACES = [(transport, cores) for transport in ("ipc", "tcp") for cores in ("one core", "a core each", "free")]
 COLOURS = {"ours": "#c0392b", "bare libzmq": "#2c3e50", "gRPC": "#2980b9", "gRPC, buffered": "#7fb3d5",
            "gRPC client stream": "#16a085", "gRPC client stream, buffered": "#76d7c4", "in-process": "#999999"}
 
@@ -112,6 +113,15 @@ def figures(runs, place):
     return table(["work", "carried by", "median", "host, µs of a core each", "engine, µs of a core each"], rows)
 
 
+def placements(runs, works):
+    """What the cores are that the two processes have."""
+    rows = []
+    for work in works:
+        ours = [runs.of(work, place, "ours") for place in ROUND_TRIP_PLACES]
+        rows.append([work] + [f"{number(run.median('p50'))} µs" if run else "–" for run in ours])
+    return table(["ours, median"] + [", ".join(place) for place in ROUND_TRIP_PLACES], rows)
+
+
 def remote_engines(entries):
     rows = []
     for entry in entries:
@@ -133,15 +143,14 @@ def plot_round_trips(runs, works, folder):
     figure, axes = plt.subplots(1, len(works), figsize=(4 * len(works), 3.2), squeeze=False)
     for axis, work in zip(axes[0], works):
         libraries = [library for library in ("ours", "bare libzmq", "gRPC") if runs.of(work, PLACES[0], library)]
-        places = [("ipc", "one core"), ("ipc", "a core each"), ("ipc", "free"), ("tcp", "one core"), ("tcp", "a core each"),
-                  ("tcp", "free")]
         for index, library in enumerate(libraries):
-            present = [(at, runs.of(work, place, library)) for at, place in enumerate(places)]
+            present = [(at, runs.of(work, place, library)) for at, place in enumerate(ROUND_TRIP_PLACES)]
             present = [(at, run) for at, run in present if run]
             axis.bar([at + 0.27 * index for at, _ in present], [run.median("p50") for _, run in present], 0.25,
                      color=COLOURS[library], label=library)
             axis.plot([at + 0.27 * index for at, _ in present], [run.median("p99") for _, run in present], "_k")
-        axis.set_xticks([at + 0.27 for at in range(len(places))], [f"{a}\n{b}" for a, b in places], fontsize=7)
+        axis.set_xticks([at + 0.27 for at in range(len(ROUND_TRIP_PLACES))], [f"{a}\n{b}" for a, b in ROUND_TRIP_PLACES],
+                        fontsize=7)
         axis.set_title(work, fontsize=9)
         axis.set_yscale("log")
         axis.set_ylim(bottom=10)
@@ -243,7 +252,8 @@ def main():
     # A part of the plan may have no work of a kind.
     round_trips = [work for work in runs.works() if work.startswith(ROUND_TRIPS)]
     if round_trips:
-        sections.append(f"![Round trips]({folder.name}/round-trips.svg)")
+        sections += ["## Where the processes run", placements(runs, round_trips),
+                     f"![Round trips]({folder.name}/round-trips.svg)"]
         plot_round_trips(runs, round_trips, folder)
     if len(round_trips) < len(runs.works()):
         sections.append(f"![Throughput]({folder.name}/throughput.svg)")
