@@ -150,7 +150,7 @@ json begunReport(const Options& options) {
   if (!options.goOn) return report;
   std::ifstream file(options.file);
   json begun = json::parse(file, nullptr, false);
-  if (begun.is_discarded())
+  if (!begun.contains("runs") || !begun.contains("machine") || !begun.contains("rounds"))
     throw std::runtime_error("cannot go on with \"" + options.file + "\": it holds no results");
   json plan = begun.at("runs");
   for (json& run : plan) run.at("results").clear();

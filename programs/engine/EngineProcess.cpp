@@ -54,7 +54,7 @@ void serveEngine(const EngineOptions& options, const std::function<void(EngineEv
                                             options.commandEndpoint);
   const auto onEnginesEvent = [&](EngineEvent event) {
     // On the thread of the run, whatever that starts.
-    if (event == EngineEvent::Running) processes::useCores(allCores);
+    if (options.core && event == EngineEvent::Running) processes::useCores(allCores);
     onEvent(event);
   };
   TcpEngineBackEnd control(std::make_shared<ServedEngine>(local.engine, onEnginesEvent),

@@ -14,9 +14,9 @@ namespace qor::socket {
 
 namespace {
 
-/// A processor that is woken for one thread can as well run fifty: that costs two thirds of waking it for
+/// A processor that is woken for one thread can as well run twenty: that costs two thirds of waking it for
 /// each.
-constexpr std::chrono::milliseconds commonWakeUp{25};
+constexpr std::chrono::milliseconds commonWakeUp{10};
 /// What is shorter is met as it is.
 constexpr std::chrono::milliseconds shortestCommonWait{100};
 

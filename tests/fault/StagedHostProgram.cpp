@@ -51,6 +51,7 @@ class Listener : public tamb::INotificationCallback {
   void OnNotification(std::shared_ptr<const tamb::INotificationMessage> notification) override {
     program_.say("notification " + notification->GetNotificationLine() + ' ' +
                  std::to_string(notification->GetCommandId()) + ' ' + textOf(*notification));
+    // The fault itself: a host that is slow with each.
     std::this_thread::sleep_for(std::chrono::milliseconds(millisecondsForEach.load()));
   }
 
