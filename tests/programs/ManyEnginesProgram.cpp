@@ -74,6 +74,12 @@ class RemoteEngine {
         static_cast<int>(id)));
     running_ = std::jthread([this] { run(); });
   }
+  /// Another engine may have failed, and this one still be running.
+  ~RemoteEngine() {
+    if (running_.joinable()) engine_->RequestStop();
+  }
+  RemoteEngine(const RemoteEngine&) = delete;
+  RemoteEngine& operator=(const RemoteEngine&) = delete;
 
   void live() {
     listener_->await(ticks, 0);
