@@ -8,10 +8,11 @@
 namespace qor::socket::memory {
 
 PublisherSocket::PublisherSocket(const SocketLabel& label, bool newestOnly, const SocketEndpoint& endpoint)
-    : BindingSocket(label, endpoint), kept_(newestOnly) {}
+    : BindingSocket(label, endpoint), newestOnly_(newestOnly), kept_(newestOnly) {}
 
 void PublisherSocket::add(SubscriberSocket& subscriber) {
   subscribers_.push_back(&subscriber);
+  if (newest_ && kept_.empty()) subscriber.deliver(*newest_);
   handOver();
 }
 
@@ -21,6 +22,7 @@ void PublisherSocket::remove(const SubscriberSocket& subscriber) {
 }
 
 void PublisherSocket::put(std::string encoded, Switchboard::Lock& /*lock*/) {
+  if (newestOnly_) newest_ = encoded;
   const std::size_t size = encoded.size();
   kept_.keep(std::move(encoded), size, label());
   handOver();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,7 +12,7 @@ namespace qor::socket::memory {
 class SubscriberSocket;
 
 /// Puts each message into the inbox of every subscriber, and keeps it as long as there is none, or one
-/// without room.
+/// without room. Where each message supersedes those before it, whoever joins is told the newest.
 class PublisherSocket final : public BindingSocket {
  public:
   PublisherSocket(const SocketLabel& label, bool newestOnly, const SocketEndpoint& endpoint);
@@ -31,7 +32,9 @@ class PublisherSocket final : public BindingSocket {
   bool canHandOver();
 
   std::vector<SubscriberSocket*> subscribers_;
+  const bool newestOnly_;
   KeptMessages<std::string> kept_;
+  std::optional<std::string> newest_;  ///< where it is all that counts
 };
 
 }  // namespace qor::socket::memory

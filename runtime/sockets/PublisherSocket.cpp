@@ -26,16 +26,18 @@ std::chrono::milliseconds coarseNow() {
 /// While kept messages are handed over, the last subscriber may go, and what is sent then reaches nobody.
 constexpr unsigned int messagesBetweenLooks = 16;
 
-/// What XPUB receives when the first peer subscribes to everything, and when the last such peer has gone.
+/// What XPUB receives when the first peer subscribes to everything, or if so told each, and when the last
+/// such peer has gone.
 constexpr std::string_view subscription{"\1", 1};
 constexpr std::string_view unsubscription{"\0", 1};
 
 }  // namespace
 
 PublisherSocket::PublisherSocket(const SocketLabel& label, bool newestOnly, const SocketEndpoint& endpoint)
-    : ZmqOpenSocket(ZMQ_XPUB, label), kept_(newestOnly) {
+    : ZmqOpenSocket(ZMQ_XPUB, label), newestOnly_(newestOnly), kept_(newestOnly) {
   // A full queue is told to us instead of being passed over.
   socket().setOption(ZMQ_XPUB_NODROP, 1);
+  socket().setOption(ZMQ_XPUB_VERBOSE, newestOnly_ ? 1 : 0);
   bind(endpoint);
   context().watch().add(socket().descriptor(), *this);
 }
@@ -59,6 +61,7 @@ void PublisherSocket::send(const google::protobuf::Message& message, std::size_t
     lookForSubscribers();
     handOver();
   }
+  if (newestOnly_) newest_ = encoded.copy();
   if (!subscribed_ || !kept_.empty() || socket().trySend(encoded) != ZmqSocket::Sent::Yes) {
     kept_.keep(std::move(encoded), size, label());
   }
@@ -98,9 +101,14 @@ void PublisherSocket::lookForSubscribers() {
   ZmqMessage news;
   while (socket().tryReceive(news)) {
     const std::string_view text(static_cast<const char*>(news.data()), news.size());
-    if (text == subscription) subscribed_ = true;
+    if (text == subscription) onSubscription();
     if (text == unsubscription) subscribed_ = false;
   }
+}
+
+void PublisherSocket::onSubscription() {
+  subscribed_ = true;
+  if (newest_ && kept_.empty()) kept_.keep(newest_->copy(), newest_->size(), label());
 }
 
 void PublisherSocket::handOver() {

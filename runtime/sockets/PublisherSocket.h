@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <optional>
 
 #include "runtime/messaging/KeptMessages.h"
 #include "runtime/messaging/Mutex.h"
@@ -11,7 +12,8 @@
 namespace qor::socket {
 
 /// Sends to every subscriber, and keeps what nobody can take yet: without a subscriber, or with one whose
-/// queue is full. Two threads meet here, the owner's, which sends, and the watch's, which learns of
+/// queue is full. Where each message supersedes those before it, the newest is told again to whoever joins.
+/// Two threads meet here, the owner's, which sends, and the watch's, which learns of
 /// subscribers and hands over what was kept; the mutex is what makes libzmq's socket safe for both.
 class PublisherSocket : public ZmqOpenSocket, private Watched {
  public:
@@ -27,10 +29,13 @@ class PublisherSocket : public ZmqOpenSocket, private Watched {
   bool onActivity() noexcept override;
   void lookForSubscribers() QOR_REQUIRES(mutex_);
   void handOver() QOR_REQUIRES(mutex_);
+  void onSubscription() QOR_REQUIRES(mutex_);
 
   Mutex mutex_;
   std::condition_variable keptChanged_;
+  const bool newestOnly_;
   KeptMessages<ZmqMessage> kept_ QOR_GUARDED_BY(mutex_);
+  std::optional<ZmqMessage> newest_ QOR_GUARDED_BY(mutex_);  ///< where it is all that counts
   bool subscribed_ QOR_GUARDED_BY(mutex_) = false;
   bool ended_ QOR_GUARDED_BY(mutex_) = false;                     ///< nobody will subscribe any more
   std::chrono::milliseconds lastLook_ QOR_GUARDED_BY(mutex_){0};  ///< as coarseNow had it

@@ -47,6 +47,12 @@ ZmqMessage::ZmqMessage(std::size_t size) {
   if (::zmq_msg_init_size(&message_, size) != 0) throw std::bad_alloc();
 }
 
+ZmqMessage ZmqMessage::copy() {
+  ZmqMessage copied;
+  ::zmq_msg_copy(&copied.message_, &message_);
+  return copied;
+}
+
 ZmqSocket::ZmqSocket(void* context, int type, std::string description)
     : socket_(::zmq_socket(context, type)), description_(std::move(description)) {
   if (socket_ == nullptr) throwZmqError(description_, "cannot make a socket");

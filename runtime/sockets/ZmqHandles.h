@@ -33,6 +33,9 @@ class ZmqMessage {
   ZmqMessage& operator=(const ZmqMessage&) = delete;
   ~ZmqMessage() { ::zmq_msg_close(&message_); }
 
+  /// The same content, which large messages share.
+  ZmqMessage copy();
+
   void* data() { return ::zmq_msg_data(&message_); }
   std::size_t size() const { return ::zmq_msg_size(&message_); }
   /// Another part of the same message follows.

@@ -17,6 +17,14 @@ class Keeping : public SocketTest {
  protected:
   SocketEndpoint endpoint_ = newEndpoint();
   Socket publisher_{"KeepingPublisher", ClosePolicy::Patient};
+
+  /// Sends one number after another until the subscriber has one.
+  std::uint32_t sendUntilHeardBy(Socket& subscriber) {
+    std::string errorText;
+    while (subscriber.poll(1, errorText) == 1) sendNumber(publisher_, ++sent_);
+    return receiveNumber(subscriber);
+  }
+  std::uint32_t sent_ = 0;
 };
 
 INSTANTIATE_TEST_SUITE_P(Over, Keeping, everyTransport, transportName);
@@ -37,12 +45,6 @@ TEST_P(Keeping, KeepsWhatIsSentBeforeTheFirstSubscriberAndLosesNothingWhileItJoi
 
 TEST_P(Keeping, KeepsAgainWhenTheLastSubscriberHasGone) {
   publisher_.createAndConnect(Protocol::Publisher, endpoint_, 0);
-  std::uint32_t sent = 0;
-  const auto sendUntilHeardBy = [&](Socket& subscriber) {
-    std::string errorText;
-    while (subscriber.poll(1, errorText) == 1) sendNumber(publisher_, ++sent);
-    return receiveNumber(subscriber);
-  };
   // The publisher learns of a subscriber's end a little later, and what it sends until then is lost with that
   // subscriber. From the first message it keeps there must be no gap; the more is sent, the surer one is
   // kept.
@@ -53,15 +55,15 @@ TEST_P(Keeping, KeepsAgainWhenTheLastSubscriberHasGone) {
       first.createAndConnect(Protocol::Subscriber, endpoint_, 0);
       sendUntilHeardBy(first);
     }
-    for (std::uint32_t i = 0; i < unheard; ++i) sendNumber(publisher_, ++sent);
-    const std::uint32_t sentToNobody = sent;
+    for (std::uint32_t i = 0; i < unheard; ++i) sendNumber(publisher_, ++sent_);
+    const std::uint32_t sentToNobody = sent_;
 
     Socket second("SecondSubscriber", ClosePolicy::Patient);
     second.createAndConnect(Protocol::Subscriber, endpoint_, 0);
     const std::uint32_t firstHeard = sendUntilHeardBy(second);
     wasKept = firstHeard <= sentToNobody;
-    for (int i = 0; i < 100; ++i) sendNumber(publisher_, ++sent);
-    expectNumbers(second, firstHeard + 1, sent);
+    for (int i = 0; i < 100; ++i) sendNumber(publisher_, ++sent_);
+    expectNumbers(second, firstHeard + 1, sent_);
   }
   EXPECT_TRUE(wasKept);
 }
@@ -75,6 +77,37 @@ TEST_P(Keeping, KeepsOnlyTheNewestWhenMessagesSupersedeEachOther) {
   EXPECT_EQ(receiveNumber(subscriber), 10U);
   sendNumber(status, 11);
   EXPECT_EQ(receiveNumber(subscriber), 11U);
+}
+
+TEST_P(Keeping, TellsWhoeverJoinsTheNewestWhenMessagesSupersedeEachOther) {
+  Socket status("StatusPublisher", ClosePolicy::Newest);
+  status.createAndConnect(Protocol::Publisher, endpoint_, 0);
+  Socket first("FirstSubscriber", ClosePolicy::Newest);
+  first.createAndConnect(Protocol::Subscriber, endpoint_, 0);
+  sendNumber(status, 1);
+  EXPECT_EQ(receiveNumber(first), 1U);
+  sendNumber(status, 2);
+  EXPECT_EQ(receiveNumber(first), 2U);
+
+  // Beside one that is there, and when the others have gone.
+  for (const char* const name : {"SecondSubscriber", "ThirdSubscriber"}) {
+    Socket joining(name, ClosePolicy::Newest);
+    joining.createAndConnect(Protocol::Subscriber, endpoint_, 0);
+    EXPECT_EQ(receiveNumber(joining), 2U);
+    first.close();
+  }
+}
+
+TEST_P(Keeping, TellsWhoeverJoinsNothingAgainWhenEachMessageCounts) {
+  publisher_.createAndConnect(Protocol::Publisher, endpoint_, 0);
+  Socket first("FirstSubscriber", ClosePolicy::Patient);
+  first.createAndConnect(Protocol::Subscriber, endpoint_, 0);
+  sendUntilHeardBy(first);
+  const std::uint32_t heardByFirst = sent_;
+
+  Socket second("SecondSubscriber", ClosePolicy::Patient);
+  second.createAndConnect(Protocol::Subscriber, endpoint_, 0);
+  EXPECT_GT(sendUntilHeardBy(second), heardByFirst);
 }
 
 TEST_P(Keeping, RefusesOneMessageMoreThanTheCountThatItKeeps) {
