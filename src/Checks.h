@@ -80,7 +80,7 @@ class Checks {
            tamb::LogLevel level = tamb::LogLevel::Error) const noexcept {
     try {
       report(level, decorate(compose(text)), {source_, line});
-    } catch (...) {
+    } catch (...) {  // for want of memory
       report(level, "a report whose text could not be composed", {source_, line});
     }
   }

@@ -38,10 +38,7 @@ void RegisterRemoteEngine(const char* name) {
     entry->SetUTF8String("type", "RemoteEngine");
     entry->SetUTF8String("implementation", "tamb_multiprocess");
     entry->SetParametersCollectionPrototype("init_config", configuration);
-    const auto factory = std::make_shared<Factory>(
-        [](const std::shared_ptr<const tamb::IParametersCollectionInstance>& config) {
-          return InstantiateRemoteEngine(config);
-        });
+    const auto factory = std::make_shared<Factory>(InstantiateRemoteEngine);
     const std::string coreId = tamb::GetTAMBCoreIdInternal(coreVersion);
     tamb::RegisterFactory(std::string(name), coreId, factory, entry);
   } catch (const std::exception& error) {

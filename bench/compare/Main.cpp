@@ -1,5 +1,7 @@
+#include <fmt/format.h>
 #include <google/protobuf/stubs/common.h>
 #include <grpcpp/grpcpp.h>
+#include <link.h>
 #include <sys/resource.h>
 #include <sys/sysinfo.h>
 #include <sys/utsname.h>
@@ -12,7 +14,9 @@
 #include <cstdlib>
 #include <exception>
 #include <fstream>
+#include <functional>
 #include <iostream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <random>
 #include <stdexcept>
@@ -58,6 +62,21 @@ std::string firstAfter(const char* path, const std::string& label) {
   return "unknown";
 }
 
+/// Tells builds apart: of this program and of the libraries that were built with it, what they contain.
+std::string build() {
+  std::size_t hash = 0;
+  const auto add = [](dl_phdr_info* loaded, std::size_t, void* sum) {
+    const std::string name = *loaded->dlpi_name == '\0' ? "/proc/self/exe" : loaded->dlpi_name;
+    if (name.starts_with("/usr/") || name.starts_with("/lib")) return 0;
+    std::ifstream file(name, std::ios::binary);
+    const std::string content{std::istreambuf_iterator<char>(file), {}};
+    *static_cast<std::size_t*>(sum) ^= std::hash<std::string>{}(content);
+    return 0;
+  };
+  ::dl_iterate_phdr(add, &hash);
+  return fmt::format("{:016x}", hash);
+}
+
 json machine() {
   utsname system{};
   ::uname(&system);
@@ -69,6 +88,7 @@ json machine() {
           {"cores", ::get_nprocs()},
           {"system", std::string(system.sysname) + ' ' + system.release},
           {"compiler", "GCC " __VERSION__},
+          {"build", build()},
           {"libzmq", std::to_string(major) + '.' + std::to_string(minor) + '.' + std::to_string(patch)},
           {"protobuf", google::protobuf::internal::VersionString(GOOGLE_PROTOBUF_VERSION)},
           {"gRPC", grpc::Version()}};
@@ -98,41 +118,44 @@ json plannedRuns(const Options& options) {
 }
 
 /// One more result for each of the runs, in random order: a slow moment of the machine meets everybody alike.
-/// False when messages were wrong.
-bool measureRound(json& runs, const std::string& round) {
+void measureRound(json& runs, const std::string& round) {
   static std::mt19937 random(std::random_device{}());
   std::vector<json*> order;
   for (json& run : runs) order.push_back(&run);
   std::shuffle(order.begin(), order.end(), random);
-  bool isRight = true;
   std::size_t done = 0;
   for (json* run : order) {
     const auto result = askAnother(hostArgument, run->at("case").dump());
     if (result.at("wrong") != 0) {
-      isRight = false;
       std::fprintf(stderr, "%s: %s messages are wrong\n", run->at("name").get<std::string>().c_str(),
                    result.at("wrong").dump().c_str());
     }
     run->at("results").push_back(result);
     std::fprintf(stderr, "\r%s: %zu of %zu runs ", round.c_str(), ++done, order.size());
   }
-  return isRight;
 }
 
-json measureRemoteEngines(const Options& options) {
+/// As many remote engines as are measured, without a result.
+json plannedRemoteEngines(const Options& options) {
   json all = json::array();
+  if (!options.wants(remoteEngines)) return all;
   for (const std::size_t engines : {1, 10, 100}) {
-    if (!options.wants(remoteEngines)) continue;
-    json results = json::array();
-    const std::size_t rounds = std::min<std::size_t>(options.rounds, 3);
-    for (std::size_t round = 1; round <= rounds; ++round) {
-      std::fprintf(stderr, "\r%zu remote engines: round %zu of %zu ", engines, round, rounds);
-      results.push_back(askAnother(remoteArgument, std::to_string(engines)));
+    all.push_back({{"engines", engines}, {"results", json::array()}});
+  }
+  return all;
+}
+
+/// Three results are enough, since they hardly differ.
+void measureRemoteEngines(json& all, std::size_t rounds) {
+  rounds = std::min<std::size_t>(rounds, 3);
+  for (json& some : all) {
+    const auto engines = some.at("engines").dump();
+    for (std::size_t round = some.at("results").size() + 1; round <= rounds; ++round) {
+      std::fprintf(stderr, "\r%s remote engines: round %zu of %zu ", engines.c_str(), round, rounds);
+      some.at("results").push_back(askAnother(remoteArgument, engines));
     }
-    all.push_back({{"engines", engines}, {"results", results}});
   }
   std::fprintf(stderr, "\n");
-  return all;
 }
 
 /// Two hundred engines in one host hold more descriptors than a shell usually allows, and libzmq ends a
@@ -144,21 +167,44 @@ void allowDescriptors() {
   ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-/// What has been measured so far, or nothing yet. Throws when that was another machine, or something else.
+/// A plan whose results are left out.
+json withoutResults(json plan) {
+  for (json& part : plan) part.at("results").clear();
+  return plan;
+}
+
+/// What has been measured so far, or nothing yet. Throws when that was another machine or build, or something
+/// else.
 json begunReport(const Options& options) {
-  json report{{"machine", machine()}, {"rounds", 0}, {"runs", plannedRuns(options)}};
+  json report{{"machine", machine()},
+              {"rounds", 0},
+              {"runs", plannedRuns(options)},
+              {remoteEngines, plannedRemoteEngines(options)}};
   if (!options.goOn) return report;
   std::ifstream file(options.file);
   json begun = json::parse(file, nullptr, false);
-  if (!begun.contains("runs") || !begun.contains("machine") || !begun.contains("rounds"))
-    throw std::runtime_error("cannot go on with \"" + options.file + "\": it holds no results");
-  json plan = begun.at("runs");
-  for (json& run : plan) run.at("results").clear();
-  if (begun.at("machine") != report.at("machine") || plan != report.at("runs")) {
-    throw std::runtime_error("cannot go on with \"" + options.file +
-                             "\": it was measured on another machine, or with other --only or --scale");
+  for (const auto& part : report.items()) {
+    if (!begun.contains(part.key())) {
+      throw std::runtime_error("cannot go on with \"" + options.file + "\": it holds no results");
+    }
+  }
+  if (begun.at("machine") != report.at("machine") || withoutResults(begun.at("runs")) != report.at("runs") ||
+      withoutResults(begun.at(remoteEngines)) != report.at(remoteEngines)) {
+    throw std::runtime_error(
+        "cannot go on with \"" + options.file +
+        "\": it was measured on another machine, by another build, or with other --only or --scale");
   }
   return begun;
+}
+
+/// Whether no message of any run was wrong.
+bool isRight(const json& report) {
+  for (const json& run : report.at("runs")) {
+    for (const json& result : run.at("results")) {
+      if (result.at("wrong") != 0) return false;
+    }
+  }
+  return true;
 }
 
 /// Whole or not at all: the program may be interrupted at any time.
@@ -175,19 +221,19 @@ void write(const json& report, const std::string& name) {
 int compare(const Options& options) {
   allowDescriptors();
   json report = begunReport(options);
-  if (!report.contains("remote engines")) report["remote engines"] = measureRemoteEngines(options);
-  if (report["runs"].empty() && report["remote engines"].empty()) {
+  if (report["runs"].empty() && report[remoteEngines].empty()) {
     throw std::runtime_error("nothing has all that --only asks for in its name: see --list");
   }
-  bool isRight = true;
+  measureRemoteEngines(report[remoteEngines], options.rounds);
+  write(report, options.file);
   for (std::size_t round = report["rounds"].get<std::size_t>() + 1; round <= options.rounds; ++round) {
     const std::string title = "round " + std::to_string(round) + " of " + std::to_string(options.rounds);
-    isRight = measureRound(report["runs"], title) && isRight;
+    measureRound(report["runs"], title);
     report["rounds"] = round;
     write(report, options.file);
   }
   std::fprintf(stderr, "\n");
-  return isRight ? EXIT_SUCCESS : EXIT_FAILURE;
+  return isRight(report) ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 }  // namespace

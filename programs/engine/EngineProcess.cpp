@@ -1,8 +1,10 @@
 #include "programs/engine/EngineProcess.h"
 
 #include <chrono>
+#include <exception>
 #include <memory>
 #include <stdexcept>
+#include <string>
 
 #include "TcpCommandProcessorBackEnd.h"
 #include "TcpEngineBackEnd.h"
@@ -11,6 +13,7 @@
 #include "programs/engine/EditRates.h"
 #include "programs/engine/ServedEngine.h"
 #include "qor/socket/Socket.h"
+#include "qor/utils/Log.h"
 #include "runtime/processes/Cores.h"
 #include "runtime/tamb/EngineDescription.h"
 
@@ -38,14 +41,26 @@ void awaitEngineControl(const EngineOptions& options) {
                            (errorText.empty() ? "" : ": " + errorText));
 }
 
+/// They may have been taken from this process since it started, which is no reason not to run.
+void useIfPossible(const processes::Cores& cores) {
+  try {
+    processes::useCores(cores);
+  } catch (const std::exception& error) {
+    utils::logWarning(std::string("the engine's run keeps to the core of its messaging: ") + error.what());
+  }
+}
+
 }  // namespace
 
 void serveEngine(const EngineOptions& options, const std::function<void(EngineEvent)>& onEvent) {
   const auto local = engines::makeLocalEngine(
       tamb::EngineDescription(options.workflowManagerId, options.description, options.engineId));
   // The channels' threads get the cores of this one.
-  const processes::Cores allCores = processes::usableCores();
-  if (options.core) processes::useCores({*options.core});
+  processes::Cores allCores;
+  if (options.core) {
+    allCores = processes::usableCores();
+    processes::useCores({*options.core});
+  }
   // Commands arrive by the channel, notifications leave by it, and the engine is run by it: in the order in
   // which they have to be there, and in the opposite order they go.
   local.engine->SetNotificationHubBackEnd(withEnginesEditRates(std::make_shared<TcpNotificationHubBackEnd>(
@@ -54,7 +69,7 @@ void serveEngine(const EngineOptions& options, const std::function<void(EngineEv
                                             options.commandEndpoint);
   const auto onEnginesEvent = [&](EngineEvent event) {
     // On the thread of the run, whatever that starts.
-    if (options.core && event == EngineEvent::Running) processes::useCores(allCores);
+    if (options.core && event == EngineEvent::Running) useIfPossible(allCores);
     onEvent(event);
   };
   TcpEngineBackEnd control(std::make_shared<ServedEngine>(local.engine, onEnginesEvent),

@@ -12,7 +12,10 @@ PublisherSocket::PublisherSocket(const SocketLabel& label, bool newestOnly, cons
 
 void PublisherSocket::add(SubscriberSocket& subscriber) {
   subscribers_.push_back(&subscriber);
-  if (newest_ && kept_.empty()) subscriber.deliver(*newest_);
+  if (newest_ && kept_.empty()) {
+    const std::size_t size = newest_->size();
+    subscriber.hasRoom(size) ? subscriber.deliver(*newest_) : kept_.keep(*newest_, size, label());
+  }
   handOver();
 }
 

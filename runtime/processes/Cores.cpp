@@ -36,6 +36,7 @@ void useCores(const Cores& cores) {
 }
 
 void requireUsable(const Cores& cores, const std::string& who) {
+  if (cores.empty()) return;
   const Cores usable = usableCores();
   for (const unsigned int core : cores) {
     if (std::ranges::find(usable, core) != usable.end()) continue;

@@ -24,7 +24,7 @@ class ReceivingSocket : public ZmqOpenSocket {
   /// Takes the rest of a message whose first part is given: its content, and how many parts that has. What is
   /// unusable has been logged.
   virtual Taken takeRest(ZmqMessage& first, ZmqMessage& content, unsigned int& parts) = 0;
-  /// Called when nothing has come for 100 ms, and there is nothing left to be read.
+  /// Called when a wait, of at most 100 ms, was in vain: there is nothing left to be read.
   virtual void lookAfterConnection() {}
   /// The message taken last is being handed over.
   virtual void onReceived() {}

@@ -9,7 +9,6 @@ namespace qor::socket {
 
 /// Ends a receive that another thread waits in. libzmq has no means for that, but its sockets receive from
 /// any number of peers: this one lives in the same process, and all it ever sends is the order to wake up.
-/// Waiting inside libzmq costs less than waiting for its descriptor.
 class Waker {
  public:
   /// The waker of a SUB or a ROUTER socket, whose peer it becomes.

@@ -81,6 +81,7 @@ void ZmqSocket::setOption(int option, const std::string& value) {
 
 ZmqSocket::Received ZmqSocket::receive(ZmqMessage& part, std::optional<std::chrono::milliseconds> timeOut) {
   if (isIdle_ && timeOut) return receiveWhenWoken(part, *timeOut);
+  isIdle_ = false;
   const int milliseconds = timeOut ? static_cast<int>(timeOut->count()) : -1;
   if (milliseconds != receiveTimeOut_) {
     setOption(ZMQ_RCVTIMEO, milliseconds);
@@ -107,8 +108,9 @@ ZmqSocket::Received ZmqSocket::receiveWhenWoken(ZmqMessage& part, std::chrono::m
     const int woken = ::ppoll(&watched, 1, &wait, nullptr);
     if (woken == 0) return Received::Nothing;
     if (woken < 0) return Received::Signal;
-    // What came may be news of a peer, and no message.
     if (tryReceive(part)) return Received::Part;
+    // It was news of a peer, which may come as often as they like.
+    if (left.count() == 0) return Received::Nothing;
   }
 }
 

@@ -83,12 +83,23 @@ TEST_P(Poll, SeesARequestThatCameWhileTheOneBeforeWasAnswered) {
   requester_.createAndConnect(Protocol::Requester, endpoint_, 0);
   Socket other("PollTestOtherRequester", ClosePolicy::Patient);
   other.createAndConnect(Protocol::Requester, endpoint_, 0);
+  Socket host("PollTestHost", ClosePolicy::Patient);
+  Socket guest("PollTestGuest", ClosePolicy::Patient);
+  const SocketEndpoint elsewhere = newEndpoint();
+  host.createAndConnect(Protocol::Replier, elsewhere, 0);
+  guest.createAndConnect(Protocol::Requester, elsewhere, 0);
   for (std::uint32_t number = 1; number <= 20; ++number) {
     sendNumber(requester_, number);
     awaitMessage(replier_);
     EXPECT_EQ(receiveNumber(replier_), number);
     EXPECT_EQ(replier_.poll(100, errorText_), 1) << errorText_;
     sendNumber(other, number + 1'000);
+    // It is there before the reply is sent: what was sent later has gone there and back on the same threads.
+    for (std::uint32_t later = 1; later <= 3; ++later) {
+      sendNumber(guest, later);
+      answerOne(host);
+      EXPECT_EQ(receiveReply(guest), later);
+    }
     sendReply(replier_, number);
     EXPECT_EQ(receiveReply(requester_), number);
     const Stopwatch stopwatch;

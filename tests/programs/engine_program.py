@@ -192,6 +192,7 @@ class EngineProgram(ProgramsTest):
         self.assertRegex(engine.output(), r'"event":"failed".*died: signal 11 \(Segmentation fault\)')
 
     @unittest.skipIf(len(CORES) < 2, "there is one core only")
+    @unittest.skipIf(len(CORES) == 1, "there is one core only")
     def test_keeps_its_messaging_to_the_core_that_it_is_given_but_not_its_engine(self):
         core = max(CORES)
         engine, _ = self.ipc_engine(more=["--core", core])
@@ -202,6 +203,7 @@ class EngineProgram(ProgramsTest):
         self.assertNotIn(CORES, cores_of_threads(ready["enginePid"]))
         self.assertTrue(self.ask(self.stock(zmq.REQ, ready["request"]), RUN).startswith(SUCCESS))
         wait_until(lambda: CORES in cores_of_threads(ready["enginePid"]), "the engine's run is kept to the core too")
+        self.assertEqual(cores_of_threads(ready["enginePid"], "ZMQbg"), sockets)
         engine.signal(signal.SIGTERM)
         engine.wait()
 

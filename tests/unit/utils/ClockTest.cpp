@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <memory>
@@ -60,6 +61,18 @@ TYPED_TEST(TheClock, WaitsAsLongAsItIsTold) {
     EXPECT_GE(std::chrono::steady_clock::now(), end);
     EXPECT_LT(std::chrono::steady_clock::now() - start, time + patience);
   }
+}
+
+TYPED_TEST(TheClock, LetsLongWaitsEndATwentiethOfASecondLateAtMost) {
+  // The machine may be late as well, but not each time.
+  auto least = TypeParam::duration::max();
+  for (int i = 0; i < 5; ++i) {
+    const auto end = TypeParam::now() + milliseconds(1'001);
+    while (this->waitUntil(end)) {
+    }
+    least = std::min(least, TypeParam::now() - end);
+  }
+  EXPECT_LT(least, milliseconds(500));
 }
 
 TYPED_TEST(TheClock, IsWokenFromALongWait) {
