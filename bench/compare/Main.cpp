@@ -17,6 +17,7 @@
 #include <functional>
 #include <iostream>
 #include <iterator>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <random>
 #include <stdexcept>
@@ -117,12 +118,30 @@ json plannedRuns(const Options& options) {
   return runs;
 }
 
-/// One more result for each of the runs, in random order: a slow moment of the machine meets everybody alike.
-void measureRound(json& runs, const std::string& round) {
+/// The runs in random order, but for those that do the same work, which follow each other in random order: a
+/// machine that is shared is twice as fast in one minute as in another, and that has to meet everybody alike.
+std::vector<json*> shuffled(json& runs) {
   static std::mt19937 random(std::random_device{}());
-  std::vector<json*> order;
-  for (json& run : runs) order.push_back(&run);
+  std::map<std::string, std::vector<json*>> works;
+  for (json& run : runs) {
+    json work = run.at("case");
+    work.erase("library");
+    works[work.dump()].push_back(&run);
+  }
+  std::vector<std::vector<json*>> order;
+  for (const auto& [work, itsRuns] : works) order.push_back(itsRuns);
   std::shuffle(order.begin(), order.end(), random);
+  std::vector<json*> all;
+  for (auto& itsRuns : order) {
+    std::shuffle(itsRuns.begin(), itsRuns.end(), random);
+    all.insert(all.end(), itsRuns.begin(), itsRuns.end());
+  }
+  return all;
+}
+
+/// One more result for each of the runs.
+void measureRound(json& runs, const std::string& round) {
+  const std::vector<json*> order = shuffled(runs);
   std::size_t done = 0;
   for (json* run : order) {
     const auto result = askAnother(hostArgument, run->at("case").dump());

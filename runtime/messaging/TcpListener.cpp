@@ -14,8 +14,8 @@ namespace qor::socket {
 
 namespace {
 
-std::runtime_error cannotListen(const std::string& host, std::uint16_t port, const std::string& reason) {
-  return std::runtime_error(fmt::format("cannot listen on port {} of {}: {}", port, host, reason));
+std::string cannotListen(const std::string& host, std::uint16_t port, const std::string& reason) {
+  return fmt::format("cannot listen on port {} of {}: {}", port, host, reason);
 }
 
 std::string systemReason() { return std::generic_category().message(errno); }
@@ -31,7 +31,7 @@ FileDescriptor listenOnTcp(const std::string& host, std::uint16_t port) {
   addrinfo* found = nullptr;
   if (const int error = ::getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found);
       error != 0) {
-    throw cannotListen(host, port, ::gai_strerror(error));
+    throw std::runtime_error(cannotListen(host, port, ::gai_strerror(error)));
   }
   const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> address(found, &::freeaddrinfo);
 
@@ -42,7 +42,8 @@ FileDescriptor listenOnTcp(const std::string& host, std::uint16_t port) {
   if (!listener || ::setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
       ::bind(listener.get(), address->ai_addr, address->ai_addrlen) != 0 ||
       ::listen(listener.get(), listenBacklog) != 0) {
-    throw cannotListen(host, port, systemReason());
+    if (errno == EADDRINUSE) throw AddressInUse(cannotListen(host, port, systemReason()));
+    throw std::runtime_error(cannotListen(host, port, systemReason()));
   }
   return listener;
 }

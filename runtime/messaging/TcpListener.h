@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -10,8 +11,14 @@
 
 namespace qor::socket {
 
-/// A non-blocking descriptor that listens on the address; port 0 means any free one. Throws
-/// std::runtime_error that names the address and the system's reason.
+/// Somebody listens on the address already.
+class AddressInUse : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// A non-blocking descriptor that listens on the address; port 0 means any free one. Throws AddressInUse, or
+/// another std::runtime_error, that names the address and the system's reason.
 FileDescriptor listenOnTcp(const std::string& host, std::uint16_t port);
 
 /// The connections that may wait to be accepted: more than any host opens at once.

@@ -38,6 +38,20 @@ FileDescriptor listenOn(const SocketEndpoint& endpoint) {
   throw std::logic_error("unknown transport");
 }
 
+/// The system frees an address a moment after the number of its last owner's descriptor. Whoever opens anew
+/// what has just been closed may come between the two.
+FileDescriptor listenOnceFree(const SocketEndpoint& endpoint) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(100);
+  for (;;) {
+    try {
+      return listenOn(endpoint);
+    } catch (const AddressInUse&) {
+      if (std::chrono::steady_clock::now() >= deadline) throw;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
 }  // namespace
 
 std::string zmqAddress(const SocketEndpoint& endpoint) {
@@ -68,7 +82,7 @@ Listener::Listener(ZmqSocket& socket, const SocketEndpoint& endpoint, const Sock
   const std::string who = label.text();
   FileDescriptor listener;
   try {
-    listener = listenOn(endpoint);
+    listener = listenOnceFree(endpoint);
   } catch (const std::runtime_error& error) {
     throw std::runtime_error(who + ": " + error.what());
   }

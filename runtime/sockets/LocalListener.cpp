@@ -16,8 +16,8 @@ namespace qor::socket {
 
 namespace {
 
-std::runtime_error cannotListen(const std::string& path, const std::string& reason) {
-  return std::runtime_error(fmt::format("cannot listen on {}: {}", path, reason));
+std::string cannotListen(const std::string& path, const std::string& reason) {
+  return fmt::format("cannot listen on {}: {}", path, reason);
 }
 
 std::string systemReason() { return std::generic_category().message(errno); }
@@ -42,7 +42,7 @@ class LocalAddress {
 
 FileDescriptor makeSocket(const std::string& path) {
   FileDescriptor descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  if (!descriptor) throw cannotListen(path, systemReason());
+  if (!descriptor) throw std::runtime_error(cannotListen(path, systemReason()));
   return descriptor;
 }
 
@@ -61,11 +61,13 @@ FileDescriptor listenOnLocal(const std::string& path) {
   FileDescriptor listener = makeSocket(path);
   int bound = ::bind(listener.get(), address.get(), address.size());
   if (bound != 0 && errno == EADDRINUSE) {
-    if (!isLeftBehind(path, address)) throw cannotListen(path, "it is in use");
+    if (!isLeftBehind(path, address)) throw AddressInUse(cannotListen(path, "it is in use"));
     ::unlink(path.c_str());
     bound = ::bind(listener.get(), address.get(), address.size());
   }
-  if (bound != 0 || ::listen(listener.get(), listenBacklog) != 0) throw cannotListen(path, systemReason());
+  if (bound != 0 || ::listen(listener.get(), listenBacklog) != 0) {
+    throw std::runtime_error(cannotListen(path, systemReason()));
+  }
   return listener;
 }
 

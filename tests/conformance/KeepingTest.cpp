@@ -102,7 +102,8 @@ TEST_P(Keeping, TellsWhoeverJoinsNothingAgainWhenEachMessageCounts) {
   publisher_.createAndConnect(Protocol::Publisher, endpoint_, 0);
   Socket first("FirstSubscriber", ClosePolicy::Patient);
   first.createAndConnect(Protocol::Subscriber, endpoint_, 0);
-  sendUntilHeardBy(first);
+  const std::uint32_t firstHeard = sendUntilHeardBy(first);
+  expectNumbers(first, firstHeard + 1, sent_);
   const std::uint32_t heardByFirst = sent_;
 
   Socket second("SecondSubscriber", ClosePolicy::Patient);

@@ -6,7 +6,6 @@ process goes, nothing of it is left, and the service serves the next host.
 
 import json
 import os
-import pathlib
 import re
 import signal
 import subprocess
@@ -14,7 +13,8 @@ import sys
 import time
 import unittest
 
-from programs_support import ENGINE, PATIENCE, SUPERVISOR, Program, ProgramsTest, only, processes_below, wait_until
+from programs_support import (
+    ENGINE, PATIENCE, SUPERVISOR, Program, ProgramsTest, only, processes_below, state_of, wait_until)
 
 # The stages. At the last one the engine's process is frozen, so that the goodbye takes its time.
 BEFORE, WIRING, IDLE, RUNNING, PINGING, STOPPING, DESTRUCTION = (
@@ -73,14 +73,6 @@ class StagedHost(Program):
             self._process.stdin.close()
         except BrokenPipeError:
             pass
-
-
-def state_of(process):
-    """As the system has it, such as "T" for one that is stopped; empty when it is no more."""
-    try:
-        return pathlib.Path(f"/proc/{process}/stat").read_text().rpartition(")")[2].split()[0]
-    except (FileNotFoundError, ProcessLookupError):
-        return ""
 
 
 class Table:
@@ -143,7 +135,7 @@ class FaultTest(ProgramsTest):
         if stage == IDLE:
             return None
         if stage == DESTRUCTION:
-            os.kill(self.engine_process(), signal.SIGSTOP)
+            self.kill(self.engine_process(), signal.SIGSTOP)
             host.begin("destroy")
             host.wait_for("^destroying$")
             return "destroy"

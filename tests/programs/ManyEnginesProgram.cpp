@@ -142,14 +142,21 @@ int main(int argumentCount, char** arguments) {
     tamb::LoadPlugin(arguments[1]);
     const int lives = std::atoi(arguments[4]);
     auto fewestDescriptors = std::numeric_limits<std::ptrdiff_t>::max();
+    auto fewestThreads = fewestDescriptors;
     for (int life = 1; life <= lives; ++life) {
       live(arguments[2], static_cast<unsigned int>(std::atoi(arguments[3])));
-      if (life == lives)
-        qor::test::eventually([&] { return entriesOf("/proc/self/fd") <= fewestDescriptors; });
+      if (life == lives) {
+        qor::test::eventually([&] {
+          return entriesOf("/proc/self/fd") <= fewestDescriptors &&
+                 entriesOf("/proc/self/task") <= fewestThreads;
+        });
+      }
       const auto descriptors = entriesOf("/proc/self/fd");
+      const auto threads = entriesOf("/proc/self/task");
       fewestDescriptors = std::min(fewestDescriptors, descriptors);
-      std::printf("%ld %ld %ld\n", static_cast<long>(descriptors),
-                  static_cast<long>(entriesOf("/proc/self/task")), residentKibibytes());
+      fewestThreads = std::min(fewestThreads, threads);
+      std::printf("%ld %ld %ld\n", static_cast<long>(descriptors), static_cast<long>(threads),
+                  residentKibibytes());
       std::fflush(stdout);
     }
     return EXIT_SUCCESS;

@@ -62,7 +62,8 @@ def process_table():
 
 
 def processes_below(root, name=None):
-    """The processes that `root` has started, and those that they have, by their numbers."""
+    """The processes that `root` has started, and those that they have, by their numbers. A copy of a process has the name
+    of its original for a moment, and is not counted for it."""
     table = process_table()
     found, parents = {}, [root]
     while parents:
@@ -71,7 +72,18 @@ def processes_below(root, name=None):
             if parent == above:
                 parents.append(process)
                 found[process] = its_name
-    return {process: its_name for process, its_name in found.items() if name in (None, its_name)}
+    if name is None:
+        return found
+    return {process: its_name for process, its_name in found.items()
+            if its_name == name and table.get(table[process][1], ("", 0))[0] != name}
+
+
+def state_of(process):
+    """As the system has it, such as "T" for one that is stopped; empty when it is no more."""
+    try:
+        return pathlib.Path(f"/proc/{process}/stat").read_text().rpartition(")")[2].split()[0]
+    except (FileNotFoundError, ProcessLookupError):
+        return ""
 
 
 def cores_of_threads(process, name=""):
@@ -297,6 +309,9 @@ class ProgramsTest(unittest.TestCase):
         """Sends a signal to a process that a program of this test has started."""
         self.assertIn(process, processes_below(os.getpid()))
         os.kill(process, number)
+        if number == signal.SIGSTOP:
+            # It takes effect a moment later; another signal that comes until then may overtake it.
+            wait_until(lambda: state_of(process) in ("T", "Z", ""), "it does not stop")
 
     def expect_exit(self, program, code, seconds=PATIENCE):
         self.assertEqual(program.wait(seconds), code, program.everything())

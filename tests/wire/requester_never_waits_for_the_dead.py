@@ -151,7 +151,7 @@ class OurRequester(WireTest):
     def test_does_not_open_when_a_foreign_server_says_nothing(self):
         ours = self.ours("Asking")
         stranger = self.stranger()
-        self.expect_connect_time_out(ours, stranger.endpoint, 500)
+        self.expect_connect_time_out(ours, stranger.endpoint, 3000)
         self.assertGreaterEqual(stranger.accepted(), 1)
         self.expect_opens(ours)
 
@@ -162,7 +162,7 @@ class OurRequester(WireTest):
                          b"\xff\0\0\0\0\0\0\0\x01\x7f\x03\0" + b"\xa5" * 500):
             with self.subTest(greeting[:16]):
                 stranger = self.stranger(greeting)
-                self.expect_connect_time_out(ours, stranger.endpoint, 300)
+                self.expect_connect_time_out(ours, stranger.endpoint, 1000)
                 self.assertGreaterEqual(stranger.accepted(), 1)
         self.expect_opens(ours)
 
