@@ -8,7 +8,7 @@
 namespace qor::socket::memory {
 
 PublisherSocket::PublisherSocket(const SocketLabel& label, bool newestOnly, const SocketEndpoint& endpoint)
-    : BindingSocket(label, endpoint), newestOnly_(newestOnly), kept_(newestOnly) {}
+    : BindingSocket(label, endpoint), kept_(newestOnly) {}
 
 void PublisherSocket::add(SubscriberSocket& subscriber) {
   subscribers_.push_back(&subscriber);
@@ -25,7 +25,7 @@ void PublisherSocket::remove(const SubscriberSocket& subscriber) {
 }
 
 void PublisherSocket::put(std::string encoded, Switchboard::Lock& /*lock*/) {
-  if (newestOnly_) newest_ = encoded;
+  if (kept_.isNewestOnly()) newest_ = encoded;
   const std::size_t size = encoded.size();
   kept_.keep(std::move(encoded), size, label());
   handOver();

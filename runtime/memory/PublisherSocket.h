@@ -32,7 +32,6 @@ class PublisherSocket final : public BindingSocket {
   bool canHandOver();
 
   std::vector<SubscriberSocket*> subscribers_;
-  const bool newestOnly_;
   KeptMessages<std::string> kept_;
   std::optional<std::string> newest_;  ///< where it is all that counts
 };

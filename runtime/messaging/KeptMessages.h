@@ -39,6 +39,7 @@ class KeptMessages {
   bool hasRoom(std::size_t size) const {
     return newestOnly_ || (messages_.size() < maximumCount && bytes_ + size <= maximumBytes);
   }
+  bool isNewestOnly() const { return newestOnly_; }
   bool empty() const { return messages_.empty(); }
   std::size_t count() const { return messages_.size(); }
   Message& oldest() { return messages_.front().first; }

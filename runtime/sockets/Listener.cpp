@@ -38,10 +38,14 @@ FileDescriptor listenOn(const SocketEndpoint& endpoint) {
   throw std::logic_error("unknown transport");
 }
 
-/// The system frees an address a moment after the number of its last owner's descriptor. Whoever opens anew
-/// what has just been closed may come between the two.
+/// How long an address in use is tried: far longer than a thread is kept from freeing it, and no wait that
+/// anybody notices.
+constexpr std::chrono::milliseconds timeToBeFreed{100};
+
+/// The system frees an address a moment after the number of its last owner's descriptor, and tells nobody.
+/// Whoever opens anew what has just been closed may come between the two.
 FileDescriptor listenOnceFree(const SocketEndpoint& endpoint) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(100);
+  const auto deadline = std::chrono::steady_clock::now() + timeToBeFreed;
   for (;;) {
     try {
       return listenOn(endpoint);

@@ -34,10 +34,10 @@ constexpr std::string_view unsubscription{"\0", 1};
 }  // namespace
 
 PublisherSocket::PublisherSocket(const SocketLabel& label, bool newestOnly, const SocketEndpoint& endpoint)
-    : ZmqOpenSocket(ZMQ_XPUB, label), newestOnly_(newestOnly), kept_(newestOnly) {
+    : ZmqOpenSocket(ZMQ_XPUB, label), kept_(newestOnly) {
   // A full queue is told to us instead of being passed over.
   socket().setOption(ZMQ_XPUB_NODROP, 1);
-  socket().setOption(ZMQ_XPUB_VERBOSE, newestOnly_ ? 1 : 0);
+  socket().setOption(ZMQ_XPUB_VERBOSE, newestOnly ? 1 : 0);
   bind(endpoint);
   context().watch().add(socket().descriptor(), *this);
 }
@@ -61,7 +61,7 @@ void PublisherSocket::send(const google::protobuf::Message& message, std::size_t
     lookForSubscribers();
     handOver();
   }
-  if (newestOnly_) newest_ = encoded.copy();
+  if (kept_.isNewestOnly()) newest_ = encoded.copy();
   if (!subscribed_ || !kept_.empty() || socket().trySend(encoded) != ZmqSocket::Sent::Yes) {
     kept_.keep(std::move(encoded), size, label());
   }

@@ -13,8 +13,8 @@ namespace qor::socket {
 
 /// Sends to every subscriber, and keeps what nobody can take yet: without a subscriber, or with one whose
 /// queue is full. Where each message supersedes those before it, the newest is told again to whoever joins.
-/// Two threads meet here, the owner's, which sends, and the watch's, which learns of
-/// subscribers and hands over what was kept; the mutex is what makes libzmq's socket safe for both.
+/// Two threads meet here, the owner's, which sends, and the watch's, which learns of subscribers and hands
+/// over what was kept; the mutex is what makes libzmq's socket safe for both.
 class PublisherSocket : public ZmqOpenSocket, private Watched {
  public:
   PublisherSocket(const SocketLabel& label, bool newestOnly, const SocketEndpoint& endpoint);
@@ -33,7 +33,6 @@ class PublisherSocket : public ZmqOpenSocket, private Watched {
 
   Mutex mutex_;
   std::condition_variable keptChanged_;
-  const bool newestOnly_;
   KeptMessages<ZmqMessage> kept_ QOR_GUARDED_BY(mutex_);
   std::optional<ZmqMessage> newest_ QOR_GUARDED_BY(mutex_);  ///< where it is all that counts
   bool subscribed_ QOR_GUARDED_BY(mutex_) = false;

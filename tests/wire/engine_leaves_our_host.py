@@ -11,8 +11,8 @@ from wire_support import PATIENCE
 
 # In milliseconds, with what a busy machine may add: half a second for the connection to come back, as much for a
 # heartbeat that is ahead; 3 s more until a frozen peer is noticed.
-CALL_BOUND = 10_000
-FROZEN_CALL_BOUND = 12_000
+CALL_BOUND = 2000
+FROZEN_CALL_BOUND = 6000
 LOST = "the connection was lost before the reply came"
 
 

@@ -16,7 +16,7 @@ from wire_support import LOOK_INTERVAL, PATIENCE, DrivenProcess, WireTest
 RUN, PING, REQUEST_START, REQUEST_STOP, WAIT_FOR_STOP, TERMINATION, HEARTBEAT = range(7)
 SUCCESS = engine.EngineBackEndReply(type=engine.EngineBackEndReply.Success, errorString="", replyString="")
 # A status is published once a second; the rest is for a busy machine.
-STATUS_BOUND = 20
+STATUS_BOUND = 3
 
 
 def request(kind, time_out=None):

@@ -88,8 +88,7 @@ TEST(NotificationHubThreads, NothingOfTheCallbackIsLeftWhenUnsubscribeReturnsDur
       while (subscription->IsActive()) {  // Until the other thread is inside Unsubscribe.
         std::this_thread::yield();
       }
-      // Each may last as long as others want the processor.
-      for (int i = 0; i < 5; ++i) {
+      for (int i = 0; i < 100; ++i) {
         std::this_thread::yield();
       }
       left = true;

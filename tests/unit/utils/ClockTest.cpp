@@ -72,7 +72,8 @@ TYPED_TEST(TheClock, LetsLongWaitsEndATwentiethOfASecondLateAtMost) {
     }
     least = std::min(least, TypeParam::now() - end);
   }
-  EXPECT_LT(least, milliseconds(500));
+  // Twice that, for want of a processor.
+  EXPECT_LT(least, milliseconds(100));
 }
 
 TYPED_TEST(TheClock, IsWokenFromALongWait) {
