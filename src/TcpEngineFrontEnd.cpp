@@ -37,6 +37,10 @@ void joinAndDrop(std::shared_ptr<std::thread>& thread) {
   thread.reset();
 }
 
+milliseconds roundedUp(utils::IClock::TimePoint::duration time) {
+  return std::chrono::ceil<milliseconds>(time);
+}
+
 }  // namespace
 
 TcpEngineFrontEnd::TcpEngineFrontEnd(std::shared_ptr<utils::IClock> clock)
@@ -117,13 +121,18 @@ void TcpEngineFrontEnd::AddLogger(std::string /*name*/, std::shared_ptr<tamb::IL
 void TcpEngineFrontEnd::AddBenchmarker(std::string /*name*/, void* /*benchmarker*/) {}
 
 void TcpEngineFrontEnd::Run() {
-  hasRun_ = false;
   try {
     sendRequestGetReply(Request::Run, 0);
   } catch (const std::exception& error) {
     return logFailedExchange("Failed sending ping to remote engine on:", error);
   }
-  checks().isTrue(waitUntilItRuns(), "Run: Remote engine not switching to Running state");
+  const auto deadline = clock_->now() + timeToStartRunning;
+  EngineStatus::EngineStatus status = remoteEngineStatus_;
+  for (auto now = clock_->now(); status != EngineStatus::Running && now < deadline; now = clock_->now()) {
+    waitForEngineStatusChange(static_cast<unsigned int>(roundedUp(deadline - now).count()), status);
+    status = remoteEngineStatus_;
+  }
+  checks().isTrue(status == EngineStatus::Running, "Run: Remote engine not switching to Running state");
   while (remoteEngineStatus_ == EngineStatus::Running) {
     waitForEngineStatusChange(statusSliceMilliseconds, EngineStatus::Running);
   }
@@ -198,15 +207,6 @@ bool TcpEngineFrontEnd::waitForEngineStatusChange(unsigned int milliseconds,
   return clock_->waitUntil(statusChanged_, lock, clock_->now() + std::chrono::milliseconds(milliseconds));
 }
 
-bool TcpEngineFrontEnd::waitUntilItRuns() {
-  const auto deadline = clock_->now() + timeToStartRunning;
-  // A run may be over before this thread gets a processor.
-  const auto runs = [this] { return hasRun_ || remoteEngineStatus_ == EngineStatus::Running; };
-  std::unique_lock lock(statusMutex_);
-  while (!runs() && clock_->now() < deadline) clock_->waitUntil(statusChanged_, lock, deadline);
-  return runs();
-}
-
 void TcpEngineFrontEnd::reset() {
   stopStatusReception_ = true;
   {
@@ -269,7 +269,6 @@ void TcpEngineFrontEnd::endSilence(utils::IClock::SteadyTimePoint lastHeard) {
 }
 
 void TcpEngineFrontEnd::changeRemoteStatus(EngineStatus::EngineStatus status) {
-  if (status == EngineStatus::Running) hasRun_ = true;
   if (remoteEngineStatus_.exchange(status) == status) return;
   const std::lock_guard lock(statusMutex_);
   statusChanged_.notify_all();

@@ -82,8 +82,6 @@ class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFor
                                   unsigned int timeOutMilliseconds);
   std::string resultOf(const Reply& reply) const;
   bool waitForEngineStatusChange(unsigned int milliseconds, EngineStatus::EngineStatus seen);
-  /// Whether it has run since it was last asked to; waits for that for 2 s.
-  bool waitUntilItRuns();
   void reset();
   void engineStatusReceptionThreadFunction(const socket::SocketEndpoint& endpoint);
   void receiveStatus(socket::Socket& socket, proto::EngineStatus& message);
@@ -107,7 +105,6 @@ class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFor
   std::mutex statusMutex_;
   std::condition_variable statusChanged_;
   std::atomic<EngineStatus::EngineStatus> remoteEngineStatus_{EngineStatus::Undefined};
-  std::atomic<bool> hasRun_{false};  ///< the remote engine, since it was last asked to
   unsigned int engineId_ = 0;
   std::string workflowManagerId_;
 };

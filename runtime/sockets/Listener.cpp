@@ -43,14 +43,16 @@ FileDescriptor listenOn(const SocketEndpoint& endpoint) {
 constexpr std::chrono::milliseconds timeToBeFreed{100};
 
 /// The system frees an address a moment after the number of its last owner's descriptor, and tells nobody.
-/// Whoever opens anew what has just been closed may come between the two.
+/// Whoever opens anew what has just been closed may come between the two. A socket file is removed ahead of
+/// that, and to try one out again and again would look like peers to a living owner.
 FileDescriptor listenOnceFree(const SocketEndpoint& endpoint) {
   const auto deadline = std::chrono::steady_clock::now() + timeToBeFreed;
   for (;;) {
     try {
       return listenOn(endpoint);
     } catch (const AddressInUse&) {
-      if (std::chrono::steady_clock::now() >= deadline) throw;
+      const bool isFile = endpoint.transport() == SocketEndpoint::Transport::Ipc;
+      if (isFile || std::chrono::steady_clock::now() >= deadline) throw;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }

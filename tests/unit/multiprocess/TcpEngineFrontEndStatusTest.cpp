@@ -72,29 +72,12 @@ TEST_F(TcpEngineFrontEndWaits, RunFollowsTheRemoteRunToItsEndWhicheverItIs) {
   }
 }
 
-TEST_F(TcpEngineFrontEndWaits, RunDoesNotMissARunThatIsOverBeforeItLooks) {
-  backEnd_->answer(Request::Run, [] {
-    publish(proto::EngineStatus::Running);
-    publish(proto::EngineStatus::Idle);
-    return ScriptedBackEnd::reply(Reply::Success, "");
-  });
-  EXPECT_EQ(BackgroundCall(running()).get(), "");
-}
-
 TEST_F(TcpEngineFrontEndWaits, RunDoesNotTakeAnEarlierRunForItsOwn) {
   publish(proto::EngineStatus::Running);
   publish(proto::EngineStatus::Idle);
   BackgroundCall run(running());
   pass(timeToStart);
   EXPECT_NE(run.get(), "");
-}
-
-TEST_F(TcpEngineFrontEndWaits, RunFollowsAnEngineThatRunsAlready) {
-  publish(proto::EngineStatus::Running);
-  BackgroundCall run(running());
-  ASSERT_TRUE(clock_->waitForWaitOf(slice));
-  publish(proto::EngineStatus::Idle);
-  EXPECT_EQ(run.get(), "");
 }
 
 TEST_F(TcpEngineFrontEndWaits, WaitForStopReturnsAtOnceWhenTheEngineDoesNotRun) {
