@@ -29,7 +29,10 @@ std::chrono::milliseconds timeUntil(Clock::time_point deadline) {
                   std::chrono::milliseconds(0));
 }
 
-/// Readable once the child has ended.
+/// How often a child is looked after that nothing tells of.
+constexpr std::chrono::milliseconds timeBetweenLooks{20};
+
+/// Readable once the child has ended; none when there are no descriptors left.
 Descriptor processDescriptor(pid_t child) {
   return Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
 }
@@ -138,7 +141,9 @@ std::optional<int> waitForEnd(pid_t child, std::chrono::milliseconds time) {
     if (::waitpid(child, &status, WNOHANG) == child) return status;
     if (Clock::now() >= deadline) return std::nullopt;
     pollfd awaited{.fd = process.get(), .events = POLLIN, .revents = 0};
-    ::poll(&awaited, 1, static_cast<int>(timeUntil(deadline).count()));
+    const auto wait =
+        process.isOpen() ? timeUntil(deadline) : std::min(timeUntil(deadline), timeBetweenLooks);
+    ::poll(&awaited, 1, static_cast<int>(wait.count()));
   }
 }
 

@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -9,6 +11,7 @@
 #include <iterator>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include "runtime/processes/ChildProcess.h"
 
@@ -20,6 +23,27 @@ using std::chrono::seconds;
 using ::testing::HasSubstr;
 
 constexpr seconds patience{20};
+
+/// All the descriptors that this process may have are taken.
+class NoDescriptors {
+ public:
+  NoDescriptors() {
+    ::getrlimit(RLIMIT_NOFILE, &before_);
+    const rlimit few{.rlim_cur = 256, .rlim_max = before_.rlim_max};
+    ::setrlimit(RLIMIT_NOFILE, &few);
+    for (int last = ::dup(STDERR_FILENO); last >= 0; last = ::dup(STDERR_FILENO)) taken_.push_back(last);
+  }
+  ~NoDescriptors() {
+    for (const int descriptor : taken_) ::close(descriptor);
+    ::setrlimit(RLIMIT_NOFILE, &before_);
+  }
+  NoDescriptors(const NoDescriptors&) = delete;
+  NoDescriptors& operator=(const NoDescriptors&) = delete;
+
+ private:
+  rlimit before_{};
+  std::vector<int> taken_;
+};
 
 ChildProcess shell(const std::string& script, const std::string& input = "") {
   return ChildProcess("/bin/sh", {"-c", script}, input);
@@ -55,6 +79,16 @@ TEST(AChildProcess, IsNotWaitedForLongerThanWanted) {
   // Whether it has stopped already or not.
   while (!child.waitForEnd(milliseconds(10))) child.signal(SIGCONT);
   EXPECT_EQ(child.readLine(patience), "continued");
+}
+
+TEST(AChildProcess, IsSeenToEndWithoutADescriptorToSpare) {
+  auto child = shell("sleep 0.1; exit 6");
+  const NoDescriptors areLeft;
+  const auto start = std::chrono::steady_clock::now();
+  const auto status = child.waitForEnd(patience);
+  ASSERT_TRUE(status);
+  EXPECT_EQ(describeStatus(*status), "exit code 6");
+  EXPECT_LT(std::chrono::steady_clock::now() - start, patience / 2);
 }
 
 TEST(AChildProcess, IsAskedToEndFirst) {
