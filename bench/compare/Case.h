@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -54,7 +55,8 @@ struct Case {
   Cores cores = Cores::Free;
   bool withParameters = false;
   std::size_t perList = 1;   ///< messages in a list
-  std::size_t messages = 0;  ///< or round trips, that are measured
+  std::size_t messages = 0;  ///< or round trips, that are measured: whole windows for each turn
+  std::size_t turns = 1;     ///< in which they are measured, alternately with the other libraries' ones
   std::size_t engines = 1;   ///< in one engine process; the lists go round
 
   bool isRoundTrip() const {
@@ -65,15 +67,17 @@ struct Case {
   /// How many messages may be under way: enough to keep both sides busy, less than any queue holds.
   std::size_t window() const {
     if (isRoundTrip()) return 1;
-    return engines * (perList == 1 ? 1'000 : 100 * perList);
+    const std::size_t lists = perList == 1 ? 1'000 : std::clamp<std::size_t>(10'000 / perList, 20, 100);
+    return engines * lists * perList;
   }
+  std::size_t perTurn() const { return messages / turns; }
   /// The receiver tells the sender of so many messages at once.
   std::size_t perCredit() const { return isRoundTrip() ? 1 : window() / 4; }
   /// Sent ahead of what is measured: connections, queues and reused messages grow to their size.
   std::size_t warmUp() const { return isRoundTrip() ? 200 : (engines == 1 ? 10 : 2) * window(); }
 };
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Case, measure, library, transport, cores, withParameters, perList,
-                                   messages, engines)
+                                   messages, turns, engines)
 
 /// What one run came to.
 struct Result {

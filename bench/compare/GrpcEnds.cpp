@@ -35,6 +35,15 @@ bool isClientStream(const Case& run) {
   return run.library == Library::GrpcClient || run.library == Library::GrpcClientBuffered;
 }
 
+/// By default a client that finds no server waits a second before it tries again.
+grpc::ChannelArguments tryingOften() {
+  constexpr int milliseconds = 20;
+  grpc::ChannelArguments arguments;
+  arguments.SetInt(GRPC_ARG_INITIAL_RECONNECT_BACKOFF_MS, milliseconds);
+  arguments.SetInt(GRPC_ARG_MIN_RECONNECT_BACKOFF_MS, milliseconds);
+  return arguments;
+}
+
 grpc::WriteOptions optionsFor(bool mayWait) {
   grpc::WriteOptions options;
   if (mayWait) options.set_buffer_hint();
@@ -49,7 +58,8 @@ class GrpcHostEnd : public HostEnd {
  public:
   GrpcHostEnd(const Case& run, const Addresses& addresses, NotificationArrived arrived)
       : buffers_(isBuffered(run)),
-        channel_(grpc::CreateChannel(addressOf(addresses), grpc::InsecureChannelCredentials())) {
+        channel_(grpc::CreateCustomChannel(addressOf(addresses), grpc::InsecureChannelCredentials(),
+                                           tryingOften())) {
     if (!channel_->WaitForConnected(std::chrono::system_clock::now() + patience)) {
       throw std::runtime_error("gRPC: nobody listens at " + addressOf(addresses));
     }

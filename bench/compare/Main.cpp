@@ -1,100 +1,32 @@
-#include <fmt/format.h>
-#include <google/protobuf/stubs/common.h>
-#include <grpcpp/grpcpp.h>
-#include <link.h>
 #include <sys/resource.h>
-#include <sys/sysinfo.h>
-#include <sys/utsname.h>
-#include <zmq.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <fstream>
-#include <functional>
 #include <iostream>
-#include <iterator>
-#include <map>
 #include <nlohmann/json.hpp>
-#include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "bench/FailuresOnly.h"
+#include "bench/compare/EngineProcess.h"
+#include "bench/compare/HostProcess.h"
+#include "bench/compare/Machine.h"
 #include "bench/compare/Plan.h"
 #include "bench/compare/Remote.h"
-#include "bench/compare/Run.h"
-#include "runtime/processes/ChildProcess.h"
+#include "bench/compare/Rounds.h"
 
 namespace {
 
 using nlohmann::json;
 using qor::bench::Case;
 
-constexpr const char* hostArgument = "--be-the-host";
-constexpr const char* remoteArgument = "--have-remote-engines";
 /// As --only and --list name them.
 constexpr const char* remoteEngines = "remote engines";
-/// What one run takes at most, several times over.
-constexpr std::chrono::minutes patience{5};
-
-/// What this program prints when it is started once more: each run has fresh processes.
-json askAnother(const char* argument, const std::string& value) {
-  qor::processes::ChildProcess process("/proc/self/exe", {argument, value}, "");
-  const auto line = process.readLine(patience);
-  const auto status = process.waitForEnd(patience);
-  if (!line || !status || *status != 0) {
-    process.end(std::chrono::seconds(1));
-    throw std::runtime_error(std::string(argument) + ' ' + value + " has failed: " +
-                             (status ? qor::processes::describeStatus(*status) : "it does not end"));
-  }
-  return json::parse(*line);
-}
-
-std::string firstAfter(const char* path, const std::string& label) {
-  std::ifstream file(path);
-  for (std::string line; std::getline(file, line);) {
-    if (line.starts_with(label)) return line.substr(line.find(':') + 2);
-  }
-  return "unknown";
-}
-
-/// Tells builds apart: of this program and of the libraries that were built with it, what they contain.
-std::string build() {
-  std::size_t hash = 0;
-  const auto add = [](dl_phdr_info* loaded, std::size_t, void* sum) {
-    const std::string name = *loaded->dlpi_name == '\0' ? "/proc/self/exe" : loaded->dlpi_name;
-    if (name.starts_with("/usr/") || name.starts_with("/lib")) return 0;
-    std::ifstream file(name, std::ios::binary);
-    const std::string content{std::istreambuf_iterator<char>(file), {}};
-    *static_cast<std::size_t*>(sum) ^= std::hash<std::string>{}(content);
-    return 0;
-  };
-  ::dl_iterate_phdr(add, &hash);
-  return fmt::format("{:016x}", hash);
-}
-
-json machine() {
-  utsname system{};
-  ::uname(&system);
-  int major = 0;
-  int minor = 0;
-  int patch = 0;
-  ::zmq_version(&major, &minor, &patch);
-  return {{"processor", firstAfter("/proc/cpuinfo", "model name")},
-          {"cores", ::get_nprocs()},
-          {"system", std::string(system.sysname) + ' ' + system.release},
-          {"compiler", "GCC " __VERSION__},
-          {"build", build()},
-          {"libzmq", std::to_string(major) + '.' + std::to_string(minor) + '.' + std::to_string(patch)},
-          {"protobuf", google::protobuf::internal::VersionString(GOOGLE_PROTOBUF_VERSION)},
-          {"gRPC", grpc::Version()}};
-}
-
 struct Options {
   std::size_t rounds = 7;
   double scale = 1;
@@ -118,42 +50,6 @@ json plannedRuns(const Options& options) {
   return runs;
 }
 
-/// The runs in random order, but for those that do the same work, which follow each other in random order: a
-/// machine that is shared is twice as fast in one minute as in another, and that has to meet everybody alike.
-std::vector<json*> shuffled(json& runs) {
-  static std::mt19937 random(std::random_device{}());
-  std::map<std::string, std::vector<json*>> works;
-  for (json& run : runs) {
-    json work = run.at("case");
-    work.erase("library");
-    works[work.dump()].push_back(&run);
-  }
-  std::vector<std::vector<json*>> order;
-  for (const auto& [work, itsRuns] : works) order.push_back(itsRuns);
-  std::shuffle(order.begin(), order.end(), random);
-  std::vector<json*> all;
-  for (auto& itsRuns : order) {
-    std::shuffle(itsRuns.begin(), itsRuns.end(), random);
-    all.insert(all.end(), itsRuns.begin(), itsRuns.end());
-  }
-  return all;
-}
-
-/// One more result for each of the runs.
-void measureRound(json& runs, const std::string& round) {
-  const std::vector<json*> order = shuffled(runs);
-  std::size_t done = 0;
-  for (json* run : order) {
-    const auto result = askAnother(hostArgument, run->at("case").dump());
-    if (result.at("wrong") != 0) {
-      std::fprintf(stderr, "%s: %s messages are wrong\n", run->at("name").get<std::string>().c_str(),
-                   result.at("wrong").dump().c_str());
-    }
-    run->at("results").push_back(result);
-    std::fprintf(stderr, "\r%s: %zu of %zu runs ", round.c_str(), ++done, order.size());
-  }
-}
-
 /// As many remote engines as are measured, without a result.
 json plannedRemoteEngines(const Options& options) {
   json all = json::array();
@@ -162,19 +58,6 @@ json plannedRemoteEngines(const Options& options) {
     all.push_back({{"engines", engines}, {"results", json::array()}});
   }
   return all;
-}
-
-/// Three results are enough, since they hardly differ.
-void measureRemoteEngines(json& all, std::size_t rounds) {
-  rounds = std::min<std::size_t>(rounds, 3);
-  for (json& some : all) {
-    const auto engines = some.at("engines").dump();
-    for (std::size_t round = some.at("results").size() + 1; round <= rounds; ++round) {
-      std::fprintf(stderr, "\r%s remote engines: round %zu of %zu ", engines.c_str(), round, rounds);
-      some.at("results").push_back(askAnother(remoteArgument, engines));
-    }
-  }
-  std::fprintf(stderr, "\n");
 }
 
 /// Two hundred engines in one host hold more descriptors than a shell usually allows, and libzmq ends a
@@ -195,7 +78,7 @@ json withoutResults(json plan) {
 /// What has been measured so far, or nothing yet. Throws when that was another machine or build, or something
 /// else.
 json begunReport(const Options& options) {
-  json report{{"machine", machine()},
+  json report{{"machine", qor::bench::machine()},
               {"rounds", 0},
               {"runs", plannedRuns(options)},
               {remoteEngines, plannedRemoteEngines(options)}};
@@ -243,11 +126,11 @@ int compare(const Options& options) {
   if (report["runs"].empty() && report[remoteEngines].empty()) {
     throw std::runtime_error("nothing has all that --only asks for in its name: see --list");
   }
-  measureRemoteEngines(report[remoteEngines], options.rounds);
+  qor::bench::measureRemoteEngines(report[remoteEngines], options.rounds);
   write(report, options.file);
   for (std::size_t round = report["rounds"].get<std::size_t>() + 1; round <= options.rounds; ++round) {
     const std::string title = "round " + std::to_string(round) + " of " + std::to_string(options.rounds);
-    measureRound(report["runs"], title);
+    qor::bench::measureRound(report["runs"], title);
     report["rounds"] = round;
     write(report, options.file);
   }
@@ -255,27 +138,26 @@ int compare(const Options& options) {
   return isRight(report) ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
+/// Whether that is the role of a process that this program has started.
+bool takeRole(const std::string& role, const std::string& task) {
+  if (role == qor::bench::hostRole) {
+    qor::bench::beTheHost(task);
+  } else if (role == qor::bench::engineRole) {
+    qor::bench::beTheEngine(task);
+  } else if (role == qor::bench::remoteEnginesRole) {
+    qor::bench::haveRemoteEngines(task);
+  } else {
+    return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
   try {
     qor::bench::logFailuresOnly();
-    if (argumentCount == 3) {
-      const std::string argument = arguments[1];
-      const std::string value = arguments[2];
-      if (argument == qor::bench::engineArgument) {
-        qor::bench::beTheEngine(value);
-        return EXIT_SUCCESS;
-      }
-      if (argument == hostArgument) {
-        std::cout << json(qor::bench::runCase(json::parse(value).get<Case>())).dump() << '\n';
-        return EXIT_SUCCESS;
-      }
-      if (argument == remoteArgument) {
-        std::cout << json(qor::bench::haveRemoteEngines(std::stoul(value))).dump() << '\n';
-        return EXIT_SUCCESS;
-      }
-    }
+    if (argumentCount == 3 && takeRole(arguments[1], arguments[2])) return EXIT_SUCCESS;
     CLI::App app("The channels beside bare libzmq, gRPC and the framework without a process boundary.");
     Options options;
     bool list = false;

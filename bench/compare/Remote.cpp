@@ -15,7 +15,9 @@
 #include "RemoteEngineFrontEnd.h"
 #include "bench/PrivateEndpoint.h"
 #include "bench/compare/InParallel.h"
-#include "bench/compare/ProcessorTime.h"
+#include "bench/compare/Line.h"
+#include "bench/compare/Peer.h"
+#include "bench/compare/Stopwatch.h"
 #include "runtime/processes/ChildProcess.h"
 #include "runtime/tamb/EngineDescription.h"
 
@@ -65,7 +67,9 @@ class Service {
 
 }  // namespace
 
-RemoteResult haveRemoteEngines(std::size_t count) {
+void haveRemoteEngines(const std::string& countText) {
+  const auto count = static_cast<std::size_t>(std::stoul(countText));
+  const Line line(Peer::lineDescriptor);
   const Service service(count);
   const auto config =
       tamb::CreateParametersCollectionInstance(RemoteEngineFrontEnd::GetParametersCollectionPrototype());
@@ -90,16 +94,15 @@ RemoteResult haveRemoteEngines(std::size_t count) {
   if (count > 1) {
     result.residentKibibytes = (residentKibibytes() - residentWithOne) / static_cast<double>(count - 1);
   }
-  const double seconds = std::chrono::duration<double>(idleTime).count();
   const double switches = contextSwitches();
-  ProcessorTime processorTime;
-  processorTime.start();
+  Stopwatch time;
+  time.start();
   std::this_thread::sleep_for(idleTime);
-  processorTime.stop();
-  result.idleCorePercent = 100 * processorTime.seconds() / seconds;
-  result.idleSwitchesPerSecond = (contextSwitches() - switches) / seconds;
+  time.stop();
+  result.idleCorePercent = 100 * time.processorSeconds() / time.seconds();
+  result.idleSwitchesPerSecond = (contextSwitches() - switches) / time.seconds();
   destroyInParallel(engines);
-  return result;
+  line.give(&result, sizeof result);
 }
 
 }  // namespace qor::bench

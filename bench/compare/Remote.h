@@ -1,12 +1,12 @@
 #pragma once
 
-#include <cstddef>
 #include <nlohmann/json.hpp>
+#include <string>
 
 namespace qor::bench {
 
 /// What remote engines cost the host that has them, each in a process of its own behind a real submission
-/// service.
+/// service. Trivially copyable: it travels as it is.
 struct RemoteResult {
   double wiredMilliseconds = 0;      ///< median time from a submission until all three channels are connected
   double residentKibibytes = 0;      ///< more resident memory of the host for each engine after the first
@@ -16,7 +16,9 @@ struct RemoteResult {
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(RemoteResult, wiredMilliseconds, residentKibibytes, idleCorePercent,
                                    idleSwitchesPerSecond)
 
-/// In a process of its own.
-RemoteResult haveRemoteEngines(std::size_t count);
+constexpr const char* remoteEnginesRole = "--have-remote-engines";
+
+/// Has so many in this process, and gives the RemoteResult at the other end of the line.
+void haveRemoteEngines(const std::string& count);
 
 }  // namespace qor::bench

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <exception>
-#include <numeric>
 #include <stdexcept>
 #include <utility>
 
@@ -20,9 +19,7 @@ double percentile(std::vector<double> values, double fraction) {
 }  // namespace
 
 Result Latencies::result() const {
-  const double total = std::accumulate(microseconds_.begin(), microseconds_.end(), 0.0);
   Result result;
-  result.perSecond = static_cast<double>(microseconds_.size()) * 1e6 / total;
   result.p50 = percentile(microseconds_, 0.5);
   result.p99 = percentile(microseconds_, 0.99);
   return result;

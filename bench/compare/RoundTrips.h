@@ -18,7 +18,10 @@ class Latencies {
   void add(Clock::duration time) {
     microseconds_.push_back(std::chrono::duration<double, std::micro>(time).count());
   }
-  /// The rate and the percentiles.
+  void append(const Latencies& others) {
+    microseconds_.insert(microseconds_.end(), others.microseconds_.begin(), others.microseconds_.end());
+  }
+  /// The percentiles.
   Result result() const;
 
  private:

@@ -9,20 +9,21 @@
 
 namespace qor::bench {
 
-/// This program once more, as the engine of a run. It is ended, should it still run, and reaped by the
-/// destructor.
-class EnginePeer {
+/// This program once more, in another role.
+class Peer {
  public:
-  explicit EnginePeer(const std::string& task);
-  ~EnginePeer();
-  EnginePeer(const EnginePeer&) = delete;
-  EnginePeer& operator=(const EnginePeer&) = delete;
+  /// `role` is its first argument, `task` its second one.
+  Peer(const char* role, const std::string& task);
+  /// Ends it, should it still run, and reaps it: one whose line has gone gets a moment to tidy up.
+  ~Peer();
+  Peer(const Peer&) = delete;
+  Peer& operator=(const Peer&) = delete;
 
   const Line& line() const { return *line_; }
   /// Throws std::runtime_error when it has failed, or does not end in time.
   void waitForItsEnd();
 
-  /// The engine's end of the line, which it inherits.
+  /// Its end of the line, which it inherits.
   static constexpr int lineDescriptor = 3;
 
  private:

@@ -1,4 +1,4 @@
-#include "bench/compare/EnginePeer.h"
+#include "bench/compare/Peer.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -9,11 +9,11 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <filesystem>
 #include <stdexcept>
 #include <system_error>
 #include <vector>
 
-#include "bench/compare/Run.h"
 #include "runtime/processes/ChildProcess.h"
 
 extern char** environ;
@@ -23,46 +23,48 @@ namespace qor::bench {
 namespace {
 
 constexpr std::chrono::seconds patience{60};
+constexpr std::chrono::seconds timeToTidyUp{5};
 
-pid_t spawn(const std::string& task, int line) {
-  std::string program = "/proc/self/exe";
-  std::string argument = engineArgument;
-  std::string taskText = task;
-  std::vector<char*> arguments{program.data(), argument.data(), taskText.data(), nullptr};
+pid_t spawn(std::string role, std::string task, int line) {
+  std::string program = std::filesystem::read_symlink("/proc/self/exe");
+  std::vector<char*> arguments{program.data(), role.data(), task.data(), nullptr};
   pid_t process = 0;
   posix_spawn_file_actions_t actions;
   ::posix_spawn_file_actions_init(&actions);
-  ::posix_spawn_file_actions_adddup2(&actions, line, EnginePeer::lineDescriptor);
+  ::posix_spawn_file_actions_adddup2(&actions, line, Peer::lineDescriptor);
   const int error = ::posix_spawn(&process, program.c_str(), &actions, nullptr, arguments.data(), environ);
   ::posix_spawn_file_actions_destroy(&actions);
-  if (error != 0) throw std::system_error(error, std::system_category(), "cannot start the engine's process");
+  if (error != 0)
+    throw std::system_error(error, std::system_category(), "cannot start " + program + ' ' + role);
   return process;
 }
 
 }  // namespace
 
-EnginePeer::EnginePeer(const std::string& task) {
+Peer::Peer(const char* role, const std::string& task) {
   std::array<int, 2> ends{};
   if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
     throw std::system_error(errno, std::system_category(), "cannot make a line between two processes");
   }
   line_ = std::make_unique<const Line>(ends[0]);
   const Line itsEnd(ends[1]);
-  process_ = spawn(task, ends[1]);
+  process_ = spawn(role, task, ends[1]);
 }
 
-EnginePeer::~EnginePeer() {
+Peer::~Peer() {
   if (process_ == 0) return;
+  line_.reset();
+  if (processes::waitForEnd(process_, timeToTidyUp)) return;
   ::kill(process_, SIGKILL);
   processes::waitForEnd(process_, patience);
 }
 
-void EnginePeer::waitForItsEnd() {
+void Peer::waitForItsEnd() {
   const auto status = processes::waitForEnd(process_, patience);
-  if (!status) throw std::runtime_error("the engine's process does not end");
+  if (!status) throw std::runtime_error("the other process does not end");
   process_ = 0;
   if (*status != 0) {
-    throw std::runtime_error("the engine's process has failed: " + processes::describeStatus(*status));
+    throw std::runtime_error("the other process has failed: " + processes::describeStatus(*status));
   }
 }
 

@@ -1,0 +1,236 @@
+#include "bench/compare/HostProcess.h"
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <utility>
+#include <vector>
+
+#include "bench/compare/Arrivals.h"
+#include "bench/compare/Case.h"
+#include "bench/compare/Ends.h"
+#include "bench/compare/EngineProcess.h"
+#include "bench/compare/InParallel.h"
+#include "bench/compare/Line.h"
+#include "bench/compare/MeetingPlace.h"
+#include "bench/compare/MessagePool.h"
+#include "bench/compare/Peer.h"
+#include "bench/compare/Placement.h"
+#include "bench/compare/RoundTrips.h"
+#include "bench/compare/Stopwatch.h"
+#include "bench/compare/TypicalMessages.h"
+#include "bench/compare/WindowedSender.h"
+
+namespace qor::bench {
+
+namespace {
+
+/// The host of a run, and what its round trips are measured by.
+class Host {
+ public:
+  /// `onCredit` is called for each so many notifications as their sender has to be told of.
+  Host(const Case& run, std::function<void()> onCredit)
+      : run_(run),
+        commands_(run_, typicalCommand),
+        arrivals_(run_, std::move(onCredit)),
+        roundTrips_([this](std::size_t number) { push(number, false); }) {}
+
+  ~Host() { destroyInParallel(ends_); }
+  Host(const Host&) = delete;
+  Host& operator=(const Host&) = delete;
+
+  NotificationArrived arrived(std::size_t engine) {
+    return [this, of = arrivals_.of(engine)](const auto& notification) mutable {
+      of(notification);
+      if (run_.measure == Measure::CommandRoundTrip) roundTrips_.ended();
+    };
+  }
+  void add(std::unique_ptr<HostEnd> end) { ends_.push_back(std::move(end)); }
+  void push(std::size_t list, bool moreFollow) {
+    // The answer to the first command may come while it is still being pushed, on the thread that pushes the
+    // next one. In one process that is the same thread.
+    std::unique_lock lock(pushing_, std::defer_lock);
+    if (run_.library != Library::InProcess) lock.lock();
+    ends_[list % ends_.size()]->push(commands_.list(list), moreFollow);
+  }
+  /// So many, of either kind.
+  Latencies makeRoundTrips(std::size_t count) {
+    return run_.measure == Measure::CommandRoundTrip ? roundTrips_.run(count) : ping(count);
+  }
+  std::size_t wrong() const { return arrivals_.wrong(); }
+
+ private:
+  Latencies ping(std::size_t count) {
+    Latencies latencies;
+    for (std::size_t sent = 0; sent < count; ++sent) {
+      const auto start = Latencies::Clock::now();
+      ends_.front()->ping();
+      latencies.add(Latencies::Clock::now() - start);
+    }
+    return latencies;
+  }
+
+  const Case run_;
+  const MessagePool<tamb::ICommandMessage> commands_;
+  Arrivals arrivals_;
+  RoundTrips roundTrips_;
+  std::mutex pushing_;
+  std::vector<std::unique_ptr<HostEnd>> ends_;
+};
+
+/// A case that is set up, and measured turn by turn.
+class Measured {
+ public:
+  explicit Measured(const Case& run) : run_(run) {}
+  virtual ~Measured() = default;
+  Measured(const Measured&) = delete;
+  Measured& operator=(const Measured&) = delete;
+
+  void warmUp() {
+    step(run_.warmUp());
+    latencies_ = {};
+  }
+  void takeTurn() {
+    time_.start();
+    step(run_.perTurn());
+    time_.stop();
+  }
+  Result result() {
+    const std::size_t messages = run_.perTurn() * run_.turns;
+    Result result;
+    if (run_.isRoundTrip()) result = latencies_.result();
+    result.perSecond = static_cast<double>(messages) / time_.seconds();
+    result.hostMicroseconds = time_.processorMicrosecondsFor(messages);
+    finish(result);
+    return result;
+  }
+
+ protected:
+  const Case& run() const { return run_; }
+  void makeRoundTrips(Host& host, std::size_t count) { latencies_.append(host.makeRoundTrips(count)); }
+
+ private:
+  /// So many messages or round trips, from the first one's start to the last one's arrival.
+  virtual void step(std::size_t count) = 0;
+  /// What the host does not know by itself.
+  virtual void finish(Result& result) = 0;
+
+  const Case run_;
+  Latencies latencies_;
+  Stopwatch time_;
+};
+
+class BetweenProcesses : public Measured {
+ public:
+  explicit BetweenProcesses(const Case& run)
+      : Measured(run),
+        place_(run.transport, run.engines),
+        engine_(engineRole, nlohmann::json(EngineTask{run, place_.ofEngines()}).dump()),
+        sender_(run, line(), [this](std::size_t list, bool moreFollow) { host_->push(list, moreFollow); }) {
+    // The engine's process had to be started first: it would stay there as well.
+    if (run.cores == Cores::Each) stayOnCore(0);
+    host_ = std::make_unique<Host>(run, [this] {
+      if (this->run().measure == Measure::Notifications) line().giveSign();
+    });
+    for (std::size_t number = 0; number < run.engines; ++number) {
+      host_->add(makeHostEnd(run, place_.ofEngines()[number], host_->arrived(number)));
+    }
+    line().takeSign();
+  }
+
+ private:
+  const Line& line() const { return engine_.line(); }
+
+  void step(std::size_t count) override {
+    line().giveSign();
+    if (run().measure == Measure::Notifications) return line().takeSign();
+    if (run().measure == Measure::Commands) {
+      sender_.send(count);
+    } else {
+      makeRoundTrips(*host_, count);
+    }
+    line().giveSign();
+  }
+
+  void finish(Result& result) override {
+    EngineResult engineResult{};
+    line().take(&engineResult, sizeof engineResult);
+    result.engineMicroseconds = engineResult.microseconds;
+    result.wrong = host_->wrong() + engineResult.wrong;
+    host_.reset();
+    line().giveSign();
+    engine_.waitForItsEnd();
+  }
+
+  const MeetingPlace place_;
+  Peer engine_;
+  WindowedSender sender_;
+  std::unique_ptr<Host> host_;
+};
+
+class InOneProcess : public Measured {
+ public:
+  explicit InOneProcess(const Case& run)
+      : Measured(run),
+        notifications_(run, typicalNotification),
+        commandArrivals_(run, [] {}),
+        host_(run, [] {}) {
+    auto ends = makeLocalEnds(
+        [this, of = commandArrivals_.of(0)](const auto& command) mutable {
+          of(command);
+          if (this->run().measure == Measure::CommandRoundTrip) notify(command.GetCommandId());
+        },
+        host_.arrived(0));
+    host_.add(std::move(ends.host));
+    engine_ = std::move(ends.engine);
+  }
+
+ private:
+  void step(std::size_t count) override {
+    if (run().isRoundTrip()) return makeRoundTrips(host_, count);
+    for (const std::size_t end = sent_ + count; sent_ < end; sent_ += run().perList) {
+      const std::size_t list = sent_ / run().perList;
+      if (run().measure == Measure::Commands) {
+        host_.push(list, false);
+      } else {
+        notify(list);
+      }
+    }
+  }
+  void finish(Result& result) override { result.wrong = host_.wrong() + commandArrivals_.wrong(); }
+  void notify(std::size_t list) { engine_->push(notifications_.list(list), false); }
+
+  const MessagePool<tamb::INotificationMessage> notifications_;
+  Arrivals commandArrivals_;
+  Host host_;
+  std::unique_ptr<EngineEnd> engine_;
+  std::size_t sent_ = 0;
+};
+
+std::unique_ptr<Measured> setUp(const Case& run) {
+  if (run.library == Library::InProcess) return std::make_unique<InOneProcess>(run);
+  return std::make_unique<BetweenProcesses>(run);
+}
+
+}  // namespace
+
+void beTheHost(const std::string& caseText) {
+  const auto run = nlohmann::json::parse(caseText).get<Case>();
+  const Line line(Peer::lineDescriptor);
+  if (run.cores == Cores::One) stayOnCore(0);
+  const auto measured = setUp(run);
+  measured->warmUp();
+  line.giveSign();
+  for (std::size_t turn = 0; turn < run.turns; ++turn) {
+    line.takeSign();
+    measured->takeTurn();
+    line.giveSign();
+  }
+  line.takeSign();
+  const Result result = measured->result();
+  line.give(&result, sizeof result);
+}
+
+}  // namespace qor::bench

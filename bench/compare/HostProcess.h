@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+
+namespace qor::bench {
+
+constexpr const char* hostRole = "--be-the-host";
+
+/// Measures a case in this process, which is the host, and a new one, the engine; without the boundary in
+/// this process alone. Gives a sign at the other end of the line once everything has been set up and warmed
+/// up; waits for a sign before each turn and gives one behind it; gives the Result after one more sign.
+/// Confines this process to the cores that the case wants, hence comes before any other thread is started.
+void beTheHost(const std::string& caseText);
+
+}  // namespace qor::bench
