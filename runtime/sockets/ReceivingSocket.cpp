@@ -37,22 +37,22 @@ int ReceivingSocket::receive(google::protobuf::Message* message, unsigned int si
 
 ReceivingSocket::Waited ReceivingSocket::waitForMessage(std::optional<std::chrono::milliseconds> timeOut) {
   throwIfShutDown();
+  if (ready_) return Waited::Ready;
   // The clock is read only once a wait has been disturbed, which is rare: what is there costs no look at it.
   std::optional<Deadline> deadline;
-  ZmqMessage first;
   while (!ready_) {
     if (interrupted_) return Waited::Interrupted;
     if (deadline) timeOut = timeUntil(*deadline);
     if (timeOut > longestWait && !deadline) deadline = Deadline::clock::now() + *timeOut;
     const auto wait = std::min(timeOut.value_or(longestWait), longestWait);
-    const ZmqSocket::Received received = socket().receive(first, wait);
+    const ZmqSocket::Received received = socket().receive(content_, wait);
     if (received == ZmqSocket::Received::Nothing) {
       // Only now: connecting anew drops what has not been read.
       lookAfterConnection();
       if (timeOut == wait) return Waited::TooLong;
     }
     if (received == ZmqSocket::Received::Part) {
-      const Taken taken = takeRest(first, content_, parts_);
+      const Taken taken = takeRest(content_, parts_);
       interrupted_ = taken == Taken::WakeUp;
       ready_ = taken == Taken::Message;
     }

@@ -21,9 +21,9 @@ class ReceivingSocket : public ZmqOpenSocket {
 
   /// What came in.
   enum class Taken { Message, Unusable, WakeUp };
-  /// Takes the rest of a message whose first part is given: its content, and how many parts that has. What is
-  /// unusable has been logged.
-  virtual Taken takeRest(ZmqMessage& first, ZmqMessage& content, unsigned int& parts) = 0;
+  /// Takes the rest of a message whose first part is given: its content, which takes the first part's place,
+  /// and how many parts that has. What is unusable has been logged.
+  virtual Taken takeRest(ZmqMessage& content, unsigned int& parts) = 0;
   /// Called when a wait, of at most 100 ms, was in vain: there is nothing left to be read.
   virtual void lookAfterConnection() {}
   /// The message taken last is being handed over.

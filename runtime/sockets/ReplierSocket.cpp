@@ -53,9 +53,9 @@ void ReplierSocket::sendParts(Envelope& parts) {
   }
 }
 
-ReceivingSocket::Taken ReplierSocket::takeRest(ZmqMessage& first, ZmqMessage& content, unsigned int& parts) {
+ReceivingSocket::Taken ReplierSocket::takeRest(ZmqMessage& content, unsigned int& parts) {
   next_.clear();
-  next_.push_back(std::move(first));
+  next_.push_back(std::move(content));
   std::size_t size = 0;
   while (next_.back().hasMore() && (next_.size() == 1 || next_.back().size() != 0)) {
     ZmqMessage part;

@@ -18,7 +18,7 @@ class ReplierSocket : public ReceivingSocket {
   /// empty one.
   using Envelope = std::vector<ZmqMessage>;
 
-  Taken takeRest(ZmqMessage& first, ZmqMessage& content, unsigned int& parts) override;
+  Taken takeRest(ZmqMessage& content, unsigned int& parts) override;
   void onReceived() override;
   void sendParts(Envelope& parts);
 

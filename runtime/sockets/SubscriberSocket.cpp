@@ -1,7 +1,5 @@
 #include "runtime/sockets/SubscriberSocket.h"
 
-#include <utility>
-
 #include "runtime/messaging/KeptMessages.h"
 
 namespace qor::socket {
@@ -34,11 +32,9 @@ void SubscriberSocket::send(const google::protobuf::Message& /*message*/, std::s
   throw failure("a subscriber sends nothing");
 }
 
-ReceivingSocket::Taken SubscriberSocket::takeRest(ZmqMessage& first, ZmqMessage& content,
-                                                  unsigned int& parts) {
-  if (Waker::isOrder(first)) return Taken::WakeUp;
-  parts = 1 + dropFurtherParts(first);
-  content = std::move(first);
+ReceivingSocket::Taken SubscriberSocket::takeRest(ZmqMessage& content, unsigned int& parts) {
+  if (Waker::isOrder(content)) return Taken::WakeUp;
+  parts = 1 + dropFurtherParts(content);
   return Taken::Message;
 }
 

@@ -16,7 +16,7 @@ class SubscriberSocket : public ReceivingSocket {
 
  private:
   void lookAfterConnection() override { reconnectIfDue(*connection_); }
-  Taken takeRest(ZmqMessage& first, ZmqMessage& content, unsigned int& parts) override;
+  Taken takeRest(ZmqMessage& content, unsigned int& parts) override;
 
   std::optional<Connection> connection_;
 };

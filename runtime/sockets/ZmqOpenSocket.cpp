@@ -102,6 +102,7 @@ void ZmqOpenSocket::closeLeaving(std::chrono::milliseconds timeForUnsent) noexce
 }
 
 unsigned int ZmqOpenSocket::dropFurtherParts(ZmqMessage& part) {
+  if (!part.hasMore()) return 0;
   unsigned int dropped = 0;
   ZmqMessage further;
   // A message arrives whole or not at all, so that its parts are there once the first one is.
