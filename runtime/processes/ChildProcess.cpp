@@ -37,6 +37,12 @@ Descriptor processDescriptor(pid_t child) {
   return Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
 }
 
+/// How long to wait before a child is looked after, of which that descriptor tells.
+std::chrono::milliseconds timeToLook(const Descriptor& process, Clock::time_point deadline) {
+  const auto left = timeUntil(deadline);
+  return process.isOpen() ? left : std::min(left, timeBetweenLooks);
+}
+
 /// What posix_spawn is told beyond the program and its arguments.
 class SpawnSettings {
  public:
@@ -105,7 +111,9 @@ std::optional<std::string> ChildProcess::readLine(std::chrono::milliseconds time
     if (!output_.isOpen()) return std::nullopt;
     std::array<pollfd, 2> awaited{{{.fd = output_.descriptor(), .events = POLLIN, .revents = 0},
                                    {.fd = process.get(), .events = POLLIN, .revents = 0}}};
-    ::poll(awaited.data(), awaited.size(), static_cast<int>(timeUntil(deadline).count()));
+    // First of all: what it has said ahead of its end is there then.
+    if (!process.isOpen()) reap();
+    ::poll(awaited.data(), awaited.size(), static_cast<int>(timeToLook(process, deadline).count()));
     if (awaited[0].revents != 0) {
       output_.readSome();
     } else if (awaited[1].revents != 0 || status_ || Clock::now() >= deadline) {
@@ -141,9 +149,7 @@ std::optional<int> waitForEnd(pid_t child, std::chrono::milliseconds time) {
     if (::waitpid(child, &status, WNOHANG) == child) return status;
     if (Clock::now() >= deadline) return std::nullopt;
     pollfd awaited{.fd = process.get(), .events = POLLIN, .revents = 0};
-    const auto wait =
-        process.isOpen() ? timeUntil(deadline) : std::min(timeUntil(deadline), timeBetweenLooks);
-    ::poll(&awaited, 1, static_cast<int>(wait.count()));
+    ::poll(&awaited, 1, static_cast<int>(timeToLook(process, deadline).count()));
   }
 }
 

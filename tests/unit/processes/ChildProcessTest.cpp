@@ -91,6 +91,18 @@ TEST(AChildProcess, IsSeenToEndWithoutADescriptorToSpare) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, patience / 2);
 }
 
+TEST(AChildProcess, IsHeardToItsEndWithoutADescriptorToSpare) {
+  // What it leaves behind holds its output open.
+  auto child = shell("sleep 60 & echo $!");
+  const NoDescriptors areLeft;
+  const auto left = child.readLine(patience);
+  ASSERT_TRUE(left);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(child.readLine(patience), std::nullopt);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, patience / 2);
+  ::kill(std::stoi(*left), SIGKILL);
+}
+
 TEST(AChildProcess, IsAskedToEndFirst) {
   auto child = shell("trap 'exit 5' TERM; echo ready; while :; do sleep 0.05; done");
   ASSERT_EQ(child.readLine(patience), "ready");
