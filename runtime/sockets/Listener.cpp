@@ -51,7 +51,8 @@ FileDescriptor listenOnceFree(const SocketEndpoint& endpoint) {
     try {
       return listenOn(endpoint);
     } catch (const AddressInUse&) {
-      const bool isFile = endpoint.transport() == SocketEndpoint::Transport::Ipc;
+      const bool isFile =
+          endpoint.transport() == SocketEndpoint::Transport::Ipc && endpoint.host().front() != '@';
       if (isFile || std::chrono::steady_clock::now() >= deadline) throw;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(1));

@@ -32,8 +32,8 @@ class Socket {
 
   /// Opens the socket in a role, and binds or connects it. A Requester returns once its peer has answered the
   /// handshake, and throws after the time-out (0 means 5 000 ms); the other roles do not wait for a peer.
-  /// A tcp or inproc endpoint to bind that is in use is tried for 100 ms: it may just have been closed.
-  /// Throws std::runtime_error when the socket is open already or the endpoint cannot be used.
+  /// An endpoint to bind that is in use is tried for 100 ms, since it may just have been closed, unless it is
+  /// a socket file. Throws std::runtime_error when the socket is open already or the endpoint cannot be used.
   void createAndConnect(Protocol::Protocol protocol, const SocketEndpoint& endpoint,
                         unsigned int timeOutMilliseconds);
 
