@@ -58,7 +58,7 @@ class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFor
   void AddLogger(std::string name, std::shared_ptr<tamb::ILogger> logger) override;
   void AddBenchmarker(std::string name, void* benchmarker) override;
   /// Blocks while the remote engine runs, and is heard of. A refused or failed request is logged, and Run
-  /// returns; throws TAMBRuntimeError when the engine does not run within 2 s.
+  /// returns; throws TAMBRuntimeError when the engine is not seen to run within 2 s.
   void Run() override;
   /// Failures are logged.
   void Ping(unsigned int timeOutMilliseconds) override;
