@@ -59,6 +59,8 @@ struct Case {
   std::size_t turns = 1;     ///< in which they are measured, alternately with the other libraries' ones
   std::size_t engines = 1;   ///< in one engine process; the lists go round
 
+  static constexpr std::size_t creditsPerWindow = 4;
+
   bool isRoundTrip() const {
     return measure == Measure::ControlRoundTrip || measure == Measure::CommandRoundTrip;
   }
@@ -67,12 +69,12 @@ struct Case {
   /// How many messages may be under way: enough to keep both sides busy, less than any queue holds.
   std::size_t window() const {
     if (isRoundTrip()) return 1;
-    const std::size_t lists = perList == 1 ? 1'000 : std::clamp<std::size_t>(10'000 / perList, 20, 100);
-    return engines * lists * perList;
+    const std::size_t lists = perList == 1 ? 1'000 : std::clamp<std::size_t>(2'000 / perList, 20, 100);
+    return engines * lists / creditsPerWindow * creditsPerWindow * perList;
   }
   std::size_t perTurn() const { return messages / turns; }
   /// The receiver tells the sender of so many messages at once.
-  std::size_t perCredit() const { return isRoundTrip() ? 1 : window() / 4; }
+  std::size_t perCredit() const { return isRoundTrip() ? 1 : window() / creditsPerWindow; }
   /// Sent ahead of what is measured: connections, queues and reused messages grow to their size.
   std::size_t warmUp() const { return isRoundTrip() ? 200 : (engines == 1 ? 10 : 2) * window(); }
 };

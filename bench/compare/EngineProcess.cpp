@@ -83,7 +83,7 @@ class Engines {
 void beTheEngine(const std::string& taskText) {
   const auto task = nlohmann::json::parse(taskText).get<EngineTask>();
   if (task.run.cores == Cores::Each) stayOnCore(1);
-  const Line line(Peer::lineDescriptor);
+  const Line line(Peer::lineDescriptor, enginePatience);
   Engines(task, line).serve();
 }
 

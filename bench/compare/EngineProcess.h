@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -24,6 +25,8 @@ struct EngineResult {
 };
 
 constexpr const char* engineRole = "--be-the-engine";
+/// How long one of the two may say nothing.
+constexpr std::chrono::seconds enginePatience{100};
 
 /// Serves the host at the other end of the line. Gives a sign once it is ready; gives the EngineResult after
 /// the warm-up and all turns; ends when the host has gone. The warm-up and each turn lie between two signs:

@@ -37,10 +37,8 @@ bool isClientStream(const Case& run) {
 
 /// By default a client that finds no server waits a second before it tries again.
 grpc::ChannelArguments tryingOften() {
-  constexpr int milliseconds = 20;
   grpc::ChannelArguments arguments;
-  arguments.SetInt(GRPC_ARG_INITIAL_RECONNECT_BACKOFF_MS, milliseconds);
-  arguments.SetInt(GRPC_ARG_MIN_RECONNECT_BACKOFF_MS, milliseconds);
+  arguments.SetInt(GRPC_ARG_INITIAL_RECONNECT_BACKOFF_MS, 100);
   return arguments;
 }
 

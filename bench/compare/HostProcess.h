@@ -1,10 +1,13 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 
 namespace qor::bench {
 
 constexpr const char* hostRole = "--be-the-host";
+/// More than the host has with its engine.
+constexpr std::chrono::seconds hostPatience{300};
 
 /// Measures a case in this process, which is the host, and a new one, the engine; without the boundary in
 /// this process alone. Gives a sign at the other end of the line once everything has been set up and warmed

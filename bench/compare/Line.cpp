@@ -1,5 +1,6 @@
 #include "bench/compare/Line.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -11,9 +12,11 @@
 
 namespace qor::bench {
 
-Line::Line(int descriptor) : descriptor_(descriptor) {
-  const timeval timeOut{.tv_sec = 60, .tv_usec = 0};
+Line::Line(int descriptor, std::chrono::seconds patience) : descriptor_(descriptor) {
+  const timeval timeOut{.tv_sec = patience.count(), .tv_usec = 0};
   ::setsockopt(descriptor_, SOL_SOCKET, SO_RCVTIMEO, &timeOut, sizeof timeOut);
+  // It would not end with its owner if a program that the owner has started held it as well.
+  ::fcntl(descriptor_, F_SETFD, FD_CLOEXEC);
 }
 
 Line::~Line() { ::close(descriptor_); }
@@ -23,7 +26,10 @@ void Line::give(const void* bytes, std::size_t count) const {
 }
 
 void Line::take(void* bytes, std::size_t count) const {
-  const auto taken = ::recv(descriptor_, bytes, count, MSG_WAITALL);
+  ssize_t taken = 0;
+  do {
+    taken = ::recv(descriptor_, bytes, count, MSG_WAITALL);
+  } while (taken < 0 && errno == EINTR);
   if (taken == static_cast<ssize_t>(count)) return;
   throw std::runtime_error("the other process says nothing any more: " +
                            (taken < 0 ? std::system_category().message(errno) : std::string("it has gone")));

@@ -69,7 +69,7 @@ class Service {
 
 void haveRemoteEngines(const std::string& countText) {
   const auto count = static_cast<std::size_t>(std::stoul(countText));
-  const Line line(Peer::lineDescriptor);
+  const Line line(Peer::lineDescriptor, remoteEnginesPatience);
   const Service service(count);
   const auto config =
       tamb::CreateParametersCollectionInstance(RemoteEngineFrontEnd::GetParametersCollectionPrototype());
@@ -101,8 +101,8 @@ void haveRemoteEngines(const std::string& countText) {
   time.stop();
   result.idleCorePercent = 100 * time.processorSeconds() / time.seconds();
   result.idleSwitchesPerSecond = (contextSwitches() - switches) / time.seconds();
-  destroyInParallel(engines);
   line.give(&result, sizeof result);
+  destroyInParallel(engines);
 }
 
 }  // namespace qor::bench

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -17,6 +18,7 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(RemoteResult, wiredMilliseconds, residentKibi
                                    idleSwitchesPerSecond)
 
 constexpr const char* remoteEnginesRole = "--have-remote-engines";
+constexpr std::chrono::seconds remoteEnginesPatience{300};
 
 /// Has so many in this process, and gives the RemoteResult at the other end of the line.
 void haveRemoteEngines(const std::string& count);

@@ -24,16 +24,26 @@ std::mt19937& random() {
   return random;
 }
 
+/// Failures bear the name of what has failed.
+template <class Step>
+void naming(const std::string& name, const Step& step) {
+  try {
+    step();
+  } catch (const std::exception& error) {
+    throw std::runtime_error(name + ": " + error.what());
+  }
+}
+
 /// A run whose host and engine have been set up, in processes of their own. They wait while it is not their
 /// turn.
 class RunUnderWay {
  public:
-  explicit RunUnderWay(json& run) : run_(run), host_(hostRole, run.at("case").dump()) {
-    naming([this] { host_.line().takeSign(); });
+  explicit RunUnderWay(json& run) : run_(run), host_(hostRole, run.at("case").dump(), hostPatience) {
+    naming(name(), [this] { host_.line().takeSign(); });
   }
 
   void takeTurn() {
-    naming([this] {
+    naming(name(), [this] {
       host_.line().giveSign();
       host_.line().takeSign();
     });
@@ -44,7 +54,7 @@ class RunUnderWay {
 
   void takeResult() {
     Result result;
-    naming([&] {
+    naming(name(), [&] {
       host_.line().take(&result, sizeof result);
       host_.waitForItsEnd();
     });
@@ -56,14 +66,6 @@ class RunUnderWay {
 
  private:
   std::string name() const { return run_.at("name").get<std::string>(); }
-  template <class Step>
-  void naming(const Step& step) const {
-    try {
-      step();
-    } catch (const std::exception& error) {
-      throw std::runtime_error(name() + ": " + error.what());
-    }
-  }
 
   json& run_;
   Peer host_;
@@ -71,12 +73,13 @@ class RunUnderWay {
 
 using Work = std::vector<json*>;
 
-/// What does the same work, whichever library carries it.
+/// What does the same work, whichever library carries it. Many engines are not idle enough to be there while
+/// somebody else is measured.
 std::vector<Work> works(json& runs) {
   std::map<std::string, Work> byText;
   for (json& run : runs) {
     json work = run.at("case");
-    work.erase("library");
+    if (work.at("engines") == 1) work.erase("library");
     byText[work.dump()].push_back(&run);
   }
   std::vector<Work> all;
@@ -84,7 +87,8 @@ std::vector<Work> works(json& runs) {
   return all;
 }
 
-void measure(const Work& work) {
+void measure(Work work) {
+  std::shuffle(work.begin(), work.end(), random());
   std::vector<std::unique_ptr<RunUnderWay>> underWay;
   for (json* run : work) underWay.push_back(std::make_unique<RunUnderWay>(*run));
   const std::size_t turns = work.front()->at("case").get<Case>().turns;
@@ -115,10 +119,12 @@ void measureRemoteEngines(json& all, std::size_t rounds) {
     const std::string engines = some.at("engines").dump();
     for (std::size_t round = some.at("results").size() + 1; round <= rounds; ++round) {
       std::fprintf(stderr, "\r%s remote engines: round %zu of %zu ", engines.c_str(), round, rounds);
-      Peer host(remoteEnginesRole, engines);
       RemoteResult result;
-      host.line().take(&result, sizeof result);
-      host.waitForItsEnd();
+      naming(engines + " remote engines", [&] {
+        Peer host(remoteEnginesRole, engines, remoteEnginesPatience);
+        host.line().take(&result, sizeof result);
+        host.waitForItsEnd();
+      });
       some.at("results").push_back(result);
     }
   }
