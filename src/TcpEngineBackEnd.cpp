@@ -161,12 +161,11 @@ void TcpEngineBackEnd::engineRunThreadFunction() {
 
 void TcpEngineBackEnd::sendReply(Socket& socket, proto::EngineBackEndReply_ReplyType type,
                                  const std::string& replyString, const std::string& errorString) {
-  Reply reply;
-  reply.set_type(type);
-  reply.set_replystring(replyString);
-  reply.set_errorstring(cut(errorString));
+  reply_.set_type(type);
+  reply_.set_replystring(replyString);
+  reply_.set_errorstring(cut(errorString));
   try {
-    socket.sendProtoBuf(&reply);
+    socket.sendProtoBuf(&reply_);
   } catch (const ZmqContextTerminationException&) {
     throw;
   } catch (const std::runtime_error& error) {

@@ -91,6 +91,7 @@ class TcpEngineBackEnd final : public utils::MessageFormatter {
   const std::shared_ptr<tamb::IEngineFrontEnd> engine_;
   std::shared_ptr<std::thread> commandReceptionThread_;
   std::atomic<bool> stopCommandReception_{false};
+  Reply reply_;  ///< the reception thread's, used again and again
   std::shared_ptr<std::thread> statusPublicationThread_;
   std::atomic<bool> stopStatusPublication_{false};
   std::mutex engineRunMutex_;  ///< guards the pointer to the thread, and that none is started after the stop

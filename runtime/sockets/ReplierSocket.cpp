@@ -2,19 +2,14 @@
 
 #include <fmt/format.h>
 
+#include <cstddef>
+#include <numeric>
 #include <utility>
 
 #include "qor/utils/Log.h"
 #include "runtime/messaging/MessageRules.h"
 
 namespace qor::socket {
-
-namespace {
-
-/// Each hop between a requester and its replier adds a part; there is none between ours.
-constexpr std::size_t longestEnvelope = 8;
-
-}  // namespace
 
 ReplierSocket::ReplierSocket(const SocketLabel& label, const SocketEndpoint& endpoint)
     : ReceivingSocket(ZMQ_ROUTER, label) {
@@ -23,55 +18,50 @@ ReplierSocket::ReplierSocket(const SocketLabel& label, const SocketEndpoint& end
   bind(endpoint);
 }
 
-void ReplierSocket::send(const google::protobuf::Message& message, std::size_t size) {
-  throwIfShutDown();
-  if (pending_.empty()) throw failure("there is no request to answer");
-  ZmqMessage encoded(size);
-  encode(message, encoded.data());
-  pending_.push_back(std::move(encoded));
-  try {
-    sendParts(pending_);
-  } catch (...) {
-    pending_.clear();
-    throw;
-  }
-  pending_.clear();
+std::size_t ReplierSocket::Envelope::sizeBehindTheRequester() const {
+  return std::accumulate(parts.begin() + 1, parts.begin() + static_cast<std::ptrdiff_t>(count),
+                         std::size_t{0},
+                         [](std::size_t sum, const ZmqMessage& part) { return sum + part.size(); });
 }
 
-void ReplierSocket::sendParts(Envelope& parts) {
+void ReplierSocket::send(const google::protobuf::Message& message, std::size_t size) {
+  throwIfShutDown();
+  if (pending_->count == 0) throw failure("there is no request to answer");
+  ZmqMessage encoded(size);
+  encode(message, encoded.data());
+  const std::size_t count = std::exchange(pending_->count, 0);
   // libzmq decides at the first part, which names the requester, and then takes the others too.
-  for (ZmqMessage& part : parts) {
-    switch (socket().trySend(part, &part != &parts.back())) {
-      case ZmqSocket::Sent::Yes:
-        break;
-      case ZmqSocket::Sent::NoRoom:
-        throw failure(
-            fmt::format("queue full: {} replies wait for the requester, which is the limit", queueLength));
-      case ZmqSocket::Sent::NoRoute:
-        throw failure("the requester has gone before its reply");
-    }
+  for (std::size_t part = 0; part < count; ++part) sendPart(pending_->parts[part], true);
+  sendPart(encoded, false);
+}
+
+void ReplierSocket::sendPart(ZmqMessage& part, bool moreFollow) {
+  switch (socket().trySend(part, moreFollow)) {
+    case ZmqSocket::Sent::Yes:
+      return;
+    case ZmqSocket::Sent::NoRoom:
+      throw failure(
+          fmt::format("queue full: {} replies wait for the requester, which is the limit", queueLength));
+    case ZmqSocket::Sent::NoRoute:
+      throw failure("the requester has gone before its reply");
   }
 }
 
 ReceivingSocket::Taken ReplierSocket::takeRest(ZmqMessage& content, unsigned int& parts) {
-  next_.clear();
-  next_.push_back(std::move(content));
-  std::size_t size = 0;
-  while (next_.back().hasMore() && (next_.size() == 1 || next_.back().size() != 0)) {
-    ZmqMessage part;
+  Envelope& envelope = *next_;
+  envelope.parts[0] = std::move(content);
+  envelope.count = 1;
+  while (envelope.last().hasMore() && !envelope.isWhole() && !envelope.isFull()) {
+    ZmqMessage& part = envelope.parts[envelope.count];
     socket().tryReceive(part);
     if (Waker::isOrder(part)) return Taken::WakeUp;
-    size += part.size();
-    next_.push_back(std::move(part));
-    if (next_.size() == longestEnvelope) {
-      dropFurtherParts(next_.back());
-      break;
-    }
+    ++envelope.count;
   }
-  if (next_.size() == longestEnvelope || !next_.back().hasMore()) {
+  if (!envelope.last().hasMore() || !envelope.isWhole()) {
+    dropFurtherParts(envelope.last());
     utils::logError(fmt::format(
         "{}: dropped a message that is no request: its {} bytes hold no content behind an empty part",
-        label().text(), size));
+        label().text(), envelope.sizeBehindTheRequester()));
     return Taken::Unusable;
   }
   socket().tryReceive(content);

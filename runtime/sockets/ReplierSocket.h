@@ -1,6 +1,7 @@
 #pragma once
 
-#include <vector>
+#include <array>
+#include <cstddef>
 
 #include "runtime/sockets/ReceivingSocket.h"
 
@@ -16,14 +17,25 @@ class ReplierSocket : public ReceivingSocket {
  private:
   /// The parts ahead of a request's content: whose it is, which it is if the requester numbers them, and an
   /// empty one.
-  using Envelope = std::vector<ZmqMessage>;
+  struct Envelope {
+    /// Each hop between a requester and its replier adds a part; there is none between ours.
+    std::array<ZmqMessage, 8> parts;
+    std::size_t count = 0;
+
+    ZmqMessage& last() { return parts[count - 1]; }
+    bool isFull() const { return count == parts.size(); }
+    /// The content comes next.
+    bool isWhole() { return count > 1 && last().size() == 0; }
+    std::size_t sizeBehindTheRequester() const;
+  };
 
   Taken takeRest(ZmqMessage& content, unsigned int& parts) override;
   void onReceived() override;
-  void sendParts(Envelope& parts);
+  void sendPart(ZmqMessage& part, bool moreFollow);
 
-  Envelope next_;     ///< of the request that is ready to be received
-  Envelope pending_;  ///< of the request that was received last; empty once it has been answered
+  std::array<Envelope, 2> envelopes_;
+  Envelope* next_ = &envelopes_[0];     ///< of the request that is ready to be received
+  Envelope* pending_ = &envelopes_[1];  ///< of the request that was received last; empty once it was answered
 };
 
 }  // namespace qor::socket
