@@ -1,6 +1,7 @@
 #include <atomic>
 #include <filesystem>
 #include <iterator>
+#include <latch>
 #include <optional>
 #include <stdexcept>
 
@@ -176,14 +177,20 @@ TEST_P(Opening, LeavesNoDescriptorsBehindFiveHundredTimes) {
 TEST_P(Opening, AndClosingAndAskingMayMeetOnManyThreads) {
   Socket socket("SharedSocket", ClosePolicy::Patient);
   std::atomic<bool> done = false;
+  std::latch allThere(3);
   BackgroundCall closing([&] {
+    allThere.arrive_and_wait();
     while (!done) socket.close();
   });
   BackgroundCall asking([&] {
+    allThere.arrive_and_wait();
     std::size_t asked = 0;
-    while (!done) asked += socket.debugString().size() + (socket.isOpen() ? 1 : 0);
+    do {
+      asked += socket.debugString().size() + (socket.isOpen() ? 1 : 0);
+    } while (!done);
     return asked;
   });
+  allThere.arrive_and_wait();
   std::string errorText;
   for (int i = 0; i < 300; ++i) {
     socket.close();

@@ -52,14 +52,13 @@ class ThePlugin(unittest.TestCase):
     def test_shows_what_users_of_its_back_ends_link_to(self):
         shown = defined_symbols("--demangle")
         for back_end in BACK_ENDS:
-            for wanted in (
-                f"{NAMESPACE}{back_end}::~{back_end}()",
-                f"vtable for {NAMESPACE}{back_end}",
-                f"typeinfo for {NAMESPACE}{back_end}",
-                f"typeinfo name for {NAMESPACE}{back_end}",
-            ):
-                with self.subTest(wanted):
-                    self.assertTrue(any(name.startswith(wanted) for name in shown))
+            wanted = [f"{NAMESPACE}{back_end}::~{back_end}()"]
+            # It has no virtual function of its own: each user's compiler makes the table that it needs.
+            if back_end != "TcpEngineBackEnd":
+                wanted += [f"{what} for {NAMESPACE}{back_end}" for what in ("vtable", "typeinfo", "typeinfo name")]
+            for start in wanted:
+                with self.subTest(start):
+                    self.assertTrue(any(name.startswith(start) for name in shown))
         self.assertIn(f"{NAMESPACE}TcpEngineBackEnd::waitForFrontEndTermination()", shown)
 
 
