@@ -365,6 +365,8 @@ TEST_F(TcpEngineFrontEndDestruction, WithAPeerThatGoesInTheMiddleOfAHeartBeatOnl
 TEST_F(TcpEngineFrontEndDestruction, AfterAContextShutDownOnlyLogs) {
   connect();
   socket::shutDownContext();
+  // Told to stop while it is between two polls, the reception would end without having seen that.
+  EXPECT_TRUE(log_.waitFor("Aborting status reception: "));
   expectDestruction();
   EXPECT_EQ(log_.recordsWith(failed).size(), 1U);
   EXPECT_EQ(log_.recordsWith("Aborting status reception: ").size(), 1U);
