@@ -108,7 +108,8 @@ void Listener::removeSocketFile() noexcept { file_.reset(); }
 
 void Listener::waitUntilClosed() const {
   // There is nothing to wait on: once the context is being shut down, libzmq reports no events either. The
-  // descriptor is closed within microseconds as a rule.
+  // descriptor is closed within microseconds as a rule; a second is far longer than its thread is kept from
+  // running. Were it not closed by then, whoever binds the endpoint next is told that it is in use.
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
   struct stat status {};
   while (::fstat(descriptor_, &status) == 0 && status.st_ino == socketInode_ &&

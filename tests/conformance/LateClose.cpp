@@ -12,6 +12,7 @@
 
 namespace {
 
+/// Longer than it takes to try the address for the first time, and far less than the 100 ms that it is tried.
 constexpr std::chrono::milliseconds delay{5};
 
 int closeNow(int descriptor) {

@@ -108,6 +108,7 @@ class EngineProgram(ProgramsTest):
         engine, endpoints = self.ipc_engine()
         ready = engine.wait_for_ready()
         self.kill(ready["enginePid"], signal.SIGSTOP)
+        # The fault lasts that long.
         time.sleep(5)
         self.kill(ready["enginePid"], signal.SIGCONT)
         self.expect_served(ready)

@@ -365,7 +365,7 @@ TEST_F(TcpEngineFrontEndDestruction, WithAPeerThatGoesInTheMiddleOfAHeartBeatOnl
 TEST_F(TcpEngineFrontEndDestruction, AfterAContextShutDownOnlyLogs) {
   connect();
   socket::shutDownContext();
-  // Told to stop while it is between two polls, the reception would end without having seen that.
+  // Told to stop while it is between two polls, the reception would end without a word.
   EXPECT_TRUE(log_.waitFor("Aborting status reception: "));
   expectDestruction();
   EXPECT_EQ(log_.recordsWith(failed).size(), 1U);
