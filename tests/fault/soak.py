@@ -30,8 +30,12 @@ FAULTS = {
     "stop ignored": 4,
 }
 DEATHS = {"engine SIGKILL": signal.SIGKILL, "engine SIGSEGV": signal.SIGSEGV, "engine SIGABRT": signal.SIGABRT}
-# Within what time a host has noticed, or all has gone, however busy the machine is.
-NOTICED = 10
+# What ends an engine that does not end when asked is SIGKILL.
+LAST_SIGNALS = {**DEATHS, "stop ignored": signal.SIGKILL}
+# Faults during which a run may not be heard of.
+EXCUSES = {*DEATHS, "engine SIGSTOP and SIGCONT", "host SIGSTOP and SIGCONT"}
+# Within what time all has arrived, or has gone, however busy the machine is.
+ARRIVED = 60
 GONE = 40
 
 
@@ -46,10 +50,11 @@ class Soak(FaultTest):
         # Of this host with this service.
         self.lives_together = 0
         self.chance = random.Random(int(os.environ["SOAK_SEED"]))
-        # Commands and ticks are those of all lives but the ones whose host is killed: an engine that dies leaves some
-        # unanswered, and unsent.
-        self.summary = {"lives": 0, "faults": {}, "commands sent": 0, "commands answered": 0, "ticks asked for": 0,
-                        "ticks received": 0, "hosts": 1, "services": 1, "runs not heard of": 0}
+        # How many commands this host has pushed: their ids go on from engine to engine.
+        self.pushed = 0
+        self.summary = {"lives": 0, "faults": {}, "hosts": 1, "services": 1, "runs not heard of": 0,
+                        **{f"{what}, {whose}": 0 for whose in ("both live", "one dies")
+                           for what in ("commands sent", "commands answered", "ticks asked for", "ticks received")}}
 
     def test_lives_until_the_time_is_over(self):
         self.service_program, self.endpoint = self.service()
@@ -64,12 +69,13 @@ class Soak(FaultTest):
             self.summary["lives"] += 1
             self.summary["faults"][str(fault)] = self.summary["faults"].get(str(fault), 0) + 1
             self.lives_together += 1
+            # By the third, all has been needed once.
             if self.lives_together == 3:
-                # By then all has been needed once.
                 self.note("start")
+            elif self.lives_together > 3:
+                self.note("end")
+                self.expect_no_growth()
         self.note("end")
-        if self.lives_together > 3:
-            self.expect_no_growth()
         self.assertEqual(self.host.quit(), 0)
         self.expect_nothing_left_but(self.service_program, within=GONE)
         with open(os.environ["SOAK_SUMMARY"], "w") as file:
@@ -93,13 +99,15 @@ class Soak(FaultTest):
             pushed = self.host.output_size()
             self.call(f"push {commands - before} Hello", pushed)
         self.meet(fault, begin)
-        died = fault in DEATHS or fault == "stop ignored"
+        died = fault in LAST_SIGNALS
         if fault == "host SIGKILL":
+            self.expect_order(begin, ticks, commands)
             # Another host takes its place, once the engine has gone with this one.
             self.expect_nothing_left_but(self.service_program, within=GONE)
             self.host = self.staged_host()
             self.summary["hosts"] += 1
-            self.lives_together = -1
+            self.pushed = 0
+            self.begin_anew()
             return
         if not died:
             self.expect_all(begin, ticks, commands)
@@ -107,14 +115,22 @@ class Soak(FaultTest):
             self.call("stop", begin)
         self.await_end_of_run(fault, begin)
         if died:
-            self.await_line(r"^notification EngineDied 0 engine process \d+ died: signal ", begin)
-        self.expect_order(begin, ticks, commands)
+            number = int(LAST_SIGNALS[fault])
+            self.await_line(rf"^notification EngineDied 0 engine process \d+ died: signal {number} ", begin)
         self.call("destroy", begin)
+        self.expect_order(begin, ticks, commands, whole=not died)
+        self.assertEqual(sum(line.startswith("notification EngineDied ") for line in self.said_since(begin)), int(died),
+                         self.tail(begin))
         self.expect_nothing_left_but(self.service_program, self.host, within=GONE)
         if fault == "service SIGKILL":
             self.service_program, self.endpoint = self.service()
             self.summary["services"] += 1
-            self.lives_together = -1
+            self.begin_anew()
+
+    def begin_anew(self):
+        """With another host or service, what is held is compared from its own third life on."""
+        self.lives_together = -1
+        self.summary.pop("start", None)
 
     def meet(self, fault, begin):
         if fault in DEATHS:
@@ -136,7 +152,7 @@ class Soak(FaultTest):
 
     def pause(self, process):
         self.kill(process, signal.SIGSTOP)
-        # The fault lasts that long: less than anybody is given up for.
+        # The fault lasts that long: less than the 10 s after which a side that is silent is taken for gone.
         time.sleep(self.chance.uniform(0.1, 5))
         self.kill(process, signal.SIGCONT)
 
@@ -155,13 +171,13 @@ class Soak(FaultTest):
         self.assertEqual(end[1], "returned", f"{end[0]}: {self.tail(begin)}")
 
     def await_end_of_run(self, fault, begin):
-        """A fault may come before the host has heard that the engine runs: then its run fails, and says why."""
+        """A fault may come before the host has heard that the engine runs: then its run fails, and says so."""
         end = self.await_line(r"^run (returned|threw) after \d+(?:: )?(.*)$", begin)
-        if end[1] == "threw" and fault is not None:
-            self.assertRegex(end[2], r"not switching to Running state|engine process \d+ died", self.tail(begin))
+        if end[1] == "threw" and fault in EXCUSES:
+            self.assertIn("not switching to Running state", end[2], self.tail(begin))
             self.summary["runs not heard of"] += 1
         else:
-            self.assertEqual(end[1], "returned", f"{end[0]}: {self.tail(begin)}")
+            self.assertEqual(end[1], "returned", f"{fault}: {end[0]}: {self.tail(begin)}")
 
     def call(self, line, begin, seconds=PATIENCE):
         self.host.begin(line)
@@ -179,19 +195,21 @@ class Soak(FaultTest):
         wait_until(lambda: len(self.ids("CommandDone", begin, 1)) >= commands
                    and len(self.ids("Tick", begin, 2)) >= ticks,
                    lambda: f"{len(self.ids('CommandDone', begin, 1))} of {commands} answers, "
-                           f"{len(self.ids('Tick', begin, 2))} of {ticks} ticks: {self.tail(begin)}", 60)
+                           f"{len(self.ids('Tick', begin, 2))} of {ticks} ticks: {self.tail(begin)}", ARRIVED)
 
-    def expect_order(self, begin, ticks, commands):
-        """In order, once each, and none that was not sent; of an engine that died, the first ones."""
+    def expect_order(self, begin, ticks, commands, whole=False):
+        """In order, once each, and none that was not sent: all of them, or the first ones when a side died."""
         arrived, answered = self.ids("Tick", begin, 2), self.ids("CommandDone", begin, 1)
         self.assertEqual(arrived, list(range(len(arrived))))
-        self.assertLessEqual(len(arrived), ticks)
-        self.assertEqual(answered, list(range(answered[0], answered[0] + len(answered))) if answered else [])
-        self.assertLessEqual(len(answered), commands)
-        self.summary["commands sent"] += commands
-        self.summary["commands answered"] += len(answered)
-        self.summary["ticks asked for"] += ticks
-        self.summary["ticks received"] += len(arrived)
+        self.assertEqual(answered, list(range(self.pushed + 1, self.pushed + 1 + len(answered))))
+        expect = self.assertEqual if whole else self.assertLessEqual
+        expect(len(arrived), ticks)
+        expect(len(answered), commands)
+        self.pushed += commands
+        whose = "both live" if whole else "one dies"
+        for what, number in (("commands sent", commands), ("commands answered", len(answered)),
+                             ("ticks asked for", ticks), ("ticks received", len(arrived))):
+            self.summary[f"{what}, {whose}"] += number
 
     def note(self, moment):
         """What the processes hold that have lived since the start, or since the one before was killed."""
