@@ -72,7 +72,10 @@ TEST_F(TcpEngineBackEndRequests, AReasonThatIsTooLongForAReplyIsCutBetweenTwoCha
   EXPECT_EQ(replyTo(Request::Ping), failure(std::string(7'999, 'x')));
   reason = std::string(7'997, 'x') + "\U0001f600 and more";
   EXPECT_EQ(replyTo(Request::Ping), failure(std::string(7'997, 'x')));
-  // Of bytes that begin no character, as many as a reply holds.
+  // Longer by itself than any message may be.
+  reason = std::string(70'000, 'x');
+  EXPECT_EQ(replyTo(Request::Ping), failure(std::string(8'000, 'x')));
+  // Where no character begins near the end, as many bytes as there may be.
   reason = std::string(7'997, 'x') + std::string(4, '\x80');
   EXPECT_EQ(replyTo(Request::Ping), failure(std::string(7'997, 'x') + std::string(3, '\x80')));
 }
