@@ -30,7 +30,7 @@ void requireReady(ChildProcess& process) {
 void wireOurs(benchmark::State& state) {
   const PrivateEndpoint endpoint;
   ChildProcess service(processes::siblingProgram("qor-engine-service"),
-                       {"--endpoint", endpoint.text(), "--quiet"}, "");
+                       {"--endpoint", endpoint.text(), "--quiet", "--with-test-engine"}, "");
   requireReady(service);
   const auto config =
       tamb::CreateParametersCollectionInstance(RemoteEngineFrontEnd::GetParametersCollectionPrototype());
@@ -51,12 +51,12 @@ void wireBare(benchmark::State& state) {
     const processes::PrivateDirectory directory;
     const auto endpoint = [&](const char* name) { return "ipc://" + (directory.path() / name).string(); };
     const auto start = std::chrono::steady_clock::now();
-    ChildProcess process(
-        processes::siblingProgram("tamb-engine"),
-        {"--workflow-manager-id", "benchmark", "--engine-id", "1", "--description", "-", "--request",
-         endpoint("request"), "--status", endpoint("status"), "--command", endpoint("command"),
-         "--notification", endpoint("notification"), "--directory", directory.path().string()},
-        description);
+    ChildProcess process(processes::siblingProgram("tamb-engine"),
+                         {"--workflow-manager-id", "benchmark", "--engine-id", "1", "--description", "-",
+                          "--request", endpoint("request"), "--status", endpoint("status"), "--command",
+                          endpoint("command"), "--notification", endpoint("notification"), "--directory",
+                          directory.path().string(), "--with-test-engine"},
+                         description);
     requireReady(process);
     state.SetIterationTime(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
     process.end(patience);

@@ -192,25 +192,28 @@ TestDocument readTest(const Json& json) {
 
 }  // namespace
 
-EngineDocument parseEngineDocument(const std::string& text) {
+EngineDocument parseEngineDocument(const std::string& text, OfferedEngines offered) {
   const Json json = parse(text);
   if (!json.is_object()) {
     fail(fmt::format("it is {}; expected an object", quoteJson(json)));
   }
   if (!json.contains("engine")) {
     fail(fmt::format(R"(the object {} has no "engine"; expected one of {})", quoteJson(json),
-                     listed(engineNames())));
+                     listed(engineNames(offered))));
   }
   const Json& engine = json.at("engine");
   if (engine == "media") {
     return readMedia(json);
   }
-  if (engine == "test") {
+  if (engine == "test" && offered == OfferedEngines::WithTestEngine) {
     return readTest(json);
   }
-  fail(fmt::format(R"("engine" is {}; expected one of {})", quoteJson(engine), listed(engineNames())));
+  fail(fmt::format(R"("engine" is {}; expected one of {})", quoteJson(engine), listed(engineNames(offered))));
 }
 
-std::vector<std::string> engineNames() { return {"media", "test"}; }
+std::vector<std::string> engineNames(OfferedEngines offered) {
+  if (offered == OfferedEngines::Shipped) return {"media"};
+  return {"media", "test"};
+}
 
 }  // namespace qor::engines

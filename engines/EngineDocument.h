@@ -42,11 +42,16 @@ struct TestDocument {
 /// What an engine's description says: one alternative for each engine there is.
 using EngineDocument = std::variant<MediaDocument, TestDocument>;
 
-/// Reads a description, a JSON object. Throws TAMBRuntimeError when it is none, or when a key is unknown,
-/// missing or of a wrong type: one line that quotes the offending part and says what is expected.
-EngineDocument parseEngineDocument(const std::string& text);
+/// Which engines there are to choose from. The test engine crashes and freezes on demand: a program offers it
+/// only if its user asked for it.
+enum class OfferedEngines { Shipped, WithTestEngine };
+
+/// Reads a description, a JSON object. Throws TAMBRuntimeError when it is not an object, names no offered
+/// engine, or has a key that is unknown, missing or of a wrong type: one line that quotes the offending part
+/// and states what is expected.
+EngineDocument parseEngineDocument(const std::string& text, OfferedEngines offered);
 
 /// The values of the document's key "engine".
-std::vector<std::string> engineNames();
+std::vector<std::string> engineNames(OfferedEngines offered);
 
 }  // namespace qor::engines

@@ -10,10 +10,10 @@
 
 namespace qor::engines {
 
-LocalEngine makeLocalEngine(const tamb::IEngineDescription& description) {
+LocalEngine makeLocalEngine(const tamb::IEngineDescription& description, OfferedEngines offered) {
   const auto copy = std::make_shared<tamb::EngineDescription>(
       description.GetWorkflowManagerId(), description.GetDescription(), description.GetEngineId());
-  const auto document = parseEngineDocument(copy->GetDescription());
+  const auto document = parseEngineDocument(copy->GetDescription(), offered);
   LocalEngine local;
   std::tie(local.commandFrontEnd, local.commandBackEnd) = tamb::CreateCommandProcessor();
   if (std::holds_alternative<MediaDocument>(document)) {

@@ -17,7 +17,8 @@ struct LocalEngine {
 };
 
 /// Makes the engine that the description's document names, ready for a notification hub and for Run. Throws
-/// TAMBRuntimeError when the document cannot be read; what is wrong with the media shows in the run.
-LocalEngine makeLocalEngine(const tamb::IEngineDescription& description);
+/// TAMBRuntimeError when the document cannot be read or names no offered engine; what is wrong with the media
+/// shows in the run.
+LocalEngine makeLocalEngine(const tamb::IEngineDescription& description, OfferedEngines offered);
 
 }  // namespace qor::engines

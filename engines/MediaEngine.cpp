@@ -28,7 +28,7 @@ void MediaEngine::AddEngineDescription(std::shared_ptr<tamb::IEngineDescription>
   if (!description) {
     throw TAMBRuntimeError("MediaEngine: the description is empty");
   }
-  auto document = parseEngineDocument(description->GetDescription());
+  auto document = parseEngineDocument(description->GetDescription(), OfferedEngines::WithTestEngine);
   if (!std::holds_alternative<MediaDocument>(document)) {
     throw TAMBRuntimeError("MediaEngine: the description is for another engine; expected \"media\"");
   }

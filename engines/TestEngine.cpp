@@ -38,7 +38,7 @@ void TestEngine::AddEngineDescription(std::shared_ptr<tamb::IEngineDescription> 
   if (!description) {
     throw tamb::TAMBRuntimeError("TestEngine: the description is empty");
   }
-  const auto document = parseEngineDocument(description->GetDescription());
+  const auto document = parseEngineDocument(description->GetDescription(), OfferedEngines::WithTestEngine);
   if (!std::holds_alternative<TestDocument>(document)) {
     throw tamb::TAMBRuntimeError("TestEngine: the description is for another engine; expected \"test\"");
   }

@@ -35,8 +35,8 @@ void requireSound(const engines::TestDocument& test) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   try {
-    const auto document =
-        engines::parseEngineDocument(std::string(reinterpret_cast<const char*>(data), size));
+    const auto document = engines::parseEngineDocument(std::string(reinterpret_cast<const char*>(data), size),
+                                                       engines::OfferedEngines::WithTestEngine);
     std::visit([](const auto& each) { requireSound(each); }, document);
   } catch (const tamb::TAMBRuntimeError& error) {
     qor::fuzz::requireReadableLine(error.what(), longestComplaint);

@@ -50,7 +50,7 @@ class Service {
   explicit Service(std::size_t engines)
       : process_(processes::siblingProgram("qor-engine-service"),
                  {"--endpoint", endpoint_.text(), "--end-with-parent", std::to_string(::getpid()),
-                  "--maximum-engines", std::to_string(engines), "--quiet"},
+                  "--maximum-engines", std::to_string(engines), "--quiet", "--with-test-engine"},
                  "") {
     if (!process_.readLine(patience)) throw std::runtime_error("the submission service is not ready");
   }

@@ -22,6 +22,8 @@ struct EngineOptions {
   socket::SocketEndpoint notificationEndpoint;
   /// Of the sockets; removed at the end if it is empty. Empty itself when it is not ours to remove.
   std::filesystem::path directory;
+  /// Whether the description may name the test engine.
+  bool withTestEngine = false;
   /// What the messaging threads keep to, if anything; what the engine runs is not kept to it.
   std::optional<unsigned int> core;
 };

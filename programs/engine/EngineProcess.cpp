@@ -54,7 +54,8 @@ void useIfPossible(const processes::Cores& cores) {
 
 void serveEngine(const EngineOptions& options, const std::function<void(EngineEvent)>& onEvent) {
   const auto local = engines::makeLocalEngine(
-      tamb::EngineDescription(options.workflowManagerId, options.description, options.engineId));
+      tamb::EngineDescription(options.workflowManagerId, options.description, options.engineId),
+      options.withTestEngine ? engines::OfferedEngines::WithTestEngine : engines::OfferedEngines::Shipped);
   // The channels' threads get the cores of this one.
   processes::Cores allCores;
   if (options.core) {

@@ -48,6 +48,7 @@ struct Arguments {
   std::string notification;
   std::filesystem::path directory;
   std::optional<unsigned int> core;
+  bool withTestEngine = false;
   bool verbose = false;
 };
 
@@ -85,6 +86,7 @@ EngineOptions optionsFrom(const Arguments& arguments) {
           .commandEndpoint = hostsEndpoint(arguments.command),
           .notificationEndpoint = bound(arguments.notification),
           .directory = arguments.directory,
+          .withTestEngine = arguments.withTestEngine,
           .core = arguments.core};
 }
 
@@ -139,6 +141,8 @@ int main(int argumentCount, char** values) {
                  "Directory of the sockets, removed at the end if it is empty");
   app.add_option("--core", arguments.core,
                  "Core that the messaging threads keep to: answers come sooner if it has little else to do");
+  app.add_flag("--with-test-engine", arguments.withTestEngine,
+               "Offer the engine \"test\" too, which crashes and freezes on demand");
   app.add_flag("--verbose", arguments.verbose, "Show all log records");
   if (const auto exitCode = qor::programs::parseCommandLine(app, argumentCount, values)) return *exitCode;
   using qor::programs::Shown;

@@ -60,6 +60,7 @@ struct Arguments {
   std::filesystem::path plugin;
   bool isLocal = false;
   bool json = false;
+  bool withTestEngine = false;
   bool verbose = false;
 };
 
@@ -123,7 +124,7 @@ int run(const Arguments& arguments) {
   std::optional<qor::programs::PrivateService> service;
   if (!arguments.isLocal && arguments.service.empty()) {
     try {
-      service.emplace();
+      service.emplace(arguments.withTestEngine);
     } catch (const std::runtime_error& error) {
       display->say(std::string("tamb-host: ") + error.what());
       return static_cast<int>(Outcome::NotStarted);
@@ -132,7 +133,8 @@ int run(const Arguments& arguments) {
   Session session(std::move(workflow),
                   {.isLocal = arguments.isLocal,
                    .plugin = arguments.plugin,
-                   .serviceEndpoint = service ? service->endpoint() : arguments.service},
+                   .serviceEndpoint = service ? service->endpoint() : arguments.service,
+                   .withTestEngine = arguments.withTestEngine},
                   display);
   auto outcome = std::async(std::launch::async, [&session] { return session.run(); });
   Outcome end = attend(session, outcome, signals, *display);
@@ -172,6 +174,10 @@ int main(int argumentCount, char** values) {
       ->capture_default_str();
   runCommand.add_flag("--local", arguments.isLocal, "Run the engine in this process");
   runCommand.add_flag("--json", arguments.json, "Print each notification as one line of JSON");
+  runCommand.add_flag(
+      "--with-test-engine", arguments.withTestEngine,
+      "Offer the engine \"test\" too, which crashes and freezes on demand; another service than "
+      "the private one offers what it was started with");
   runCommand.add_flag("--verbose", arguments.verbose, "Show all log records");
   if (const auto exitCode = qor::programs::parseCommandLine(app, argumentCount, values)) return *exitCode;
   try {

@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace qor::programs {
 
@@ -16,14 +17,25 @@ namespace {
 constexpr std::chrono::seconds timeToBeReady{10};
 constexpr std::chrono::seconds timeToEnd{2};
 
+std::vector<std::string> argumentsFor(const std::string& endpoint, const std::filesystem::path& directory,
+                                      bool withTestEngine) {
+  std::vector<std::string> arguments{"--endpoint",
+                                     endpoint,
+                                     "--directory",
+                                     directory.string(),
+                                     "--end-with-parent",
+                                     std::to_string(::getpid()),
+                                     "--quiet"};
+  if (withTestEngine) arguments.emplace_back("--with-test-engine");
+  return arguments;
+}
+
 }  // namespace
 
-PrivateService::PrivateService()
+PrivateService::PrivateService(bool withTestEngine)
     : endpoint_("ipc://" + (directory_.path() / "service").string()),
       process_(siblingProgram("qor-engine-service"),
-               {"--endpoint", endpoint_, "--directory", directory_.path().string(), "--end-with-parent",
-                std::to_string(::getpid()), "--quiet"},
-               "") {
+               argumentsFor(endpoint_, directory_.path(), withTestEngine), "") {
   const auto line = process_.readLine(timeToBeReady);
   if (nlohmann::json::parse(line.value_or(""), nullptr, false).is_object()) return;
   const auto status = process_.reap();

@@ -11,8 +11,9 @@ namespace qor::programs {
 /// ends.
 class PrivateService {
  public:
-  /// Starts it. Throws std::runtime_error, one readable line, when it is not there within 10 s.
-  PrivateService();
+  /// Starts it, with the test engine on offer or without. Throws std::runtime_error, one readable line, when
+  /// it is not there within 10 s.
+  explicit PrivateService(bool withTestEngine);
   /// Waits at most 2 s for its end.
   ~PrivateService();
   PrivateService(const PrivateService&) = delete;

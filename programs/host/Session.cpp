@@ -69,7 +69,9 @@ Session::Session(Workflow workflow, EngineSource source, std::shared_ptr<Display
 Session::~Session() = default;
 
 Session::Engine Session::localEngine() const {
-  const auto local = engines::makeLocalEngine(*description_);
+  const auto local =
+      engines::makeLocalEngine(*description_, source_.withTestEngine ? engines::OfferedEngines::WithTestEngine
+                                                                     : engines::OfferedEngines::Shipped);
   auto [hubFrontEnd, hubBackEnd] = tamb::CreateNotificationHub();
   local.engine->SetNotificationHubBackEnd(hubBackEnd);
   return {local.engine, local.commandFrontEnd, hubFrontEnd};

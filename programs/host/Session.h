@@ -34,10 +34,12 @@ enum class Outcome : int {
 
 /// Where an engine comes from.
 struct EngineSource {
-  /// In this process; the rest is not used.
+  /// In this process; plug-in and service are not used.
   bool isLocal = false;
   std::filesystem::path plugin;
   std::string serviceEndpoint;
+  /// Whether an engine of this process may be the test engine.
+  bool withTestEngine = false;
 };
 
 /// One workflow on one engine. run() is called once, on a thread of its own; stop() by any other.

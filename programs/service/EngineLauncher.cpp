@@ -81,14 +81,10 @@ void requireReady(ChildProcess& process, const std::function<bool()>& isToEnd) {
 
 }  // namespace
 
-EngineLauncher::EngineLauncher(std::filesystem::path program, std::size_t maximumEngines,
-                               processes::Cores cores)
-    : program_(std::move(program)), maximumEngines_(maximumEngines), cores_(std::move(cores)) {}
-
 EngineEndpoints EngineLauncher::launch(const WantedEngine& wanted, const std::function<bool()>& isToEnd) {
-  if (engines_.size() >= maximumEngines_) {
+  if (engines_.size() >= settings_.maximumEngines) {
     throw std::runtime_error("too many engines: " + std::to_string(engines_.size()) +
-                             " are running, and the limit is " + std::to_string(maximumEngines_));
+                             " are running, and the limit is " + std::to_string(settings_.maximumEngines));
   }
   processes::PrivateDirectory directory;
   const auto endpoint = [&](const char* name) { return "ipc://" + (directory.path() / name).string(); };
@@ -97,8 +93,9 @@ EngineEndpoints EngineLauncher::launch(const WantedEngine& wanted, const std::fu
   const auto start = Clock::now();
   try {
     const auto core = leastUsedCore();
-    ChildProcess process(program_, argumentsFor(wanted, endpoints, directory.path(), core),
-                         wanted.description);
+    auto arguments = argumentsFor(wanted, endpoints, directory.path(), core);
+    if (settings_.withTestEngine) arguments.emplace_back("--with-test-engine");
+    ChildProcess process(settings_.program, std::move(arguments), wanted.description);
     try {
       requireReady(process, isToEnd);
     } catch (...) {
@@ -115,9 +112,10 @@ EngineEndpoints EngineLauncher::launch(const WantedEngine& wanted, const std::fu
 }
 
 std::optional<unsigned int> EngineLauncher::leastUsedCore() const {
-  if (cores_.empty()) return std::nullopt;
-  return *std::ranges::min_element(
-      cores_, {}, [this](unsigned int core) { return std::ranges::count(engines_, core, &Engine::core); });
+  if (settings_.cores.empty()) return std::nullopt;
+  return *std::ranges::min_element(settings_.cores, {}, [this](unsigned int core) {
+    return std::ranges::count(engines_, core, &Engine::core);
+  });
 }
 
 void EngineLauncher::reap() {

@@ -7,6 +7,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "runtime/processes/ChildProcess.h"
@@ -29,13 +30,23 @@ struct EngineEndpoints {
   std::string notification;
 };
 
+/// Which engines a launcher starts, and how many.
+struct LaunchSettings {
+  /// What an engine's process runs.
+  std::filesystem::path program;
+  std::size_t maximumEngines = 0;
+  /// An engine's messaging threads keep to that of these cores which the fewest other engines have; to none
+  /// when there are none.
+  processes::Cores cores;
+  /// Whether the test engine, which crashes and freezes on demand, is offered.
+  bool withTestEngine = false;
+};
+
 /// Starts engine processes, each with sockets in a private directory of its own, and knows which of them run.
 /// Engines that run when it is destroyed go on: each ends by itself once its controller has gone. One thread.
 class EngineLauncher {
  public:
-  /// `program` is what an engine's process runs. Its messaging threads keep to that of `cores` which the
-  /// fewest other engines have; to none when there are none.
-  EngineLauncher(std::filesystem::path program, std::size_t maximumEngines, processes::Cores cores);
+  explicit EngineLauncher(LaunchSettings settings) : settings_(std::move(settings)) {}
 
   /// Returns when the engine can be connected to. Waits for that at most 25 s, and until `isToEnd` returns
   /// true, which is asked about every 100 ms; throws std::runtime_error with one readable line when it cannot
@@ -56,9 +67,7 @@ class EngineLauncher {
 
   std::optional<unsigned int> leastUsedCore() const;
 
-  const std::filesystem::path program_;
-  const std::size_t maximumEngines_;
-  const processes::Cores cores_;
+  const LaunchSettings settings_;
   std::vector<Engine> engines_;
   /// Of engines whose program was killed: the engine itself may go on there.
   std::vector<std::filesystem::path> abandoned_;

@@ -43,14 +43,17 @@ struct Arguments {
   std::filesystem::path directory;
   qor::processes::Cores engineCores;
   pid_t parent = 0;
+  bool withTestEngine = false;
   bool quiet = false;
 };
 
 int run(const Arguments& arguments) {
   const auto endpoint = SocketEndpoint::FromString(arguments.endpoint).withReservedPort();
   qor::processes::requireUsable(arguments.engineCores, "--engine-cores");
-  qor::programs::EngineLauncher launcher(arguments.engineProgram, arguments.maximumEngines,
-                                         arguments.engineCores);
+  qor::programs::EngineLauncher launcher({.program = arguments.engineProgram,
+                                          .maximumEngines = arguments.maximumEngines,
+                                          .cores = arguments.engineCores,
+                                          .withTestEngine = arguments.withTestEngine});
   // Whichever way it ends: behind the service's own end.
   const struct Files {
     ~Files() { qor::processes::removeSocketFiles({endpoint}, directory); }
@@ -84,6 +87,8 @@ int main(int argumentCount, char** values) {
                  "Directory of the socket, removed at the end if it is empty");
   app.add_option("--end-with-parent", arguments.parent,
                  "End when the process that started it, this one, ends");
+  app.add_flag("--with-test-engine", arguments.withTestEngine,
+               "Offer the engine \"test\" too, which crashes and freezes on demand");
   app.add_flag("--quiet", arguments.quiet, "Log failures only");
   if (const auto exitCode = qor::programs::parseCommandLine(app, argumentCount, values)) return *exitCode;
   using qor::programs::Shown;

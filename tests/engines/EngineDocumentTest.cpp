@@ -14,9 +14,11 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 
-std::string complaintAbout(const std::string& text) {
+constexpr auto all = OfferedEngines::WithTestEngine;
+
+std::string complaintAbout(const std::string& text, OfferedEngines offered = all) {
   try {
-    parseEngineDocument(text);
+    parseEngineDocument(text, offered);
     return "(none)";
   } catch (const tamb::TAMBRuntimeError& error) {
     return error.what();
@@ -27,7 +29,8 @@ TEST(EngineDocument, SaysWhatAMediaEngineIsToDo) {
   const auto document = parseEngineDocument(R"({
     "engine": "media", "input": "in.mov", "output": "out.mkv", "audioFilter": "volume=0.5",
     "videoFilter": "hue=s=0", "loudness": true, "realTime": true, "startPaused": true,
-    "settings": {"videoCodec": "mpeg4", "audioCodec": "flac", "container": "nut"}})");
+    "settings": {"videoCodec": "mpeg4", "audioCodec": "flac", "container": "nut"}})",
+                                            all);
   const auto& media = std::get<MediaDocument>(document);
   EXPECT_EQ(media.input, "in.mov");
   EXPECT_EQ(media.output, "out.mkv");
@@ -42,7 +45,7 @@ TEST(EngineDocument, SaysWhatAMediaEngineIsToDo) {
 }
 
 TEST(EngineDocument, NeedsNothingButAnInput) {
-  const auto document = parseEngineDocument(R"({"engine": "media", "input": "in.mov"})");
+  const auto document = parseEngineDocument(R"({"engine": "media", "input": "in.mov"})", all);
   const auto& media = std::get<MediaDocument>(document);
   EXPECT_EQ(media.output, "");
   EXPECT_FALSE(media.loudness);
@@ -52,16 +55,26 @@ TEST(EngineDocument, NeedsNothingButAnInput) {
 
 TEST(EngineDocument, SaysWhatATestEngineDoesWrong) {
   const auto document = parseEngineDocument(
-      R"({"engine": "test", "behaviour": "freeze", "when": "command", "notifications": 12})");
+      R"({"engine": "test", "behaviour": "freeze", "when": "command", "notifications": 12})", all);
   const auto& test = std::get<TestDocument>(document);
   EXPECT_EQ(test.behaviour, TestBehaviour::Freeze);
   EXPECT_EQ(test.when, TestMoment::Command);
   EXPECT_EQ(test.notifications, 12U);
-  EXPECT_EQ(std::get<TestDocument>(parseEngineDocument(R"({"engine": "test"})")).behaviour,
+  EXPECT_EQ(std::get<TestDocument>(parseEngineDocument(R"({"engine": "test"})", all)).behaviour,
             TestBehaviour::Run);
 }
 
-TEST(EngineDocument, KnowsTheNamesOfTheEngines) { EXPECT_THAT(engineNames(), ElementsAre("media", "test")); }
+TEST(EngineDocument, KnowsTheNamesOfTheEngines) {
+  EXPECT_THAT(engineNames(all), ElementsAre("media", "test"));
+  EXPECT_THAT(engineNames(OfferedEngines::Shipped), ElementsAre("media"));
+}
+
+TEST(EngineDocument, OfATestEngineIsRefusedWhereItIsNotOffered) {
+  const auto complaint = complaintAbout(R"({"engine": "test"})", OfferedEngines::Shipped);
+  EXPECT_THAT(complaint, AllOf(HasSubstr(R"("engine" is "test"; expected one of "media")"),
+                               Not(HasSubstr(R"("media", "test")"))));
+  EXPECT_THAT(complaintAbout("{}", OfferedEngines::Shipped), Not(HasSubstr("test")));
+}
 
 struct Complaint {
   std::string document;

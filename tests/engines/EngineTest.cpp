@@ -92,7 +92,7 @@ const std::string& EngineTest::sharedClip() {
 }
 
 void EngineTest::make(const std::string& document) {
-  local_ = makeLocalEngine(tamb::EngineDescription("manager", document, 7));
+  local_ = makeLocalEngine(tamb::EngineDescription("manager", document, 7), OfferedEngines::WithTestEngine);
   std::shared_ptr<tamb::INotificationHubBackEnd> backEnd;
   std::tie(hub_, backEnd) = tamb::CreateNotificationHub();
   hub_->Subscribe(heard_);

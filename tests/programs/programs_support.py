@@ -265,8 +265,12 @@ class ProgramsTest(unittest.TestCase):
 
         wait_until(all_have_gone, "processes that cannot be killed")
 
-    def start(self, program, *arguments):
-        return self.watched(Program([os.environ[program], *map(str, arguments)], self.folder, self._environment))
+    def start(self, program, *arguments, test_engine=True):
+        """A program that offers the engine with faults, unless told otherwise."""
+        words = [os.environ[program], *map(str, arguments)]
+        if test_engine and (program != "TAMB_HOST" or words[1:2] == ["run"]):
+            words.insert(2 if program == "TAMB_HOST" else 1, "--with-test-engine")
+        return self.watched(Program(words, self.folder, self._environment))
 
     def watched(self, program):
         """A program that ends with its test, at the latest."""
@@ -277,10 +281,10 @@ class ProgramsTest(unittest.TestCase):
         """A host that runs a workflow, and shows its notifications as JSON."""
         return self.start("TAMB_HOST", "run", "--json", *arguments)
 
-    def service(self, *arguments, name="service"):
+    def service(self, *arguments, name="service", test_engine=True):
         """A submission service that serves, and its endpoint. Its socket file is none of the temporary ones."""
         endpoint = f"ipc://{self.folder / name}"
-        service = self.start("QOR_ENGINE_SERVICE", "--endpoint", endpoint, *arguments)
+        service = self.start("QOR_ENGINE_SERVICE", "--endpoint", endpoint, *arguments, test_engine=test_engine)
         self._services.append(service)
         self.assertEqual(service.wait_for_ready(), {"event": "ready", "pid": service.pid, "endpoint": endpoint})
         return service, endpoint

@@ -3,7 +3,7 @@
 import time
 import unittest
 
-from programs_support import ProgramsTest, clip, processes_below
+from programs_support import ProgramsTest, clip, processes_below, wait_until
 
 
 class FailedRun(ProgramsTest):
@@ -85,6 +85,21 @@ class MissingEngine(ProgramsTest):
     def test_of_an_unknown_kind_is_named_in_one_line(self):
         for place in ([], ["--local"]):
             self.expect_no_engine(self.host(self.engine({"engine": "warp"}), *place), "warp", "media", "test")
+
+    def test_that_only_tests_need_is_not_offered_unless_asked_for(self):
+        run = ("TAMB_HOST", "run", self.engine({"engine": "test", "notifications": 1}))
+        _, plain = self.service(test_engine=False)
+        _, with_test_engine = self.service(name="other")
+        for host in (self.start(*run, test_engine=False), self.start(*run, "--local", test_engine=False),
+                     self.start(*run, "--service", plain, test_engine=False), self.start(*run, "--service", plain)):
+            self.expect_no_engine(host, "expected one of")
+            # Quoted once more, or not.
+            self.assertRegex(host.errors(), r'is \\?"test\\?"; expected one of \\?"media\\?"(?!,)')
+        for host in (self.start(*run), self.start(*run, "--local"),
+                     self.start(*run, "--service", with_test_engine, test_engine=False)):
+            wait_until(lambda: "Tick" in host.output(), host.everything)
+            host.interrupt()
+            self.expect_exit(host, 130)
 
     def test_with_a_bad_document_is_told_in_one_line_that_names_the_key(self):
         for place in ([], ["--local"]):
