@@ -84,7 +84,8 @@ void receive(void* object, int level, const char* format, va_list arguments) {
     while (!line.empty() && (line.back() == '\n' || line.back() == '\r' || line.back() == ' ')) {
       line.pop_back();
     }
-    // It quotes what it finds in files, which may be no text at all.
+    // Some records have several lines, and some quote what is in files, which may be no text at all.
+    std::replace(line.begin(), line.end(), '\n', ' ');
     std::replace_if(
         line.begin(), line.end(), [](char each) { return each < ' ' || each > '~'; }, '?');
     writeLine(level, std::move(line));

@@ -49,10 +49,12 @@ StreamEncoder::StreamEncoder(const AVCodec& encoder, const AVFrame& first, const
   codec_->flags |= AV_CODEC_FLAG_BITEXACT | (globalHeader ? AV_CODEC_FLAG_GLOBAL_HEADER : 0);
   codec_->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
   ffmpegCall([&] { return avcodec_open2(codec_.get(), &encoder, nullptr); },
-             [this] { return "Cannot open " + text(); });
+             [this] { return "Cannot open " + text_; });
 }
 
 void StreamEncoder::setUpVideo(const AVFrame& first, const FilteredFormat& format) {
+  text_ = fmt::format("the video encoder {:?} ({}x{})", std::string(codec_->codec->name), first.width,
+                      first.height);
   codec_->width = first.width;
   codec_->height = first.height;
   codec_->pix_fmt = static_cast<AVPixelFormat>(first.format);
@@ -78,11 +80,13 @@ void StreamEncoder::setUpVideo(const AVFrame& first, const FilteredFormat& forma
 }
 
 void StreamEncoder::setUpAudio(const AVFrame& first) {
+  text_ = fmt::format("the audio encoder {:?} ({} Hz, {} channels)", std::string(codec_->codec->name),
+                      first.sample_rate, first.ch_layout.nb_channels);
   codec_->sample_rate = first.sample_rate;
   codec_->sample_fmt = static_cast<AVSampleFormat>(first.format);
   codec_->time_base = AVRational{1, first.sample_rate};
   ffmpegCall([&] { return av_channel_layout_copy(&codec_->ch_layout, &first.ch_layout); },
-             [this] { return "Cannot open " + text(); });
+             [this] { return "Cannot open " + text_; });
 }
 
 void StreamEncoder::encode(AVFrame& frame, AVRational timeBase) {
@@ -116,7 +120,7 @@ unsigned int StreamEncoder::frameSize() const {
 }
 
 void StreamEncoder::send(const AVFrame* frame) {
-  const auto failed = [this] { return text() + " failed"; };
+  const auto failed = [this] { return text_ + " failed"; };
   ffmpegCall([&] { return avcodec_send_frame(codec_.get(), frame); }, failed);
   for (;;) {
     forgetFfmpegErrorLine();
@@ -133,14 +137,6 @@ void StreamEncoder::send(const AVFrame* frame) {
     writer_(*packet_);
     av_packet_unref(packet_.get());
   }
-}
-
-std::string StreamEncoder::text() const {
-  return codec_->codec_type == AVMEDIA_TYPE_VIDEO
-             ? fmt::format("the video encoder {:?} ({}x{})", std::string(codec_->codec->name), codec_->width,
-                           codec_->height)
-             : fmt::format("the audio encoder {:?} ({} Hz, {} channels)", std::string(codec_->codec->name),
-                           codec_->sample_rate, codec_->ch_layout.nb_channels);
 }
 
 }  // namespace qor::engines

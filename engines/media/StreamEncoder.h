@@ -32,9 +32,10 @@ class StreamEncoder {
   void setUpVideo(const AVFrame& first, const FilteredFormat& format);
   void setUpAudio(const AVFrame& first);
   void send(const AVFrame* frame);
-  std::string text() const;
 
   CodecHandle codec_;
+  /// As in `the video encoder "mpeg4" (64x48)`. An encoder that did not open knows nothing of it any more.
+  std::string text_;
   const Writer writer_;
   PacketHandle packet_;
   std::int64_t next_;  ///< no frame may have an earlier time stamp

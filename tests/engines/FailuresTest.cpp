@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -204,6 +206,40 @@ TEST_F(Failures, ACodecThatTheContainerDoesNotTake) {
                                {"output", quoted(path("out.mp4"))},
                                {"settings", R"({"audioCodec": "pcm_s16le"})"}}),
               HasSubstr("out.mp4"));
+  EXPECT_THAT(fileNames(), IsEmpty());
+}
+
+/// Encoders that take few sizes; nobody can tell which ones but they themselves.
+struct Refusal {
+  std::string codec;
+  std::string container;
+  std::string expected;
+};
+
+class FailuresOfEncoders : public Failures, public testing::WithParamInterface<Refusal> {};
+
+TEST_P(FailuresOfEncoders, NameTheEncoderAndItsSizes) {
+  EXPECT_THAT(reasonOfRunning({{"input", quoted(sharedClip())},
+                               {"output", quoted(path("out"))},
+                               {"settings", fmt::format(R"({{"videoCodec": {:?}, "container": {:?}}})",
+                                                        GetParam().codec, GetParam().container)},
+                               {"videoFilter", R"("scale=100:52")"}}),
+              AllOf(HasSubstr("Cannot open the video encoder"), HasSubstr(quoted(GetParam().codec)),
+                    HasSubstr("(100x52)"), HasSubstr(GetParam().expected)));
+  EXPECT_THAT(fileNames(), IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, FailuresOfEncoders,
+                         testing::Values(Refusal{"h263", "3gp", "Valid sizes are 128x96"},
+                                         Refusal{"h261", "avi", "Valid sizes are 176x144"},
+                                         Refusal{"dvvideo", "avi", "Frame size: 720x576"}));
+
+TEST_F(Failures, AnAudioEncoderThatDoesNotOpen) {
+  EXPECT_THAT(reasonOfRunning({{"input", quoted(sharedClip())},
+                               {"output", quoted(path("out.mkv"))},
+                               {"settings", R"({"audioCodec": "roq_dpcm"})"}}),
+              AllOf(HasSubstr(R"(Cannot open the audio encoder "roq_dpcm" (48000 Hz, 2 channels))"),
+                    HasSubstr("22050")));
   EXPECT_THAT(fileNames(), IsEmpty());
 }
 
