@@ -15,19 +15,16 @@ namespace qor::engines {
 
 namespace {
 
-/// What silence measures, which is no number in decibels.
-constexpr double silence = -120;
-
-/// What is less does not count for the integrated loudness.
-constexpr double gate = -70;
-
 /// Seconds; ends of 100 ms steps are sums that are not exact.
 constexpr double tolerance = 1e-6;
 
-double value(const AVFrame& frame, const char* key) {
-  const auto* const entry = av_dict_get(frame.metadata, key, nullptr, 0);
-  const double number = entry == nullptr ? silence : std::strtod(entry->value, nullptr);
-  return std::isfinite(number) ? std::max(number, silence) : silence;
+/// Leaves `known` as it is when the frame does not tell: what remains at the end is less than a block of
+/// 100 ms, which nothing is measured for.
+void readValue(const AVFrame& frame, const char* key, double least, double& known) {
+  if (const auto* const entry = av_dict_get(frame.metadata, key, nullptr, 0)) {
+    const double number = std::strtod(entry->value, nullptr);
+    known = std::isfinite(number) ? std::max(number, least) : least;
+  }
 }
 
 }  // namespace
@@ -54,11 +51,12 @@ void LoudnessMeter::finish() {
 
 void LoudnessMeter::read() {
   while (const auto frame = graph_->pull()) {
-    integrated_ = std::max(value(*frame, "lavfi.r128.I"), gate);
+    readValue(*frame, "lavfi.r128.M", silence, momentary_);
+    readValue(*frame, "lavfi.r128.I", gate, integrated_);
     const double end = static_cast<double>(frame->pts) * av_q2d(graph_->format().timeBase) +
                        static_cast<double>(frame->nb_samples) / frame->sample_rate;
     if (end + tolerance >= nextReport_) {
-      everySecond_(end, value(*frame, "lavfi.r128.M"), integrated_);
+      everySecond_(end, momentary_, integrated_);
       nextReport_ = std::floor(end + tolerance) + 1;
     }
   }

@@ -21,12 +21,18 @@ class LoudnessMeter {
   double integrated() const { return integrated_; }
 
  private:
+  /// LUFS. What silence measures, which is no number in decibels.
+  static constexpr double silence = -120;
+  /// LUFS. What is less does not count for the integrated loudness, by EBU R128.
+  static constexpr double gate = -70;
+
   void read();
 
   const Report everySecond_;
   std::unique_ptr<FilterGraph> graph_;  ///< made for the first frame
   double nextReport_ = 1;
-  double integrated_ = -70;
+  double momentary_ = silence;
+  double integrated_ = gate;
 };
 
 }  // namespace qor::engines

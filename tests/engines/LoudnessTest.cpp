@@ -1,4 +1,8 @@
+#include <fmt/format.h>
+
+#include <map>
 #include <string>
+#include <tuple>
 
 #include "tests/engines/EngineTest.h"
 
@@ -55,6 +59,33 @@ TEST_F(Loudness, IsMeasuredBesideTheOutputWhichStaysAsItIs) {
   EXPECT_NEAR(integrated(), -23.0, 0.1);
   EXPECT_EQ(qor::test::readBack(path("out.wav")).samples, qor::test::readBack(path("tone.wav")).samples);
 }
+
+/// How long the sound is, in samples, against blocks of 100 ms, of which the meter takes its measures.
+class LoudnessOfLength : public Loudness,
+                         public testing::WithParamInterface<std::tuple<std::string, std::string, double>> {};
+
+TEST_P(LoudnessOfLength, CountsAllWholeBlocks) {
+  const auto& [rate, layout, seconds] = GetParam();
+  // The channels that R128 gives no weight of its own; more of them are that much louder.
+  const std::map<std::string, double> louder{{"mono", -3.01}, {"stereo", 0}, {"3.0", 1.76}};
+  const std::string tone = "0.0707946*sin(2*PI*997*t)";
+  const std::map<std::string, std::string> channels{
+      {"mono", tone}, {"stereo", tone + "|" + tone}, {"3.0", tone + "|" + tone + "|" + tone}};
+  writeClip({.audio = fmt::format("aevalsrc={}:c={}:d={}:s={}", channels.at(layout), layout, seconds, rate),
+             .audioCodec = "flac"},
+            path("tone.mkv"));
+  run(R"({"engine": "media", "loudness": true, "input": ")" + path("tone.mkv") + "\"}");
+  EXPECT_NEAR(integrated(), seconds < 0.4 ? -70.0 : -23.0 + louder.at(layout), 0.1) << failure();
+  for (const auto& each : heard_->ofLine("Loudness")) {
+    EXPECT_NEAR(each->GetNotificationObject()->GetDouble("momentary"), -23.0 + louder.at(layout), 0.1);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, LoudnessOfLength,
+                         testing::Combine(testing::Values("8000", "11025", "44100", "48000"),
+                                          testing::Values("mono", "stereo", "3.0"),
+                                          // One of them ends 5 samples of 11 025 Hz behind its ten blocks.
+                                          testing::Values(0.3, 0.55, 1.0, 1.234, 3.05)));
 
 TEST_F(Loudness, OfSilenceIsANumber) {
   writeClip({.audio = "anullsrc=duration=2"}, path("silence.wav"));
