@@ -3,9 +3,11 @@
 #include <fmt/format.h>
 
 #include <array>
+#include <span>
 #include <string_view>
 #include <vector>
 
+#include "engines/media/EncoderCapabilities.h"
 #include "tamb/TAMBRuntimeError.h"
 
 extern "C" {
@@ -46,30 +48,23 @@ const AVCodec* usualEncoder(AVMediaType type, const AVOutputFormat& container) {
   return avcodec_find_encoder(video ? container.video_codec : container.audio_codec);
 }
 
-/// "name=a|b|c", for the texts of the entries up to the terminator of FFmpeg's array.
+/// "name=a|b|c", for the texts of the entries; empty without entries.
 template <class Entry, class Text>
-std::string option(const char* name, const Entry* entries, Entry terminator, const Text& text) {
-  if (entries == nullptr) {
+std::string option(const char* name, std::span<const Entry> entries, const Text& text) {
+  if (entries.empty()) {
     return {};
   }
   std::vector<std::string> texts;
-  for (; *entries != terminator; ++entries) {
-    texts.push_back(text(*entries));
+  for (const auto& entry : entries) {
+    texts.emplace_back(text(entry));
   }
   return fmt::format("{}={}", name, fmt::join(texts, "|"));
 }
 
-std::string layoutOption(const AVChannelLayout* layouts) {
-  if (layouts == nullptr) {
-    return {};
-  }
-  std::vector<std::string> texts;
-  for (; layouts->nb_channels != 0; ++layouts) {
-    std::array<char, 128> text{};
-    av_channel_layout_describe(layouts, text.data(), text.size());
-    texts.emplace_back(text.data());
-  }
-  return fmt::format("channel_layouts={}", fmt::join(texts, "|"));
+std::string layoutText(const AVChannelLayout& layout) {
+  std::array<char, 128> text{};
+  av_channel_layout_describe(&layout, text.data(), text.size());
+  return text.data();
 }
 
 }  // namespace
@@ -113,16 +108,14 @@ const AVCodec* chooseEncoder(AVMediaType type, const AVOutputFormat& container,
 
 std::string fittingFilter(const AVCodec& encoder) {
   if (encoder.type == AVMEDIA_TYPE_VIDEO) {
-    const auto formats = option("pix_fmts", encoder.pix_fmts, AV_PIX_FMT_NONE,
-                                [](AVPixelFormat format) { return av_get_pix_fmt_name(format); });
+    const auto formats = option("pix_fmts", pixelFormats(encoder), av_get_pix_fmt_name);
     return formats.empty() ? formats : "format=" + formats;
   }
   std::vector<std::string> options;
-  for (const auto& each : {option("sample_fmts", encoder.sample_fmts, AV_SAMPLE_FMT_NONE,
-                                  [](AVSampleFormat format) { return av_get_sample_fmt_name(format); }),
-                           option("sample_rates", encoder.supported_samplerates, 0,
-                                  [](int rate) { return fmt::format_int(rate).str(); }),
-                           layoutOption(encoder.ch_layouts)}) {
+  for (const auto& each :
+       {option("sample_fmts", sampleFormats(encoder), av_get_sample_fmt_name),
+        option("sample_rates", sampleRates(encoder), [](int rate) { return fmt::format_int(rate).str(); }),
+        option("channel_layouts", channelLayouts(encoder), layoutText)}) {
     if (!each.empty()) {
       options.push_back(each);
     }

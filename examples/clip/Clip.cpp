@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "engines/media/EncoderCapabilities.h"
 #include "engines/media/FfmpegHandles.h"
 #include "engines/media/FfmpegLog.h"
 
@@ -41,7 +42,8 @@ class Stream {
     if (video) {
       text += codec == "mpeg4" ? ",format=yuv420p" : "";
     } else {
-      text += std::string(",aformat=sample_fmts=") + av_get_sample_fmt_name(encoder->sample_fmts[0]);
+      text += std::string(",aformat=sample_fmts=") +
+              av_get_sample_fmt_name(engines::sampleFormats(*encoder).front());
     }
     auto* inputs = avfilter_inout_alloc();
     inputs->name = av_strdup("out");
