@@ -19,6 +19,16 @@ double median(std::vector<double> values) {
   return *middle;
 }
 
+/// Whether a benchmark failed and hence has no times. Google Benchmark 1.8 renamed the member.
+template <class Run>
+bool hasFailed(const Run& run) {
+  if constexpr (requires { run.error_occurred; }) {
+    return run.error_occurred;
+  } else {
+    return static_cast<bool>(run.skipped);
+  }
+}
+
 }  // namespace
 
 RatioReporter::RatioReporter()
@@ -28,7 +38,7 @@ void RatioReporter::ReportRuns(const std::vector<Run>& runs) {
   ConsoleReporter::ReportRuns(runs);
   for (const Run& run : runs) {
     // When repetitions are not reported, their median is.
-    if (run.error_occurred || (run.run_type != Run::RT_Iteration && run.aggregate_name != "median")) continue;
+    if (hasFailed(run) || (run.run_type != Run::RT_Iteration && run.aggregate_name != "median")) continue;
     nanoseconds_[run.run_name.function_name + '/' + run.run_name.args].push_back(run.GetAdjustedRealTime());
   }
 }
