@@ -50,12 +50,21 @@ report() {
   fi
 }
 
+# package_names LIST...: the packages of the lists. The lists have the names of Debian 12; packaging/renamed.RELEASE has
+# a line "NAME ITS-NAME-THERE" for each package that another release names otherwise.
+package_names() {
+  local renamed
+  renamed=packaging/renamed.$(. /etc/os-release && echo "${VERSION_CODENAME:-}")
+  [ -r "$renamed" ] || renamed=/dev/null
+  awk 'FILENAME == ARGV[1] { there[$1] = $2; next } { print ($1 in there) ? there[$1] : $1 }' "$renamed" "$@" | sort -u
+}
+
 # install_packages LIST...: installs those Debian packages of the lists that are missing; asks for nothing when
 # there are none.
 install_packages() {
   local missing
   missing=$(comm -13 <(dpkg-query -W -f '${db:Status-Status} ${Package}\n' | sed -n 's/^installed //p' | sort -u) \
-                     <(sort -u "$@"))
+                     <(package_names "$@"))
   [ -n "$missing" ] || return 0
   local sudo=
   [ "$(id -u)" = 0 ] || sudo=sudo
