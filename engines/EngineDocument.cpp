@@ -180,13 +180,14 @@ MediaDocument readMedia(const Json& json) {
 }
 
 TestDocument readTest(const Json& json) {
-  const Fields fields(json, "the object", {"engine", "behaviour", "when", "notifications"});
+  const Fields fields(json, "the object", {"engine", "behaviour", "when", "notifications", "prints"});
   TestDocument document;
   document.behaviour = fields.oneOf(
       "behaviour", {"run", "ignoreStop", "crash", "abort", "kill", "exit", "freeze", "stall", "throw"},
       TestBehaviour::Run);
   document.when = fields.oneOf("when", {"construct", "run", "command"}, TestMoment::Run);
   document.notifications = fields.count("notifications");
+  document.prints = fields.count("prints");
   return document;
 }
 

@@ -37,6 +37,8 @@ struct TestDocument {
   TestBehaviour behaviour = TestBehaviour::Run;
   TestMoment when = TestMoment::Run;
   std::uint64_t notifications = 0;
+  /// How many lines it prints to its standard output first.
+  std::uint64_t prints = 0;
 };
 
 /// What an engine's description says: one alternative for each engine there is.

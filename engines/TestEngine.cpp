@@ -7,6 +7,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <utility>
 #include <variant>
@@ -107,6 +108,9 @@ void TestEngine::execute(const StepNotifications& notifications, const tamb::ICo
 }
 
 void TestEngine::commitFault(const std::string& when) {
+  for (std::uint64_t number = 1; number <= document_.prints; ++number) {
+    std::printf("TestEngine: line %ju\n", static_cast<std::uintmax_t>(number));
+  }
   switch (document_.behaviour) {
     case TestBehaviour::Run:
     case TestBehaviour::IgnoreStop:

@@ -28,6 +28,7 @@ class TestEngine final : public EngineBase {
   void runOnce() override;
   void publishTicks(const StepNotifications& notifications) const;
   void execute(const StepNotifications& notifications, const tamb::ICommandMessage& command);
+  /// Prints first, also where there is no fault.
   void commitFault(const std::string& when);
 
   TestDocument document_;

@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <string_view>
 #include <system_error>
@@ -35,6 +36,8 @@ constexpr seconds longestFreeze{10};
 constexpr unsigned int lastSeconds = 10;
 constexpr std::size_t keptLogLines = 5;
 constexpr std::size_t longestLogLine = 300;
+/// More than any pipe holds that has not been made larger, in reads of 4 KiB.
+constexpr int readsToDrain = 64;
 
 constexpr std::array<std::string_view, 5> eventNames{"ready", "running", "stop requested", "idle", "leaving"};
 constexpr std::string_view failed = "failed ";
@@ -68,6 +71,7 @@ void EngineChild::Line::write(const std::string& line) const {
 
 EngineChild::EngineChild(const std::function<int(const Line&)>& life) {
   Pipe events;
+  Pipe output;
   Pipe errors;
   const pid_t parent = ::getpid();
   process_ = ::fork();
@@ -79,14 +83,20 @@ EngineChild::EngineChild(const std::function<int(const Line&)>& life) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     // It may have gone before the signal was asked for.
     if (::getppid() != parent) std::_Exit(EXIT_FAILURE);
+    ::dup2(output.write.get(), STDOUT_FILENO);
     ::dup2(errors.write.get(), STDERR_FILENO);
+    for (Pipe* const stream : {&output, &errors}) {
+      stream->read.close();
+      stream->write.close();
+    }
     events.read.close();
-    errors.read.close();
-    errors.write.close();
+    // Line by line, as to a terminal: what a process has printed when it dies is not to die in its buffer.
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
     // The messaging context goes with the statics: what is unsent still gets its time.
     std::exit(life(Line(std::move(events.write))));  // NOLINT(concurrency-mt-unsafe): the last thread
   }
   events_ = LineReader(std::move(events.read));
+  output_ = LineReader(std::move(output.read));
   errors_ = LineReader(std::move(errors.read));
 }
 
@@ -100,7 +110,7 @@ std::string EngineChild::cause() const {
   std::string text =
       "engine process " + std::to_string(process_) + " died: " + processes::describeStatus(status_);
   if (!whyKilled_.empty()) text += ", for it " + whyKilled_;
-  for (const std::string& line : lastErrors_) text += " | " + line;
+  for (const std::string& line : lastLines_) text += " | " + line;
   return text;
 }
 
@@ -108,12 +118,14 @@ void EngineChild::await(Clock::time_point deadline, int alsoAwaited) {
   if (askedToEnd_) deadline = std::min(deadline, *askedToEnd_ + timeToEnd);
   if (stopIgnored_) deadline = std::min(deadline, *stopIgnored_ + timeToStop);
   if (frozen_) deadline = std::min(deadline, *frozen_ + longestFreeze);
-  std::array<pollfd, 3> awaited{{{.fd = events_.descriptor(), .events = POLLIN, .revents = 0},
+  std::array<pollfd, 4> awaited{{{.fd = events_.descriptor(), .events = POLLIN, .revents = 0},
+                                 {.fd = output_.descriptor(), .events = POLLIN, .revents = 0},
                                  {.fd = errors_.descriptor(), .events = POLLIN, .revents = 0},
                                  {.fd = alsoAwaited, .events = POLLIN, .revents = 0}}};
   ::poll(awaited.data(), awaited.size(), millisecondsUntil(deadline));
   if (awaited[0].revents != 0) takeEvents();
-  if (awaited[1].revents != 0) passErrorsOn();
+  if (awaited[1].revents != 0) passOn(output_);
+  if (awaited[2].revents != 0) passOn(errors_);
 }
 
 void EngineChild::attend() {
@@ -192,25 +204,28 @@ void EngineChild::take(EngineEvent event) {
   if (isRunning_ && isStopRequested_ && !stopIgnored_) stopIgnored_ = Clock::now();
 }
 
-/// The log goes where ours goes.
-void EngineChild::passErrorsOn() {
-  errors_.readSome();
-  for (std::string line; errors_.takeLine(line);) {
+void EngineChild::passOn(LineReader& stream) {
+  stream.readSome();
+  for (std::string line; stream.takeLine(line);) {
     writeErrorLine(line);
-    lastErrors_.push_back(oneLine(line, longestLogLine));
-    if (lastErrors_.size() > keptLogLines) lastErrors_.pop_front();
+    lastLines_.push_back(oneLine(line, longestLogLine));
+    if (lastLines_.size() > keptLogLines) lastLines_.pop_front();
   }
 }
 
-/// What it said before it died is still in the pipes. A process that it started may hold them open: only what
-/// is there.
+/// What it said before it died is still in the pipes. A process that it started may hold them open, and go on
+/// writing: only what is there.
 void EngineChild::drain() {
-  const auto hasMore = [](const LineReader& reader) {
-    pollfd awaited{.fd = reader.descriptor(), .events = POLLIN, .revents = 0};
-    return reader.isOpen() && ::poll(&awaited, 1, 0) == 1;
+  const auto drainOne = [](const LineReader& reader, const auto& read) {
+    for (int reads = 0; reads < readsToDrain && reader.isOpen(); ++reads) {
+      pollfd awaited{.fd = reader.descriptor(), .events = POLLIN, .revents = 0};
+      if (::poll(&awaited, 1, 0) != 1) return;
+      read();
+    }
   };
-  while (hasMore(events_)) takeEvents();
-  while (hasMore(errors_)) passErrorsOn();
+  drainOne(events_, [this] { takeEvents(); });
+  drainOne(output_, [this] { passOn(output_); });
+  drainOne(errors_, [this] { passOn(errors_); });
 }
 
 }  // namespace qor::programs

@@ -15,7 +15,7 @@
 namespace qor::programs {
 
 /// The process of one engine as its supervisor, its parent, sees it: how far it is, what it writes on its
-/// standard error stream, which is passed on, and how it ends. One thread.
+/// standard output and error streams, which goes to our standard error stream, and how it ends. One thread.
 class EngineChild {
  public:
   using Clock = std::chrono::steady_clock;
@@ -64,13 +64,15 @@ class EngineChild {
  private:
   void takeEvents();
   void take(EngineEvent event);
-  void passErrorsOn();
+  /// Passes on what the child writes on one of its streams.
+  void passOn(processes::LineReader& stream);
   void drain();
   void noticeChanges();
   void killWhenOverdue();
 
   pid_t process_ = 0;
   processes::LineReader events_{processes::Descriptor()};
+  processes::LineReader output_{processes::Descriptor()};
   processes::LineReader errors_{processes::Descriptor()};
   bool isThere_ = true;
   bool isReady_ = false;
@@ -79,7 +81,7 @@ class EngineChild {
   bool isLeaving_ = false;
   int status_ = 0;
   std::string failure_;
-  std::deque<std::string> lastErrors_;
+  std::deque<std::string> lastLines_;
   /// Since when what is not to last has lasted.
   std::optional<Clock::time_point> askedToEnd_;
   std::optional<Clock::time_point> stopIgnored_;

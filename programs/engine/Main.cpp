@@ -1,7 +1,9 @@
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdint>
+#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <fstream>
@@ -47,6 +49,7 @@ struct Arguments {
   std::string command;
   std::string notification;
   std::filesystem::path directory;
+  int readyDescriptor = STDOUT_FILENO;
   std::optional<unsigned int> core;
   bool withTestEngine = false;
   bool verbose = false;
@@ -87,35 +90,39 @@ EngineOptions optionsFrom(const Arguments& arguments) {
           .notificationEndpoint = bound(arguments.notification),
           .directory = arguments.directory,
           .withTestEngine = arguments.withTestEngine,
+          .readyDescriptor = arguments.readyDescriptor,
           .core = arguments.core};
 }
 
-void printLine(const nlohmann::json& line) {
-  std::cout << line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << std::endl;
+/// Nobody may read there any more: that keeps no host waiting.
+void report(int descriptor, const nlohmann::json& line) {
+  qor::programs::writeWithoutWaiting(
+      descriptor, line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + '\n');
 }
 
-void printReady(const EngineOptions& options, int enginePid) {
+void reportReady(const EngineOptions& options, int enginePid) {
   const auto text = [](const SocketEndpoint& endpoint) {
     return endpoint.toString(qor::socket::Protocol::Plain);
   };
-  printLine({{"event", "ready"},
-             {"pid", ::getpid()},
-             {"enginePid", enginePid},
-             {"request", text(options.requestEndpoint)},
-             {"status", text(options.statusEndpoint)},
-             {"command", text(options.commandEndpoint)},
-             {"notification", text(options.notificationEndpoint)}});
+  report(options.readyDescriptor, {{"event", "ready"},
+                                   {"pid", ::getpid()},
+                                   {"enginePid", enginePid},
+                                   {"request", text(options.requestEndpoint)},
+                                   {"status", text(options.statusEndpoint)},
+                                   {"command", text(options.commandEndpoint)},
+                                   {"notification", text(options.notificationEndpoint)}});
 }
 
-void printFailed(const std::string& reason) {
+void reportFailed(int descriptor, const std::string& reason) {
   qor::programs::writeErrorLine("tamb-engine: " + reason);
-  printLine({{"event", "failed"}, {"reason", reason}});
+  report(descriptor, {{"event", "failed"}, {"reason", reason}});
 }
 
 int run(const Arguments& arguments) {
   const EngineOptions options = optionsFrom(arguments);
   return static_cast<int>(qor::programs::superviseEngine(
-      options, [&](int enginePid) { printReady(options, enginePid); }, printFailed));
+      options, [&](int enginePid) { reportReady(options, enginePid); },
+      [&](const std::string& reason) { reportFailed(options.readyDescriptor, reason); }));
 }
 
 }  // namespace
@@ -139,6 +146,12 @@ int main(int argumentCount, char** values) {
       ->required();
   app.add_option("--directory", arguments.directory,
                  "Directory of the sockets, removed at the end if it is empty");
+  app.add_option("--ready-fd", arguments.readyDescriptor,
+                 "Open descriptor to report on that the engine is ready, or why it is not")
+      ->capture_default_str()
+      ->check([](const std::string& text) {
+        return ::fcntl(std::atoi(text.c_str()), F_GETFD) < 0 ? "no descriptor " + text + " is open" : "";
+      });
   app.add_option("--core", arguments.core,
                  "Core that the messaging threads keep to: answers come sooner if it has little else to do");
   app.add_flag("--with-test-engine", arguments.withTestEngine,
@@ -147,10 +160,14 @@ int main(int argumentCount, char** values) {
   if (const auto exitCode = qor::programs::parseCommandLine(app, argumentCount, values)) return *exitCode;
   using qor::programs::Shown;
   qor::programs::showLog(arguments.verbose ? Shown::Everything : Shown::Failures);
+  // Whichever way it ends, behind its last line.
+  const struct Count {
+    ~Count() { qor::programs::writeDroppedLines(); }
+  } count;
   try {
     return run(arguments);
   } catch (const std::exception& error) {
-    printFailed(error.what());
+    reportFailed(arguments.readyDescriptor, error.what());
     return static_cast<int>(EngineEnd::NotStarted);
   }
 }

@@ -67,6 +67,7 @@ void removeFilesOf(const EngineOptions& options) {
 /// The child's life.
 int beTheEngine(const EngineOptions& options, const EngineChild::Line& parent) {
   const pid_t parentProcess = ::getppid();
+  if (options.readyDescriptor > STDERR_FILENO) ::close(options.readyDescriptor);
   try {
     serveEngine(options, [&](EngineEvent event) { parent.tell(event); });
     // A parent that was killed removes nothing.

@@ -50,12 +50,14 @@ std::vector<std::string> argumentsFor(const WantedEngine& wanted, const EngineEn
   add("--command", endpoints.command);
   add("--notification", endpoints.notification);
   add("--directory", directory.string());
+  // Its standard output is anyone's, its engine's libraries' for instance.
+  add("--ready-fd", std::to_string(ChildProcess::lineDescriptor));
   if (core) add("--core", std::to_string(*core));
   return arguments;
 }
 
-/// The first line that an engine's program prints; none when the program ends without one, does not print it
-/// in time, or this one is to end.
+/// What an engine's program reports on its line descriptor; none when the program ends without one, does not
+/// print it in time, or this one is to end.
 std::optional<std::string> firstLineOf(ChildProcess& process, const std::function<bool()>& isToEnd) {
   const auto deadline = Clock::now() + timeToBeReady;
   std::optional<std::string> line;
@@ -95,7 +97,8 @@ EngineEndpoints EngineLauncher::launch(const WantedEngine& wanted, const std::fu
     const auto core = leastUsedCore();
     auto arguments = argumentsFor(wanted, endpoints, directory.path(), core);
     if (settings_.withTestEngine) arguments.emplace_back("--with-test-engine");
-    ChildProcess process(settings_.program, std::move(arguments), wanted.description);
+    ChildProcess process(settings_.program, std::move(arguments), wanted.description,
+                         ChildProcess::Lines::OnLineDescriptor);
     try {
       requireReady(process, isToEnd);
     } catch (...) {

@@ -1,12 +1,17 @@
 #include "programs/support/ErrorStream.h"
 
+#include <fcntl.h>
 #include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <climits>
 #include <cstddef>
 #include <mutex>
 #include <string>
+
+#include "runtime/processes/Pipe.h"
 
 namespace qor::programs {
 
@@ -15,32 +20,81 @@ namespace {
 /// It needs no destruction, hence can be locked as long as the process lives.
 std::mutex mutex;
 std::size_t dropped = 0;
+/// Whether the last line was written in part.
+bool isInLine = false;
 
-bool takesSome() {
-  pollfd stream{.fd = STDERR_FILENO, .events = POLLOUT, .revents = 0};
-  return ::poll(&stream, 1, 0) == 1 && (stream.revents & POLLOUT) != 0;
-}
+/// One way of writing to a stream that does not wait. For a terminal or a file, the stream is asked before
+/// each piece. A pipe may be shared: whoever asks may find it full a moment later, so that it is opened once
+/// more, with flags of its own.
+class Stream {
+ public:
+  explicit Stream(int descriptor) : descriptor_(descriptor) {
+    struct stat status {};
+    if (::fstat(descriptor, &status) != 0) return;
+    isSocket_ = S_ISSOCK(status.st_mode);
+    if (!S_ISFIFO(status.st_mode)) return;
+    const std::string name = "/proc/self/fd/" + std::to_string(descriptor);
+    own_ = processes::Descriptor(::open(name.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+    if (own_.isOpen()) descriptor_ = own_.get();
+  }
 
-/// False when it could not be written whole.
-bool write(std::string_view text) {
+  /// How many bytes were written; none or an error when it takes none.
+  ssize_t write(std::string_view piece) const {
+    if (isSocket_) return ::send(descriptor_, piece.data(), piece.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    return takesSome() ? ::write(descriptor_, piece.data(), piece.size()) : 0;
+  }
+
+ private:
+  bool takesSome() const {
+    pollfd stream{.fd = descriptor_, .events = POLLOUT, .revents = 0};
+    return own_.isOpen() || (::poll(&stream, 1, 0) == 1 && (stream.revents & POLLOUT) != 0);
+  }
+
+  int descriptor_;
+  bool isSocket_ = false;
+  processes::Descriptor own_;
+};
+
+/// What could not be written of the text.
+std::string_view writeSome(int descriptor, std::string_view text) {
+  const Stream stream(descriptor);
   while (!text.empty()) {
-    // A pipe that takes some takes so much without waiting.
-    const auto piece = text.substr(0, PIPE_BUF);
-    if (!takesSome()) return false;
-    const auto written = ::write(STDERR_FILENO, piece.data(), piece.size());
-    if (written <= 0) return false;
+    // A pipe takes such a piece whole or not at all.
+    const auto written = stream.write(text.substr(0, PIPE_BUF));
+    if (written <= 0) break;
     text.remove_prefix(static_cast<std::size_t>(written));
   }
-  return true;
+  return text;
+}
+
+bool writeLine(std::string line) {
+  if (isInLine) line.insert(line.begin(), '\n');
+  line += '\n';
+  const auto rest = writeSome(STDERR_FILENO, line);
+  if (rest.size() < line.size()) isInLine = !rest.empty();
+  return rest.empty();
+}
+
+void writeCount() {
+  if (dropped > 0 && writeLine("(" + std::to_string(dropped) + " lines could not be written here)"))
+    dropped = 0;
 }
 
 }  // namespace
 
 void writeErrorLine(std::string_view line) {
   const std::lock_guard lock(mutex);
-  if (dropped > 0 && write("(" + std::to_string(dropped) + " lines could not be written here)\n"))
-    dropped = 0;
-  if (dropped > 0 || !write(std::string(line) + '\n')) ++dropped;
+  writeCount();
+  if (dropped > 0 || !writeLine(std::string(line))) ++dropped;
+}
+
+void writeDroppedLines() {
+  const std::lock_guard lock(mutex);
+  writeCount();
+}
+
+bool writeWithoutWaiting(int descriptor, std::string_view text) {
+  return writeSome(descriptor, text).empty();
 }
 
 }  // namespace qor::programs

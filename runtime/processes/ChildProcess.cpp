@@ -46,10 +46,15 @@ std::chrono::milliseconds timeToLook(const Descriptor& process, Clock::time_poin
 /// What posix_spawn is told beyond the program and its arguments.
 class SpawnSettings {
  public:
-  SpawnSettings(int input, int output) {
+  SpawnSettings(int input, int output, ChildProcess::Lines lines) {
     ::posix_spawn_file_actions_init(&actions);
     ::posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
-    ::posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+    if (lines == ChildProcess::Lines::OnStandardOutput) {
+      ::posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+    } else {
+      ::posix_spawn_file_actions_adddup2(&actions, output, ChildProcess::lineDescriptor);
+      ::posix_spawn_file_actions_adddup2(&actions, STDERR_FILENO, STDOUT_FILENO);
+    }
     ::posix_spawnattr_init(&attributes);
     sigset_t none;
     ::sigemptyset(&none);
@@ -87,7 +92,7 @@ void fill(Pipe& pipe, const std::string& input) {
 }  // namespace
 
 ChildProcess::ChildProcess(const std::filesystem::path& program, std::vector<std::string> arguments,
-                           const std::string& input) {
+                           const std::string& input, Lines lines) {
   Pipe in;
   Pipe out;
   fill(in, input);
@@ -96,7 +101,7 @@ ChildProcess::ChildProcess(const std::filesystem::path& program, std::vector<std
   pointers.reserve(arguments.size() + 1);
   for (std::string& argument : arguments) pointers.push_back(argument.data());
   pointers.push_back(nullptr);
-  const SpawnSettings settings(in.read.get(), out.write.get());
+  const SpawnSettings settings(in.read.get(), out.write.get(), lines);
   const int error = ::posix_spawn(&pid_, program.c_str(), &settings.actions, &settings.attributes,
                                   pointers.data(), environ);
   if (error != 0) throw std::system_error(error, std::system_category(), "cannot start " + program.string());

@@ -12,19 +12,30 @@
 
 namespace qor::processes {
 
-/// A program in a session of its own, so that Ctrl-C of the terminal is not its business; its standard output
+/// A program in a session of its own, so that Ctrl-C of the terminal does not reach it. Lines that it writes
 /// can be read here, and its standard error stream is ours. It is not ended with this object: whoever starts
-/// it says what becomes of it. One thread.
+/// it decides what becomes of it. One thread.
 class ChildProcess {
  public:
+  /// The descriptor of the program's end of a line channel.
+  static constexpr int lineDescriptor = 3;
+
+  /// Where the program writes the lines that can be read here.
+  enum class Lines {
+    OnStandardOutput,
+    /// On `lineDescriptor`, which the program has to be told of. What it, or a library of its, prints to its
+    /// standard output goes to our standard error stream.
+    OnLineDescriptor,
+  };
+
   /// Starts it with `input` on its standard input. Throws std::system_error, which names the program.
   ChildProcess(const std::filesystem::path& program, std::vector<std::string> arguments,
-               const std::string& input);
+               const std::string& input, Lines lines = Lines::OnStandardOutput);
   ChildProcess(ChildProcess&&) = default;
   ChildProcess& operator=(ChildProcess&&) = default;
 
   pid_t pid() const { return pid_; }
-  /// The next line of its output; none when it has not come in time, or the output or the program has ended.
+  /// The next of its lines; none when it has not come in time, or the lines or the program have ended.
   std::optional<std::string> readLine(std::chrono::milliseconds time);
   /// Its status once it has ended, as waitpid has it; none while it runs. Does not wait.
   std::optional<int> reap();

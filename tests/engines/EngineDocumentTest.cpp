@@ -55,11 +55,13 @@ TEST(EngineDocument, NeedsNothingButAnInput) {
 
 TEST(EngineDocument, SaysWhatATestEngineDoesWrong) {
   const auto document = parseEngineDocument(
-      R"({"engine": "test", "behaviour": "freeze", "when": "command", "notifications": 12})", all);
+      R"({"engine": "test", "behaviour": "freeze", "when": "command", "notifications": 12, "prints": 3})",
+      all);
   const auto& test = std::get<TestDocument>(document);
   EXPECT_EQ(test.behaviour, TestBehaviour::Freeze);
   EXPECT_EQ(test.when, TestMoment::Command);
   EXPECT_EQ(test.notifications, 12U);
+  EXPECT_EQ(test.prints, 3U);
   EXPECT_EQ(std::get<TestDocument>(parseEngineDocument(R"({"engine": "test"})", all)).behaviour,
             TestBehaviour::Run);
 }
@@ -136,7 +138,7 @@ INSTANTIATE_TEST_SUITE_P(
                   "expected a whole number"},
         Complaint{R"({"engine": "test", "notifications": 1e999})", R"(holds "1e999")", "expected an object"},
         Complaint{R"({"engine": "test", "input": "a"})", R"("input")",
-                  R"("engine", "behaviour", "when", "notifications")"}));
+                  R"("engine", "behaviour", "when", "notifications", "prints")"}));
 
 TEST(EngineDocument, CutsLongQuotations) {
   EXPECT_LT(complaintAbout(R"({"engine": ")" + std::string(100'000, 'x') + R"("})").size(), 300U);

@@ -108,13 +108,13 @@ def only(processes):
 class Program:
     """A program that runs; what it and its children say goes to files."""
 
-    def __init__(self, arguments, folder, environment, stdin=subprocess.DEVNULL):
+    def __init__(self, arguments, folder, environment, stdin=subprocess.DEVNULL, stderr=None):
         self._output = tempfile.NamedTemporaryFile(dir=folder, prefix="output-")
         self._errors = tempfile.NamedTemporaryFile(dir=folder, prefix="errors-")
         # A group of its own, as a shell gives it.
         self._process = subprocess.Popen(
-            arguments, stdin=stdin, stdout=self._output, stderr=self._errors, cwd=folder,
-            env=environment, start_new_session=True)
+            arguments, stdin=stdin, stdout=self._output, stderr=self._errors if stderr is None else stderr,
+            cwd=folder, env=environment, start_new_session=True)
 
     @property
     def pid(self):

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <filesystem>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -59,6 +60,14 @@ TEST(AChildProcess, IsGivenItsInputAndReadLineByLine) {
   EXPECT_EQ(child.readLine(patience), "first");
   EXPECT_EQ(child.readLine(patience), "second");
   EXPECT_EQ(child.readLine(patience), "last");
+  EXPECT_EQ(child.readLine(patience), std::nullopt);
+  EXPECT_EQ(child.waitForEnd(patience), 0);
+}
+
+TEST(AChildProcess, HasAChannelForLinesThatNothingElseIsPrintedTo) {
+  ChildProcess child("/bin/sh", {"-c", "echo printed; echo reported >&3"}, "",
+                     ChildProcess::Lines::OnLineDescriptor);
+  EXPECT_EQ(child.readLine(patience), "reported");
   EXPECT_EQ(child.readLine(patience), std::nullopt);
   EXPECT_EQ(child.waitForEnd(patience), 0);
 }
