@@ -4,16 +4,19 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <utility>
 #include <vector>
 
+#include "runtime/tamb/BoundedLog.h"
 #include "runtime/tamb/CommandTime.h"
 #include "runtime/tamb/CurrentException.h"
 #include "runtime/tamb/WriteLogRecord.h"
@@ -25,9 +28,17 @@ namespace {
 
 using Command = std::shared_ptr<const ICommandMessage>;
 
+/// In characters; texts of commands may fill a whole message.
+constexpr std::size_t longestQuotation = 200;
+
+std::string quote(std::string_view text) {
+  return text.size() <= longestQuotation ? fmt::format("{:?}", text)
+                                         : fmt::format("{:?}...", text.substr(0, longestQuotation));
+}
+
 std::string describe(const ICommandMessage& command) {
-  return fmt::format("command {:?} (id {}, step {:?}, engine {})", command.GetCommandName(),
-                     command.GetCommandId(), command.GetStepId(), command.GetEngineId());
+  return fmt::format("command {} (id {}, step {}, engine {})", quote(command.GetCommandName()),
+                     command.GetCommandId(), quote(command.GetStepId()), command.GetEngineId());
 }
 
 void requireTime(double time) {
@@ -69,7 +80,7 @@ class Controls {
     return control;
   }
 
- private:
+  bool IsEmpty() const { return controls_.empty(); }
   std::string Names() const {
     std::vector<std::string> names;
     for (const auto& [name, control] : controls_) {
@@ -78,12 +89,14 @@ class Controls {
     return fmt::format("{}", fmt::join(names, ", "));
   }
 
+ private:
   const std::string kind_;
   std::map<std::string, std::shared_ptr<Control>> controls_;
 };
 
 class CommandProcessor : public ICommandProcessorFrontEnd,
                          public ICommandProcessorBackEnd,
+                         public ICommandRefusals,
                          public std::enable_shared_from_this<CommandProcessor> {
  public:
   CommandProcessor() = default;
@@ -107,6 +120,9 @@ class CommandProcessor : public ICommandProcessorFrontEnd,
   void EraseAllCommandsInStack() override;
   void EraseAllCommandsInStackBefore(double time) override;
   void DefineEngine(IEngineFrontEnd* engine) override;
+
+  void SetRefusalHandler(Handler handler) override;
+  void RefuseAll(std::string reason) override;
 
  private:
   /// Where a command stands among those that wait.
@@ -132,9 +148,12 @@ class CommandProcessor : public ICommandProcessorFrontEnd,
   void ExecuteUntil(double time);
   /// The next command of the execution, which then waits no more; empty when there is none left.
   Command TakeNext(Execution& execution);
-  /// Logs whatever goes wrong.
+  /// Logs and refuses what cannot be executed.
   void Execute(const ICommandMessage& command);
-  void LogDropped(const ICommandMessage& command) const;
+  void RefuseUnknownStep(const ICommandMessage& command);
+  /// False when nobody answers refused commands.
+  bool Refuse(const ICommandMessage& command, const std::string& reason);
+  void RefuseLate(const ICommandMessage& command, const std::string& reason);
 
   mutable std::mutex mutex_;
   std::map<Place, Command> commands_;
@@ -144,6 +163,14 @@ class CommandProcessor : public ICommandProcessorFrontEnd,
   IEngineFrontEnd* engine_ = nullptr;
   std::string workflowManagerId_;
   unsigned int engineId_ = 0;
+  Handler refusalHandler_;
+  /// Why nothing is executed any more, once that is so.
+  std::optional<std::string> refusal_;
+  BoundedLog untimed_{LogLevel::Warning, "Command processor: commands without a time, due at once"};
+  BoundedLog dropped_{LogLevel::Warning, "Command processor: commands for a step without a control"};
+  BoundedLog failed_{LogLevel::Error, "Command processor: commands that failed"};
+  BoundedLog refused_{LogLevel::Info, "Command processor: commands that came too late"};
+  BoundedLog unanswered_{LogLevel::Error, "Command processor: commands that got no answer"};
 };
 
 CommandProcessor::~CommandProcessor() {
@@ -174,16 +201,27 @@ void CommandProcessor::PushCommands(std::vector<Command> commands) {
     const CommandTime time(command->GetTime());
     if (!time.HasPlace()) {
       const auto& rate = command->GetTime().GetEditRate();
-      WriteLogRecord(
-          LogLevel::Warning,
-          fmt::format("Command processor of engine {}: {} is due at once: its edit rate {}/{} names no time",
-                      GetEngineId(), describe(*command), rate.GetNumerator(), rate.GetDenominator()));
+      untimed_.Write([&] {
+        return fmt::format(
+            "Command processor of engine {}: {} is due at once: its edit rate {}/{} names no time",
+            GetEngineId(), describe(*command), rate.GetNumerator(), rate.GetDenominator());
+      });
     }
     timed.emplace_back(time, std::move(command));
   }
-  const std::lock_guard lock(mutex_);
-  for (auto& [time, command] : timed) {
-    commands_.emplace(Place{time, nextNumber_++}, std::move(command));
+  std::string reason;
+  {
+    const std::lock_guard lock(mutex_);
+    if (!refusal_) {
+      for (auto& [time, command] : timed) {
+        commands_.emplace(Place{time, nextNumber_++}, std::move(command));
+      }
+      return;
+    }
+    reason = *refusal_;
+  }
+  for (const auto& [time, command] : timed) {
+    RefuseLate(*command, reason);
   }
 }
 
@@ -271,33 +309,80 @@ Command CommandProcessor::TakeNext(Execution& execution) {
 }
 
 void CommandProcessor::Execute(const ICommandMessage& command) {
+  std::string failure;
   try {
     std::shared_ptr<IBasicControl> control;
     {
       const std::lock_guard lock(mutex_);
       control = controls_.Find(command.GetStepId());
     }
-    if (control) {
-      control->ExecuteCommand(command);
-    } else {
-      LogDropped(command);
-    }
+    return control ? control->ExecuteCommand(command) : RefuseUnknownStep(command);
   } catch (...) {
-    WriteLogRecord(LogLevel::Error, fmt::format("Command processor: {} failed: {}", describe(command),
-                                                CurrentExceptionText()));
+    failure = CurrentExceptionText();
   }
+  failed_.Write([&] { return fmt::format("Command processor: {} failed: {}", describe(command), failure); });
+  Refuse(command, failure);
 }
 
-void CommandProcessor::LogDropped(const ICommandMessage& command) const {
+void CommandProcessor::RefuseUnknownStep(const ICommandMessage& command) {
   IEngineFrontEnd* engine = nullptr;
+  std::string reason = fmt::format("there is no step {}", quote(command.GetStepId()));
   {
     const std::lock_guard lock(mutex_);
     engine = engine_;
+    reason +=
+        controls_.IsEmpty() ? ", nor any other" : fmt::format("; expected one of {}", controls_.Names());
   }
-  WriteLogRecord(
-      LogLevel::Warning,
-      fmt::format("Command processor of engine {}: {} is dropped: no control has been added for its step",
-                  engine == nullptr ? GetEngineId() : engine->GetEngineId(), describe(command)));
+  dropped_.Write([&] {
+    return fmt::format(
+        "Command processor of engine {}: {} is dropped: no control has been added for its step",
+        engine == nullptr ? GetEngineId() : engine->GetEngineId(), describe(command));
+  });
+  Refuse(command, reason);
+}
+
+bool CommandProcessor::Refuse(const ICommandMessage& command, const std::string& reason) {
+  Handler handler;
+  {
+    const std::lock_guard lock(mutex_);
+    handler = refusalHandler_;
+  }
+  if (!handler) {
+    return false;
+  }
+  try {
+    handler(command, reason);
+  } catch (...) {
+    const auto failure = CurrentExceptionText();
+    unanswered_.Write(
+        [&] { return fmt::format("Command processor: {} got no answer: {}", describe(command), failure); });
+  }
+  return true;
+}
+
+void CommandProcessor::RefuseLate(const ICommandMessage& command, const std::string& reason) {
+  if (!Refuse(command, reason)) {
+    refused_.Write(
+        [&] { return fmt::format("Command processor: {} is refused: {}", describe(command), reason); });
+  }
+}
+
+void CommandProcessor::SetRefusalHandler(Handler handler) {
+  const std::lock_guard lock(mutex_);
+  refusalHandler_.swap(handler);
+}
+
+void CommandProcessor::RefuseAll(std::string reason) {
+  const auto self = shared_from_this();  // The handler may let go of the command processor.
+  std::map<Place, Command> waiting;
+  {
+    const std::lock_guard lock(mutex_);
+    refusal_ = reason;
+    waiting.swap(commands_);
+  }
+  for (const auto& [place, command] : waiting) {
+    RefuseLate(*command, reason);
+  }
 }
 
 }  // namespace

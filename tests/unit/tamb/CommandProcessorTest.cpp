@@ -86,7 +86,6 @@ class CommandProcessor : public testing::Test {
   /// What the control does after that.
   FunctionControl::Function then_ = [](const ICommandMessage&) {};
 
- private:
   void SetUp() override {
     std::tie(frontEnd_, backEnd_) = CreateCommandProcessor();
     addControl("step", [this](const ICommandMessage& each) {
@@ -421,6 +420,106 @@ TEST_F(CommandProcessor, LogsHowManyCommandsGoWithIt) {
   ASSERT_THAT(log.records(), SizeIs(1));
   EXPECT_EQ(log.records()[0].level, LogLevel::Info);
   EXPECT_THAT(log.records()[0].message, HasSubstr("2"));
+}
+
+/// A command processor whose refusals are written down, as "NAME: REASON".
+class RefusedCommands : public CommandProcessor {
+ protected:
+  void SetUp() override {
+    CommandProcessor::SetUp();
+    refusals().SetRefusalHandler([this](const ICommandMessage& each, const std::string& reason) {
+      refused_.push_back(each.GetCommandName() + ": " + reason);
+    });
+  }
+  tamb::ICommandRefusals& refusals() { return dynamic_cast<tamb::ICommandRefusals&>(*backEnd_); }
+  void pushTo(const std::string& step, const std::string& name) {
+    frontEnd_->PushCommand(std::make_shared<CommandMessage>(
+        CommandFields{.time = MediaTime({1, 1}, 0, nullptr), .commandName = name, .stepId = step}));
+  }
+
+  const CapturedLog log_;
+  std::vector<std::string> refused_;
+};
+
+TEST_F(RefusedCommands, NameTheStepsThereAreToACommandForAnother) {
+  addControl("mixer", [](const ICommandMessage&) {});
+  pushTo("vidoe", "Fade");
+  backEnd_->ExecuteAllCommands();
+  EXPECT_THAT(refused_, ElementsAre(R"(Fade: there is no step "vidoe"; expected one of "mixer", "step")"));
+}
+
+TEST_F(RefusedCommands, QuoteAStepOfAnyLengthInALineOfReadableLength) {
+  pushTo(std::string(60'000, '\x01'), "Fade");
+  backEnd_->ExecuteAllCommands();
+  ASSERT_THAT(refused_, SizeIs(1));
+  EXPECT_LT(refused_[0].size(), 2'000U);
+}
+
+TEST_F(RefusedCommands, SayWhatTheControlThrew) {
+  then_ = [](const ICommandMessage&) { throw std::runtime_error("no such fader"); };
+  push("bad", 0);
+  backEnd_->ExecuteAllCommands();
+  EXPECT_THAT(refused_, ElementsAre("bad: no such fader"));
+}
+
+TEST_F(RefusedCommands, AreThoseThatWaitAndThoseThatComeOnceNothingIsExecutedAnyMore) {
+  push("second", 2);
+  push("first", 1);
+  refusals().RefuseAll("the run has ended");
+  push("late", 0);
+  backEnd_->ExecuteAllCommands();
+  EXPECT_THAT(executed_, IsEmpty());
+  EXPECT_THAT(refused_, ElementsAre("first: the run has ended", "second: the run has ended",
+                                    "late: the run has ended"));
+}
+
+TEST_F(RefusedCommands, AreLoggedWhenTheAnswerFails) {
+  refusals().SetRefusalHandler(
+      [](const ICommandMessage&, const std::string&) { throw std::runtime_error("nobody listens"); });
+  pushTo("vidoe", "Fade");
+  pushTo("step", "next");
+  backEnd_->ExecuteAllCommands();
+  EXPECT_THAT(executed_, ElementsAre("next"));
+  EXPECT_THAT(log_.recordsWith("nobody listens"), SizeIs(1));
+}
+
+TEST_F(RefusedCommands, AreNotAnsweredOnceTheHandlerIsTakenBack) {
+  refusals().SetRefusalHandler(nullptr);
+  pushTo("vidoe", "Fade");
+  backEnd_->ExecuteAllCommands();
+  EXPECT_THAT(refused_, IsEmpty());
+}
+
+TEST_F(CommandProcessor, WritesFewLinesAboutAMillionCommandsThatFail) {
+  constexpr int count = 1'000'000;
+  const CapturedLog log;
+  const auto stray =
+      std::make_shared<CommandMessage>(CommandFields{.commandName = "Fade", .stepId = "mixer"});
+  const auto bad = std::make_shared<CommandMessage>(
+      CommandFields{.time = MediaTime({1, 1}, 0, nullptr), .commandName = "bad", .stepId = "step"});
+  then_ = [](const ICommandMessage&) { throw std::runtime_error("no such fader"); };
+  for (int i = 0; i < count / 1'000; ++i) {
+    frontEnd_->PushCommands(std::vector<std::shared_ptr<const ICommandMessage>>(1'000, stray));
+    frontEnd_->PushCommands(std::vector<std::shared_ptr<const ICommandMessage>>(1'000, bad));
+    backEnd_->ExecuteAllCommands();
+    executed_.clear();
+  }
+  // Ten of each kind: without a time, without a step, failed; and the counts from 100 to 1 000 000.
+  EXPECT_THAT(log.records(), SizeIs(3 * (10 + 5)));
+  EXPECT_THAT(log.recordsWith("1000000 so far"), SizeIs(3));
+}
+
+TEST_F(CommandProcessor, TellsTheTotalAtItsEndWhenNotAllWasLogged) {
+  const CapturedLog log;
+  for (int i = 0; i < 123; ++i) {
+    frontEnd_->PushCommand(
+        std::make_shared<CommandMessage>(CommandFields{.commandName = "a", .stepId = "step"}));
+  }
+  backEnd_->ExecuteAllCommands();
+  EXPECT_THAT(log.recordsWith("123 so far"), IsEmpty());
+  frontEnd_.reset();
+  backEnd_.reset();
+  EXPECT_THAT(log.recordsWith("commands without a time, due at once: 123 so far"), SizeIs(1));
 }
 
 TEST(CommandProcessorThreads, EveryCommandRunsOnceAndInThePushersOrder) {
