@@ -5,6 +5,7 @@
 #include <chrono>
 #include <utility>
 
+#include "runtime/tamb/CommandProcessor.h"
 #include "runtime/tamb/CurrentException.h"
 #include "tamb/LogContext.h"
 #include "tamb/TAMBRuntimeError.h"
@@ -14,20 +15,38 @@ namespace qor::engines {
 using tamb::EngineStatus;
 using tamb::TAMBRuntimeError;
 
+namespace {
+
+/// Null for a command processor of somebody else's, which answers for itself.
+tamb::ICommandRefusals* refusalsOf(tamb::ICommandProcessorBackEnd& commands) {
+  return dynamic_cast<tamb::ICommandRefusals*>(&commands);
+}
+
+}  // namespace
+
 EngineBase::EngineBase(std::string name, const std::string& step,
                        std::shared_ptr<tamb::ICommandProcessorBackEnd> commands)
     : name_(std::move(name)),
       step_(step),
       commands_(std::move(commands)),
-      control_(std::make_shared<StepControl>(step)) {
+      control_(std::make_shared<StepControl>(step)),
+      source_(std::make_shared<NotificationSource>(step)) {
   if (!commands_) {
     throw TAMBRuntimeError(fmt::format("{}: there is no command processor", name_));
   }
   commands_->AddControl(step_, control_);
+  if (auto* const refusals = refusalsOf(*commands_)) {
+    refusals->SetRefusalHandler([source = source_](const auto& command, const auto& reason) {
+      source->notifications().commandFailed(command, 0, reason);
+    });
+  }
 }
 
 // The command processor may outlive the engine that it was told of.
-EngineBase::~EngineBase() { commands_->DefineEngine(nullptr); }
+EngineBase::~EngineBase() {
+  commands_->DefineEngine(nullptr);
+  if (auto* const refusals = refusalsOf(*commands_)) refusals->SetRefusalHandler(nullptr);
+}
 
 void EngineBase::SetInitConfig(std::shared_ptr<const tamb::IParametersCollectionInstance> config) {
   const std::lock_guard lock(mutex_);
@@ -74,7 +93,7 @@ void EngineBase::Run() {
     }
     status_ = EngineStatus::Running;
     running_ = true;
-    tamb::DefineContextEngine_deprecated(name_, engineId_,
+    tamb::DefineContextEngine_deprecated(name_, source_->engineId(),
                                          clocks_.empty() ? nullptr : clocks_.begin()->second, inputs_,
                                          outputs_, allocators_, loggers_, benchmarkers_);
   }
@@ -86,10 +105,14 @@ void EngineBase::Run() {
   try {
     runOnce();
   } catch (...) {
-    conclude(EngineStatus::Failed, tamb::CurrentExceptionText());
+    const auto reason = tamb::CurrentExceptionText();
+    refuseCommands("the run has failed: " + reason);
+    conclude(EngineStatus::Failed, reason);
+    source_->publishFailure(reason);
     leave();
     throw;
   }
+  refuseCommands("the run has ended");
   if (GetStatus() == EngineStatus::Running) {
     conclude(EngineStatus::Stopped, "");
   }
@@ -109,6 +132,8 @@ void EngineBase::Ping(unsigned int timeout) {
 
 void EngineBase::RequestStop() { watch_.requestStop(); }
 
+void EngineBase::Abandon(std::string reason) { watch_.abandon(std::move(reason)); }
+
 void EngineBase::WaitForStop(unsigned int timeout) {
   std::unique_lock lock(mutex_);
   if (!left_.wait_for(lock, std::chrono::milliseconds(timeout), [this] { return !running_; })) {
@@ -116,29 +141,16 @@ void EngineBase::WaitForStop(unsigned int timeout) {
   }
 }
 
-void EngineBase::SetWorkflowManagerId(std::string id) {
-  const std::lock_guard lock(mutex_);
-  workflowManagerId_ = std::move(id);
-}
+void EngineBase::SetWorkflowManagerId(std::string id) { source_->setWorkflowManagerId(std::move(id)); }
 
-void EngineBase::SetEngineId(unsigned int id) {
-  const std::lock_guard lock(mutex_);
-  engineId_ = id;
-}
+void EngineBase::SetEngineId(unsigned int id) { source_->setEngineId(id); }
 
-std::string EngineBase::GetWorkflowManagerId() const {
-  const std::lock_guard lock(mutex_);
-  return workflowManagerId_;
-}
+std::string EngineBase::GetWorkflowManagerId() const { return source_->workflowManagerId(); }
 
-unsigned int EngineBase::GetEngineId() const {
-  const std::lock_guard lock(mutex_);
-  return engineId_;
-}
+unsigned int EngineBase::GetEngineId() const { return source_->engineId(); }
 
 void EngineBase::SetNotificationHubBackEnd(std::shared_ptr<tamb::INotificationHubBackEnd> hub) {
-  const std::lock_guard lock(mutex_);
-  hub_ = std::move(hub);
+  source_->setHub(std::move(hub));
 }
 
 EngineStatus EngineBase::GetStatus() const {
@@ -164,9 +176,8 @@ void EngineBase::conclude(EngineStatus status, const std::string& error) {
   lastError_ = error;
 }
 
-StepNotifications EngineBase::notifications() const {
-  const std::lock_guard lock(mutex_);
-  return StepNotifications(hub_, {step_, workflowManagerId_, engineId_});
+void EngineBase::refuseCommands(const std::string& reason) {
+  if (auto* const refusals = refusalsOf(*commands_)) refusals->RefuseAll(reason);
 }
 
 }  // namespace qor::engines

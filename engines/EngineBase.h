@@ -6,6 +6,8 @@
 #include <mutex>
 #include <string>
 
+#include "engines/IAbandonable.h"
+#include "engines/NotificationSource.h"
 #include "engines/RunWatch.h"
 #include "engines/StepControl.h"
 #include "engines/StepNotifications.h"
@@ -16,7 +18,10 @@ namespace qor::engines {
 
 /// What engines have in common: what their user gives them, the states of their one run, and the step whose
 /// commands and notifications are theirs. Any thread.
-class EngineBase : public tamb::IEngineFrontEnd {
+///
+/// Every command is answered. Commands that nobody can execute get "CommandFailed": those for a step that
+/// there is not, those whose execution throws, and those that come, or still wait, when the run has ended.
+class EngineBase : public tamb::IEngineFrontEnd, public IAbandonable {
  public:
   ~EngineBase() override;
   EngineBase(const EngineBase&) = delete;
@@ -29,12 +34,15 @@ class EngineBase : public tamb::IEngineFrontEnd {
   void AddClock(std::string name, std::shared_ptr<tamb::IMediaClock> clock) override;
   void AddLogger(std::string name, std::shared_ptr<tamb::ILogger> logger) override;
   void AddBenchmarker(std::string name, void* benchmarker) override;
-  /// An engine runs once: entering it again throws TAMBRuntimeError and changes nothing.
+  /// An engine runs once: entering it again throws TAMBRuntimeError and changes nothing. When the run throws,
+  /// "Failed" is published with the exception's text, unless the run has published it, and the exception
+  /// passes through.
   void Run() override;
   /// Returns at once when nothing runs.
   void Ping(unsigned int timeout) override;
   /// Before Run, it has the run end at its start.
   void RequestStop() override;
+  void Abandon(std::string reason) override;
   void WaitForStop(unsigned int timeout) override;
   void SetWorkflowManagerId(std::string id) override;
   void SetEngineId(unsigned int id) override;
@@ -57,7 +65,7 @@ class EngineBase : public tamb::IEngineFrontEnd {
   /// The status from now on, for runs that end with a notification; without it, Run sets it.
   void conclude(tamb::EngineStatus status, const std::string& error);
   /// Notifications with the ids and the hub that the engine has now.
-  StepNotifications notifications() const;
+  StepNotifications notifications() const { return source_->notifications(); }
 
   const std::string& name() const { return name_; }
   const std::string& step() const { return step_; }
@@ -66,10 +74,14 @@ class EngineBase : public tamb::IEngineFrontEnd {
   StepControl& control() { return *control_; }
 
  private:
+  /// From now on, commands that come or wait are refused.
+  void refuseCommands(const std::string& reason);
+
   const std::string name_;
   const std::string step_;
   const std::shared_ptr<tamb::ICommandProcessorBackEnd> commands_;
   const std::shared_ptr<StepControl> control_;
+  const std::shared_ptr<NotificationSource> source_;
   RunWatch watch_;
 
   mutable std::mutex mutex_;
@@ -77,9 +89,6 @@ class EngineBase : public tamb::IEngineFrontEnd {
   bool running_ = false;
   tamb::EngineStatus status_ = tamb::EngineStatus::Idle;
   std::string lastError_;
-  std::string workflowManagerId_;
-  unsigned int engineId_ = 0;
-  std::shared_ptr<tamb::INotificationHubBackEnd> hub_;
   // Kept for the log context, and because their givers may count on it; the document says what is read.
   std::shared_ptr<const tamb::IParametersCollectionInstance> config_;
   std::map<std::string, std::shared_ptr<tamb::IInputEndpoint>> inputs_;

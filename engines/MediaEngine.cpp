@@ -55,6 +55,7 @@ void MediaEngine::runOnce() {
     // Gone before anybody is told how it ended: files are closed then, and what is incomplete is removed.
     result = MediaRun(*document_, mediaCommands, reports, watch(), position_).run();
   } catch (const StoppedEarly&) {
+    if (watch().abandoned()) return giveUp(mediaCommands, reports);
     result.stopped = true;
   } catch (...) {
     const auto reason = tamb::CurrentExceptionText();
@@ -66,6 +67,13 @@ void MediaEngine::runOnce() {
   mediaCommands.refuseRest(fmt::format("the run has ended at {:.3f} s", result.duration));
   conclude(EngineStatus::Stopped, "");
   reports.finished(result);
+}
+
+void MediaEngine::giveUp(MediaCommands& mediaCommands, const MediaReports& reports) {
+  const auto reason = watch().abandonReason();
+  mediaCommands.refuseRest("the run was abandoned");
+  conclude(EngineStatus::Failed, reason);
+  if (!reason.empty()) reports.failed(position_.position, reason);
 }
 
 }  // namespace qor::engines

@@ -10,6 +10,9 @@
 
 namespace qor::engines {
 
+class MediaCommands;
+class MediaReports;
+
 /// An engine that transcodes or analyses one file, on FFmpeg's libraries. Run does all of it on the calling
 /// thread. What goes wrong with the media is no exception of Run's: the run notifies "Failed" and returns,
 /// the status is Failed, and the last error message is the reason. An engine runs once.
@@ -24,6 +27,8 @@ class MediaEngine final : public EngineBase {
 
  private:
   void runOnce() override;
+  /// The end of a run that was abandoned, once nothing is left of its output.
+  void giveUp(MediaCommands& mediaCommands, const MediaReports& reports);
 
   std::optional<MediaDocument> document_;
   MediaPosition position_;

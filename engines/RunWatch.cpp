@@ -1,11 +1,27 @@
 #include "engines/RunWatch.h"
 
+#include <utility>
+
 namespace qor::engines {
 
 void RunWatch::requestStop() {
   const std::lock_guard lock(mutex_);
   stopRequested_ = true;
   changed_.notify_all();
+}
+
+void RunWatch::abandon(std::string reason) {
+  const std::lock_guard lock(mutex_);
+  if (stopRequested_) return;
+  abandonReason_ = std::move(reason);
+  abandoned_ = true;
+  stopRequested_ = true;
+  changed_.notify_all();
+}
+
+std::string RunWatch::abandonReason() const {
+  const std::lock_guard lock(mutex_);
+  return abandonReason_;
 }
 
 void RunWatch::beat() {

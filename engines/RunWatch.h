@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
+#include <string>
 
 namespace qor::engines {
 
@@ -15,7 +16,13 @@ class RunWatch {
   using Clock = std::chrono::steady_clock;
 
   void requestStop();
+  /// Requests a stop whose result nobody wants, for that reason. Nothing once a stop was requested.
+  void abandon(std::string reason);
+  /// Whether a stop was requested, in either way.
   bool stopRequested() const { return stopRequested_; }
+  bool abandoned() const { return abandoned_; }
+  /// Why it was abandoned.
+  std::string abandonReason() const;
 
   /// A sign of life of the run. Cheap: it takes no lock unless somebody waits for it.
   void beat();
@@ -26,9 +33,11 @@ class RunWatch {
   void sleepUntil(Clock::time_point deadline);
 
  private:
-  std::mutex mutex_;
+  mutable std::mutex mutex_;
   std::condition_variable changed_;
   std::atomic<bool> stopRequested_{false};
+  std::atomic<bool> abandoned_{false};
+  std::string abandonReason_;
   std::atomic<std::uint64_t> beats_{0};
   std::atomic<int> waiting_{0};
 };

@@ -34,6 +34,19 @@ std::shared_ptr<const tamb::IParametersCollectionInstance> collection(const Noti
   return tamb::CreateParametersCollectionInstance(prototype);  // Its values are the defaults.
 }
 
+/// In bytes. A value is in its message twice, and a message holds at most 65 536 bytes.
+constexpr std::size_t longestText = 8'000;
+
+std::string cut(std::string text) {
+  if (text.size() > longestText) {
+    // Between two characters of UTF-8, the later bytes of which begin with the bits 10.
+    auto end = longestText;
+    while (end > longestText - 4 && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U) --end;
+    text.replace(end, std::string::npos, "...");
+  }
+  return text;
+}
+
 }  // namespace
 
 tamb::MediaTime inMilliseconds(double seconds) {
@@ -43,8 +56,9 @@ tamb::MediaTime inMilliseconds(double seconds) {
 }
 
 StepNotifications::StepNotifications(std::shared_ptr<tamb::INotificationHubBackEnd> hub,
-                                     NotificationOrigin origin)
-    : hub_(std::move(hub)), origin_(std::move(origin)) {}
+                                     NotificationOrigin origin,
+                                     std::shared_ptr<std::atomic<bool>> failurePublished)
+    : hub_(std::move(hub)), origin_(std::move(origin)), failurePublished_(std::move(failurePublished)) {}
 
 void StepNotifications::publish(const std::string& line, double seconds,
                                 const NotificationValues& values) const {
@@ -64,14 +78,16 @@ void StepNotifications::publishBatch(
 }
 
 void StepNotifications::commandDone(const tamb::ICommandMessage& command, double seconds) const {
-  push(compose("CommandDone", seconds, {{"command", command.GetCommandName()}, {"reason", std::string()}},
+  push(compose("CommandDone", seconds,
+               {{"command", cut(command.GetCommandName())}, {"reason", std::string()}},
                command.GetCommandId(), false));
 }
 
 void StepNotifications::commandFailed(const tamb::ICommandMessage& command, double seconds,
                                       const std::string& reason) const {
-  push(compose("CommandFailed", seconds, {{"command", command.GetCommandName()}, {"reason", reason}},
-               command.GetCommandId(), true));
+  push(compose("CommandFailed", seconds,
+               {{"command", cut(command.GetCommandName())}, {"reason", cut(reason)}}, command.GetCommandId(),
+               true));
 }
 
 std::shared_ptr<const tamb::INotificationMessage> StepNotifications::compose(const std::string& line,
@@ -93,8 +109,12 @@ std::shared_ptr<const tamb::INotificationMessage> StepNotifications::compose(con
 }
 
 void StepNotifications::push(std::shared_ptr<const tamb::INotificationMessage> notification) const {
+  const bool isFailure = notification->GetNotificationLine() == "Failed";
   if (hub_) {
     hub_->PushNotification(std::move(notification));
+  }
+  if (isFailure && failurePublished_) {
+    *failurePublished_ = true;
   }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -26,13 +27,15 @@ struct NotificationOrigin {
 /// hub, nobody is told.
 class StepNotifications {
  public:
-  StepNotifications(std::shared_ptr<tamb::INotificationHubBackEnd> hub, NotificationOrigin origin);
+  /// `failurePublished`, if there is one, becomes true once a notification "Failed" has been published.
+  StepNotifications(std::shared_ptr<tamb::INotificationHubBackEnd> hub, NotificationOrigin origin,
+                    std::shared_ptr<std::atomic<bool>> failurePublished = nullptr);
 
   void publish(const std::string& line, double seconds, const NotificationValues& values) const;
   void publishError(const std::string& line, double seconds, const NotificationValues& values) const;
   void publishBatch(std::vector<std::shared_ptr<const tamb::INotificationMessage>> batch) const;
 
-  /// The answers to commands.
+  /// The answers to commands. Names and reasons that are too long for one message are cut.
   void commandDone(const tamb::ICommandMessage& command, double seconds) const;
   void commandFailed(const tamb::ICommandMessage& command, double seconds, const std::string& reason) const;
 
@@ -45,6 +48,7 @@ class StepNotifications {
 
   const std::shared_ptr<tamb::INotificationHubBackEnd> hub_;
   const NotificationOrigin origin_;
+  const std::shared_ptr<std::atomic<bool>> failurePublished_;
 };
 
 /// Seconds as media time at 1000/1, rounded to the nearest millisecond.

@@ -55,6 +55,12 @@ void TestEngine::RequestStop() {
   }
 }
 
+void TestEngine::Abandon(std::string reason) {
+  if (document_.behaviour != TestBehaviour::IgnoreStop) {
+    EngineBase::Abandon(std::move(reason));
+  }
+}
+
 void TestEngine::Ping(unsigned int timeout) {
   notifications().publish("Pinged", 0, {{"value", std::uint64_t{timeout}}});
   EngineBase::Ping(timeout);

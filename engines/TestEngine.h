@@ -19,6 +19,7 @@ class TestEngine final : public EngineBase {
   /// Commits the fault that is to happen on construction.
   void AddEngineDescription(std::shared_ptr<tamb::IEngineDescription> description) override;
   void RequestStop() override;
+  void Abandon(std::string reason) override;
   /// Publishes that it is pinged, and goes on as other engines do.
   void Ping(unsigned int timeout) override;
   /// Throws always: there is no media.

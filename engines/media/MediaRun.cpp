@@ -195,7 +195,14 @@ void MediaRun::process() {
   }
 }
 
+void MediaRun::requireWanted() const {
+  if (!stopped_ && watch_.abandoned()) {
+    throw StoppedEarly();
+  }
+}
+
 void MediaRun::finish() {
+  requireWanted();
   result_.stopped = stopping();
   // A run that is stopped takes out no more than went in.
   const auto wanted = [this](double seconds) {
@@ -209,6 +216,7 @@ void MediaRun::finish() {
       (*lane)->finish(wanted);
     }
   }
+  requireWanted();
   if (meter_) {
     meter_->finish();
     result_.integrated = meter_->integrated();

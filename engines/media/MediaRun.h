@@ -34,7 +34,8 @@ class MediaRun final : public MediaCommandTarget {
   MediaRun& operator=(const MediaRun&) = delete;
 
   /// Returns when the output is complete. Throws TAMBRuntimeError when something fails, and StoppedEarly
-  /// when a stop was requested before input and output were open.
+  /// when a stop was requested before input and output were open, or when the run was abandoned before its
+  /// end.
   MediaResult run();
 
   void advanceTo(const tamb::MediaTime& time) override;
@@ -53,6 +54,8 @@ class MediaRun final : public MediaCommandTarget {
   void requireEmpty(const StreamDecoder& decoder) const;
   void process();
   void finish();
+  /// Throws when a run has been cut short whose output nobody wants.
+  void requireWanted() const;
 
   void showPicture();
   /// Processes the audio at hand up to that sample.

@@ -349,8 +349,39 @@ TEST_F(Commands, AreExecutedByTheRunAlone) {
   make();
   const auto id = filterCommand(now(), "volume", "volume", "0");
   local_.commandBackEnd->ExecuteAllCommands();
-  EXPECT_FALSE(heard_->answerTo(id));
+  EXPECT_THAT(refusal(id), HasSubstr("executed by the engine's run alone"));
   EXPECT_THAT(log_.recordsWith("executed by the engine's run alone"), SizeIs(1));
+}
+
+TEST_F(Commands, ForAStepThatThereIsNotAreAnsweredWithTheStepsThereAre) {
+  make();
+  const auto push = [this](unsigned int id, const tamb::MediaTime& time) {
+    local_.commandFrontEnd->PushCommand(std::make_shared<tamb::CommandMessage>(
+        tamb::CommandFields{.time = time, .commandName = "Pause", .commandId = id, .stepId = "vidoe"}));
+  };
+  push(5, at(1, 1));
+  push(6, at(100, 1));
+  engine().Run();
+  for (const auto id : {5, 6}) {
+    EXPECT_EQ(refusal(id), R"(there is no step "vidoe"; expected one of "media")");
+  }
+  EXPECT_EQ(heard_->lines().back(), "Finished");
+}
+
+TEST_F(Commands, ThatComeWhenTheRunHasEndedAreAnswered) {
+  make();
+  engine().Run();
+  const auto late = filterCommand(at(1, 1), "volume", "volume", "0");
+  EXPECT_EQ(refusal(late), "the run has ended");
+}
+
+TEST_F(Commands, OfAnyLengthAreAnsweredInOneMessage) {
+  make();
+  local_.commandFrontEnd->PushCommand(std::make_shared<tamb::CommandMessage>(
+      tamb::CommandFields{.commandName = std::string(60'000, 'x'), .commandId = 5, .stepId = "media"}));
+  engine().Run();
+  const auto values = heard_->answerTo(5)->GetNotificationObject();
+  EXPECT_LT(values->GetUTF8String("command").size() + values->GetUTF8String("reason").size(), 20'000U);
 }
 
 TEST_F(Commands, ComeTooEarlyForARunThatFails) {

@@ -12,6 +12,7 @@
 #include <thread>
 #include <utility>
 
+#include "engines/IAbandonable.h"
 #include "tamb/TAMBRuntimeError.h"
 #include "tests/engines/EngineTest.h"
 #include "tests/support/BackgroundCall.h"
@@ -58,6 +59,7 @@ class Stop : public EngineTest {
       function(each);
     }));
   }
+  void abandon(const std::string& reason) { dynamic_cast<IAbandonable&>(engine()).Abandon(reason); }
   bool stopped() const {
     const auto finished = heard_->only("Finished");
     return finished && finished->GetNotificationObject()->GetBool("stopped");
@@ -110,6 +112,58 @@ TEST_F(Stop, InTheMiddleGivesAFileOfWhatWasDone) {
   const auto result = readBack(path("out.mkv"));
   EXPECT_NEAR(static_cast<double>(result.pictures.size()), 25, 2);
   EXPECT_NEAR(static_cast<double>(result.samples.size()), 48'000, 3'000);
+}
+
+TEST_F(Stop, OfARunThatIsAbandonedLeavesTheEarlierFile) {
+  std::ofstream(path("out.mkv")) << "earlier";
+  make(media({{"input", quoted(sharedClip())}, {"output", quoted(path("out.mkv"))}}));
+  onNotification([this](const auto& each) {
+    if (each->GetNotificationLine() == "Progress") abandon("the host has gone");
+  });
+  const auto waiting = command("Pause", at(100, 1));
+  engine().Run();
+  EXPECT_EQ(failure(), "the host has gone");
+  EXPECT_EQ(engine().GetStatus(), tamb::EngineStatus::Failed);
+  EXPECT_EQ(heard_->lines().back(), "Failed");
+  EXPECT_EQ(reasonOf(heard_->answerTo(waiting)), "the run was abandoned");
+  EXPECT_THAT(fileNames(), testing::ElementsAre("out.mkv"));
+  std::string content;
+  std::getline(std::ifstream(path("out.mkv")), content);
+  EXPECT_EQ(content, "earlier");
+}
+
+TEST_F(Stop, OfARunThatIsAbandonedForItsProcessIsNotReported) {
+  make(media({{"input", quoted(sharedClip())}, {"output", quoted(path("out.mkv"))}}));
+  onNotification([this](const auto& each) {
+    if (each->GetNotificationLine() == "Progress") abandon("");
+  });
+  engine().Run();
+  EXPECT_THAT(fileNames(), IsEmpty());
+  EXPECT_EQ(heard_->lines().back(), "Progress");
+}
+
+TEST_F(Stop, ThatWasAskedForBeforeCompletesTheFileOfARunThatIsThenAbandoned) {
+  make(media({{"input", quoted(sharedClip())}, {"output", quoted(path("out.mkv"))}}));
+  onNotification([this](const auto& each) {
+    if (each->GetNotificationLine() != "Progress") return;
+    engine().RequestStop();
+    abandon("the host has gone");
+  });
+  engine().Run();
+  EXPECT_TRUE(stopped()) << failure();
+  EXPECT_THAT(fileNames(), testing::ElementsAre("out.mkv"));
+  EXPECT_FALSE(readBack(path("out.mkv")).pictures.empty());
+}
+
+TEST_F(Stop, ByACommandCompletesTheFileOfARunThatIsThenAbandoned) {
+  make(media({{"input", quoted(sharedClip())}, {"output", quoted(path("out.mkv"))}}));
+  onNotification([this](const auto& each) {
+    if (each->GetNotificationLine() == "CommandDone") abandon("the host has gone");
+  });
+  command("Stop", at(1, 1));
+  engine().Run();
+  EXPECT_TRUE(stopped()) << failure();
+  EXPECT_THAT(readBack(path("out.mkv")).pictures, SizeIs(25));
 }
 
 TEST_F(Stop, BeforeTheRunEndsItAtItsStart) {

@@ -77,6 +77,23 @@ TEST_F(FaultyEngine, ThrowsInTheRun) {
   EXPECT_EQ(engine().GetLastErrorMessage(), "TestEngine: thrown in the run");
 }
 
+TEST_F(FaultyEngine, ReportsOnceThatItsRunHasThrownAndAnswersItsCommands) {
+  make(document("throw"));
+  const auto waiting = command("Hello", now());
+  EXPECT_THROW(engine().Run(), tamb::TAMBRuntimeError);
+  const auto late = command("Hello", now());
+  const auto failed = heard_->only("Failed");
+  ASSERT_TRUE(failed);
+  EXPECT_EQ(reasonOf(failed), "TestEngine: thrown in the run");
+  EXPECT_TRUE(failed->IsAnError());
+  EXPECT_EQ(failed->GetStepId(), "test");
+  for (const auto id : {waiting, late}) {
+    ASSERT_TRUE(heard_->answerTo(id));
+    EXPECT_EQ(heard_->answerTo(id)->GetNotificationLine(), "CommandFailed");
+    EXPECT_EQ(reasonOf(heard_->answerTo(id)), "the run has failed: TestEngine: thrown in the run");
+  }
+}
+
 TEST_F(FaultyEngine, ThrowsOnConstruction) {
   EXPECT_THROW(make(document("throw", "construct")), tamb::TAMBRuntimeError);
 }
