@@ -9,8 +9,11 @@
 #include "TcpCommandProcessorBackEnd.h"
 #include "TcpEngineBackEnd.h"
 #include "TcpNotificationHubBackEnd.h"
+#include "engines/IAbandonable.h"
 #include "engines/LocalEngine.h"
 #include "programs/engine/EditRates.h"
+#include "programs/engine/EndingSignals.h"
+#include "programs/engine/FailureReport.h"
 #include "programs/engine/ServedEngine.h"
 #include "qor/socket/Socket.h"
 #include "qor/utils/Log.h"
@@ -26,6 +29,12 @@ using multiprocess_communication::TcpEngineBackEnd;
 using multiprocess_communication::TcpNotificationHubBackEnd;
 
 constexpr unsigned int readyMilliseconds = 5'000;
+/// For a run to end ahead of its process, which its supervisor gives 5 s.
+constexpr unsigned int endMilliseconds = 3'000;
+constexpr const char* hostHasGone =
+    "the host has gone, or was silent for 10 s, and did not ask the run to finish: the run was abandoned and "
+    "its "
+    "output discarded";
 
 /// The sockets of the engine control channel are bound on its own threads: it is ready once both of them
 /// answer.
@@ -50,6 +59,21 @@ void useIfPossible(const processes::Cores& cores) {
   }
 }
 
+void abandon(tamb::IEngineFrontEnd& engine, const std::string& reason) {
+  if (auto* const abandonable = dynamic_cast<engines::IAbandonable*>(&engine)) abandonable->Abandon(reason);
+}
+
+/// For a process that is ended by a signal: its supervisor reports that.
+void endRun(tamb::IEngineFrontEnd& engine) {
+  try {
+    abandon(engine, "");
+    engine.RequestStop();
+    engine.WaitForStop(endMilliseconds);
+  } catch (const std::exception& error) {
+    utils::logWarning(std::string("the engine's run does not end with its process: ") + error.what());
+  }
+}
+
 }  // namespace
 
 void serveEngine(const EngineOptions& options, const std::function<void(EngineEvent)>& onEvent) {
@@ -62,10 +86,16 @@ void serveEngine(const EngineOptions& options, const std::function<void(EngineEv
     allCores = processes::usableCores();
     processes::useCores({*options.core});
   }
+  // Before there are threads of the channels, and as long as there is anything to put in order.
+  const EndingSignals signals([engine = local.engine] { endRun(*engine); });
   // Commands arrive by the channel, notifications leave by it, and the engine is run by it: in the order in
   // which they have to be there, and in the opposite order they go.
-  local.engine->SetNotificationHubBackEnd(withEnginesEditRates(std::make_shared<TcpNotificationHubBackEnd>(
-      options.workflowManagerId, static_cast<unsigned int>(options.engineId), options.notificationEndpoint)));
+  const auto engineId = static_cast<unsigned int>(options.engineId);
+  const auto failureReport =
+      std::make_shared<FailureReport>(withEnginesEditRates(std::make_shared<TcpNotificationHubBackEnd>(
+                                          options.workflowManagerId, engineId, options.notificationEndpoint)),
+                                      options.workflowManagerId, engineId);
+  local.engine->SetNotificationHubBackEnd(failureReport);
   const TcpCommandProcessorBackEnd commands(withHostsEditRates(local.commandFrontEnd), local.commandBackEnd,
                                             options.commandEndpoint);
   const auto onEnginesEvent = [&](EngineEvent event) {
@@ -73,12 +103,15 @@ void serveEngine(const EngineOptions& options, const std::function<void(EngineEv
     if (options.core && event == EngineEvent::Running) useIfPossible(allCores);
     onEvent(event);
   };
-  TcpEngineBackEnd control(std::make_shared<ServedEngine>(local.engine, onEnginesEvent),
-                           options.requestEndpoint, options.statusEndpoint);
+  const auto served = std::make_shared<ServedEngine>(
+      local.engine, onEnginesEvent, [&](const std::string& reason) { failureReport->report(reason); });
+  TcpEngineBackEnd control(served, options.requestEndpoint, options.statusEndpoint);
   awaitEngineControl(options);
   onEvent(EngineEvent::Ready);
   control.waitForFrontEndTermination();
   onEvent(EngineEvent::Leaving);
+  // A result that nobody has asked for, or waits for, takes no earlier one's place.
+  if (!served->stopWasRequested()) abandon(*local.engine, hostHasGone);
   local.engine->RequestStop();
 }
 

@@ -21,9 +21,11 @@ enum class EngineEvent {
 };
 
 /// Makes the engine, connects the three channels to it, and serves until the controller has gone or has been
-/// silent for 10 s; then stops the engine. Waits for the engine's run to end, however long that takes:
-/// whoever watches over the process bounds that. Throws std::runtime_error when the engine cannot be made, or
-/// is not ready within 5 s.
+/// silent for 10 s; then stops the engine. A run that its controller has not asked to stop is abandoned: it
+/// leaves nothing of its output, and reports "Failed". So is a run whose process is ended by SIGTERM, SIGINT
+/// or SIGHUP, except that the death of the process is the report. A run that throws has that reported as
+/// "Failed". Waits for the engine's run to end, however long that takes: whoever watches over the process
+/// bounds that. Throws std::runtime_error when the engine cannot be made, or is not ready within 5 s.
 ///
 /// `onEvent` is called on several threads: Ready and Leaving on this one.
 void serveEngine(const EngineOptions& options, const std::function<void(EngineEvent)>& onEvent);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -8,7 +9,9 @@
 #include <utility>
 
 #include "programs/engine/EngineProcess.h"
+#include "runtime/tamb/CurrentException.h"
 #include "tamb/IEngineFrontEnd.h"
+#include "tamb/TAMBRuntimeError.h"
 
 namespace qor::programs {
 
@@ -20,9 +23,14 @@ class ServedEngine final : public tamb::IEngineFrontEnd {
   /// The controller sees every status that lasts so long, even when it has just connected, on a busy machine.
   static constexpr std::chrono::milliseconds shortestRun{500};
 
-  /// `onEvent` is called on the thread of the call that it is about.
-  ServedEngine(std::shared_ptr<tamb::IEngineFrontEnd> engine, std::function<void(EngineEvent)> onEvent)
-      : engine_(std::move(engine)), onEvent_(std::move(onEvent)) {}
+  /// `onEvent` is called on the thread of the call that it is about, `onFailure` with what a run has thrown,
+  /// before the run ends for whoever is shown it.
+  ServedEngine(std::shared_ptr<tamb::IEngineFrontEnd> engine, std::function<void(EngineEvent)> onEvent,
+               std::function<void(const std::string&)> onFailure)
+      : engine_(std::move(engine)), onEvent_(std::move(onEvent)), onFailure_(std::move(onFailure)) {}
+
+  /// Whether its controller has asked it to stop.
+  bool stopWasRequested() const { return stopWasRequested_; }
 
   void Run() override {
     // Whichever way the run ends.
@@ -35,7 +43,14 @@ class ServedEngine final : public tamb::IEngineFrontEnd {
       std::chrono::steady_clock::time_point end = std::chrono::steady_clock::now() + shortestRun;
     } stretch{onEvent_};
     onEvent_(EngineEvent::Running);
-    engine_->Run();
+    try {
+      engine_->Run();
+    } catch (...) {
+      const auto reason = tamb::CurrentExceptionText();
+      onFailure_(reason);
+      // Whatever it was: exceptions of other kinds are not expected beyond this.
+      throw tamb::TAMBRuntimeError(reason);
+    }
   }
 
   tamb::EngineStatus GetStatus() const override { return engine_->GetStatus(); }
@@ -69,6 +84,7 @@ class ServedEngine final : public tamb::IEngineFrontEnd {
   }
   void Ping(unsigned int timeout) override { engine_->Ping(timeout); }
   void RequestStop() override {
+    stopWasRequested_ = true;
     onEvent_(EngineEvent::StopRequested);
     engine_->RequestStop();
   }
@@ -84,6 +100,8 @@ class ServedEngine final : public tamb::IEngineFrontEnd {
  private:
   const std::shared_ptr<tamb::IEngineFrontEnd> engine_;
   const std::function<void(EngineEvent)> onEvent_;
+  const std::function<void(const std::string&)> onFailure_;
+  std::atomic<bool> stopWasRequested_{false};
 };
 
 }  // namespace qor::programs

@@ -34,6 +34,10 @@ class Signals {
   Signals() {
     ::sigemptyset(&set_);
     for (const int signal : {SIGTERM, SIGINT, SIGCHLD}) ::sigaddset(&set_, signal);
+    // Unless it is to outlive its terminal.
+    struct sigaction onHangUp {};
+    ::sigaction(SIGHUP, nullptr, &onHangUp);
+    if (onHangUp.sa_handler != SIG_IGN) ::sigaddset(&set_, SIGHUP);
     ::pthread_sigmask(SIG_BLOCK, &set_, &before_);
     descriptor_ = processes::Descriptor(::signalfd(-1, &set_, SFD_CLOEXEC | SFD_NONBLOCK));
     if (!descriptor_.isOpen()) throw std::system_error(errno, std::system_category(), "cannot await signals");

@@ -20,8 +20,8 @@ enum class EngineEnd : int {
 /// Runs the engine in a process of its own, which is this one's child, and sees to it that its controller is
 /// told when it dies. Returns once the child is gone and all has been said. Every wait is bounded: 20 s for
 /// the engine to be ready, 5 s for it to stop, 10 s of silence of the controller, 10 s for a child that was
-/// stopped (SIGSTOP) to be continued, 5 s for a run to end that was asked to stop. SIGTERM and SIGINT end the
-/// child, and with it the engine; it is killed when it is still there 5 s later.
+/// stopped (SIGSTOP) to be continued, 5 s for a run to end that was asked to stop. SIGTERM, SIGINT and SIGHUP
+/// end the child, and with it the engine; it is killed when it is still there 5 s later.
 ///
 /// To be called by a process that has one thread and has opened no sockets: the child is a copy of it.
 /// `onReady` is given the child's process id, `onFailure` one readable line. At the end the socket files
