@@ -1,7 +1,9 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
+#include <string>
 #include <utility>
 
 #include "engines/EngineBase.h"
@@ -9,8 +11,8 @@
 
 namespace qor::examples {
 
-/// Counts up, ten times a second, and tells. A command "Set" with the Int64 argument "value" changes the
-/// count.
+/// Counts up ten times a second, and publishes each count. The command "Set" with the Int64 argument "value"
+/// changes the count at its media time, which counts from the start of the run.
 class CounterEngine final : public engines::EngineBase {
  public:
   explicit CounterEngine(std::shared_ptr<tamb::ICommandProcessorBackEnd> commands)
@@ -24,22 +26,38 @@ class CounterEngine final : public engines::EngineBase {
 
  private:
   void runOnce() override {
-    const auto tell = notifications();
+    const auto out = notifications();
     const engines::StepControl::Serving serving(control(), [&](const tamb::ICommandMessage& command) {
-      count_ = command.GetCommandArgs()->GetInt64("value");
-      tell.commandDone(command, seconds_);
+      execute(command);
+      out.commandDone(command, seconds());
     });
     while (!watch().stopRequested()) {
       watch().beat();
-      commands().ExecuteAllCommandsScheduledAt(seconds_);
-      tell.publish("Count", seconds_, {{"value", count_++}});
-      seconds_ += 0.1;
+      commands().ExecuteAllCommandsScheduledAt(seconds());
+      out.publish("Count", seconds(), {{"value", count_++}});
+      ++tenths_;
       watch().sleepUntil(engines::RunWatch::Clock::now() + std::chrono::milliseconds(100));
     }
   }
 
+  /// What it throws is the reason in the command's "CommandFailed".
+  void execute(const tamb::ICommandMessage& command) {
+    if (command.GetCommandName() != "Set") {
+      throw tamb::TAMBRuntimeError("there is no command \"" + command.GetCommandName() +
+                                   "\"; expected \"Set\"");
+    }
+    const auto arguments = command.GetCommandArgs();
+    if (!arguments || !arguments->HasKey("value")) {
+      throw tamb::TAMBRuntimeError("it has no argument \"value\"; expected an Int64");
+    }
+    count_ = arguments->GetInt64("value");
+  }
+
+  double seconds() const { return static_cast<double>(tenths_) / 10; }
+
   std::int64_t count_ = 0;
-  double seconds_ = 0;
+  /// Of a second, since the start: whole numbers, so that times do not drift.
+  std::int64_t tenths_ = 0;
 };
 
 }  // namespace qor::examples

@@ -11,7 +11,7 @@
 #include "TcpNotificationHubBackEnd.h"
 #include "engines/IAbandonable.h"
 #include "engines/LocalEngine.h"
-#include "programs/engine/EditRates.h"
+#include "hosting/EditRates.h"
 #include "programs/engine/EndingSignals.h"
 #include "programs/engine/FailureReport.h"
 #include "programs/engine/ServedEngine.h"
@@ -91,13 +91,13 @@ void serveEngine(const EngineOptions& options, const std::function<void(EngineEv
   // Commands arrive by the channel, notifications leave by it, and the engine is run by it: in the order in
   // which they have to be there, and in the opposite order they go.
   const auto engineId = static_cast<unsigned int>(options.engineId);
-  const auto failureReport =
-      std::make_shared<FailureReport>(withEnginesEditRates(std::make_shared<TcpNotificationHubBackEnd>(
-                                          options.workflowManagerId, engineId, options.notificationEndpoint)),
-                                      options.workflowManagerId, engineId);
+  const auto failureReport = std::make_shared<FailureReport>(
+      hosting::withEnginesEditRates(std::make_shared<TcpNotificationHubBackEnd>(
+          options.workflowManagerId, engineId, options.notificationEndpoint)),
+      options.workflowManagerId, engineId);
   local.engine->SetNotificationHubBackEnd(failureReport);
-  const TcpCommandProcessorBackEnd commands(withHostsEditRates(local.commandFrontEnd), local.commandBackEnd,
-                                            options.commandEndpoint);
+  const TcpCommandProcessorBackEnd commands(hosting::withHostsEditRates(local.commandFrontEnd),
+                                            local.commandBackEnd, options.commandEndpoint);
   const auto onEnginesEvent = [&](EngineEvent event) {
     // On the thread of the run, whatever that starts.
     if (options.core && event == EngineEvent::Running) useIfPossible(allCores);

@@ -5,7 +5,7 @@
 #include "tamb/ICommandProcessor.h"
 #include "tamb/INotificationHub.h"
 
-namespace qor::programs {
+namespace qor::hosting {
 
 /// The two members of an edit rate are exchanged on their way between the processes. An engine keeps the same
 /// times here as in its host's own process: what arrives is exchanged back, and what leaves is exchanged
@@ -21,4 +21,4 @@ std::shared_ptr<tamb::ICommandProcessorFrontEnd> withHostsEditRates(
 std::shared_ptr<tamb::INotificationHubBackEnd> withEnginesEditRates(
     std::shared_ptr<tamb::INotificationHubBackEnd> hub);
 
-}  // namespace qor::programs
+}  // namespace qor::hosting

@@ -1,4 +1,4 @@
-#include "programs/engine/EditRates.h"
+#include "hosting/EditRates.h"
 
 #include <mutex>
 #include <utility>
@@ -7,7 +7,7 @@
 #include "runtime/tamb/CommandMessage.h"
 #include "runtime/tamb/NotificationMessage.h"
 
-namespace qor::programs {
+namespace qor::hosting {
 
 namespace {
 
@@ -108,4 +108,4 @@ std::shared_ptr<tamb::INotificationHubBackEnd> withEnginesEditRates(
   return std::make_shared<NotificationHub>(std::move(hub));
 }
 
-}  // namespace qor::programs
+}  // namespace qor::hosting
