@@ -102,9 +102,9 @@ class Supervision {
       return EngineEnd::Died;
     }
     if (child_.isLeaving() && child_.status() == 0) return EngineEnd::Served;
-    onFailure_(child_.cause());
     // Once its controller has gone, there is nobody to tell.
     if (!child_.isLeaving()) sayLastWords();
+    reportDeath();
     return EngineEnd::Died;
   }
 
@@ -127,11 +127,20 @@ class Supervision {
     return EngineEnd::NotStarted;
   }
 
+  /// Once.
+  void reportDeath() {
+    if (!deathIsReported_) onFailure_(child_.cause());
+    deathIsReported_ = true;
+  }
+
+  /// The host comes first: reports go where a reader may stand still. From then on it is served for a while.
   void sayLastWords() {
     const auto shortest = Clock::now() + timeForLastWords;
     try {
-      speakForTheDead(options_, child_.cause(),
-                      [&] { return signals_.endIsAskedFor() && Clock::now() >= shortest; });
+      speakForTheDead(options_, child_.cause(), [&] {
+        reportDeath();
+        return signals_.endIsAskedFor() && Clock::now() >= shortest;
+      });
     } catch (const std::exception& error) {
       utils::logWarning(std::string("Nobody speaks for the dead engine: ") + error.what());
     }
@@ -139,6 +148,7 @@ class Supervision {
 
   const EngineOptions& options_;
   const std::function<void(const std::string&)>& onFailure_;
+  bool deathIsReported_ = false;
   Signals signals_;
   EngineChild child_{[this](const EngineChild::Line& parent) {
     signals_.giveBack();

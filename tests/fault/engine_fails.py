@@ -118,6 +118,28 @@ class Exits(FaultTest):
         self.conclude("Run returns; `EngineDied`")
 
 
+class Throws(FaultTest):
+    fault = "engine: throws inside Run"
+
+    def document(self, stage):
+        # The host after this one has an engine without faults.
+        return super().document(stage) if hasattr(self, "struck") else (
+            '{"engine": "test", "behaviour": "throw", "when": "command", "notifications": 1}')
+
+    def test_running(self):
+        call = self.reach(RUNNING)
+        self.struck = time.monotonic()
+        self.host.call("push 1 Fault")
+        self.expect_told(call, AT_ONCE)
+        self.host.wait_for("^notification Failed 0 TestEngine: thrown on a command")
+        # The engine's process is as well as before, and answers commands that come too late.
+        self.host.call("push 2 Hello")
+        self.host.wait_for("^notification CommandFailed 2 the run has failed: TestEngine: thrown on a command")
+        self.expect_destroyed()
+        self.expect_engines_gone(20)
+        self.conclude("`Failed` with the exception's text; Run returns; the engine answers on")
+
+
 class Stopped(FaultTest):
     fault = "engine: SIGSTOP, SIGCONT after 5 s"
 

@@ -7,7 +7,7 @@ import unittest
 
 import zmq
 
-from programs_support import CORES, ENGINE, PATIENCE, ProgramsTest, cores_of_threads, processes_below, wait_until
+from programs_support import CORES, ENGINE, PATIENCE, ProgramsTest, clip, cores_of_threads, processes_below, wait_until
 
 # TcpEngine.proto's messages, whose only required field is the first one.
 PING, RUN, GOODBYE, SUCCESS, IDLE = b"\x08\x01", b"\x08\x00", b"\x08\x05", b"\x08\x01", b"\x08\x02"
@@ -141,6 +141,20 @@ class EngineProgram(ProgramsTest):
         self.expect_exit(engine, 0)
         self.assertLess(time.monotonic() - start, 8)
         self.expect_nothing_left()
+
+    def test_discards_the_output_of_a_run_that_its_controller_leaves(self):
+        output = self.file("out.mkv", b"an earlier result")
+        engine, endpoints = self.ipc_engine({"engine": "media", "input": str(clip()), "output": str(output),
+                                             "startPaused": True})
+        engine.wait_for_ready()
+        requester = self.stock(zmq.REQ, endpoints["request"])
+        self.assertTrue(self.ask(requester, RUN).startswith(SUCCESS))
+        wait_until(lambda: list(self.folder.glob("out.mkv.*.part")), "the run does not begin")
+        self.assertTrue(self.ask(requester, GOODBYE).startswith(SUCCESS))
+        self.expect_exit(engine, 0)
+        self.expect_nothing_left()
+        self.assertEqual(list(self.folder.glob("out.mkv*")), [output])
+        self.assertEqual(output.read_bytes(), b"an earlier result")
 
     def test_leaves_by_itself_when_nobody_controls_it(self):
         engine, _ = self.ipc_engine()
