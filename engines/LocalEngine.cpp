@@ -11,8 +11,9 @@
 namespace qor::engines {
 
 LocalEngine makeLocalEngine(const tamb::IEngineDescription& description, OfferedEngines offered) {
-  const auto copy = std::make_shared<tamb::EngineDescription>(
-      description.GetWorkflowManagerId(), description.GetDescription(), description.GetEngineId());
+  const auto engineId = static_cast<unsigned int>(description.GetEngineId());
+  const auto copy = std::make_shared<tamb::EngineDescription>(description.GetWorkflowManagerId(),
+                                                              description.GetDescription(), engineId);
   const auto document = parseEngineDocument(copy->GetDescription(), offered);
   LocalEngine local;
   std::tie(local.commandFrontEnd, local.commandBackEnd) = tamb::CreateCommandProcessor();
@@ -21,7 +22,6 @@ LocalEngine makeLocalEngine(const tamb::IEngineDescription& description, Offered
   } else {
     local.engine = std::make_shared<TestEngine>(local.commandBackEnd);
   }
-  const auto engineId = static_cast<unsigned int>(copy->GetEngineId());
   local.engine->SetWorkflowManagerId(copy->GetWorkflowManagerId());
   local.engine->SetEngineId(engineId);
   local.commandFrontEnd->SetWorkflowManagerId(copy->GetWorkflowManagerId());

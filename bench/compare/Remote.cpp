@@ -82,7 +82,7 @@ void haveRemoteEngines(const std::string& countText) {
     engines.back()->SetInitConfig(config);
     const auto start = std::chrono::steady_clock::now();
     engines.back()->AddEngineDescription(std::make_shared<tamb::EngineDescription>(
-        "compare", R"({"engine": "test"})", static_cast<int>(number)));
+        "compare", R"({"engine": "test"})", static_cast<std::uint32_t>(number)));
     milliseconds.push_back(
         std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
     if (number == 0) residentWithOne = residentKibibytes();

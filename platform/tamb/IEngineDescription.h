@@ -13,7 +13,8 @@ class IEngineDescription {
   virtual std::string GetWorkflowManagerId() const = 0;
   /// A JSON document: which engine, its input, its output and its settings.
   virtual std::string GetDescription() const = 0;
-  /// The engine's number within its workflow manager.
+  /// The 32 bits of the engine's number within its workflow manager, 0 to 2^32-1: numbers above 2^31-1 are
+  /// negative here.
   virtual std::int32_t GetEngineId() const = 0;
 };
 

@@ -12,7 +12,7 @@ namespace qor::programs {
 /// What one engine's process is started for.
 struct EngineOptions {
   std::string workflowManagerId;
-  std::int32_t engineId = 0;
+  std::uint32_t engineId = 0;
   /// The description itself, a JSON document.
   std::string description;
   /// The engine's process binds all but the command endpoint, to which it connects.

@@ -90,11 +90,10 @@ void serveEngine(const EngineOptions& options, const std::function<void(EngineEv
   const EndingSignals signals([engine = local.engine] { endRun(*engine); });
   // Commands arrive by the channel, notifications leave by it, and the engine is run by it: in the order in
   // which they have to be there, and in the opposite order they go.
-  const auto engineId = static_cast<unsigned int>(options.engineId);
   const auto failureReport = std::make_shared<FailureReport>(
       hosting::withEnginesEditRates(std::make_shared<TcpNotificationHubBackEnd>(
-          options.workflowManagerId, engineId, options.notificationEndpoint)),
-      options.workflowManagerId, engineId);
+          options.workflowManagerId, options.engineId, options.notificationEndpoint)),
+      options.workflowManagerId, options.engineId);
   local.engine->SetNotificationHubBackEnd(failureReport);
   const TcpCommandProcessorBackEnd commands(hosting::withHostsEditRates(local.commandFrontEnd),
                                             local.commandBackEnd, options.commandEndpoint);

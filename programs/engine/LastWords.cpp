@@ -37,7 +37,7 @@ std::shared_ptr<const tamb::INotificationMessage> notificationOf(const EngineOpt
       .notificationObject = object,
       .notificationId = tamb::GetUUIDString(),
       .workflowManagerId = options.workflowManagerId,
-      .engineId = static_cast<unsigned int>(options.engineId),
+      .engineId = options.engineId,
       .isAnError = true,
   });
 }
@@ -96,8 +96,7 @@ void speakForTheDead(const EngineOptions& options, const std::string& cause,
   // Open until the end: a host takes the notification in its own time.
   std::optional<multiprocess_communication::TcpNotificationHubBackEnd> hub;
   attempt("last notification is not published", [&] {
-    hub.emplace(options.workflowManagerId, static_cast<unsigned int>(options.engineId),
-                options.notificationEndpoint);
+    hub.emplace(options.workflowManagerId, options.engineId, options.notificationEndpoint);
     hub->PushNotification(notificationOf(options, cause));
   });
 

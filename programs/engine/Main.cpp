@@ -2,6 +2,8 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <exception>
@@ -13,6 +15,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "programs/engine/Supervisor.h"
 #include "programs/support/CommandLine.h"
@@ -42,7 +45,8 @@ Examples:
 
 struct Arguments {
   std::string workflowManagerId;
-  std::int32_t engineId = 0;
+  std::size_t idLength = 0;
+  std::uint32_t engineId = 0;
   std::string description;
   std::string request;
   std::string status;
@@ -54,6 +58,19 @@ struct Arguments {
   bool withTestEngine = false;
   bool verbose = false;
 };
+
+/// As many bytes of the standard input as --id-length says.
+std::string readWorkflowManagerId(std::size_t length) {
+  // Longer than any that a submission can carry.
+  constexpr std::size_t longest = 65'536;
+  std::string id(std::min(length, longest), '\0');
+  std::cin.read(id.data(), static_cast<std::streamsize>(id.size()));
+  if (length > longest || static_cast<std::size_t>(std::cin.gcount()) != length) {
+    throw std::runtime_error("--id-length " + std::to_string(length) +
+                             ": expected an id of so many bytes, 65536 at most, on the standard input");
+  }
+  return id;
+}
 
 std::string readDescription(const std::string& file) {
   if (file == "-") return {std::istreambuf_iterator<char>(std::cin), {}};
@@ -81,7 +98,10 @@ EngineOptions optionsFrom(const Arguments& arguments) {
   const auto bound = [](const std::string& text) {
     return SocketEndpoint::FromString(text).withReservedPort();
   };
-  return {.workflowManagerId = arguments.workflowManagerId,
+  // In this order they stand in the standard input.
+  std::string workflowManagerId =
+      arguments.idLength > 0 ? readWorkflowManagerId(arguments.idLength) : arguments.workflowManagerId;
+  return {.workflowManagerId = std::move(workflowManagerId),
           .engineId = arguments.engineId,
           .description = readDescription(arguments.description),
           .requestEndpoint = bound(arguments.request),
@@ -131,8 +151,13 @@ int main(int argumentCount, char** values) {
   CLI::App app("Runs one engine, to be driven by a host in another process.", "tamb-engine");
   app.footer(examples);
   Arguments arguments;
-  app.add_option("--workflow-manager-id", arguments.workflowManagerId, "Whose commands the engine takes")
-      ->required();
+  auto& ids = *app.add_option_group("id", "Whose commands the engine takes, one of");
+  ids.add_option("--workflow-manager-id", arguments.workflowManagerId, "The workflow manager's id");
+  ids.add_option(
+      "--id-length", arguments.idLength,
+      "The length of its id in bytes, which are the first of the standard input: for an id that no "
+      "command line can carry");
+  ids.require_option(1);
   app.add_option("--engine-id", arguments.engineId, "The engine's number there")->required();
   app.add_option("--description", arguments.description,
                  "What the engine is to do, a JSON file, or - to read it here")

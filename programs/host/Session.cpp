@@ -93,11 +93,10 @@ Session::Engine Session::remoteEngine() const {
 Session::Engine Session::startEngine() {
   Engine made = source_.isLocal ? localEngine() : remoteEngine();
   const auto& [engine, commands, notifications] = made;
-  const auto engineId = static_cast<unsigned int>(workflow_.engineId);
   engine->SetWorkflowManagerId(workflow_.workflowManagerId);
-  engine->SetEngineId(engineId);
+  engine->SetEngineId(workflow_.engineId);
   commands->SetWorkflowManagerId(workflow_.workflowManagerId);
-  commands->SetEngineId(engineId);
+  commands->SetEngineId(workflow_.engineId);
   notifications->Subscribe(watcher_);
   // A remote engine is submitted with this, and connected to.
   if (!source_.isLocal) engine->AddEngineDescription(description_);

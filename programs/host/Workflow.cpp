@@ -59,14 +59,13 @@ Value valueOr(const json& object, const std::string& where, const char* key, con
 }
 
 /// What does not fit is not to become another number.
-std::int32_t engineIdIn(const json& document) {
+std::uint32_t engineIdIn(const json& document) {
   const json id = document.value("engineId", json(Workflow().engineId));
-  const bool isNumber =
-      id.is_number_integer() && !(id.is_number_unsigned() && id.get<std::uint64_t>() > INT32_MAX);
-  if (!isNumber || id.get<std::int64_t>() < INT32_MIN || id.get<std::int64_t>() > INT32_MAX) {
-    throw wrong("document", "\"engineId\" is " + id.dump() + "; expected is a number of 32 bits");
+  // An integer that is not negative is unsigned to the parser.
+  if (!id.is_number_unsigned() || id.get<std::uint64_t>() > UINT32_MAX) {
+    throw wrong("document", "\"engineId\" is " + id.dump() + "; expected a number from 0 to 4294967295");
   }
-  return id.get<std::int32_t>();
+  return id.get<std::uint32_t>();
 }
 
 /// The kind of engine that is described.
@@ -138,7 +137,7 @@ std::vector<std::shared_ptr<const tamb::ICommandMessage>> Workflow::messages() c
         .commandName = command.name,
         .commandId = static_cast<unsigned int>(messages.size() + 1),
         .workflowManagerId = workflowManagerId,
-        .engineId = static_cast<unsigned int>(engineId),
+        .engineId = engineId,
         .stepId = command.step.empty() ? defaultStep : command.step,
     }));
   };

@@ -26,7 +26,7 @@ struct TimedCommand {
 /// What a host has an engine do.
 struct Workflow {
   std::string workflowManagerId = "tamb-host";
-  std::int32_t engineId = 1;
+  std::uint32_t engineId = 1;
   /// The engine's description, an object.
   nlohmann::json engine;
   std::vector<TimedCommand> commands;

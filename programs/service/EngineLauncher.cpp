@@ -30,6 +30,9 @@ std::string nameOf(const WantedEngine& wanted) {
   return "engine " + std::to_string(wanted.engineId) + " of \"" + wanted.workflowManagerId + "\"";
 }
 
+/// An argument ends at its first zero byte.
+bool fitsCommandLine(const std::string& text) { return text.find('\0') == std::string::npos; }
+
 std::vector<std::string> argumentsFor(const WantedEngine& wanted, const EngineEndpoints& endpoints,
                                       const std::filesystem::path& directory,
                                       std::optional<unsigned int> core) {
@@ -42,7 +45,11 @@ std::vector<std::string> argumentsFor(const WantedEngine& wanted, const EngineEn
       arguments.push_back(option + '=' + value);
     }
   };
-  add("--workflow-manager-id", wanted.workflowManagerId);
+  if (fitsCommandLine(wanted.workflowManagerId)) {
+    add("--workflow-manager-id", wanted.workflowManagerId);
+  } else {
+    add("--id-length", std::to_string(wanted.workflowManagerId.size()));
+  }
   add("--engine-id", std::to_string(wanted.engineId));
   add("--description", "-");
   add("--request", endpoints.request);
@@ -54,6 +61,12 @@ std::vector<std::string> argumentsFor(const WantedEngine& wanted, const EngineEn
   add("--ready-fd", std::to_string(ChildProcess::lineDescriptor));
   if (core) add("--core", std::to_string(*core));
   return arguments;
+}
+
+/// What the program reads on its standard input.
+std::string inputFor(const WantedEngine& wanted) {
+  return fitsCommandLine(wanted.workflowManagerId) ? wanted.description
+                                                   : wanted.workflowManagerId + wanted.description;
 }
 
 /// What an engine's program reports on its line descriptor; none when the program ends without one, does not
@@ -97,7 +110,7 @@ EngineEndpoints EngineLauncher::launch(const WantedEngine& wanted, const std::fu
     const auto core = leastUsedCore();
     auto arguments = argumentsFor(wanted, endpoints, directory.path(), core);
     if (settings_.withTestEngine) arguments.emplace_back("--with-test-engine");
-    ChildProcess process(settings_.program, std::move(arguments), wanted.description,
+    ChildProcess process(settings_.program, std::move(arguments), inputFor(wanted),
                          ChildProcess::Lines::OnLineDescriptor);
     try {
       requireReady(process, isToEnd);

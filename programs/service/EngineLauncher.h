@@ -19,7 +19,7 @@ namespace qor::programs {
 struct WantedEngine {
   std::string workflowManagerId;
   std::string description;
-  std::int32_t engineId = 0;
+  std::uint32_t engineId = 0;
 };
 
 /// Where an engine's process can be reached, as texts.

@@ -40,10 +40,11 @@ api::ServiceToApiReply replyTo(const api::ApiToServiceRequest& request, EngineLa
   api::ServiceToApiReply reply;
   try {
     const auto& submission = submissionIn(request);
-    const EngineEndpoints endpoints = launcher.launch({.workflowManagerId = submission.workflowmanagerid(),
-                                                       .description = submission.description(),
-                                                       .engineId = submission.engineid()},
-                                                      isToEnd);
+    const EngineEndpoints endpoints =
+        launcher.launch({.workflowManagerId = submission.workflowmanagerid(),
+                         .description = submission.description(),
+                         .engineId = static_cast<std::uint32_t>(submission.engineid())},
+                        isToEnd);
     reply.set_kind(api::ServiceToApiReply::ENGINE_SUBMITTED);
     auto& engine = *reply.MutableExtension(api::ServiceToApiReplyEngineSubmission);
     engine.set_requestendpoint(endpoints.request);

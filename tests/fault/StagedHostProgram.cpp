@@ -117,7 +117,7 @@ class Host {
     notifications_->Subscribe(listener_);
     engine_->SetInitConfig(config);
     engine_->AddEngineDescription(
-        std::make_shared<tamb::EngineDescription>(workflowManager, document, static_cast<int>(engineId)));
+        std::make_shared<tamb::EngineDescription>(workflowManager, document, engineId));
   }
 
   void watch() const {

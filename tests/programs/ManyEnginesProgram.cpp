@@ -70,8 +70,7 @@ class RemoteEngine {
     notifications_->Subscribe(listener_);
     engine_->SetInitConfig(config);
     engine_->AddEngineDescription(std::make_shared<tamb::EngineDescription>(
-        "many", R"({"engine": "test", "notifications": )" + std::to_string(ticks) + "}",
-        static_cast<int>(id)));
+        "many", R"({"engine": "test", "notifications": )" + std::to_string(ticks) + "}", id));
     running_ = std::jthread([this] { run(); });
   }
   /// Another engine may have failed, and this one still be running.

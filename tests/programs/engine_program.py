@@ -18,9 +18,9 @@ LATEST = 15
 
 
 class EngineProgram(ProgramsTest):
-    def engine(self, endpoints, document=None, directory=None, more=()):
+    def engine(self, endpoints, document=None, directory=None, more=(), number=3):
         description = self.file("description.json", document or {"engine": "test"})
-        arguments = ["--workflow-manager-id", "studio", "--engine-id", 3, "--description", description]
+        arguments = ["--workflow-manager-id", "studio", f"--engine-id={number}", "--description", description]
         for channel in CHANNELS:
             arguments += [f"--{channel}", endpoints[channel]]
         return self.start("TAMB_ENGINE", *arguments, *(["--directory", directory] if directory else []), *more)
@@ -221,6 +221,13 @@ class EngineProgram(ProgramsTest):
         self.assertEqual(cores_of_threads(ready["enginePid"], "ZMQbg"), sockets)
         engine.signal(signal.SIGTERM)
         engine.wait()
+
+    def test_refuses_a_number_that_no_engine_has(self):
+        endpoints = {channel: f"ipc://{self.folder / channel}" for channel in CHANNELS}
+        for number in (-1, 2**32, "one"):
+            engine = self.engine(endpoints, number=number)
+            self.expect_exit(engine, 2)
+            self.assertRegex(engine.errors(), f"--engine-id.*{number}|{number}.*--engine-id")
 
     def test_refuses_a_core_that_it_cannot_use(self):
         endpoints = {channel: f"ipc://{self.folder / channel}" for channel in CHANNELS}

@@ -24,8 +24,8 @@ class OneWorkflow(ProgramsTest):
             flags += ["--at", command["at"], command["name"], *arguments]
         return flags
 
-    def workflow(self, output, name="studio"):
-        return [self.file("workflow.json", {"workflowManagerId": name, "engineId": 7, "engine": self.engine(output),
+    def workflow(self, output, name="studio", number=7):
+        return [self.file("workflow.json", {"workflowManagerId": name, "engineId": number, "engine": self.engine(output),
                                             "commands": COMMANDS})]
 
     def result(self, arguments, output):
@@ -67,6 +67,12 @@ class OneWorkflow(ProgramsTest):
     def test_given_by_a_file_has_the_same_outcome_in_both_places(self):
         output = self.folder / "out.mkv"
         self.expect_the_same(self.workflow(output), output, ("studio", 7))
+
+    def test_is_known_by_any_name_and_any_number(self):
+        output = self.folder / "out.mkv"
+        for name, number in (("stu\0dio", 2**32 - 1), ("\0", 2**31), ("", 0), ("--engine-id=3\n\x1b[31m", 1)):
+            with self.subTest(name=name, number=number):
+                self.expect_the_same(self.workflow(output, name, number), output, (name, number))
 
     def test_does_the_same_by_flags_and_by_a_file(self):
         output = self.folder / "out.mkv"

@@ -28,7 +28,7 @@ class MockDescription : public tamb::IEngineDescription {
 class RemoteEngineSubmission : public RemoteEngineTest {
  protected:
   /// Submits with a description of those texts, and returns what the service was asked.
-  api::ApiToServiceRequest requestFor(const std::string& manager, const std::string& text, std::int32_t id) {
+  api::ApiToServiceRequest requestFor(const std::string& manager, const std::string& text, std::uint32_t id) {
     startService();
     process_.emplace(endpoints());
     engine_->SetInitConfig(config());
@@ -69,7 +69,7 @@ TEST_F(RemoteEngineSubmission, SaysWhichEngineForWhomAndInWhichVersionOfTheExcha
 }
 
 TEST_F(RemoteEngineSubmission, CarriesWhateverTheDescriptionSays) {
-  EXPECT_THAT(requestFor("gr\xc3\xbc\xc3\x9f", std::string("\0\xff", 2), -2'147'483'648), Says(R"(
+  EXPECT_THAT(requestFor("gr\xc3\xbc\xc3\x9f", std::string("\0\xff", 2), 2'147'483'648), Says(R"(
       kind: 4
       [qor.proto.api_service.ApiToServiceRequestEngineSubmission] {
         workflowManagerId: "gr\303\274\303\237"

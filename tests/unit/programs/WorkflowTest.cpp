@@ -49,10 +49,10 @@ TEST_F(AWorkflowFile, NeedsOnlyAnEngine) {
 }
 
 TEST_F(AWorkflowFile, IsReadWhole) {
-  const Workflow workflow = read(R"({"workflowManagerId": "studio", "engineId": -3, "engine": {},
+  const Workflow workflow = read(R"({"workflowManagerId": "studio", "engineId": 4294967295, "engine": {},
       "commands": [{"at": 1.5, "name": "Pause", "step": "media", "arguments": {"a": 1}}, {"name": "Stop"}]})");
   EXPECT_EQ(workflow.workflowManagerId, "studio");
-  EXPECT_EQ(workflow.engineId, -3);
+  EXPECT_EQ(workflow.engineId, 4294967295);
   ASSERT_EQ(workflow.commands.size(), 2U);
   EXPECT_EQ(workflow.commands[0].at, 1.5);
   EXPECT_EQ(workflow.commands[0].name, "Pause");
@@ -69,7 +69,8 @@ TEST_F(AWorkflowFile, IsRefusedWithWhatIsWrongAndWhatIsExpected) {
   EXPECT_THAT(reading("{}"), refuses("\"engine\""));
   EXPECT_THAT(reading(R"({"engine": 1})"), refuses("\"engine\""));
   EXPECT_THAT(reading(R"({"engine": {}, "comands": []})"), refuses("\"comands\"", "commands"));
-  for (const std::string id : {"\"x\"", "4294967297", "-2147483649", "18446744073709551615", "3.7", "true"}) {
+  for (const std::string id :
+       {"\"x\"", "4294967296", "-1", "-2147483649", "18446744073709551615", "3.7", "true"}) {
     EXPECT_THAT(reading(R"({"engine": {}, "engineId": )" + id + "}"), refuses("\"engineId\"", id, "number"));
   }
   EXPECT_THAT(reading(std::string(60'000, '[')), refuses("job.json", "nested"));
