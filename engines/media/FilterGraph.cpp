@@ -42,6 +42,16 @@ AVFilterContext* makeFilter(AVFilterGraph& graph, const std::string& kind, const
   return filter;
 }
 
+/// Of a text as in "format=pix_fmts=yuv420p".
+AVFilterContext* makeFilterOfText(AVFilterGraph& graph, const std::string& text, const std::string& name) {
+  const auto separator = text.find('=');
+  auto* const filter = makeFilter(graph, text.substr(0, separator), name);
+  const auto arguments = separator == std::string::npos ? std::string() : text.substr(separator + 1);
+  ffmpegCall([&] { return avfilter_init_str(filter, arguments.empty() ? nullptr : arguments.c_str()); },
+             [&] { return fmt::format("Cannot make the filter {:?}", text); });
+  return filter;
+}
+
 AVFilterContext* makeSource(AVFilterGraph& graph, const AVFrame& like, AVRational timeBase,
                             AVRational frameRate) {
   auto* const source = makeFilter(graph, isVideo(like) ? "buffer" : "abuffer", "in");
@@ -76,12 +86,36 @@ InOutHandle openEnd(const char* name, AVFilterContext* filter) {
 }  // namespace
 
 FilterGraph::FilterGraph(const AVFrame& like, AVRational timeBase, AVRational frameRate,
-                         const std::string& filters, const std::string& last)
-    : filters_(filters),
+                         const FilterTexts& texts)
+    : filters_(texts.filters),
       frameDuration_(frameRate.num > 0 && frameRate.den > 0 ? av_rescale_q(1, av_inv_q(frameRate), timeBase)
                                                             : 0),
       like_(makeFrame()),
       graph_(allocated<GraphHandle>(avfilter_graph_alloc())) {
+  keepKind(like);
+  const auto text = [this] { return "Cannot use " + quotedFilters(); };
+  graph_->nb_threads = 1;
+  graph_->thread_type = 0;
+  graph_->scale_sws_opts = av_strdup("flags=bicubic+accurate_rnd+bitexact");
+  source_ = makeSource(*graph_, like, timeBase, frameRate);
+  sink_ = makeFilter(*graph_, isVideo(like) ? "buffersink" : "abuffersink", "out");
+  ffmpegCall([&] { return avfilter_init_str(sink_, nullptr); }, text);
+  auto* from = source_;
+  for (std::size_t index = 0; index < texts.first.size(); ++index) {
+    auto* const filter = makeFilterOfText(*graph_, texts.first[index], fmt::format("first{}", index));
+    ffmpegCall([&] { return avfilter_link(from, 0, filter, 0); }, text);
+    from = filter;
+  }
+  auto* to = sink_;
+  if (!texts.last.empty()) {
+    to = makeFilterOfText(*graph_, texts.last, "last");
+    ffmpegCall([&] { return avfilter_link(to, 0, sink_, 0); }, text);
+  }
+  connect(from, to);
+  ffmpegCall([&] { return avfilter_graph_config(graph_.get(), nullptr); }, text);
+}
+
+void FilterGraph::keepKind(const AVFrame& like) {
   like_->format = like.format;
   like_->width = like.width;
   like_->height = like.height;
@@ -90,38 +124,27 @@ FilterGraph::FilterGraph(const AVFrame& like, AVRational timeBase, AVRational fr
   like_->color_primaries = like.color_primaries;
   like_->color_trc = like.color_trc;
   like_->colorspace = like.colorspace;
-  const auto text = [this] { return "Cannot use " + quotedFilters(); };
-  ffmpegCall([&] { return av_channel_layout_copy(&like_->ch_layout, &like.ch_layout); }, text);
+  ffmpegCall([&] { return av_channel_layout_copy(&like_->ch_layout, &like.ch_layout); },
+             [this] { return "Cannot use " + quotedFilters(); });
+}
 
-  graph_->nb_threads = 1;
-  graph_->thread_type = 0;
-  graph_->scale_sws_opts = av_strdup("flags=bicubic+accurate_rnd+bitexact");
-  source_ = makeSource(*graph_, like, timeBase, frameRate);
-  sink_ = makeFilter(*graph_, isVideo(like) ? "buffersink" : "abuffersink", "out");
-  ffmpegCall([&] { return avfilter_init_str(sink_, nullptr); }, text);
-  auto* before = sink_;
-  if (!last.empty()) {
-    const auto separator = last.find('=');
-    before = makeFilter(*graph_, last.substr(0, separator), "last");
-    ffmpegCall([&] { return avfilter_init_str(before, last.substr(separator + 1).c_str()); },
-               [&] { return fmt::format("Cannot make the filter {:?}", last); });
-    ffmpegCall([&] { return avfilter_link(before, 0, sink_, 0); }, text);
+/// Through the filters that were given.
+void FilterGraph::connect(AVFilterContext* from, AVFilterContext* to) const {
+  const auto text = [this] { return "Cannot use " + quotedFilters(); };
+  if (filters_.empty()) {
+    ffmpegCall([&] { return avfilter_link(from, 0, to, 0); }, text);
+    return;
   }
-  if (filters.empty()) {
-    ffmpegCall([&] { return avfilter_link(source_, 0, before, 0); }, text);
-  } else {
-    // Seen from the filters: what goes into them comes out of the source.
-    auto* outputs = openEnd("in", source_).release();
-    auto* inputs = openEnd("out", before).release();
-    forgetFfmpegErrorLine();
-    const int result = avfilter_graph_parse_ptr(graph_.get(), filters.c_str(), &inputs, &outputs, nullptr);
-    const InOutHandle unusedInputs(inputs);
-    const InOutHandle unusedOutputs(outputs);
-    if (result < 0) {
-      throwFfmpegError(result, text());
-    }
+  // Seen from the filters: what goes into them comes out of the source.
+  auto* outputs = openEnd("in", from).release();
+  auto* inputs = openEnd("out", to).release();
+  forgetFfmpegErrorLine();
+  const int result = avfilter_graph_parse_ptr(graph_.get(), filters_.c_str(), &inputs, &outputs, nullptr);
+  const InOutHandle unusedInputs(inputs);
+  const InOutHandle unusedOutputs(outputs);
+  if (result < 0) {
+    throwFfmpegError(result, text());
   }
-  ffmpegCall([&] { return avfilter_graph_config(graph_.get(), nullptr); }, text);
 }
 
 void FilterGraph::setFrameSize(unsigned int samples) { av_buffersink_set_frame_size(sink_, samples); }

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "engines/media/FfmpegHandles.h"
 
@@ -14,15 +15,22 @@ struct FilteredFormat {
   AVRational frameRate{0, 1};
 };
 
+/// What frames pass through, in this order.
+struct FilterTexts {
+  /// Each one filter with its arguments, as in "transpose=clock".
+  std::vector<std::string> first = {};
+  /// FFmpeg's text of the filters, or empty.
+  std::string filters = {};
+  /// One filter with its arguments, as in "format=pix_fmts=yuv420p", or empty.
+  std::string last = {};
+};
+
 /// Passes frames of one stream through filters, without threads: as soon as a frame is in, everything that it
 /// brings about can be pulled.
 class FilterGraph {
  public:
-  /// `like` is a frame as they will be pushed, `frameRate` that of video. `filters` is FFmpeg's text of the
-  /// filters, or empty. `last` is one more filter with its arguments, as in "format=pix_fmts=yuv420p", that
-  /// stands behind them, or empty.
-  FilterGraph(const AVFrame& like, AVRational timeBase, AVRational frameRate, const std::string& filters,
-              const std::string& last);
+  /// `like` is a frame as they will be pushed, `frameRate` that of video.
+  FilterGraph(const AVFrame& like, AVRational timeBase, AVRational frameRate, const FilterTexts& texts);
 
   /// Each audio frame that is pulled, but the last, has so many samples.
   void setFrameSize(unsigned int samples);
@@ -44,6 +52,8 @@ class FilterGraph {
   Answer command(const std::string& target, const std::string& name, const std::string& argument);
 
  private:
+  void keepKind(const AVFrame& like);
+  void connect(AVFilterContext* from, AVFilterContext* to) const;
   void requireSameKind(const AVFrame& frame) const;
   std::string quotedFilters() const;
 

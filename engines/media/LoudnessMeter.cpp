@@ -33,7 +33,8 @@ LoudnessMeter::LoudnessMeter(Report everySecond) : everySecond_(std::move(everyS
 
 void LoudnessMeter::measure(const AVFrame& frame, AVRational timeBase) {
   if (!graph_) {
-    graph_ = std::make_unique<FilterGraph>(frame, timeBase, AVRational{0, 1}, "ebur128=metadata=1", "");
+    graph_ = std::make_unique<FilterGraph>(frame, timeBase, AVRational{0, 1},
+                                           FilterTexts{.filters = "ebur128=metadata=1"});
   }
   auto reference = makeFrame();
   ffmpegCall([&] { return av_frame_ref(reference.get(), &frame); },

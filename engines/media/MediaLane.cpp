@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "engines/media/EncoderChoice.h"
+#include "engines/media/Orientation.h"
 
 namespace qor::engines {
 
@@ -11,16 +12,19 @@ namespace {
 /// Of audio that is not encoded.
 constexpr unsigned int analysisFrameSize = 1'024;
 
-std::string lastFilter(AVMediaType type, const MediaOutput* output) {
-  return output == nullptr ? std::string() : fittingFilter(*output->encoder(type));
+FilterTexts textsFor(const AVFrame& first, const AVStream& stream, const std::string& filters,
+                     const MediaOutput* output) {
+  const auto type = stream.codecpar->codec_type;
+  return {.first = type == AVMEDIA_TYPE_VIDEO ? uprightFilters(stream, first) : std::vector<std::string>(),
+          .filters = filters,
+          .last = output == nullptr ? std::string() : fittingFilter(*output->encoder(type))};
 }
 
 }  // namespace
 
 MediaLane::MediaLane(const AVFrame& first, const StreamDecoder& decoder, AVRational frameRate,
                      const std::string& filters, MediaOutput* output, LoudnessMeter* meter)
-    : graph_(first, decoder.timeBase(), frameRate, filters,
-             lastFilter(decoder.stream().codecpar->codec_type, output)),
+    : graph_(first, decoder.timeBase(), frameRate, textsFor(first, decoder.stream(), filters, output)),
       timeBase_(graph_.format().timeBase),
       meter_(meter) {
   const auto type = decoder.stream().codecpar->codec_type;
@@ -33,6 +37,8 @@ MediaLane::MediaLane(const AVFrame& first, const StreamDecoder& decoder, AVRatio
 }
 
 bool MediaLane::push(FrameHandle frame, RunWatch& watch) {
+  // The pictures are upright behind the filters: whoever plays the output is not to turn them again.
+  av_frame_remove_side_data(frame.get(), AV_FRAME_DATA_DISPLAYMATRIX);
   graph_.push(std::move(frame));
   // A filter that fills gaps makes hours of frames of one.
   while (const auto filtered = graph_.pull()) {
