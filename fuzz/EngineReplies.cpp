@@ -51,7 +51,7 @@ class LogCount : public qor::fuzz::Silence {
 
 /// Whoever waits for a time of day has it at once. The steady time stands still: there are no heartbeats
 /// between the calls.
-class HastyClock : public qor::utils::IClock {
+class HastyClock : public qor::multiprocess_communication::IClock {
  public:
   TimePoint now() const override { return now_; }
   SteadyTimePoint steadyNow() const override { return {}; }

@@ -83,11 +83,11 @@ std::string EngineStatus::ToString(EngineStatus status) {
 TcpEngineBackEnd::TcpEngineBackEnd(std::shared_ptr<tamb::IEngineFrontEnd> engine,
                                    const SocketEndpoint& requestEndpoint,
                                    const SocketEndpoint& statusEndpoint)
-    : TcpEngineBackEnd(std::move(engine), requestEndpoint, statusEndpoint, utils::SystemClock()) {}
+    : TcpEngineBackEnd(std::move(engine), requestEndpoint, statusEndpoint, SystemClock()) {}
 
 TcpEngineBackEnd::TcpEngineBackEnd(std::shared_ptr<tamb::IEngineFrontEnd> engine,
                                    const SocketEndpoint& requestEndpoint,
-                                   const SocketEndpoint& statusEndpoint, std::shared_ptr<utils::IClock> clock)
+                                   const SocketEndpoint& statusEndpoint, std::shared_ptr<IClock> clock)
     : MessageFormatter("TcpEngineBackEnd"), clock_(std::move(clock)), engine_(std::move(engine)) {
   statusPublicationThread_ = std::make_shared<std::thread>(
       [this, statusEndpoint] { engineStatusPublicationThreadFunction(statusEndpoint); });

@@ -7,9 +7,9 @@
 #include <string>
 #include <thread>
 
+#include "Clock.h"
 #include "TcpEngine.pb.h"
 #include "qor/socket/Socket.h"
-#include "qor/utils/Clock.h"
 #include "qor/utils/MessageFormatter.h"
 #include "tamb/IEngineFrontEnd.h"
 
@@ -47,7 +47,7 @@ class TcpEngineBackEnd final : public utils::MessageFormatter {
   /// With a clock of its own.
   TcpEngineBackEnd(std::shared_ptr<tamb::IEngineFrontEnd> engine,
                    const socket::SocketEndpoint& requestEndpoint,
-                   const socket::SocketEndpoint& statusEndpoint, std::shared_ptr<utils::IClock> clock);
+                   const socket::SocketEndpoint& statusEndpoint, std::shared_ptr<IClock> clock);
   /// Publishes EndOfLife and joins the threads. Waits for the engine's Run to return: the engine has to have
   /// been asked to stop.
   ~TcpEngineBackEnd();
@@ -87,7 +87,7 @@ class TcpEngineBackEnd final : public utils::MessageFormatter {
   void publicationLoop(socket::Socket& socket);
   void stop();
 
-  const std::shared_ptr<utils::IClock> clock_;
+  const std::shared_ptr<IClock> clock_;
   const std::shared_ptr<tamb::IEngineFrontEnd> engine_;
   std::shared_ptr<std::thread> commandReceptionThread_;
   std::atomic<bool> stopCommandReception_{false};

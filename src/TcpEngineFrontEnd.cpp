@@ -37,13 +37,11 @@ void joinAndDrop(std::shared_ptr<std::thread>& thread) {
   thread.reset();
 }
 
-milliseconds roundedUp(utils::IClock::TimePoint::duration time) {
-  return std::chrono::ceil<milliseconds>(time);
-}
+milliseconds roundedUp(IClock::TimePoint::duration time) { return std::chrono::ceil<milliseconds>(time); }
 
 }  // namespace
 
-TcpEngineFrontEnd::TcpEngineFrontEnd(std::shared_ptr<utils::IClock> clock)
+TcpEngineFrontEnd::TcpEngineFrontEnd(std::shared_ptr<IClock> clock)
     : MessageFormatter("TcpEngineFrontEnd"),
       clock_(std::move(clock)),
       commandSocket_("TcpEngineFrontEndCommandSocket", socket::ClosePolicy::Patient) {}
@@ -259,7 +257,7 @@ void TcpEngineFrontEnd::receiveStatus(Socket& socket, proto::EngineStatus& messa
   changeRemoteStatus(static_cast<EngineStatus::EngineStatus>(message.status()));
 }
 
-void TcpEngineFrontEnd::endSilence(utils::IClock::SteadyTimePoint lastHeard) {
+void TcpEngineFrontEnd::endSilence(IClock::SteadyTimePoint lastHeard) {
   const EngineStatus::EngineStatus status = remoteEngineStatus_;
   const bool isAlive = status == EngineStatus::Running || status == EngineStatus::Idle;
   if (!isAlive || clock_->steadyNow() - lastHeard < longestSilence) return;

@@ -8,10 +8,10 @@
 #include <thread>
 
 #include "Checks.h"
+#include "Clock.h"
 #include "TcpEngine.pb.h"
 #include "TcpEngineBackEnd.h"
 #include "qor/socket/Socket.h"
-#include "qor/utils/Clock.h"
 #include "qor/utils/MessageFormatter.h"
 #include "tamb/IEngineFrontEnd.h"
 
@@ -26,7 +26,7 @@ namespace qor::multiprocess_communication {
 /// is noticed by the socket. A back end that has published no status for 15 s is taken for gone.
 class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFormatter {
  public:
-  explicit TcpEngineFrontEnd(std::shared_ptr<utils::IClock> clock = utils::SystemClock());
+  explicit TcpEngineFrontEnd(std::shared_ptr<IClock> clock = SystemClock());
   /// Sends the termination request and joins the threads. Under 2 s with a dead peer; with one whose engine
   /// is stuck in a call, such as a ping, as long as that call.
   ~TcpEngineFrontEnd() override;
@@ -86,14 +86,14 @@ class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFor
   void engineStatusReceptionThreadFunction(const socket::SocketEndpoint& endpoint);
   void receiveStatus(socket::Socket& socket, proto::EngineStatus& message);
   /// Takes a back end that says nothing any more for gone.
-  void endSilence(utils::IClock::SteadyTimePoint lastHeard);
+  void endSilence(IClock::SteadyTimePoint lastHeard);
   void changeRemoteStatus(EngineStatus::EngineStatus status);
   void heartBeatThreadFunction();
   void sleepUntilNextHeartBeat();
   void logFailedExchange(const char* what, const std::exception& error) const;
   Checks checks() const;
 
-  const std::shared_ptr<utils::IClock> clock_;
+  const std::shared_ptr<IClock> clock_;
   std::shared_ptr<std::thread> statusReceptionThread_;
   std::atomic<bool> stopStatusReception_{false};
   std::mutex requestMutex_;  ///< held for a whole exchange on the command socket

@@ -9,11 +9,12 @@ NAMESPACE = "qor::multiprocess_communication::"
 SHARED = "std::shared_ptr<{}>".format
 ENDPOINT = "qor::socket::SocketEndpoint const&"
 STRING = "std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char>> const&"
+STATUS_TO_STRING = f"EngineStatus::ToString[abi:cxx11]({NAMESPACE}EngineStatus::EngineStatus)"
 # What each back end can be made of.
 BACK_ENDS = {
     "TcpEngineBackEnd": {
         (SHARED("tamb::IEngineFrontEnd"), ENDPOINT, ENDPOINT),
-        (SHARED("tamb::IEngineFrontEnd"), ENDPOINT, ENDPOINT, SHARED("qor::utils::IClock")),
+        (SHARED("tamb::IEngineFrontEnd"), ENDPOINT, ENDPOINT, SHARED("qor::multiprocess_communication::IClock")),
     },
     "TcpCommandProcessorBackEnd": {
         (SHARED("tamb::ICommandProcessorFrontEnd"), SHARED("tamb::ICommandProcessorBackEnd"), ENDPOINT),
@@ -37,7 +38,8 @@ class ThePlugin(unittest.TestCase):
 
     def test_shows_its_entry_point_and_its_back_ends_and_nothing_else(self):
         back_end = NAMESPACE + "(" + "|".join(BACK_ENDS) + ")"
-        allowed = re.compile(f"RegisterAll|{back_end}::.+|(vtable|typeinfo|typeinfo name) for {back_end}")
+        to_string = re.escape(NAMESPACE + STATUS_TO_STRING)
+        allowed = re.compile(f"RegisterAll|{to_string}|{back_end}::.+|(vtable|typeinfo|typeinfo name) for {back_end}")
         self.assertEqual([name for name in defined_symbols("--demangle") if not allowed.fullmatch(name)], [])
 
     def test_makes_its_back_ends_of_what_their_users_were_built_with(self):
@@ -60,6 +62,7 @@ class ThePlugin(unittest.TestCase):
                 with self.subTest(start):
                     self.assertTrue(any(name.startswith(start) for name in shown))
         self.assertIn(f"{NAMESPACE}TcpEngineBackEnd::waitForFrontEndTermination()", shown)
+        self.assertIn(NAMESPACE + STATUS_TO_STRING, shown)
 
 
 if __name__ == "__main__":

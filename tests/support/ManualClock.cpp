@@ -5,12 +5,12 @@
 
 namespace qor::test {
 
-utils::IClock::TimePoint ManualClock::now() const {
+multiprocess_communication::IClock::TimePoint ManualClock::now() const {
   const std::lock_guard lock(mutex_);
   return TimePoint(std::chrono::duration_cast<TimePoint::duration>(timeOf(Kind::TimeOfDay)));
 }
 
-utils::IClock::SteadyTimePoint ManualClock::steadyNow() const {
+multiprocess_communication::IClock::SteadyTimePoint ManualClock::steadyNow() const {
   const std::lock_guard lock(mutex_);
   return SteadyTimePoint(timeOf(Kind::Steady));
 }

@@ -5,12 +5,12 @@
 #include <mutex>
 #include <vector>
 
-#include "qor/utils/Clock.h"
+#include "Clock.h"
 
 namespace qor::test {
 
 /// A clock that a test moves on. Waits end when they are notified, or when advance() passes their deadline.
-class ManualClock : public utils::IClock {
+class ManualClock : public multiprocess_communication::IClock {
  public:
   TimePoint now() const override;
   SteadyTimePoint steadyNow() const override;

@@ -5,7 +5,7 @@
 #include <memory>
 #include <mutex>
 
-namespace qor::utils {
+namespace qor::multiprocess_communication {
 
 /// The time, and waiting for it: what everything that times out goes by. The time of day can be set, forwards
 /// and backwards; the steady time cannot. There is one real clock; tests of waiting classes bring their own,
@@ -30,4 +30,4 @@ class IClock {
 /// The system's clock.
 std::shared_ptr<IClock> SystemClock();
 
-}  // namespace qor::utils
+}  // namespace qor::multiprocess_communication

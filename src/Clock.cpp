@@ -1,6 +1,6 @@
-#include "qor/utils/Clock.h"
+#include "Clock.h"
 
-namespace qor::utils {
+namespace qor::multiprocess_communication {
 
 namespace {
 
@@ -49,4 +49,4 @@ std::shared_ptr<IClock> SystemClock() {
   return clock;
 }
 
-}  // namespace qor::utils
+}  // namespace qor::multiprocess_communication

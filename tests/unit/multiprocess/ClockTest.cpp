@@ -6,10 +6,10 @@
 #include <memory>
 #include <mutex>
 
-#include "qor/utils/Clock.h"
+#include "Clock.h"
 #include "tests/support/BackgroundCall.h"
 
-namespace qor::utils {
+namespace qor::multiprocess_communication {
 namespace {
 
 using std::chrono::milliseconds;
@@ -95,4 +95,4 @@ TYPED_TEST(TheClock, EndsLongWaitsTogetherWithOthers) {
 }
 
 }  // namespace
-}  // namespace qor::utils
+}  // namespace qor::multiprocess_communication
