@@ -23,6 +23,8 @@ int stopRequested(void* watch) {
   return itsWatch.stopRequested() ? 1 : 0;
 }
 
+bool isPicture(const AVStream& stream) { return (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0; }
+
 }  // namespace
 
 MediaInput::MediaInput(const std::string& location, RunWatch& watch)
@@ -47,9 +49,6 @@ MediaInput::MediaInput(const std::string& location, RunWatch& watch)
   }
   video_ = findBest(AVMEDIA_TYPE_VIDEO);
   audio_ = findBest(AVMEDIA_TYPE_AUDIO);
-  if (video_ != nullptr && (video_->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0) {
-    video_ = nullptr;  // The picture of an album.
-  }
   if (video_ == nullptr && audio_ == nullptr) {
     throw tamb::TAMBRuntimeError(
         fmt::format("Cannot open {:?}: it has neither video nor audio that can be decoded", location_));
@@ -104,9 +103,31 @@ MediaInput::Outcome MediaInput::nextPacket(const AVStream& stream, PacketHandle&
   return Outcome::Packet;
 }
 
+std::vector<const AVStream*> MediaInput::pictures() const {
+  std::vector<const AVStream*> pictures;
+  for (unsigned int index = 0; index < context_->nb_streams; ++index) {
+    const auto* const stream = context_->streams[index];
+    if (isPicture(*stream) && stream->attached_pic.size > 0) {
+      pictures.push_back(stream);
+    }
+  }
+  return pictures;
+}
+
 AVStream* MediaInput::findBest(AVMediaType type) const {
   const int index = av_find_best_stream(context_.get(), type, -1, -1, nullptr, 0);
-  return index < 0 ? nullptr : context_->streams[index];
+  if (index < 0 || !isPicture(*context_->streams[index])) {
+    return index < 0 ? nullptr : context_->streams[index];
+  }
+  // The picture of an album has come before the video: then the first one that is no picture.
+  for (unsigned int other = 0; other < context_->nb_streams; ++other) {
+    auto* const stream = context_->streams[other];
+    if (stream->codecpar->codec_type == type && !isPicture(*stream) &&
+        avcodec_find_decoder(stream->codecpar->codec_id) != nullptr) {
+      return stream;
+    }
+  }
+  return nullptr;
 }
 
 void MediaInput::readOne() {

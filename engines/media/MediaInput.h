@@ -5,6 +5,7 @@
 #include <deque>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "engines/RunWatch.h"
 #include "engines/media/FfmpegHandles.h"
@@ -22,6 +23,8 @@ class MediaInput {
   /// Null when there is no such stream.
   AVStream* video() const { return video_; }
   AVStream* audio() const { return audio_; }
+  /// Those of an album: each is one packet, which its stream keeps.
+  std::vector<const AVStream*> pictures() const;
   AVRational guessedFrameRate() const;
   /// Seconds; 0 when it is not known.
   double duration() const;

@@ -2,11 +2,15 @@
 
 #include <fmt/format.h>
 
+#include <cstring>
+
+#include "engines/media/ContainerTraits.h"
 #include "engines/media/EncoderChoice.h"
 #include "engines/media/FfmpegCalls.h"
 
 extern "C" {
 #include <libavutil/dict.h>
+#include <libavutil/mem.h>
 }
 
 namespace qor::engines {
@@ -16,7 +20,7 @@ MediaOutput::MediaOutput(const std::string& location, const MediaSettings& setti
       watch_(watch),
       file_(location),
       container_(chooseContainer(location, settings)),
-      video_(chooseEncoder(AVMEDIA_TYPE_VIDEO, container_, settings)),
+      video_(holdsNoVideo(container_) ? nullptr : chooseEncoder(AVMEDIA_TYPE_VIDEO, container_, settings)),
       audio_(chooseEncoder(AVMEDIA_TYPE_AUDIO, container_, settings)) {
   AVFormatContext* context = nullptr;
   ffmpegCall(
@@ -33,10 +37,7 @@ MediaOutput::~MediaOutput() {
 }
 
 StreamEncoder& MediaOutput::addStream(AVMediaType type, const AVFrame& first, const FilteredFormat& format) {
-  auto* const stream = avformat_new_stream(context_.get(), nullptr);
-  if (stream == nullptr) {
-    throw std::bad_alloc();
-  }
+  auto* const stream = &newStream();
   auto encoder = std::make_unique<StreamEncoder>(
       *chosen(type), first, format, (container_.flags & AVFMT_GLOBALHEADER) != 0,
       [this, stream, index = streams_.size()](AVPacket& packet) {
@@ -51,6 +52,60 @@ StreamEncoder& MediaOutput::addStream(AVMediaType type, const AVFrame& first, co
   return *streams_.emplace_back(Stream{std::move(encoder), stream}).encoder;
 }
 
+void MediaOutput::addPicture(const AVStream& picture) {
+  const auto kind = pictureKind(container_, picture.codecpar->codec_id);
+  if (kind == PictureKind::None) {
+    return;
+  }
+  auto& stream = newStream();
+  const auto text = [this] { return failed(); };
+  ffmpegCall([&] { return av_dict_copy(&stream.metadata, picture.metadata, 0); }, text);
+  if (kind == PictureKind::Attachment) {
+    attach(stream, picture);
+    return;
+  }
+  ffmpegCall([&] { return avcodec_parameters_copy(stream.codecpar, picture.codecpar); }, text);
+  stream.codecpar->codec_tag = 0;  // That of the other container.
+  stream.disposition = AV_DISPOSITION_ATTACHED_PIC;
+  stream.time_base = picture.time_base;
+  auto packet = makePacket();
+  ffmpegCall([&] { return av_packet_ref(packet.get(), &picture.attached_pic); }, text);
+  packet->pts = 0;
+  packet->dts = 0;
+  packet->stream_index = stream.index;
+  pictures_.push_back({std::move(packet), &stream});
+}
+
+AVStream& MediaOutput::newStream() {
+  auto* const stream = avformat_new_stream(context_.get(), nullptr);
+  if (stream == nullptr) {
+    throw std::bad_alloc();
+  }
+  return *stream;
+}
+
+void MediaOutput::attach(AVStream& stream, const AVStream& picture) const {
+  const auto& packet = picture.attached_pic;
+  const bool png = picture.codecpar->codec_id == AV_CODEC_ID_PNG;
+  auto& parameters = *stream.codecpar;
+  parameters.codec_type = AVMEDIA_TYPE_ATTACHMENT;
+  parameters.codec_id = picture.codecpar->codec_id;
+  parameters.extradata = static_cast<std::uint8_t*>(
+      av_mallocz(static_cast<std::size_t>(packet.size) + AV_INPUT_BUFFER_PADDING_SIZE));
+  if (parameters.extradata == nullptr) {
+    throw std::bad_alloc();
+  }
+  parameters.extradata_size = packet.size;
+  std::memcpy(parameters.extradata, packet.data, static_cast<std::size_t>(packet.size));
+  const auto set = [&](const char* key, const char* value) {
+    ffmpegCall([&] { return av_dict_set(&stream.metadata, key, value, AV_DICT_DONT_OVERWRITE); },
+               [this] { return failed(); });
+  };
+  // The names by which players know the picture of an album.
+  set("filename", png ? "cover.png" : "cover.jpg");
+  set("mimetype", png ? "image/png" : "image/jpeg");
+}
+
 void MediaOutput::start(const AVDictionary* metadata) {
   const auto text = [this] { return failed(); };
   ffmpegCall([&] { return av_dict_copy(&context_->metadata, metadata, 0); }, text);
@@ -58,6 +113,9 @@ void MediaOutput::start(const AVDictionary* metadata) {
   const auto url = pipe_->isPipe() ? pipe_->url() : file_.create();
   ffmpegCall([&] { return avio_open(&context_->pb, url.c_str(), AVIO_FLAG_WRITE); }, text);
   ffmpegCall([&] { return avformat_write_header(context_.get(), nullptr); }, text);
+  for (const auto& each : pictures_) {
+    ffmpegCall([&] { return av_interleaved_write_frame(context_.get(), each.packet.get()); }, text);
+  }
 }
 
 void MediaOutput::finish() {

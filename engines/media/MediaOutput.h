@@ -30,6 +30,8 @@ class MediaOutput {
 
   /// Adds a stream for frames like the first. All of them before start().
   StreamEncoder& addStream(AVMediaType type, const AVFrame& first, const FilteredFormat& format);
+  /// Adds a picture of an album as it is; not, when the container has no room for it. All before start().
+  void addPicture(const AVStream& picture);
   /// Throws StoppedEarly when a stop is requested while nobody reads a named pipe.
   void start(const AVDictionary* metadata);
   /// Flushes the encoders and completes the file.
@@ -40,6 +42,13 @@ class MediaOutput {
     std::unique_ptr<StreamEncoder> encoder;
     AVStream* stream = nullptr;
   };
+  struct Picture {
+    PacketHandle packet;
+    AVStream* stream = nullptr;
+  };
+
+  AVStream& newStream();
+  void attach(AVStream& stream, const AVStream& picture) const;
 
   const AVCodec* chosen(AVMediaType type) const { return type == AVMEDIA_TYPE_VIDEO ? video_ : audio_; }
   void write(const AVStream& stream, AVRational timeBase, AVPacket& packet);
@@ -55,6 +64,7 @@ class MediaOutput {
   const AVCodec* const audio_;
   OutputHandle context_;
   std::vector<Stream> streams_;
+  std::vector<Picture> pictures_;
 };
 
 }  // namespace qor::engines

@@ -58,6 +58,9 @@ MediaResult MediaRun::run() {
   openDecoders();
   openLanes();
   if (output_) {
+    for (const auto* picture : input_->pictures()) {
+      output_->addPicture(*picture);  // Where there is no room for it, it is left out.
+    }
     output_->start(input_->metadata());
   }
   std::vector<std::string> streams;
@@ -96,21 +99,26 @@ void MediaRun::requireStreams() const {
 
 void MediaRun::openDecoders() {
   // What the container cannot take, and nobody asked for, is left out.
-  const auto wanted = [this](AVMediaType type, bool asked) {
+  const auto wanted = [this](AVMediaType type, const char* asked) {
     if (!output_ || output_->encoder(type) != nullptr) {
       return true;
     }
-    if (asked) {
-      throw TAMBRuntimeError(fmt::format("The container of {:?} takes no {}, for which there is a filter",
-                                         document_.output, av_get_media_type_string(type)));
+    if (asked != nullptr) {
+      throw TAMBRuntimeError(fmt::format("The container of {:?} takes no {}, for which there is {}",
+                                         document_.output, av_get_media_type_string(type), asked));
     }
     return false;
   };
-  if (input_->video() != nullptr && wanted(AVMEDIA_TYPE_VIDEO, !document_.videoFilter.empty())) {
+  const char* const videoAsked = !document_.videoFilter.empty()           ? "a filter"
+                                 : !document_.settings.videoCodec.empty() ? "a codec"
+                                                                          : nullptr;
+  const char* const audioAsked = !document_.audioFilter.empty() ? "a filter"
+                                 : document_.loudness           ? "a measurement"
+                                                                : nullptr;
+  if (input_->video() != nullptr && wanted(AVMEDIA_TYPE_VIDEO, videoAsked)) {
     videoDecoder_.emplace(*input_, *input_->video());
   }
-  if (input_->audio() != nullptr &&
-      wanted(AVMEDIA_TYPE_AUDIO, !document_.audioFilter.empty() || document_.loudness)) {
+  if (input_->audio() != nullptr && wanted(AVMEDIA_TYPE_AUDIO, audioAsked)) {
     audioDecoder_.emplace(*input_, *input_->audio());
   }
   if (!videoDecoder_ && !audioDecoder_) {
