@@ -11,8 +11,8 @@ namespace qor::programs {
 inline constexpr std::size_t longestReason = 8'000;
 
 /// A text that others wrote as one readable line of UTF-8, which every terminal and every message can carry:
-/// line ends and all control characters but tabs become spaces, what is no UTF-8 becomes question marks, and
-/// what is too long is cut, between two characters, and ends in "...".
+/// line ends and all other characters that a terminal obeys, but tabs, become spaces, bytes that are not
+/// UTF-8 become question marks, and a longer text is cut between two characters and ends in "...".
 std::string oneLine(std::string_view text, std::size_t longest = longestReason);
 
 }  // namespace qor::programs

@@ -3,9 +3,10 @@
 #include <fmt/format.h>
 
 #include <iostream>
-#include <iterator>
 #include <mutex>
 #include <string_view>
+
+#include "runtime/tamb/EscapedText.h"
 
 namespace tamb {
 
@@ -15,28 +16,24 @@ namespace {
 /// be locked as long as the process lives.
 std::mutex outputMutex;
 
-bool isControl(char character) {
-  const auto byte = static_cast<unsigned char>(character);
-  return byte < 0x20 || byte == 0x7f;
-}
-
-/// The message as it stands in a line: without trailing line breaks, its further lines indented, its control
-/// characters spelt out.
+/// The message as it stands in a line: without trailing line breaks, its further lines indented, its other
+/// control characters, and what is not UTF-8, spelt out.
 std::string readable(std::string_view message) {
   message = message.substr(0, message.find_last_not_of("\r\n") + 1);
   std::string text;
   text.reserve(message.size());
-  for (std::size_t i = 0; i < message.size(); ++i) {
-    const char character = message[i];
-    if (character == '\n') {
+  while (!message.empty()) {
+    const Utf8Character character = FirstCharacter(message);
+    if (message.front() == '\n') {
       text += "\n    ";
-    } else if (character == '\r' && i + 1 < message.size() && message[i + 1] == '\n') {
-      continue;
-    } else if (isControl(character) && character != '\t') {
-      fmt::format_to(std::back_inserter(text), "\\x{:02x}", static_cast<unsigned char>(character));
+    } else if (message.starts_with("\r\n")) {
+      // The line end follows.
+    } else if (message.front() == '\t' || (character.isUtf8 && !IsControlCharacter(character.codePoint))) {
+      text += message.substr(0, character.length);
     } else {
-      text += character;
+      AppendEscaped(text, character);
     }
+    message.remove_prefix(character.length);
   }
   return text;
 }

@@ -12,9 +12,9 @@ namespace tamb {
 ///
 /// that is level, time, the context in brackets if there is one, thread, message, and the source with its
 /// line in parentheses if there is one. The further lines of a message are indented, so that each line that
-/// starts with a level starts a record. Control characters are written as in \x1b: what a peer sent cannot
-/// steer the terminal. Any thread; the records of all console writers of the process stay whole among each
-/// other.
+/// starts with a level starts a record. Control characters and bytes that are not UTF-8 are written as in
+/// \x1b and \u009b: what a peer sent cannot steer the terminal. Any thread; the records of all console
+/// writers of the process stay whole among each other.
 class ConsoleLoggerWriter : public ILoggerWriter {
  public:
   /// Writes to the standard error stream.

@@ -16,6 +16,7 @@ TEST(OneLine, PutsSpacesForLineEnds) { EXPECT_EQ(oneLine("one\ntwo\r\nthree\n"),
 
 TEST(OneLine, LeavesNothingThatATerminalObeys) {
   EXPECT_EQ(oneLine(std::string("\x1b[31mred\0\x7f", 10)), " [31mred  ");
+  EXPECT_EQ(oneLine("\u009b2J\u0085\u2028\u202egnp"), " 2J   gnp");
 }
 
 TEST(OneLine, IsUtf8) {

@@ -50,7 +50,14 @@ TEST_F(ConsoleWriter, LeavesNoLineOfAContextUnindented) {
 
 TEST_F(ConsoleWriter, SpellsControlCharactersOut) {
   EXPECT_EQ(written(LogLevel::Info, std::string("\x1b[31m\0\ttab \r\x7f \xc3\xbc", 16)),
-            "Info    2026-03-01T12:34:56.789012Z 4711 \\x1b[31m\\x00\ttab \\x0d\\x7f \xc3\xbc\n");
+            "Info    2026-03-01T12:34:56.789012Z 4711 \\x1b[31m\\x00\ttab \\r\\x7f \xc3\xbc\n");
+}
+
+TEST_F(ConsoleWriter, SpellsOutWhatATerminalObeysBeyondAscii) {
+  // A control sequence introducer in one character, what turns the direction of text, a byte of another
+  // encoding.
+  EXPECT_EQ(written(LogLevel::Info, "\u009b2J \u202egnp.exe caf\xe9", "\u009dtitle"),
+            "Info    2026-03-01T12:34:56.789012Z [\\u009dtitle] 4711 \\u009b2J \\u202egnp.exe caf\\xe9\n");
 }
 
 TEST_F(ConsoleWriter, WritesAnEmptyMessage) {
