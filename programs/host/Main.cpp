@@ -28,15 +28,16 @@ using qor::programs::Workflow;
 constexpr const char* examples = R"(
 Exit codes:
     0  the run finished
-    1  the run failed; the engine said why
+    1  the run failed; the reason is above
     2  wrong usage
     3  the engine's process died
-    4  there was no engine to be had
-    5  the run ended, and the engine did not say how
+    4  no engine could be started
+    5  the run ended, and the engine did not report how
     6  the run finished, but not all of it could be written to the standard output
+    7  the run finished, but a command failed; "CommandFailed" names it
   130  it was interrupted
 
-The first Ctrl-C has the engine stop, a second one leaves at once.
+The first Ctrl-C asks the engine to stop, a second one leaves at once.
 
 Examples:
   tamb-host run job.json
@@ -119,7 +120,9 @@ int run(const Arguments& arguments) {
   for (const int signal : {SIGINT, SIGTERM}) ::sigaddset(&signals, signal);
   ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   using qor::programs::Shown;
-  qor::programs::showLog(arguments.verbose ? Shown::Everything : Shown::Failures);
+  qor::programs::showLog(
+      arguments.verbose ? Shown::Everything : Shown::Failures,
+      arguments.verbose ? qor::programs::Repeats::Written : qor::programs::Repeats::Counted);
 
   std::optional<qor::programs::PrivateService> service;
   if (!arguments.isLocal && arguments.service.empty()) {
@@ -134,7 +137,8 @@ int run(const Arguments& arguments) {
                   {.isLocal = arguments.isLocal,
                    .plugin = arguments.plugin,
                    .serviceEndpoint = service ? service->endpoint() : arguments.service,
-                   .withTestEngine = arguments.withTestEngine},
+                   .withTestEngine = arguments.withTestEngine,
+                   .logsEverything = arguments.verbose},
                   display);
   auto outcome = std::async(std::launch::async, [&session] { return session.run(); });
   Outcome end = attend(session, outcome, signals, *display);
@@ -142,6 +146,7 @@ int run(const Arguments& arguments) {
     display->say("tamb-host: not all of the run could be written to the standard output");
     end = Outcome::NotShown;
   }
+  qor::programs::flushLog();
   return static_cast<int>(end);
 }
 

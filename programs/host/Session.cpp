@@ -1,11 +1,15 @@
 #include "programs/host/Session.h"
 
+#include <fmt/format.h>
+
 #include <chrono>
 #include <exception>
 #include <stdexcept>
 #include <utility>
 
 #include "engines/LocalEngine.h"
+#include "programs/host/HeldErrors.h"
+#include "programs/host/Refusal.h"
 #include "programs/support/OneLine.h"
 #include "runtime/tamb/EngineDescription.h"
 #include "runtime/tamb/FactoryRegistry.h"
@@ -20,43 +24,6 @@ constexpr std::chrono::seconds timeForLastNotification{3};
 
 }  // namespace
 
-/// Notices how a run ends, and passes everything on to the display.
-class Session::Watcher : public tamb::INotificationCallback {
- public:
-  explicit Watcher(std::shared_ptr<Display> display) : display_(std::move(display)) {}
-
-  void OnNotification(std::shared_ptr<const tamb::INotificationMessage> notification) override {
-    display_->OnNotification(notification);
-    const auto outcome = outcomeIn(*notification);
-    if (!outcome) return;
-    const std::lock_guard lock(mutex_);
-    if (!outcome_) outcome_ = outcome;
-    ended_.notify_all();
-  }
-
-  std::optional<Outcome> waitForOutcome() {
-    std::unique_lock lock(mutex_);
-    ended_.wait_for(lock, timeForLastNotification, [this] { return outcome_.has_value(); });
-    return outcome_;
-  }
-
- private:
-  static std::optional<Outcome> outcomeIn(const tamb::INotificationMessage& notification) {
-    const std::string& line = notification.GetNotificationLine();
-    if (line == "Failed") return Outcome::Failed;
-    if (line == "EngineDied") return Outcome::EngineDied;
-    if (line != "Finished") return std::nullopt;
-    const auto values = notification.GetNotificationObject();
-    const bool wasStopped = values && values->HasKey("stopped") && values->GetBool("stopped");
-    return wasStopped ? Outcome::Interrupted : Outcome::Finished;
-  }
-
-  const std::shared_ptr<Display> display_;
-  std::mutex mutex_;
-  std::condition_variable ended_;
-  std::optional<Outcome> outcome_;
-};
-
 Session::Session(Workflow workflow, EngineSource source, std::shared_ptr<Display> display)
     : workflow_(std::move(workflow)),
       messages_(workflow_.messages()),
@@ -64,7 +31,7 @@ Session::Session(Workflow workflow, EngineSource source, std::shared_ptr<Display
                                                              workflow_.description(), workflow_.engineId)),
       source_(std::move(source)),
       display_(std::move(display)),
-      watcher_(std::make_shared<Watcher>(display_)) {}
+      watcher_(std::make_shared<RunWatcher>(display_, workflow_.commands.size())) {}
 
 Session::~Session() = default;
 
@@ -80,7 +47,9 @@ Session::Engine Session::localEngine() const {
 Session::Engine Session::remoteEngine() const {
   tamb::LoadPlugin(source_.plugin);
   const auto factory = tamb::FindFactory(tamb::ElementFactoryType::Engine, "RemoteEngine");
-  if (!factory) throw std::runtime_error(source_.plugin.string() + " registers no remote engine");
+  if (!factory)
+    throw std::runtime_error("the plug-in \"" + source_.plugin.string() +
+                             "\" registers no remote engine; expected the plug-in that makes them");
   const auto config = tamb::CreateParametersCollectionInstance(
       factory->registryEntry->GetParametersCollectionPrototype("init_config"));
   config->SetUTF8String("QorServiceEndpoint", source_.serviceEndpoint);
@@ -105,27 +74,45 @@ Session::Engine Session::startEngine() {
   return made;
 }
 
-Outcome Session::run() {
-  Engine made;
+std::string Session::startFailure(const std::string& exceptionText) const {
+  std::string reason = oneLine(reasonIn(exceptionText));
+  // The service names the engine, of which there is only one here.
+  const std::string lead =
+      fmt::format("cannot start engine {} of \"{}\": ", workflow_.engineId, workflow_.workflowManagerId);
+  if (reason.starts_with(lead)) reason.erase(0, lead.size());
+  return "tamb-host: cannot start the engine: " + reason;
+}
+
+std::optional<Session::Engine> Session::tryToStartEngine() {
+  std::optional<HeldErrors> held;
+  if (!source_.logsEverything) held.emplace();
   try {
-    made = startEngine();
+    return startEngine();
   } catch (const std::runtime_error& error) {
-    display_->say("tamb-host: cannot start the engine: " + oneLine(error.what()));
-    return Outcome::NotStarted;
+    if (held) held->dropWhatFollowsFrom(error.what());
+    display_->say(startFailure(error.what()));
+    return std::nullopt;
   }
-  const auto& engine = std::get<0>(made);
+}
+
+Outcome Session::run() {
+  const auto made = tryToStartEngine();
+  if (!made) return Outcome::NotStarted;
+  const auto& engine = std::get<0>(*made);
   if (!mayRun(engine)) return Outcome::Interrupted;
   try {
     engine->Run();
   } catch (const std::runtime_error& error) {
-    display_->say("tamb-host: the run failed: " + oneLine(error.what()));
+    display_->say("tamb-host: the run failed: " + oneLine(reasonIn(error.what())));
   }
   const bool wasStopped = !mayRun(nullptr);
-  const auto outcome = watcher_->waitForOutcome();
-  // Not every engine tells that it was stopped.
-  if (!outcome && wasStopped) return Outcome::Interrupted;
-  if (!outcome) display_->say("tamb-host: the engine's run ended, and the engine did not say how");
-  return outcome.value_or(Outcome::Silent);
+  const auto end = watcher_->waitForEnd(timeForLastNotification, wasStopped);
+  if (end && !end->remark.empty()) display_->say("tamb-host: " + oneLine(end->remark));
+  if (end) return end->outcome;
+  // Not every engine reports that it was stopped.
+  if (wasStopped) return Outcome::Interrupted;
+  display_->say("tamb-host: the engine's run ended, and the engine did not report how");
+  return Outcome::Silent;
 }
 
 bool Session::mayRun(const std::shared_ptr<tamb::IEngineFrontEnd>& engine) {

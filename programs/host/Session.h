@@ -9,28 +9,12 @@
 #include <vector>
 
 #include "programs/host/Display.h"
+#include "programs/host/Outcome.h"
+#include "programs/host/RunWatcher.h"
 #include "programs/host/Workflow.h"
 #include "tamb/ElementFactory.h"
 
 namespace qor::programs {
-
-/// How a run came to its end, as exit codes of the program.
-enum class Outcome : int {
-  Finished = 0,
-  /// The engine reported that its run failed.
-  Failed = 1,
-  /// 2 is wrong usage.
-  /// The engine's process died.
-  EngineDied = 3,
-  /// There was no engine to be had.
-  NotStarted = 4,
-  /// The engine's run ended, and the engine did not say how.
-  Silent = 5,
-  /// Not all of what was to be shown could be written.
-  NotShown = 6,
-  /// It was interrupted, as shells say it of Ctrl-C.
-  Interrupted = 130,
-};
 
 /// Where an engine comes from.
 struct EngineSource {
@@ -40,6 +24,8 @@ struct EngineSource {
   std::string serviceEndpoint;
   /// Whether an engine of this process may be the test engine.
   bool withTestEngine = false;
+  /// Log all that fails while an engine is started, not only its reason.
+  bool logsEverything = false;
 };
 
 /// One workflow on one engine. run() is called once, on a thread of its own; stop() by any other.
@@ -51,19 +37,22 @@ class Session {
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
-  /// Connects, pushes the commands, runs, and waits until the engine has said how its run ended.
+  /// Connects, pushes the commands, runs, and waits until the engine has reported how its run ended. What
+  /// people have to know beyond the notifications goes to the display.
   Outcome run();
-  /// Has run() end soon.
+  /// Asks the engine to stop, so that run() ends soon.
   void stop();
 
  private:
   using Engine = tamb::ElementFactory<tamb::ElementFactoryType::Engine>::Product;
-  class Watcher;
 
   Engine localEngine() const;
   Engine remoteEngine() const;
   Engine startEngine();
-  /// Whom stop() asks from now on; false when it was called already.
+  /// None when it cannot be started; the display has been given the reason.
+  std::optional<Engine> tryToStartEngine();
+  std::string startFailure(const std::string& exceptionText) const;
+  /// Which engine stop() asks from now on; false when it was called already.
   bool mayRun(const std::shared_ptr<tamb::IEngineFrontEnd>& engine);
 
   const Workflow workflow_;
@@ -71,7 +60,7 @@ class Session {
   const std::shared_ptr<tamb::IEngineDescription> description_;
   const EngineSource source_;
   const std::shared_ptr<Display> display_;
-  const std::shared_ptr<Watcher> watcher_;
+  const std::shared_ptr<RunWatcher> watcher_;
   std::mutex mutex_;
   bool stopped_ = false;
   std::shared_ptr<tamb::IEngineFrontEnd> runningEngine_;  ///< whom stop() asks; guarded by the mutex

@@ -4,10 +4,12 @@
 #include <mutex>
 #include <sstream>
 #include <string>
+#include <utility>
 
 #include "programs/support/ErrorStream.h"
 #include "runtime/tamb/ConsoleLoggerWriter.h"
 #include "runtime/tamb/CurrentLoggerWriter.h"
+#include "runtime/tamb/RepeatCountingWriter.h"
 
 namespace qor::programs {
 
@@ -48,8 +50,25 @@ class TerminalWriter : public tamb::ILoggerWriter {
   tamb::ConsoleLoggerWriter writer_{text_};
 };
 
+/// Lives as long as the process: whatever logs last must find it.
+std::shared_ptr<tamb::RepeatCountingWriter>& countingWriter() {
+  static auto& writer = *new std::shared_ptr<tamb::RepeatCountingWriter>;
+  return writer;
+}
+
 }  // namespace
 
-void showLog(Shown shown) { tamb::SetCurrentLoggerWriter(std::make_shared<TerminalWriter>(shown)); }
+void showLog(Shown shown, Repeats repeats) {
+  std::shared_ptr<tamb::ILoggerWriter> writer = std::make_shared<TerminalWriter>(shown);
+  if (repeats == Repeats::Counted) {
+    countingWriter() = std::make_shared<tamb::RepeatCountingWriter>(std::move(writer));
+    writer = countingWriter();
+  }
+  tamb::SetCurrentLoggerWriter(std::move(writer));
+}
+
+void flushLog() {
+  if (countingWriter()) countingWriter()->flush();
+}
 
 }  // namespace qor::programs

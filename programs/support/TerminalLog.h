@@ -11,7 +11,16 @@ enum class Shown {
   Everything,
 };
 
+enum class Repeats {
+  Written,
+  /// A warning or an error that repeats an earlier one is counted, and the count written now and then.
+  Counted,
+};
+
 /// From now on, in the whole process.
-void showLog(Shown shown);
+void showLog(Shown shown, Repeats repeats = Repeats::Written);
+
+/// Writes the counts of repeated records that have not been written yet. Any thread.
+void flushLog();
 
 }  // namespace qor::programs

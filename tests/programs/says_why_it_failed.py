@@ -76,6 +76,9 @@ class MissingEngine(ProgramsTest):
         self.assertEqual(len(own), 1, host.errors())
         for part in parts:
             self.assertIn(part, errors[own[0]])
+        # Neither how the reply was printed nor what follows from the failure.
+        for noise in ("Unexpected reply", "refusal:", "Condition is not true", "\\\"", "termination request"):
+            self.assertNotIn(noise, host.errors())
         # Whatever follows is a message of its own, not the rest of a sentence.
         for line in errors[own[0] + 1:]:
             self.assertRegex(line, r"^(tamb-|qor-|Warning|Error|Info)", host.errors())
@@ -140,6 +143,33 @@ class MissingEngine(ProgramsTest):
         self.expect_exit(self.host("--input", clip(), "--service", endpoint), 0)
 
 
+class FailedCommand(ProgramsTest):
+    REMARK = r'tamb-host: the run finished, but 1 of 2 commands failed; command 2 \("Foo"\): there is no command "Foo"'
+
+    def test_of_a_run_that_finishes_is_an_exit_code_and_a_line(self):
+        commands = ["--at", "0", "FilterCommand", "target=volume", "command=volume", "argument=1", "--at", "1", "Foo"]
+        for place in ([], ["--local"]):
+            for show in ([], ["--json"]):
+                host = self.start("TAMB_HOST", "run", "--input", clip(), "--audio-filter", "volume=1", *commands,
+                                  *place, *show)
+                self.expect_exit(host, 7)
+                self.assertRegex(host.errors(), self.REMARK)
+
+    def test_for_a_step_that_is_not_there_is_one(self):
+        for place in ([], ["--local"]):
+            workflow = {"engine": {"engine": "media", "input": str(clip())},
+                        "commands": [{"name": "Pause", "step": "mixer"}]}
+            host = self.host(self.file("workflow.json", workflow), *place)
+            self.expect_exit(host, 7)
+            self.assertRegex(host.errors(), 'tamb-host: the run finished, but 1 of 1 command failed; .*"mixer"')
+
+    def test_because_a_command_stopped_the_run_is_none(self):
+        for place in ([], ["--local"]):
+            host = self.host("--input", clip(), "--at", "2", "Stop", *place)
+            self.expect_exit(host, 0)
+            self.assertTrue(host.notifications()[-1]["values"]["stopped"])
+
+
 class WrongUsage(ProgramsTest):
     def expect_usage(self, said, *arguments):
         host = self.start("TAMB_HOST", *arguments)
@@ -171,7 +201,7 @@ class WrongUsage(ProgramsTest):
         self.expect_bad_workflow('workflow.json": is no object', [])
         self.expect_bad_workflow('unknown key "engines"; expected are .*engine', {"engines": 1, "engine": {}})
         self.expect_bad_workflow('has no "engine"', {"engineId": 1})
-        self.expect_bad_workflow('"engineId" is "one"; expected is a number', {"engineId": "one", "engine": {}})
+        self.expect_bad_workflow('"engineId" is "one"; expected a number from 0 to', {"engineId": "one", "engine": {}})
         engine = {"engine": "media", "input": str(clip())}
         for said, command in (('command 1: unknown key "time"; expected are at', {"time": 1, "name": "Pause"}),
                               ('command 1: has no "name"', {"at": 1}),

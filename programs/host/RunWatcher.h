@@ -1,0 +1,52 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "programs/host/Outcome.h"
+#include "tamb/INotificationHub.h"
+
+namespace qor::programs {
+
+/// Passes the notifications of one run on, and derives from them how it ended. Notifications come on any
+/// thread.
+class RunWatcher : public tamb::INotificationCallback {
+ public:
+  struct End {
+    Outcome outcome = Outcome::Finished;
+    /// What the notification of the end does not report, for people; empty when there is nothing to add.
+    std::string remark = {};
+  };
+
+  /// The commands with the ids from 1 to `commandCount` are the workflow's; others that fail do not matter.
+  RunWatcher(std::shared_ptr<tamb::INotificationCallback> next, std::size_t commandCount);
+
+  /// "Finished", "Failed" and "EngineDied" end the run; the first one counts.
+  void OnNotification(std::shared_ptr<const tamb::INotificationMessage> notification) override;
+  /// Blocks until the run has ended, at most for that time; none when it has not. `stopRequested` tells
+  /// whether this host has asked the engine to stop.
+  std::optional<End> waitForEnd(std::chrono::milliseconds time, bool stopRequested);
+
+ private:
+  enum class Last { Finished, Stopped, Failed, EngineDied };
+
+  void note(const tamb::INotificationMessage& notification);
+  /// With the mutex held.
+  End endOf(Last last, bool stopRequested) const;
+
+  const std::shared_ptr<tamb::INotificationCallback> next_;
+  const std::size_t commandCount_;
+  std::mutex mutex_;
+  std::condition_variable ended_;
+  std::optional<Last> last_;
+  bool stoppedByCommand_ = false;
+  std::size_t failedCommands_ = 0;
+  std::string firstFailure_;  ///< as in: command 3 ("FilterCommand"): the reason
+};
+
+}  // namespace qor::programs
