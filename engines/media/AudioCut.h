@@ -8,4 +8,7 @@ namespace qor::engines {
 /// on aligned data.
 FrameHandle cutAudio(const AVFrame& frame, int first, int count);
 
+/// So many samples of silence, of the same kind as the frame given.
+FrameHandle makeSilence(const AVFrame& like, int count);
+
 }  // namespace qor::engines

@@ -36,6 +36,10 @@ MediaOutput::~MediaOutput() {
   }
 }
 
+bool MediaOutput::holdsGaps() const {
+  return audio_ != nullptr && engines::holdsGaps(container_, audio_->id);
+}
+
 StreamEncoder& MediaOutput::addStream(AVMediaType type, const AVFrame& first, const FilteredFormat& format) {
   auto* const stream = &newStream();
   auto encoder = std::make_unique<StreamEncoder>(

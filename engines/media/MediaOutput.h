@@ -28,6 +28,9 @@ class MediaOutput {
   /// Null when the container takes no such streams.
   const AVCodec* encoder(AVMediaType type) const { return chosen(type); }
 
+  /// Whether sound may begin late and pause there.
+  bool holdsGaps() const;
+
   /// Adds a stream for frames like the first. All of them before start().
   StreamEncoder& addStream(AVMediaType type, const AVFrame& first, const FilteredFormat& format);
   /// Adds a picture of an album as it is; not, when the container has no room for it. All before start().

@@ -45,11 +45,18 @@ void MediaReports::loudness(double position, double momentary, double integrated
   notifications_.publish("Loudness", position, {{"momentary", momentary}, {"integrated", integrated}});
 }
 
+void MediaReports::fault(const std::string& line, double position, const NotificationValues& values) const {
+  notifications_.publish(line, position, values);
+}
+
 void MediaReports::finished(const MediaResult& result) const {
   NotificationValues values{{"videoFrames", result.videoFrames},
                             {"audioFrames", result.audioFrames},
                             {"duration", result.duration},
-                            {"stopped", result.stopped}};
+                            {"stopped", result.stopped},
+                            {"decodeErrors", result.faults.decodeErrors},
+                            {"timeJumps", result.faults.timeJumps},
+                            {"filledGaps", result.faults.filledGaps}};
   if (result.integrated) {
     values.emplace_back("integrated", *result.integrated);
   }

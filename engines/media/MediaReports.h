@@ -10,6 +10,13 @@
 
 namespace qor::engines {
 
+/// How often something was wrong with the media, and the run went on.
+struct MediaFaultCounts {
+  std::uint64_t decodeErrors = 0;
+  std::uint64_t timeJumps = 0;
+  std::uint64_t filledGaps = 0;
+};
+
 /// What a run came to.
 struct MediaResult {
   /// Decoded frames that went into the filters.
@@ -20,6 +27,7 @@ struct MediaResult {
   /// LUFS; empty when it was not asked for.
   std::optional<double> integrated = {};
   bool stopped = false;
+  MediaFaultCounts faults = {};
 };
 
 /// The notifications of a media run. Times are in seconds of media.
@@ -34,6 +42,7 @@ class MediaReports {
   /// alike on every machine. `paused` is how long the run has been paused so far.
   void progress(double position, Clock::duration paused);
   void loudness(double position, double momentary, double integrated) const;
+  void fault(const std::string& line, double position, const NotificationValues& values) const;
   void finished(const MediaResult& result) const;
   void failed(double position, const std::string& reason) const;
 

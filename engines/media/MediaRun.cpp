@@ -42,7 +42,12 @@ std::int64_t firstSample(const tamb::MediaTime& time, int sampleRate) {
 
 MediaRun::MediaRun(const MediaDocument& document, MediaCommands& commands, MediaReports& reports,
                    RunWatch& watch, MediaPosition& position)
-    : document_(document), commands_(commands), reports_(reports), watch_(watch), position_(position) {
+    : document_(document),
+      commands_(commands),
+      reports_(reports),
+      watch_(watch),
+      position_(position),
+      faults_(reports, document.onError) {
   commands_.setTarget(this);
 }
 
@@ -71,6 +76,7 @@ MediaResult MediaRun::run() {
   }
   position_.duration = input_->duration();
   reports_.started(streams, input_->duration());
+  faults_.begin();
   if (document_.startPaused) {
     commands_.waitAtStart();
   }
@@ -116,10 +122,10 @@ void MediaRun::openDecoders() {
                                  : document_.loudness           ? "a measurement"
                                                                 : nullptr;
   if (input_->video() != nullptr && wanted(AVMEDIA_TYPE_VIDEO, videoAsked)) {
-    videoDecoder_.emplace(*input_, *input_->video());
+    videoDecoder_.emplace(*input_, *input_->video(), faults_, false);
   }
   if (input_->audio() != nullptr && wanted(AVMEDIA_TYPE_AUDIO, audioAsked)) {
-    audioDecoder_.emplace(*input_, *input_->audio());
+    audioDecoder_.emplace(*input_, *input_->audio(), faults_, output_ && !output_->holdsGaps());
   }
   if (!videoDecoder_ && !audioDecoder_) {
     throw TAMBRuntimeError(fmt::format("The container of {:?} takes none of the streams of {:?}",
@@ -233,6 +239,7 @@ void MediaRun::finish() {
     output_->finish();
   }
   result_.stopped = stopping();
+  result_.faults = faults_.counts();
   if (!result_.stopped && result_.duration + shortfall < input_->duration()) {
     tamb::WriteLogRecord(tamb::LogLevel::Warning,
                          fmt::format("{:?} ends at {:.3f} s, although it is said to last {:.3f} s",
@@ -288,7 +295,7 @@ void MediaRun::advanceSound(std::int64_t end) {
     soundOffset_ += count;
   } else {
     sound_.reset();
-    ++result_.audioFrames;
+    result_.audioFrames += soundIsFill_ ? 0 : 1;
   }
   if (!audio_->push(std::move(part), watch_)) {
     return;
@@ -299,6 +306,7 @@ void MediaRun::advanceSound(std::int64_t end) {
 
 bool MediaRun::fetchSound() {
   if (!sound_ && audioDecoder_->peek() != nullptr) {
+    soundIsFill_ = audioDecoder_->isFill();
     sound_ = audioDecoder_->take();
     soundOffset_ = 0;
   }

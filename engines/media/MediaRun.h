@@ -10,6 +10,7 @@
 #include "engines/RunWatch.h"
 #include "engines/media/LoudnessMeter.h"
 #include "engines/media/MediaCommands.h"
+#include "engines/media/MediaFaults.h"
 #include "engines/media/MediaInput.h"
 #include "engines/media/MediaLane.h"
 #include "engines/media/MediaOutput.h"
@@ -73,6 +74,7 @@ class MediaRun final : public MediaCommandTarget {
   MediaReports& reports_;
   RunWatch& watch_;
   MediaPosition& position_;
+  MediaFaults faults_;
 
   std::optional<MediaInput> input_;
   std::optional<StreamDecoder> videoDecoder_;
@@ -82,7 +84,8 @@ class MediaRun final : public MediaCommandTarget {
   std::optional<MediaLane> video_;
   std::optional<MediaLane> audio_;
   MediaPacer pacer_;
-  FrameHandle sound_;            ///< the audio frame at hand
+  FrameHandle sound_;  ///< the audio frame at hand
+  bool soundIsFill_ = false;
   int soundOffset_ = 0;          ///< how many of its samples are done
   std::int64_t soundLimit_ = 0;  ///< the sample that commands may advance to
   bool stopped_ = false;

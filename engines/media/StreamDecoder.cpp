@@ -6,6 +6,7 @@
 #include <array>
 #include <utility>
 
+#include "engines/media/AudioCut.h"
 #include "engines/media/FfmpegCalls.h"
 #include "tamb/TAMBRuntimeError.h"
 
@@ -25,6 +26,9 @@ constexpr double longestGapSeconds = 24 * 3600;
 /// Ten years.
 constexpr double longestMediaSeconds = 3650 * longestGapSeconds;
 
+/// Of the silence in gaps, in samples; one of these is cheap, however long the gap is.
+constexpr std::int64_t silenceFrameSize = 1'024;
+
 std::string layoutText(const AVChannelLayout& layout) {
   std::array<char, 128> text{};
   av_channel_layout_describe(&layout, text.data(), text.size());
@@ -33,8 +37,10 @@ std::string layoutText(const AVChannelLayout& layout) {
 
 }  // namespace
 
-StreamDecoder::StreamDecoder(MediaInput& input, AVStream& stream)
+StreamDecoder::StreamDecoder(MediaInput& input, AVStream& stream, MediaFaults& faults, bool fillGaps)
     : input_(input),
+      faults_(faults),
+      fillGaps_(fillGaps && stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO),
       stream_(stream),
       frame_(makeFrame()),
       timeBase_(stream.time_base),
@@ -64,10 +70,16 @@ StreamDecoder::StreamDecoder(MediaInput& input, AVStream& stream)
 }
 
 AVFrame* StreamDecoder::peek() {
-  if (!hasFrame_ && !ended_) {
+  if (!hasFrame_ && behindGap_) {
+    nextOfGap();
+  } else if (!hasFrame_ && !ended_) {
+    isFill_ = false;
     hasFrame_ = decode();
     if (hasFrame_) {
       stamp();
+      if (fillGaps_) {
+        openGap();
+      }
     }
   }
   return hasFrame_ ? frame_.get() : nullptr;
@@ -185,6 +197,7 @@ void StreamDecoder::stampAudio(std::int64_t time) {
   const AVRational sample{1, frame_->sample_rate};
   if (av_cmp_q(sample, timeBase_) != 0) {
     next_ = av_rescale_q(next_, timeBase_, sample);
+    soundEnd_ = av_rescale_q(soundEnd_, timeBase_, sample);
     timeBase_ = sample;
   }
   frame_->pts = next_;
@@ -197,6 +210,37 @@ void StreamDecoder::stampAudio(std::int64_t time) {
     }
   }
   next_ = av_sat_add64(frame_->pts, frame_->nb_samples);
+}
+
+void StreamDecoder::openGap() {
+  const auto gap = av_sat_sub64(frame_->pts, soundEnd_);
+  if (gap <= 0) {
+    soundEnd_ = next_;
+    return;
+  }
+  // What begins a little later is no gap to tell of, and yet it keeps its place.
+  if (gap > frame_->sample_rate * audioToleranceMilliseconds / 1000) {
+    const auto inSeconds = [&](std::int64_t samples) {
+      return static_cast<double>(samples) / frame_->sample_rate;
+    };
+    faults_.gapFilled(inSeconds(soundEnd_), inSeconds(gap));
+  }
+  behindGap_ = std::exchange(frame_, makeFrame());
+  nextOfGap();
+}
+
+void StreamDecoder::nextOfGap() {
+  const auto count = std::min<std::int64_t>(behindGap_->pts - soundEnd_, silenceFrameSize);
+  hasFrame_ = true;
+  isFill_ = count > 0;
+  if (!isFill_) {
+    frame_ = std::move(behindGap_);
+    soundEnd_ = next_;
+    return;
+  }
+  frame_ = makeSilence(*behindGap_, static_cast<int>(count));
+  frame_->pts = soundEnd_;
+  soundEnd_ += count;
 }
 
 void StreamDecoder::fail(int error) const {

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "engines/media/FfmpegHandles.h"
+#include "engines/media/MediaFaults.h"
 #include "engines/media/MediaInput.h"
 #include "engines/media/Moment.h"
 
@@ -13,12 +14,16 @@ namespace qor::engines {
 /// decoded ends it with an exception: what is broken is to be known.
 class StreamDecoder {
  public:
-  StreamDecoder(MediaInput& input, AVStream& stream);
+  /// What is given has to outlive it. `fillGaps` puts silence where sound has gaps, for outputs that cannot
+  /// hold them.
+  StreamDecoder(MediaInput& input, AVStream& stream, MediaFaults& faults, bool fillGaps);
 
   /// The next frame in presentation order; stays there until it is taken. Null when there is none now: see
   /// ended().
   AVFrame* peek();
   FrameHandle take();
+  /// Whether the frame of the last peek() is silence that was put into a gap.
+  bool isFill() const { return isFill_; }
   /// False after a null peek() when the input has to be asked for the other stream first.
   bool ended() const { return ended_; }
 
@@ -37,13 +42,19 @@ class StreamDecoder {
   void stamp();
   void stampVideo(std::int64_t time);
   void stampAudio(std::int64_t time);
+  void openGap();
+  void nextOfGap();
   [[noreturn]] void fail(int error) const;
 
   MediaInput& input_;
+  MediaFaults& faults_;
+  const bool fillGaps_;
   AVStream& stream_;
   CodecHandle codec_;
   FrameHandle frame_;
+  FrameHandle behindGap_;  ///< the frame that was decoded, as long as silence comes before it
   bool hasFrame_ = false;
+  bool isFill_ = false;
   bool ended_ = false;
   bool starved_ = false;
   AVRational timeBase_;
@@ -51,6 +62,8 @@ class StreamDecoder {
   AVRational frameRate_{0, 1};
   /// Where the next frame is expected, in units of the time base.
   std::int64_t next_ = 0;
+  /// Where the sound that was handed out ends, in samples.
+  std::int64_t soundEnd_ = 0;
 };
 
 }  // namespace qor::engines

@@ -1,0 +1,36 @@
+#include "engines/media/MediaFaults.h"
+
+namespace qor::engines {
+
+namespace {
+
+/// Of each kind. Who wants to know more looks at the counts: a broken file has hundreds of thousands.
+constexpr std::uint64_t mostTold = 20;
+
+}  // namespace
+
+void MediaFaults::gapFilled(double from, double duration) {
+  tell(++counts_.filledGaps, "GapFilled", from, {{"duration", duration}});
+}
+
+void MediaFaults::begin() {
+  begun_ = true;
+  for (const auto& each : waiting_) {
+    reports_.fault(each.line, each.seconds, each.values);
+  }
+  waiting_.clear();
+}
+
+void MediaFaults::tell(std::uint64_t count, const std::string& line, double seconds,
+                       const NotificationValues& values) {
+  if (count > mostTold) {
+    return;
+  }
+  if (begun_) {
+    reports_.fault(line, seconds, values);
+  } else {
+    waiting_.push_back({line, seconds, values});
+  }
+}
+
+}  // namespace qor::engines
