@@ -57,7 +57,7 @@ TEST(EngineDocument, NeedsNothingButAnInput) {
 
 TEST(EngineDocument, SaysWithoutAnOutputWhatToDoAboutErrors) {
   const auto document =
-      parseEngineDocument(R"({"engine": "media", "input": "in.mov", "settings": {"onError": "fail"}})");
+      parseEngineDocument(R"({"engine": "media", "input": "in.mov", "settings": {"onError": "fail"}})", all);
   EXPECT_EQ(std::get<MediaDocument>(document).onError, OnError::Fail);
 }
 
