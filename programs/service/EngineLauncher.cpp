@@ -96,41 +96,87 @@ void requireReady(ChildProcess& process, const std::function<bool()>& isToEnd) {
 
 }  // namespace
 
-EngineEndpoints EngineLauncher::launch(const WantedEngine& wanted, const std::function<bool()>& isToEnd) {
-  if (engines_.size() >= settings_.maximumEngines) {
-    throw std::runtime_error("too many engines: " + std::to_string(engines_.size()) +
-                             " are running, and the limit is " + std::to_string(settings_.maximumEngines));
+EngineLauncher::StartNumber EngineLauncher::begin(const WantedEngine& wanted, std::function<void()> onOver) {
+  if (engines_.size() + starts_.size() >= settings_.maximumEngines) {
+    throw std::runtime_error("too many engines: " + std::to_string(engines_.size()) + " are running and " +
+                             std::to_string(starts_.size()) + " are starting, and the limit is " +
+                             std::to_string(settings_.maximumEngines));
   }
-  processes::PrivateDirectory directory;
-  const auto endpoint = [&](const char* name) { return "ipc://" + (directory.path() / name).string(); };
-  EngineEndpoints endpoints{endpoint("request"), endpoint("status"), endpoint("command"),
-                            endpoint("notification")};
-  const auto start = Clock::now();
   try {
-    const auto core = leastUsedCore();
-    auto arguments = argumentsFor(wanted, endpoints, directory.path(), core);
+    auto start = std::make_unique<Start>();
+    const auto endpoint = [&](const char* name) {
+      return "ipc://" + (start->directory.path() / name).string();
+    };
+    start->number = ++lastStart_;
+    start->name = nameOf(wanted);
+    start->endpoints = {endpoint("request"), endpoint("status"), endpoint("command"),
+                        endpoint("notification")};
+    start->started = Clock::now();
+    start->core = leastUsedCore();
+    start->onOver = std::move(onOver);
+    auto arguments = argumentsFor(wanted, start->endpoints, start->directory.path(), start->core);
     if (settings_.withTestEngine) arguments.emplace_back("--with-test-engine");
-    ChildProcess process(settings_.program, std::move(arguments), inputFor(wanted),
-                         ChildProcess::Lines::OnLineDescriptor);
+    Start& begun = *starts_.emplace_back(std::move(start));
     try {
-      requireReady(process, isToEnd);
+      begun.thread = std::jthread([this, &begun, arguments = std::move(arguments), input = inputFor(wanted)](
+                                      const std::stop_token& stop) { run(begun, arguments, input, stop); });
     } catch (...) {
-      process.end(timeToEnd);
+      starts_.pop_back();
       throw;
     }
-    utils::logInfo(nameOf(wanted) + ": process " + std::to_string(process.pid()) + " is ready");
-    engines_.push_back({nameOf(wanted), std::move(process), directory.path(), start, core});
-    directory.handOver();
-    return endpoints;
+    return begun.number;
   } catch (const std::exception& error) {
     throw std::runtime_error("cannot start " + nameOf(wanted) + ": " + error.what());
+  }
+}
+
+void EngineLauncher::run(Start& start, std::vector<std::string> arguments, const std::string& input,
+                         const std::stop_token& stop) const {
+  try {
+    start.process.emplace(settings_.program, std::move(arguments), input,
+                          ChildProcess::Lines::OnLineDescriptor);
+    requireReady(*start.process, [&] { return stop.stop_requested(); });
+  } catch (const std::exception& error) {
+    start.failure = "cannot start " + start.name + ": " + error.what();
+    if (start.process) start.process->end(timeToEnd);
+  }
+  start.isOver = true;
+  start.onOver();
+}
+
+std::vector<EngineLauncher::Outcome> EngineLauncher::takeOutcomes() {
+  std::vector<Outcome> outcomes;
+  std::erase_if(starts_, [&](const std::unique_ptr<Start>& start) {
+    if (!start->isOver) return false;
+    if (start->thread.joinable()) start->thread.join();
+    outcomes.push_back(conclude(*start));
+    return true;
+  });
+  return outcomes;
+}
+
+EngineLauncher::Outcome EngineLauncher::conclude(Start& start) {
+  if (start.failure.empty()) {
+    utils::logInfo(start.name + ": process " + std::to_string(start.process->pid()) + " is ready");
+    engines_.push_back(
+        {start.name, std::move(*start.process), start.directory.path(), start.started, start.core});
+    start.directory.handOver();
+  }
+  return {.start = start.number, .endpoints = start.endpoints, .failure = start.failure};
+}
+
+void EngineLauncher::endStarts() {
+  for (const auto& start : starts_) start->thread.request_stop();
+  for (const auto& start : starts_) {
+    if (start->thread.joinable()) start->thread.join();
   }
 }
 
 std::optional<unsigned int> EngineLauncher::leastUsedCore() const {
   if (settings_.cores.empty()) return std::nullopt;
   return *std::ranges::min_element(settings_.cores, {}, [this](unsigned int core) {
-    return std::ranges::count(engines_, core, &Engine::core);
+    return std::ranges::count(engines_, core, &Engine::core) +
+           std::ranges::count(starts_, core, [](const auto& start) { return start->core; });
   });
 }
 

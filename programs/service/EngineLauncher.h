@@ -1,17 +1,22 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
+#include <stop_token>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
 #include "runtime/processes/ChildProcess.h"
 #include "runtime/processes/Cores.h"
+#include "runtime/processes/SocketFiles.h"
 
 namespace qor::programs {
 
@@ -43,18 +48,33 @@ struct LaunchSettings {
 };
 
 /// Starts engine processes, each with sockets in a private directory of its own, and knows which of them run.
-/// Engines that run when it is destroyed go on: each ends by itself once its controller has gone. One thread.
+/// Each start has a thread of its own, so that one which hangs holds up no other; there are no more starts
+/// and engines together than the settings allow. Engines that run when it is destroyed go on: each ends by
+/// itself once its controller has disconnected. One thread uses it.
 class EngineLauncher {
  public:
+  using StartNumber = std::uint64_t;
+  /// How a start ended.
+  struct Outcome {
+    StartNumber start = 0;
+    EngineEndpoints endpoints;
+    /// One readable line; empty when the engine can be connected to.
+    std::string failure;
+  };
+
   explicit EngineLauncher(LaunchSettings settings) : settings_(std::move(settings)) {}
 
-  /// Returns when the engine can be connected to. Waits for that at most 25 s, and until `isToEnd` returns
-  /// true, which is asked about every 100 ms; throws std::runtime_error with one readable line when it cannot
-  /// be had.
-  EngineEndpoints launch(const WantedEngine& wanted, const std::function<bool()>& isToEnd);
+  /// Begins to start an engine, and does not wait for it. `onOver` is called on another thread, within 25 s
+  /// and the 7 s that a process is given to end, when the outcome can be taken; it must not throw. Throws
+  /// std::runtime_error with one readable line when nothing is begun.
+  StartNumber begin(const WantedEngine& wanted, std::function<void()> onOver);
+  /// Those of starts that are over, each once. Does not wait.
+  std::vector<Outcome> takeOutcomes();
+  /// Ends all starts that are under way, and waits for that: at most 8 s, unless a process cannot be killed.
+  /// What they came to can still be taken.
+  void endStarts();
   /// Reaps engines that have ended, logs how, and removes what they could not. To be called often.
   void reap();
-  std::size_t running() const { return engines_.size(); }
 
  private:
   struct Engine {
@@ -65,10 +85,30 @@ class EngineLauncher {
     std::optional<unsigned int> core;
   };
 
+  /// What is under way: the thread writes, until `isOver` is set, what stands behind that.
+  struct Start {
+    StartNumber number = 0;
+    std::string name;
+    processes::PrivateDirectory directory;
+    EngineEndpoints endpoints;
+    std::chrono::steady_clock::time_point started;
+    std::optional<unsigned int> core;
+    std::function<void()> onOver;
+    std::atomic<bool> isOver{false};
+    std::optional<processes::ChildProcess> process;
+    std::string failure;
+    std::jthread thread;
+  };
+
+  void run(Start& start, std::vector<std::string> arguments, const std::string& input,
+           const std::stop_token& stop) const;
+  Outcome conclude(Start& start);
   std::optional<unsigned int> leastUsedCore() const;
 
   const LaunchSettings settings_;
   std::vector<Engine> engines_;
+  std::vector<std::unique_ptr<Start>> starts_;
+  StartNumber lastStart_ = 0;
   /// Of engines whose program was killed: the engine itself may go on there.
   std::vector<std::filesystem::path> abandoned_;
 };

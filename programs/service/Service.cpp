@@ -1,7 +1,10 @@
 #include "programs/service/Service.h"
 
+#include <chrono>
+#include <cstdint>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "programs/support/OneLine.h"
 #include "qor/proto/ApiService.pb.h"
@@ -13,7 +16,7 @@ namespace {
 
 namespace api = qor::proto::api_service;
 
-constexpr unsigned int pollMilliseconds = 100;
+constexpr std::chrono::milliseconds pollInterval{100};
 constexpr unsigned int requestSizeBound = 65'536;
 /// Of the exchange, as hosts speak it.
 constexpr std::int32_t submissionVersion = 2;
@@ -35,57 +38,76 @@ const api::EngineSubmission& submissionIn(const api::ApiToServiceRequest& reques
   return submission;
 }
 
-api::ServiceToApiReply replyTo(const api::ApiToServiceRequest& request, EngineLauncher& launcher,
-                               const std::function<bool()>& isToEnd) {
+api::ServiceToApiReply refusal(const std::string& failure) {
+  const std::string reason = oneLine(failure);
+  utils::logWarning("Refused: " + reason);
   api::ServiceToApiReply reply;
-  try {
-    const auto& submission = submissionIn(request);
-    const EngineEndpoints endpoints =
-        launcher.launch({.workflowManagerId = submission.workflowmanagerid(),
-                         .description = submission.description(),
-                         .engineId = static_cast<std::uint32_t>(submission.engineid())},
-                        isToEnd);
-    reply.set_kind(api::ServiceToApiReply::ENGINE_SUBMITTED);
-    auto& engine = *reply.MutableExtension(api::ServiceToApiReplyEngineSubmission);
-    engine.set_requestendpoint(endpoints.request);
-    engine.set_statusendpoint(endpoints.status);
-    engine.set_commandendpoint(endpoints.command);
-    engine.set_notificationendpoint(endpoints.notification);
-  } catch (const std::runtime_error& refusal) {
-    const std::string reason = oneLine(refusal.what());
-    utils::logWarning("Refused: " + reason);
-    reply.set_kind(api::ServiceToApiReply::REFUSED);
-    reply.set_refusal(reason);
-  }
+  reply.set_kind(api::ServiceToApiReply::REFUSED);
+  reply.set_refusal(reason);
   return reply;
+}
+
+api::ServiceToApiReply replyFor(const EngineLauncher::Outcome& outcome) {
+  if (!outcome.failure.empty()) return refusal(outcome.failure);
+  api::ServiceToApiReply reply;
+  reply.set_kind(api::ServiceToApiReply::ENGINE_SUBMITTED);
+  auto& engine = *reply.MutableExtension(api::ServiceToApiReplyEngineSubmission);
+  engine.set_requestendpoint(outcome.endpoints.request);
+  engine.set_statusendpoint(outcome.endpoints.status);
+  engine.set_commandendpoint(outcome.endpoints.command);
+  engine.set_notificationendpoint(outcome.endpoints.notification);
+  return reply;
+}
+
+void answer(socket::ConcurrentReplier& socket, socket::ConcurrentReplier::Request request,
+            const api::ServiceToApiReply& reply) {
+  try {
+    socket.answer(std::move(request), reply);
+  } catch (const std::runtime_error& error) {
+    // The host has disconnected: an engine that was started for it ends by itself.
+    utils::logWarning(std::string("A submission got no answer: ") + error.what());
+  }
 }
 
 }  // namespace
 
 Service::Service(const socket::SocketEndpoint& endpoint, EngineLauncher& launcher)
-    : launcher_(launcher), socket_("EngineService", socket::ClosePolicy::Brief) {
-  socket_.createAndConnect(socket::Protocol::Replier, endpoint, 0);
-}
+    : launcher_(launcher), socket_("EngineService", endpoint) {}
+
+// The starts' threads wake the socket.
+Service::~Service() { launcher_.endStarts(); }
 
 void Service::serve(const std::function<bool()>& isToEnd) {
   while (!isToEnd()) {
     launcher_.reap();
-    std::string errorText;
-    const int polled = socket_.poll(pollMilliseconds, errorText);
-    if (polled == 0) serveOne(isToEnd);
-    if (polled != 0 && polled != 1) throw std::runtime_error("cannot wait for submissions: " + errorText);
+    answerFinished();
+    takeSubmission();
+  }
+  launcher_.endStarts();
+  answerFinished();
+}
+
+void Service::takeSubmission() {
+  api::ApiToServiceRequest message;
+  auto request = socket_.receive(pollInterval, message, requestSizeBound);
+  if (!request) return;
+  try {
+    const auto& submission = submissionIn(message);
+    const auto start = launcher_.begin({.workflowManagerId = submission.workflowmanagerid(),
+                                        .description = submission.description(),
+                                        .engineId = static_cast<std::uint32_t>(submission.engineid())},
+                                       [this] { socket_.wake(); });
+    waiting_.emplace(start, std::move(*request));
+  } catch (const std::runtime_error& error) {
+    answer(socket_, std::move(*request), refusal(error.what()));
   }
 }
 
-void Service::serveOne(const std::function<bool()>& isToEnd) {
-  try {
-    api::ApiToServiceRequest request;
-    socket_.receiveProtoBuf(&request, requestSizeBound);
-    auto reply = replyTo(request, launcher_, isToEnd);
-    socket_.sendProtoBuf(&reply);
-  } catch (const std::runtime_error& error) {
-    // The host has gone: an engine that was started for it ends by itself.
-    utils::logWarning(std::string("A submission got no answer: ") + error.what());
+void Service::answerFinished() {
+  for (const EngineLauncher::Outcome& outcome : launcher_.takeOutcomes()) {
+    if (auto request = waiting_.extract(outcome.start)) {
+      answer(socket_, std::move(request.mapped()), replyFor(outcome));
+    }
   }
 }
 

@@ -1,27 +1,36 @@
 #pragma once
 
 #include <functional>
+#include <map>
 
 #include "programs/service/EngineLauncher.h"
-#include "qor/socket/Socket.h"
+#include "runtime/sockets/ConcurrentReplier.h"
 
 namespace qor::programs {
 
-/// Answers engine submissions, one at a time, with the endpoints of the engine that was started or a readable
-/// refusal. One thread.
+/// Answers engine submissions, each as soon as its engine can be connected to, with the engine's endpoints,
+/// or with a readable refusal. A start that hangs delays no other. One thread.
 class Service {
  public:
   /// Binds the endpoint. Throws std::runtime_error.
   Service(const socket::SocketEndpoint& endpoint, EngineLauncher& launcher);
+  /// Ends the starts that are under way.
+  ~Service();
+  Service(const Service&) = delete;
+  Service& operator=(const Service&) = delete;
 
-  /// Serves until `isToEnd` returns true: it is asked about every 100 ms.
+  /// Serves until `isToEnd` returns true: it is asked about every 100 ms. Submissions that are being served
+  /// then are refused, within 8 s.
   void serve(const std::function<bool()>& isToEnd);
 
  private:
-  void serveOne(const std::function<bool()>& isToEnd);
+  void takeSubmission();
+  void answerFinished();
 
   EngineLauncher& launcher_;
-  socket::Socket socket_;
+  socket::ConcurrentReplier socket_;
+  /// As many as there are starts under way.
+  std::map<EngineLauncher::StartNumber, socket::ConcurrentReplier::Request> waiting_;
 };
 
 }  // namespace qor::programs

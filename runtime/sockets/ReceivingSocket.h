@@ -15,6 +15,8 @@ class ReceivingSocket : public ZmqOpenSocket {
   int poll(std::chrono::milliseconds timeOut, std::string& errorText) override;
   int receive(google::protobuf::Message* message, unsigned int sizeBound) override;
   void interrupt() noexcept override { waker_.wake(); }
+  /// Takes an interrupt back that has ended a wait: the next one waits again.
+  void resume() { interrupted_ = false; }
 
  protected:
   ReceivingSocket(int type, const SocketLabel& label);

@@ -25,13 +25,19 @@ std::size_t ReplierSocket::Envelope::sizeBehindTheRequester() const {
 }
 
 void ReplierSocket::send(const google::protobuf::Message& message, std::size_t size) {
+  answer(*pending_, message, size);
+}
+
+ReplierSocket::Envelope ReplierSocket::takeEnvelope() { return std::exchange(*pending_, {}); }
+
+void ReplierSocket::answer(Envelope& envelope, const google::protobuf::Message& message, std::size_t size) {
   throwIfShutDown();
-  if (pending_->count == 0) throw failure("there is no request to answer");
+  if (envelope.count == 0) throw failure("there is no request to answer");
   ZmqMessage encoded(size);
   encode(message, encoded.data());
-  const std::size_t count = std::exchange(pending_->count, 0);
+  const std::size_t count = std::exchange(envelope.count, 0);
   // libzmq decides at the first part, which names the requester, and then takes the others too.
-  for (std::size_t part = 0; part < count; ++part) sendPart(pending_->parts[part], true);
+  for (std::size_t part = 0; part < count; ++part) sendPart(envelope.parts[part], true);
   sendPart(encoded, false);
 }
 

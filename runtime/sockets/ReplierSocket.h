@@ -14,7 +14,6 @@ class ReplierSocket : public ReceivingSocket {
   ReplierSocket(const SocketLabel& label, const SocketEndpoint& endpoint);
   void send(const google::protobuf::Message& message, std::size_t size) override;
 
- private:
   /// The parts ahead of a request's content: whose it is, which it is if the requester numbers them, and an
   /// empty one.
   struct Envelope {
@@ -29,6 +28,12 @@ class ReplierSocket : public ReceivingSocket {
     std::size_t sizeBehindTheRequester() const;
   };
 
+  /// The envelope of the request that was received last: it can be answered later, and others before it.
+  Envelope takeEnvelope();
+  /// As send, to the requester of that envelope, which is empty afterwards.
+  void answer(Envelope& envelope, const google::protobuf::Message& message, std::size_t size);
+
+ private:
   Taken takeRest(ZmqMessage& content, unsigned int& parts) override;
   void onReceived() override;
   void sendPart(ZmqMessage& part, bool moreFollow);

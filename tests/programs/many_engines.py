@@ -1,6 +1,7 @@
 """One service serves many hosts, at once and one after another."""
 
 import os
+import signal
 import unittest
 
 from programs_support import CORES, ENGINE, SUPERVISOR, ProgramsTest, clip, cores_of_threads, processes_below, wait_until
@@ -46,6 +47,58 @@ class OneService(ProgramsTest):
                              "--engine-cores", f"{min(CORES)},1000000")
         self.expect_exit(service, 1)
         self.assertIn("--engine-cores: core 1000000 cannot be used: expected is one of ", service.errors())
+
+    def service_with_a_start_that_hangs(self, *arguments):
+        """A service, its endpoint, and a host whose engine's program never becomes ready: that of engine 99."""
+        program = self.folder / "engine"
+        program.write_text(f"""#!/bin/sh
+case " $* " in *" --engine-id=99 "*) trap 'exit 1' TERM; touch hanging; while :; do sleep 0.05; done;; esac
+exec '{os.environ["TAMB_ENGINE"]}' "$@"
+""")
+        program.chmod(0o755)
+        service, endpoint = self.service("--engine-program", program, *arguments)
+        workflow = self.file("hanging.json", {"engineId": 99, "engine": {"engine": "test"}})
+        host = self.host(workflow, "--service", endpoint)
+        wait_until((self.folder / "hanging").exists, "the engine's program is not started")
+        return service, endpoint, host
+
+    def test_starts_others_while_one_start_hangs(self):
+        _, endpoint, hanging = self.service_with_a_start_that_hangs()
+        workflow = self.faulty_engine_workflow(notifications=1)
+        hosts = [self.host(workflow, "--service", endpoint) for _ in range(10)]
+        for host in hosts:
+            host.wait_for_notification("Tick")
+        # Not timed: all of them have their engines while the one that came first still waits for its answer.
+        self.assertFalse(hanging.has_ended(), hanging.everything())
+        self.assertNotIn("cannot start", hanging.errors())
+        for host in hosts:
+            host.interrupt()
+        for host in hosts:
+            self.expect_exit(host, 130)
+        # The one that hangs is given up after 25 s.
+        self.expect_exit(hanging, 4, 60)
+        self.assertIn("did not say that it is ready within 25 s", hanging.errors())
+
+    def test_counts_starts_that_are_under_way(self):
+        service, endpoint, hanging = self.service_with_a_start_that_hangs("--maximum-engines", 1)
+        refused = self.host(self.faulty_engine_workflow(), "--service", endpoint)
+        self.expect_exit(refused, 4)
+        self.assertIn("too many engines: 0 are running and 1 are starting, and the limit is 1", refused.errors())
+        self.assertFalse(hanging.has_ended())
+        # Whoever still waits is told, and the start is ended.
+        service.signal(signal.SIGTERM)
+        self.expect_exit(service, 0)
+        self.expect_exit(hanging, 4)
+        self.assertIn("the service is ending", hanging.errors())
+
+    def test_serves_on_when_a_host_is_killed_whose_engine_is_being_started(self):
+        service, endpoint, hanging = self.service_with_a_start_that_hangs()
+        hanging.signal(signal.SIGKILL)
+        hanging.wait()
+        self.expect_exit(self.host("--input", clip(), "--service", endpoint), 0)
+        service.signal(signal.SIGTERM)
+        self.expect_exit(service, 0)
+        self.assertIn("A submission got no answer: ", service.errors())
 
     def test_keeps_running_the_others_when_one_engine_dies(self):
         _, endpoint = self.service()
