@@ -6,8 +6,8 @@
 
 namespace qor::engines {
 
-/// Throws TAMBRuntimeError in one line: what was tried, FFmpeg's text for the error, and its last error line
-/// if it adds something.
+/// Throws TAMBRuntimeError in one line: what was tried, FFmpeg's text for the error, and the first
+/// error line of the call if there is one.
 [[noreturn]] void throwFfmpegError(int error, const std::string& tried);
 
 /// Makes a call into FFmpeg and throws if it fails. `tried` composes its text only then.

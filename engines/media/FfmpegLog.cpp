@@ -24,7 +24,7 @@ struct ThreadLog {
   /// A line comes in several calls at times.
   std::string pending;
   std::string lastWritten;
-  std::string lastError;
+  std::string firstError;
 };
 
 ThreadLog& threadLog() {
@@ -50,8 +50,8 @@ std::string prefix(void* object) {
 
 void writeLine(int level, std::string line) {
   auto& log = threadLog();
-  if (level <= AV_LOG_ERROR) {
-    log.lastError = line;
+  if (level <= AV_LOG_ERROR && log.firstError.empty()) {
+    log.firstError = line;
   }
   // A broken file has FFmpeg say the same thousands of times.
   if (line == log.lastWritten) {
@@ -102,8 +102,8 @@ void sendFfmpegLogToFramework() {
   std::call_once(once, [] { av_log_set_callback(receive); });
 }
 
-std::string lastFfmpegErrorLine() { return threadLog().lastError; }
+std::string firstFfmpegErrorLine() { return threadLog().firstError; }
 
-void forgetFfmpegErrorLine() { threadLog().lastError.clear(); }
+void forgetFfmpegErrorLine() { threadLog().firstError.clear(); }
 
 }  // namespace qor::engines

@@ -8,9 +8,10 @@ namespace qor::engines {
 /// levels, what is less as debug records, FFmpeg's own debug lines nowhere. Any thread, any number of times.
 void sendFfmpegLogToFramework();
 
-/// The last error line that FFmpeg wrote on this thread since the line was forgotten; empty when it wrote
-/// none. An engine runs FFmpeg without threads of its own, hence the line belongs to the call before.
-std::string lastFfmpegErrorLine();
+/// The first error line that FFmpeg wrote on this thread since the line was forgotten, empty when it wrote
+/// none. The first one names the cause; FFmpeg's callers only repeat that something failed. An engine runs
+/// FFmpeg without threads of its own, hence the line belongs to the call before.
+std::string firstFfmpegErrorLine();
 void forgetFfmpegErrorLine();
 
 }  // namespace qor::engines

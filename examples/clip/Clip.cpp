@@ -60,8 +60,11 @@ class Stream {
       codec_->width = av_buffersink_get_w(sink_);
       codec_->height = av_buffersink_get_h(sink_);
       codec_->pix_fmt = static_cast<AVPixelFormat>(av_buffersink_get_format(sink_));
-      codec_->framerate = av_buffersink_get_frame_rate(sink_);
-      codec_->time_base = av_inv_q(codec_->framerate);
+      // Some filters leave the frame rate open, such as setpts since FFmpeg 7.
+      const auto rate = av_buffersink_get_frame_rate(sink_);
+      const bool isKnown = rate.num > 0 && rate.den > 0;
+      codec_->framerate = isKnown ? rate : AVRational{0, 1};
+      codec_->time_base = isKnown ? av_inv_q(rate) : av_buffersink_get_time_base(sink_);
     } else {
       codec_->sample_rate = av_buffersink_get_sample_rate(sink_);
       codec_->sample_fmt = static_cast<AVSampleFormat>(av_buffersink_get_format(sink_));

@@ -133,9 +133,21 @@ TEST_F(Failures, DamagedFilesEndOneWayOrTheOther) {
 TEST_F(Failures, AnUnknownFilter) {
   EXPECT_THAT(reasonOfRunning({{"input", quoted(sharedClip())},
                                {"output", quoted(path("out.mkv"))},
-                               {"audioFilter", R"("louder=2")"}}),
-              AllOf(HasSubstr(R"("louder=2")"), HasSubstr("No such filter")));
+                               {"audioFilter", R"("louder")"}}),
+              AllOf(HasSubstr(R"("louder")"), HasSubstr("No such filter: 'louder'")));
   EXPECT_FALSE(std::filesystem::exists(path("out.mkv")));
+}
+
+TEST_F(Failures, AnUnknownFilterWithArguments) {
+  // Whether FFmpeg complains about the name or about the arguments depends on its release.
+  EXPECT_THAT(reasonOfRunning({{"input", quoted(sharedClip())}, {"audioFilter", R"("louder=2")"}}),
+              AllOf(HasSubstr(R"("louder=2")"), HasSubstr("No ")));
+}
+
+TEST_F(Failures, ACauseNotItsConsequences) {
+  // FFmpeg writes several lines about it; the first one is about what is wrong.
+  EXPECT_THAT(reasonOfRunning({{"input", quoted(sharedClip())}, {"audioFilter", R"("volume=loud")"}}),
+              HasSubstr("in 'loud'"));
 }
 
 TEST_F(Failures, AFilterThatItsTextDoesNotFit) {
@@ -204,7 +216,7 @@ TEST_F(Failures, SettingsThatNameNothing) {
 TEST_F(Failures, ACodecThatTheContainerDoesNotTake) {
   EXPECT_THAT(reasonOfRunning({{"input", quoted(sharedClip())},
                                {"output", quoted(path("out.mp4"))},
-                               {"settings", R"({"audioCodec": "pcm_s16le"})"}}),
+                               {"settings", R"({"audioCodec": "wmav2"})"}}),
               HasSubstr("out.mp4"));
   EXPECT_THAT(fileNames(), IsEmpty());
 }
@@ -232,7 +244,7 @@ TEST_P(FailuresOfEncoders, NameTheEncoderAndItsSizes) {
 INSTANTIATE_TEST_SUITE_P(Each, FailuresOfEncoders,
                          testing::Values(Refusal{"h263", "3gp", "Valid sizes are 128x96"},
                                          Refusal{"h261", "avi", "Valid sizes are 176x144"},
-                                         Refusal{"dvvideo", "avi", "Frame size: 720x576"}));
+                                         Refusal{"dvvideo", "avi", "no DV profile for 100x52"}));
 
 TEST_F(Failures, AnAudioEncoderThatDoesNotOpen) {
   EXPECT_THAT(reasonOfRunning({{"input", quoted(sharedClip())},
@@ -305,7 +317,7 @@ TEST_F(Failures, AnEngineWithoutADescription) {
 }
 
 TEST_F(Failures, WhatFfmpegSaysGoesToTheLogWithoutAddresses) {
-  reasonOfRunning({{"input", quoted(sharedClip())}, {"audioFilter", R"("louder=2")"}});
+  reasonOfRunning({{"input", quoted(sharedClip())}, {"audioFilter", R"("louder")"}});
   const auto records = log_.recordsWith("No such filter: 'louder'");
   ASSERT_THAT(records, Not(IsEmpty()));
   EXPECT_EQ(records.front().level, tamb::LogLevel::Error);

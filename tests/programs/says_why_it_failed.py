@@ -32,8 +32,8 @@ class FailedRun(ProgramsTest):
                             "--input", self.folder / "none.mkv")
 
     def test_of_an_unknown_filter_names_it(self):
-        self.expect_failure('Cannot use the audio filter "nosuch=1": .*nosuch',
-                            "--input", clip(), "--audio-filter", "nosuch=1")
+        self.expect_failure('Cannot use the audio filter "nosuch": .*No such filter: \'nosuch\'',
+                            "--input", clip(), "--audio-filter", "nosuch")
 
     def test_leaves_no_output(self):
         output = self.folder / "out.mkv"
