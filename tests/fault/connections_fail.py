@@ -5,11 +5,11 @@ import re
 import socket
 import time
 
-from fault_support import DESTRUCTION, IDLE, PINGING, RUNNING, STOPPING, FaultTest, Table, main
+from fault_support import AT_ONCE, DESTRUCTION, IDLE, PINGING, RUNNING, STOPPING, FaultTest, Table, main
 from programs_support import PATIENCE, wait_until
+from promises import Bound
 from relay import RelayedService
 
-AT_ONCE = 5
 CUT_SECONDS = 5
 
 
@@ -110,11 +110,13 @@ class Cut(RelayedTest):
     def test_for_good_while_running(self):
         call = self.reach(RUNNING)
         self.cut()
-        self.expect_told(call, 25)
+        self.stage = RUNNING
+        self.fault = "connection: cut for good"
+        self.expect_told(call, Bound(25, promised=16))
         self.host.wait_for_errors("no engine status received for 15 s, the backend is taken for gone")
         self.expect_destroyed()
         self.expect_engines_gone(30)
-        Table.add("connection: cut for good", RUNNING, self.told, self.gone, "Run returns, and the silence is logged")
+        self.conclude("Run returns, and the silence is logged")
 
 
 class Slow(RelayedTest):

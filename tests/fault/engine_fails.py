@@ -4,10 +4,9 @@ import re
 import signal
 import time
 
-from fault_support import DESTRUCTION, IDLE, PINGING, RUNNING, STOPPING, WIRING, FaultTest, main
+from fault_support import AT_ONCE, DESTRUCTION, IDLE, PINGING, RUNNING, STOPPING, WIRING, FaultTest, main
+from promises import Bound
 
-# Within what time a host is told, on a machine that has other work to do.
-AT_ONCE = 5
 FROZEN_SECONDS = 5
 
 
@@ -20,6 +19,7 @@ class Killed(FaultTest):
 
     def expect_last_words(self):
         self.host.wait_for(rf"^notification EngineDied 0 {self.cause}")
+        self.expect_within(AT_ONCE, self.name_of("EngineDied"), self.since_fault())
 
     def test_during_wiring(self):
         call = self.reach(WIRING)
@@ -198,7 +198,7 @@ class Stopped(FaultTest):
         # The engine ignores the stop, and is killed for it, frozen or not.
         call = self.reach(STOPPING)
         self.strike(self.engine_process(), signal.SIGSTOP)
-        self.expect_told(call, 10)
+        self.expect_told(call, Bound(10, promised=6))
         self.host.wait_for(r"^notification EngineDied 0 engine process \d+ died: signal 9 \(Killed\), "
                            "for it did not stop within 5 s of being asked to")
         self.expect_destroyed()
@@ -221,7 +221,7 @@ class KeptStopped(FaultTest):
     def test_running(self):
         call = self.reach(RUNNING)
         self.strike(self.engine_process(), signal.SIGSTOP)
-        self.expect_told(call, 15)
+        self.expect_told(call, Bound(15, promised=11))
         self.host.wait_for(rf"^notification EngineDied 0 {self.cause}")
         self.expect_destroyed()
         self.expect_engines_gone(30)

@@ -13,6 +13,8 @@ import sys
 import time
 import unittest
 
+import promises
+from promises import Bound
 from programs_support import (
     ENGINE, PATIENCE, SUPERVISOR, Program, ProgramsTest, only, processes_below, state_of, wait_until)
 
@@ -20,6 +22,9 @@ from programs_support import (
 BEFORE, WIRING, IDLE, RUNNING, PINGING, STOPPING, DESTRUCTION = (
     "before wiring", "during wiring", "idle", "running", "ping pending", "stopping", "destruction")
 STAGES = (BEFORE, WIRING, IDLE, RUNNING, PINGING, STOPPING, DESTRUCTION)
+
+# Within what time a host learns of a death.
+AT_ONCE = Bound(5, promised=1)
 
 # What the engine is like, so that the stage lasts.
 DOCUMENTS = {
@@ -163,6 +168,9 @@ class FaultTest(ProgramsTest):
         self.kill(process, number)
         self.struck = time.monotonic()
 
+    def name_of(self, event):
+        return f"{self.fault}, {self.stage}: {event}"
+
     def since_fault(self):
         return time.monotonic() - self.struck
 
@@ -170,15 +178,15 @@ class FaultTest(ProgramsTest):
         """The call that the host waits for ends in time, and like that."""
         end = self.host.wait_for_end_of(call, within + PATIENCE)
         self.told = self.since_fault()
-        self.assertLess(self.told, within, self.host.everything())
         self.assertRegex(end[2] or end[1], pattern, self.host.everything())
+        self.expect_within(within, self.name_of(f"{call} ends"), self.told)
         return end[2]
 
     def expect_engines_gone(self, within):
         wait_until(lambda: not self.engines() and not processes_below(os.getpid(), SUPERVISOR),
                    lambda: f"left: {processes_below(os.getpid())}", within + PATIENCE)
         self.gone = self.since_fault()
-        self.assertLess(self.gone, within)
+        self.expect_within(within, self.name_of("the engine's processes have exited"), self.gone)
 
     def expect_destroyed(self, within=10):
         """The host lets go of its engine, and ends by itself."""
@@ -224,4 +232,4 @@ class FaultTest(ProgramsTest):
 
 def main():
     unittest.addModuleCleanup(Table.print)
-    unittest.main(verbosity=2)
+    promises.main(verbosity=2)

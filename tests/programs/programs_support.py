@@ -15,6 +15,8 @@ import tempfile
 import time
 import unittest
 
+from promises import PromisesTest
+
 # How long a test waits for what has to come: reached by a broken system only, however busy the machine is.
 PATIENCE = 30
 # Within what time everything is gone after the death of a host: 10 s of silence, and 5 s for the engine to stop.
@@ -205,7 +207,7 @@ def clip():
     return path
 
 
-class ProgramsTest(unittest.TestCase):
+class ProgramsTest(PromisesTest):
     """Each test has a folder for temporary files of its own, and ends with nothing left of its programs."""
 
     @classmethod

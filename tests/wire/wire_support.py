@@ -20,6 +20,7 @@ import zmq
 
 import CommandAndNotification_pb2 as channels
 import TcpEngine_pb2 as engine
+from promises import PromisesTest
 from qor.proto import ApiService_pb2 as service
 
 # How long a test waits for what has to come: reached by a broken system only, however busy the machine is.
@@ -266,7 +267,7 @@ class Stranger:
             connection.close()
 
 
-class WireTest(unittest.TestCase):
+class WireTest(PromisesTest):
     """Gives a test its folder, its sockets and its processes, and sees that nothing of them is left behind."""
 
     def setUp(self):
