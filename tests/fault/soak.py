@@ -2,7 +2,8 @@
 
 One worker is one service and one host process at a time, which has one engine after the other. What came of it is
 written as a JSON object to the file that SOAK_SUMMARY names; SOAK_SECONDS and SOAK_SEED say how long and with which
-chances. The seed decides what is done, not how long it takes: the same seed is the same sequence of lives.
+chances. The seed decides what is done, not how long it takes: the same seed is the same sequence of lives. With
+SOAK_STEADY=1 neither host nor service is ever killed, so that both have as many engines as the time allows.
 """
 
 import json
@@ -14,9 +15,9 @@ import time
 import unittest
 
 from fault_support import FaultTest
-from programs_support import PATIENCE, wait_until
+from programs_support import PATIENCE, clip, wait_until
 
-# How often a life meets each of them.
+# How often a life meets each of them. Those with "media" are lives of media engines, the others of test engines.
 FAULTS = {
     None: 40,
     "engine SIGKILL": 8,
@@ -28,15 +29,33 @@ FAULTS = {
     "service SIGKILL": 6,
     "supervisor SIGKILL": 6,
     "stop ignored": 4,
+    "host SIGKILL during wiring": 6,
+    "media": 6,
+    "media, engine SIGKILL": 4,
+    "media, stopped": 4,
+    "media, flood of standard output": 6,
+}
+# What ends a host or a service before its time.
+UNSTEADY = {"host SIGKILL", "host SIGKILL during wiring", "service SIGKILL"}
+# What the media engine is to do besides. The flood is half a MiB; a pipe that nobody reads holds 64 KiB.
+MEDIA = {
+    "media": {},
+    "media, engine SIGKILL": {"realTime": True},
+    "media, stopped": {"realTime": True},
+    "media, flood of standard output": {"videoFilter": "signalstats,metadata=mode=print:file=-"},
 }
 DEATHS = {"engine SIGKILL": signal.SIGKILL, "engine SIGSEGV": signal.SIGSEGV, "engine SIGABRT": signal.SIGABRT}
 # What ends an engine that does not end when asked is SIGKILL.
-LAST_SIGNALS = {**DEATHS, "stop ignored": signal.SIGKILL}
+LAST_SIGNALS = {**DEATHS, "stop ignored": signal.SIGKILL, "media, engine SIGKILL": signal.SIGKILL}
 # Faults during which a run may not be heard of.
 EXCUSES = {*DEATHS, "engine SIGSTOP and SIGCONT", "host SIGSTOP and SIGCONT"}
 # Within what time all has arrived, or has gone, however busy the machine is.
 ARRIVED = 60
 GONE = 40
+# After so many lives with the same host and service, all that is kept for the next life is there.
+WARM_UP = 10
+# What may come on top of that, in KiB: the allocator's, once, and of each life.
+GROWTH, GROWTH_OF_A_LIFE = 6144, 4
 
 
 class Violation(AssertionError):
@@ -50,6 +69,10 @@ class Soak(FaultTest):
         # Of this host with this service.
         self.lives_together = 0
         self.chance = random.Random(int(os.environ["SOAK_SEED"]))
+        steady = os.environ.get("SOAK_STEADY") == "1"
+        self.faults = {fault: often for fault, often in FAULTS.items() if not (steady and fault in UNSTEADY)}
+        # What a media engine wrote that was left alone, by the kind of life.
+        self.whole_outputs = {}
         # How many commands this host has pushed: their ids go on from engine to engine.
         self.pushed = 0
         self.summary = {"lives": 0, "faults": {}, "hosts": 1, "services": 1, "runs not heard of": 0,
@@ -61,7 +84,7 @@ class Soak(FaultTest):
         self.host = self.staged_host()
         end = time.monotonic() + self.seconds
         while time.monotonic() < end:
-            fault = self.chance.choices(list(FAULTS), FAULTS.values())[0]
+            fault = self.chance.choices(list(self.faults), self.faults.values())[0]
             try:
                 self.live(fault)
             except Exception as failure:
@@ -75,6 +98,8 @@ class Soak(FaultTest):
             elif self.lives_together > 3:
                 self.note("end")
                 self.expect_no_growth()
+            if self.lives_together == WARM_UP:
+                self.note("warm")
         self.note("end")
         self.assertEqual(self.host.quit(), 0)
         self.expect_nothing_left_but(self.service_program, within=GONE)
@@ -83,6 +108,66 @@ class Soak(FaultTest):
 
     def live(self, fault):
         """One engine, from its submission to its end."""
+        if fault in MEDIA:
+            self.live_with_media(fault)
+        elif fault == "host SIGKILL during wiring":
+            self.kill_host_during_wiring()
+        else:
+            self.live_with_messages(fault)
+
+    def kill_host_during_wiring(self):
+        self.host.begin(f'wire {self.endpoint} {{"engine": "test"}}')
+        # The fault's moment: wiring takes about as long.
+        time.sleep(self.chance.uniform(0, 0.1))
+        self.replace_killed_host()
+
+    def replace_killed_host(self):
+        """Another host takes its place, once the engine has gone with this one."""
+        self.host.signal(signal.SIGKILL)
+        self.host.wait()
+        self.expect_nothing_left_but(self.service_program, within=GONE)
+        self.host = self.staged_host()
+        self.summary["hosts"] += 1
+        self.pushed = 0
+        self.begin_anew()
+
+    def live_with_media(self, fault):
+        begin = self.host.output_size()
+        output = self.folder / "out.mkv"
+        document = {"engine": "media", "input": str(clip()), "output": str(output), **MEDIA[fault]}
+        self.call(f"wire {self.endpoint} {json.dumps(document)}", begin)
+        self.host.begin("run")
+        self.await_line("^notification Started ", begin)
+        if fault in ("media, engine SIGKILL", "media, stopped"):
+            # The fault's moment: the media last 6 s.
+            time.sleep(self.chance.uniform(0, 2))
+        if fault == "media, engine SIGKILL":
+            self.kill(self.engine_process(), signal.SIGKILL)
+            self.await_line(r"^notification EngineDied 0 engine process \d+ died: signal 9 ", begin)
+        else:
+            if fault == "media, stopped":
+                self.call("stop", begin)
+            self.await_line("^notification Finished ", begin, ARRIVED)
+        self.await_end_of_run(fault, begin)
+        self.call("destroy", begin)
+        self.expect_nothing_left_but(self.service_program, self.host, within=GONE)
+        self.expect_output(fault, output)
+
+    def expect_output(self, fault, output):
+        """A killed engine leaves no output but an unfinished one; one that was left alone writes the same each time."""
+        if fault == "media, engine SIGKILL":
+            self.assertFalse(output.exists())
+        else:
+            written = output.read_bytes()
+            self.assertTrue(written)
+            if fault != "media, stopped":
+                self.assertEqual(written, self.whole_outputs.setdefault(fault, written))
+        left = sorted(self.folder.glob("out.mkv*"))
+        self.assertLessEqual(len(left), 1, left)
+        for path in left:
+            path.unlink()
+
+    def live_with_messages(self, fault):
         ticks, commands = self.chance.randrange(1, 300), self.chance.randrange(1, 300)
         before = self.chance.randrange(commands + 1)
         begin = self.host.output_size()
@@ -102,12 +187,7 @@ class Soak(FaultTest):
         died = fault in LAST_SIGNALS
         if fault == "host SIGKILL":
             self.expect_order(begin, ticks, commands)
-            # Another host takes its place, once the engine has gone with this one.
-            self.expect_nothing_left_but(self.service_program, within=GONE)
-            self.host = self.staged_host()
-            self.summary["hosts"] += 1
-            self.pushed = 0
-            self.begin_anew()
+            self.replace_killed_host()
             return
         if not died:
             self.expect_all(begin, ticks, commands)
@@ -131,6 +211,7 @@ class Soak(FaultTest):
         """With another host or service, what is held is compared from its own third life on."""
         self.lives_together = -1
         self.summary.pop("start", None)
+        self.summary.pop("warm", None)
 
     def meet(self, fault, begin):
         if fault in DEATHS:
@@ -229,6 +310,10 @@ class Soak(FaultTest):
             for what in ("descriptors", "threads"):
                 start, end = (self.summary[moment][process][what] for moment in ("start", "end"))
                 self.assertLessEqual(end, start + 2, f"{process}: {what}: {self.summary}")
+            if "warm" in self.summary:
+                warm, end = (self.summary[moment][process]["KiB"] for moment in ("warm", "end"))
+                allowed = GROWTH + GROWTH_OF_A_LIFE * (self.lives_together - WARM_UP)
+                self.assertLessEqual(end, warm + allowed, f"{process}: KiB: {self.summary}")
 
 
 if __name__ == "__main__":
