@@ -87,6 +87,12 @@ Workflow workflowFrom(const Arguments& arguments) {
   return workflow;
 }
 
+/// An engine of this process needs none.
+std::filesystem::path pluginFor(const Arguments& arguments) {
+  if (arguments.isLocal || !arguments.plugin.empty()) return arguments.plugin;
+  return qor::processes::siblingProgram("../lib/libtamb_multiprocess.so").lexically_normal();
+}
+
 Display::Style styleFor(const Arguments& arguments) {
   if (arguments.json) return Display::Style::Json;
   return ::isatty(STDOUT_FILENO) != 0 ? Display::Style::Bar : Display::Style::Lines;
@@ -135,7 +141,7 @@ int run(const Arguments& arguments) {
   }
   Session session(std::move(workflow),
                   {.isLocal = arguments.isLocal,
-                   .plugin = arguments.plugin,
+                   .plugin = pluginFor(arguments),
                    .serviceEndpoint = service ? service->endpoint() : arguments.service,
                    .withTestEngine = arguments.withTestEngine,
                    .logsEverything = arguments.verbose},
@@ -157,7 +163,6 @@ int main(int argumentCount, char** values) {
   app.footer(examples);
   app.require_subcommand(1);
   Arguments arguments;
-  arguments.plugin = qor::processes::siblingProgram("../lib/libtamb_multiprocess.so").lexically_normal();
   CLI::App& runCommand = *app.add_subcommand("run", "Run one workflow and show it");
   runCommand.add_option("WORKFLOW", arguments.file, "A workflow, a JSON file");
   runCommand.add_option("--input", arguments.input, "The file to read");
@@ -175,8 +180,8 @@ int main(int argumentCount, char** values) {
       ->inject_separator();
   runCommand.add_option("--service", arguments.service,
                         "The submission service to use, instead of a private one");
-  runCommand.add_option("--plugin", arguments.plugin, "The plug-in that makes remote engines")
-      ->capture_default_str();
+  runCommand.add_option("--plugin", arguments.plugin,
+                        "The plug-in that makes remote engines; by default that of these programs");
   runCommand.add_flag("--local", arguments.isLocal, "Run the engine in this process");
   runCommand.add_flag("--json", arguments.json, "Print each notification as one line of JSON");
   runCommand.add_flag(

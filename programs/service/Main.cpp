@@ -50,7 +50,9 @@ struct Arguments {
 int run(const Arguments& arguments) {
   const auto endpoint = SocketEndpoint::FromString(arguments.endpoint).withReservedPort();
   qor::processes::requireUsable(arguments.engineCores, "--engine-cores");
-  qor::programs::EngineLauncher launcher({.program = arguments.engineProgram,
+  qor::programs::EngineLauncher launcher({.program = arguments.engineProgram.empty()
+                                                         ? qor::processes::siblingProgram("tamb-engine")
+                                                         : arguments.engineProgram,
                                           .maximumEngines = arguments.maximumEngines,
                                           .cores = arguments.engineCores,
                                           .withTestEngine = arguments.withTestEngine});
@@ -74,10 +76,10 @@ int main(int argumentCount, char** values) {
   CLI::App app("Starts engines for hosts that submit them.", "qor-engine-service");
   app.footer(examples);
   Arguments arguments;
-  arguments.engineProgram = qor::processes::siblingProgram("tamb-engine");
   app.add_option("--endpoint", arguments.endpoint, "Endpoint to take submissions on, say ipc://PATH")
       ->required();
-  app.add_option("--engine-program", arguments.engineProgram, "What runs an engine")->capture_default_str();
+  app.add_option("--engine-program", arguments.engineProgram,
+                 "What runs an engine; by default tamb-engine beside this program");
   app.add_option("--maximum-engines", arguments.maximumEngines, "How many engines may run at once")
       ->capture_default_str();
   app.add_option("--engine-cores", arguments.engineCores,

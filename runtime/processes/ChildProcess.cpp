@@ -166,7 +166,15 @@ std::string describeStatus(int status) {
 }
 
 std::filesystem::path siblingProgram(const std::string& name) {
-  return std::filesystem::read_symlink("/proc/self/exe").parent_path() / name;
+  std::error_code error;
+  const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
+  if (error) {
+    throw std::system_error(error,
+                            "cannot look for \"" + name +
+                                "\" beside this program, since /proc/self/exe cannot be read (is /proc "
+                                "mounted?)");
+  }
+  return self.parent_path() / name;
 }
 
 }  // namespace qor::processes

@@ -58,7 +58,7 @@ std::optional<int> waitForEnd(pid_t child, std::chrono::milliseconds time);
 /// "signal 11 (Segmentation fault)" or "exit code 3", of a status as waitpid has it.
 std::string describeStatus(int status);
 
-/// The program of that name beside the running one.
+/// The program of that name beside the running one. Throws std::system_error where there is no /proc.
 std::filesystem::path siblingProgram(const std::string& name);
 
 }  // namespace qor::processes

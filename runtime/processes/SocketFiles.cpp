@@ -50,7 +50,15 @@ bool removeIfUnused(const fs::path& directory) {
 }
 
 PrivateDirectory::PrivateDirectory() {
-  std::string path = (fs::temp_directory_path() / "qor-XXXXXX").string();
+  std::error_code error;
+  const fs::path parent = fs::temp_directory_path(error);
+  if (error) {
+    const char* const wanted = std::getenv("TMPDIR");  // NOLINT(concurrency-mt-unsafe): nobody sets it
+    throw std::system_error(
+        error, "cannot make a directory for sockets in " +
+                   (wanted == nullptr ? std::string("/tmp") : "\"" + std::string(wanted) + "\" (TMPDIR)"));
+  }
+  std::string path = (parent / "qor-XXXXXX").string();
   if (::mkdtemp(path.data()) == nullptr) {
     throw std::system_error(errno, std::system_category(), "cannot make a directory for sockets, " + path);
   }

@@ -1,9 +1,10 @@
 """A host says why a run failed, why there is no engine, and what is wrong with its own usage."""
 
+import os
 import time
 import unittest
 
-from programs_support import ProgramsTest, clip, processes_below, wait_until
+from programs_support import Program, ProgramsTest, clip, processes_below, wait_until
 
 
 class FailedRun(ProgramsTest):
@@ -125,6 +126,20 @@ class MissingEngine(ProgramsTest):
         _, endpoint = self.service("--engine-program", self.folder / "nothing")
         self.expect_no_engine(self.host("--input", clip(), "--service", endpoint), str(self.folder / "nothing"),
                               "No such file or directory")
+
+    def test_because_there_is_no_directory_for_temporary_files_names_it(self):
+        self._environment["TMPDIR"] = str(self.folder / "gone")
+        host = self.host(self.faulty_engine_workflow())
+        self.expect_exit(host, 4)
+        self.assertRegex(host.errors(), r'^tamb-host: cannot make a directory for sockets in ".*gone" \(TMPDIR\): .+\n$')
+
+    def test_because_proc_is_not_mounted_is_told_in_one_line(self):
+        without = ["unshare", "--map-root-user", "--mount", "sh", "-c", 'mount -t tmpfs none /proc && exec "$@"', "sh"]
+        for program, arguments, code in (("TAMB_HOST", ["run", str(self.faulty_engine_workflow())], 4),
+                                         ("QOR_ENGINE_SERVICE", ["--endpoint", f"ipc://{self.folder / 'none'}"], 1)):
+            started = self.watched(Program([*without, os.environ[program], *arguments], self.folder, self._environment))
+            self.expect_exit(started, code)
+            self.assertRegex(started.errors(), r"^(tamb-host|qor-engine-service): .*/proc/self/exe cannot be read.*\n$")
 
     def test_because_no_engines_are_allowed_is_told_in_one_line(self):
         service, endpoint = self.service("--maximum-engines", 0)
