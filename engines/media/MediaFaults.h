@@ -4,7 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "engines/EngineDocument.h"
 #include "engines/media/MediaReports.h"
 
 namespace qor::engines {
@@ -13,10 +12,7 @@ namespace qor::engines {
 /// each kind. Belongs to the run's thread.
 class MediaFaults {
  public:
-  MediaFaults(const MediaReports& reports, OnError onError) : reports_(reports), onError_(onError) {}
-
-  /// Whether a run goes on behind what cannot be decoded.
-  bool skipsErrors() const { return onError_ == OnError::Skip; }
+  explicit MediaFaults(const MediaReports& reports) : reports_(reports) {}
 
   /// All times are in seconds of media.
   void gapFilled(double from, double duration);
@@ -36,7 +32,6 @@ class MediaFaults {
   };
 
   const MediaReports& reports_;
-  const OnError onError_;
   bool begun_ = false;
   std::vector<Told> waiting_;
   MediaFaultCounts counts_;

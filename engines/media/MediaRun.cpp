@@ -47,7 +47,7 @@ MediaRun::MediaRun(const MediaDocument& document, MediaCommands& commands, Media
       reports_(reports),
       watch_(watch),
       position_(position),
-      faults_(reports, document.onError) {
+      faults_(reports) {
   commands_.setTarget(this);
 }
 
