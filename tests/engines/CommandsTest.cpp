@@ -362,7 +362,7 @@ TEST_F(Commands, ForAStepThatThereIsNotAreAnsweredWithTheStepsThereAre) {
   push(5, at(1, 1));
   push(6, at(100, 1));
   engine().Run();
-  for (const auto id : {5, 6}) {
+  for (const auto id : {5U, 6U}) {
     EXPECT_EQ(refusal(id), R"(there is no step "vidoe"; expected one of "media")");
   }
   EXPECT_EQ(heard_->lines().back(), "Finished");

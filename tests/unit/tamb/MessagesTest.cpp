@@ -13,10 +13,10 @@ using tamb::EditRate;
 using tamb::MediaTime;
 
 TEST(EngineDescription, HoldsWhatItWasMadeFrom) {
-  const tamb::EngineDescription description("manager", R"({"engine": "mixer"})", -7);
+  const tamb::EngineDescription description("manager", R"({"engine": "mixer"})", 4294967295U);
   EXPECT_EQ(description.GetWorkflowManagerId(), "manager");
   EXPECT_EQ(description.GetDescription(), R"({"engine": "mixer"})");
-  EXPECT_EQ(description.GetEngineId(), -7);
+  EXPECT_EQ(description.GetEngineId(), -1) << "the bits of an unsigned number";
 }
 
 TEST(CommandMessage, HoldsWhatItWasMadeFrom) {
