@@ -4,7 +4,7 @@ import os
 import time
 import unittest
 
-from programs_support import Program, ProgramsTest, clip, processes_below, wait_until
+from programs_support import ProgramsTest, clip, processes_below, wait_until
 
 
 class FailedRun(ProgramsTest):
@@ -132,14 +132,6 @@ class MissingEngine(ProgramsTest):
         host = self.host(self.faulty_engine_workflow())
         self.expect_exit(host, 4)
         self.assertRegex(host.errors(), r'^tamb-host: cannot make a directory for sockets in ".*gone" \(TMPDIR\): .+\n$')
-
-    def test_because_proc_is_not_mounted_is_told_in_one_line(self):
-        without = ["unshare", "--map-root-user", "--mount", "sh", "-c", 'mount -t tmpfs none /proc && exec "$@"', "sh"]
-        for program, arguments, code in (("TAMB_HOST", ["run", str(self.faulty_engine_workflow())], 4),
-                                         ("QOR_ENGINE_SERVICE", ["--endpoint", f"ipc://{self.folder / 'none'}"], 1)):
-            started = self.watched(Program([*without, os.environ[program], *arguments], self.folder, self._environment))
-            self.expect_exit(started, code)
-            self.assertRegex(started.errors(), r"^(tamb-host|qor-engine-service): .*/proc/self/exe cannot be read.*\n$")
 
     def test_because_no_engines_are_allowed_is_told_in_one_line(self):
         service, endpoint = self.service("--maximum-engines", 0)
