@@ -23,6 +23,10 @@ std::chrono::milliseconds coarseNow() {
                                                                std::chrono::nanoseconds(now.tv_nsec));
 }
 
+/// A subscriber sends one byte, and some hundred to introduce itself. libzmq keeps each byte of a topic in
+/// many.
+constexpr ConnectionLimits limits{.sendQueue = 1'000, .receiveQueue = 16, .largestPart = 4096};
+
 /// While kept messages are handed over, the last subscriber may go, and what is sent then reaches nobody.
 constexpr unsigned int messagesBetweenLooks = 16;
 
@@ -34,7 +38,7 @@ constexpr std::string_view unsubscription{"\0", 1};
 }  // namespace
 
 PublisherSocket::PublisherSocket(const SocketLabel& label, bool newestOnly, const SocketEndpoint& endpoint)
-    : ZmqOpenSocket(ZMQ_XPUB, label), kept_(newestOnly) {
+    : ZmqOpenSocket(ZMQ_XPUB, label, limits), kept_(newestOnly) {
   // A full queue is told to us instead of being passed over.
   socket().setOption(ZMQ_XPUB_NODROP, 1);
   socket().setOption(ZMQ_XPUB_VERBOSE, newestOnly ? 1 : 0);

@@ -14,8 +14,8 @@ constexpr std::chrono::milliseconds longestWait{100};
 
 }  // namespace
 
-ReceivingSocket::ReceivingSocket(int type, const SocketLabel& label)
-    : ZmqOpenSocket(type, label), waker_(socket(), type, context().get(), label.text()) {}
+ReceivingSocket::ReceivingSocket(int type, const SocketLabel& label, const ConnectionLimits& limits)
+    : ZmqOpenSocket(type, label, limits), waker_(socket(), type, context().get(), label.text()) {}
 
 int ReceivingSocket::poll(std::chrono::milliseconds timeOut, std::string& errorText) {
   try {

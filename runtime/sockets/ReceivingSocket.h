@@ -19,7 +19,7 @@ class ReceivingSocket : public ZmqOpenSocket {
   void resume() { interrupted_ = false; }
 
  protected:
-  ReceivingSocket(int type, const SocketLabel& label);
+  ReceivingSocket(int type, const SocketLabel& label, const ConnectionLimits& limits);
 
   /// What came in.
   enum class Taken { Message, Unusable, WakeUp };

@@ -11,8 +11,16 @@
 
 namespace qor::socket {
 
+namespace {
+
+/// A requester has one request under way. Any further ones, after it gave up on that, wait in the kernel at
+/// its own expense.
+constexpr ConnectionLimits limits{.sendQueue = 64, .receiveQueue = 4, .largestPart = largestMessagePart};
+
+}  // namespace
+
 ReplierSocket::ReplierSocket(const SocketLabel& label, const SocketEndpoint& endpoint)
-    : ReceivingSocket(ZMQ_ROUTER, label) {
+    : ReceivingSocket(ZMQ_ROUTER, label, limits) {
   // An answer to somebody who has gone is told to us instead of being dropped.
   socket().setOption(ZMQ_ROUTER_MANDATORY, 1);
   bind(endpoint);
@@ -47,7 +55,7 @@ void ReplierSocket::sendPart(ZmqMessage& part, bool moreFollow) {
       return;
     case ZmqSocket::Sent::NoRoom:
       throw failure(
-          fmt::format("queue full: {} replies wait for the requester, which is the limit", queueLength));
+          fmt::format("queue full: {} replies wait for the requester, which is the limit", limits.sendQueue));
     case ZmqSocket::Sent::NoRoute:
       throw failure("the requester has gone before its reply");
   }

@@ -20,6 +20,9 @@ constexpr int heartbeatTimeOutMilliseconds = 1'800;
 /// by close. Most replies come within it, and a loss is noticed that much later at most.
 constexpr std::chrono::milliseconds timeForQuickReply{10};
 
+/// One exchange is under way at a time; late replies to earlier ones are dropped as they are read.
+constexpr ConnectionLimits limits{.sendQueue = 4, .receiveQueue = 4, .largestPart = largestMessagePart};
+
 /// Long before it is over, we have connected again or closed.
 constexpr std::chrono::milliseconds noReconnectionByLibzmq = std::chrono::hours(1);
 
@@ -27,7 +30,7 @@ constexpr std::chrono::milliseconds noReconnectionByLibzmq = std::chrono::hours(
 
 RequesterSocket::RequesterSocket(const SocketLabel& label, const SocketEndpoint& endpoint,
                                  std::chrono::milliseconds timeOut)
-    : ZmqOpenSocket(ZMQ_REQ, label) {
+    : ZmqOpenSocket(ZMQ_REQ, label, limits) {
   // The next request may be sent although the last one got no reply, and a late reply is then recognised.
   socket().setOption(ZMQ_REQ_RELAXED, 1);
   socket().setOption(ZMQ_REQ_CORRELATE, 1);

@@ -1,21 +1,19 @@
 #include "runtime/sockets/SubscriberSocket.h"
 
-#include "runtime/messaging/KeptMessages.h"
-
 namespace qor::socket {
 
 namespace {
 
-/// As many messages as a publisher keeps. When a publisher closes while this queue is full, libzmq drops all
-/// that the kernel still holds.
-constexpr int subscriberQueueLength = KeptMessages<ZmqMessage>::maximumCount;
+/// A long queue, because libzmq drops what the kernel still holds when a publisher closes while it is full.
+/// It holds 625 MiB of the largest messages that may be sent; whatever its owner is slow to read beyond that
+/// waits at the publisher.
+constexpr ConnectionLimits limits{.sendQueue = 16, .receiveQueue = 10'000, .largestPart = largestMessagePart};
 
 }  // namespace
 
 SubscriberSocket::SubscriberSocket(const SocketLabel& label, const SocketEndpoint& endpoint)
-    : ReceivingSocket(ZMQ_SUB, label),
+    : ReceivingSocket(ZMQ_SUB, label, limits),
       connection_(std::in_place, socket(), context(), Connection::Reconnector::Libzmq, label.text()) {
-  socket().setOption(ZMQ_RCVHWM, subscriberQueueLength);
   socket().setOption(ZMQ_SUBSCRIBE, std::string());
   connect(endpoint);
 }

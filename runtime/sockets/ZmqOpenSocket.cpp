@@ -12,24 +12,25 @@ namespace qor::socket {
 
 namespace {
 
-/// A peer that sends more in one part is cut off before its message fills the memory: far above anything that
-/// is sent, so that a message somewhat too large is still received, judged and logged.
-constexpr std::int64_t largestAccepted = std::int64_t{16} * 1024 * 1024;
 /// A peer may appear or come back at any moment; trying a local address costs microseconds.
 constexpr int firstReconnectMilliseconds = 10;
 constexpr int lastReconnectMilliseconds = 100;
 constexpr int connectTimeOutMilliseconds = 2'000;
+/// libzmq's threads answer a handshake, however busy their process is. A peer that connects and sends nothing
+/// holds a descriptor no longer than this.
+constexpr int handshakeMilliseconds = 3'000;
 /// What a socket that waits for nothing still leaves libzmq to hand a last message to a peer that is there.
 constexpr std::chrono::milliseconds handOverTime{200};
 
 }  // namespace
 
-ZmqOpenSocket::ZmqOpenSocket(int type, SocketLabel label)
+ZmqOpenSocket::ZmqOpenSocket(int type, SocketLabel label, const ConnectionLimits& limits)
     : label_(std::move(label)), context_(Context::current()) {
   socket_.emplace(context_->get(), type, label_.text());
   socket_->setOption(ZMQ_LINGER, static_cast<int>(handOverTime.count()));
-  socket_->setOption(ZMQ_SNDHWM, queueLength);
-  socket_->setOption(ZMQ_RCVHWM, queueLength);
+  socket_->setOption(ZMQ_SNDHWM, limits.sendQueue);
+  socket_->setOption(ZMQ_RCVHWM, limits.receiveQueue);
+  socket_->setOption(ZMQ_HANDSHAKE_IVL, handshakeMilliseconds);
   socket_->setOption(ZMQ_RECONNECT_IVL, firstReconnectMilliseconds);
   socket_->setOption(ZMQ_RECONNECT_IVL_MAX, lastReconnectMilliseconds);
   // Nobody answers to this name here, so that it shuts out only those who speak the protocol of 2009 to 2012.
@@ -40,7 +41,7 @@ ZmqOpenSocket::ZmqOpenSocket(int type, SocketLabel label)
   socket_->setOption(ZMQ_CONNECT_TIMEOUT, connectTimeOutMilliseconds);
   // A host that vanishes from the network ends no connection; the kernel finds out.
   socket_->setOption(ZMQ_TCP_KEEPALIVE, 1);
-  if (::zmq_setsockopt(socket_->get(), ZMQ_MAXMSGSIZE, &largestAccepted, sizeof largestAccepted) != 0) {
+  if (::zmq_setsockopt(socket_->get(), ZMQ_MAXMSGSIZE, &limits.largestPart, sizeof limits.largestPart) != 0) {
     throwZmqError(label_.text(), "cannot bound its messages");
   }
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -15,9 +16,18 @@
 
 namespace qor::socket {
 
-/// libzmq's own queues, in messages. They smooth the flow only; what has to be kept for long is kept by the
-/// publisher, which counts it. Longer ones are no faster and cost memory for each connection.
-constexpr int queueLength = 1'000;
+/// The length of libzmq's own queues for each connection, and what a peer may put into them. libzmq counts
+/// complete messages, whatever their size and number of parts.
+struct ConnectionLimits {
+  int sendQueue;     ///< messages
+  int receiveQueue;  ///< messages
+  /// Bytes. libzmq disconnects a peer that announces a larger part, before it reads it. Above the limit for a
+  /// message, so that one somewhat too large is still received, judged and logged.
+  std::int64_t largestPart;
+};
+
+/// Of a part of a message, in bytes: twice the limit for what may be sent.
+constexpr std::int64_t largestMessagePart = 131'072;
 
 /// What the four roles share: the libzmq socket and its side of the endpoint.
 class ZmqOpenSocket : public OpenSocket {
@@ -25,7 +35,7 @@ class ZmqOpenSocket : public OpenSocket {
   std::size_t close(std::chrono::milliseconds timeForUnsent) noexcept override;
 
  protected:
-  ZmqOpenSocket(int type, SocketLabel label);
+  ZmqOpenSocket(int type, SocketLabel label, const ConnectionLimits& limits);
 
   /// A derived constructor sets its options first, for options rule what is bound or connected after them.
   void bind(const SocketEndpoint& endpoint);

@@ -6,10 +6,11 @@ import zmq
 
 from wire_support import PATIENCE, PeerFailure, WireTest, reply, status
 
-OVERSIZED = bytes(20 << 20)
+# One byte more than our side reads.
+OVERSIZED = bytes((128 << 10) + 1)
 
 
-class AMessageOf20MiB(WireTest):
+class AnOversizedMessage(WireTest):
     def test_to_our_subscriber_cuts_the_connection_and_the_subscriber_comes_back(self):
         ours = self.ours()
         stock = self.publisher_for(lambda endpoint: ours.open("Subscriber", endpoint))
@@ -37,6 +38,15 @@ class AMessageOf20MiB(WireTest):
             self.assertEqual(stock.recv(), reply("served").SerializeToString())
         offender.disable_monitor()
         monitor.close()
+
+    def test_that_is_just_small_enough_is_received_and_refused(self):
+        ours, endpoint = self.bound("Replier")
+        stock = self.stock_connected(zmq.REQ, endpoint)
+        stock.send(bytes(128 << 10))
+        self.assertEqual(ours.receive("EngineStatus"), (1, b""))
+        self.assert_only_line(ours, f"{128 << 10} bytes, the limit is 65536 bytes")
+        ours.send(reply("too large"))
+        self.assertEqual(stock.recv(), reply("too large").SerializeToString())
 
     def test_to_our_requester_fails_the_exchange_and_the_next_one_works(self):
         stock, endpoint = self.stock_bound(zmq.REP)

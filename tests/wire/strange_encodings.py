@@ -15,7 +15,7 @@ STRANGE = {
     "a varint without end": (b"\x08" + b"\xff" * 20, "its 21 bytes cannot be parsed"),
     "an empty command or notification": (b"\x0a\x00", "its 2 bytes lack messages[0]."),
     "64 KiB and a byte of zeros": (bytes(65537), "65537 bytes, the limit is 65536 bytes"),
-    "a megabyte": (b"\xff" * (1 << 20), "1048576 bytes, the limit is 65536 bytes"),
+    "100 KiB": (b"\xff" * (100 << 10), "102400 bytes, the limit is 65536 bytes"),
 }
 
 

@@ -32,8 +32,8 @@ CASES = {
     "a message above the bound": (
         "EngineBackEndReply", reply("x" * BOUND).SerializeToString(),
         TOO_LARGE, f"{BOUND + 6} bytes, the limit is {BOUND} bytes"),
-    "a message of 1 MiB": ("EngineBackEndReply", reply("x" * ((1 << 20) - 6)).SerializeToString(),
-                           TOO_LARGE, f"{1 << 20} bytes, the limit is {BOUND} bytes"),
+    "a message of 128 KiB": ("EngineBackEndReply", reply("x" * ((1 << 17) - 6)).SerializeToString(),
+                             TOO_LARGE, f"{1 << 17} bytes, the limit is {BOUND} bytes"),
 }
 
 

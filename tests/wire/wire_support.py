@@ -97,6 +97,11 @@ class DrivenProcess:
                 pass
         return count
 
+    def resident_mebibytes(self):
+        with open(f"/proc/{self.pid}/status") as status_file:
+            fields = dict(line.split(":", 1) for line in status_file)
+        return int(fields["VmRSS"].split()[0]) / 1024
+
     def thread_states(self):
         """Of each thread, whether it sleeps and how often it has begun to."""
         states = {}
