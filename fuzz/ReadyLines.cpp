@@ -4,7 +4,7 @@
 #include <string>
 
 #include "fuzz/ReadableLine.h"
-#include "programs/service/ReadyLine.h"
+#include "programs/service/EngineReport.h"
 #include "programs/support/OneLine.h"
 
 namespace {
@@ -21,8 +21,12 @@ bool isReady(const std::string& line) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string line(reinterpret_cast<const char*>(data), size);
-  const std::string failure = qor::programs::readyLineFailure(line);
+  const std::string failure = qor::programs::readyReportFrom(line).failure;
   qor::fuzz::require(failure.empty() == isReady(line), "only a ready line says that all is well");
   if (!failure.empty()) qor::fuzz::requireReadableLine(failure, longestFailure);
+  if (const auto report = qor::programs::endReportFrom(line)) {
+    qor::fuzz::requireReadableLine(report->outcome, longestFailure);
+    qor::fuzz::requireReadableLine(report->reason, longestFailure);
+  }
   return 0;
 }

@@ -15,6 +15,7 @@
 #include <system_error>
 
 #include "programs/support/ErrorStream.h"
+#include "programs/support/LogLine.h"
 #include "programs/support/OneLine.h"
 #include "qor/utils/Log.h"
 #include "runtime/processes/ChildProcess.h"
@@ -41,6 +42,9 @@ constexpr int readsToDrain = 64;
 
 constexpr std::array<std::string_view, 5> eventNames{"ready", "running", "stop requested", "idle", "leaving"};
 constexpr std::string_view failed = "failed ";
+constexpr std::string_view runFailed = "run failed ";
+/// A line that several threads may write at once has to fit into what a pipe takes whole: 4096 bytes.
+constexpr std::size_t longestRunFailure = 4'000;
 
 int millisecondsUntil(EngineChild::Clock::time_point deadline) {
   using std::chrono::milliseconds;
@@ -61,6 +65,10 @@ void EngineChild::Line::tell(EngineEvent event) const {
 
 void EngineChild::Line::tellFailure(const std::string& reason) const {
   write(std::string(failed) + oneLine(reason));
+}
+
+void EngineChild::Line::tellRunFailure(const std::string& reason) const {
+  write(std::string(runFailed) + oneLine(reason, longestRunFailure));
 }
 
 void EngineChild::Line::write(const std::string& line) const {
@@ -178,6 +186,7 @@ void EngineChild::takeEvents() {
     const auto name = std::find(eventNames.begin(), eventNames.end(), line);
     if (name != eventNames.end()) take(static_cast<EngineEvent>(name - eventNames.begin()));
     if (line.starts_with(failed)) failure_ = line.substr(failed.size());
+    if (line.starts_with(runFailed)) runFailure_ = line.substr(runFailed.size());
   }
 }
 
@@ -187,13 +196,14 @@ void EngineChild::take(EngineEvent event) {
       isReady_ = true;
       break;
     case EngineEvent::Running:
-      isRunning_ = true;
+      isRunning_ = hasRun_ = true;
       break;
     case EngineEvent::StopRequested:
       isStopRequested_ = true;
       break;
     case EngineEvent::Idle:
       isRunning_ = false;
+      wasStopped_ = isStopRequested_ || isLeaving_;
       stopIgnored_.reset();
       break;
     case EngineEvent::Leaving:
@@ -207,8 +217,9 @@ void EngineChild::take(EngineEvent event) {
 void EngineChild::passOn(LineReader& stream) {
   stream.readSome();
   for (std::string line; stream.takeLine(line);) {
-    writeErrorLine(line);
-    lastLines_.push_back(oneLine(line, longestLogLine));
+    const bool isRecord = isLogRecord(line);
+    writeErrorLine(isRecord ? line : capturedLine(line, process_));
+    lastLines_.push_back(oneLine(isRecord ? withoutLogPrefix(line) : line, longestLogLine));
     if (lastLines_.size() > keptLogLines) lastLines_.pop_front();
   }
 }

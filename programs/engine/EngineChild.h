@@ -25,7 +25,10 @@ class EngineChild {
    public:
     explicit Line(processes::Descriptor pipe) : pipe_(std::move(pipe)) {}
     void tell(EngineEvent event) const;
+    /// The engine cannot be made, or is not ready in time.
     void tellFailure(const std::string& reason) const;
+    /// The engine has reported that its run failed.
+    void tellRunFailure(const std::string& reason) const;
 
    private:
     void write(const std::string& line) const;
@@ -48,6 +51,11 @@ class EngineChild {
   int status() const { return status_; }
   /// What it failed with, in its own words; empty when it did not.
   const std::string& failure() const { return failure_; }
+  /// Whether its engine's run has begun, has ended since it was asked to, and what it failed with, which is
+  /// empty when it did not.
+  bool hasRun() const { return hasRun_; }
+  bool wasStopped() const { return wasStopped_; }
+  const std::string& runFailure() const { return runFailure_; }
   /// How it died, with the last lines of its log, in one line.
   std::string cause() const;
 
@@ -78,9 +86,12 @@ class EngineChild {
   bool isReady_ = false;
   bool isRunning_ = false;
   bool isStopRequested_ = false;
+  bool hasRun_ = false;
+  bool wasStopped_ = false;
   bool isLeaving_ = false;
   int status_ = 0;
   std::string failure_;
+  std::string runFailure_;
   std::deque<std::string> lastLines_;
   /// Since when what is not to last has lasted.
   std::optional<Clock::time_point> askedToEnd_;

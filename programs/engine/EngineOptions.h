@@ -24,7 +24,8 @@ struct EngineOptions {
   std::filesystem::path directory;
   /// Whether the description may name the test engine.
   bool withTestEngine = false;
-  /// Where the program reports that the engine is ready, which is no business of the engine's process.
+  /// Where the program reports that the engine is ready, and at last what became of it: it stays open until
+  /// then. The engine's process closes it.
   int readyDescriptor = 1;
   /// What the messaging threads keep to, if anything; what the engine runs is not kept to it.
   std::optional<unsigned int> core;

@@ -76,7 +76,8 @@ void endRun(tamb::IEngineFrontEnd& engine) {
 
 }  // namespace
 
-void serveEngine(const EngineOptions& options, const std::function<void(EngineEvent)>& onEvent) {
+void serveEngine(const EngineOptions& options, const std::function<void(EngineEvent)>& onEvent,
+                 const std::function<void(const std::string&)>& onRunFailure) {
   const auto local = engines::makeLocalEngine(
       tamb::EngineDescription(options.workflowManagerId, options.description, options.engineId),
       options.withTestEngine ? engines::OfferedEngines::WithTestEngine : engines::OfferedEngines::Shipped);
@@ -93,7 +94,7 @@ void serveEngine(const EngineOptions& options, const std::function<void(EngineEv
   const auto failureReport = std::make_shared<FailureReport>(
       hosting::withEnginesEditRates(std::make_shared<TcpNotificationHubBackEnd>(
           options.workflowManagerId, options.engineId, options.notificationEndpoint)),
-      options.workflowManagerId, options.engineId);
+      options.workflowManagerId, options.engineId, onRunFailure);
   local.engine->SetNotificationHubBackEnd(failureReport);
   const TcpCommandProcessorBackEnd commands(hosting::withHostsEditRates(local.commandFrontEnd),
                                             local.commandBackEnd, options.commandEndpoint);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <string>
 
 #include "programs/engine/EngineOptions.h"
 
@@ -27,7 +28,9 @@ enum class EngineEvent {
 /// "Failed". Waits for the engine's run to end, however long that takes: whoever watches over the process
 /// bounds that. Throws std::runtime_error when the engine cannot be made, or is not ready within 5 s.
 ///
-/// `onEvent` is called on several threads: Ready and Leaving on this one.
-void serveEngine(const EngineOptions& options, const std::function<void(EngineEvent)>& onEvent);
+/// `onEvent` is called on several threads: Ready and Leaving on this one. `onRunFailure` is called once, on
+/// any thread, with the reason that is published.
+void serveEngine(const EngineOptions& options, const std::function<void(EngineEvent)>& onEvent,
+                 const std::function<void(const std::string& reason)>& onRunFailure);
 
 }  // namespace qor::programs

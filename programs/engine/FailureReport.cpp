@@ -15,18 +15,34 @@ namespace {
 
 constexpr const char* failureLine = "Failed";
 
+std::string reasonOf(const tamb::INotificationMessage& notification) {
+  try {
+    const auto object = notification.GetNotificationObject();
+    if (object && object->HasKey("reason")) return object->GetUTF8String("reason");
+  } catch (const std::exception&) {
+    // Of another type: an engine may say what it likes.
+  }
+  return "no reason was given";
+}
+
 }  // namespace
 
 FailureReport::FailureReport(std::shared_ptr<tamb::INotificationHubBackEnd> hub,
-                             std::string workflowManagerId, unsigned int engineId)
-    : hub_(std::move(hub)), workflowManagerId_(std::move(workflowManagerId)), engineId_(engineId) {}
+                             std::string workflowManagerId, unsigned int engineId,
+                             std::function<void(const std::string&)> onReported)
+    : hub_(std::move(hub)),
+      workflowManagerId_(std::move(workflowManagerId)),
+      engineId_(engineId),
+      onReported_(std::move(onReported)) {}
 
 void FailureReport::PushNotifications(
     std::vector<std::shared_ptr<const tamb::INotificationMessage>> notifications) {
-  const bool isFailure = std::ranges::any_of(
+  const auto failure = std::ranges::find_if(
       notifications, [](const auto& each) { return each && each->GetNotificationLine() == failureLine; });
+  const bool isFailure = failure != notifications.end();
+  const std::string reason = isFailure && onReported_ ? reasonOf(**failure) : "";
   hub_->PushNotifications(std::move(notifications));
-  if (isFailure) isReported_ = true;
+  if (isFailure && !isReported_.exchange(true) && onReported_) onReported_(reason);
 }
 
 void FailureReport::PushNotification(std::shared_ptr<const tamb::INotificationMessage> notification) {

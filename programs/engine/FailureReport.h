@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -13,8 +14,10 @@ namespace qor::programs {
 /// its run failed. An engine that throws instead has that reported for it. Any thread.
 class FailureReport final : public tamb::INotificationHubBackEnd {
  public:
+  /// `onReported` is called with the reason of the first failure that is published, on the thread of the
+  /// push.
   FailureReport(std::shared_ptr<tamb::INotificationHubBackEnd> hub, std::string workflowManagerId,
-                unsigned int engineId);
+                unsigned int engineId, std::function<void(const std::string& reason)> onReported = {});
 
   void PushNotifications(
       std::vector<std::shared_ptr<const tamb::INotificationMessage>> notifications) override;
@@ -28,6 +31,7 @@ class FailureReport final : public tamb::INotificationHubBackEnd {
   const std::shared_ptr<tamb::INotificationHubBackEnd> hub_;
   const std::string workflowManagerId_;
   const unsigned int engineId_;
+  const std::function<void(const std::string&)> onReported_;
   std::atomic<bool> isReported_{false};
 };
 

@@ -20,13 +20,16 @@
 #include "programs/engine/Supervisor.h"
 #include "programs/support/CommandLine.h"
 #include "programs/support/ErrorStream.h"
+#include "programs/support/LogLine.h"
 #include "programs/support/TerminalLog.h"
+#include "qor/utils/Log.h"
 #include "runtime/processes/Cores.h"
 
 namespace {
 
 using qor::programs::EngineEnd;
 using qor::programs::EngineOptions;
+using qor::programs::EngineOutcome;
 using qor::socket::SocketEndpoint;
 
 constexpr const char* examples = R"(
@@ -134,15 +137,28 @@ void reportReady(const EngineOptions& options, int enginePid) {
 }
 
 void reportFailed(int descriptor, const std::string& reason) {
-  qor::programs::writeErrorLine("tamb-engine: " + reason);
   report(descriptor, {{"event", "failed"}, {"reason", reason}});
+}
+
+/// The last line, for whoever wants to know what became of an engine that was ready.
+void reportEnded(int descriptor, const EngineOutcome& outcome) {
+  nlohmann::json line{{"event", "ended"}, {"outcome", outcome.word}};
+  if (!outcome.reason.empty()) line["reason"] = outcome.reason;
+  report(descriptor, line);
 }
 
 int run(const Arguments& arguments) {
   const EngineOptions options = optionsFrom(arguments);
-  return static_cast<int>(qor::programs::superviseEngine(
+  qor::programs::setLogOrigin("tamb-engine " + std::to_string(::getpid()) + ", " +
+                              qor::programs::engineName(options.workflowManagerId, options.engineId));
+  const auto outcome = qor::programs::superviseEngine(
       options, [&](int enginePid) { reportReady(options, enginePid); },
-      [&](const std::string& reason) { reportFailed(options.readyDescriptor, reason); }));
+      [&](const std::string& reason) {
+        qor::utils::logError(reason);
+        reportFailed(options.readyDescriptor, reason);
+      });
+  if (!outcome.word.empty()) reportEnded(options.readyDescriptor, outcome);
+  return static_cast<int>(outcome.end);
 }
 
 }  // namespace
@@ -171,8 +187,9 @@ int main(int argumentCount, char** values) {
       ->required();
   app.add_option("--directory", arguments.directory,
                  "Directory of the sockets, removed at the end if it is empty");
-  app.add_option("--ready-fd", arguments.readyDescriptor,
-                 "Open descriptor to report on that the engine is ready, or why it is not")
+  app.add_option(
+         "--ready-fd", arguments.readyDescriptor,
+         "Open descriptor to report on that the engine is ready, or why it is not, and what became of it")
       ->capture_default_str()
       ->check([](const std::string& text) {
         return ::fcntl(std::atoi(text.c_str()), F_GETFD) < 0 ? "no descriptor " + text + " is open" : "";
@@ -192,6 +209,7 @@ int main(int argumentCount, char** values) {
   try {
     return run(arguments);
   } catch (const std::exception& error) {
+    qor::programs::writeErrorLine(std::string("tamb-engine: ") + error.what());
     reportFailed(arguments.readyDescriptor, error.what());
     return static_cast<int>(EngineEnd::NotStarted);
   }

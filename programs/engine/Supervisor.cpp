@@ -13,6 +13,7 @@
 #include "programs/engine/EngineChild.h"
 #include "programs/engine/EngineProcess.h"
 #include "programs/engine/LastWords.h"
+#include "programs/support/LogLine.h"
 #include "qor/utils/Log.h"
 #include "runtime/processes/Pipe.h"
 #include "runtime/processes/SocketFiles.h"
@@ -68,12 +69,21 @@ void removeFilesOf(const EngineOptions& options) {
                                options.directory);
 }
 
+/// Of the log lines of both processes.
+void setOriginOfBoth(pid_t supervisor, pid_t engine, const EngineOptions& options) {
+  setLogOrigin("tamb-engine " + std::to_string(supervisor) + '/' + std::to_string(engine) + ", " +
+               engineName(options.workflowManagerId, options.engineId));
+}
+
 /// The child's life.
 int beTheEngine(const EngineOptions& options, const EngineChild::Line& parent) {
   const pid_t parentProcess = ::getppid();
+  setOriginOfBoth(parentProcess, ::getpid(), options);
   if (options.readyDescriptor > STDERR_FILENO) ::close(options.readyDescriptor);
   try {
-    serveEngine(options, [&](EngineEvent event) { parent.tell(event); });
+    serveEngine(
+        options, [&](EngineEvent event) { parent.tell(event); },
+        [&](const std::string& reason) { parent.tellRunFailure(reason); });
     // A parent that was killed removes nothing.
     if (::getppid() != parentProcess) removeFilesOf(options);
     return EXIT_SUCCESS;
@@ -87,9 +97,11 @@ int beTheEngine(const EngineOptions& options, const EngineChild::Line& parent) {
 class Supervision {
  public:
   Supervision(const EngineOptions& options, const std::function<void(const std::string&)>& onFailure)
-      : options_(options), onFailure_(onFailure) {}
+      : options_(options), onFailure_(onFailure) {
+    setOriginOfBoth(::getpid(), child_.process(), options);
+  }
 
-  EngineEnd run(const std::function<void(int)>& onReady) {
+  EngineOutcome run(const std::function<void(int)>& onReady) {
     attendUntil(Clock::now() + timeToBeReady, [&] { return child_.isReady(); });
     if (!child_.isReady()) return reportNotStarted();
     onReady(child_.process());
@@ -97,15 +109,17 @@ class Supervision {
     attendUntil(Clock::time_point::max(), [&] { return child_.isLeaving(); });
     if (child_.isThere()) attendUntil(Clock::now() + timeToStop, [] { return false; });
     if (child_.isThere()) {
-      onFailure_("engine process " + std::to_string(child_.process()) + " did not stop within " +
-                 std::to_string(timeToStop.count()) + " s and was killed");
-      return EngineEnd::Died;
+      const std::string reason = "engine process " + std::to_string(child_.process()) +
+                                 " did not stop within " + std::to_string(timeToStop.count()) +
+                                 " s and was killed";
+      onFailure_(reason);
+      return {EngineEnd::Died, "died", reason};
     }
-    if (child_.isLeaving() && child_.status() == 0) return EngineEnd::Served;
+    if (child_.isLeaving() && child_.status() == 0) return served();
     // Once its controller has gone, there is nobody to tell.
     if (!child_.isLeaving()) sayLastWords();
     reportDeath();
-    return EngineEnd::Died;
+    return {EngineEnd::Died, "died", child_.cause()};
   }
 
  private:
@@ -119,12 +133,18 @@ class Supervision {
     }
   }
 
-  EngineEnd reportNotStarted() {
+  EngineOutcome served() const {
+    if (!child_.runFailure().empty()) return {EngineEnd::Served, "failed", child_.runFailure()};
+    const char* const word = !child_.hasRun() ? "unused" : child_.wasStopped() ? "stopped" : "finished";
+    return {EngineEnd::Served, word, ""};
+  }
+
+  EngineOutcome reportNotStarted() {
     const bool wasSlow = child_.isThere();
     onFailure_(!child_.failure().empty() ? child_.failure()
                : wasSlow ? "the engine was not ready within " + std::to_string(timeToBeReady.count()) + " s"
                          : child_.cause());
-    return EngineEnd::NotStarted;
+    return {};
   }
 
   /// Once.
@@ -158,16 +178,16 @@ class Supervision {
 
 }  // namespace
 
-EngineEnd superviseEngine(const EngineOptions& options, const std::function<void(int pid)>& onReady,
-                          const std::function<void(const std::string& reason)>& onFailure) {
-  EngineEnd end = EngineEnd::NotStarted;
+EngineOutcome superviseEngine(const EngineOptions& options, const std::function<void(int pid)>& onReady,
+                              const std::function<void(const std::string& reason)>& onFailure) {
+  EngineOutcome outcome;
   try {
-    end = Supervision(options, onFailure).run(onReady);
+    outcome = Supervision(options, onFailure).run(onReady);
   } catch (const std::exception& error) {
     onFailure(error.what());
   }
   removeFilesOf(options);
-  return end;
+  return outcome;
 }
 
 }  // namespace qor::programs

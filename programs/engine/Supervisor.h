@@ -17,6 +17,16 @@ enum class EngineEnd : int {
   Died = 3,
 };
 
+/// What an engine came to.
+struct EngineOutcome {
+  EngineEnd end = EngineEnd::NotStarted;
+  /// In one word: "finished", "stopped" (its run was), "failed" (its run did), "unused" (it had no run),
+  /// "died"; empty when the engine was never ready.
+  std::string word;
+  /// Of what failed or died, in one line.
+  std::string reason;
+};
+
 /// Runs the engine in a process of its own, which is this one's child, and sees to it that its controller is
 /// told when it dies. Returns once the child is gone and all has been said. Every wait is bounded: 20 s for
 /// the engine to be ready, 5 s for it to stop, 10 s of silence of the controller, 10 s for a child that was
@@ -26,7 +36,7 @@ enum class EngineEnd : int {
 /// To be called by a process that has one thread and has opened no sockets: the child is a copy of it.
 /// `onReady` is given the child's process id, `onFailure` one readable line. At the end the socket files
 /// that nobody has bound any more are removed.
-EngineEnd superviseEngine(const EngineOptions& options, const std::function<void(int pid)>& onReady,
-                          const std::function<void(const std::string& reason)>& onFailure);
+EngineOutcome superviseEngine(const EngineOptions& options, const std::function<void(int pid)>& onReady,
+                              const std::function<void(const std::string& reason)>& onFailure);
 
 }  // namespace qor::programs

@@ -16,6 +16,7 @@
 #include "programs/host/Session.h"
 #include "programs/support/CommandLine.h"
 #include "programs/support/ErrorStream.h"
+#include "programs/support/LogLine.h"
 #include "programs/support/TerminalLog.h"
 
 namespace {
@@ -126,6 +127,8 @@ int run(const Arguments& arguments) {
   for (const int signal : {SIGINT, SIGTERM}) ::sigaddset(&signals, signal);
   ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   using qor::programs::Shown;
+  qor::programs::setLogOrigin("tamb-host " + std::to_string(::getpid()) + ", " +
+                              qor::programs::engineName(workflow.workflowManagerId, workflow.engineId));
   qor::programs::showLog(
       arguments.verbose ? Shown::Everything : Shown::Failures,
       arguments.verbose ? qor::programs::Repeats::Written : qor::programs::Repeats::Counted);

@@ -1,7 +1,5 @@
 #include "programs/host/Session.h"
 
-#include <fmt/format.h>
-
 #include <chrono>
 #include <exception>
 #include <stdexcept>
@@ -10,6 +8,7 @@
 #include "engines/LocalEngine.h"
 #include "programs/host/HeldErrors.h"
 #include "programs/host/Refusal.h"
+#include "programs/support/LogLine.h"
 #include "programs/support/OneLine.h"
 #include "runtime/tamb/EngineDescription.h"
 #include "runtime/tamb/FactoryRegistry.h"
@@ -78,7 +77,7 @@ std::string Session::startFailure(const std::string& exceptionText) const {
   std::string reason = oneLine(reasonIn(exceptionText));
   // The service names the engine, of which there is only one here.
   const std::string lead =
-      fmt::format("cannot start engine {} of \"{}\": ", workflow_.engineId, workflow_.workflowManagerId);
+      "cannot start " + engineName(workflow_.workflowManagerId, workflow_.engineId) + ": ";
   if (reason.starts_with(lead)) reason.erase(0, lead.size());
   return "tamb-host: cannot start the engine: " + reason;
 }

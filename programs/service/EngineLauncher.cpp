@@ -7,7 +7,8 @@
 #include <stdexcept>
 #include <utility>
 
-#include "programs/service/ReadyLine.h"
+#include "programs/service/EngineReport.h"
+#include "programs/support/LogLine.h"
 #include "qor/utils/Log.h"
 #include "runtime/processes/SocketFiles.h"
 
@@ -25,10 +26,6 @@ constexpr std::chrono::seconds timeToBeReady{25};
 /// And 5 s to end, when it has to.
 constexpr std::chrono::seconds timeToEnd{7};
 constexpr std::chrono::milliseconds lookInterval{100};
-
-std::string nameOf(const WantedEngine& wanted) {
-  return "engine " + std::to_string(wanted.engineId) + " of \"" + wanted.workflowManagerId + "\"";
-}
 
 /// An argument ends at its first zero byte.
 bool fitsCommandLine(const std::string& text) { return text.find('\0') == std::string::npos; }
@@ -80,18 +77,41 @@ std::optional<std::string> firstLineOf(ChildProcess& process, const std::functio
   return line ? line : process.readLine(std::chrono::milliseconds(0));
 }
 
-/// Throws what keeps the engine from being ready.
-void requireReady(ChildProcess& process, const std::function<bool()>& isToEnd) {
+/// The process of the engine, once that is ready; throws what keeps it from being so.
+pid_t awaitReady(ChildProcess& process, const std::function<bool()>& isToEnd) {
   const auto line = firstLineOf(process, isToEnd);
-  const std::string reason = line ? readyLineFailure(*line) : "";
-  if (line && reason.empty()) return;
-  if (line) throw std::runtime_error(reason);
+  const ReadyReport report = line ? readyReportFrom(*line) : ReadyReport{};
+  if (line && report.failure.empty()) return report.engineProcess;
+  if (line) throw std::runtime_error(report.failure);
   if (const auto status = process.reap()) {
     throw std::runtime_error("its process ended before it was ready: " + describeStatus(*status));
   }
   if (isToEnd()) throw std::runtime_error("the service is ending");
   throw std::runtime_error("its process did not say that it is ready within " +
                            std::to_string(timeToBeReady.count()) + " s");
+}
+
+/// What a program that has ended reported last; none when it did not come to that.
+std::optional<EndReport> endReportOf(ChildProcess& process) {
+  // More than a pipe holds of them, for a program that reports as it likes.
+  constexpr int mostLines = 100;
+  for (int lines = 0; lines < mostLines; ++lines) {
+    const auto line = process.readLine(std::chrono::milliseconds(0));
+    if (!line) break;
+    if (auto report = endReportFrom(*line)) return report;
+  }
+  return std::nullopt;
+}
+
+bool isFailure(const EndReport& report) { return report.outcome == "failed" || report.outcome == "died"; }
+
+/// What became of an engine, for people.
+std::string describeEnd(const std::optional<EndReport>& report, int status) {
+  if (!report) return describeStatus(status);
+  std::string text = report->outcome;
+  if (!report->reason.empty()) text += ": " + report->reason;
+  if (status != 0) text += " (" + describeStatus(status) + ")";
+  return text;
 }
 
 }  // namespace
@@ -108,7 +128,7 @@ EngineLauncher::StartNumber EngineLauncher::begin(const WantedEngine& wanted, st
       return "ipc://" + (start->directory.path() / name).string();
     };
     start->number = ++lastStart_;
-    start->name = nameOf(wanted);
+    start->name = engineName(wanted.workflowManagerId, wanted.engineId);
     start->endpoints = {endpoint("request"), endpoint("status"), endpoint("command"),
                         endpoint("notification")};
     start->started = Clock::now();
@@ -126,7 +146,8 @@ EngineLauncher::StartNumber EngineLauncher::begin(const WantedEngine& wanted, st
     }
     return begun.number;
   } catch (const std::exception& error) {
-    throw std::runtime_error("cannot start " + nameOf(wanted) + ": " + error.what());
+    throw std::runtime_error("cannot start " + engineName(wanted.workflowManagerId, wanted.engineId) + ": " +
+                             error.what());
   }
 }
 
@@ -135,7 +156,7 @@ void EngineLauncher::run(Start& start, std::vector<std::string> arguments, const
   try {
     start.process.emplace(settings_.program, std::move(arguments), input,
                           ChildProcess::Lines::OnLineDescriptor);
-    requireReady(*start.process, [&] { return stop.stop_requested(); });
+    start.engineProcess = awaitReady(*start.process, [&] { return stop.stop_requested(); });
   } catch (const std::exception& error) {
     start.failure = "cannot start " + start.name + ": " + error.what();
     if (start.process) start.process->end(timeToEnd);
@@ -157,9 +178,10 @@ std::vector<EngineLauncher::Outcome> EngineLauncher::takeOutcomes() {
 
 EngineLauncher::Outcome EngineLauncher::conclude(Start& start) {
   if (start.failure.empty()) {
-    utils::logInfo(start.name + ": process " + std::to_string(start.process->pid()) + " is ready");
-    engines_.push_back(
-        {start.name, std::move(*start.process), start.directory.path(), start.started, start.core});
+    const std::string name = start.name + " (supervisor " + std::to_string(start.process->pid()) +
+                             ", engine process " + std::to_string(start.engineProcess) + ")";
+    utils::logInfo(name + " is ready");
+    engines_.push_back({name, std::move(*start.process), start.directory.path(), start.started, start.core});
     start.directory.handOver();
   }
   return {.start = start.number, .endpoints = start.endpoints, .failure = start.failure};
@@ -187,10 +209,11 @@ void EngineLauncher::reap() {
     // What ends by itself has removed it.
     if (WIFSIGNALED(*status)) abandoned_.push_back(engine.directory);
     const auto lived = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - engine.started);
-    const std::string text = engine.name + ": process " + std::to_string(engine.process.pid()) +
-                             " ended after " + std::to_string(lived.count()) +
-                             " s: " + describeStatus(*status);
-    *status == 0 ? utils::logInfo(text) : utils::logWarning(text);
+    const auto report = endReportOf(engine.process);
+    const std::string text =
+        engine.name + " ended after " + std::to_string(lived.count()) + " s: " + describeEnd(report, *status);
+    const bool isBad = report ? isFailure(*report) && settings_.reportsFailedJobs : *status != 0;
+    isBad ? utils::logWarning(text) : utils::logInfo(text);
     return true;
   });
   std::erase_if(abandoned_, processes::removeIfUnused);

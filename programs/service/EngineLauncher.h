@@ -45,6 +45,9 @@ struct LaunchSettings {
   processes::Cores cores;
   /// Whether the test engine, which crashes and freezes on demand, is offered.
   bool withTestEngine = false;
+  /// Whether jobs that failed, and say so themselves, are a warning in the log, or, where their host tells
+  /// everybody who reads it, an event.
+  bool reportsFailedJobs = true;
 };
 
 /// Starts engine processes, each with sockets in a private directory of its own, and knows which of them run.
@@ -96,6 +99,7 @@ class EngineLauncher {
     std::function<void()> onOver;
     std::atomic<bool> isOver{false};
     std::optional<processes::ChildProcess> process;
+    pid_t engineProcess = 0;
     std::string failure;
     std::jthread thread;
   };

@@ -12,6 +12,7 @@
 #include "programs/service/Service.h"
 #include "programs/support/CommandLine.h"
 #include "programs/support/ErrorStream.h"
+#include "programs/support/LogLine.h"
 #include "programs/support/TerminalLog.h"
 #include "runtime/processes/Cores.h"
 #include "runtime/processes/SocketFiles.h"
@@ -55,7 +56,8 @@ int run(const Arguments& arguments) {
                                                          : arguments.engineProgram,
                                           .maximumEngines = arguments.maximumEngines,
                                           .cores = arguments.engineCores,
-                                          .withTestEngine = arguments.withTestEngine});
+                                          .withTestEngine = arguments.withTestEngine,
+                                          .reportsFailedJobs = arguments.parent == 0});
   // Whichever way it ends: behind the service's own end.
   const struct Files {
     ~Files() { qor::processes::removeSocketFiles({endpoint}, directory); }
@@ -88,12 +90,13 @@ int main(int argumentCount, char** values) {
   app.add_option("--directory", arguments.directory,
                  "Directory of the socket, removed at the end if it is empty");
   app.add_option("--end-with-parent", arguments.parent,
-                 "End when the process that started it, this one, ends");
+                 "End when the process that started it, this one, ends; that reports jobs that fail");
   app.add_flag("--with-test-engine", arguments.withTestEngine,
                "Offer the engine \"test\" too, which crashes and freezes on demand");
   app.add_flag("--quiet", arguments.quiet, "Log failures only");
   if (const auto exitCode = qor::programs::parseCommandLine(app, argumentCount, values)) return *exitCode;
   using qor::programs::Shown;
+  qor::programs::setLogOrigin("qor-engine-service " + std::to_string(::getpid()));
   qor::programs::showLog(arguments.quiet ? Shown::Failures : Shown::Events);
   for (const int signal : {SIGTERM, SIGINT}) std::signal(signal, [](int) { endIsAskedFor = 1; });
   if (arguments.parent != 0) {

@@ -11,7 +11,9 @@
 #include <mutex>
 #include <string>
 
+#include "programs/support/LogLine.h"
 #include "runtime/processes/Pipe.h"
+#include "tamb/LogContext.h"
 
 namespace qor::programs {
 
@@ -76,8 +78,9 @@ bool writeLine(std::string line) {
 }
 
 void writeCount() {
-  if (dropped > 0 && writeLine("(" + std::to_string(dropped) + " lines could not be written here)"))
-    dropped = 0;
+  if (dropped == 0) return;
+  const std::string prefix = logPrefix("Warning", tamb::GetThreadId());
+  if (writeLine(prefix + "(" + std::to_string(dropped) + " lines could not be written here)")) dropped = 0;
 }
 
 }  // namespace

@@ -1,12 +1,15 @@
 #include "programs/support/TerminalLog.h"
 
+#include <algorithm>
 #include <memory>
 #include <mutex>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "programs/support/ErrorStream.h"
+#include "programs/support/LogLine.h"
 #include "runtime/tamb/ConsoleLoggerWriter.h"
 #include "runtime/tamb/CurrentLoggerWriter.h"
 #include "runtime/tamb/RepeatCountingWriter.h"
@@ -22,15 +25,30 @@ class TerminalWriter : public tamb::ILoggerWriter {
              const std::string& source, const std::string& line, const std::string& function,
              const std::string& threadId, const std::string& time) override {
     if (!isShown(level)) return;
+    const std::string origin = logOriginWith(context);
     const std::lock_guard lock(mutex_);
+    // Each of its lines by itself, so that each says where it comes from.
+    std::string_view rest(message);
+    rest = rest.substr(0, rest.find_last_not_of("\r\n") + 1);
+    do {
+      const auto end = std::min(rest.find('\n'), rest.size());
+      writeOne(level, std::string(rest.substr(0, end)), origin, source, line, function, threadId, time);
+      rest.remove_prefix(std::min(end + 1, rest.size()));
+    } while (!rest.empty());
+  }
+
+ private:
+  /// With the mutex held.
+  void writeOne(tamb::LogLevel level, const std::string& message, const std::string& origin,
+                const std::string& source, const std::string& line, const std::string& function,
+                const std::string& threadId, const std::string& time) {
     text_.str({});
-    writer_.Write(level, message, context, source, line, function, threadId, time);
+    writer_.Write(level, message, origin, source, line, function, threadId, time);
     std::string record = text_.str();
     if (!record.empty()) record.pop_back();  // its line end
     writeErrorLine(record);
   }
 
- private:
   bool isShown(tamb::LogLevel level) const {
     switch (level) {
       case tamb::LogLevel::Warning:

@@ -17,7 +17,7 @@ enum class Repeats {
   Counted,
 };
 
-/// From now on, in the whole process.
+/// From now on, in the whole process. Each line of a record begins as LogLine.h has it.
 void showLog(Shown shown, Repeats repeats = Repeats::Written);
 
 /// Writes the counts of repeated records that have not been written yet. Any thread.

@@ -30,7 +30,7 @@ class Prints(ProgramsTest):
         host.wait_for_errors(LAST_LINE)
         host.interrupt()
         self.expect_exit(host, 130)
-        self.assertEqual(len(host.error_lines("TestEngine: line ")), LINES)
+        self.assertEqual(len(host.captured_lines("TestEngine: line ")), LINES)
         # Notifications alone.
         self.assertEqual(set(host.lines()), {"Tick"})
 
@@ -48,7 +48,7 @@ class Prints(ProgramsTest):
         self.assertEqual(host.lines()[-1], "Finished")
         self.assertTrue(output.stat().st_size)
         # Several times what a pipe holds.
-        lines = host.error_lines("lavfi.signalstats.YMIN=")
+        lines = host.captured_lines("lavfi.signalstats.YMIN=")
         self.assertEqual(len(lines), host.notifications()[-1]["values"]["videoFrames"])
 
     def test_stand_in_the_cause_of_its_death(self):
@@ -156,7 +156,7 @@ class NeverRead(ProgramsTest):
             self.expect_exit(host, 130)
             said = read.result(PATIENCE).decode()
         lines = said.count("TestEngine: line ")
-        counts = re.findall(r"^\((\d+) lines could not be written here\)$", said, re.MULTILINE)
+        counts = re.findall(r"^Warning .*\] \d+ \((\d+) lines could not be written here\)$", said, re.MULTILINE)
         self.assertLess(lines, LINES)
         # Other lines may be among those that were dropped.
         self.assertGreaterEqual(lines + sum(map(int, counts)), LINES, said[-500:])

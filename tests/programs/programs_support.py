@@ -8,6 +8,7 @@ import functools
 import json
 import os
 import pathlib
+import re
 import shutil
 import signal
 import subprocess
@@ -138,8 +139,10 @@ class Program:
     def everything(self):
         return f"output:\n{self.output()}\nerrors:\n{self.errors()}"
 
-    def error_lines(self, start):
-        return [line for line in self.errors().splitlines() if line.startswith(start)]
+    def captured_lines(self, start):
+        """What engines, or libraries in them, have printed, of the lines that start so."""
+        found = (re.match(r"Output  \S+ \[.*?\] \d+ (.*)", line) for line in self.errors().splitlines())
+        return [match[1] for match in found if match and match[1].startswith(start)]
 
     def notifications(self):
         """Those that have been shown so far, of a program that shows them as JSON."""
