@@ -10,9 +10,9 @@
 #include <exception>
 #include <system_error>
 
+#include "hosting/EngineTakeover.h"
 #include "programs/engine/EngineChild.h"
 #include "programs/engine/EngineProcess.h"
-#include "programs/engine/LastWords.h"
 #include "programs/support/LogLine.h"
 #include "qor/utils/Log.h"
 #include "runtime/processes/Pipe.h"
@@ -27,7 +27,7 @@ using Clock = EngineChild::Clock;
 constexpr std::chrono::seconds timeToBeReady{20};
 constexpr std::chrono::seconds timeToStop{5};
 /// For hosts that are there, even when this process is asked to end.
-constexpr std::chrono::seconds timeForLastWords{2};
+constexpr std::chrono::seconds timeForTakeover{2};
 
 /// Signals of this process as something to wait for, from the construction on.
 class Signals {
@@ -93,7 +93,7 @@ int beTheEngine(const EngineOptions& options, const EngineChild::Line& parent) {
   }
 }
 
-/// A supervisor's work, from the start of the child to its last words.
+/// A supervisor's work, from the start of the child to its end, which hosts are told of.
 class Supervision {
  public:
   Supervision(const EngineOptions& options, const std::function<void(const std::string&)>& onFailure)
@@ -117,7 +117,7 @@ class Supervision {
     }
     if (child_.isLeaving() && child_.status() == 0) return served();
     // Once its controller has gone, there is nobody to tell.
-    if (!child_.isLeaving()) sayLastWords();
+    if (!child_.isLeaving()) takeOver();
     reportDeath();
     return {EngineEnd::Died, "died", child_.cause()};
   }
@@ -154,15 +154,21 @@ class Supervision {
   }
 
   /// The host comes first: reports go where a reader may stand still. From then on it is served for a while.
-  void sayLastWords() {
-    const auto shortest = Clock::now() + timeForLastWords;
+  void takeOver() {
+    const auto shortest = Clock::now() + timeForTakeover;
     try {
-      speakForTheDead(options_, child_.cause(), [&] {
+      const hosting::DeadEngine engine{.workflowManagerId = options_.workflowManagerId,
+                                       .engineId = options_.engineId,
+                                       .requestEndpoint = options_.requestEndpoint,
+                                       .statusEndpoint = options_.statusEndpoint,
+                                       .notificationEndpoint = options_.notificationEndpoint,
+                                       .cause = child_.cause()};
+      hosting::takeOverEndpoints(engine, [&] {
         reportDeath();
         return signals_.endIsAskedFor() && Clock::now() >= shortest;
       });
     } catch (const std::exception& error) {
-      utils::logWarning(std::string("Nobody speaks for the dead engine: ") + error.what());
+      utils::logWarning(std::string("The dead engine's endpoints cannot be taken over: ") + error.what());
     }
   }
 

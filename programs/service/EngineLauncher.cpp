@@ -105,6 +105,16 @@ std::optional<EndReport> endReportOf(ChildProcess& process) {
 
 bool isFailure(const EndReport& report) { return report.outcome == "failed" || report.outcome == "died"; }
 
+hosting::DeadEngine identityOf(std::string workflowManagerId, std::uint32_t engineId,
+                               const EngineEndpoints& endpoints) {
+  return {.workflowManagerId = std::move(workflowManagerId),
+          .engineId = engineId,
+          .requestEndpoint = socket::SocketEndpoint::FromString(endpoints.request),
+          .statusEndpoint = socket::SocketEndpoint::FromString(endpoints.status),
+          .notificationEndpoint = socket::SocketEndpoint::FromString(endpoints.notification),
+          .cause = ""};
+}
+
 /// What became of an engine, for people.
 std::string describeEnd(const std::optional<EndReport>& report, int status) {
   if (!report) return describeStatus(status);
@@ -117,8 +127,9 @@ std::string describeEnd(const std::optional<EndReport>& report, int status) {
 }  // namespace
 
 EngineLauncher::StartNumber EngineLauncher::begin(const WantedEngine& wanted, std::function<void()> onOver) {
-  if (engines_.size() + starts_.size() >= settings_.maximumEngines) {
-    throw std::runtime_error("too many engines: " + std::to_string(engines_.size()) + " are running and " +
+  const std::size_t running = engines_.size() + orphans_.size();
+  if (running + starts_.size() >= settings_.maximumEngines) {
+    throw std::runtime_error("too many engines: " + std::to_string(running) + " are running and " +
                              std::to_string(starts_.size()) + " are starting, and the limit is " +
                              std::to_string(settings_.maximumEngines));
   }
@@ -129,6 +140,8 @@ EngineLauncher::StartNumber EngineLauncher::begin(const WantedEngine& wanted, st
     };
     start->number = ++lastStart_;
     start->name = engineName(wanted.workflowManagerId, wanted.engineId);
+    start->workflowManagerId = wanted.workflowManagerId;
+    start->engineId = wanted.engineId;
     start->endpoints = {endpoint("request"), endpoint("status"), endpoint("command"),
                         endpoint("notification")};
     start->started = Clock::now();
@@ -181,8 +194,12 @@ EngineLauncher::Outcome EngineLauncher::conclude(Start& start) {
     const std::string name = start.name + " (supervisor " + std::to_string(start.process->pid()) +
                              ", engine process " + std::to_string(start.engineProcess) + ")";
     utils::logInfo(name + " is ready");
-    engines_.push_back({name, std::move(*start.process), start.directory.path(), start.started, start.core});
+    engines_.push_back({name, identityOf(start.workflowManagerId, start.engineId, start.endpoints),
+                        start.engineProcess, std::move(*start.process), start.directory.path(), start.started,
+                        start.core});
     start.directory.handOver();
+  } else if (start.process) {
+    groups_.push_back(start.process->pid());
   }
   return {.start = start.number, .endpoints = start.endpoints, .failure = start.failure};
 }
@@ -205,18 +222,48 @@ std::optional<unsigned int> EngineLauncher::leastUsedCore() const {
 void EngineLauncher::reap() {
   std::erase_if(engines_, [this](Engine& engine) {
     const auto status = engine.process.reap();
-    if (!status) return false;
-    // What ends by itself has removed it.
-    if (WIFSIGNALED(*status)) abandoned_.push_back(engine.directory);
-    const auto lived = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - engine.started);
-    const auto report = endReportOf(engine.process);
-    const std::string text =
-        engine.name + " ended after " + std::to_string(lived.count()) + " s: " + describeEnd(report, *status);
-    const bool isBad = report ? isFailure(*report) && settings_.reportsFailedJobs : *status != 0;
-    isBad ? utils::logWarning(text) : utils::logInfo(text);
+    if (status) lookAfter(engine, *status);
+    return status.has_value();
+  });
+  std::erase_if(orphans_, [this](const std::unique_ptr<OrphanedEngine>& orphan) {
+    if (!orphan->attend()) return false;
+    if (!orphan->isDead()) abandoned_.push_back(orphan->directory());
+    groups_.push_back(orphan->group());
     return true;
   });
   std::erase_if(abandoned_, processes::removeIfUnused);
+  std::erase_if(groups_, reapGroup);
+}
+
+void EngineLauncher::lookAfter(Engine& engine, int status) {
+  if (!WIFSIGNALED(status)) {
+    logEnd(engine, status);
+    groups_.push_back(engine.process.pid());
+    return;
+  }
+  orphans_.push_back(
+      std::make_unique<OrphanedEngine>(OrphanedEngine::Content{.name = engine.name,
+                                                               .engine = std::move(engine.identity),
+                                                               .supervisor = engine.process.pid(),
+                                                               .engineProcess = engine.engineProcess,
+                                                               .supervisorStatus = status,
+                                                               .directory = engine.directory,
+                                                               .started = engine.started}));
+}
+
+void EngineLauncher::logEnd(Engine& engine, int status) const {
+  const auto lived = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - engine.started);
+  const auto report = endReportOf(engine.process);
+  const std::string text =
+      engine.name + " ended after " + std::to_string(lived.count()) + " s: " + describeEnd(report, status);
+  const bool isBad = report ? isFailure(*report) && settings_.reportsFailedJobs : status != 0;
+  isBad ? utils::logWarning(text) : utils::logInfo(text);
+}
+
+void EngineLauncher::endTakeovers() {
+  for (const auto& orphan : orphans_) orphan->requestEnd();
+  for (auto& orphan : orphans_) orphan->awaitEnd();
+  reap();
 }
 
 }  // namespace qor::programs

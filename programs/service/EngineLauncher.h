@@ -14,6 +14,8 @@
 #include <utility>
 #include <vector>
 
+#include "hosting/EngineTakeover.h"
+#include "programs/service/OrphanedEngine.h"
 #include "runtime/processes/ChildProcess.h"
 #include "runtime/processes/Cores.h"
 #include "runtime/processes/SocketFiles.h"
@@ -54,6 +56,9 @@ struct LaunchSettings {
 /// Each start has a thread of its own, so that one which hangs holds up no other; there are no more starts
 /// and engines together than the settings allow. Engines that run when it is destroyed go on: each ends by
 /// itself once its controller has disconnected. One thread uses it.
+///
+/// The process has to be the one that orphans become children of (PR_SET_CHILD_SUBREAPER), so that an engine
+/// whose supervisor was killed is not lost.
 class EngineLauncher {
  public:
   using StartNumber = std::uint64_t;
@@ -76,12 +81,18 @@ class EngineLauncher {
   /// Ends all starts that are under way, and waits for that: at most 8 s, unless a process cannot be killed.
   /// What they came to can still be taken.
   void endStarts();
-  /// Reaps engines that have ended, logs how, and removes what they could not. To be called often.
+  /// Reaps engines that have ended, logs how, takes over the endpoints of those whose supervisor was killed
+  /// as well, and removes what they could not. To be called often; does not wait.
   void reap();
+  /// Ends all takeovers, and waits for that: at most 4 s.
+  void endTakeovers();
 
  private:
   struct Engine {
+    /// With the ids of its processes.
     std::string name;
+    hosting::DeadEngine identity;
+    pid_t engineProcess = 0;
     processes::ChildProcess process;
     std::filesystem::path directory;
     std::chrono::steady_clock::time_point started;
@@ -92,6 +103,8 @@ class EngineLauncher {
   struct Start {
     StartNumber number = 0;
     std::string name;
+    std::string workflowManagerId;
+    std::uint32_t engineId = 0;
     processes::PrivateDirectory directory;
     EngineEndpoints endpoints;
     std::chrono::steady_clock::time_point started;
@@ -107,14 +120,21 @@ class EngineLauncher {
   void run(Start& start, std::vector<std::string> arguments, const std::string& input,
            const std::stop_token& stop) const;
   Outcome conclude(Start& start);
+  void logEnd(Engine& engine, int status) const;
+  /// What is left to do for an engine whose program has ended.
+  void lookAfter(Engine& engine, int status);
   std::optional<unsigned int> leastUsedCore() const;
 
   const LaunchSettings settings_;
   std::vector<Engine> engines_;
   std::vector<std::unique_ptr<Start>> starts_;
   StartNumber lastStart_ = 0;
+  std::vector<std::unique_ptr<OrphanedEngine>> orphans_;
   /// Of engines whose program was killed: the engine itself may go on there.
   std::vector<std::filesystem::path> abandoned_;
+  /// Process groups whose leaders, engines' programs, have been reaped; the others of a group are orphans,
+  /// hence children of this process.
+  std::vector<pid_t> groups_;
 };
 
 }  // namespace qor::programs

@@ -98,6 +98,8 @@ int main(int argumentCount, char** values) {
   using qor::programs::Shown;
   qor::programs::setLogOrigin("qor-engine-service " + std::to_string(::getpid()));
   qor::programs::showLog(arguments.quiet ? Shown::Failures : Shown::Events);
+  // Engines whose supervisors are killed are its children from then on.
+  ::prctl(PR_SET_CHILD_SUBREAPER, 1);
   for (const int signal : {SIGTERM, SIGINT}) std::signal(signal, [](int) { endIsAskedFor = 1; });
   if (arguments.parent != 0) {
     ::prctl(PR_SET_PDEATHSIG, SIGTERM);

@@ -85,6 +85,7 @@ void Service::serve(const std::function<bool()>& isToEnd) {
   }
   launcher_.endStarts();
   answerFinished();
+  launcher_.endTakeovers();
 }
 
 void Service::takeSubmission() {

@@ -20,7 +20,8 @@ class Service {
   Service& operator=(const Service&) = delete;
 
   /// Serves until `isToEnd` returns true: it is asked about every 100 ms. Submissions that are being served
-  /// then are refused, within 8 s.
+  /// then are refused, within 8 s, and hosts of engines whose endpoints were taken over have 2 s to take the
+  /// cause in.
   void serve(const std::function<bool()>& isToEnd);
 
  private:

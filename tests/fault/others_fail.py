@@ -1,6 +1,7 @@
 """The host, the service or the supervisor of an engine dies, or the host stops for a while."""
 
 import signal
+import time
 
 from fault_support import (
     AT_ONCE, BEFORE, DESTRUCTION, IDLE, PINGING, RUNNING, STAGES, STOPPING, WIRING, FaultTest, main)
@@ -13,6 +14,9 @@ FROZEN_ENGINE_GONE = 28
 # The same of a host that was killed: with an engine that answers its ping first, ignores its stop, or is frozen.
 GONE_WITH_ITS_HOST = {stage: Bound(ENGINE_GONE, promised=11) for stage in STAGES} | {
     PINGING: Bound(25, promised=19), STOPPING: Bound(25, promised=18), DESTRUCTION: Bound(FROZEN_ENGINE_GONE, promised=23)}
+# Within what time a host learns of a death from the service, which looks every 100 ms.
+SOON = Bound(10, promised=2)
+WITHOUT_SUPERVISOR = r"engine process \d+ died: signal 9 \(Killed\); its supervisor had died: signal 9 \(Killed\)"
 # For how long a host takes the last status that it has received for the engine's.
 SILENCE = 15
 
@@ -124,13 +128,65 @@ class SupervisorKilled(EngineServesOn):
         elif stage == STOPPING:
             # Nobody is there any more to end an engine that ignores its stop, but the engine's process itself.
             self.kill(engine, signal.SIGKILL)
-            self.expect_told(call, Bound(25, promised=16))
-            said = "an engine that dies now is missed after 15 s"
+            self.expect_told(call, SOON)
+            self.host.wait_for(f"^notification EngineDied 0 {WITHOUT_SUPERVISOR}")
+            said = "an engine that dies now has its host told by the service"
         else:
             self.expect_run_unharmed(stage, call)
         self.expect_destroyed()
         self.expect_engines_gone(60)
         self.conclude(said)
+
+
+class BothKilled(FaultTest):
+    """The service, whose child the engine's process becomes, answers for it."""
+
+    fault = "supervisor and engine: SIGKILL"
+
+    def strike_both(self):
+        engine, supervisor = self.engine_process(), self.supervisor_process()
+        # In this order: the supervisor is not to see the other one's death.
+        self.strike(supervisor, signal.SIGKILL)
+        self.kill(engine, signal.SIGKILL)
+
+    def expect_cause(self):
+        self.host.wait_for(f"^notification EngineDied 0 {WITHOUT_SUPERVISOR}")
+        self.expect_within(SOON, self.name_of("EngineDied"), self.since_fault())
+
+    def expect_told_by_the_service(self, stage):
+        call = self.reach(stage)
+        self.strike_both()
+        if stage == DESTRUCTION:
+            self.expect_told(call, SOON)
+        else:
+            if call:
+                self.expect_told(call, SOON)
+            self.expect_cause()
+            self.told = self.told or self.since_fault()
+        if stage == IDLE:
+            # Later calls do not wait either, and say why in the log.
+            self.host.call("run", SOON)
+            self.assertRegex(self.host.errors(), WITHOUT_SUPERVISOR)
+        elif stage in (PINGING, STOPPING):
+            self.assertEqual(self.host.wait_for_end_of("run", SOON)[1], "returned")
+        self.expect_engines_gone(SOON)
+        self.expect_destroyed()
+        self.conclude("`EngineDied`; what it waits for returns")
+
+    def test_does_not_hold_the_service_up(self):
+        self.reach(RUNNING)
+        self.strike_both()
+        self.expect_cause()
+        # This host stays connected, and the service goes on answering it.
+        self.expect_service_serves()
+        self.host.call("ping 1000")
+        self.host.wait_for_errors("Failed sending ping to remote engine on:")
+        start = time.monotonic()
+        self.service_program.signal(signal.SIGTERM)
+        self.assertEqual(self.service_program.wait(), 0, self.service_program.everything())
+        self.expect_within(Bound(15, promised=5), "the service ends while it answers for an engine", time.monotonic() - start)
+        self.expect_destroyed()
+        self.expect_nothing_left_but()
 
 
 def add_cells(row, check, stages):
@@ -143,6 +199,7 @@ def add_cells(row, check, stages):
 add_cells(HostKilled, HostKilled.expect_gone_with_its_host, STAGES)
 add_cells(HostStopped, HostStopped.expect_end_after_the_engine, STAGES)
 add_cells(ServiceKilled, ServiceKilled.expect_engine_serves_on, STAGES)
+add_cells(BothKilled, BothKilled.expect_told_by_the_service, [IDLE, RUNNING, PINGING, STOPPING, DESTRUCTION])
 add_cells(SupervisorKilled, SupervisorKilled.expect_engine_serves_on, [stage for stage in STAGES if stage != BEFORE])
 
 

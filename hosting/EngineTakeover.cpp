@@ -1,4 +1,4 @@
-#include "programs/engine/LastWords.h"
+#include "hosting/EngineTakeover.h"
 
 #include <chrono>
 #include <memory>
@@ -13,7 +13,7 @@
 #include "runtime/tamb/NotificationMessage.h"
 #include "tamb/LogContext.h"
 
-namespace qor::programs {
+namespace qor::hosting {
 
 namespace {
 
@@ -26,39 +26,38 @@ constexpr unsigned int requestSizeBound = 65'536;
 constexpr std::chrono::seconds controllerSilence{10};
 constexpr std::chrono::seconds statusPeriod{1};
 
-std::shared_ptr<const tamb::INotificationMessage> notificationOf(const EngineOptions& options,
-                                                                 const std::string& cause) {
+std::shared_ptr<const tamb::INotificationMessage> notificationOf(const DeadEngine& engine) {
   const auto prototype = tamb::CreateParametersCollectionPrototype();
   prototype->AddUTF8StringKey("reason", "", "");
   const auto object = tamb::CreateParametersCollectionInstance(prototype);
-  object->SetUTF8String("reason", cause);
+  object->SetUTF8String("reason", engine.cause);
   return std::make_shared<tamb::NotificationMessage>(tamb::NotificationFields{
       .notificationLine = "EngineDied",
       .notificationObject = object,
       .notificationId = tamb::GetUUIDString(),
-      .workflowManagerId = options.workflowManagerId,
-      .engineId = options.engineId,
+      .workflowManagerId = engine.workflowManagerId,
+      .engineId = engine.engineId,
       .isAnError = true,
   });
 }
 
-/// What of it fails does not keep the rest from being said.
-template <class Saying>
-void attempt(const char* what, const Saying& saying) {
+/// A step that fails does not keep the others from being taken.
+template <class Step>
+void attempt(const char* what, const Step& step) {
   try {
-    saying();
+    step();
   } catch (const std::runtime_error& error) {
     utils::logWarning(std::string("A dead engine's ") + what + ": " + error.what());
   }
 }
 
 proto::EngineBackEndReply answerTo(const proto::EngineFrontEndRequest& request, const std::string& cause) {
-  const bool isGoodbye =
+  const bool isDisconnection =
       request.has_type() && request.type() == proto::EngineFrontEndRequest::FrontEndTermination;
   proto::EngineBackEndReply reply;
-  reply.set_type(isGoodbye ? proto::EngineBackEndReply::Success : proto::EngineBackEndReply::Failure);
+  reply.set_type(isDisconnection ? proto::EngineBackEndReply::Success : proto::EngineBackEndReply::Failure);
   reply.set_replystring("");
-  reply.set_errorstring(isGoodbye ? "" : cause);
+  reply.set_errorstring(isDisconnection ? "" : cause);
   return reply;
 }
 
@@ -70,7 +69,7 @@ bool awaitRequest(socket::Socket& replier) {
   return polled == 0;
 }
 
-/// True when it was the goodbye.
+/// True when its host disconnects with it.
 bool answer(socket::Socket& replier, const std::string& cause) {
   proto::EngineFrontEndRequest request;
   replier.receiveProtoBuf(&request, requestSizeBound);
@@ -81,37 +80,36 @@ bool answer(socket::Socket& replier, const std::string& cause) {
 
 }  // namespace
 
-void speakForTheDead(const EngineOptions& options, const std::string& cause,
-                     const std::function<bool()>& isToEnd) {
+void takeOverEndpoints(const DeadEngine& engine, const std::function<bool()>& isToEnd) {
   // The status first: a host that waits in a run waits for it.
-  socket::Socket publisher("EngineLastWordsStatus", socket::ClosePolicy::Newest);
+  socket::Socket publisher("DeadEngineStatus", socket::ClosePolicy::Newest);
   proto::EngineStatus end;
   end.set_status(proto::EngineStatus::EndOfLife);
   attempt("end of life is not published", [&] {
-    publisher.createAndConnect(socket::Protocol::Publisher, options.statusEndpoint, 0);
+    publisher.createAndConnect(socket::Protocol::Publisher, engine.statusEndpoint, 0);
     publisher.sendProtoBuf(&end);
   });
-  socket::Socket replier("EngineLastWordsRequest", socket::ClosePolicy::Brief);
-  replier.createAndConnect(socket::Protocol::Replier, options.requestEndpoint, 0);
+  socket::Socket replier("DeadEngineRequest", socket::ClosePolicy::Brief);
+  replier.createAndConnect(socket::Protocol::Replier, engine.requestEndpoint, 0);
   // Open until the end: a host takes the notification in its own time.
   std::optional<multiprocess_communication::TcpNotificationHubBackEnd> hub;
   attempt("last notification is not published", [&] {
-    hub.emplace(options.workflowManagerId, options.engineId, options.notificationEndpoint);
-    hub->PushNotification(notificationOf(options, cause));
+    hub.emplace(engine.workflowManagerId, engine.engineId, engine.notificationEndpoint);
+    hub->PushNotification(notificationOf(engine));
   });
 
   auto lastHeard = Clock::now();
   auto lastPublished = lastHeard;
-  bool saidGoodbye = false;
-  while (!saidGoodbye && !isToEnd() && Clock::now() - lastHeard < controllerSilence) {
+  bool hasDisconnected = false;
+  while (!hasDisconnected && !isToEnd() && Clock::now() - lastHeard < controllerSilence) {
     if (Clock::now() - lastPublished >= statusPeriod) {
       attempt("end of life is not published", [&] { publisher.sendProtoBuf(&end); });
       lastPublished = Clock::now();
     }
     if (!awaitRequest(replier)) continue;
     lastHeard = Clock::now();
-    attempt("request got no answer", [&] { saidGoodbye = answer(replier, cause); });
+    attempt("request got no answer", [&] { hasDisconnected = answer(replier, engine.cause); });
   }
 }
 
-}  // namespace qor::programs
+}  // namespace qor::hosting
