@@ -167,11 +167,14 @@ MediaDocument readMedia(const Json& json) {
   document.realTime = fields.flag("realTime");
   document.startPaused = fields.flag("startPaused");
   if (json.contains("settings")) {
-    const Fields settings(json.at("settings"), R"("settings")", {"videoCodec", "audioCodec", "container"});
+    const Fields settings(json.at("settings"), R"("settings")",
+                          {"videoCodec", "audioCodec", "container", "onError"});
     document.settings.videoCodec = settings.text("videoCodec");
     document.settings.audioCodec = settings.text("audioCodec");
     document.settings.container = settings.text("container");
-    if (document.output.empty()) {
+    document.onError = settings.oneOf("onError", {"skip", "fail"}, OnError::Skip);
+    const auto& writing = document.settings;
+    if (document.output.empty() && !(writing.videoCodec + writing.audioCodec + writing.container).empty()) {
       fail(fmt::format(R"("settings" are {}, but there is no "output"; expected both or neither)",
                        quoteJson(json.at("settings"))));
     }

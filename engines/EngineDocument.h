@@ -14,6 +14,13 @@ struct MediaSettings {
   std::string container = {};
 };
 
+/// What a run does about a part of the media that cannot be decoded.
+enum class OnError {
+  /// It goes on behind it, and counts it.
+  Skip,
+  Fail,
+};
+
 /// The work of a media engine.
 struct MediaDocument {
   std::string input = {};
@@ -23,6 +30,7 @@ struct MediaDocument {
   std::string videoFilter = {};
   bool loudness = false;
   MediaSettings settings = {};
+  OnError onError = OnError::Skip;
   /// Whether one second of media takes one second.
   bool realTime = false;
   /// Whether the run waits at its start for a command to go on, so that commands can be pushed ahead of it.

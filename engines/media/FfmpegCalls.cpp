@@ -12,12 +12,15 @@ extern "C" {
 
 namespace qor::engines {
 
-void throwFfmpegError(int error, const std::string& tried) {
+std::string ffmpegErrorText(int error) {
   std::array<char, AV_ERROR_MAX_STRING_SIZE> text{};
   av_strerror(error, text.data(), text.size());
   const auto line = firstFfmpegErrorLine();
-  throw tamb::TAMBRuntimeError(line.empty() ? fmt::format("{}: {}", tried, text.data())
-                                            : fmt::format("{}: {} ({})", tried, text.data(), line));
+  return line.empty() ? std::string(text.data()) : fmt::format("{} ({})", text.data(), line);
+}
+
+void throwFfmpegError(int error, const std::string& tried) {
+  throw tamb::TAMBRuntimeError(fmt::format("{}: {}", tried, ffmpegErrorText(error)));
 }
 
 }  // namespace qor::engines

@@ -6,8 +6,10 @@
 
 namespace qor::engines {
 
-/// Throws TAMBRuntimeError in one line: what was tried, FFmpeg's text for the error, and the first
-/// error line of the call if there is one.
+/// FFmpeg's text for the error, and the first error line of the call if there is one.
+std::string ffmpegErrorText(int error);
+
+/// Throws TAMBRuntimeError in one line: what was tried, and FFmpeg's text for the error.
 [[noreturn]] void throwFfmpegError(int error, const std::string& tried);
 
 /// Makes a call into FFmpeg and throws if it fails. `tried` composes its text only then.

@@ -13,6 +13,22 @@ void MediaFaults::gapFilled(double from, double duration) {
   tell(++counts_.filledGaps, "GapFilled", from, {{"duration", duration}});
 }
 
+void MediaFaults::undecodable(std::optional<int> stream, double at, const std::string& reason) {
+  NotificationValues values;
+  if (stream) {
+    values.emplace_back("stream", std::int64_t{*stream});
+  }
+  values.emplace_back("reason", reason);
+  if (counts_.decodeErrors == 0) {
+    firstError_ = reason;
+  }
+  tell(++counts_.decodeErrors, "DecodeError", at, values);
+}
+
+void MediaFaults::leftOut(int stream, const std::string& reason) {
+  tell(1, "StreamLeftOut", 0, {{"stream", std::int64_t{stream}}, {"reason", reason}});
+}
+
 void MediaFaults::begin() {
   begun_ = true;
   for (const auto& each : waiting_) {

@@ -1,23 +1,37 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "engines/EngineDocument.h"
 #include "engines/media/MediaReports.h"
 
 namespace qor::engines {
 
-/// What is wrong with the media of a run, and did not end it: counts it, and notifies of the first ones of
-/// each kind. Belongs to the run's thread.
+/// Counts the faults of the media that a run survives, and notifies of the first 20 of each kind. Belongs to
+/// the run's thread.
 class MediaFaults {
  public:
-  explicit MediaFaults(const MediaReports& reports) : reports_(reports) {}
+  MediaFaults(const MediaReports& reports, OnError onError) : reports_(reports), onError_(onError) {}
+
+  /// Whether a run goes on behind what cannot be decoded.
+  bool skipsErrors() const { return onError_ == OnError::Skip; }
 
   /// All times are in seconds of media.
   void gapFilled(double from, double duration);
 
-  /// Notifies of what came up so far, and of what comes from now on at once: nothing comes before "Started".
+  /// A part of a stream was skipped, or of the file if there is no stream.
+  void undecodable(std::optional<int> stream, double at, const std::string& reason);
+  /// A stream is not part of the run.
+  void leftOut(int stream, const std::string& reason);
+
+  /// Why the first part could not be decoded; empty if there was none.
+  const std::string& firstError() const { return firstError_; }
+
+  /// Publishes what came up so far; later faults are published at once. Called behind "Started", which comes
+  /// first.
   void begin();
 
   const MediaFaultCounts& counts() const { return counts_; }
@@ -32,8 +46,10 @@ class MediaFaults {
   };
 
   const MediaReports& reports_;
+  const OnError onError_;
   bool begun_ = false;
   std::vector<Told> waiting_;
+  std::string firstError_;
   MediaFaultCounts counts_;
 };
 

@@ -27,8 +27,11 @@ bool isPicture(const AVStream& stream) { return (stream.disposition & AV_DISPOSI
 
 }  // namespace
 
-MediaInput::MediaInput(const std::string& location, RunWatch& watch)
-    : location_(location), watch_(watch), pipe_(location, InterruptiblePipe::Direction::Read, watch) {
+MediaInput::MediaInput(const std::string& location, MediaFaults& faults, RunWatch& watch)
+    : location_(location),
+      faults_(faults),
+      watch_(watch),
+      pipe_(location, InterruptiblePipe::Direction::Read, watch) {
   auto* context = avformat_alloc_context();
   if (context == nullptr) {
     throw std::bad_alloc();
@@ -40,7 +43,11 @@ MediaInput::MediaInput(const std::string& location, RunWatch& watch)
     // It frees the context when it fails.
     ffmpegCall([&] { return avformat_open_input(&context, url.c_str(), nullptr, nullptr); }, text);
     context_.reset(context);
-    ffmpegCall([&] { return avformat_find_stream_info(context, nullptr); }, text);
+    forgetFfmpegErrorLine();
+    const int result = avformat_find_stream_info(context, nullptr);
+    if (result < 0 && (!faults.skipsErrors() || watch.stopRequested() || context->nb_streams == 0)) {
+      throwFfmpegError(result, text());
+    }
   } catch (...) {
     if (watch.stopRequested()) {
       throw StoppedEarly();
@@ -114,8 +121,17 @@ std::vector<const AVStream*> MediaInput::pictures() const {
   return pictures;
 }
 
-AVStream* MediaInput::findBest(AVMediaType type) const {
-  const int index = av_find_best_stream(context_.get(), type, -1, -1, nullptr, 0);
+AVStream* MediaInput::findBest(AVMediaType type) {
+  int index = av_find_best_stream(context_.get(), type, -1, -1, nullptr, 0);
+  if (index >= 0 && faults_.skipsErrors() &&
+      avcodec_find_decoder(context_->streams[index]->codecpar->codec_id) == nullptr) {
+    const AVCodec* decoder = nullptr;  // Given, it leaves out what cannot be decoded.
+    const int other = av_find_best_stream(context_.get(), type, -1, -1, &decoder, 0);
+    if (other < 0) {
+      faults_.leftOut(index, "there is no decoder for it");
+    }
+    index = other;
+  }
   if (index < 0 || !isPicture(*context_->streams[index])) {
     return index < 0 ? nullptr : context_->streams[index];
   }
@@ -142,13 +158,30 @@ void MediaInput::readOne() {
     return;
   }
   if (result < 0) {
-    throwFfmpegError(result, fmt::format("Cannot read {:?}", location_));
+    breakOff(result);
+    return;
+  }
+  const auto& stream = *context_->streams[packet->stream_index];
+  if (packet->dts != AV_NOPTS_VALUE) {
+    lastSeconds_ =
+        static_cast<double>(av_sat_sub64(packet->dts, startTime(stream))) * av_q2d(stream.time_base);
   }
   const auto queue = queues_.find(packet->stream_index);
   if (queue != queues_.end()) {
     queue->second.bytes += static_cast<std::size_t>(packet->size);
     queue->second.packets.push_back(std::move(packet));
   }
+}
+
+void MediaInput::breakOff(int error) {
+  // After an error of the disk or the network, it is not known what the data would have been.
+  const bool isDamaged = context_->pb != nullptr && context_->pb->error >= 0;
+  if (!isDamaged || !faults_.skipsErrors()) {
+    throwFfmpegError(error, fmt::format("Cannot read {:?}", location_));
+  }
+  faults_.undecodable(std::nullopt, std::max(lastSeconds_, 0.0),
+                      "the file cannot be read on from here: " + ffmpegErrorText(error));
+  ended_ = true;
 }
 
 bool MediaInput::queueIsFull() const {

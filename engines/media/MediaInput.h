@@ -10,6 +10,7 @@
 #include "engines/RunWatch.h"
 #include "engines/media/FfmpegHandles.h"
 #include "engines/media/InterruptiblePipe.h"
+#include "engines/media/MediaFaults.h"
 
 namespace qor::engines {
 
@@ -17,7 +18,8 @@ namespace qor::engines {
 /// the order in which they are to be decoded. A stop request ends reads that are under way.
 class MediaInput {
  public:
-  MediaInput(const std::string& location, RunWatch& watch);
+  /// What is given has to outlive it.
+  MediaInput(const std::string& location, MediaFaults& faults, RunWatch& watch);
 
   const std::string& location() const { return location_; }
   /// Null when there is no such stream.
@@ -54,11 +56,15 @@ class MediaInput {
     std::size_t bytes = 0;
   };
 
-  AVStream* findBest(AVMediaType type) const;
+  AVStream* findBest(AVMediaType type);
   void readOne();
+  /// Ends the input where reading failed. Throws if the run is to fail for it, or if it is not the data that
+  /// is damaged.
+  void breakOff(int error);
   bool queueIsFull() const;
 
   const std::string location_;
+  MediaFaults& faults_;
   RunWatch& watch_;
   InterruptiblePipe pipe_;
   InputHandle context_;
@@ -66,6 +72,7 @@ class MediaInput {
   AVStream* audio_ = nullptr;
   std::map<int, Queue> queues_;  ///< by stream index
   std::uint64_t progress_ = 0;
+  double lastSeconds_ = 0;  ///< the time of the last packet that was read
   bool ended_ = false;
 };
 

@@ -47,7 +47,7 @@ MediaRun::MediaRun(const MediaDocument& document, MediaCommands& commands, Media
       reports_(reports),
       watch_(watch),
       position_(position),
-      faults_(reports) {
+      faults_(reports, document.onError) {
   commands_.setTarget(this);
 }
 
@@ -55,7 +55,7 @@ MediaRun::~MediaRun() { commands_.setTarget(nullptr); }
 
 MediaResult MediaRun::run() {
   requireOtherFile();
-  input_.emplace(document_.input, watch_);
+  input_.emplace(document_.input, faults_, watch_);
   requireStreams();
   if (!document_.output.empty()) {
     output_.emplace(document_.output, document_.settings, watch_);
@@ -103,28 +103,31 @@ void MediaRun::requireStreams() const {
   require(document_.loudness, "The loudness", input_->audio(), "audio");
 }
 
+const char* MediaRun::asked(AVMediaType type) const {
+  if (type == AVMEDIA_TYPE_VIDEO) {
+    return !document_.videoFilter.empty()           ? "a filter"
+           : !document_.settings.videoCodec.empty() ? "a codec"
+                                                    : nullptr;
+  }
+  return !document_.audioFilter.empty() ? "a filter" : document_.loudness ? "a measurement" : nullptr;
+}
+
 void MediaRun::openDecoders() {
   // What the container cannot take, and nobody asked for, is left out.
-  const auto wanted = [this](AVMediaType type, const char* asked) {
+  const auto wanted = [this](AVMediaType type) {
     if (!output_ || output_->encoder(type) != nullptr) {
       return true;
     }
-    if (asked != nullptr) {
+    if (const auto* const what = asked(type)) {
       throw TAMBRuntimeError(fmt::format("The container of {:?} takes no {}, for which there is {}",
-                                         document_.output, av_get_media_type_string(type), asked));
+                                         document_.output, av_get_media_type_string(type), what));
     }
     return false;
   };
-  const char* const videoAsked = !document_.videoFilter.empty()           ? "a filter"
-                                 : !document_.settings.videoCodec.empty() ? "a codec"
-                                                                          : nullptr;
-  const char* const audioAsked = !document_.audioFilter.empty() ? "a filter"
-                                 : document_.loudness           ? "a measurement"
-                                                                : nullptr;
-  if (input_->video() != nullptr && wanted(AVMEDIA_TYPE_VIDEO, videoAsked)) {
+  if (input_->video() != nullptr && wanted(AVMEDIA_TYPE_VIDEO)) {
     videoDecoder_.emplace(*input_, *input_->video(), faults_, false);
   }
-  if (input_->audio() != nullptr && wanted(AVMEDIA_TYPE_AUDIO, audioAsked)) {
+  if (input_->audio() != nullptr && wanted(AVMEDIA_TYPE_AUDIO)) {
     audioDecoder_.emplace(*input_, *input_->audio(), faults_, output_ && !output_->holdsGaps());
   }
   if (!videoDecoder_ && !audioDecoder_) {
@@ -153,24 +156,35 @@ void MediaRun::openLanes() {
     if (watch_.stopRequested()) {
       throw StoppedEarly();
     }
-    throw TAMBRuntimeError(fmt::format("Nothing can be decoded of {:?}", document_.input));
+    const auto& error = faults_.firstError();
+    throw TAMBRuntimeError(
+        fmt::format("Nothing can be decoded of {:?}{}{}", document_.input, error.empty() ? "" : ": ", error));
   }
   for (const auto& [decoder, lane] :
        {std::pair{&videoDecoder_, &video_}, std::pair{&audioDecoder_, &audio_}}) {
     if (*decoder && !*lane) {
-      requireEmpty(**decoder);
+      leaveOut(**decoder);
     }
   }
 }
 
-void MediaRun::requireEmpty(const StreamDecoder& decoder) const {
+void MediaRun::leaveOut(const StreamDecoder& decoder) {
   const auto index = decoder.stream().index;
   if (!decoder.ended()) {
     throw TAMBRuntimeError(
         fmt::format("Stream {} of {:?} begins too far behind the other one", index, document_.input));
   }
+  const auto& error = decoder.firstError();
+  const auto* const what = asked(decoder.stream().codecpar->codec_type);
+  if (!error.empty() && what != nullptr) {
+    throw TAMBRuntimeError(
+        fmt::format("Nothing can be decoded of stream {} of {:?}, for which there is {}: {}", index,
+                    document_.input, what, error));
+  }
+  const auto reason = error.empty() ? "it is empty" : "nothing of it can be decoded: " + error;
+  faults_.leftOut(index, reason);
   tamb::WriteLogRecord(tamb::LogLevel::Warning,
-                       fmt::format("Stream {} of {:?} is left out: it is empty", index, document_.input));
+                       fmt::format("Stream {} of {:?} is left out: {}", index, document_.input, reason));
 }
 
 void MediaRun::process() {
@@ -240,6 +254,11 @@ void MediaRun::finish() {
   }
   result_.stopped = stopping();
   result_.faults = faults_.counts();
+  if (const auto errors = result_.faults.decodeErrors; errors > 0) {
+    tamb::WriteLogRecord(
+        tamb::LogLevel::Warning,
+        fmt::format("{:?}: {} parts could not be decoded and were skipped", document_.input, errors));
+  }
   if (!result_.stopped && result_.duration + shortfall < input_->duration()) {
     tamb::WriteLogRecord(tamb::LogLevel::Warning,
                          fmt::format("{:?} ends at {:.3f} s, although it is said to last {:.3f} s",

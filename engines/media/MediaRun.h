@@ -51,8 +51,11 @@ class MediaRun final : public MediaCommandTarget {
   void requireOtherFile() const;
   void openDecoders();
   void openLanes();
-  /// Of a stream that gave no frame.
-  void requireEmpty(const StreamDecoder& decoder) const;
+  /// What the document asks of a stream of that type; null when there is nothing.
+  const char* asked(AVMediaType type) const;
+  /// Goes on without a stream that gave no frame. Throws when it may have frames, or when nothing of it can
+  /// be decoded and the document asks something of it.
+  void leaveOut(const StreamDecoder& decoder);
   void process();
   void finish();
   /// Throws when a run has been cut short whose output nobody wants.

@@ -25,7 +25,8 @@ constexpr std::int64_t audioToleranceMilliseconds = 50;
 constexpr double longestGapSeconds = 24 * 3600;
 /// Ten years.
 constexpr double longestMediaSeconds = 3650 * longestGapSeconds;
-
+/// Errors in a row without a packet taken: the decoder is stuck. None is known to give more than a few.
+constexpr int mostLostWithoutPacket = 1'000;
 /// Of the silence in gaps, in samples; one of these is cheap, however long the gap is.
 constexpr std::int64_t silenceFrameSize = 1'024;
 
@@ -74,12 +75,11 @@ AVFrame* StreamDecoder::peek() {
     nextOfGap();
   } else if (!hasFrame_ && !ended_) {
     isFill_ = false;
-    hasFrame_ = decode();
-    if (hasFrame_) {
-      stamp();
-      if (fillGaps_) {
-        openGap();
-      }
+    do {
+      hasFrame_ = decode();
+    } while (hasFrame_ && !stamp());
+    if (hasFrame_ && fillGaps_) {
+      openGap();
     }
   }
   return hasFrame_ ? frame_.get() : nullptr;
@@ -114,21 +114,25 @@ std::string StreamDecoder::text() const {
 }
 
 bool StreamDecoder::decode() {
+  int lostWithoutPacket = 0;
   for (;;) {
     forgetFfmpegErrorLine();
     const int result = avcodec_receive_frame(codec_.get(), frame_.get());
     if (result == 0) {
       return true;
     }
-    if (result == AVERROR_EOF) {
+    if (result == AVERROR_EOF || lostWithoutPacket > mostLostWithoutPacket) {
       // It may do so before its packets have come to an end.
       ended_ = true;
       input_.deselect(stream_);
       return false;
     }
     if (result != AVERROR(EAGAIN)) {
-      fail(result);
+      lose(result);
+      ++lostWithoutPacket;
+      continue;
     }
+    lostWithoutPacket = 0;
     starved_ = false;
     feed();
     if (starved_) {
@@ -147,19 +151,28 @@ void StreamDecoder::feed() {
     }
     // An empty packet, which some containers hold, would be taken for the end.
   } while (packet && packet->size == 0);
+  if (packet) {
+    const auto time = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
+    packetSeconds_ = time == AV_NOPTS_VALUE ? expectedSeconds() : seconds(av_sat_sub64(time, startTime_));
+  }
   // Without a packet it is told that there are no more.
   const int result = avcodec_send_packet(codec_.get(), packet.get());
   if (result < 0 && result != AVERROR_EOF) {
-    fail(result);
+    lose(result);
   }
 }
 
-void StreamDecoder::stamp() {
+bool StreamDecoder::stamp() {
+  if (codec_->codec_type == AVMEDIA_TYPE_AUDIO && (frame_->sample_rate <= 0 || frame_->nb_samples <= 0)) {
+    forgetFfmpegErrorLine();
+    lose(AVERROR_INVALIDDATA);
+    return false;
+  }
   std::int64_t time = frame_->best_effort_timestamp;
   if (time != AV_NOPTS_VALUE) {
     time = av_sat_sub64(time, startTime_);
-    const double given = static_cast<double>(time) * av_q2d(stream_.time_base);
-    const double expected = static_cast<double>(next_) * av_q2d(timeBase_);
+    const double given = seconds(time);
+    const double expected = expectedSeconds();
     if (given - expected > longestGapSeconds || given < -longestGapSeconds) {
       throw tamb::TAMBRuntimeError(
           fmt::format("Cannot decode stream {} of {:?}: its time jumps from {:.3f} s to {:.3f} s",
@@ -172,11 +185,12 @@ void StreamDecoder::stamp() {
     stampAudio(time);
   }
   // Hence whoever counts on from here, in samples or in units of the stream, is far from an overflow.
-  const double seconds = static_cast<double>(frame_->pts) * av_q2d(timeBase_);
-  if (seconds > longestMediaSeconds) {
+  const double reached = static_cast<double>(frame_->pts) * av_q2d(timeBase_);
+  if (reached > longestMediaSeconds) {
     throw tamb::TAMBRuntimeError(fmt::format("Cannot decode stream {} of {:?}: its time has come to {:.3f} s",
-                                             stream_.index, input_.location(), seconds));
+                                             stream_.index, input_.location(), reached));
   }
+  return true;
 }
 
 void StreamDecoder::stampVideo(std::int64_t time) {
@@ -190,9 +204,6 @@ void StreamDecoder::stampVideo(std::int64_t time) {
 void StreamDecoder::stampAudio(std::int64_t time) {
   if (frame_->ch_layout.order == AV_CHANNEL_ORDER_UNSPEC) {
     av_channel_layout_default(&frame_->ch_layout, frame_->ch_layout.nb_channels);
-  }
-  if (frame_->sample_rate <= 0) {
-    fail(AVERROR_INVALIDDATA);
   }
   const AVRational sample{1, frame_->sample_rate};
   if (av_cmp_q(sample, timeBase_) != 0) {
@@ -243,10 +254,23 @@ void StreamDecoder::nextOfGap() {
   soundEnd_ += count;
 }
 
-void StreamDecoder::fail(int error) const {
-  throwFfmpegError(error, fmt::format("Cannot decode stream {} of {:?} ({}) near {:.3f} s", stream_.index,
-                                      input_.location(), avcodec_get_name(codec_->codec_id),
-                                      static_cast<double>(next_) * av_q2d(timeBase_)));
+void StreamDecoder::lose(int error) {
+  if (!faults_.skipsErrors()) {
+    throwFfmpegError(error,
+                     fmt::format("Cannot decode stream {} of {:?} ({}) near {:.3f} s", stream_.index,
+                                 input_.location(), avcodec_get_name(codec_->codec_id), expectedSeconds()));
+  }
+  const auto reason = ffmpegErrorText(error);
+  if (firstError_.empty()) {
+    firstError_ = reason;
+  }
+  faults_.undecodable(stream_.index, std::max(packetSeconds_, 0.0), reason);
+}
+
+double StreamDecoder::expectedSeconds() const { return static_cast<double>(next_) * av_q2d(timeBase_); }
+
+double StreamDecoder::seconds(std::int64_t time) const {
+  return static_cast<double>(time) * av_q2d(stream_.time_base);
 }
 
 }  // namespace qor::engines

@@ -10,8 +10,8 @@
 
 namespace qor::engines {
 
-/// Decodes one stream, without threads, so that the same file gives the same frames. A packet that cannot be
-/// decoded ends it with an exception: what is broken is to be known.
+/// Decodes one stream, without threads, so that the same file gives the same frames. Skips what cannot be
+/// decoded and counts it among the faults, or throws, as the faults are set.
 class StreamDecoder {
  public:
   /// What is given has to outlive it. `fillGaps` puts silence where sound has gaps, for outputs that cannot
@@ -27,6 +27,9 @@ class StreamDecoder {
   /// False after a null peek() when the input has to be asked for the other stream first.
   bool ended() const { return ended_; }
 
+  /// Why the first part that was skipped could not be decoded; empty if there was none.
+  const std::string& firstError() const { return firstError_; }
+
   /// When the frame of the last peek() is due.
   Moment time() const;
   /// What the frames' time stamps count; they begin with the media at 0.
@@ -39,12 +42,16 @@ class StreamDecoder {
   /// False when no frame is to be had now.
   bool decode();
   void feed();
-  void stamp();
+  /// False when the frame is useless.
+  bool stamp();
   void stampVideo(std::int64_t time);
   void stampAudio(std::int64_t time);
   void openGap();
   void nextOfGap();
-  [[noreturn]] void fail(int error) const;
+  /// Counts what could not be decoded. Throws if the run is to fail for it.
+  void lose(int error);
+  double expectedSeconds() const;
+  double seconds(std::int64_t time) const;
 
   MediaInput& input_;
   MediaFaults& faults_;
@@ -64,6 +71,8 @@ class StreamDecoder {
   std::int64_t next_ = 0;
   /// Where the sound that was handed out ends, in samples.
   std::int64_t soundEnd_ = 0;
+  double packetSeconds_ = 0;  ///< the time of the last packet
+  std::string firstError_;
 };
 
 }  // namespace qor::engines

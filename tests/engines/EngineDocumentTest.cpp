@@ -29,7 +29,7 @@ TEST(EngineDocument, SaysWhatAMediaEngineIsToDo) {
   const auto document = parseEngineDocument(R"({
     "engine": "media", "input": "in.mov", "output": "out.mkv", "audioFilter": "volume=0.5",
     "videoFilter": "hue=s=0", "loudness": true, "realTime": true, "startPaused": true,
-    "settings": {"videoCodec": "mpeg4", "audioCodec": "flac", "container": "nut"}})",
+    "settings": {"videoCodec": "mpeg4", "audioCodec": "flac", "container": "nut", "onError": "fail"}})",
                                             all);
   const auto& media = std::get<MediaDocument>(document);
   EXPECT_EQ(media.input, "in.mov");
@@ -42,15 +42,23 @@ TEST(EngineDocument, SaysWhatAMediaEngineIsToDo) {
   EXPECT_EQ(media.settings.videoCodec, "mpeg4");
   EXPECT_EQ(media.settings.audioCodec, "flac");
   EXPECT_EQ(media.settings.container, "nut");
+  EXPECT_EQ(media.onError, OnError::Fail);
 }
 
 TEST(EngineDocument, NeedsNothingButAnInput) {
   const auto document = parseEngineDocument(R"({"engine": "media", "input": "in.mov"})", all);
   const auto& media = std::get<MediaDocument>(document);
   EXPECT_EQ(media.output, "");
+  EXPECT_EQ(media.onError, OnError::Skip);
   EXPECT_FALSE(media.loudness);
   EXPECT_FALSE(media.realTime);
   EXPECT_FALSE(media.startPaused);
+}
+
+TEST(EngineDocument, SaysWithoutAnOutputWhatToDoAboutErrors) {
+  const auto document =
+      parseEngineDocument(R"({"engine": "media", "input": "in.mov", "settings": {"onError": "fail"}})", all);
+  EXPECT_EQ(std::get<MediaDocument>(document).onError, OnError::Fail);
 }
 
 TEST(EngineDocument, SaysWhatATestEngineDoesWrong) {
@@ -123,7 +131,9 @@ INSTANTIATE_TEST_SUITE_P(
         Complaint{R"({"engine": "media", "input": "a", "output": "b", "settings": "fast"})",
                   R"("settings" is "fast")", "expected an object"},
         Complaint{R"({"engine": "media", "input": "a", "output": "b", "settings": {"codec": "x"}})",
-                  R"("codec")", R"("videoCodec", "audioCodec", "container")"},
+                  R"("codec")", R"("videoCodec", "audioCodec", "container", "onError")"},
+        Complaint{R"({"engine": "media", "input": "a", "settings": {"onError": "stop"}})",
+                  R"("onError" is "stop")", R"(expected one of "skip", "fail")"},
         Complaint{R"({"engine": "media", "input": "a", "output": "b", "settings": {"container": 1}})",
                   R"("container" is 1)", "expected a string"},
         Complaint{R"({"engine": "media", "input": "a", "settings": {"container": "mp4"}})",

@@ -72,7 +72,10 @@ TEST_F(HostileFiles, AStreamOfWhichNobodyTakesPacketsDoesNotHoldUpTheOther) {
              .audio = "sine=sample_rate=8000:duration=21"},
             path("in.nut"));
   RunWatch watch;
-  MediaInput input(path("in.nut"), watch);
+  const StepNotifications nobody(nullptr, {});
+  const MediaReports reports(nobody);
+  MediaFaults faults(reports, OnError::Fail);
+  MediaInput input(path("in.nut"), faults, watch);
   input.select(*input.video());
   input.select(*input.audio());
   PacketHandle packet;
