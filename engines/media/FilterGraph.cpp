@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "engines/media/FfmpegCalls.h"
+#include "engines/media/FrameKind.h"
 #include "tamb/TAMBRuntimeError.h"
 
 extern "C" {
@@ -21,18 +22,6 @@ extern "C" {
 namespace qor::engines {
 
 namespace {
-
-bool isVideo(const AVFrame& frame) { return frame.width > 0; }
-
-std::string kindText(const AVFrame& frame) {
-  if (isVideo(frame)) {
-    const auto* const format = av_get_pix_fmt_name(static_cast<AVPixelFormat>(frame.format));
-    return fmt::format("{}x{} {}", frame.width, frame.height, format == nullptr ? "unknown" : format);
-  }
-  const auto* const format = av_get_sample_fmt_name(static_cast<AVSampleFormat>(frame.format));
-  return fmt::format("{} Hz {} channels {}", frame.sample_rate, frame.ch_layout.nb_channels,
-                     format == nullptr ? "unknown" : format);
-}
 
 AVFilterContext* makeFilter(AVFilterGraph& graph, const std::string& kind, const std::string& name) {
   auto* const filter = avfilter_graph_alloc_filter(&graph, avfilter_get_by_name(kind.c_str()), name.c_str());
@@ -90,9 +79,8 @@ FilterGraph::FilterGraph(const AVFrame& like, AVRational timeBase, AVRational fr
     : filters_(texts.filters),
       frameDuration_(frameRate.num > 0 && frameRate.den > 0 ? av_rescale_q(1, av_inv_q(frameRate), timeBase)
                                                             : 0),
-      like_(makeFrame()),
+      like_(kindOf(like)),
       graph_(allocated<GraphHandle>(avfilter_graph_alloc())) {
-  keepKind(like);
   const auto text = [this] { return "Cannot use " + quotedFilters(); };
   graph_->nb_threads = 1;
   graph_->thread_type = 0;
@@ -113,19 +101,6 @@ FilterGraph::FilterGraph(const AVFrame& like, AVRational timeBase, AVRational fr
   }
   connect(from, to);
   ffmpegCall([&] { return avfilter_graph_config(graph_.get(), nullptr); }, text);
-}
-
-void FilterGraph::keepKind(const AVFrame& like) {
-  like_->format = like.format;
-  like_->width = like.width;
-  like_->height = like.height;
-  like_->sample_rate = like.sample_rate;
-  like_->color_range = like.color_range;
-  like_->color_primaries = like.color_primaries;
-  like_->color_trc = like.color_trc;
-  like_->colorspace = like.colorspace;
-  ffmpegCall([&] { return av_channel_layout_copy(&like_->ch_layout, &like.ch_layout); },
-             [this] { return "Cannot use " + quotedFilters(); });
 }
 
 /// Through the filters that were given.
@@ -230,9 +205,7 @@ FilterGraph::Answer FilterGraph::command(const std::string& target, const std::s
 }
 
 void FilterGraph::requireSameKind(const AVFrame& frame) const {
-  if (frame.format != like_->format || frame.width != like_->width || frame.height != like_->height ||
-      frame.sample_rate != like_->sample_rate ||
-      av_channel_layout_compare(&frame.ch_layout, &like_->ch_layout) != 0) {
+  if (!sameKind(frame, *like_)) {
     throw tamb::TAMBRuntimeError(
         fmt::format("The stream changes from {} to {} on its way, which cannot be filtered", kindText(*like_),
                     kindText(frame)));

@@ -52,7 +52,6 @@ class FilterGraph {
   Answer command(const std::string& target, const std::string& name, const std::string& argument);
 
  private:
-  void keepKind(const AVFrame& like);
   void connect(AVFilterContext* from, AVFilterContext* to) const;
   void requireSameKind(const AVFrame& frame) const;
   std::string quotedFilters() const;

@@ -26,6 +26,8 @@ class MediaFaults {
   void undecodable(std::optional<int> stream, double at, const std::string& reason);
   /// A stream is not part of the run.
   void leftOut(int stream, const std::string& reason);
+  /// The frames of a stream change their format, and are converted from there on.
+  void kindChanged(int stream, double at, const std::string& from, const std::string& to);
 
   /// Why the first part could not be decoded; empty if there was none.
   const std::string& firstError() const { return firstError_; }
@@ -50,6 +52,7 @@ class MediaFaults {
   bool begun_ = false;
   std::vector<Told> waiting_;
   std::string firstError_;
+  std::uint64_t kindChanges_ = 0;
   MediaFaultCounts counts_;
 };
 

@@ -3,7 +3,9 @@
 #include <utility>
 
 #include "engines/media/EncoderChoice.h"
+#include "engines/media/FrameKind.h"
 #include "engines/media/Orientation.h"
+#include "tamb/TAMBRuntimeError.h"
 
 namespace qor::engines {
 
@@ -23,8 +25,13 @@ FilterTexts textsFor(const AVFrame& first, const AVStream& stream, const std::st
 }  // namespace
 
 MediaLane::MediaLane(const AVFrame& first, const StreamDecoder& decoder, AVRational frameRate,
-                     const std::string& filters, MediaOutput* output, LoudnessMeter* meter)
-    : graph_(first, decoder.timeBase(), frameRate, textsFor(first, decoder.stream(), filters, output)),
+                     const std::string& filters, MediaOutput* output, LoudnessMeter* meter,
+                     MediaFaults& faults)
+    : decoder_(decoder),
+      faults_(faults),
+      graph_(first, decoder.timeBase(), frameRate, textsFor(first, decoder.stream(), filters, output)),
+      converter_(first, decoder.timeBase()),
+      kind_(kindOf(first)),
       timeBase_(graph_.format().timeBase),
       meter_(meter) {
   const auto type = decoder.stream().codecpar->codec_type;
@@ -39,6 +46,36 @@ MediaLane::MediaLane(const AVFrame& first, const StreamDecoder& decoder, AVRatio
 bool MediaLane::push(FrameHandle frame, RunWatch& watch) {
   // The pictures are upright behind the filters: whoever plays the output is not to turn them again.
   av_frame_remove_side_data(frame.get(), AV_FRAME_DATA_DISPLAYMATRIX);
+  for (auto& each : converted(std::move(frame))) {
+    if (!filter(std::move(each), watch)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+std::vector<FrameHandle> MediaLane::converted(FrameHandle frame) {
+  std::vector<FrameHandle> frames;
+  if (!faults_.skipsErrors()) {
+    frames.push_back(std::move(frame));
+    return frames;
+  }
+  const auto timeBase = isVideo(*frame) ? decoder_.timeBase() : AVRational{1, frame->sample_rate};
+  const int stream = decoder_.stream().index;
+  const double seconds = static_cast<double>(frame->pts) * av_q2d(timeBase);
+  if (!sameKind(*frame, *kind_)) {
+    faults_.kindChanged(stream, seconds, kindText(*kind_), kindText(*frame));
+    kind_ = kindOf(*frame);
+  }
+  try {
+    return converter_.convert(std::move(frame), timeBase);
+  } catch (const tamb::TAMBRuntimeError& error) {
+    faults_.undecodable(stream, seconds, error.what());
+    return frames;
+  }
+}
+
+bool MediaLane::filter(FrameHandle frame, RunWatch& watch) {
   graph_.push(std::move(frame));
   // A filter that fills gaps makes hours of frames of one.
   while (const auto filtered = graph_.pull()) {
@@ -52,6 +89,9 @@ bool MediaLane::push(FrameHandle frame, RunWatch& watch) {
 }
 
 void MediaLane::finish(const std::function<bool(double)>& wanted) {
+  for (auto& each : converter_.finish()) {
+    graph_.push(std::move(each));
+  }
   graph_.finish();
   while (const auto filtered = graph_.pull()) {
     if (filtered->pts != AV_NOPTS_VALUE && !wanted(static_cast<double>(filtered->pts) * av_q2d(timeBase_))) {

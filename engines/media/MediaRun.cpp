@@ -145,12 +145,12 @@ void MediaRun::openLanes() {
   }
   // An empty stream is left out, as long as there is another one.
   if (const auto* frame = videoDecoder_ ? videoDecoder_->peek() : nullptr) {
-    video_.emplace(*frame, *videoDecoder_, input_->guessedFrameRate(), document_.videoFilter, output,
-                   nullptr);
+    video_.emplace(*frame, *videoDecoder_, input_->guessedFrameRate(), document_.videoFilter, output, nullptr,
+                   faults_);
   }
   if (audioDecoder_ && fetchSound()) {
     audio_.emplace(*sound_, *audioDecoder_, AVRational{0, 1}, document_.audioFilter, output,
-                   meter_ ? &*meter_ : nullptr);
+                   meter_ ? &*meter_ : nullptr, faults_);
   }
   if (!video_ && !audio_) {
     if (watch_.stopRequested()) {
