@@ -123,15 +123,14 @@ void TcpCommandProcessorBackEnd::receptionLoop() {
                         ReportLine::invalidFrontEnd);
   }
   proto::CommandMessageList list;
-  bool socketWorks = true;
-  while (socketWorks && !stopRequest_) {
-    list.Clear();
-    socketWorks = receive(list);
+  while (!stopRequest_ && receive(list)) {
     receptionLoopHandleCommand(list);
+    list.Clear();
   }
 }
 
-/// Leaves the list empty when nothing came in time, or nothing readable. False when reception is to end.
+/// Leaves the list empty when nothing came in time, or nothing readable. False when reception is to end: the
+/// list must not be handled then, since a receive that throws may leave parts of a message in it.
 bool TcpCommandProcessorBackEnd::receive(proto::CommandMessageList& list) {
   try {
     std::string errorText;

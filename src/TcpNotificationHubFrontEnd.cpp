@@ -172,11 +172,9 @@ void TcpNotificationHubFrontEnd::receptionLoop() {
                         ReportLine::invalidHubBackEnd);
   }
   proto::NotificationMessageList list;
-  bool socketWorks = true;
-  while (socketWorks && !stopRequest_) {
-    list.Clear();
-    socketWorks = receive(list);
+  while (!stopRequest_ && receive(list)) {
     receptionLoopHandleNotificationList(list);
+    list.Clear();
   }
 }
 
@@ -199,6 +197,8 @@ bool TcpNotificationHubFrontEnd::receiveWaiting(proto::NotificationMessageList& 
   try {
     socket_.receiveProtoBuf(&list, sizeBound);
   } catch (const std::runtime_error& error) {
+    // A receive that throws may leave parts of a message, which must not be handled.
+    list.Clear();
     // Among others, of a socket that has just been closed for another endpoint.
     logFailedHandling(error);
   }

@@ -9,6 +9,7 @@
 #include "tests/support/IdlePolls.h"
 #include "tests/unit/multiprocess/CommandBackEndTest.h"
 #include "tests/unit/multiprocess/MockCommandBackEnd.h"
+#include "tests/unit/multiprocess/WrappedCalls.h"
 
 namespace qor::multiprocess_communication {
 namespace {
@@ -114,6 +115,26 @@ TEST_F(TcpCommandProcessorBackEndReception, EndsWithAReceiveThatThrows) {
   EXPECT_THAT(processor_->commands.all(), IsEmpty());
   ASSERT_EQ(log_.records().size(), 1U);
   expectRecord(log_.records().front(), "Failed running reception loop: torn to pieces", 214);
+}
+
+TEST_F(TcpCommandProcessorBackEndReception, HandlesNothingThatAReceiveThatThrowsHasLeftInTheList) {
+  const auto endWith = [this](const auto& error) {
+    const test::CapturedLog log;
+    WrappedCalls wrapped;
+    wrapped.afterReceive = [&](google::protobuf::Message& message) {
+      EXPECT_EQ(dynamic_cast<proto::CommandMessageList&>(message).messages_size(), 2);
+      throw error;
+    };
+    construct();
+    deliver({"half", "of a list"});
+    ASSERT_TRUE(log.waitFor("torn to pieces"));
+    // Joins the thread.
+    backEnd_.reset();
+    EXPECT_EQ(log.records().size(), 1U);
+    EXPECT_THAT(processor_->commands.all(), IsEmpty());
+  };
+  endWith(std::runtime_error("torn to pieces"));
+  endWith(socket::ZmqContextTerminationException("torn to pieces"));
 }
 
 TEST_F(TcpCommandProcessorBackEndReception, EndsWhenTheContextIsShutDown) {

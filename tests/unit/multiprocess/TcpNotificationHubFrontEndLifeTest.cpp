@@ -2,6 +2,7 @@
 
 #include "tests/support/IdlePolls.h"
 #include "tests/unit/multiprocess/NotificationFrontEndTest.h"
+#include "tests/unit/multiprocess/WrappedCalls.h"
 #include "tests/unit/tamb/FunctionCallback.h"
 
 namespace qor::multiprocess_communication {
@@ -80,6 +81,26 @@ TEST_F(TcpNotificationHubFrontEndLife, AnIdleFrontEndPollsAboutTenTimesASecond) 
   const auto polls = test::idlePollsInASecond(socketName);
   ASSERT_TRUE(polls) << "it has stopped to poll";
   EXPECT_LE(*polls, 30U);
+}
+
+TEST_F(TcpNotificationHubFrontEndLife, NothingIsPublishedOfWhatAReceiveThatThrowsHasLeftInTheList) {
+  WrappedCalls wrapped;
+  wrapped.afterReceive = [](google::protobuf::Message& message) {
+    const auto& list = dynamic_cast<proto::NotificationMessageList&>(message);
+    if (list.messages(0).notificationline() == "half") throw std::runtime_error("torn to pieces");
+    if (list.messages(0).notificationline() == "the end")
+      throw socket::ZmqContextTerminationException("the end");
+  };
+  start();
+  deliverLines({"half", "of a list"});
+  deliverLines({"whole"});
+  EXPECT_THAT(pushedLines(), ElementsAre("whole"));
+  expectReported("Error in notification reception handler: torn to pieces", 306);
+  deliverLines({"the end", "of the context"});
+  expectReported("TCP notification hub: the end", 230, 0);
+  EXPECT_TRUE(threadsFallTo(threadsBefore_));
+  EXPECT_THAT(linesUntilNow(), ElementsAre("whole"));
+  frontEnd_.reset();
 }
 
 TEST_F(TcpNotificationHubFrontEndLife, DestructionWaitsForTheListUnderWayAndForNoOther) {

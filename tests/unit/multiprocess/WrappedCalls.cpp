@@ -3,6 +3,7 @@
 #include <thread>
 #include <utility>
 
+#include "qor/socket/Socket.h"
 #include "qor/utils/MessageFormatter.h"
 #include "tamb/ElementFactory.h"
 
@@ -59,6 +60,10 @@ std::string wrappedFormat(const utils::IMessageFormatter* formatter, const std::
 std::string realFormat(const utils::IMessageFormatter* formatter, const std::string& text) asm(
     "__real__ZNK3qor5utils17IMessageFormatter13formatMessageERKNSt7__cxx1112basic_stringI"
     "cSt11char_traitsIcESaIcEEE");
+int wrappedReceive(socket::Socket* socket, google::protobuf::Message* message, unsigned int sizeBound) asm(
+    "__wrap__ZN3qor6socket6Socket15receiveProtoBufEPN6google8protobuf7MessageEj");
+int realReceive(socket::Socket* socket, google::protobuf::Message* message, unsigned int sizeBound) asm(
+    "__real__ZN3qor6socket6Socket15receiveProtoBufEPN6google8protobuf7MessageEj");
 void wrappedStart(std::thread* thread, void* state, void (*dependency)()) asm(
     "__wrap__ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE");
 void realStart(std::thread* thread, void* state, void (*dependency)()) asm(
@@ -93,6 +98,12 @@ void wrappedStart(std::thread* thread, void* state, void (*dependency)()) {
 void wrappedRegister(std::string name, std::string coreId, Factory factory, ConstInstance entry) {
   enter("RegisterFactory");
   realRegister(std::move(name), std::move(coreId), std::move(factory), std::move(entry));
+}
+
+int wrappedReceive(socket::Socket* socket, google::protobuf::Message* message, unsigned int sizeBound) {
+  const int result = realReceive(socket, message, sizeBound);
+  if (current() != nullptr && current()->afterReceive) current()->afterReceive(*message);
+  return result;
 }
 
 std::string wrappedFormat(const utils::IMessageFormatter* formatter, const std::string& text) {

@@ -6,6 +6,10 @@
 
 #include "tamb/IParametersCollection.h"
 
+namespace google::protobuf {
+class Message;
+}
+
 namespace qor::multiprocess_communication {
 
 /// What comes between this program and the functions of the framework, the utilities and the standard library
@@ -23,6 +27,9 @@ class WrappedCalls {
   std::function<void(const std::string& function)> before;
   /// What is made instead of an instance of the framework's.
   std::shared_ptr<tamb::IParametersCollectionInstance> instance;
+  /// Called with the message after each receive that did not throw, on the receiver's thread. The receive
+  /// throws what this throws, and leaves the message as it is.
+  std::function<void(google::protobuf::Message& message)> afterReceive;
   /// How a formatter decorates a text, instead of as it does.
   std::function<std::string(const std::string& header, const std::string& text)> decorate;
 };
