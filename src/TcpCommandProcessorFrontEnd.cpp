@@ -1,5 +1,6 @@
 #include "TcpCommandProcessorFrontEnd.h"
 
+#include <cstddef>
 #include <utility>
 
 #include "Serializers.h"
@@ -26,7 +27,10 @@ TcpCommandProcessorFrontEnd::TcpCommandProcessorFrontEnd()
 TcpCommandProcessorFrontEnd::~TcpCommandProcessorFrontEnd() = default;
 
 void TcpCommandProcessorFrontEnd::connectEndpoint(const socket::SocketEndpoint& endpoint) {
+  // createAndConnect refuses an open socket. Closing needs no lock, and may take 2 s that no push has to
+  // wait.
   commandSocket_.close();
+  const std::lock_guard lock(socketMutex_);
   commandSocket_.createAndConnect(socket::Protocol::Publisher, endpoint, 0);
 }
 
@@ -44,25 +48,27 @@ void TcpCommandProcessorFrontEnd::PushCommands(
   checks().isTrue(
       commandSocket_.isOpen(), [this] { return "Invalid socket: " + commandSocket_.debugString(); },
       ReportLine::invalidSocket);
-  list_.Clear();
-  try {
-    for (const auto& command : commands) add(command);
-    commandSocket_.sendProtoBuf(&list_);
-  } catch (...) {
-    // What cannot be sent may be far larger than anything that can: its memory is not kept.
-    list_ = {};
-    throw;
+  // Freed if anything throws: a batch that cannot be sent may be far larger than any that can.
+  auto list = spareList_.take();
+  for (const auto& command : commands) add(command, list->get());
+  {
+    const std::lock_guard lock(socketMutex_);
+    commandSocket_.sendProtoBuf(&list->get());
   }
+  // Cached when the list was sent.
+  list->account(static_cast<std::size_t>(list->get().GetCachedSize()));
+  spareList_.giveBack(std::move(list));
 }
 
-void TcpCommandProcessorFrontEnd::add(const std::shared_ptr<const tamb::ICommandMessage>& command) {
+void TcpCommandProcessorFrontEnd::add(const std::shared_ptr<const tamb::ICommandMessage>& command,
+                                      proto::CommandMessageList& list) const {
   checks().isFalse(command == nullptr, "NULL command passed to the command processor",
                    ReportLine::nullCommand);
   checks().isTrue(command->GetWorkflowManagerId() == workflowManagerId_,
                   "Bad workflow manager id in command message", ReportLine::badWorkflowManagerId);
   checks().isTrue(command->GetEngineId() == engineId_, "Bad engine id in command message",
                   ReportLine::badEngineId);
-  write(*command, *list_.add_messages());
+  write(*command, *list.add_messages());
 }
 
 void TcpCommandProcessorFrontEnd::write(const tamb::ICommandMessage& command,

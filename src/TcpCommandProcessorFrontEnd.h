@@ -1,11 +1,13 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
 #include "Checks.h"
 #include "CommandAndNotification.pb.h"
+#include "ReusedMessage.h"
 #include "qor/socket/Socket.h"
 #include "qor/utils/MessageFormatter.h"
 #include "tamb/ICommandProcessor.h"
@@ -16,7 +18,10 @@ namespace qor::multiprocess_communication {
 /// TcpCommandProcessorBackEnd in the engine's process, one message a batch. There is no reply: the commands
 /// of a batch that was pushed before the engine's process is there are kept until it is.
 ///
-/// It takes no lock and starts no thread: calls must not overlap.
+/// Any thread may push, several at once, and also an operation of a command that is being pushed: the nested
+/// batch then goes out first. Each batch goes out whole, and the batches of one thread in the order in which
+/// their pushes end. No push waits for the operations of another thread's commands: a lock is held for the
+/// send alone. One thread at a time sets the ids, before the first push, and the endpoint.
 class TcpCommandProcessorFrontEnd : public tamb::ICommandProcessorFrontEnd, public utils::MessageFormatter {
  public:
   TcpCommandProcessorFrontEnd();
@@ -25,7 +30,9 @@ class TcpCommandProcessorFrontEnd : public tamb::ICommandProcessorFrontEnd, publ
   TcpCommandProcessorFrontEnd(const TcpCommandProcessorFrontEnd&) = delete;
   TcpCommandProcessorFrontEnd& operator=(const TcpCommandProcessorFrontEnd&) = delete;
 
-  /// Binds the command endpoint, after leaving an earlier one. Throws the socket's std::runtime_error.
+  /// Binds the command endpoint, after leaving an earlier one, which takes up to 2 s while commands for it
+  /// are kept. Throws the socket's std::runtime_error and leaves nothing bound. A push on another thread
+  /// meanwhile is refused, or goes out whole at one of the two endpoints.
   void connectEndpoint(const socket::SocketEndpoint& endpoint);
 
   /// Always throws TAMBRuntimeError, as does GetStatusControl: controls do not cross the process boundary.
@@ -34,7 +41,7 @@ class TcpCommandProcessorFrontEnd : public tamb::ICommandProcessorFrontEnd, publ
   /// Sends all of the commands or none. Throws TAMBRuntimeError when the endpoint is not bound, a command is
   /// null or addressed to another workflow manager or engine, or one of its arguments has a type that is not
   /// carried; and the socket's std::runtime_error when the batch is larger than a message may be, or a queue
-  /// is full. Never waits for the engine's process.
+  /// is full. Never waits for the engine's process, only for another thread that sends or binds.
   void PushCommands(std::vector<std::shared_ptr<const tamb::ICommandMessage>> commands) override;
   void PushCommand(std::shared_ptr<const tamb::ICommandMessage> command) override;
   /// The ids that commands have to bear; to be set before the first is pushed.
@@ -44,14 +51,16 @@ class TcpCommandProcessorFrontEnd : public tamb::ICommandProcessorFrontEnd, publ
   unsigned int GetEngineId() const override;
 
  private:
-  void add(const std::shared_ptr<const tamb::ICommandMessage>& command);
+  void add(const std::shared_ptr<const tamb::ICommandMessage>& command,
+           proto::CommandMessageList& list) const;
   static void write(const tamb::ICommandMessage& command, proto::CommandMessage& message);
   Checks checks() const;
 
   std::string workflowManagerId_;
   unsigned int engineId_ = 0;
   socket::Socket commandSocket_;
-  proto::CommandMessageList list_;  ///< the batch being pushed; its memory serves the next one
+  std::mutex socketMutex_;  ///< held while the socket binds or sends, never while a command is read
+  SpareMessage<proto::CommandMessageList> spareList_;
 };
 
 }  // namespace qor::multiprocess_communication

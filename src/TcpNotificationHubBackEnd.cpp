@@ -1,5 +1,6 @@
 #include "TcpNotificationHubBackEnd.h"
 
+#include <cstddef>
 #include <stdexcept>
 #include <utility>
 
@@ -40,25 +41,27 @@ TcpNotificationHubBackEnd::~TcpNotificationHubBackEnd() = default;
 void TcpNotificationHubBackEnd::PushNotifications(
     std::vector<std::shared_ptr<const tamb::INotificationMessage>> notifications) {
   checks().isTrue(socket_.isOpen(), "Socket not initialized", ReportLine::socketNotInitialized);
-  list_.Clear();
-  try {
-    for (const auto& notification : notifications) add(notification);
-    socket_.sendProtoBuf(&list_);
-  } catch (...) {
-    // What cannot be sent may be far larger than anything that can: its memory is not kept.
-    list_ = {};
-    throw;
+  // Freed if anything throws: a batch that cannot be sent may be far larger than any that can.
+  auto list = spareList_.take();
+  for (const auto& notification : notifications) add(notification, list->get());
+  {
+    const std::lock_guard lock(sendMutex_);
+    socket_.sendProtoBuf(&list->get());
   }
+  // Cached when the list was sent.
+  list->account(static_cast<std::size_t>(list->get().GetCachedSize()));
+  spareList_.giveBack(std::move(list));
 }
 
-void TcpNotificationHubBackEnd::add(const std::shared_ptr<const tamb::INotificationMessage>& notification) {
+void TcpNotificationHubBackEnd::add(const std::shared_ptr<const tamb::INotificationMessage>& notification,
+                                    proto::NotificationMessageList& list) const {
   checks().isNotNull(notification, "NULL notification passed to the notification hub",
                      ReportLine::nullNotification);
   checks().isTrue(notification->GetWorkflowManagerId() == workflowManagerId_,
                   "Bad workflow manager id in notification", ReportLine::badWorkflowManagerId);
   checks().isTrue(notification->GetEngineId() == engineId_, "Bad engine id in notification",
                   ReportLine::badEngineId);
-  write(*notification, *list_.add_messages());
+  write(*notification, *list.add_messages());
 }
 
 void TcpNotificationHubBackEnd::write(const tamb::INotificationMessage& notification,

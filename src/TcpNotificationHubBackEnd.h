@@ -2,11 +2,13 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
 #include "Checks.h"
 #include "CommandAndNotification.pb.h"
+#include "ReusedMessage.h"
 #include "qor/socket/Socket.h"
 #include "qor/utils/MessageFormatter.h"
 #include "tamb/INotificationHub.h"
@@ -17,7 +19,10 @@ namespace qor::multiprocess_communication {
 /// notifications of one engine to the host's TcpNotificationHubFrontEnd, one message a batch. What is pushed
 /// before the host is there is kept until it is. Whether a notification is an error does not travel.
 ///
-/// It takes no lock and starts no thread: pushes must not overlap.
+/// Any thread may push, several at once, and also an operation of a notification that is being pushed: the
+/// nested batch then goes out first. Each batch goes out whole, and the batches of one thread in the order in
+/// which their pushes end. No push waits for the operations of another thread's notifications: a lock is held
+/// for the send alone.
 class TcpNotificationHubBackEnd : public tamb::INotificationHubBackEnd, public utils::MessageFormatter {
  public:
   /// Binds the endpoint. A socket that cannot be opened is logged, and every push throws then. The ids are
@@ -32,20 +37,22 @@ class TcpNotificationHubBackEnd : public tamb::INotificationHubBackEnd, public u
   /// Sends all of the notifications or none. Throws TAMBRuntimeError when the socket is not open, a
   /// notification is null or bears other ids, or one of its values has a type that is not carried; and the
   /// socket's std::runtime_error when the batch is larger than a message may be, or a queue is full. Never
-  /// waits for the host.
+  /// waits for the host, only for another thread that sends.
   void PushNotifications(
       std::vector<std::shared_ptr<const tamb::INotificationMessage>> notifications) override;
   void PushNotification(std::shared_ptr<const tamb::INotificationMessage> notification) override;
 
  private:
-  void add(const std::shared_ptr<const tamb::INotificationMessage>& notification);
+  void add(const std::shared_ptr<const tamb::INotificationMessage>& notification,
+           proto::NotificationMessageList& list) const;
   static void write(const tamb::INotificationMessage& notification, proto::NotificationMessage& message);
   Checks checks() const;
 
   const std::string workflowManagerId_;
   const std::uint64_t engineId_;
   socket::Socket socket_;
-  proto::NotificationMessageList list_;  ///< the batch being pushed; its memory serves the next one
+  std::mutex sendMutex_;  ///< held while the socket sends, never while a notification is read
+  SpareMessage<proto::NotificationMessageList> spareList_;
 };
 
 }  // namespace qor::multiprocess_communication

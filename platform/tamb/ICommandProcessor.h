@@ -11,7 +11,8 @@
 
 namespace tamb {
 
-/// Where commands are pushed. Callable from any thread.
+/// Where commands are pushed. Callable from any thread; pushes may overlap, and an operation of a command
+/// that is being pushed may push, too. The ids are set before the first push.
 class ICommandProcessorFrontEnd {
  public:
   virtual ~ICommandProcessorFrontEnd() = default;

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -19,43 +20,51 @@
 
 namespace qor::multiprocess_communication {
 
-/// A command that writes down what it is asked. One thread.
+/// A command that writes down what it is asked. One thread at a time.
 class WatchedCommand : public tamb::CommandMessage {
  public:
   using CommandMessage::CommandMessage;
 
+  /// Called with the name of each operation before it returns.
+  std::function<void(const std::string& operation)> whenAsked;
+
   const std::vector<std::string>& asked() const { return asked_; }
 
   std::shared_ptr<const tamb::IParametersCollectionInstance> GetCommandArgs() const override {
-    asked_.emplace_back("GetCommandArgs");
+    note("GetCommandArgs");
     return CommandMessage::GetCommandArgs();
   }
   const tamb::MediaTime& GetTime() const override {
-    asked_.emplace_back("GetTime");
+    note("GetTime");
     return CommandMessage::GetTime();
   }
   const std::string& GetCommandName() const override {
-    asked_.emplace_back("GetCommandName");
+    note("GetCommandName");
     return CommandMessage::GetCommandName();
   }
   unsigned int GetCommandId() const override {
-    asked_.emplace_back("GetCommandId");
+    note("GetCommandId");
     return CommandMessage::GetCommandId();
   }
   const std::string& GetWorkflowManagerId() const override {
-    asked_.emplace_back("GetWorkflowManagerId");
+    note("GetWorkflowManagerId");
     return CommandMessage::GetWorkflowManagerId();
   }
   unsigned int GetEngineId() const override {
-    asked_.emplace_back("GetEngineId");
+    note("GetEngineId");
     return CommandMessage::GetEngineId();
   }
   const std::string& GetStepId() const override {
-    asked_.emplace_back("GetStepId");
+    note("GetStepId");
     return CommandMessage::GetStepId();
   }
 
  private:
+  void note(const char* operation) const {
+    asked_.emplace_back(operation);
+    if (whenAsked) whenAsked(operation);
+  }
+
   mutable std::vector<std::string> asked_;
 };
 

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -20,51 +21,59 @@
 
 namespace qor::multiprocess_communication {
 
-/// A notification that writes down what it is asked. One thread.
+/// A notification that writes down what it is asked. One thread at a time.
 class WatchedNotification : public tamb::NotificationMessage {
  public:
   using NotificationMessage::NotificationMessage;
 
+  /// Called with the name of each operation before it returns.
+  std::function<void(const std::string& operation)> whenAsked;
+
   const std::vector<std::string>& asked() const { return asked_; }
 
   const tamb::MediaTime& GetTime() const override {
-    asked_.emplace_back("GetTime");
+    note("GetTime");
     return NotificationMessage::GetTime();
   }
   const std::string& GetStepId() const override {
-    asked_.emplace_back("GetStepId");
+    note("GetStepId");
     return NotificationMessage::GetStepId();
   }
   const std::string& GetNotificationLine() const override {
-    asked_.emplace_back("GetNotificationLine");
+    note("GetNotificationLine");
     return NotificationMessage::GetNotificationLine();
   }
   std::shared_ptr<const tamb::IParametersCollectionInstance> GetNotificationObject() const override {
-    asked_.emplace_back("GetNotificationObject");
+    note("GetNotificationObject");
     return NotificationMessage::GetNotificationObject();
   }
   const std::string& GetNotificationId() const override {
-    asked_.emplace_back("GetNotificationId");
+    note("GetNotificationId");
     return NotificationMessage::GetNotificationId();
   }
   unsigned int GetCommandId() const override {
-    asked_.emplace_back("GetCommandId");
+    note("GetCommandId");
     return NotificationMessage::GetCommandId();
   }
   const std::string& GetWorkflowManagerId() const override {
-    asked_.emplace_back("GetWorkflowManagerId");
+    note("GetWorkflowManagerId");
     return NotificationMessage::GetWorkflowManagerId();
   }
   unsigned int GetEngineId() const override {
-    asked_.emplace_back("GetEngineId");
+    note("GetEngineId");
     return NotificationMessage::GetEngineId();
   }
   bool IsAnError() const override {
-    asked_.emplace_back("IsAnError");
+    note("IsAnError");
     return NotificationMessage::IsAnError();
   }
 
  private:
+  void note(const char* operation) const {
+    asked_.emplace_back(operation);
+    if (whenAsked) whenAsked(operation);
+  }
+
   mutable std::vector<std::string> asked_;
 };
 
