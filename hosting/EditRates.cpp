@@ -1,6 +1,5 @@
 #include "hosting/EditRates.h"
 
-#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -83,16 +82,13 @@ class NotificationHub : public tamb::INotificationHubBackEnd {
 
   void PushNotifications(
       std::vector<std::shared_ptr<const tamb::INotificationMessage>> notifications) override {
-    auto batch = exchanged(std::move(notifications));
-    const std::lock_guard lock(mutex_);
-    hub_->PushNotifications(std::move(batch));
+    hub_->PushNotifications(exchanged(std::move(notifications)));
   }
   void PushNotification(std::shared_ptr<const tamb::INotificationMessage> notification) override {
     PushNotifications({std::move(notification)});
   }
 
  private:
-  std::mutex mutex_;
   const std::shared_ptr<tamb::INotificationHubBackEnd> hub_;
 };
 

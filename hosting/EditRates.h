@@ -11,13 +11,13 @@ namespace qor::hosting {
 /// times here as in its host's own process: what arrives is exchanged back, and what leaves is exchanged
 /// ahead.
 
-/// A front end that passes commands on with the edit rates that the host gave them. Any thread that the
-/// processor takes.
+/// A front end that passes commands on with the edit rates that the host gave them. Takes pushes as the
+/// processor does: it has no lock of its own.
 std::shared_ptr<tamb::ICommandProcessorFrontEnd> withHostsEditRates(
     std::shared_ptr<tamb::ICommandProcessorFrontEnd> processor);
 
 /// A hub that passes notifications on so that they reach the host with the edit rates that the engine gave
-/// them. Any thread: pushes are passed on one at a time, as the channel wants them.
+/// them. Takes pushes as the hub does: it has no lock of its own.
 std::shared_ptr<tamb::INotificationHubBackEnd> withEnginesEditRates(
     std::shared_ptr<tamb::INotificationHubBackEnd> hub);
 
