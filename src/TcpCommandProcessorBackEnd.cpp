@@ -122,21 +122,22 @@ void TcpCommandProcessorBackEnd::receptionLoop() {
     return checks().log("Cannot start reception loop, invalid command processor front end",
                         ReportLine::invalidFrontEnd);
   }
-  proto::CommandMessageList list;
+  ReusedMessage<proto::CommandMessageList> list;
   while (!stopRequest_ && receive(list)) {
-    receptionLoopHandleCommand(list);
-    list.Clear();
+    receptionLoopHandleCommand(list.get());
+    list.clear();
   }
 }
 
 /// Leaves the list empty when nothing came in time, or nothing readable. False when reception is to end: the
 /// list must not be handled then, since a receive that throws may leave parts of a message in it.
-bool TcpCommandProcessorBackEnd::receive(proto::CommandMessageList& list) {
+bool TcpCommandProcessorBackEnd::receive(ReusedMessage<proto::CommandMessageList>& list) {
   try {
     std::string errorText;
     const int polled = commandSocket_.poll(pollMilliseconds, errorText);
     if (polled == 0) {
-      commandSocket_.receiveProtoBuf(&list, sizeBound);
+      const bool isComplete = commandSocket_.receiveProtoBuf(&list.get(), sizeBound) == 0;
+      isComplete ? list.account(sizeBound) : list.accountForUnknown();
     } else if (polled != 1) {
       checks().log("Poll error in command reception loop: " + errorText, ReportLine::pollError);
       return false;

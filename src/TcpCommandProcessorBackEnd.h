@@ -7,6 +7,7 @@
 
 #include "Checks.h"
 #include "CommandAndNotification.pb.h"
+#include "ReusedMessage.h"
 #include "qor/socket/Socket.h"
 #include "qor/utils/MessageFormatter.h"
 #include "tamb/ICommandProcessor.h"
@@ -72,7 +73,7 @@ class TcpCommandProcessorBackEnd : public tamb::ICommandProcessorBackEnd, public
 
  private:
   void receptionLoop();
-  bool receive(proto::CommandMessageList& list);
+  bool receive(ReusedMessage<proto::CommandMessageList>& list);
   void receptionLoopHandleCommand(const proto::CommandMessageList& list);
   std::shared_ptr<const tamb::IParametersCollectionInstance> argumentsOf(
       const proto::CommandMessage& message) const;

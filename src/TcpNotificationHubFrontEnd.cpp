@@ -171,15 +171,15 @@ void TcpNotificationHubFrontEnd::receptionLoop() {
     return checks().log("Cannot start reception loop, invalid notification hub back-end",
                         ReportLine::invalidHubBackEnd);
   }
-  proto::NotificationMessageList list;
+  ReusedMessage<proto::NotificationMessageList> list;
   while (!stopRequest_ && receive(list)) {
-    receptionLoopHandleNotificationList(list);
-    list.Clear();
+    receptionLoopHandleNotificationList(list.get());
+    list.clear();
   }
 }
 
 /// Leaves the list empty when nothing came in time, or nothing readable. False when reception is to end.
-bool TcpNotificationHubFrontEnd::receive(proto::NotificationMessageList& list) {
+bool TcpNotificationHubFrontEnd::receive(ReusedMessage<proto::NotificationMessageList>& list) {
   try {
     std::string errorText;
     const int polled = socket_.poll(pollMilliseconds, errorText);
@@ -193,12 +193,14 @@ bool TcpNotificationHubFrontEnd::receive(proto::NotificationMessageList& list) {
   return false;
 }
 
-bool TcpNotificationHubFrontEnd::receiveWaiting(proto::NotificationMessageList& list) {
+bool TcpNotificationHubFrontEnd::receiveWaiting(ReusedMessage<proto::NotificationMessageList>& list) {
   try {
-    socket_.receiveProtoBuf(&list, sizeBound);
+    const bool isComplete = socket_.receiveProtoBuf(&list.get(), sizeBound) == 0;
+    isComplete ? list.account(sizeBound) : list.accountForUnknown();
   } catch (const std::runtime_error& error) {
     // A receive that throws may leave parts of a message, which must not be handled.
-    list.Clear();
+    list.accountForUnknown();
+    list.clear();
     // Among others, of a socket that has just been closed for another endpoint.
     logFailedHandling(error);
   }

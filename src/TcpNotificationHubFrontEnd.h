@@ -8,6 +8,7 @@
 
 #include "Checks.h"
 #include "CommandAndNotification.pb.h"
+#include "ReusedMessage.h"
 #include "qor/socket/Socket.h"
 #include "qor/utils/MessageFormatter.h"
 #include "tamb/INotificationHub.h"
@@ -83,8 +84,8 @@ class TcpNotificationHubFrontEnd : public tamb::INotificationHubFrontEnd, public
  private:
   void joinReceptionThread();
   void receptionLoop();
-  bool receive(proto::NotificationMessageList& list);
-  bool receiveWaiting(proto::NotificationMessageList& list);
+  bool receive(ReusedMessage<proto::NotificationMessageList>& list);
+  bool receiveWaiting(ReusedMessage<proto::NotificationMessageList>& list);
   void receptionLoopHandleNotificationList(const proto::NotificationMessageList& list);
   void logFailedHandling(const std::runtime_error& error) const;
   std::shared_ptr<const tamb::IParametersCollectionInstance> objectOf(

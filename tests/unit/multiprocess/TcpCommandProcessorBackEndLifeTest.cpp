@@ -1,7 +1,10 @@
 #include <algorithm>
 #include <csignal>
+#include <cstddef>
 #include <functional>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "qor/socket/ZmqContextTerminationException.h"
 #include "tamb/TAMBRuntimeError.h"
@@ -135,6 +138,30 @@ TEST_F(TcpCommandProcessorBackEndReception, HandlesNothingThatAReceiveThatThrows
   };
   endWith(std::runtime_error("torn to pieces"));
   endWith(socket::ZmqContextTerminationException("torn to pieces"));
+}
+
+TEST_F(TcpCommandProcessorBackEndReception, KeepsTheMemoryOfSixteenListsAndOfNoneThatIsRefused) {
+  std::size_t memory = 0;
+  WrappedCalls wrapped;
+  wrapped.afterReceive = [&](const google::protobuf::Message& message) {
+    memory = message.GetArena()->SpaceAllocated();
+  };
+  construct();
+  const auto memoryAfter = [&](const proto::CommandMessageList& list) {
+    deliver(list);
+    EXPECT_TRUE(waitUntilIdle());
+    return memory;
+  };
+  const auto empty = listOf({});
+  auto large = listOf(std::vector<std::string>(500, "a name"));
+  const std::size_t least = memoryAfter(empty);
+  const std::size_t most = memoryAfter(large);
+  EXPECT_GT(most, least);
+  for (int i = 2; i < 16; ++i) EXPECT_EQ(memoryAfter(empty), most) << i;
+  EXPECT_EQ(memoryAfter(empty), least);
+  large.mutable_messages(499)->clear_engineid();
+  EXPECT_GT(memoryAfter(large), least);
+  EXPECT_EQ(memoryAfter(empty), least);
 }
 
 TEST_F(TcpCommandProcessorBackEndReception, EndsWhenTheContextIsShutDown) {

@@ -1,4 +1,8 @@
+#include <cstddef>
+#include <stdexcept>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "tests/support/IdlePolls.h"
 #include "tests/unit/multiprocess/NotificationFrontEndTest.h"
@@ -101,6 +105,36 @@ TEST_F(TcpNotificationHubFrontEndLife, NothingIsPublishedOfWhatAReceiveThatThrow
   EXPECT_TRUE(threadsFallTo(threadsBefore_));
   EXPECT_THAT(linesUntilNow(), ElementsAre("whole"));
   frontEnd_.reset();
+}
+
+TEST_F(TcpNotificationHubFrontEndLife, ReceptionKeepsTheMemoryOfSixteenListsAndOfNoneThatFails) {
+  std::size_t memory = 0;
+  bool throws = false;
+  WrappedCalls wrapped;
+  wrapped.afterReceive = [&](const google::protobuf::Message& message) {
+    memory = message.GetArena()->SpaceAllocated();
+    if (throws) throw std::runtime_error("torn to pieces");
+  };
+  start();
+  const auto memoryAfter = [&](const std::string& bytes) {
+    deliver(bytes);
+    EXPECT_TRUE(allIsHandled());
+    return memory;
+  };
+  const std::string empty;
+  const auto large = encoded(std::vector<std::string>(500, "a line"));
+  const std::size_t least = memoryAfter(empty);
+  const std::size_t most = memoryAfter(large);
+  EXPECT_GT(most, least);
+  for (int i = 2; i < 16; ++i) EXPECT_EQ(memoryAfter(empty), most) << i;
+  EXPECT_EQ(memoryAfter(empty), least);
+  // Cut short.
+  EXPECT_GT(memoryAfter(large.substr(0, large.size() - 1)), least);
+  EXPECT_EQ(memoryAfter(empty), least);
+  throws = true;
+  EXPECT_GT(memoryAfter(large), least);
+  throws = false;
+  EXPECT_EQ(memoryAfter(empty), least);
 }
 
 TEST_F(TcpNotificationHubFrontEndLife, DestructionWaitsForTheListUnderWayAndForNoOther) {
