@@ -7,8 +7,9 @@ namespace qor::engines {
 
 /// Where an output is written. A file is written beside its place, under a name of its own as in
 /// "NAME.k3x9qa.part", and gets its name when it is complete: whoever finds it can use it, a run that fails
-/// takes nothing away that was there, and two runs with one output do not write into each other. What is no
-/// file, a device or an URL, is written as it is.
+/// leaves an earlier file alone, and two runs with one output do not write into each other. It then has the
+/// mode of the file that it replaces and, where this process may set them, its owner and group. A device or a
+/// URL is written directly.
 class OutputFile {
  public:
   explicit OutputFile(const std::string& location);

@@ -30,6 +30,11 @@ class OutputFileTest : public EngineTest {
   static void write(const std::string& path, const std::string& bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
   }
+  static unsigned int modeOf(const std::string& path) {
+    struct stat status {};
+    EXPECT_EQ(::stat(path.c_str(), &status), 0);
+    return status.st_mode & 07777U;
+  }
 };
 
 TEST_F(OutputFileTest, HasANameOfItsOwnUntilItIsComplete) {
@@ -61,6 +66,37 @@ TEST_F(OutputFileTest, HasTheRightsThatNewFilesHave) {
   write(path("usual"), "");
   EXPECT_EQ(std::filesystem::status(path("out.mkv")).permissions(),
             std::filesystem::status(path("usual")).permissions());
+}
+
+TEST_F(OutputFileTest, KeepsTheModeOfTheFileThatItReplaces) {
+  for (const mode_t mode : {0600U, 0664U, 0777U, 0444U, 04755U}) {
+    write(path("out.mkv"), "before");
+    ASSERT_EQ(::chmod(path("out.mkv").c_str(), mode), 0);
+    OutputFile file(path("out.mkv"));
+    write(file.create(), "after");
+    file.complete();
+    EXPECT_EQ(fileBytes(path("out.mkv")), "after");
+    EXPECT_EQ(modeOf(path("out.mkv")), mode & 0777U) << mode;
+    std::filesystem::remove(path("out.mkv"));
+  }
+}
+
+TEST_F(OutputFileTest, IsNotReadableByOthersBeforeItIsComplete) {
+  write(path("out.mkv"), "before");
+  ASSERT_EQ(::chmod(path("out.mkv").c_str(), 0600), 0);
+  OutputFile file(path("out.mkv"));
+  EXPECT_EQ(modeOf(file.create()), 0600U);
+}
+
+TEST_F(OutputFileTest, KeepsTheModeOfTheFileThatALinkNames) {
+  write(path("target"), "before");
+  ASSERT_EQ(::chmod(path("target").c_str(), 0640), 0);
+  std::filesystem::create_symlink("target", path("out.mkv"));
+  OutputFile file(path("out.mkv"));
+  file.create();
+  file.complete();
+  EXPECT_EQ(modeOf(path("target")), 0640U);
+  EXPECT_TRUE(std::filesystem::is_symlink(path("out.mkv")));
 }
 
 TEST_F(OutputFileTest, MayHaveTheLongestName) {
