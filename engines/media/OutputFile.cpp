@@ -72,10 +72,12 @@ OutputFile::OutputFile(const std::string& location) : location_(location) {
   std::error_code error;
   const auto type = fs::status(path, error).type();
   if (!path.empty() && (type == fs::file_type::not_found || type == fs::file_type::regular)) {
+    // From the root: FFmpeg would take the beginning of a relative "x:y.wav" for a scheme.
+    const auto absolute = fs::absolute(path, error);
     // Through symbolic links, which a new name would replace.
-    final_ = fs::weakly_canonical(path, error);
+    final_ = fs::weakly_canonical(absolute, error);
     if (error || final_.empty()) {
-      final_ = fs::absolute(path, error);
+      final_ = absolute;
     }
   }
 }

@@ -138,5 +138,14 @@ TEST_F(OutputFileTest, MayBeNamedByItsScheme) {
   EXPECT_THAT(fileNames(), ElementsAre("a:b.mkv"));
 }
 
+TEST_F(OutputFileTest, MayBeNamedByItsSchemeFromTheCurrentFolder) {
+  const auto before = std::filesystem::current_path();
+  std::filesystem::current_path(path("."));
+  run(media({{"input", quoted(sharedClip())}, {"output", quoted("file:x:y.wav")}}));
+  std::filesystem::current_path(before);
+  EXPECT_TRUE(heard_->only("Finished")) << failure();
+  EXPECT_THAT(fileNames(), ElementsAre("x:y.wav"));
+}
+
 }  // namespace
 }  // namespace qor::engines::test
