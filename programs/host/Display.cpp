@@ -7,8 +7,10 @@
 #include <cmath>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <string_view>
 
 #include "programs/support/ErrorStream.h"
+#include "runtime/tamb/EscapedText.h"
 
 namespace qor::programs {
 
@@ -21,7 +23,7 @@ constexpr int barWidth = 40;
 /// How long one that is being shown is waited for: its reader may stand still.
 constexpr std::chrono::milliseconds timeForNotification{100};
 
-/// The values by key. A number that JSON does not have, such as the loudness of nothing, becomes a null.
+/// The values by key. JSON has no number for the loudness of nothing, and others: they are printed as null.
 json valuesOf(const tamb::INotificationMessage& notification) {
   json values = json::object();
   const auto object = notification.GetNotificationObject();
@@ -53,7 +55,31 @@ std::string lineOf(const tamb::INotificationMessage& notification) {
   if (notification.GetCommandId() != 0) line += fmt::format(" #{}", notification.GetCommandId());
   const json values = valuesOf(notification);
   for (const auto& [key, value] : values.items()) line += " " + key + "=" + textOf(value);
+  return tamb::EscapedText(line);
+}
+
+/// JSON of one line, also where it is looked at on a terminal: what the terminal obeys stands in texts only,
+/// and is escaped as JSON escapes it.
+std::string printed(const json& value) {
+  const std::string text = value.dump(-1, ' ', false, json::error_handler_t::replace);
+  std::string line;
+  line.reserve(text.size());
+  for (std::string_view rest = text; !rest.empty();) {
+    const auto character = tamb::FirstCharacter(rest);
+    if (tamb::IsControlCharacter(character.codePoint)) {
+      line += fmt::format("\\u{:04x}", static_cast<unsigned int>(character.codePoint));
+    } else {
+      line += rest.substr(0, character.length);
+    }
+    rest.remove_prefix(character.length);
+  }
   return line;
+}
+
+/// 0 for what is not a number: an engine may send anything.
+double numberIn(const json& values, const char* key) {
+  const auto value = values.find(key);
+  return value != values.end() && value->is_number() ? value->get<double>() : 0;
 }
 
 json jsonOf(const tamb::INotificationMessage& notification) {
@@ -73,7 +99,7 @@ void Display::OnNotification(std::shared_ptr<const tamb::INotificationMessage> n
   const std::lock_guard lock(mutex_);
   switch (style_) {
     case Style::Json:
-      std::cout << jsonOf(*notification).dump(-1, ' ', false, json::error_handler_t::replace) << std::endl;
+      std::cout << printed(jsonOf(*notification)) << std::endl;
       return;
     case Style::Lines:
       std::cout << lineOf(*notification) << std::endl;
@@ -86,7 +112,7 @@ void Display::OnNotification(std::shared_ptr<const tamb::INotificationMessage> n
 void Display::showBar(const tamb::INotificationMessage& notification) {
   const json values = valuesOf(notification);
   if (notification.GetNotificationLine() == "Loudness") {
-    loudness_ = values.value("momentary", 0.0);
+    loudness_ = numberIn(values, "momentary");
     hasLoudness_ = true;
     return;
   }
@@ -95,12 +121,13 @@ void Display::showBar(const tamb::INotificationMessage& notification) {
     std::cout << lineOf(notification) << std::endl;
     return;
   }
-  const double percentage = std::clamp(values.value("percentage", 0.0), 0.0, 100.0);
+  const double number = numberIn(values, "percentage");
+  const double percentage = std::isfinite(number) ? std::clamp(number, 0.0, 100.0) : 0;
   const auto filled = static_cast<int>(std::lround(percentage / 100 * barWidth));
   std::cout << '\r'
             << fmt::format("[{:<{}}] {:3.0f} %  {:.1f} s  {:.1f}x",
                            std::string(static_cast<std::size_t>(filled), '#'), barWidth, percentage,
-                           values.value("position", 0.0), values.value("speed", 0.0));
+                           numberIn(values, "position"), numberIn(values, "speed"));
   if (hasLoudness_) std::cout << fmt::format("  {:.1f} LUFS", loudness_);
   std::cout << "   " << std::flush;
   barShows_ = true;

@@ -71,7 +71,7 @@ Workflow workflowFrom(const Arguments& arguments) {
   if (!arguments.file.empty()) {
     workflow = qor::programs::readWorkflow(arguments.file);
   } else if (arguments.input.empty()) {
-    throw std::runtime_error("there is nothing to run: give a workflow, or --input FILE");
+    throw std::runtime_error("nothing to run: give a workflow, or --input FILE");
   } else {
     workflow.engine = {{"engine", "media"}};
   }

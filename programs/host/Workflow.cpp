@@ -3,12 +3,14 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdint>
 #include <fstream>
 #include <initializer_list>
 #include <stdexcept>
 #include <string_view>
+#include <system_error>
 
 #include "programs/support/OneLine.h"
 #include "runtime/tamb/CommandMessage.h"
@@ -36,14 +38,14 @@ void requireKnownKeys(const json& object, const std::string& where,
     if (std::find(known.begin(), known.end(), key) != known.end()) continue;
     std::string names;
     for (const auto name : known) names.append(names.empty() ? "" : ", ").append(name);
-    throw wrong(where, fmt::format("unknown key {:?}; expected are {}", key, names));
+    throw wrong(where, fmt::format("unknown key {:?}; expected one of {}", key, names));
   }
 }
 
 std::int64_t ticksOf(const TimedCommand& command) {
   if (command.at >= 0 && command.at <= latestCommand) return std::llround(command.at * ticksPerSecond);
   throw wrong("command \"" + command.name + "\"",
-              fmt::format("the time {} is none; expected is a media time in seconds, 0 to {:.0f}", command.at,
+              fmt::format("the time is {}; expected a media time in seconds, 0 to {:.0f}", command.at,
                           latestCommand));
 }
 
@@ -53,8 +55,7 @@ Value valueOr(const json& object, const std::string& where, const char* key, con
   try {
     return object.value(key, std::move(fallback));
   } catch (const json::exception&) {
-    throw wrong(where,
-                std::string("\"") + key + "\" is " + object.at(key).dump() + "; expected is " + expected);
+    throw wrong(where, std::string("\"") + key + "\" is " + object.at(key).dump() + "; expected " + expected);
   }
 }
 
@@ -73,6 +74,12 @@ std::string kindOf(const json& engine) {
   return valueOr(engine, "engine", "engine", "a text", std::string("media"));
 }
 
+/// Without the library's name for the kind of error, "[json.exception.parse_error.101] ".
+std::string withoutTag(const std::string& text) {
+  const auto end = text.find("] ");
+  return text.starts_with("[json.") && end != std::string::npos ? text.substr(end + 2) : text;
+}
+
 /// What is nested deeper is no workflow, and could not be quoted: that takes a stack as deep.
 json parsed(std::istream& in, const std::string& name) {
   const auto bounded = [&](int depth, json::parse_event_t /*event*/, json& /*value*/) {
@@ -83,12 +90,12 @@ json parsed(std::istream& in, const std::string& name) {
   try {
     return json::parse(in, bounded);
   } catch (const json::exception& error) {
-    throw wrong(name + " is no JSON", error.what());
+    throw wrong(name + " is not JSON", withoutTag(error.what()));
   }
 }
 
 TimedCommand commandFrom(const json& object, const std::string& where) {
-  if (!object.is_object()) throw wrong(where, object.dump() + " is no object");
+  if (!object.is_object()) throw wrong(where, object.dump() + " is not an object");
   requireKnownKeys(object, where, {"at", "name", "step", "arguments"});
   TimedCommand command;
   command.at = valueOr(object, where, "at", "a media time in seconds", 0.0);
@@ -97,7 +104,7 @@ TimedCommand commandFrom(const json& object, const std::string& where) {
   command.arguments = object.value("arguments", json::object());
   if (command.name.empty()) throw wrong(where, "has no \"name\"");
   if (!command.arguments.is_object()) {
-    throw wrong(where, "\"arguments\" is " + command.arguments.dump() + "; expected is an object");
+    throw wrong(where, "\"arguments\" is " + command.arguments.dump() + "; expected an object");
   }
   return command;
 }
@@ -118,7 +125,7 @@ std::shared_ptr<const tamb::IParametersCollectionInstance> parametersFrom(const 
       prototype->AddUTF8StringKey(key, value.get<std::string>(), "");
     } else {
       throw wrong("argument \"" + key + "\"", value.dump() +
-                                                  " cannot be carried; expected is a text, a number or a "
+                                                  " cannot be carried; expected a text, a number or a "
                                                   "boolean");
     }
   }
@@ -152,20 +159,28 @@ std::string Workflow::description() const {
   try {
     return description.dump();
   } catch (const json::exception&) {
-    throw wrong("engine", "a text in it is no UTF-8: " +
+    throw wrong("engine", "a text in it is not UTF-8: " +
                               description.dump(-1, ' ', false, json::error_handler_t::replace));
   }
 }
 
 Workflow readWorkflow(const std::filesystem::path& file) {
+  const auto fail = [&](const std::string& reason) -> std::runtime_error {
+    return std::runtime_error("cannot read the workflow \"" + file.string() + "\": " + reason);
+  };
+  std::error_code ignored;
+  if (std::filesystem::is_directory(file, ignored)) throw fail("it is a folder; expected a JSON file");
   std::ifstream in(file);
-  if (!in) throw std::runtime_error("cannot read the workflow \"" + file.string() + "\"");
+  if (!in) throw fail(std::generic_category().message(errno));
   return readWorkflow(in, "\"" + file.string() + "\"");
 }
 
 Workflow readWorkflow(std::istream& in, const std::string& name) {
   const json document = parsed(in, name);
-  if (!document.is_object()) throw wrong(name, "is no object");
+  if (!document.is_object())
+    throw wrong(
+        name,
+        "is not an object; expected one such as {\"engine\": {\"engine\": \"media\", \"input\": \"FILE\"}}");
   requireKnownKeys(document, name, {"workflowManagerId", "engineId", "engine", "commands"});
   Workflow workflow;
   workflow.workflowManagerId =
@@ -176,7 +191,7 @@ Workflow readWorkflow(std::istream& in, const std::string& name) {
   }
   workflow.engine = document["engine"];
   const json commands = document.value("commands", json::array());
-  if (!commands.is_array()) throw wrong("\"commands\"", commands.dump() + " is no list");
+  if (!commands.is_array()) throw wrong("\"commands\"", commands.dump() + " is not a list");
   for (std::size_t i = 0; i < commands.size(); ++i) {
     workflow.commands.push_back(commandFrom(commands[i], "command " + std::to_string(i + 1)));
   }
@@ -193,13 +208,13 @@ TimedCommand commandFrom(const std::vector<std::string>& words) {
   }
   if (used == 0 || used != words[0].size() || words.size() < 2) {
     throw std::runtime_error("--at " + (words.empty() ? "" : words[0]) +
-                             ": expected is TIME NAME KEY=VALUE..., the time in seconds of media");
+                             ": expected TIME NAME KEY=VALUE..., the time in seconds of media");
   }
   command.name = words[1];
   command.arguments = json::object();
   for (std::size_t i = 2; i < words.size(); ++i) {
     const auto equals = words[i].find('=');
-    if (equals == std::string::npos) throw std::runtime_error("--at: \"" + words[i] + "\" is no KEY=VALUE");
+    if (equals == std::string::npos) throw std::runtime_error("--at: \"" + words[i] + "\" is not KEY=VALUE");
     command.arguments[words[i].substr(0, equals)] = words[i].substr(equals + 1);
   }
   return command;

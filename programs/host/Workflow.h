@@ -35,7 +35,7 @@ struct Workflow {
   /// begin. Throws std::runtime_error for a time or an argument that cannot be carried.
   std::vector<std::shared_ptr<const tamb::ICommandMessage>> messages() const;
   /// The description as the engine is given it: it waits at its start until its commands are there. Throws
-  /// std::runtime_error for a text that is no UTF-8.
+  /// std::runtime_error for a text that is not UTF-8.
   std::string description() const;
 };
 

@@ -2,12 +2,28 @@
 
 #include <sys/resource.h>
 
+#include <cctype>
 #include <csignal>
+#include <string>
+
+#include "runtime/tamb/EscapedText.h"
 
 namespace qor::programs {
 
+namespace {
+
+/// One line, as all messages of a program are.
+std::string failureMessage(const CLI::App* app, const CLI::Error& error) {
+  std::string what = tamb::EscapedText(error.what());
+  if (!what.empty()) what.front() = static_cast<char>(std::tolower(static_cast<unsigned char>(what.front())));
+  return app->get_name() + ": " + what + "; see --help\n";
+}
+
+}  // namespace
+
 std::optional<int> parseCommandLine(CLI::App& app, int argumentCount, char** arguments) {
   app.set_version_flag("--version", QOR_VERSION);
+  app.failure_message(failureMessage);
   try {
     app.parse(argumentCount, arguments);
   } catch (const CLI::ParseError& error) {

@@ -13,6 +13,7 @@
 
 #include "programs/support/LogLine.h"
 #include "runtime/processes/Pipe.h"
+#include "runtime/tamb/EscapedText.h"
 #include "tamb/LogContext.h"
 
 namespace qor::programs {
@@ -88,7 +89,7 @@ void writeCount() {
 void writeErrorLine(std::string_view line) {
   const std::lock_guard lock(mutex);
   writeCount();
-  if (dropped > 0 || !writeLine(std::string(line))) ++dropped;
+  if (dropped > 0 || !writeLine(tamb::EscapedText(line))) ++dropped;
 }
 
 void writeDroppedLines() {

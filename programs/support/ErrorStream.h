@@ -6,7 +6,8 @@ namespace qor::programs {
 
 /// Writes a line to the standard error stream, and does not wait for its reader: lines that the stream does
 /// not take at once are dropped, and counted in a line of its own as soon as it takes some again. A reader
-/// that stands still must not stop a program that others wait for. Any thread.
+/// that stands still must not stop a program that others wait for. What a terminal would obey is escaped, as
+/// tamb::EscapedText spells it. Any thread.
 void writeErrorLine(std::string_view line);
 
 /// Writes the count of the lines dropped so far, if there are any and the stream takes it. For the end of a

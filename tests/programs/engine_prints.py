@@ -51,6 +51,15 @@ class Prints(ProgramsTest):
         lines = host.captured_lines("lavfi.signalstats.YMIN=")
         self.assertEqual(len(lines), host.notifications()[-1]["values"]["videoFrames"])
 
+    def test_do_not_drive_the_terminal(self):
+        # Resets it, erases it, and rings, as the metadata of a file could.
+        host = self.host("--input", clip(), "--at", "0.5", "Stop", "--video-filter",
+                         "metadata=mode=add:key=title:value=\x1bc\u009bJ\a,metadata=mode=print:file=-")
+        self.expect_exit(host, 0)
+        self.assertIn("title=\\x1bc\\u009bJ\\x07\n", host.errors())
+        for control in "\x1b\u009b\a":
+            self.assertNotIn(control, host.everything())
+
     def test_stand_in_the_cause_of_its_death(self):
         host = self.host(self.printing_engine(behaviour="crash", when="run"))
         self.expect_exit(host, 3, NOTICED_WITHIN + PATIENCE)

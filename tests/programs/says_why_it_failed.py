@@ -188,33 +188,44 @@ class WrongUsage(ProgramsTest):
         self.expect_usage(said, "run", self.file("workflow.json", content))
 
     def test_without_anything_to_run_is_told(self):
-        self.expect_usage("there is nothing to run: give a workflow, or --input FILE", "run")
-        self.expect_usage("A subcommand is required")
+        self.expect_usage("^tamb-host: nothing to run: give a workflow, or --input FILE", "run")
+        self.expect_usage(r"^tamb-host: a subcommand is required; see --help\n$")
 
     def test_of_flags_is_told(self):
-        self.expect_usage("not expected: --nosuch", "run", "--nosuch")
+        self.expect_usage(r"^tamb-host: .*not expected: --nosuch; see --help\n$", "run", "--nosuch")
         self.expect_usage("--input", "run", "--input")
+
+    def test_is_told_on_one_line_that_does_not_drive_the_terminal(self):
+        hostile = "\x1b[2J\n\u009bJ"
+        for arguments in (["run", f"--{hostile}"], ["run", hostile],
+                          ["run", "--input", clip(), "--at", hostile, "Stop"],
+                          ["run", self.file("workflow.json", {hostile: 1})]):
+            host = self.start("TAMB_HOST", *arguments)
+            self.expect_exit(host, 2)
+            self.assertRegex(host.errors(), r"^tamb-host: .*\\x1b\[2J\\n\\(u00|x)9bJ.*\n$")
+            self.assertNotRegex(host.errors(), "[\x1b\u009b]")
 
     def test_of_commands_is_told_with_what_is_expected(self):
         run = ["run", "--input", clip()]
-        self.expect_usage("--at soon: expected is TIME NAME KEY=VALUE", *run, "--at", "soon", "Pause")
-        self.expect_usage("--at 1x: expected is TIME NAME KEY=VALUE", *run, "--at", "1x", "Pause")
+        self.expect_usage("--at soon: expected TIME NAME KEY=VALUE", *run, "--at", "soon", "Pause")
+        self.expect_usage("--at 1x: expected TIME NAME KEY=VALUE", *run, "--at", "1x", "Pause")
         self.expect_usage("--at", *run, "--at", "1")
-        self.expect_usage('--at: "volume" is no KEY=VALUE', *run, "--at", "1", "FilterCommand", "volume")
+        self.expect_usage('--at: "volume" is not KEY=VALUE', *run, "--at", "1", "FilterCommand", "volume")
 
     def test_of_a_workflow_is_told_with_the_place(self):
-        self.expect_usage('cannot read the workflow ".*none.json"', "run", self.folder / "none.json")
-        self.expect_bad_workflow("workflow.json\" is no JSON: .*line 1", b'{"engine": {')
-        self.expect_bad_workflow('workflow.json": is no object', [])
-        self.expect_bad_workflow('unknown key "engines"; expected are .*engine', {"engines": 1, "engine": {}})
+        self.expect_usage('^tamb-host: cannot read the workflow ".*none.json": No such file or directory\n$', "run", self.folder / "none.json")
+        self.expect_usage(f'cannot read the workflow "{self.folder}": it is a folder', "run", self.folder)
+        self.expect_bad_workflow("workflow.json\" is not JSON: parse error at line 1", b'{"engine": {')
+        self.expect_bad_workflow('workflow.json": is not an object; expected one such as', [])
+        self.expect_bad_workflow('unknown key "engines"; expected one of .*engine', {"engines": 1, "engine": {}})
         self.expect_bad_workflow('has no "engine"', {"engineId": 1})
         self.expect_bad_workflow('"engineId" is "one"; expected a number from 0 to', {"engineId": "one", "engine": {}})
         engine = {"engine": "media", "input": str(clip())}
-        for said, command in (('command 1: unknown key "time"; expected are at', {"time": 1, "name": "Pause"}),
+        for said, command in (('command 1: unknown key "time"; expected one of at', {"time": 1, "name": "Pause"}),
                               ('command 1: has no "name"', {"at": 1}),
-                              ('command 1: "at" is "soon"; expected is a media time', {"at": "soon", "name": "Pause"}),
-                              ('command 1: "arguments" is 5; expected is an object', {"name": "A", "arguments": 5}),
-                              ("command 1: 5 is no object", 5)):
+                              ('command 1: "at" is "soon"; expected a media time', {"at": "soon", "name": "Pause"}),
+                              ('command 1: "arguments" is 5; expected an object', {"name": "A", "arguments": 5}),
+                              ("command 1: 5 is not an object", 5)):
             self.expect_bad_workflow(said, {"engine": engine, "commands": [command]})
 
     def test_of_an_argument_that_cannot_be_carried_is_told_as_such(self):
@@ -222,7 +233,7 @@ class WrongUsage(ProgramsTest):
                     "commands": [{"name": "Pause", "arguments": {"target": ["a"]}}]}
         host = self.host(self.file("workflow.json", workflow))
         self.expect_exit(host, 2)
-        self.assertRegex(host.errors(), 'argument "target": .*"a".* cannot be carried; expected is a text')
+        self.assertRegex(host.errors(), 'argument "target": .*"a".* cannot be carried; expected a text')
 
 
 if __name__ == "__main__":

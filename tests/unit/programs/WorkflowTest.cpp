@@ -64,8 +64,8 @@ TEST_F(AWorkflowFile, IsReadWhole) {
 
 TEST_F(AWorkflowFile, IsRefusedWithWhatIsWrongAndWhatIsExpected) {
   EXPECT_THAT([] { readWorkflow("/nowhere/job.json"); }, refuses("/nowhere/job.json"));
-  EXPECT_THAT(reading("{"), refuses("job.json", "no JSON"));
-  EXPECT_THAT(reading("[]"), refuses("no object"));
+  EXPECT_THAT(reading("{"), refuses("job.json", "not JSON"));
+  EXPECT_THAT(reading("[]"), refuses("not an object"));
   EXPECT_THAT(reading("{}"), refuses("\"engine\""));
   EXPECT_THAT(reading(R"({"engine": 1})"), refuses("\"engine\""));
   EXPECT_THAT(reading(R"({"engine": {}, "comands": []})"), refuses("\"comands\"", "commands"));
@@ -74,7 +74,7 @@ TEST_F(AWorkflowFile, IsRefusedWithWhatIsWrongAndWhatIsExpected) {
     EXPECT_THAT(reading(R"({"engine": {}, "engineId": )" + id + "}"), refuses("\"engineId\"", id, "number"));
   }
   EXPECT_THAT(reading(std::string(60'000, '[')), refuses("job.json", "nested"));
-  EXPECT_THAT(reading(R"({"engine": {}, "commands": {}})"), refuses("\"commands\"", "no list"));
+  EXPECT_THAT(reading(R"({"engine": {}, "commands": {}})"), refuses("\"commands\"", "not a list"));
   EXPECT_THAT(reading(R"({"engine": {}, "commands": [7]})"), refuses("command 1", "7"));
   EXPECT_THAT(reading(R"({"engine": {}, "commands": [{"at": 1}]})"), refuses("command 1", "\"name\""));
   EXPECT_THAT(reading(R"({"engine": {}, "commands": [{"name": "x", "at": "soon"}]})"),
@@ -109,7 +109,7 @@ TEST_F(AWorkflowFile, IsQuotedOnOneReadableLine) {
 TEST_F(AWorkflowFile, MayBeOpenAlready) {
   std::istringstream in(R"({"engine": {"engine": "test"}})");
   EXPECT_EQ(readWorkflow(in, "what was typed").engine, (json{{"engine", "test"}}));
-  EXPECT_THAT([&] { readWorkflow(in, "what was typed"); }, refuses("what was typed", "no JSON"));
+  EXPECT_THAT([&] { readWorkflow(in, "what was typed"); }, refuses("what was typed", "not JSON"));
 }
 
 TEST(ATimedCommand, IsReadFromWords) {
@@ -159,7 +159,7 @@ TEST(AWorkflowsMessages, KeepNumbersThatAreLargerThanSignedOnes) {
 TEST(AWorkflowsDescription, IsRefusedWhenItCannotBeCarried) {
   Workflow workflow;
   workflow.engine = {{"input", "caf\xe9.mov"}};
-  EXPECT_THAT([&] { static_cast<void>(workflow.description()); }, refuses("UTF-8", "caf"));
+  EXPECT_THAT([&] { static_cast<void>(workflow.description()); }, refuses("not UTF-8", "caf"));
   workflow.engine = {{"engine", 5}};
   EXPECT_THAT([&] { static_cast<void>(workflow.description()); }, refuses("\"engine\" is 5", "a text"));
 }
