@@ -1,6 +1,7 @@
 #include "programs/host/Workflow.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -8,6 +9,7 @@
 #include <cstdint>
 #include <fstream>
 #include <initializer_list>
+#include <random>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
@@ -133,6 +135,10 @@ std::shared_ptr<const tamb::IParametersCollectionInstance> parametersFrom(const 
 }
 
 }  // namespace
+
+std::string uniqueWorkflowManagerId() {
+  return fmt::format("tamb-host-{}-{:08x}", ::getpid(), static_cast<std::uint32_t>(std::random_device()()));
+}
 
 std::vector<std::shared_ptr<const tamb::ICommandMessage>> Workflow::messages() const {
   const std::string defaultStep = kindOf(engine);

@@ -23,9 +23,13 @@ struct TimedCommand {
   nlohmann::json arguments;
 };
 
-/// What a host has an engine do.
+/// An id that no other run has, as in "tamb-host-4711-9f3a61c2": the number of this process, and random
+/// digits.
+std::string uniqueWorkflowManagerId();
+
+/// What a host asks an engine to do.
 struct Workflow {
-  std::string workflowManagerId = "tamb-host";
+  std::string workflowManagerId = uniqueWorkflowManagerId();
   std::uint32_t engineId = 1;
   /// The engine's description, an object.
   nlohmann::json engine;
@@ -45,8 +49,8 @@ struct Workflow {
 ///    "commands": [{"at": 2, "name": "FilterCommand", "step": "media", "arguments": {"target": "volume",
 ///    ...}}]}
 ///
-/// Only "engine" has to be there. Throws std::runtime_error, one line that quotes what is wrong and tells
-/// what is expected.
+/// Only "engine" has to be there; a workflow without a "workflowManagerId" gets one of its own. Throws
+/// std::runtime_error, one line that quotes what is wrong and tells what is expected.
 Workflow readWorkflow(const std::filesystem::path& file);
 /// From what is open already, and is called by `name` where something is wrong.
 Workflow readWorkflow(std::istream& in, const std::string& name);

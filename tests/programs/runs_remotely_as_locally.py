@@ -41,9 +41,22 @@ class OneWorkflow(ProgramsTest):
         output.unlink()
         return written, notifications
 
+    def name_run(self, notifications, name):
+        """Each run that is not named has an id of its own."""
+        ids = {notification["workflowManagerId"] for notification in notifications}
+        self.assertEqual(len(ids), 1)
+        self.assertRegex(ids.pop(), r"^tamb-host-\d+-[0-9a-f]{8}$")
+        for notification in notifications:
+            notification["workflowManagerId"] = name
+
     def expect_the_same(self, arguments, output, origin):
         local = self.result([*arguments, "--local"], output)
         remote = self.result(arguments, output)
+        if origin is None:
+            origin = ("", 1)
+            self.assertNotEqual(remote[1][0]["workflowManagerId"], local[1][0]["workflowManagerId"])
+            self.name_run(local[1], "")
+            self.name_run(remote[1], "")
         self.assertEqual(remote[1], local[1])
         self.assertTrue(remote[0] == local[0], "the files differ")
         self.expect_a_run_with_both_commands(remote[1], origin)
@@ -62,7 +75,7 @@ class OneWorkflow(ProgramsTest):
 
     def test_given_by_flags_has_the_same_outcome_in_both_places(self):
         output = self.folder / "out.mkv"
-        self.expect_the_same(self.flags(output), output, ("tamb-host", 1))
+        self.expect_the_same(self.flags(output), output, None)
 
     def test_given_by_a_file_has_the_same_outcome_in_both_places(self):
         output = self.folder / "out.mkv"
@@ -77,9 +90,10 @@ class OneWorkflow(ProgramsTest):
     def test_does_the_same_by_flags_and_by_a_file(self):
         output = self.folder / "out.mkv"
         by_flags = self.result(self.flags(output), output)
-        workflow = self.workflow(output, name="tamb-host")
+        workflow = self.workflow(output)
         by_file = self.result(workflow, output)
         self.assertTrue(by_file[0] == by_flags[0], "the files differ")
+        self.name_run(by_flags[1], "studio")
         for notification in by_flags[1]:
             notification["engineId"] = 7
         self.assertEqual(by_file[1], by_flags[1])

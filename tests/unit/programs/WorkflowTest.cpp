@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <limits>
@@ -43,9 +44,16 @@ class AWorkflowFile : public ::testing::Test {
 TEST_F(AWorkflowFile, NeedsOnlyAnEngine) {
   const Workflow workflow = read(R"({"engine": {"engine": "test"}})");
   EXPECT_EQ(workflow.engine, (json{{"engine", "test"}}));
-  EXPECT_EQ(workflow.workflowManagerId, "tamb-host");
+  EXPECT_THAT(workflow.workflowManagerId,
+              ::testing::StartsWith("tamb-host-" + std::to_string(::getpid()) + "-"));
   EXPECT_EQ(workflow.engineId, 1);
   EXPECT_TRUE(workflow.commands.empty());
+}
+
+TEST_F(AWorkflowFile, GetsAnIdOfItsOwnUnlessItHasOne) {
+  const std::string text = R"({"engine": {"engine": "test"}})";
+  EXPECT_NE(read(text).workflowManagerId, read(text).workflowManagerId);
+  EXPECT_EQ(read(R"({"workflowManagerId": "", "engine": {}})").workflowManagerId, "");
 }
 
 TEST_F(AWorkflowFile, IsReadWhole) {
