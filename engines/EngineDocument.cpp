@@ -5,9 +5,11 @@
 #include <algorithm>
 #include <cstddef>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string_view>
 #include <utility>
 
+#include "engines/PercentEncoding.h"
 #include "tamb/TAMBRuntimeError.h"
 
 namespace qor::engines {
@@ -112,6 +114,29 @@ class Fields {
     return result;
   }
 
+  std::string requiredLocation(const std::string& key) const {
+    return object_.contains(key) ? location(key) : required(key);
+  }
+
+  /// A text, or the bytes of an object that holds them percent-encoded; empty when the key is not there.
+  std::string location(const std::string& key) const {
+    if (!object_.contains(key) || object_.at(key).is_string()) {
+      return text(key);
+    }
+    const Json& value = object_.at(key);
+    const bool isEncoded = value.is_object() && value.size() == 1 && value.contains(percentEncodedKey) &&
+                           value.at(percentEncodedKey).is_string();
+    const auto bytes =
+        isEncoded ? percentDecoded(value.at(percentEncodedKey).get_ref<const std::string&>()) : std::nullopt;
+    if (!bytes || bytes->empty() || bytes->find('\0') != std::string::npos) {
+      fail(fmt::format(
+          "{:?} is {}; expected a string that is not empty, or {{{:?}: \"caf%E9.mov\"}} for a name "
+          "that is not UTF-8",
+          key, quoteJson(value), percentEncodedKey));
+    }
+    return *bytes;
+  }
+
   bool flag(const std::string& key) const {
     if (!object_.contains(key)) {
       return false;
@@ -159,8 +184,8 @@ MediaDocument readMedia(const Json& json) {
                       {"engine", "input", "output", "audioFilter", "videoFilter", "loudness", "settings",
                        "realTime", "startPaused"});
   MediaDocument document;
-  document.input = fields.required("input");
-  document.output = fields.text("output");
+  document.input = fields.requiredLocation("input");
+  document.output = fields.location("output");
   document.audioFilter = fields.text("audioFilter");
   document.videoFilter = fields.text("videoFilter");
   document.loudness = fields.flag("loudness");

@@ -23,6 +23,7 @@ enum class OnError {
 
 /// The work of a media engine.
 struct MediaDocument {
+  /// Bytes, as the output: the name of a file need not be UTF-8.
   std::string input = {};
   /// Empty when the input is to be analysed only.
   std::string output = {};

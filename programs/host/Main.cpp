@@ -5,13 +5,16 @@
 #include <csignal>
 #include <ctime>
 #include <exception>
+#include <filesystem>
 #include <future>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <vector>
 
+#include "programs/host/Location.h"
 #include "programs/host/PrivateService.h"
 #include "programs/host/Session.h"
 #include "programs/support/CommandLine.h"
@@ -37,6 +40,12 @@ Exit codes:
     6  the run finished, but not all of it could be written to the standard output
     7  the run finished, but a command failed; "CommandFailed" names it
   130  it was interrupted
+
+Paths:
+  Relative paths, also those of a workflow file, start from the folder that tamb-host runs in; a service on
+  another machine looks for them on its own. Paths within filters are passed on unchanged. Names such as
+  "take:2.mkv" look like URLs and need "file:" in front. A workflow file names a file whose name is not UTF-8
+  as in {"percentEncoded": "caf%E9.mov"}.
 
 The first Ctrl-C asks the engine to stop, a second one leaves at once.
 
@@ -78,12 +87,18 @@ Workflow workflowFrom(const Arguments& arguments) {
   const auto set = [&](const char* key, const std::string& value) {
     if (!value.empty()) workflow.engine[key] = value;
   };
-  set("input", arguments.input);
-  set("output", arguments.output);
+  const auto setLocation = [&](const char* key, const std::string& value) {
+    if (!value.empty()) workflow.engine[key] = qor::programs::locationValue(value);
+  };
+  setLocation("input", arguments.input);
+  setLocation("output", arguments.output);
   set("audioFilter", arguments.audioFilter);
   set("videoFilter", arguments.videoFilter);
   if (arguments.loudness) workflow.engine["loudness"] = true;
   if (arguments.realTime) workflow.engine["realTime"] = true;
+  // The engine's process runs in another folder. Should this one have been removed, paths stay relative.
+  std::error_code ignored;
+  qor::programs::makeLocationsAbsolute(workflow.engine, std::filesystem::current_path(ignored));
   for (const auto& words : arguments.commands) workflow.commands.push_back(qor::programs::commandFrom(words));
   return workflow;
 }

@@ -114,6 +114,16 @@ INSTANTIATE_TEST_SUITE_P(
         Complaint{R"({"engine": "media"})", R"(no "input")", "expected a string"},
         Complaint{R"({"engine": "media", "input": 5})", R"("input" is 5)", "expected a string"},
         Complaint{R"({"engine": "media", "input": ""})", R"("input" is "")", "not empty"},
+        Complaint{R"({"engine": "media", "input": {"percentEncoded": "caf%E"}})",
+                  R"({"percentEncoded":"caf%E"})",
+                  R"(expected a string that is not empty, or {"percentEncoded": "caf%E9.mov"})"},
+        Complaint{R"({"engine": "media", "input": {"percentEncoded": ""}})", R"({"percentEncoded":""})",
+                  "expected"},
+        Complaint{R"({"engine": "media", "input": {"percentEncoded": "a%00"}})",
+                  R"({"percentEncoded":"a%00"})", "expected"},
+        Complaint{R"({"engine": "media", "input": {"percentEncoded": "a", "b": 1}})", R"("b":1)", "expected"},
+        Complaint{R"({"engine": "media", "input": "a", "output": {"bytes": "a"}})",
+                  R"("output" is {"bytes":"a"})", "expected"},
         Complaint{R"({"engine": "media", "input": "a\u0000b"})", R"("a\u0000b")", "without null"},
         Complaint{
             R"({"engine": "media", "input": "a", "inputs": "b"})", R"("inputs")",
@@ -149,6 +159,15 @@ INSTANTIATE_TEST_SUITE_P(
         Complaint{R"({"engine": "test", "notifications": 1e999})", R"(holds "1e999")", "expected an object"},
         Complaint{R"({"engine": "test", "input": "a"})", R"("input")",
                   R"("engine", "behaviour", "when", "notifications", "prints")"}));
+
+TEST(EngineDocument, MayNameFilesThatAreNotUtf8) {
+  const auto document = parseEngineDocument(
+      R"({"engine": "media", "input": {"percentEncoded": "caf%E9.mov"}, "output": {"percentEncoded": "b"}})",
+      OfferedEngines::Shipped);
+  const auto& media = std::get<MediaDocument>(document);
+  EXPECT_EQ(media.input, "caf\xe9.mov");
+  EXPECT_EQ(media.output, "b");
+}
 
 TEST(EngineDocument, CutsLongQuotations) {
   EXPECT_LT(complaintAbout(R"({"engine": ")" + std::string(100'000, 'x') + R"("})").size(), 300U);

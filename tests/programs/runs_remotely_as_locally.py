@@ -1,8 +1,12 @@
 """A workflow does the same on an engine in another process as on one in the host's."""
 
+import os
+import pathlib
+import shutil
+import signal
 import unittest
 
-from programs_support import ProgramsTest, clip
+from programs_support import Program, ProgramsTest, clip
 
 COMMANDS = [
     {"at": 2, "name": "FilterCommand", "arguments": {"target": "volume", "command": "volume", "argument": "0.2"}},
@@ -109,6 +113,43 @@ class OneWorkflow(ProgramsTest):
         written, _ = self.result([*self.workflow(output), "--output", other], other)
         self.assertFalse(output.exists())
         self.assertTrue(written)
+
+    def test_names_its_files_from_the_folder_of_the_host(self):
+        # The service runs in another one.
+        elsewhere = self.folder / "elsewhere"
+        elsewhere.mkdir()
+        endpoint = f"ipc://{self.folder / 'service'}"
+        program = Program([os.environ["QOR_ENGINE_SERVICE"], "--endpoint", endpoint], elsewhere, self._environment)
+        service = self.watched(program)
+        service.wait_for_ready()
+        before = set(elsewhere.iterdir())
+        shutil.copy(clip(), self.folder / "in:put.mkv")
+        engine = {"engine": "media", "input": "file:in:put.mkv", "output": "out:put.mkv"}
+        for arguments in (["--input", "./in:put.mkv", "--output", "file:out:put.mkv"],
+                          [self.file("workflow.json", {"engine": {**engine, "output": "./out:put.mkv"}})]):
+            for place in (["--service", endpoint], [], ["--local"]):
+                self.result([*arguments, *place], self.folder / "out:put.mkv")
+        self.assertEqual(set(elsewhere.iterdir()), before)
+        service.signal(signal.SIGTERM)
+        self.expect_exit(service, 0)
+
+    def test_names_files_that_are_not_utf_8(self):
+        # Latin-1, as old archives have it.
+        source, target = (os.fsencode(self.folder) + b"/" + name for name in (b"caf\xe9.mkv", b"caf\xe9 100%.mkv"))
+        shutil.copy(os.fsencode(clip()), source)
+        encoded = {"engine": "media", "input": {"percentEncoded": "caf%E9.mkv"},
+                   "output": {"percentEncoded": "caf%E9 100%25.mkv"}}
+        for place in ([], ["--local"]):
+            for arguments in (["--input", os.fsdecode(source), "--output", os.fsdecode(target)],
+                              [self.file("workflow.json", {"engine": encoded})]):
+                self.result([*arguments, *place], pathlib.Path(os.fsdecode(target)))
+            missing = self.host("--input", os.fsdecode(b"n\xe9ant.mkv"), *place)
+            self.expect_exit(missing, 1)
+            failure = next(each for each in missing.notifications() if each["line"] == "Failed")
+            self.assertRegex(failure["values"]["reason"],
+                             r'Cannot open ".*/n\\xe9ant\.mkv": No such file or directory')
+            self.assertNotIn(b"\xe9", missing.errors().encode(errors="backslashreplace"))
+            self.assertNotIn("\\udce9", missing.everything())
 
     def test_says_the_same_in_lines_for_people(self):
         host = self.start("TAMB_HOST", "run", "--input", clip(), "--loudness")

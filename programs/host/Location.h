@@ -1,0 +1,24 @@
+#pragma once
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <string>
+
+namespace qor::programs {
+
+/// The location as seen from anywhere on this machine: a file is named by its path from the root, with
+/// "file:" in front if that was there; "-" and URLs stay as they are. A URL begins with two or more letters,
+/// digits, "+", "-" or ".", the first of which is a letter, and a colon; a file whose name looks so needs
+/// "file:" or a folder in front. `folder` is what relative paths start from; when it is empty, they stay
+/// relative.
+std::string absoluteLocation(const std::string& location, const std::filesystem::path& folder);
+
+/// As a description holds a location: a text or, for bytes that are not UTF-8, an object
+/// {"percentEncoded": "caf%E9.mov"}.
+nlohmann::json locationValue(const std::string& location);
+
+/// Makes both locations of a media engine's description absolute. What is not a location is left for the
+/// engine to refuse.
+void makeLocationsAbsolute(nlohmann::json& engine, const std::filesystem::path& folder);
+
+}  // namespace qor::programs

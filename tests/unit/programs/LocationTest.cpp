@@ -1,0 +1,70 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "programs/host/Location.h"
+
+namespace qor::programs {
+namespace {
+
+using nlohmann::json;
+
+TEST(ALocation, IsMadeAbsolute) {
+  EXPECT_EQ(absoluteLocation("talk.mov", "/home/user"), "/home/user/talk.mov");
+  EXPECT_EQ(absoluteLocation("../talk.mov", "/home/user"), "/home/user/../talk.mov");
+  EXPECT_EQ(absoluteLocation("file:x:y.wav", "/home/user"), "file:/home/user/x:y.wav");
+  EXPECT_EQ(absoluteLocation("caf\xe9.mov", "/home/us\xe9r"), "/home/us\xe9r/caf\xe9.mov");
+}
+
+TEST(ALocation, IsAFileUnlessItBeginsAsAUrl) {
+  for (const std::string name : {"12:30.mkv", "a:b.mkv", "my talk: one.mov", ":memory:", "talk"}) {
+    EXPECT_EQ(absoluteLocation(name, "/home"), "/home/" + name);
+  }
+}
+
+TEST(ALocation, StaysWhenItIsAbsoluteOrNotAFile) {
+  for (const std::string location :
+       {"/media/talk.mov", "file:/media/x:y.wav", "-", "", "file:", "http://host/talk.mov", "pipe:0",
+        "concat:a.ts|b.ts", "rtmp+x.y-z://host", "subfile,,start,0,end,9,,:talk.mov"}) {
+    EXPECT_EQ(absoluteLocation(location, "/home"), location);
+  }
+}
+
+TEST(ALocation, StaysWithoutAFolder) { EXPECT_EQ(absoluteLocation("talk.mov", ""), "talk.mov"); }
+
+TEST(ALocationsValue, IsATextIfItCanBe) {
+  EXPECT_EQ(locationValue("caf\u00e9 100%.mov"), json("caf\u00e9 100%.mov"));
+  EXPECT_EQ(locationValue("/caf\xe9 100%.mov"), (json{{"percentEncoded", "/caf%E9 100%25.mov"}}));
+}
+
+json madeAbsolute(json engine, const std::string& folder = "/home") {
+  makeLocationsAbsolute(engine, folder);
+  return engine;
+}
+
+TEST(AnEnginesLocations, AreMadeAbsolute) {
+  EXPECT_EQ(
+      madeAbsolute({{"engine", "media"}, {"input", "a.mov"}, {"output", "file:b:c.mov"}, {"x", "y"}}),
+      (json{{"engine", "media"}, {"input", "/home/a.mov"}, {"output", "file:/home/b:c.mov"}, {"x", "y"}}));
+  EXPECT_EQ(madeAbsolute({{"input", {{"percentEncoded", "caf%E9.mov"}}}}),
+            (json{{"input", {{"percentEncoded", "/home/caf%E9.mov"}}}}));
+  EXPECT_EQ(madeAbsolute({{"input", "a.mov"}}, "/us\xe9r"),
+            (json{{"input", {{"percentEncoded", "/us%E9r/a.mov"}}}}));
+}
+
+TEST(AnEnginesLocations, AreLeftToTheEngineWhenTheyAreNone) {
+  for (const json& input :
+       {json(5), json::array({"a"}), json{{"percentEncoded", 5}}, json{{"percentEncoded", "%4"}},
+        json{{"percentEncoded", "a"}, {"b", "c"}}, json{{"bytes", "a"}}}) {
+    const json engine{{"engine", "media"}, {"input", input}};
+    EXPECT_EQ(madeAbsolute(engine), engine);
+  }
+}
+
+TEST(AnEnginesLocations, AreOnlyThoseOfAMediaEngine) {
+  const json engine{{"engine", "mixer"}, {"input", "left"}};
+  EXPECT_EQ(madeAbsolute(engine), engine);
+}
+
+}  // namespace
+}  // namespace qor::programs
