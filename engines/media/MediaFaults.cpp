@@ -29,6 +29,10 @@ void MediaFaults::leftOut(int stream, const std::string& reason) {
   tell(1, "StreamLeftOut", 0, {{"stream", std::int64_t{stream}}, {"reason", reason}});
 }
 
+void MediaFaults::timeJumped(int stream, double at, double by) {
+  tell(++counts_.timeJumps, "TimeJump", at, {{"stream", std::int64_t{stream}}, {"by", by}});
+}
+
 void MediaFaults::kindChanged(int stream, double at, const std::string& from, const std::string& to) {
   tell(++kindChanges_, "FormatChanged", at, {{"stream", std::int64_t{stream}}, {"from", from}, {"to", to}});
 }

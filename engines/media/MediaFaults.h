@@ -26,6 +26,8 @@ class MediaFaults {
   void undecodable(std::optional<int> stream, double at, const std::string& reason);
   /// A stream is not part of the run.
   void leftOut(int stream, const std::string& reason);
+  /// The time of a stream jumps by so much, and does not in the output.
+  void timeJumped(int stream, double at, double by);
   /// The frames of a stream change their format, and are converted from there on.
   void kindChanged(int stream, double at, const std::string& from, const std::string& to);
 

@@ -60,6 +60,7 @@ MediaInput::MediaInput(const std::string& location, MediaFaults& faults, RunWatc
     throw tamb::TAMBRuntimeError(
         fmt::format("Cannot open {:?}: it has neither video nor audio that can be decoded", location_));
   }
+  times_.emplace(*context_, location_, faults_);
   for (unsigned int index = 0; index < context_->nb_streams; ++index) {
     context_->streams[index]->discard = AVDISCARD_ALL;
   }
@@ -161,16 +162,18 @@ void MediaInput::readOne() {
     breakOff(result);
     return;
   }
+  const auto queue = queues_.find(packet->stream_index);
+  if (queue == queues_.end()) {
+    return;
+  }
+  times_->correct(*packet);
   const auto& stream = *context_->streams[packet->stream_index];
   if (packet->dts != AV_NOPTS_VALUE) {
     lastSeconds_ =
         static_cast<double>(av_sat_sub64(packet->dts, startTime(stream))) * av_q2d(stream.time_base);
   }
-  const auto queue = queues_.find(packet->stream_index);
-  if (queue != queues_.end()) {
-    queue->second.bytes += static_cast<std::size_t>(packet->size);
-    queue->second.packets.push_back(std::move(packet));
-  }
+  queue->second.bytes += static_cast<std::size_t>(packet->size);
+  queue->second.packets.push_back(std::move(packet));
 }
 
 void MediaInput::breakOff(int error) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,7 @@
 #include "engines/media/FfmpegHandles.h"
 #include "engines/media/InterruptiblePipe.h"
 #include "engines/media/MediaFaults.h"
+#include "engines/media/PacketTimes.h"
 
 namespace qor::engines {
 
@@ -68,6 +70,7 @@ class MediaInput {
   RunWatch& watch_;
   InterruptiblePipe pipe_;
   InputHandle context_;
+  std::optional<PacketTimes> times_;  ///< there once the input is open
   AVStream* video_ = nullptr;
   AVStream* audio_ = nullptr;
   std::map<int, Queue> queues_;  ///< by stream index

@@ -259,6 +259,11 @@ void MediaRun::finish() {
         tamb::LogLevel::Warning,
         fmt::format("{:?}: {} parts could not be decoded and were skipped", document_.input, errors));
   }
+  if (const auto jumps = result_.faults.timeJumps; jumps > 0) {
+    tamb::WriteLogRecord(tamb::LogLevel::Warning,
+                         fmt::format("{:?}: the time jumps {} times; the output goes on without a jump",
+                                     document_.input, jumps));
+  }
   if (!result_.stopped && result_.duration + shortfall < input_->duration()) {
     tamb::WriteLogRecord(tamb::LogLevel::Warning,
                          fmt::format("{:?} ends at {:.3f} s, although it is said to last {:.3f} s",

@@ -21,10 +21,10 @@ namespace {
 
 /// Containers round the times of audio; up to here a difference is rounding, above it is a gap.
 constexpr std::int64_t audioToleranceMilliseconds = 50;
-/// Beyond it, a time stamp is taken for damage.
-constexpr double longestGapSeconds = 24 * 3600;
+/// Beyond it, a time stamp is taken for damage, as by the `ffmpeg` program.
+constexpr double longestGapSeconds = 30 * 3600;
 /// Ten years.
-constexpr double longestMediaSeconds = 3650 * longestGapSeconds;
+constexpr double longestMediaSeconds = 3650.0 * 24 * 3600;
 /// Errors in a row without a packet taken: the decoder is stuck. None is known to give more than a few.
 constexpr int mostLostWithoutPacket = 1'000;
 /// Of the silence in gaps, in samples; one of these is cheap, however long the gap is.
@@ -174,9 +174,13 @@ bool StreamDecoder::stamp() {
     const double given = seconds(time);
     const double expected = expectedSeconds();
     if (given - expected > longestGapSeconds || given < -longestGapSeconds) {
-      throw tamb::TAMBRuntimeError(
-          fmt::format("Cannot decode stream {} of {:?}: its time jumps from {:.3f} s to {:.3f} s",
-                      stream_.index, input_.location(), expected, given));
+      if (!faults_.skipsErrors()) {
+        throw tamb::TAMBRuntimeError(
+            fmt::format("Cannot decode stream {} of {:?}: its time jumps from {:.3f} s to {:.3f} s",
+                        stream_.index, input_.location(), expected, given));
+      }
+      faults_.timeJumped(stream_.index, expected, given - expected);
+      time = AV_NOPTS_VALUE;
     }
   }
   if (codec_->codec_type == AVMEDIA_TYPE_VIDEO) {

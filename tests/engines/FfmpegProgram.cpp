@@ -64,8 +64,8 @@ FfmpegFrames ffmpegFrames(const std::string& path) {
   return frames;
 }
 
-void ffmpegConvert(const std::string& input, const std::string& output) {
-  if (ffmpeg("-i '" + input + "' '" + output + "'").first != 0) {
+void ffmpegConvert(const std::string& input, const std::string& output, const std::string& options) {
+  if (ffmpeg("-i '" + input + "' " + options + " '" + output + "'").first != 0) {
     throw std::runtime_error("ffmpeg cannot convert " + input);
   }
 }

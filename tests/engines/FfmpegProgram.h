@@ -17,8 +17,8 @@ struct FfmpegFrames {
 /// frames.
 FfmpegFrames ffmpegFrames(const std::string& path);
 
-/// Converts a file with the program's own settings for the output's name. Throws std::runtime_error when it
-/// fails.
-void ffmpegConvert(const std::string& input, const std::string& output);
+/// Converts a file with the program's own settings for the output's name, and the options. Throws
+/// std::runtime_error when it fails.
+void ffmpegConvert(const std::string& input, const std::string& output, const std::string& options = {});
 
 }  // namespace qor::test
