@@ -177,10 +177,10 @@ void roundTripOurs(benchmark::State& state) {
       });
 }
 
-void roundTripBare(benchmark::State& state) {
+void roundTripBare(benchmark::State& state, Guarantees guarantees) {
   const PrivateEndpoint endpoint;
   BareSocket replier(ZMQ_REP, endpoint.text(), true);
-  BareSocket requester(ZMQ_REQ, endpoint.text(), false);
+  BareSocket requester(ZMQ_REQ, endpoint.text(), false, guarantees);
   roundTrip(
       state,
       [&](const proto::EngineFrontEndRequest& request, proto::EngineBackEndReply& reply) {
@@ -194,7 +194,8 @@ void roundTripBare(benchmark::State& state) {
 }
 
 BENCHMARK(roundTripOurs)->Name("RoundTrip/ours")->UseRealTime();
-BENCHMARK(roundTripBare)->Name("RoundTrip/bare")->UseRealTime();
+BENCHMARK_CAPTURE(roundTripBare, plain, Guarantees::None)->Name("RoundTrip/bare")->UseRealTime();
+BENCHMARK_CAPTURE(roundTripBare, guarded, Guarantees::AsOursGives)->Name("RoundTrip/guarded")->UseRealTime();
 BENCHMARK(publishOurs)->Name("CommandLists/ours")->Arg(1)->Arg(100)->UseRealTime();
 BENCHMARK(publishBare)->Name("CommandLists/bare")->Arg(1)->Arg(100)->UseRealTime();
 

@@ -6,17 +6,9 @@
 #include <utility>
 
 #include "bench/compare/Case.h"
-#include "tamb/ICommandMessage.h"
-#include "tamb/INotificationMessage.h"
+#include "bench/compare/Ends.h"
 
 namespace qor::bench {
-
-inline bool hasParameters(const tamb::ICommandMessage& command) {
-  return command.GetCommandArgs() != nullptr;
-}
-inline bool hasParameters(const tamb::INotificationMessage& notification) {
-  return notification.GetNotificationObject() != nullptr;
-}
 
 /// Judges the messages of a run as they come, each engine's by itself.
 class Arrivals {
@@ -29,13 +21,12 @@ class Arrivals {
   class OfEngine {
    public:
     OfEngine(Arrivals& all, std::size_t number) : all_(all), number_(number) {}
-    template <class Message>
-    void operator()(const Message& message) {
+    void operator()(const Arrival& arrival) {
       const Case& run = all_.run_;
       const std::size_t list = received_ / run.perList * run.engines + number_;
       const std::size_t id = (list * run.perList + received_ % run.perList) % run.ids();
       ++received_;
-      all_.judge(message.GetCommandId() == id && hasParameters(message) == run.withParameters);
+      all_.judge(arrival.id == id && arrival.hasParameters == run.withParameters);
     }
 
    private:

@@ -44,15 +44,25 @@ class ShutDown {
   ShutDown& operator=(const ShutDown&) = delete;
 };
 
+Guarantees guaranteesOf(const Case& run) {
+  return run.library == Library::BareGuarded ? Guarantees::AsOursGives : Guarantees::None;
+}
+
+Conversion conversionOf(const Case& run) {
+  return run.library == Library::BareValues ? Conversion::PlainValues : Conversion::Objects;
+}
+
 class BareHostEnd : public HostEnd {
  public:
-  BareHostEnd(const Addresses& addresses, NotificationArrived arrived)
-      : requests_(ZMQ_REQ, addresses.request, false),
+  BareHostEnd(const Case& run, const Addresses& addresses, Arrived arrived)
+      : conversion_(conversionOf(run)),
+        requests_(ZMQ_REQ, addresses.request, false, guaranteesOf(run)),
         notifications_(ZMQ_SUB, addresses.notification, false),
         commands_(ZMQ_XPUB, addresses.command, true),
-        reception_(notifications_, [arrived = std::move(arrived)](const wire::NotificationMessageList& list) {
-          read(list, arrived);
-        }) {
+        reception_(notifications_,
+                   [this, arrived = std::move(arrived)](const wire::NotificationMessageList& list) {
+                     read(list, arrived, conversion_);
+                   }) {
     commands_.waitForSubscriber();
   }
   void ping() override {
@@ -61,16 +71,13 @@ class BareHostEnd : public HostEnd {
     requests_.send(request_);
     requests_.receive(reply_);
   }
-  void push(const CommandList& commands, bool /*moreFollow*/) override { pushAll(commands); }
-
- private:
-  /// By value, as the framework's interfaces have it.
-  // NOLINTNEXTLINE(performance-unnecessary-value-param)
-  void pushAll(CommandList commands) {
-    write(commands, list_);
+  void push(const CommandList& commands, bool /*moreFollow*/) override {
+    write(commands, list_, conversion_);
     commands_.send(list_);
   }
 
+ private:
+  const Conversion conversion_;
   BareSocket requests_;
   BareSocket notifications_;
   BareSocket commands_;
@@ -83,23 +90,24 @@ class BareHostEnd : public HostEnd {
 
 class BareEngineEnd : public EngineEnd {
  public:
-  BareEngineEnd(const Addresses& addresses, CommandArrived arrived)
-      : requests_(ZMQ_REP, addresses.request, true),
+  BareEngineEnd(const Case& run, const Addresses& addresses, Arrived arrived)
+      : conversion_(conversionOf(run)),
+        requests_(ZMQ_REP, addresses.request, true),
         notifications_(ZMQ_XPUB, addresses.notification, true),
         commands_(ZMQ_SUB, addresses.command, false),
         requestReception_(requests_, [this](const wire::EngineFrontEndRequest&) { requests_.send(reply_); }),
-        commandReception_(commands_, [this, arrived = std::move(arrived)](
-                                         const wire::CommandMessageList& list) { read(list, arrived); }) {
+        commandReception_(commands_,
+                          [this, arrived = std::move(arrived)](const wire::CommandMessageList& list) {
+                            read(list, arrived, conversion_);
+                          }) {
     notifications_.waitForSubscriber();
   }
-  void push(const NotificationList& notifications, bool /*moreFollow*/) override { pushAll(notifications); }
-
- private:
-  // NOLINTNEXTLINE(performance-unnecessary-value-param)
-  void pushAll(NotificationList notifications) {
-    write(notifications, list_);
+  void push(const NotificationList& notifications, bool /*moreFollow*/) override {
+    write(notifications, list_, conversion_);
     notifications_.send(list_);
   }
+
+ private:
   static wire::EngineBackEndReply success() {
     wire::EngineBackEndReply reply;
     reply.set_type(wire::EngineBackEndReply::Success);
@@ -108,6 +116,7 @@ class BareEngineEnd : public EngineEnd {
     return reply;
   }
 
+  const Conversion conversion_;
   BareSocket requests_;
   BareSocket notifications_;
   BareSocket commands_;
@@ -120,12 +129,12 @@ class BareEngineEnd : public EngineEnd {
 
 }  // namespace
 
-std::unique_ptr<HostEnd> makeBareHostEnd(const Addresses& addresses, NotificationArrived arrived) {
-  return std::make_unique<BareHostEnd>(addresses, std::move(arrived));
+std::unique_ptr<HostEnd> makeBareHostEnd(const Case& run, const Addresses& addresses, Arrived arrived) {
+  return std::make_unique<BareHostEnd>(run, addresses, std::move(arrived));
 }
 
-std::unique_ptr<EngineEnd> makeBareEngineEnd(const Addresses& addresses, CommandArrived arrived) {
-  return std::make_unique<BareEngineEnd>(addresses, std::move(arrived));
+std::unique_ptr<EngineEnd> makeBareEngineEnd(const Case& run, const Addresses& addresses, Arrived arrived) {
+  return std::make_unique<BareEngineEnd>(run, addresses, std::move(arrived));
 }
 
 }  // namespace qor::bench

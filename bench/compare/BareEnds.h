@@ -4,7 +4,7 @@
 
 namespace qor::bench {
 
-std::unique_ptr<HostEnd> makeBareHostEnd(const Addresses& addresses, NotificationArrived arrived);
-std::unique_ptr<EngineEnd> makeBareEngineEnd(const Addresses& addresses, CommandArrived arrived);
+std::unique_ptr<HostEnd> makeBareHostEnd(const Case& run, const Addresses& addresses, Arrived arrived);
+std::unique_ptr<EngineEnd> makeBareEngineEnd(const Case& run, const Addresses& addresses, Arrived arrived);
 
 }  // namespace qor::bench

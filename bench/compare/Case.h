@@ -16,6 +16,8 @@ enum class Measure { ControlRoundTrip, CommandRoundTrip, Commands, Notifications
 enum class Library {
   Ours,
   Bare,                ///< libzmq and protobuf, nothing checked but errors
+  BareGuarded,         ///< the same; requests get along with a peer that dies, as ours do
+  BareValues,          ///< the same; parameters are never objects of the framework, nor is what arrives
   Grpc,                ///< unary calls for control, else one bidirectional stream
   GrpcBuffered,        ///< the same; messages that more will follow may wait for them
   GrpcClient,          ///< a stream of commands only
@@ -38,6 +40,8 @@ NLOHMANN_JSON_SERIALIZE_ENUM(Measure, {{Measure::ControlRoundTrip, "control roun
                                        {Measure::Notifications, "notifications"}})
 NLOHMANN_JSON_SERIALIZE_ENUM(Library, {{Library::Ours, "ours"},
                                        {Library::Bare, "bare libzmq"},
+                                       {Library::BareGuarded, "bare libzmq, guarded"},
+                                       {Library::BareValues, "bare libzmq, plain values"},
                                        {Library::Grpc, "gRPC"},
                                        {Library::GrpcBuffered, "gRPC, buffered"},
                                        {Library::GrpcClient, "gRPC client stream"},

@@ -1,6 +1,10 @@
 #include "bench/compare/Conversions.h"
 
+#include <string>
+#include <string_view>
+
 #include "Serializers.h"
+#include "bench/compare/TypicalMessages.h"
 #include "runtime/tamb/CommandMessage.h"
 #include "runtime/tamb/NotificationMessage.h"
 #include "tamb/LogContext.h"
@@ -9,8 +13,8 @@ namespace qor::bench {
 
 namespace {
 
-// Parameters of any kind are turned into messages and back by the library's own functions: what is compared
-// is the way of the messages, not who writes the better conversion.
+// All carriers convert collections with the library's own functions: the carriers are compared, and not who
+// converts faster. What collections cost is measured by Conversion::PlainValues, which has none.
 using multiprocess_communication::Serializers::ParametersCollectionInstanceFromProtoBuf;
 using multiprocess_communication::Serializers::ParametersCollectionInstanceToProtoBuf;
 
@@ -25,7 +29,42 @@ tamb::MediaTime read(const wire::MediaTime& message) {
           message.timenumber(), nullptr};
 }
 
-void write(const tamb::ICommandMessage& command, wire::CommandMessage& message) {
+template <class Parameter, class Value>
+void set(Parameter& parameter, const char* key, const Value& value) {
+  parameter.set_key(key);
+  parameter.set_value(value);
+}
+
+void write(const TypicalValues& values, wire::ParametersCollectionCommon& data) {
+  set(*data.add_boolparams(), "enabled", values.enabled);
+  set(*data.add_int64params(), "offset", values.offset);
+  set(*data.add_uint64params(), "frames", values.frames);
+  set(*data.add_doubleparams(), "gain", values.gain);
+  set(*data.add_utf8stringparams(), "target", std::string(values.target));
+}
+
+/// The typical parameters, or none.
+void write(const std::shared_ptr<const tamb::IParametersCollectionInstance>& parameters,
+           wire::ParametersCollectionInstance& message, Conversion conversion) {
+  if (conversion == Conversion::Objects) return ParametersCollectionInstanceToProtoBuf(parameters, message);
+  write(typicalDefaults, *message.mutable_prototype()->mutable_data());
+  write(typicalValues, *message.mutable_data());
+}
+
+template <class Parameters, class Value>
+bool isOnly(const Parameters& parameters, std::string_view key, const Value& value) {
+  return parameters.size() == 1 && parameters[0].key() == key && parameters[0].value() == value;
+}
+
+bool areTypical(const wire::ParametersCollectionCommon& data) {
+  return isOnly(data.boolparams(), "enabled", typicalValues.enabled) &&
+         isOnly(data.int64params(), "offset", typicalValues.offset) &&
+         isOnly(data.uint64params(), "frames", typicalValues.frames) &&
+         isOnly(data.doubleparams(), "gain", typicalValues.gain) &&
+         isOnly(data.utf8stringparams(), "target", typicalValues.target);
+}
+
+void write(const tamb::ICommandMessage& command, wire::CommandMessage& message, Conversion conversion) {
   write(command.GetTime(), *message.mutable_mediatime());
   message.set_commandname(command.GetCommandName());
   message.set_commandid(command.GetCommandId());
@@ -33,7 +72,7 @@ void write(const tamb::ICommandMessage& command, wire::CommandMessage& message) 
   message.set_engineid(command.GetEngineId());
   message.set_stepid(command.GetStepId());
   if (const auto parameters = command.GetCommandArgs()) {
-    ParametersCollectionInstanceToProtoBuf(parameters, *message.mutable_commandargs());
+    write(parameters, *message.mutable_commandargs(), conversion);
   }
 }
 
@@ -51,7 +90,8 @@ std::shared_ptr<const tamb::ICommandMessage> read(const wire::CommandMessage& me
   });
 }
 
-void write(const tamb::INotificationMessage& notification, wire::NotificationMessage& message) {
+void write(const tamb::INotificationMessage& notification, wire::NotificationMessage& message,
+           Conversion conversion) {
   write(notification.GetTime(), *message.mutable_time());
   message.set_workflowstep(notification.GetStepId());
   message.set_notificationline(notification.GetNotificationLine());
@@ -60,7 +100,7 @@ void write(const tamb::INotificationMessage& notification, wire::NotificationMes
   message.set_workflowmanagerid(notification.GetWorkflowManagerId());
   message.set_engineid(notification.GetEngineId());
   if (const auto object = notification.GetNotificationObject()) {
-    ParametersCollectionInstanceToProtoBuf(object, *message.mutable_notificationobject());
+    write(object, *message.mutable_notificationobject(), conversion);
   }
 }
 
@@ -81,22 +121,35 @@ std::shared_ptr<const tamb::INotificationMessage> read(const wire::NotificationM
 
 }  // namespace
 
-void write(const CommandList& commands, wire::CommandMessageList& list) {
+void write(const CommandList& commands, wire::CommandMessageList& list, Conversion conversion) {
   list.Clear();
-  for (const auto& command : commands) write(*command, *list.add_messages());
+  for (const auto& command : commands) write(*command, *list.add_messages(), conversion);
 }
 
-void write(const NotificationList& notifications, wire::NotificationMessageList& list) {
+void write(const NotificationList& notifications, wire::NotificationMessageList& list,
+           Conversion conversion) {
   list.Clear();
-  for (const auto& notification : notifications) write(*notification, *list.add_messages());
+  for (const auto& notification : notifications) write(*notification, *list.add_messages(), conversion);
 }
 
-void read(const wire::CommandMessageList& list, const CommandArrived& arrived) {
-  for (const auto& message : list.messages()) arrived(*read(message));
+void read(const wire::CommandMessageList& list, const Arrived& arrived, Conversion conversion) {
+  for (const auto& message : list.messages()) {
+    if (conversion == Conversion::Objects) {
+      arrived(arrivalOf(*read(message)));
+    } else {
+      arrived({.id = message.commandid(), .hasParameters = areTypical(message.commandargs().data())});
+    }
+  }
 }
 
-void read(const wire::NotificationMessageList& list, const NotificationArrived& arrived) {
-  for (const auto& message : list.messages()) arrived(*read(message));
+void read(const wire::NotificationMessageList& list, const Arrived& arrived, Conversion conversion) {
+  for (const auto& message : list.messages()) {
+    if (conversion == Conversion::Objects) {
+      arrived(arrivalOf(*read(message)));
+    } else {
+      arrived({.id = message.commandid(), .hasParameters = areTypical(message.notificationobject().data())});
+    }
+  }
 }
 
 }  // namespace qor::bench

@@ -5,18 +5,26 @@
 #include "CommandAndNotification.pb.h"
 #include "bench/compare/Ends.h"
 
-// Framework objects into messages and back, as whoever speaks to libzmq or gRPC alone would do it, without
-// any check.
-
 namespace qor::bench {
 
 namespace wire = multiprocess_communication::proto;
 
-/// Writes into a list that is used again and again.
-void write(const CommandList& commands, wire::CommandMessageList& list);
-void write(const NotificationList& notifications, wire::NotificationMessageList& list);
+/// What messages are made of, and what becomes of those that arrive. The wire carries the same either way.
+enum class Conversion {
+  Objects,     ///< framework objects there and here; parameters by the library's own functions
+  PlainValues  ///< parameters from values into the message, and read from it; no framework object is made
+};
 
-void read(const wire::CommandMessageList& list, const CommandArrived& arrived);
-void read(const wire::NotificationMessageList& list, const NotificationArrived& arrived);
+/// Writes into a list that is used again and again. As whoever speaks to libzmq or gRPC alone would do it,
+/// without any check.
+void write(const CommandList& commands, wire::CommandMessageList& list,
+           Conversion conversion = Conversion::Objects);
+void write(const NotificationList& notifications, wire::NotificationMessageList& list,
+           Conversion conversion = Conversion::Objects);
+
+void read(const wire::CommandMessageList& list, const Arrived& arrived,
+          Conversion conversion = Conversion::Objects);
+void read(const wire::NotificationMessageList& list, const Arrived& arrived,
+          Conversion conversion = Conversion::Objects);
 
 }  // namespace qor::bench

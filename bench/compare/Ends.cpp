@@ -8,17 +8,23 @@
 
 namespace qor::bench {
 
-std::unique_ptr<HostEnd> makeHostEnd(const Case& run, const Addresses& addresses,
-                                     NotificationArrived arrived) {
+namespace {
+
+bool isBare(Library library) {
+  return library == Library::Bare || library == Library::BareGuarded || library == Library::BareValues;
+}
+
+}  // namespace
+
+std::unique_ptr<HostEnd> makeHostEnd(const Case& run, const Addresses& addresses, Arrived arrived) {
   if (run.library == Library::Ours) return makeOurHostEnd(addresses, std::move(arrived));
-  if (run.library == Library::Bare) return makeBareHostEnd(addresses, std::move(arrived));
+  if (isBare(run.library)) return makeBareHostEnd(run, addresses, std::move(arrived));
   return makeGrpcHostEnd(run, addresses, std::move(arrived));
 }
 
-std::unique_ptr<EngineEnd> makeEngineEnd(const Case& run, const Addresses& addresses,
-                                         CommandArrived arrived) {
+std::unique_ptr<EngineEnd> makeEngineEnd(const Case& run, const Addresses& addresses, Arrived arrived) {
   if (run.library == Library::Ours) return makeOurEngineEnd(addresses, std::move(arrived));
-  if (run.library == Library::Bare) return makeBareEngineEnd(addresses, std::move(arrived));
+  if (isBare(run.library)) return makeBareEngineEnd(run, addresses, std::move(arrived));
   return makeGrpcEngineEnd(run, addresses, std::move(arrived));
 }
 

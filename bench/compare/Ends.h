@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <string>
@@ -14,9 +15,21 @@ namespace qor::bench {
 using CommandList = std::vector<std::shared_ptr<const tamb::ICommandMessage>>;
 using NotificationList = std::vector<std::shared_ptr<const tamb::INotificationMessage>>;
 
-/// Called on the thread that receives, one message after the other. Do not throw.
-using CommandArrived = std::function<void(const tamb::ICommandMessage&)>;
-using NotificationArrived = std::function<void(const tamb::INotificationMessage&)>;
+/// What is looked at of a message that has come.
+struct Arrival {
+  std::size_t id = 0;          ///< of the command that it is, or is about
+  bool hasParameters = false;  ///< a collection of them, or the right ones
+};
+inline Arrival arrivalOf(const tamb::ICommandMessage& command) {
+  return {.id = command.GetCommandId(), .hasParameters = command.GetCommandArgs() != nullptr};
+}
+inline Arrival arrivalOf(const tamb::INotificationMessage& notification) {
+  return {.id = notification.GetCommandId(),
+          .hasParameters = notification.GetNotificationObject() != nullptr};
+}
+
+/// Called on the thread that receives, one message after the other. Does not throw.
+using Arrived = std::function<void(const Arrival&)>;
 
 /// Where one host and one engine meet, as texts of endpoints.
 struct Addresses {
@@ -45,15 +58,14 @@ class EngineEnd {
   virtual void push(const NotificationList& notifications, bool moreFollow) = 0;
 };
 
-std::unique_ptr<HostEnd> makeHostEnd(const Case& run, const Addresses& addresses,
-                                     NotificationArrived arrived);
-std::unique_ptr<EngineEnd> makeEngineEnd(const Case& run, const Addresses& addresses, CommandArrived arrived);
+std::unique_ptr<HostEnd> makeHostEnd(const Case& run, const Addresses& addresses, Arrived arrived);
+std::unique_ptr<EngineEnd> makeEngineEnd(const Case& run, const Addresses& addresses, Arrived arrived);
 
 /// Both ends in one process.
 struct LocalEnds {
   std::unique_ptr<HostEnd> host;
   std::unique_ptr<EngineEnd> engine;
 };
-LocalEnds makeLocalEnds(CommandArrived commandArrived, NotificationArrived notificationArrived);
+LocalEnds makeLocalEnds(Arrived commandArrived, Arrived notificationArrived);
 
 }  // namespace qor::bench

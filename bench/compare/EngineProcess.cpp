@@ -32,7 +32,7 @@ class Engines {
         }) {
     for (std::size_t number = 0; number < run_.engines; ++number) {
       ends_.push_back(makeEngineEnd(run_, task.addresses.at(number),
-                                    [this, of = arrivals_.of(number)](const auto& command) mutable {
+                                    [this, of = arrivals_.of(number)](const Arrival& command) mutable {
                                       of(command);
                                       if (run_.measure == Measure::CommandRoundTrip) answer(command);
                                     }));
@@ -66,9 +66,7 @@ class Engines {
     sender_.send(count);
     line_.giveSign();
   }
-  void answer(const tamb::ICommandMessage& command) {
-    ends_.front()->push(notifications_.list(command.GetCommandId()), false);
-  }
+  void answer(const Arrival& command) { ends_.front()->push(notifications_.list(command.id), false); }
 
   const Case run_;
   const Line& line_;

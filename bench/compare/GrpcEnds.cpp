@@ -35,11 +35,18 @@ bool isClientStream(const Case& run) {
   return run.library == Library::GrpcClient || run.library == Library::GrpcClientBuffered;
 }
 
-/// By default a client that finds no server waits a second before it tries again.
-grpc::ChannelArguments tryingOften() {
+/// A connection of its own: channels to one address share theirs otherwise, and two threads that wait on one
+/// connection hand its events over to each other. Blocks until it is made.
+std::shared_ptr<grpc::Channel> connect(const std::string& address) {
   grpc::ChannelArguments arguments;
+  arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);
+  // By default a client that finds no server waits a second before it tries again.
   arguments.SetInt(GRPC_ARG_INITIAL_RECONNECT_BACKOFF_MS, 100);
-  return arguments;
+  auto channel = grpc::CreateCustomChannel(address, grpc::InsecureChannelCredentials(), arguments);
+  if (!channel->WaitForConnected(std::chrono::system_clock::now() + patience)) {
+    throw std::runtime_error("gRPC: nobody listens at " + address);
+  }
+  return channel;
 }
 
 grpc::WriteOptions optionsFor(bool mayWait) {
@@ -54,15 +61,15 @@ void require(bool succeeded) {
 
 class GrpcHostEnd : public HostEnd {
  public:
-  GrpcHostEnd(const Case& run, const Addresses& addresses, NotificationArrived arrived)
+  GrpcHostEnd(const Case& run, const Addresses& addresses, Arrived arrived)
       : buffers_(isBuffered(run)),
-        channel_(grpc::CreateCustomChannel(addressOf(addresses), grpc::InsecureChannelCredentials(),
-                                           tryingOften())) {
-    if (!channel_->WaitForConnected(std::chrono::system_clock::now() + patience)) {
-      throw std::runtime_error("gRPC: nobody listens at " + addressOf(addresses));
+        controlStub_(proto::Compare::NewStub(connect(addressOf(addresses)))),
+        exchangeStub_(proto::Compare::NewStub(connect(addressOf(addresses)))),
+        exchange_(exchangeStub_->Exchange(&exchangeContext_)) {
+    if (isClientStream(run)) {
+      commandsStub_ = proto::Compare::NewStub(connect(addressOf(addresses)));
+      commands_ = commandsStub_->Commands(&commandsContext_, &nothing_);
     }
-    exchange_ = stub_->Exchange(&exchangeContext_);
-    if (isClientStream(run)) commands_ = stub_->Commands(&commandsContext_, &nothing_);
     reception_ = std::jthread([this, arrived = std::move(arrived)] {
       for (wire::NotificationMessageList list; exchange_->Read(&list);) read(list, arrived);
     });
@@ -85,7 +92,7 @@ class GrpcHostEnd : public HostEnd {
     request_.set_type(wire::EngineFrontEndRequest::Ping);
     request_.set_timeoutmilliseconds(1'000);
     grpc::ClientContext context;
-    const auto status = stub_->Control(&context, request_, &reply_);
+    const auto status = controlStub_->Control(&context, request_, &reply_);
     if (!status.ok()) throw std::runtime_error("gRPC: " + status.error_message());
   }
   void push(const CommandList& commands, bool moreFollow) override {
@@ -96,15 +103,17 @@ class GrpcHostEnd : public HostEnd {
 
  private:
   const bool buffers_;
-  const std::shared_ptr<grpc::Channel> channel_;
-  const std::unique_ptr<proto::Compare::Stub> stub_ = proto::Compare::NewStub(channel_);
   wire::EngineFrontEndRequest request_;
   wire::EngineBackEndReply reply_;
   wire::CommandMessageList list_;
   proto::Nothing nothing_;
   grpc::ClientContext exchangeContext_;
   grpc::ClientContext commandsContext_;
-  std::unique_ptr<grpc::ClientReaderWriter<wire::CommandMessageList, wire::NotificationMessageList>>
+  // One for each: a thread is blocked in the read of the exchange all the time.
+  const std::unique_ptr<proto::Compare::Stub> controlStub_;
+  const std::unique_ptr<proto::Compare::Stub> exchangeStub_;
+  std::unique_ptr<proto::Compare::Stub> commandsStub_;
+  const std::unique_ptr<grpc::ClientReaderWriter<wire::CommandMessageList, wire::NotificationMessageList>>
       exchange_;
   std::unique_ptr<grpc::ClientWriter<wire::CommandMessageList>> commands_;
   std::jthread reception_;
@@ -112,7 +121,7 @@ class GrpcHostEnd : public HostEnd {
 
 class GrpcEngineEnd : public EngineEnd, private proto::Compare::Service {
  public:
-  GrpcEngineEnd(const Case& run, const Addresses& addresses, CommandArrived arrived)
+  GrpcEngineEnd(const Case& run, const Addresses& addresses, Arrived arrived)
       : buffers_(isBuffered(run)), arrived_(std::move(arrived)) {
     grpc::ServerBuilder builder;
     builder.AddListeningPort(addressOf(addresses), grpc::InsecureServerCredentials());
@@ -164,7 +173,7 @@ class GrpcEngineEnd : public EngineEnd, private proto::Compare::Service {
   }
 
   const bool buffers_;
-  const CommandArrived arrived_;
+  const Arrived arrived_;
   std::promise<Stream*> opened_;
   Stream* stream_ = nullptr;  ///< the pusher's
   wire::NotificationMessageList list_;
@@ -173,13 +182,11 @@ class GrpcEngineEnd : public EngineEnd, private proto::Compare::Service {
 
 }  // namespace
 
-std::unique_ptr<HostEnd> makeGrpcHostEnd(const Case& run, const Addresses& addresses,
-                                         NotificationArrived arrived) {
+std::unique_ptr<HostEnd> makeGrpcHostEnd(const Case& run, const Addresses& addresses, Arrived arrived) {
   return std::make_unique<GrpcHostEnd>(run, addresses, std::move(arrived));
 }
 
-std::unique_ptr<EngineEnd> makeGrpcEngineEnd(const Case& run, const Addresses& addresses,
-                                             CommandArrived arrived) {
+std::unique_ptr<EngineEnd> makeGrpcEngineEnd(const Case& run, const Addresses& addresses, Arrived arrived) {
   return std::make_unique<GrpcEngineEnd>(run, addresses, std::move(arrived));
 }
 

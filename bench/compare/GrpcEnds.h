@@ -4,9 +4,7 @@
 
 namespace qor::bench {
 
-std::unique_ptr<HostEnd> makeGrpcHostEnd(const Case& run, const Addresses& addresses,
-                                         NotificationArrived arrived);
-std::unique_ptr<EngineEnd> makeGrpcEngineEnd(const Case& run, const Addresses& addresses,
-                                             CommandArrived arrived);
+std::unique_ptr<HostEnd> makeGrpcHostEnd(const Case& run, const Addresses& addresses, Arrived arrived);
+std::unique_ptr<EngineEnd> makeGrpcEngineEnd(const Case& run, const Addresses& addresses, Arrived arrived);
 
 }  // namespace qor::bench

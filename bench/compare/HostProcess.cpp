@@ -41,8 +41,8 @@ class Host {
   Host(const Host&) = delete;
   Host& operator=(const Host&) = delete;
 
-  NotificationArrived arrived(std::size_t engine) {
-    return [this, of = arrivals_.of(engine)](const auto& notification) mutable {
+  Arrived arrived(std::size_t engine) {
+    return [this, of = arrivals_.of(engine)](const Arrival& notification) mutable {
       of(notification);
       if (run_.measure == Measure::CommandRoundTrip) roundTrips_.ended();
     };
@@ -185,9 +185,9 @@ class InOneProcess : public Measured {
         commandArrivals_(run, [] {}),
         host_(run, [] {}) {
     auto ends = makeLocalEnds(
-        [this, of = commandArrivals_.of(0)](const auto& command) mutable {
+        [this, of = commandArrivals_.of(0)](const Arrival& command) mutable {
           of(command);
-          if (this->run().measure == Measure::CommandRoundTrip) notify(command.GetCommandId());
+          if (this->run().measure == Measure::CommandRoundTrip) notify(command.id);
         },
         host_.arrived(0));
     host_.add(std::move(ends.host));

@@ -37,9 +37,8 @@ class Wait {
  public:
   explicit Wait(const Case& run) : run_(run), arrivals_(run, [] {}) {}
 
-  template <class Message>
-  void arrive(const Message& message) {
-    receiveOnThisThread([&] { of_(message); });
+  void arrive(const Arrival& arrival) {
+    receiveOnThisThread([&] { of_(arrival); });
     if (arrivals_.received() == run_.messages) done_.set_value();
   }
   void forAll() {
@@ -65,7 +64,8 @@ void runCommands(const Case& run, const socket::SocketEndpoint& endpoint) {
   for (std::size_t sent = 0; sent < run.messages; ++sent) frontEnd.PushCommands(commands.list(sent));
   Wait wait(run);
   const TcpCommandProcessorBackEnd backEnd(
-      std::make_shared<CommandSink>([&](const auto& command) { wait.arrive(command); }), nullptr, endpoint);
+      std::make_shared<CommandSink>([&](const Arrival& command) { wait.arrive(command); }), nullptr,
+      endpoint);
   wait.forAll();
 }
 
@@ -76,7 +76,7 @@ void runNotifications(const Case& run, const socket::SocketEndpoint& endpoint) {
   Wait wait(run);
   TcpNotificationHubFrontEnd frontEnd(
       tamb::CreateNotificationHub().first,
-      std::make_shared<NotificationSink>([&](const auto& notification) { wait.arrive(notification); }));
+      std::make_shared<NotificationSink>([&](const Arrival& notification) { wait.arrive(notification); }));
   frontEnd.startSubscriptionThread(endpoint);
   wait.forAll();
 }

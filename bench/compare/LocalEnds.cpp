@@ -12,29 +12,29 @@ namespace {
 
 class CommandControl : public tamb::IBasicControl {
  public:
-  explicit CommandControl(CommandArrived arrived) : arrived_(std::move(arrived)) {}
-  void ExecuteCommand(const tamb::ICommandMessage& command) override { arrived_(command); }
+  explicit CommandControl(Arrived arrived) : arrived_(std::move(arrived)) {}
+  void ExecuteCommand(const tamb::ICommandMessage& command) override { arrived_(arrivalOf(command)); }
 
  private:
-  const CommandArrived arrived_;
+  const Arrived arrived_;
 };
 
 class NotificationCallback : public tamb::INotificationCallback {
  public:
-  explicit NotificationCallback(NotificationArrived arrived) : arrived_(std::move(arrived)) {}
+  explicit NotificationCallback(Arrived arrived) : arrived_(std::move(arrived)) {}
   void OnNotification(std::shared_ptr<const tamb::INotificationMessage> notification) override {
-    arrived_(*notification);
+    arrived_(arrivalOf(*notification));
   }
 
  private:
-  const NotificationArrived arrived_;
+  const Arrived arrived_;
 };
 
 /// Commands run as soon as they are pushed, on the pusher's thread; those that are pushed meanwhile, after
 /// that.
 class LocalHostEnd : public HostEnd {
  public:
-  explicit LocalHostEnd(CommandArrived arrived) {
+  explicit LocalHostEnd(Arrived arrived) {
     processor_.second->AddControl(stepId, std::make_shared<CommandControl>(std::move(arrived)));
   }
   void ping() override { engine_->Ping(1'000); }
@@ -58,7 +58,7 @@ class LocalHostEnd : public HostEnd {
 
 class LocalEngineEnd : public EngineEnd {
  public:
-  explicit LocalEngineEnd(NotificationArrived arrived) {
+  explicit LocalEngineEnd(Arrived arrived) {
     hub_.first->Subscribe(std::make_shared<NotificationCallback>(std::move(arrived)));
   }
   void push(const NotificationList& notifications, bool /*moreFollow*/) override {
@@ -73,7 +73,7 @@ class LocalEngineEnd : public EngineEnd {
 
 }  // namespace
 
-LocalEnds makeLocalEnds(CommandArrived commandArrived, NotificationArrived notificationArrived) {
+LocalEnds makeLocalEnds(Arrived commandArrived, Arrived notificationArrived) {
   return {.host = std::make_unique<LocalHostEnd>(std::move(commandArrived)),
           .engine = std::make_unique<LocalEngineEnd>(std::move(notificationArrived))};
 }

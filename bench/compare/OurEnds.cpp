@@ -28,7 +28,7 @@ constexpr unsigned int pingMilliseconds = 1'000;
 
 class OurHostEnd : public HostEnd {
  public:
-  OurHostEnd(const Addresses& addresses, NotificationArrived arrived)
+  OurHostEnd(const Addresses& addresses, Arrived arrived)
       : notifications_(tamb::CreateNotificationHub().first,
                        std::make_shared<NotificationSink>(std::move(arrived))) {
     commands_.SetWorkflowManagerId(workflowManagerId);
@@ -49,7 +49,7 @@ class OurHostEnd : public HostEnd {
 
 class OurEngineEnd : public EngineEnd {
  public:
-  OurEngineEnd(const Addresses& addresses, CommandArrived arrived)
+  OurEngineEnd(const Addresses& addresses, Arrived arrived)
       : notifications_(workflowManagerId, engineId, SocketEndpoint::FromString(addresses.notification)),
         commands_(std::make_shared<CommandSink>(std::move(arrived)), nullptr,
                   SocketEndpoint::FromString(addresses.command)),
@@ -67,11 +67,11 @@ class OurEngineEnd : public EngineEnd {
 
 }  // namespace
 
-std::unique_ptr<HostEnd> makeOurHostEnd(const Addresses& addresses, NotificationArrived arrived) {
+std::unique_ptr<HostEnd> makeOurHostEnd(const Addresses& addresses, Arrived arrived) {
   return std::make_unique<OurHostEnd>(addresses, std::move(arrived));
 }
 
-std::unique_ptr<EngineEnd> makeOurEngineEnd(const Addresses& addresses, CommandArrived arrived) {
+std::unique_ptr<EngineEnd> makeOurEngineEnd(const Addresses& addresses, Arrived arrived) {
   return std::make_unique<OurEngineEnd>(addresses, std::move(arrived));
 }
 

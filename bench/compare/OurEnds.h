@@ -4,7 +4,7 @@
 
 namespace qor::bench {
 
-std::unique_ptr<HostEnd> makeOurHostEnd(const Addresses& addresses, NotificationArrived arrived);
-std::unique_ptr<EngineEnd> makeOurEngineEnd(const Addresses& addresses, CommandArrived arrived);
+std::unique_ptr<HostEnd> makeOurHostEnd(const Addresses& addresses, Arrived arrived);
+std::unique_ptr<EngineEnd> makeOurEngineEnd(const Addresses& addresses, Arrived arrived);
 
 }  // namespace qor::bench

@@ -26,8 +26,10 @@ std::size_t mostPerList(Measure measure, bool withParameters) {
              : mostPerList<wire::NotificationMessageList>(typicalNotification(largestId, withParameters));
 }
 
-std::vector<Library> librariesFor(Measure measure) {
+std::vector<Library> librariesFor(Measure measure, bool withParameters) {
   std::vector libraries{Library::Ours, Library::Bare, Library::Grpc, Library::InProcess};
+  if (measure == Measure::ControlRoundTrip) libraries.push_back(Library::BareGuarded);
+  if (withParameters) libraries.push_back(Library::BareValues);
   const bool isOneWay = measure == Measure::Commands || measure == Measure::Notifications;
   if (isOneWay) libraries.push_back(Library::GrpcBuffered);
   if (measure == Measure::Commands) {
@@ -40,11 +42,12 @@ std::vector<Library> librariesFor(Measure measure) {
 /// Turns of whole windows, which come to about so many. There are as many turns as can be: a machine that is
 /// shared is twice as fast in one second as in the next, and that has to meet everybody alike.
 void measure(Case& run, double messages) {
-  // Filling the window and draining it is the least of a turn.
-  const double leastPerTurn = std::max(4.0 * static_cast<double>(run.window()), 100.0);
+  // Filling the window and draining it is the least of a turn, with many engines as well.
+  constexpr std::size_t leastWindows = 4;
+  const double leastPerTurn = std::max(static_cast<double>(leastWindows * run.window()), 100.0);
   run.turns = std::clamp<std::size_t>(static_cast<std::size_t>(messages / leastPerTurn), 1, 20);
   const double windows = messages / static_cast<double>(run.window() * run.turns);
-  run.messages = std::max<std::size_t>(1, static_cast<std::size_t>(windows)) * run.window() * run.turns;
+  run.messages = std::max(leastWindows, static_cast<std::size_t>(windows)) * run.window() * run.turns;
 }
 
 class Planner {
@@ -54,7 +57,7 @@ class Planner {
   void add(Case run) {
     for (const auto transport : {Transport::Ipc, Transport::Tcp}) {
       for (const auto cores : {Cores::One, Cores::Each, Cores::Free}) {
-        for (const auto library : librariesFor(run.measure)) {
+        for (const auto library : librariesFor(run.measure, run.withParameters)) {
           run.transport = transport;
           run.cores = cores;
           run.library = library;
@@ -74,8 +77,8 @@ class Planner {
 
   /// Engines of ours in one host, and batches of all sizes, to see what a command costs then.
   void addGrowth() {
-    for (const std::size_t engines : {1, 2, 5, 10, 20, 50, 100, 200}) addOfOurs(engines, 10);
-    for (const std::size_t perList : {2, 5, 20, 50, 200}) addOfOurs(1, perList);
+    for (const std::size_t engines : {1U, 2U, 5U, 10U, 20U, 50U, 100U, 200U}) addOfOurs(engines, 10);
+    for (const std::size_t perList : {2U, 5U, 20U, 50U, 200U}) addOfOurs(1, perList);
   }
 
   std::vector<Case> cases() && { return std::move(cases_); }

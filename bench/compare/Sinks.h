@@ -16,21 +16,23 @@ namespace qor::bench {
 /// The host's hub, as it publishes.
 class NotificationSink : public tamb::INotificationHubBackEnd {
  public:
-  explicit NotificationSink(NotificationArrived arrived) : arrived_(std::move(arrived)) {}
+  explicit NotificationSink(Arrived arrived) : arrived_(std::move(arrived)) {}
   void PushNotification(std::shared_ptr<const tamb::INotificationMessage> notification) override {
-    arrived_(*notification);
+    arrived_(arrivalOf(*notification));
   }
   void PushNotifications(NotificationList /*notifications*/) override {}
 
  private:
-  const NotificationArrived arrived_;
+  const Arrived arrived_;
 };
 
 /// The engine's command processor.
 class CommandSink : public tamb::ICommandProcessorFrontEnd {
  public:
-  explicit CommandSink(CommandArrived arrived) : arrived_(std::move(arrived)) {}
-  void PushCommand(std::shared_ptr<const tamb::ICommandMessage> command) override { arrived_(*command); }
+  explicit CommandSink(Arrived arrived) : arrived_(std::move(arrived)) {}
+  void PushCommand(std::shared_ptr<const tamb::ICommandMessage> command) override {
+    arrived_(arrivalOf(*command));
+  }
   void PushCommands(CommandList /*commands*/) override {}
   std::shared_ptr<tamb::IBasicControl> GetControl(std::string /*name*/) override { return nullptr; }
   std::shared_ptr<tamb::IBasicStatusControl> GetStatusControl(std::string /*name*/) override {
@@ -42,7 +44,7 @@ class CommandSink : public tamb::ICommandProcessorFrontEnd {
   unsigned int GetEngineId() const override { return engineId; }
 
  private:
-  const CommandArrived arrived_;
+  const Arrived arrived_;
 };
 
 }  // namespace qor::bench

@@ -1,5 +1,7 @@
 #include "bench/compare/TypicalMessages.h"
 
+#include <string>
+
 #include "runtime/tamb/CommandMessage.h"
 #include "runtime/tamb/NotificationMessage.h"
 
@@ -17,17 +19,17 @@ std::shared_ptr<const tamb::IParametersCollectionInstance> parametersIf(bool wan
 
 std::shared_ptr<const tamb::IParametersCollectionInstance> typicalParameters() {
   const auto prototype = tamb::CreateParametersCollectionPrototype();
-  prototype->AddBoolKey("enabled", false, "");
-  prototype->AddInt64Key("offset", 0, "");
-  prototype->AddUint64Key("frames", 0, "");
-  prototype->AddDoubleKey("gain", 1.0, "");
-  prototype->AddUTF8StringKey("target", "", "");
+  prototype->AddBoolKey("enabled", typicalDefaults.enabled, "");
+  prototype->AddInt64Key("offset", typicalDefaults.offset, "");
+  prototype->AddUint64Key("frames", typicalDefaults.frames, "");
+  prototype->AddDoubleKey("gain", typicalDefaults.gain, "");
+  prototype->AddUTF8StringKey("target", std::string(typicalDefaults.target), "");
   auto parameters = tamb::CreateParametersCollectionInstance(prototype);
-  parameters->SetBool("enabled", true);
-  parameters->SetInt64("offset", -12);
-  parameters->SetUint64("frames", 250);
-  parameters->SetDouble("gain", 0.5);
-  parameters->SetUTF8String("target", "volume");
+  parameters->SetBool("enabled", typicalValues.enabled);
+  parameters->SetInt64("offset", typicalValues.offset);
+  parameters->SetUint64("frames", typicalValues.frames);
+  parameters->SetDouble("gain", typicalValues.gain);
+  parameters->SetUTF8String("target", std::string(typicalValues.target));
   return parameters;
 }
 

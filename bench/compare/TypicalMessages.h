@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <string_view>
 
 #include "tamb/ICommandMessage.h"
 #include "tamb/INotificationMessage.h"
@@ -13,7 +15,20 @@ constexpr unsigned int engineId = 7;
 /// The step that the messages are about.
 constexpr const char* stepId = "0f0b6f1e-93a4-4d1c-8f2b-54c1a8f2d9e0";
 
-/// Five parameters, one of each type that crosses a process boundary.
+/// Five parameters as plain values.
+struct TypicalValues {
+  bool enabled;
+  std::int64_t offset;
+  std::uint64_t frames;
+  double gain;
+  std::string_view target;
+};
+constexpr TypicalValues typicalDefaults{
+    .enabled = false, .offset = 0, .frames = 0, .gain = 1.0, .target = ""};
+constexpr TypicalValues typicalValues{
+    .enabled = true, .offset = -12, .frames = 250, .gain = 0.5, .target = "volume"};
+
+/// The same as a collection: five parameters, one of each type that crosses a process boundary.
 std::shared_ptr<const tamb::IParametersCollectionInstance> typicalParameters();
 /// Messages as hosts and engines push them, with ids of 36 characters.
 std::shared_ptr<const tamb::ICommandMessage> typicalCommand(unsigned int id, bool withParameters);
