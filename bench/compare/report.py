@@ -7,12 +7,14 @@ bears its name.
 """
 
 import argparse
-import collections
 import json
 import pathlib
 import statistics
 
 import matplotlib
+
+from aims import aims
+from results import PLACES, ROUND_TRIP_PLACES, ROUND_TRIPS, Runs, number, table
 
 matplotlib.use("svg")
 # The same results give the same files.
@@ -21,86 +23,85 @@ matplotlib.rcParams.update({"svg.hashsalt": "compare", "font.size": 9, "axes.gri
 import matplotlib.pyplot as plt  # noqa: E402: the kind of file is chosen first
 
 BEGIN, END = "<!-- measured: begin -->", "<!-- measured: end -->"
-ROUND_TRIPS = ("control round trip", "command to notification round trip")
-PLACES = [("ipc", "one core"), ("ipc", "free"), ("tcp", "one core"), ("tcp", "free")]
-ROUND_TRIP_PLACES = [(transport, cores) for transport in ("ipc", "tcp") for cores in ("one core", "a core each", "free")]
-COLOURS = {"ours": "#c0392b", "bare libzmq": "#2c3e50", "gRPC": "#2980b9", "gRPC, buffered": "#7fb3d5",
+COLOURS = {"ours": "#c0392b", "bare libzmq": "#2c3e50", "bare libzmq, guarded": "#8395a7",
+           "bare libzmq, plain values": "#b08968", "gRPC": "#2980b9", "gRPC, buffered": "#7fb3d5",
            "gRPC client stream": "#16a085", "gRPC client stream, buffered": "#76d7c4", "in-process": "#999999"}
 
 
-def quartiles(values):
-    if len(values) < 2:
-        return values[0], values[0], values[0]
-    low, middle, high = statistics.quantiles(values, n=4, method="inclusive")
-    return low, middle, high
+def spread(values, show):
+    """The median, and the least and greatest: there are too few for quartiles."""
+    return f"{show(statistics.median(values))} ({show(min(values))}–{show(max(values))})"
 
 
-def number(value):
-    return f"{value:.0f}" if value >= 100 else f"{value:.1f}" if value >= 10 else f"{value:.2f}"
+def ratios(runs, pairs, places=PLACES):
+    """A row for each (name, work, library, other) that was measured anywhere."""
+    rows, rounds = [], []
+    for name, work, library, other in pairs:
+        row = [runs.ratio(work, place, library, other) for place in places]
+        if any(row):
+            rows.append([name] + [str(ratio) if ratio else "–" for ratio in row])
+            rounds += [ratio.rounds for ratio in row if ratio]
+    return rows, rounds
 
 
-class Run:
-    def __init__(self, entry):
-        self.__dict__.update(entry["case"])
-        self.results = entry["results"]
-
-    def values(self, what):
-        return [result[what] for result in self.results]
-
-    def median(self, what):
-        return statistics.median(self.values(what))
-
-    @property
-    def is_round_trip(self):
-        return self.measure in ROUND_TRIPS
-
-    @property
-    def work(self):
-        """What is done, whoever does it and wherever."""
-        text = self.measure
-        if not self.is_round_trip:
-            text += f", lists of {self.perList}"
-        if self.measure != "control round trip":
-            text += ", 5 parameters" if self.withParameters else ", no parameters"
-        return text
+def beside(runs, other):
+    """Ours beside another library, work by work, and where ours is the worse one. Nothing when it was not measured."""
+    rows, rounds = ratios(runs, [(work, work, "ours", other) for work in runs.works()])
+    if not rows:
+        return []
+    behind = []
+    for work in runs.works():
+        found = [(place, runs.ratio(work, place, "ours", other)) for place in PLACES]
+        where = [f"{', '.join(place)} ({ratio.middle:.2f})" for place, ratio in found if ratio and ratio.is_behind]
+        if where:
+            behind.append(f"- {work}: {'; '.join(where)}")
+    sections = [table(["ours beside " + other] + [", ".join(place) for place in PLACES], rows, rounds)]
+    if behind:
+        sections += [f"Both quartiles show ours behind {other} in:", "\n".join(behind)]
+    else:
+        sections.append(f"Nowhere do both quartiles show ours behind {other}.")
+    return sections
 
 
-class Runs:
-    def __init__(self, entries):
-        self.all = [Run(entry) for entry in entries]
-        self.planned = {(run.work, run.transport, run.cores, run.library): run for run in self.all if run.engines == 1}
-
-    def works(self):
-        """What everybody does, and not only to show growth."""
-        return list(dict.fromkeys(run.work for run in self.all if run.engines == 1 and any(
-            self.of(run.work, place, "gRPC") for place in PLACES)))
-
-    def of(self, work, place, library):
-        return self.planned.get((work, *place, library))
-
-    def ratio(self, work, place, library, other):
-        """How many times as long a round trip takes, or how many times as many messages pass."""
-        one, two = self.of(work, place, library), self.of(work, place, other)
-        if not one or not two:
-            return "–"
-        what = "p50" if one.is_round_trip else "perSecond"
-        low, middle, high = quartiles([a / b for a, b in zip(one.values(what), two.values(what))])
-        return f"**{middle:.2f}** ({low:.2f}–{high:.2f})"
+def streams(runs):
+    """Who is faster in round trips on free cores, ours or a gRPC stream."""
+    found = [(f"{work.removeprefix('command to notification round trip, ')}, {place[0]}: {ratio.middle:.2f}", ratio.middle)
+             for work in runs.works() if work.startswith("command to notification") for place in PLACES
+             if place[1] == "free" and (ratio := runs.ratio(work, place, "ours", "gRPC"))]
+    if not found:
+        return []
+    figures = "; ".join(text for text, _ in found)
+    longer = sum(figure > 1 for _, figure in found)
+    claim = ("A gRPC stream is faster than ours" if longer == len(found) else "Ours is faster than a gRPC stream"
+             if longer == 0 else "Neither ours nor a gRPC stream is always the faster one")
+    return [f"{claim} in round trips of a command and its notification on free cores. Ours takes so many times as long: "
+            f"{figures}."]
 
 
-def table(head, rows):
-    lines = ["| " + " | ".join(head) + " |", "|" + "---|" * len(head)]
-    return "\n".join(lines + ["| " + " | ".join(row) + " |" for row in rows])
-
-
-def ratios(runs, other, chosen):
+def extras(runs):
+    """What guarantees cost, and objects of the framework."""
+    guarded, plain = "bare libzmq, guarded", "bare libzmq, plain values"
+    work = "control round trip"
+    rows, rounds = ratios(runs, [(f"{one} beside {other}", work, one, other) for one, other in (
+        (guarded, "bare libzmq"), ("ours", guarded))])
+    sections = []
     places = [", ".join(place) for place in PLACES]
-    return table(["ours beside " + other] + places, [
-        [work] + [runs.ratio(work, place, "ours", other) for place in PLACES] for work in runs.works() if chosen(work, other)])
+    if rows:
+        sections += ["## What guarantees cost",
+                     "With guarantees, a bare requester may ask again after a missing reply, recognises late replies and notices "
+                     "a dead peer within 3 s, as ours does.", table([work] + places, rows, rounds)]
+    rows, rounds = ratios(runs, [(work, work, "ours", plain) for work in runs.works()])
+    if rows:
+        sections += ["## What framework objects cost",
+                     "Plain values are written into protobuf messages and read from them; collections of parameters do not exist "
+                     "on either side, nor do command and notification objects where they arrive. Ours makes all of these, "
+                     "since the framework's interfaces require them.",
+                     table(["ours beside " + plain] + places, rows, rounds)]
+    return sections
 
 
 def figures(runs, place):
-    rows = []
+    rows, rounds = [], []
     for work in runs.works():
         for library in COLOURS:
             run = runs.of(work, place, library)
@@ -110,27 +111,46 @@ def figures(runs, place):
                      else f"{run.median('perSecond') / 1e6:.3f} M/s")
             rows.append([work, library, speed, number(run.median("hostMicroseconds")),
                          number(run.median("engineMicroseconds")) if library != "in-process" else "–"])
-    return table(["work", "carried by", "median", "host, µs of a core each", "engine, µs of a core each"], rows)
+            rounds.append(len(run.results))
+    return table(["work", "carried by", "median", "host, µs of a core each", "engine, µs of a core each"], rows, rounds)
 
 
 def placements(runs, works):
     """What the cores are that the two processes have."""
-    rows = []
+    rows, rounds = [], []
     for work in works:
         ours = [runs.of(work, place, "ours") for place in ROUND_TRIP_PLACES]
         rows.append([work] + [f"{number(run.median('p50'))} µs" if run else "–" for run in ours])
-    return table(["ours, median"] + [", ".join(place) for place in ROUND_TRIP_PLACES], rows)
+        rounds += [len(run.results) for run in ours if run]
+    return table(["ours, median"] + [", ".join(place) for place in ROUND_TRIP_PLACES], rows, rounds)
 
 
 def remote_engines(entries):
     rows = []
     for entry in entries:
-        values = {what: statistics.median(result[what] for result in entry["results"]) for what in entry["results"][0]}
-        rows.append([str(entry["engines"]), f"{values['wiredMilliseconds']:.0f} ms",
-                     f"{values['residentKibibytes'] / 1024:.2f} MiB" if entry["engines"] > 1 else "–",
-                     f"{values['idleCorePercent']:.2f} %", f"{values['idleSwitchesPerSecond']:.0f}"])
+        values = {what: [result[what] for result in entry["results"]] for what in entry["results"][0]}
+        kibibytes = values["residentKibibytes"]
+        rows.append([str(entry["engines"]), spread(values["wiredMilliseconds"], lambda value: f"{value:.0f}") + " ms",
+                     spread([value / 1024 for value in kibibytes], number) + " MiB" if entry["engines"] > 1 else "–",
+                     spread(values["idleCorePercent"], number) + " %",
+                     spread(values["idleSwitchesPerSecond"], lambda value: f"{value:.0f}")])
     return table(["remote engines in one host", "submitted to wired", "resident memory of the host for each",
-                  "idle: of one core", "idle: wake-ups each second"], rows)
+                  "idle host: of one core", "idle host: wake-ups each second"], rows,
+                 [len(entry["results"]) for entry in entries])
+
+
+def growth(runs):
+    rows, rounds = [], []
+    for count, both in runs.growth().items():
+        row = [str(count)]
+        for library in ("ours", "bare libzmq"):
+            run = both.get(library)
+            row += [f"{run.median('perSecond') / 1e6:.3f} M/s", number(run.median("hostMicroseconds")),
+                    number(run.median("engineMicroseconds"))] if run else ["–"] * 3
+            rounds += [len(run.results)] if run else []
+        rows.append(row)
+    return table(["engines", "ours", "host, µs each", "engine, µs each", "bare libzmq", "host, µs each", "engine, µs each"],
+                 rows, rounds)
 
 
 def save(figure, folder, name):
@@ -181,12 +201,11 @@ def plot_throughput(runs, folder):
 
 
 def plot_growth(runs, folder):
-    by_engines = [run for run in runs.all if run.measure == "commands" and run.perList == 10 and not run.withParameters
-                  and (run.transport, run.cores) == ("ipc", "one core")]
+    by_engines = [run for both in runs.growth().values() for run in both.values()]
     by_size = [run for run in runs.all if run.measure == "commands" and run.engines == 1 and not run.withParameters
                and (run.transport, run.cores) == ("ipc", "one core")]
     figure, axes = plt.subplots(1, 2, figsize=(9, 3.2))
-    for axis, chosen, what, label in ((axes[0], by_engines, "engines", "engines in one host, lists of 10"),
+    for axis, chosen, what, label in ((axes[0], by_engines, "engines", "engines in one process, lists of 10"),
                                       (axes[1], by_size, "perList", "commands in a list, one engine")):
         for library in ("ours", "bare libzmq"):
             line = sorted((run for run in chosen if run.library == library), key=lambda run: getattr(run, what))
@@ -201,54 +220,26 @@ def plot_growth(runs, folder):
     save(figure, folder, "growth")
 
 
-def growth(runs):
-    engines = collections.defaultdict(dict)
-    for run in runs.all:
-        if run.measure == "commands" and run.perList == 10 and not run.withParameters and (
-                run.transport, run.cores) == ("ipc", "one core") and run.library in ("ours", "bare libzmq"):
-            engines[run.engines][run.library] = run
-    rows = []
-    for count, both in sorted(engines.items()):
-        row = [str(count)]
-        for library in ("ours", "bare libzmq"):
-            run = both.get(library)
-            row += [f"{run.median('perSecond') / 1e6:.3f} M/s", number(run.median("hostMicroseconds")),
-                    number(run.median("engineMicroseconds"))] if run else ["–"] * 3
-        rows.append(row)
-    return table(["engines", "ours", "host, µs each", "engine, µs each", "bare libzmq", "host, µs each", "engine, µs each"],
-                 rows)
-
-
-def main():
-    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("results", type=pathlib.Path, help="the JSON file that compare has written")
-    parser.add_argument("document", type=pathlib.Path, help="the Markdown file with the two marks")
-    arguments = parser.parse_args()
-    report = json.loads(arguments.results.read_text())
-    runs = Runs(report["runs"])
-    folder = arguments.document.with_suffix("")
-    folder.mkdir(exist_ok=True)
-
+def sections_of(report, folder):
     machine = report["machine"]
+    runs = Runs(report["runs"])
+    remote = [entry for entry in report["remote engines"] if entry["results"]]
     sections = [f"{machine['processor']}, {machine['cores']} cores, {machine['system']}; {machine['compiler']}, libzmq "
-                f"{machine['libzmq']}, protobuf {machine['protobuf']}, gRPC {machine['gRPC']}; {report['rounds']} rounds."]
-
-    def always(_work, _other):
-        return True
-
-    def has_variant(work, other):
-        return any(runs.of(work, place, other) for place in PLACES)
-
+                f"{machine['libzmq']}, protobuf {machine['protobuf']}, gRPC {machine['gRPC']}."]
+    judgement = aims(runs, remote)
+    if judgement:
+        sections += ["## Aims", "Set before the channels were measured; that the cost of a command does not grow is read as: by a tenth at "
+                     "most. Each work counts once for each transport and placement of the processes. The figures are those of "
+                     "the tables below.", judgement]
     if runs.works():
         sections += ["## Ours beside bare libzmq and protobuf",
                      "Round trips: how many times as long, so that less is better. Lists: how many times as many messages a "
                      "second, so that more is better. Medians of the rounds' ratios, quartiles in brackets.",
-                     ratios(runs, "bare libzmq", always),
+                     *beside(runs, "bare libzmq"), *extras(runs),
                      "## Ours beside gRPC",
                      "As above. Without buffering each list is written at once; with it, a list may wait for the next.",
-                     ratios(runs, "gRPC", always),
-                     ratios(runs, "gRPC, buffered", has_variant),
-                     ratios(runs, "gRPC client stream, buffered", has_variant)]
+                     *streams(runs), *beside(runs, "gRPC"), *beside(runs, "gRPC, buffered"),
+                     *beside(runs, "gRPC client stream, buffered")]
     # A part of the plan may have no work of a kind.
     round_trips = [work for work in runs.works() if work.startswith(ROUND_TRIPS)]
     if round_trips:
@@ -258,14 +249,32 @@ def main():
     if len(round_trips) < len(runs.works()):
         sections.append(f"![Throughput]({folder.name}/throughput.svg)")
         plot_throughput(runs, folder)
-    if report["remote engines"]:
-        sections += ["## A host with many remote engines", remote_engines(report["remote engines"])]
+    if remote:
+        sections += ["## A host with many remote engines",
+                     "Each engine has a process of its own. Medians, and the least and the greatest in brackets.",
+                     remote_engines(remote)]
     if any(run.engines > 1 for run in runs.all):
-        sections += ["## Growth", growth(runs), f"![Growth]({folder.name}/growth.svg)"]
+        sections += ["## Growth",
+                     "All engines of a run are in one engine process, and their front ends in one host process, both on one core, so "
+                     "that these figures leave out what more processes cost. Ours and bare libzmq do not take turns here, but "
+                     "follow each other: small differences between them mean nothing.",
+                     growth(runs), f"![Growth]({folder.name}/growth.svg)"]
         plot_growth(runs, folder)
-    if runs.works():
-        sections += ["## All figures on one core, over ipc", figures(runs, ("ipc", "one core")),
-                     "## All figures on free cores, over ipc", figures(runs, ("ipc", "free"))]
+    for place, title in ((("ipc", "one core"), "All figures on one core, over ipc"),
+                         (("ipc", "free"), "All figures on free cores, over ipc")):
+        if any(runs.of(work, place, library) for work in runs.works() for library in COLOURS):
+            sections += ["## " + title, figures(runs, place)]
+    return sections
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("results", type=pathlib.Path, help="the JSON file that compare has written")
+    parser.add_argument("document", type=pathlib.Path, help="the Markdown file with the two marks")
+    arguments = parser.parse_args()
+    folder = arguments.document.with_suffix("")
+    folder.mkdir(exist_ok=True)
+    sections = sections_of(json.loads(arguments.results.read_text()), folder)
 
     text = arguments.document.read_text()
     before, _, rest = text.partition(BEGIN)
