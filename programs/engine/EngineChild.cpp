@@ -40,7 +40,8 @@ constexpr std::size_t longestLogLine = 300;
 /// More than any pipe holds that has not been made larger, in reads of 4 KiB.
 constexpr int readsToDrain = 64;
 
-constexpr std::array<std::string_view, 5> eventNames{"ready", "running", "stop requested", "idle", "leaving"};
+constexpr std::array<std::string_view, 6> eventNames{"made",           "ready", "running",
+                                                     "stop requested", "idle",  "leaving"};
 constexpr std::string_view failed = "failed ";
 constexpr std::string_view runFailed = "run failed ";
 /// A line that several threads may write at once has to fit into what a pipe takes whole: 4096 bytes.
@@ -122,6 +123,16 @@ std::string EngineChild::cause() const {
   return text;
 }
 
+std::string EngineChild::startFailure() const {
+  std::string text = failure_;
+  // Whoever waits for a channel does not know why it does not open; the thread that opens it has logged that.
+  if (!isMade_) return text;
+  for (const std::string& line : lastLines_) {
+    if (line.starts_with("Error")) text += " | " + line;
+  }
+  return text;
+}
+
 void EngineChild::await(Clock::time_point deadline, int alsoAwaited) {
   if (askedToEnd_) deadline = std::min(deadline, *askedToEnd_ + timeToEnd);
   if (stopIgnored_) deadline = std::min(deadline, *stopIgnored_ + timeToStop);
@@ -192,6 +203,9 @@ void EngineChild::takeEvents() {
 
 void EngineChild::take(EngineEvent event) {
   switch (event) {
+    case EngineEvent::Made:
+      isMade_ = true;
+      break;
     case EngineEvent::Ready:
       isReady_ = true;
       break;

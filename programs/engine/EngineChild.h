@@ -49,8 +49,9 @@ class EngineChild {
   bool isLeaving() const { return isLeaving_; }
   /// As waitpid has it, once it is not there any more.
   int status() const { return status_; }
-  /// What it failed with, in its own words; empty when it did not.
-  const std::string& failure() const { return failure_; }
+  /// What kept it from being ready, in its own words, with the errors that its log ends in once the engine is
+  /// made; empty when nothing did.
+  std::string startFailure() const;
   /// Whether its engine's run has begun, has ended since it was asked to, and what it failed with, which is
   /// empty when it did not.
   bool hasRun() const { return hasRun_; }
@@ -83,6 +84,7 @@ class EngineChild {
   processes::LineReader output_{processes::Descriptor()};
   processes::LineReader errors_{processes::Descriptor()};
   bool isThere_ = true;
+  bool isMade_ = false;
   bool isReady_ = false;
   bool isRunning_ = false;
   bool isStopRequested_ = false;

@@ -1,10 +1,15 @@
 #include "programs/engine/EngineProcess.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <chrono>
 #include <exception>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 
 #include "TcpCommandProcessorBackEnd.h"
 #include "TcpEngineBackEnd.h"
@@ -18,6 +23,7 @@
 #include "qor/socket/Socket.h"
 #include "qor/utils/Log.h"
 #include "runtime/processes/Cores.h"
+#include "runtime/processes/Pipe.h"
 #include "runtime/tamb/EngineDescription.h"
 
 namespace qor::programs {
@@ -36,6 +42,14 @@ constexpr const char* hostHasGone =
     "its "
     "output discarded";
 
+/// A publisher that has no descriptor for whoever connects reports that to nobody.
+bool mayOpenTwoMore() {
+  const auto open = [] { return processes::Descriptor(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)); };
+  const auto one = open();
+  const auto two = open();
+  return (one.isOpen() && two.isOpen()) || errno != EMFILE;
+}
+
 /// The sockets of the engine control channel are bound on its own threads: it is ready once both of them
 /// answer.
 void awaitEngineControl(const EngineOptions& options) {
@@ -45,6 +59,7 @@ void awaitEngineControl(const EngineOptions& options) {
   subscriber.createAndConnect(socket::Protocol::Subscriber, options.statusEndpoint, 0);
   std::string errorText;
   if (subscriber.poll(readyMilliseconds, errorText) == 0) return;
+  if (errorText.empty() && !mayOpenTwoMore()) errorText = std::generic_category().message(EMFILE);
   throw std::runtime_error("the engine publishes no status on " +
                            options.statusEndpoint.toString(socket::Protocol::Plain) +
                            (errorText.empty() ? "" : ": " + errorText));
@@ -106,6 +121,7 @@ void serveEngine(const EngineOptions& options, const std::function<void(EngineEv
   const auto served = std::make_shared<ServedEngine>(
       local.engine, onEnginesEvent, [&](const std::string& reason) { failureReport->report(reason); });
   TcpEngineBackEnd control(served, options.requestEndpoint, options.statusEndpoint);
+  onEvent(EngineEvent::Made);
   awaitEngineControl(options);
   onEvent(EngineEvent::Ready);
   control.waitForFrontEndTermination();

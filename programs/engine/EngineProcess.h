@@ -9,6 +9,8 @@ namespace qor::programs {
 
 /// What an engine's process tells whoever watches over it.
 enum class EngineEvent {
+  /// The engine is made; nobody can connect to it yet.
+  Made,
   /// The engine can be connected to.
   Ready,
   /// Its run has begun.

@@ -20,6 +20,7 @@
 #include "programs/engine/Supervisor.h"
 #include "programs/support/CommandLine.h"
 #include "programs/support/ErrorStream.h"
+#include "programs/support/Limits.h"
 #include "programs/support/LogLine.h"
 #include "programs/support/TerminalLog.h"
 #include "qor/utils/Log.h"
@@ -153,7 +154,8 @@ int run(const Arguments& arguments) {
                               qor::programs::engineName(options.workflowManagerId, options.engineId));
   const auto outcome = qor::programs::superviseEngine(
       options, [&](int enginePid) { reportReady(options, enginePid); },
-      [&](const std::string& reason) {
+      [&](const std::string& failure) {
+        const std::string reason = qor::programs::withLimit(failure);
         qor::utils::logError(reason);
         reportFailed(options.readyDescriptor, reason);
       });
@@ -209,8 +211,9 @@ int main(int argumentCount, char** values) {
   try {
     return run(arguments);
   } catch (const std::exception& error) {
-    qor::programs::writeErrorLine(std::string("tamb-engine: ") + error.what());
-    reportFailed(arguments.readyDescriptor, error.what());
+    const std::string reason = qor::programs::withLimit(error.what());
+    qor::programs::writeErrorLine("tamb-engine: " + reason);
+    reportFailed(arguments.readyDescriptor, reason);
     return static_cast<int>(EngineEnd::NotStarted);
   }
 }

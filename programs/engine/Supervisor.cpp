@@ -141,7 +141,8 @@ class Supervision {
 
   EngineOutcome reportNotStarted() {
     const bool wasSlow = child_.isThere();
-    onFailure_(!child_.failure().empty() ? child_.failure()
+    const std::string failure = child_.startFailure();
+    onFailure_(!failure.empty() ? failure
                : wasSlow ? "the engine was not ready within " + std::to_string(timeToBeReady.count()) + " s"
                          : child_.cause());
     return {};

@@ -19,6 +19,7 @@
 #include "programs/host/Session.h"
 #include "programs/support/CommandLine.h"
 #include "programs/support/ErrorStream.h"
+#include "programs/support/Limits.h"
 #include "programs/support/LogLine.h"
 #include "programs/support/TerminalLog.h"
 
@@ -152,8 +153,8 @@ int run(const Arguments& arguments) {
   if (!arguments.isLocal && arguments.service.empty()) {
     try {
       service.emplace(arguments.withTestEngine);
-    } catch (const std::runtime_error& error) {
-      display->say(std::string("tamb-host: ") + error.what());
+    } catch (const std::exception& error) {
+      display->say("tamb-host: " + qor::programs::withLimit(error.what()));
       return static_cast<int>(Outcome::NotStarted);
     }
   }
@@ -164,7 +165,13 @@ int run(const Arguments& arguments) {
                    .withTestEngine = arguments.withTestEngine,
                    .logsEverything = arguments.verbose},
                   display);
-  auto outcome = std::async(std::launch::async, [&session] { return session.run(); });
+  std::future<Outcome> outcome;
+  try {
+    outcome = std::async(std::launch::async, [&session] { return session.run(); });
+  } catch (const std::system_error& error) {
+    display->say("tamb-host: cannot start the engine: " + qor::programs::withLimit(error.what()));
+    return static_cast<int>(Outcome::NotStarted);
+  }
   Outcome end = attend(session, outcome, signals, *display);
   if (end == Outcome::Finished && !display->allWasWritten()) {
     display->say("tamb-host: not all of the run could be written to the standard output");
@@ -211,7 +218,7 @@ int main(int argumentCount, char** values) {
   try {
     return run(arguments);
   } catch (const std::exception& error) {
-    qor::programs::writeErrorLine(std::string("tamb-host: ") + error.what());
+    qor::programs::writeErrorLine("tamb-host: " + qor::programs::withLimit(error.what()));
     return 2;
   }
 }

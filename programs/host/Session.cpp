@@ -8,6 +8,7 @@
 #include "engines/LocalEngine.h"
 #include "programs/host/HeldErrors.h"
 #include "programs/host/Refusal.h"
+#include "programs/support/Limits.h"
 #include "programs/support/LogLine.h"
 #include "programs/support/OneLine.h"
 #include "runtime/tamb/EngineDescription.h"
@@ -79,7 +80,7 @@ std::string Session::startFailure(const std::string& exceptionText) const {
   const std::string lead =
       "cannot start " + engineName(workflow_.workflowManagerId, workflow_.engineId) + ": ";
   if (reason.starts_with(lead)) reason.erase(0, lead.size());
-  return "tamb-host: cannot start the engine: " + reason;
+  return "tamb-host: cannot start the engine: " + withLimit(std::move(reason));
 }
 
 std::optional<Session::Engine> Session::tryToStartEngine() {
@@ -87,7 +88,8 @@ std::optional<Session::Engine> Session::tryToStartEngine() {
   if (!source_.logsEverything) held.emplace();
   try {
     return startEngine();
-  } catch (const std::runtime_error& error) {
+  } catch (const std::exception& error) {
+    // Also when there is no memory left for it.
     if (held) held->dropWhatFollowsFrom(error.what());
     display_->say(startFailure(error.what()));
     return std::nullopt;

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "programs/service/EngineReport.h"
+#include "programs/support/Limits.h"
 #include "programs/support/LogLine.h"
 #include "qor/utils/Log.h"
 #include "runtime/processes/SocketFiles.h"
@@ -159,8 +160,8 @@ EngineLauncher::StartNumber EngineLauncher::begin(const WantedEngine& wanted, st
     }
     return begun.number;
   } catch (const std::exception& error) {
-    throw std::runtime_error("cannot start " + engineName(wanted.workflowManagerId, wanted.engineId) + ": " +
-                             error.what());
+    throw std::runtime_error(withLimit(
+        "cannot start " + engineName(wanted.workflowManagerId, wanted.engineId) + ": " + error.what()));
   }
 }
 
@@ -171,7 +172,7 @@ void EngineLauncher::run(Start& start, std::vector<std::string> arguments, const
                           ChildProcess::Lines::OnLineDescriptor);
     start.engineProcess = awaitReady(*start.process, [&] { return stop.stop_requested(); });
   } catch (const std::exception& error) {
-    start.failure = "cannot start " + start.name + ": " + error.what();
+    start.failure = withLimit("cannot start " + start.name + ": " + error.what());
     if (start.process) start.process->end(timeToEnd);
   }
   start.isOver = true;

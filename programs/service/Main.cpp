@@ -12,6 +12,7 @@
 #include "programs/service/Service.h"
 #include "programs/support/CommandLine.h"
 #include "programs/support/ErrorStream.h"
+#include "programs/support/Limits.h"
 #include "programs/support/LogLine.h"
 #include "programs/support/TerminalLog.h"
 #include "runtime/processes/Cores.h"
@@ -109,7 +110,7 @@ int main(int argumentCount, char** values) {
   try {
     return run(arguments);
   } catch (const std::exception& error) {
-    qor::programs::writeErrorLine(std::string("qor-engine-service: ") + error.what());
+    qor::programs::writeErrorLine("qor-engine-service: " + qor::programs::withLimit(error.what()));
     return EXIT_FAILURE;
   }
 }

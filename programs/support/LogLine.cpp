@@ -40,9 +40,9 @@ std::string engineName(std::string_view workflowManagerId, std::uint32_t engineI
                      oneLine(tamb::EscapedText(workflowManagerId.substr(0, longestId + 4)), longestId));
 }
 
-void setLogOrigin(std::string text) {
+void setLogOrigin(std::string newOrigin) {
   const std::lock_guard lock(origin().mutex);
-  origin().text = std::move(text);
+  origin().text = std::move(newOrigin);
 }
 
 std::string logPrefix(std::string_view level, std::string_view thread) {

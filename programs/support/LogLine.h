@@ -21,7 +21,7 @@ namespace qor::programs {
 std::string engineName(std::string_view workflowManagerId, std::uint32_t engineId);
 
 /// What stands in the brackets of all lines of this process from now on. Any thread.
-void setLogOrigin(std::string origin);
+void setLogOrigin(std::string newOrigin);
 
 /// How a line begins that is written now; empty as long as no origin is set. Any thread.
 std::string logPrefix(std::string_view level, std::string_view thread);
