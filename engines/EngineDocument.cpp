@@ -9,6 +9,7 @@
 #include <string_view>
 #include <utility>
 
+#include "engines/JsonNesting.h"
 #include "engines/PercentEncoding.h"
 #include "tamb/TAMBRuntimeError.h"
 
@@ -49,15 +50,11 @@ std::string listed(const Names& names) {
 }
 
 Json parse(const std::string& text) {
-  const auto limitDepth = [](int depth, Json::parse_event_t event, const Json& /*parsed*/) {
-    if (depth >= deepestNesting &&
-        (event == Json::parse_event_t::object_start || event == Json::parse_event_t::array_start)) {
-      fail(fmt::format("it is nested more than {} deep; expected {}", deepestNesting, expectedObject));
-    }
-    return true;
-  };
+  if (isNestedDeeper(text, deepestNesting)) {
+    fail(fmt::format("it is nested more than {} deep; expected {}", deepestNesting, expectedObject));
+  }
   try {
-    return Json::parse(text, limitDepth);
+    return Json::parse(text);
   } catch (const Json::parse_error& error) {
     const std::size_t position = error.byte == 0 ? 0 : std::min(error.byte - 1, text.size());
     fail(fmt::format(

@@ -9,11 +9,13 @@
 #include <cstdint>
 #include <fstream>
 #include <initializer_list>
+#include <iterator>
 #include <random>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
 
+#include "engines/JsonNesting.h"
 #include "programs/support/OneLine.h"
 #include "runtime/tamb/CommandMessage.h"
 
@@ -84,13 +86,12 @@ std::string withoutTag(const std::string& text) {
 
 /// What is nested deeper is no workflow, and could not be quoted: that takes a stack as deep.
 json parsed(std::istream& in, const std::string& name) {
-  const auto bounded = [&](int depth, json::parse_event_t /*event*/, json& /*value*/) {
-    if (depth > deepestNesting)
-      throw wrong(name, fmt::format("is nested deeper than {} levels", deepestNesting));
-    return true;
-  };
+  const std::string text(std::istreambuf_iterator<char>(in), {});
+  if (engines::isNestedDeeper(text, deepestNesting)) {
+    throw wrong(name, fmt::format("is nested deeper than {} levels", deepestNesting));
+  }
   try {
-    return json::parse(in, bounded);
+    return json::parse(text);
   } catch (const json::exception& error) {
     throw wrong(name + " is not JSON", withoutTag(error.what()));
   }

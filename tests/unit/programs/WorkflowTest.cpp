@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <ctime>
 #include <fstream>
 #include <limits>
 #include <sstream>
@@ -82,6 +83,7 @@ TEST_F(AWorkflowFile, IsRefusedWithWhatIsWrongAndWhatIsExpected) {
     EXPECT_THAT(reading(R"({"engine": {}, "engineId": )" + id + "}"), refuses("\"engineId\"", id, "number"));
   }
   EXPECT_THAT(reading(std::string(60'000, '[')), refuses("job.json", "nested"));
+  EXPECT_THAT(reading("x" + std::string(60'000, '[')), refuses("job.json", "not JSON"));
   EXPECT_THAT(reading(R"({"engine": {}, "commands": {}})"), refuses("\"commands\"", "not a list"));
   EXPECT_THAT(reading(R"({"engine": {}, "commands": [7]})"), refuses("command 1", "7"));
   EXPECT_THAT(reading(R"({"engine": {}, "commands": [{"at": 1}]})"), refuses("command 1", "\"name\""));
@@ -112,6 +114,15 @@ TEST_F(AWorkflowFile, IsQuotedOnOneReadableLine) {
   }
   EXPECT_THAT(complaint(R"({"engine": {}, "commands": ")" + std::string(100'000, 'x') + "\"}"),
               ::testing::ResultOf(isReadable, true));
+}
+
+TEST_F(AWorkflowFile, IsReadInTimeInProportionToItsCommands) {
+  std::string text = R"({"engine": {}, "commands": [{"name": "Stop"})";
+  for (int count = 1; count < 100'000; ++count) text += R"(,{"name": "Stop"})";
+  const std::clock_t start = std::clock();
+  EXPECT_EQ(read(text + "]}").commands.size(), 100'000U);
+  // Of this process's own time, which other processes do not use up: a hundredth of it is enough.
+  EXPECT_LT(std::clock() - start, 30 * CLOCKS_PER_SEC);
 }
 
 TEST_F(AWorkflowFile, MayBeOpenAlready) {
