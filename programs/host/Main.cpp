@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <ctime>
 #include <exception>
 #include <filesystem>
@@ -115,13 +116,29 @@ Display::Style styleFor(const Arguments& arguments) {
   return ::isatty(STDOUT_FILENO) != 0 ? Display::Style::Bar : Display::Style::Lines;
 }
 
+/// SIGHUP does not come to a program that is to outlive its terminal.
+bool isHangUpIgnored() {
+  struct sigaction action {};
+  return ::sigaction(SIGHUP, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+/// Ends this process as the signal does by itself, once nothing is left of an engine of this process.
+[[noreturn]] void hangUp(Session& session, const sigset_t& signals) {
+  session.abandon();
+  ::kill(::getpid(), SIGHUP);
+  ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+  std::_Exit(128 + SIGHUP);
+}
+
 /// Waits for the end of the run, and hands signals on meanwhile: they are blocked in all threads, and taken
 /// here.
 Outcome attend(Session& session, std::future<Outcome>& outcome, const sigset_t& signals, Display& display) {
   const timespec pause{.tv_sec = 0, .tv_nsec = 100'000'000};
   std::future<void> stopping;
   while (outcome.wait_for(std::chrono::seconds(0)) != std::future_status::ready) {
-    if (::sigtimedwait(&signals, nullptr, &pause) < 0) continue;
+    const int signal = ::sigtimedwait(&signals, nullptr, &pause);
+    if (signal < 0) continue;
+    if (signal == SIGHUP) hangUp(session, signals);
     if (stopping.valid()) {
       qor::programs::writeErrorLine("tamb-host: leaving at once");
       // Whatever is left behind ends by itself: the service with this process, the engine when it hears
@@ -141,6 +158,7 @@ int run(const Arguments& arguments) {
   sigset_t signals;
   ::sigemptyset(&signals);
   for (const int signal : {SIGINT, SIGTERM}) ::sigaddset(&signals, signal);
+  if (!isHangUpIgnored()) ::sigaddset(&signals, SIGHUP);
   ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   using qor::programs::Shown;
   qor::programs::setLogOrigin("tamb-host " + std::to_string(::getpid()) + ", " +

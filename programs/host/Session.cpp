@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "engines/IAbandonable.h"
 #include "engines/LocalEngine.h"
 #include "programs/host/HeldErrors.h"
 #include "programs/host/Refusal.h"
@@ -21,6 +22,7 @@ namespace {
 
 /// The end of a run and its last notification travel by different channels.
 constexpr std::chrono::seconds timeForLastNotification{3};
+constexpr unsigned int endMilliseconds = 5'000;
 
 }  // namespace
 
@@ -120,6 +122,19 @@ bool Session::mayRun(const std::shared_ptr<tamb::IEngineFrontEnd>& engine) {
   const std::lock_guard lock(mutex_);
   runningEngine_ = engine;
   return !stopped_;
+}
+
+void Session::abandon() {
+  std::shared_ptr<tamb::IEngineFrontEnd> engine;
+  {
+    const std::lock_guard lock(mutex_);
+    stopped_ = true;
+    engine = runningEngine_;
+  }
+  auto* const abandonable = dynamic_cast<engines::IAbandonable*>(engine.get());
+  if (abandonable == nullptr) return;
+  abandonable->Abandon("");
+  engine->WaitForStop(endMilliseconds);
 }
 
 void Session::stop() {

@@ -42,6 +42,9 @@ class Session {
   Outcome run();
   /// Asks the engine to stop, so that run() ends soon.
   void stop();
+  /// For a process that is about to end, and whose result nobody waits for: an engine of this process leaves
+  /// nothing of its output. One in another process notices by itself. Waits for up to 5 s.
+  void abandon();
 
  private:
   using Engine = tamb::ElementFactory<tamb::ElementFactoryType::Engine>::Product;

@@ -13,11 +13,11 @@ STOPPED_SECONDS = 12
 
 
 class Output(ProgramsTest):
-    def host_at_work(self):
+    def host_at_work(self, *arguments):
         """A host whose run has made half a second of an output that replaces an earlier one, and waits."""
         self.output = self.folder / "out.mkv"
         self.output.write_bytes(EARLIER)
-        host = self.host("--input", clip(), "--output", self.output, "--at", 0.5, "Pause")
+        host = self.host("--input", clip(), "--output", self.output, "--at", 0.5, "Pause", *arguments)
         host.wait_for_notification("CommandDone")
         self.assertEqual(len(self.parts()), 1)
         return host
@@ -41,6 +41,24 @@ class Output(ProgramsTest):
         os.killpg(host.pid, signal.SIGHUP)
         host.wait()
         self.expect_earlier_file_alone()
+
+    def test_of_a_host_that_runs_its_engine_itself_and_whose_terminal_closes_is_removed(self):
+        host = self.host_at_work("--local")
+        host.signal(signal.SIGHUP)
+        self.expect_exit(host, -signal.SIGHUP)
+        self.expect_earlier_file_alone()
+
+    def test_of_a_host_that_ignores_that_its_terminal_closes_goes_on(self):
+        before = signal.signal(signal.SIGHUP, signal.SIG_IGN)  # which programs inherit
+        try:
+            host = self.host_at_work("--local")
+        finally:
+            signal.signal(signal.SIGHUP, before)
+        host.signal(signal.SIGHUP)
+        host.interrupt()
+        self.expect_exit(host, 130)
+        self.assertEqual(self.parts(), [])
+        self.assertNotEqual(self.output.read_bytes(), EARLIER)
 
     def test_of_a_host_that_was_stopped_for_long_is_removed_and_the_host_is_told(self):
         host = self.host_at_work()
