@@ -27,12 +27,17 @@ class RelayedTest(FaultTest):
         """The commands that were answered, in the order of the answers."""
         return [int(number) for number in re.findall("^notification CommandDone (\\d+) ", self.host.output(), re.MULTILINE)]
 
-    def conclude(self, said=""):
-        Table.add(self.fault, self.stage, self.told, self.gone, said)
+    def conclude(self, said="", logs=None):
+        self.expect_nothing_left_but()
+        self.expect_logged(logs or self.logs)
+        logged = next(iter(self.failures_logged()), "nothing")
+        Table.add(self.fault, self.stage, self.told, self.gone, said, logged[:100])
 
 
 class Cut(RelayedTest):
     fault = "connection: cut, restored after 5 s"
+    # What it carries meanwhile, a heartbeat or the goodbye.
+    logs = "the connection was lost|nobody answered|failed sending heartbeat|timeout on frontend heartbeat"
 
     def cut(self):
         self.relayed.cut()

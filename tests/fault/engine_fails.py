@@ -15,7 +15,7 @@ class Killed(FaultTest):
 
     number = signal.SIGKILL
     fault = "engine: SIGKILL"
-    cause = r"engine process \d+ died: signal 9 \(Killed\)"
+    cause = logs = r"engine process \d+ died: signal 9 \(Killed\)"
 
     def expect_last_words(self):
         self.host.wait_for(rf"^notification EngineDied 0 {self.cause}")
@@ -90,17 +90,18 @@ class Killed(FaultTest):
 class SegmentationFault(Killed):
     number = signal.SIGSEGV
     fault = "engine: SIGSEGV"
-    cause = r"engine process \d+ died: signal 11 \(Segmentation fault\)"
+    cause = logs = r"engine process \d+ died: signal 11 \(Segmentation fault\)"
 
 
 class Aborted(Killed):
     number = signal.SIGABRT
     fault = "engine: SIGABRT"
-    cause = r"engine process \d+ died: signal 6 \(Aborted\)"
+    cause = logs = r"engine process \d+ died: signal 6 \(Aborted\)"
 
 
 class Exits(FaultTest):
     fault = "engine: exits inside Run"
+    logs = r"ended after \d+ s: died: engine process \d+ died: exit code 3"
 
     def document(self, stage):
         # The host after this one has an engine without faults.
@@ -120,6 +121,7 @@ class Exits(FaultTest):
 
 class Throws(FaultTest):
     fault = "engine: throws inside Run"
+    logs = r"ended after \d+ s: failed: TestEngine: thrown on a command"
 
     def document(self, stage):
         # The host after this one has an engine without faults.
@@ -142,6 +144,7 @@ class Throws(FaultTest):
 
 class Stopped(FaultTest):
     fault = "engine: SIGSTOP, SIGCONT after 5 s"
+    logs = r"Engine process \d+ was stopped; it is killed when nobody continues it within 10 s"
 
     def freeze(self):
         """Stops it, and continues it."""
@@ -216,7 +219,7 @@ class Stopped(FaultTest):
 
 class KeptStopped(FaultTest):
     fault = "engine: SIGSTOP for good"
-    cause = r"engine process \d+ died: signal 9 \(Killed\), for it was kept stopped for 10 s"
+    cause = logs = r"engine process \d+ died: signal 9 \(Killed\), for it was kept stopped for 10 s"
 
     def test_running(self):
         call = self.reach(RUNNING)

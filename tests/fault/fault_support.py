@@ -86,25 +86,37 @@ class Table:
     rows = []
 
     @classmethod
-    def add(cls, fault, stage, told, gone, said):
-        cls.rows.append((fault, stage, told, gone, said))
+    def add(cls, fault, stage, told, gone, said, logged="", left="nothing"):
+        cls.rows.append((fault, stage, told, gone, said, logged, left))
 
     @classmethod
     def print(cls):
         def seconds(value):
             return "" if value is None else f"{value:.2f} s"
 
-        print("\n| what fails | when | host has its answer after | engine has gone after | what the host is told |")
-        print("|---|---|---|---|---|")
-        for fault, stage, told, gone, said in cls.rows:
-            print(f"| {fault} | {stage} | {seconds(told)} | {seconds(gone)} | {said} |")
+        print("\n| what fails | when | host has its answer after | engine has gone after | what the host is told "
+              "| what is logged, first of all | what is left |")
+        print("|---|---|---|---|---|---|---|")
+        for fault, stage, told, gone, said, logged, left in cls.rows:
+            print(f"| {fault} | {stage} | {seconds(told)} | {seconds(gone)} | {said} | {logged} | {left} |")
         sys.stdout.flush()
+
+
+# A warning or an error of any of our programs, with its time and its text.
+FAILURE = re.compile(r"(?:Warning|Error  ) (\S+Z) \[.*?\] \d+ (.*)")
+# What the test's own commands cause, which have no edit rate, and its own freezing of engines so that a stage lasts.
+NOISE = "is due at once: its edit rate|commands without a time, due at once"
+FREEZING = "was stopped; it is killed when nobody continues it"
+# What the test itself keeps beside the programs' files.
+OWN_FILES = ("output-", "errors-")
 
 
 class FaultTest(ProgramsTest):
     """One row of the matrix: the tests are its cells."""
 
     fault = ""
+    # What stands in the log of host, service or engine after the fault, as a pattern; None where nothing has to.
+    logs = None
     # Whether the service of the cell still serves at its end.
     service_survives = True
 
@@ -222,12 +234,35 @@ class FaultTest(ProgramsTest):
         host.call("destroy")
         self.assertEqual(host.quit(), 0)
 
-    def conclude(self, said=""):
+    def failures_logged(self):
+        """The texts of warnings and errors each once, of all its programs; ids and paths left out."""
+        lines = [line for program in self._programs for line in program.errors().splitlines()]
+        noise = NOISE if "engine: SIGSTOP" in self.fault else f"{NOISE}|{FREEZING}"
+        found = sorted(match.groups() for match in map(FAILURE.match, lines) if match and not re.search(noise, match[2]))
+        texts = (re.sub(r"\d+", "N", re.sub(r"(ipc://)?/[^\s\"):]+", "…", text)) for _, text in found)
+        return list(dict.fromkeys(texts))
+
+    def expect_logged(self, pattern):
+        """That stands in a log, at the latest soon."""
+        if pattern is not None:
+            wait_until(lambda: any(re.search(pattern, program.errors()) for program in self._programs),
+                       lambda: f"not logged: {pattern}: {[program.errors() for program in self._programs]}")
+
+    def files_left(self):
+        """Files of the programs that are left, except for the socket of a service that serves."""
+        return sorted(path.name for path in self.folder.iterdir()
+                      if path != self.temporary and not path.name.startswith(OWN_FILES)
+                      and not (path.name == "service" and not self.service_program.has_ended()))
+
+    def conclude(self, said="", logs=None):
         """What every cell ends with."""
         self.expect_nothing_left_but(self.service_program)
+        self.assertEqual(self.files_left(), [])
+        self.expect_logged(logs or self.logs)
+        logged = next(iter(self.failures_logged()), "nothing")
         if self.service_survives:
             self.expect_service_serves()
-        Table.add(self.fault, self.stage, self.told, self.gone, said)
+        Table.add(self.fault, self.stage, self.told, self.gone, said, logged[:100])
 
 
 def main():

@@ -29,7 +29,7 @@ class HostKilled(FaultTest):
         self.strike(self.host.pid, signal.SIGKILL)
         self.assertEqual(self.host.wait(), -signal.SIGKILL)
         self.expect_engines_gone(GONE_WITH_ITS_HOST[stage])
-        self.conclude()
+        self.conclude(logs=None if stage == BEFORE else r"timeout on frontend heartbeat|died: signal 9 \(Killed\)|Refused")
 
 
 class HostStopped(FaultTest):
@@ -86,6 +86,8 @@ class ServiceKilled(EngineServesOn):
         call = self.reach(stage)
         self.strike(self.service_program.pid, signal.SIGKILL)
         self.assertEqual(self.service_program.wait(), -signal.SIGKILL)
+        # It stays until another one takes its place.
+        self.assertEqual(self.files_left(), ["service"])
         said = "nothing: its engine serves on"
         if stage == BEFORE:
             self.host.begin(f"wire {self.endpoint} {self.document(IDLE)}")
@@ -135,13 +137,14 @@ class SupervisorKilled(EngineServesOn):
             self.expect_run_unharmed(stage, call)
         self.expect_destroyed()
         self.expect_engines_gone(60)
-        self.conclude(said)
+        self.conclude(said, "Refused: .*signal 9" if stage == WIRING else r"has lost its supervisor: signal 9 \(Killed\)")
 
 
 class BothKilled(FaultTest):
     """The service, whose child the engine's process becomes, answers for it."""
 
     fault = "supervisor and engine: SIGKILL"
+    logs = rf"ended after \d+ s: died: {WITHOUT_SUPERVISOR}"
 
     def strike_both(self):
         engine, supervisor = self.engine_process(), self.supervisor_process()

@@ -44,7 +44,8 @@ class FullDisk(FaultTest):
 
     def test_running(self):
         self.expect_failure()
-        Table.add(self.fault, RUNNING, self.told, None, "`Failed`: No space left on device; no output is left")
+        Table.add(self.fault, RUNNING, self.told, None, "`Failed`: No space left on device; no output is left",
+                  "nothing: the host prints it")
 
     def test_running_in_the_same_process(self):
         self.expect_failure("--local")
@@ -77,7 +78,7 @@ class DescriptorLimit(FaultTest):
         resource.prlimit(self.service_program.pid, resource.RLIMIT_NOFILE, before)
         self.expect_destroyed()
         self.fault = "descriptors: the service has none left for an engine"
-        self.conclude("AddEngineDescription throws the refusal with the reason")
+        self.conclude("AddEngineDescription throws the refusal with the reason", "Refused: .*Too many open files")
 
     def test_of_the_service_that_is_connected_to(self):
         """libzmq ends a process that cannot take a connection on a socket file for want of a descriptor."""
@@ -88,7 +89,7 @@ class DescriptorLimit(FaultTest):
         self.expect_destroyed()
         self.service_program, self.endpoint = self.service()
         self.fault = "descriptors: the service has none left for a connection"
-        self.conclude("AddEngineDescription throws: nobody answers. The service dies of it")
+        self.conclude("AddEngineDescription throws: nobody answers. The service dies of it", "(?m)^Too many open files")
 
     def test_of_the_engine(self):
         call = self.reach(RUNNING)
