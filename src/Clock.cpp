@@ -5,26 +5,8 @@ namespace qor::multiprocess_communication {
 namespace {
 
 /// Of a hundred engines each has threads that wait for a second, again and again. A processor that is woken
-/// for five of them at a time spends a third less on them all, and twentieths of a second are nothing to
-/// whoever waits that long.
+/// for five of them at a time spends a third less on them all.
 constexpr std::chrono::milliseconds commonWakeUp{50};
-constexpr std::chrono::milliseconds shortestCommonWait{900};
-
-/// The deadline, or the common wake-up that follows it when it is far.
-template <class Clock>
-auto endOfWait(std::chrono::time_point<Clock> deadline) {
-  if (deadline - Clock::now() < shortestCommonWait) return deadline;
-  const auto past = deadline.time_since_epoch() % commonWakeUp;
-  return past.count() == 0 ? deadline : deadline - past + commonWakeUp;
-}
-
-template <class Clock>
-bool waitOnce(std::condition_variable& changed, std::unique_lock<std::mutex>& lock,
-              std::chrono::time_point<Clock> deadline) {
-  const auto end = endOfWait(deadline);
-  const bool wasWoken = changed.wait_until(lock, end) == std::cv_status::no_timeout;
-  return wasWoken && (end == deadline || Clock::now() < deadline);
-}
 
 class TheSystemClock : public IClock {
  public:
@@ -33,12 +15,20 @@ class TheSystemClock : public IClock {
 
   bool waitUntil(std::condition_variable& changed, std::unique_lock<std::mutex>& lock,
                  TimePoint deadline) override {
-    return waitOnce(changed, lock, deadline);
+    return changed.wait_until(lock, deadline) == std::cv_status::no_timeout;
   }
-
   bool waitUntil(std::condition_variable& changed, std::unique_lock<std::mutex>& lock,
                  SteadyTimePoint deadline) override {
-    return waitOnce(changed, lock, deadline);
+    return changed.wait_until(lock, deadline) == std::cv_status::no_timeout;
+  }
+
+  TimePoint commonEnd(TimePoint deadline) const override { return lastWakeUpUntil(deadline); }
+  SteadyTimePoint commonEnd(SteadyTimePoint deadline) const override { return lastWakeUpUntil(deadline); }
+
+ private:
+  template <class Time>
+  static Time lastWakeUpUntil(Time deadline) {
+    return deadline - deadline.time_since_epoch() % commonWakeUp;
   }
 };
 

@@ -19,12 +19,15 @@ class IClock {
   virtual TimePoint now() const = 0;
   virtual SteadyTimePoint steadyNow() const = 0;
   /// One wait on `changed`, whose mutex `lock` holds: until it is notified, or wakes up for no reason, or the
-  /// deadline has passed. True when it ended before the deadline. A wait of about a second or more may end up
-  /// to 50 ms late.
+  /// deadline has passed. True when it ended before the deadline.
   virtual bool waitUntil(std::condition_variable& changed, std::unique_lock<std::mutex>& lock,
                          TimePoint deadline) = 0;
   virtual bool waitUntil(std::condition_variable& changed, std::unique_lock<std::mutex>& lock,
                          SteadyTimePoint deadline) = 0;
+  /// Where a wait that comes again and again, and may be shorter, had better end: at the deadline, or up to
+  /// 50 ms ahead of it together with other threads' waits. Never behind it.
+  virtual TimePoint commonEnd(TimePoint deadline) const { return deadline; }
+  virtual SteadyTimePoint commonEnd(SteadyTimePoint deadline) const { return deadline; }
 };
 
 /// The system's clock.

@@ -145,7 +145,8 @@ bool TcpEngineBackEnd::waitForEngineStatusChange(unsigned int milliseconds) {
   std::unique_lock lock(statusMutex_);
   // A change that came while the last status was being sent has notified nobody.
   if (stopStatusPublication_ || engineStatus_ != publishedStatus_) return true;
-  return clock_->waitUntil(statusChanged_, lock, clock_->now() + std::chrono::milliseconds(milliseconds));
+  const auto deadline = clock_->now() + std::chrono::milliseconds(milliseconds);
+  return clock_->waitUntil(statusChanged_, lock, clock_->commonEnd(deadline));
 }
 
 void TcpEngineBackEnd::engineRunThreadFunction() {

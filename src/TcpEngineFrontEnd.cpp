@@ -290,7 +290,7 @@ void TcpEngineFrontEnd::heartBeatThreadFunction() {
 void TcpEngineFrontEnd::sleepUntilNextHeartBeat() {
   std::unique_lock lock(heartBeatMutex_);
   // A controller must not fall silent because the time of day is set back.
-  const auto end = clock_->steadyNow() + heartBeatPause;
+  const auto end = clock_->commonEnd(clock_->steadyNow() + heartBeatPause);
   while (!stopHeartBeat_ && clock_->steadyNow() < end) clock_->waitUntil(heartBeatStopped_, lock, end);
 }
 

@@ -17,15 +17,15 @@ namespace {
 /// A processor that is woken for one thread can as well run twenty: that costs two thirds of waking it for
 /// each.
 constexpr std::chrono::milliseconds commonWakeUp{10};
-/// What is shorter is met as it is.
+/// Shorter time-outs are not rounded.
 constexpr std::chrono::milliseconds shortestCommonWait{100};
 
-/// The common wake-up that is next to the time-out's end. Whoever waits 100 ms again and again from there on
-/// waits just as long.
+/// The last common wake-up until the time-out's end. Whoever waits 100 ms again and again from there on waits
+/// just as long.
 Deadline endOfIdleWait(std::chrono::milliseconds timeOut) {
   const Deadline end = Deadline::clock::now() + timeOut;
   if (timeOut < shortestCommonWait) return end;
-  return Deadline((end.time_since_epoch() + commonWakeUp / 2) / commonWakeUp * commonWakeUp);
+  return end - end.time_since_epoch() % commonWakeUp;
 }
 
 }  // namespace

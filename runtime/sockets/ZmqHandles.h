@@ -73,7 +73,7 @@ class ZmqSocket {
   enum class Received { Part, Nothing, Signal };
   /// Takes the next part, and waits for it if need be, without limit when there is no time-out. A signal that
   /// this thread handles ends the wait. Threads that wait in vain again and again wake together: a time-out
-  /// of 100 ms or more may be met up to 5 ms early or late. Throws as throwZmqError.
+  /// of 100 ms or more may end up to 10 ms early, never late. Throws as throwZmqError.
   Received receive(ZmqMessage& part, std::optional<std::chrono::milliseconds> timeOut);
   enum class Sent { Yes, NoRoom, NoRoute };
   /// Sends a part without waiting; unless the answer is Yes, the part is unchanged. NoRoute is an answer to

@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <csignal>
+#include <iostream>
 #include <thread>
 
 #include "tests/support/CoreFile.h"
@@ -204,6 +206,25 @@ TEST_F(TcpEngineBackEndStatus, ThatChangesWhileAnotherIsBeingSentIsPublishedWith
   ASSERT_TRUE(engine_->waitUntilRunning());
   heldUp.gate().open();
   EXPECT_EQ(nextStatus(), "Running");
+}
+
+TEST_F(TcpEngineBackEndStatus, IsPublishedOnceASecondByTheRealClockToo) {
+  listen();
+  backEnd_.emplace(engine_, socket::SocketEndpoint::FromString("inproc://engine-requests"),
+                   socket::SocketEndpoint::FromString("inproc://engine-status"));
+  EXPECT_EQ(nextStatus(), "Idle");
+  auto last = std::chrono::steady_clock::now();
+  // The machine may be late, but not each time.
+  auto least = std::chrono::steady_clock::duration::max();
+  for (int i = 0; i < 4; ++i) {
+    EXPECT_EQ(nextStatus(), "Idle");
+    const auto now = std::chrono::steady_clock::now();
+    std::cout << "after " << std::chrono::duration<double, std::milli>(now - last).count() << " ms\n";
+    // The first ends anywhere ahead of its second.
+    if (i > 0) least = std::min(least, now - last);
+    last = now;
+  }
+  EXPECT_LT(least, statusPeriod + milliseconds(15));
 }
 
 TEST_F(TcpEngineBackEndStatus, ContextTerminationInASendEndsThePublicationAlone) {
