@@ -6,6 +6,7 @@
 #include <system_error>
 #include <utility>
 
+#include "EngineReply.h"
 #include "qor/utils/Log.h"
 #include "tamb/LogContext.h"
 
@@ -23,8 +24,6 @@ using utils::logWarning;
 
 constexpr unsigned int pollMilliseconds = 100;
 constexpr unsigned int requestSizeBound = 65'536;
-/// A reply has to stay below the bound of the front end, 8 192 bytes: a long reason is better cut than lost.
-constexpr std::size_t longestErrorText = 8'000;
 constexpr unsigned int statusPeriodMilliseconds = 1'000;
 /// The front end sends a heartbeat about every second.
 constexpr std::chrono::milliseconds frontEndSilence{10'000};
@@ -45,19 +44,6 @@ proto::EngineStatus_Status wireStatus(EngineStatus::EngineStatus status) {
 
 void logChangeTo(EngineStatus::EngineStatus status) {
   logDebug("TcpEngineBackEnd: Engine status change: " + EngineStatus::ToString(status));
-}
-
-/// The bytes of one character of UTF-8 but its first begin with the bits 10.
-bool beginsCharacter(char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) != 0x80U; }
-
-std::string cut(const std::string& errorText) {
-  if (errorText.size() <= longestErrorText) return errorText;
-  // Between two characters, none of which has more than four bytes; what is no UTF-8 is cut where it is too
-  // long.
-  for (std::size_t end = longestErrorText; end + 4 > longestErrorText; --end) {
-    if (beginsCharacter(errorText[end])) return errorText.substr(0, end);
-  }
-  return errorText.substr(0, longestErrorText);
 }
 
 void joinIfPresent(const std::shared_ptr<std::thread>& thread) {
@@ -164,7 +150,7 @@ void TcpEngineBackEnd::sendReply(Socket& socket, proto::EngineBackEndReply_Reply
                                  const std::string& replyString, const std::string& errorString) {
   reply_.set_type(type);
   reply_.set_replystring(replyString);
-  reply_.set_errorstring(cut(errorString));
+  setErrorText(reply_, errorString);
   try {
     socket.sendProtoBuf(&reply_);
   } catch (const ZmqContextTerminationException&) {

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "EngineReply.h"
 #include "tamb/TAMBRuntimeError.h"
 
 namespace qor::multiprocess_communication {
@@ -22,7 +23,6 @@ constexpr const char* statusEndpointKey = "RemoteSideStatusEndpoint";
 constexpr const char* undefinedEndpoint = "endpoint_undef";
 
 constexpr unsigned int connectMilliseconds = 30'000;
-constexpr unsigned int replySizeBound = 8'192;
 constexpr unsigned int statusSizeBound = 1'024;
 constexpr unsigned int pollMilliseconds = 100;
 constexpr milliseconds heartBeatPause{1'000};
@@ -182,7 +182,7 @@ std::string TcpEngineFrontEnd::sendRequestGetReply(proto::EngineFrontEndRequest_
   {
     const std::lock_guard lock(requestMutex_);
     commandSocket_.sendProtoBuf(&request);
-    commandSocket_.receiveProtoBuf(&reply, replySizeBound);
+    commandSocket_.receiveProtoBuf(&reply, engineReplySizeBound);
   }
   return resultOf(reply);
 }

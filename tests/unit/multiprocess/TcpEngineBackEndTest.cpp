@@ -60,24 +60,39 @@ TEST_F(TcpEngineBackEndRequests, APingThatThrowsFailsWithTheExceptionsOwnText) {
   EXPECT_EQ(replyTo(Request::HeartBeat), success);
 }
 
-TEST_F(TcpEngineBackEndRequests, AReasonThatIsTooLongForAReplyIsCutBetweenTwoCharacters) {
+TEST_F(TcpEngineBackEndRequests, AReasonIsCutToWhatTheFrontEndTakesAndNoShorter) {
+  // Two bytes of the type, two of the empty reply text, three ahead of this one.
+  constexpr std::size_t longest = 8'192 - 7;
   std::string reason;
   engine_->onPing = [&](unsigned int) { throw std::runtime_error(reason); };
   start();
-  reason = std::string(8'000, 'x');
+  reason = std::string(longest, 'x');
+  auto reply = send(Request::Ping);
+  ASSERT_EQ(reply.wait_for(patience), std::future_status::ready);
+  EXPECT_EQ(reply.get().size(), 8'192U);
   EXPECT_EQ(replyTo(Request::Ping), failure(reason));
-  reason = std::string(8'001, 'x');
-  EXPECT_EQ(replyTo(Request::Ping), failure(std::string(8'000, 'x')));
-  reason = std::string(7'999, 'x') + "\u20ac and more";
-  EXPECT_EQ(replyTo(Request::Ping), failure(std::string(7'999, 'x')));
-  reason = std::string(7'997, 'x') + "\U0001f600 and more";
-  EXPECT_EQ(replyTo(Request::Ping), failure(std::string(7'997, 'x')));
+  reason = std::string(longest + 1, 'x');
+  EXPECT_EQ(replyTo(Request::Ping), failure(std::string(longest, 'x')));
   // Longer by itself than any message may be.
   reason = std::string(70'000, 'x');
-  EXPECT_EQ(replyTo(Request::Ping), failure(std::string(8'000, 'x')));
-  // Where no character begins near the end, as many bytes as there may be.
-  reason = std::string(7'997, 'x') + std::string(4, '\x80');
-  EXPECT_EQ(replyTo(Request::Ping), failure(std::string(7'997, 'x') + std::string(3, '\x80')));
+  EXPECT_EQ(replyTo(Request::Ping), failure(std::string(longest, 'x')));
+}
+
+TEST_F(TcpEngineBackEndRequests, AReasonThatIsTooLongIsCutBetweenTwoCharacters) {
+  constexpr std::size_t longest = 8'192 - 7;
+  std::string reason;
+  engine_->onPing = [&](unsigned int) { throw std::runtime_error(reason); };
+  start();
+  // It ends with a whole character.
+  reason = std::string(longest - 3, 'x') + "\u20ac and more";
+  EXPECT_EQ(replyTo(Request::Ping), failure(std::string(longest - 3, 'x') + "\u20ac"));
+  reason = std::string(longest - 1, 'x') + "\u20ac and more";
+  EXPECT_EQ(replyTo(Request::Ping), failure(std::string(longest - 1, 'x')));
+  reason = std::string(longest - 3, 'x') + "\U0001f600 and more";
+  EXPECT_EQ(replyTo(Request::Ping), failure(std::string(longest - 3, 'x')));
+  // Where no character begins near the end, as many bytes as fit.
+  reason = std::string(longest - 3, 'x') + std::string(4, '\x80');
+  EXPECT_EQ(replyTo(Request::Ping), failure(std::string(longest - 3, 'x') + std::string(3, '\x80')));
 }
 
 TEST_F(TcpEngineBackEndRequests, APingThatThrowsSomethingElseFailsWithAnUnknownFailure) {
