@@ -19,19 +19,21 @@ class IMessageFormatter {
   ~IMessageFormatter() = default;
 };
 
-/// The mix-in for classes that log: the header is fixed at construction.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
+/// The mix-in for classes that log, usable on its own as well: the header is fixed at construction. Whoever
+/// inherits it is not deleted through it: its destructor is not virtual.
 class MessageFormatter : public IMessageFormatter {
  public:
   explicit MessageFormatter(const std::string& header);
-  std::string messageHeader() const override;
-
- protected:
   MessageFormatter(const MessageFormatter&) = default;
   MessageFormatter& operator=(const MessageFormatter&) = default;
   ~MessageFormatter() = default;
+  std::string messageHeader() const override;
 
  private:
   std::string header_;
 };
+#pragma GCC diagnostic pop
 
 }  // namespace qor::utils

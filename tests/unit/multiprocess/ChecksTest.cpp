@@ -21,12 +21,7 @@ using test::CapturedLog;
 using testing::HasSubstr;
 
 constexpr const char* source = "src/ChecksTest";
-class Formatter final : public utils::MessageFormatter {
- public:
-  Formatter() : MessageFormatter("Some Header") {}
-};
-
-const Formatter formatter;
+const utils::MessageFormatter formatter("Some Header");
 const Checks decorated(source, &formatter);
 const Checks bare(source);
 
