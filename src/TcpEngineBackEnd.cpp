@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <exception>
+#include <optional>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -24,6 +25,8 @@ using utils::logWarning;
 
 constexpr unsigned int pollMilliseconds = 100;
 constexpr unsigned int requestSizeBound = 65'536;
+/// A guard only: without an engine no request is ever received.
+constexpr const char* noEngine = "No engine";
 constexpr unsigned int statusPeriodMilliseconds = 1'000;
 /// The front end sends a heartbeat about every second.
 constexpr std::chrono::milliseconds frontEndSilence{10'000};
@@ -195,7 +198,7 @@ void TcpEngineBackEnd::handleRunRequest(Socket& socket) {
 }
 
 std::string TcpEngineBackEnd::startEngineRun() {
-  if (!engine_) return "No engine";
+  if (!engine_) return noEngine;
   const std::lock_guard lock(engineRunMutex_);
   if (engineRunThread_) return "An engine run thread already exists";
   // The destructor may have looked for a run thread to join already.
@@ -206,7 +209,7 @@ std::string TcpEngineBackEnd::startEngineRun() {
 
 template <class Call>
 void TcpEngineBackEnd::replyToEngineCall(Socket& socket, const Call& call) {
-  if (!engine_) return sendReply(socket, Reply::Failure, "", formatMessage("No engine"));
+  if (!engine_) return sendReply(socket, Reply::Failure, "", formatMessage(noEngine));
   try {
     call(*engine_);
   } catch (const std::exception& error) {
@@ -226,7 +229,17 @@ void TcpEngineBackEnd::handleRequestStopRequest(Socket& socket) {
 }
 
 void TcpEngineBackEnd::handleFrontEndTerminationRequest(Socket& socket) {
-  sendReply(socket, Reply::Success, "", "");
+  try {
+    sendReply(socket, Reply::Success, "", "");
+  } catch (const ZmqContextTerminationException&) {
+    // The front end has disconnected all the same: nobody has to wait for its silence.
+    noteFrontEndTermination();
+    throw;
+  }
+  noteFrontEndTermination();
+}
+
+void TcpEngineBackEnd::noteFrontEndTermination() {
   const std::lock_guard lock(frontEndMutex_);
   frontEndTerminated_ = true;
   frontEndActivity_.notify_all();
@@ -239,12 +252,13 @@ void TcpEngineBackEnd::handleRequestError(Socket& socket) {
 }
 
 void TcpEngineBackEnd::commandReceptionThreadFunction(const SocketEndpoint& endpoint) {
-  Socket socket("TcpEngineBackEndCommandListenSocket", socket::ClosePolicy::Patient);
+  std::optional<Socket> socket;
   try {
-    socket.createAndConnect(socket::Protocol::Replier, endpoint, 0);
+    socket.emplace("TcpEngineBackEndCommandListenSocket", socket::ClosePolicy::Patient);
+    socket->createAndConnect(socket::Protocol::Replier, endpoint, 0);
   } catch (const ZmqContextTerminationException& termination) {
     return logInfo(formatMessage(termination.what()));
-  } catch (const std::runtime_error& error) {
+  } catch (const std::exception& error) {
     return logError(
         formatMessage(std::string("commandListenThreadFunction: failed binding socket: ") + error.what()));
   }
@@ -253,11 +267,11 @@ void TcpEngineBackEnd::commandReceptionThreadFunction(const SocketEndpoint& endp
     tamb::DefineContextEngine_deprecated(engine_->GetWorkflowManagerId(), engine_->GetEngineId(), nullptr, {},
                                          {}, {}, {}, {});
   } catch (const std::exception& error) {
-    // It serves without one all the same.
+    // Requests are served without one as well.
     logError(formatMessage(std::string("commandListenThreadFunction: no log context: ") + error.what()));
   }
   try {
-    receptionLoop(socket);
+    receptionLoop(*socket);
   } catch (const ZmqContextTerminationException& termination) {
     logInfo(formatMessage(termination.what()));
   }
@@ -279,6 +293,8 @@ void TcpEngineBackEnd::receptionLoop(Socket& socket) {
       receiveAndDispatch(socket, request);
     } else if (polled != 1) {
       logError(formatMessage("Poll error receiving frontend request: " + errorText));
+      // What fails at once is not tried more often than what waits.
+      std::this_thread::sleep_for(std::chrono::milliseconds(pollMilliseconds));
     }
   }
 }
@@ -298,12 +314,13 @@ void TcpEngineBackEnd::receiveAndDispatch(Socket& socket, Request& request) {
 }
 
 void TcpEngineBackEnd::engineStatusPublicationThreadFunction(const SocketEndpoint& endpoint) {
-  Socket socket("TcpEngineBackEndStatusPublicationSocket", socket::ClosePolicy::Newest);
+  std::optional<Socket> socket;
   try {
-    socket.createAndConnect(socket::Protocol::Publisher, endpoint, 0);
+    socket.emplace("TcpEngineBackEndStatusPublicationSocket", socket::ClosePolicy::Newest);
+    socket->createAndConnect(socket::Protocol::Publisher, endpoint, 0);
   } catch (const ZmqContextTerminationException& termination) {
     return logError(formatMessage(std::string("Aborting TCP engine backend: ") + termination.what()));
-  } catch (const std::runtime_error& error) {
+  } catch (const std::exception& error) {
     return logError(formatMessage(std::string("statusPublicationThreadFunction: failed binding socket: ") +
                                   error.what()));
   }
@@ -312,7 +329,7 @@ void TcpEngineBackEnd::engineStatusPublicationThreadFunction(const SocketEndpoin
   auto expected = EngineStatus::Undefined;
   if (engineStatus_.compare_exchange_strong(expected, EngineStatus::Idle)) logChangeTo(EngineStatus::Idle);
   try {
-    publicationLoop(socket);
+    publicationLoop(*socket);
   } catch (const ZmqContextTerminationException& termination) {
     logError(formatMessage(std::string("Aborting TCP engine backend: ") + termination.what()));
     stopStatusPublication_ = true;

@@ -85,6 +85,7 @@ class TcpEngineBackEnd final : public utils::MessageFormatter {
   void receiveAndDispatch(socket::Socket& socket, Request& request);
   void engineStatusPublicationThreadFunction(const socket::SocketEndpoint& endpoint);
   void publicationLoop(socket::Socket& socket);
+  void noteFrontEndTermination();
   void stop();
 
   const std::shared_ptr<IClock> clock_;

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <exception>
+#include <optional>
 #include <stdexcept>
 #include <utility>
 
@@ -94,6 +95,7 @@ void TcpEngineFrontEnd::SetInitConfig(std::shared_ptr<const tamb::IParametersCol
   const auto requestEndpoint = SocketEndpoint::FromString(config->GetUTF8String(requestEndpointKey));
   {
     const std::lock_guard lock(requestMutex_);
+    // It may be connected to the back end of an earlier configuration, and an open socket cannot be opened.
     commandSocket_.close();
     commandSocket_.createAndConnect(socket::Protocol::Requester, requestEndpoint, connectMilliseconds);
   }
@@ -217,15 +219,17 @@ void TcpEngineFrontEnd::reset() {
 }
 
 void TcpEngineFrontEnd::engineStatusReceptionThreadFunction(const SocketEndpoint& endpoint) {
-  Socket socket("TcpEngineFrontEndStatusReceptionSocket", socket::ClosePolicy::Newest);
+  std::optional<Socket> opened;
   try {
-    socket.createAndConnect(socket::Protocol::Subscriber, endpoint, 0);
+    opened.emplace("TcpEngineFrontEndStatusReceptionSocket", socket::ClosePolicy::Newest);
+    opened->createAndConnect(socket::Protocol::Subscriber, endpoint, 0);
   } catch (const ZmqContextTerminationException& termination) {
     return checks().log(std::string("Aborting status reception: ") + termination.what());
-  } catch (const std::runtime_error& error) {
+  } catch (const std::exception& error) {
     return checks().log(std::string("engineStatusReceptionThreadFunction: Failed creating socket: ") +
                         error.what());
   }
+  Socket& socket = *opened;
   proto::EngineStatus message;
   auto lastHeard = clock_->steadyNow();
   while (!stopStatusReception_) {

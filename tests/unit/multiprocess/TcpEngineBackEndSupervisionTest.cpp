@@ -112,6 +112,16 @@ TEST_F(TcpEngineBackEndSupervision, BeginsAnewWithARequestThatIsReceivedAtTheSec
   EXPECT_TRUE(waiting.endsWithin(patience));
 }
 
+TEST_F(TcpEngineBackEndSupervision, EndsWithATerminationRequestEvenIfItsReplyMeetsTheContextsEnd) {
+  start();
+  socket::memory::failNext(requests, Operation::Send, Failure::ContextTermination, "the end");
+  auto unanswered = send(Request::FrontEndTermination);
+  ASSERT_TRUE(socket::memory::waitUntilClosed(requests));
+  BackgroundCall waiting([&] { backEnd_->waitForFrontEndTermination(); });
+  EXPECT_TRUE(waiting.endsWithin(patience));
+  EXPECT_TRUE(log_.recordsWith("heartbeat").empty());
+}
+
 TEST_F(TcpEngineBackEndSupervision, EndsWithATerminationRequestAfterItsReplyOnlyAndEvenIfThatFails) {
   start();
   test::HeldUpLog heldUp("Engine reply sending failed");

@@ -1,7 +1,9 @@
 #include <cerrno>
+#include <stdexcept>
 #include <system_error>
 
 #include "tests/unit/multiprocess/BackEndTest.h"
+#include "tests/unit/multiprocess/FrontEndTest.h"
 #include "tests/unit/multiprocess/NotificationFrontEndTest.h"
 #include "tests/unit/multiprocess/WrappedCalls.h"
 
@@ -47,6 +49,42 @@ TEST_F(TcpEngineBackEndWithoutThreads, RefusesARunWithTheReasonAndTakesALaterOne
   }
   EXPECT_EQ(replyTo(Request::Run), success);
   EXPECT_TRUE(engine_->waitUntilRunning());
+}
+
+/// Lets no socket be made.
+class NoMoreSockets {
+ public:
+  NoMoreSockets() {
+    calls_.before = [](const std::string& function) {
+      if (function == "qor::socket::Socket") throw std::runtime_error("no more sockets");
+    };
+  }
+
+ private:
+  WrappedCalls calls_;
+};
+
+/// How the threads of the engine control channel meet it.
+using TcpEngineBackEndWithoutSockets = BackEndTest;
+
+TEST_F(TcpEngineBackEndWithoutSockets, LogsItAndLives) {
+  const NoMoreSockets system;
+  construct();
+  expectLogged(tamb::LogLevel::Error,
+               "TcpEngineBackEnd: commandListenThreadFunction: failed binding socket: no more sockets");
+  expectLogged(tamb::LogLevel::Error,
+               "TcpEngineBackEnd: statusPublicationThreadFunction: failed binding socket: no more sockets");
+  stop();
+}
+
+using TcpEngineFrontEndWithoutSockets = FrontEndTest;
+
+TEST_F(TcpEngineFrontEndWithoutSockets, LogsItAndLives) {
+  const NoMoreSockets system;
+  frontEnd_->SetInitConfig(TcpEngineFrontEnd::GenerateConfig(requestAddress, statusAddress));
+  expectLogged(
+      "TcpEngineFrontEnd: engineStatusReceptionThreadFunction: Failed creating socket: no more sockets");
+  frontEnd_.reset();
 }
 
 /// How a hub's front end meets it.

@@ -68,6 +68,13 @@ void wrappedStart(std::thread* thread, void* state, void (*dependency)()) asm(
     "__wrap__ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE");
 void realStart(std::thread* thread, void* state, void (*dependency)()) asm(
     "__real__ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE");
+// A constructor gets its object as a member does, and the enumeration as its number.
+void wrappedSocket(socket::Socket* socket, const std::string& name, int closePolicy) asm(
+    "__wrap__ZN3qor6socket6SocketC1ERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE"
+    "NS0_11ClosePolicy11ClosePolicyE");
+void realSocket(socket::Socket* socket, const std::string& name, int closePolicy) asm(
+    "__real__ZN3qor6socket6SocketC1ERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE"
+    "NS0_11ClosePolicy11ClosePolicyE");
 
 Prototype wrappedPrototype() {
   enter("CreateParametersCollectionPrototype");
@@ -88,6 +95,11 @@ ConstPrototype wrappedEntryPrototype() {
 std::string wrappedCoreId(std::string version) {
   enter("GetTAMBCoreIdInternal");
   return realCoreId(std::move(version));
+}
+
+void wrappedSocket(socket::Socket* socket, const std::string& name, int closePolicy) {
+  enter("qor::socket::Socket");
+  realSocket(socket, name, closePolicy);
 }
 
 void wrappedStart(std::thread* thread, void* state, void (*dependency)()) {

@@ -22,8 +22,9 @@ class WrappedCalls {
   WrappedCalls(const WrappedCalls&) = delete;
   WrappedCalls& operator=(const WrappedCalls&) = delete;
 
-  /// Called ahead of every call of the framework, with the function's name, and ahead of the start of every
-  /// thread, as "std::thread"; what it throws is thrown in its place.
+  /// Called ahead of every call of the framework, with the function's name, ahead of the start of every
+  /// thread, as "std::thread", and ahead of the making of every socket, as "qor::socket::Socket"; what it
+  /// throws is thrown in its place.
   std::function<void(const std::string& function)> before;
   /// What is made instead of an instance of the framework's.
   std::shared_ptr<tamb::IParametersCollectionInstance> instance;
