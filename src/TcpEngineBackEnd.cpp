@@ -25,9 +25,12 @@ using utils::logWarning;
 
 constexpr unsigned int pollMilliseconds = 100;
 constexpr unsigned int requestSizeBound = 65'536;
+constexpr unsigned int statusPeriodMilliseconds = 1'000;
+/// What a change of status waits for the one before to be published. That takes less than a millisecond,
+/// unless the socket cannot send.
+constexpr std::chrono::milliseconds longestPublication{1'000};
 /// A guard only: without an engine no request is ever received.
 constexpr const char* noEngine = "No engine";
-constexpr unsigned int statusPeriodMilliseconds = 1'000;
 /// The front end sends a heartbeat about every second.
 constexpr std::chrono::milliseconds frontEndSilence{10'000};
 
@@ -39,7 +42,7 @@ proto::EngineStatus_Status wireStatus(EngineStatus::EngineStatus status) {
       return proto::EngineStatus::Idle;
     case EngineStatus::EndOfLife:
       return proto::EngineStatus::EndOfLife;
-    case EngineStatus::Undefined:  // never is: publication begins once there is another status
+    case EngineStatus::Undefined:  // is never published: publication begins with another status
       break;
   }
   return proto::EngineStatus::Undefined;
@@ -124,16 +127,27 @@ void TcpEngineBackEnd::waitForFrontEndTermination() {
 }
 
 void TcpEngineBackEnd::changeEngineStatus(EngineStatus::EngineStatus status) {
+  // Two changes at once would both find the one before published, and the later pass over the earlier.
+  const std::lock_guard change(statusChangeMutex_);
+  {
+    std::unique_lock lock(statusMutex_);
+    const auto deadline = clock_->steadyNow() + longestPublication;
+    while (publishedChanges_ != statusChanges_ && !isPublicationOver_ && !stopStatusPublication_ &&
+           clock_->steadyNow() < deadline) {
+      clock_->waitUntil(statusPublished_, lock, deadline);
+    }
+  }
   logChangeTo(status);
-  engineStatus_ = status;
   const std::lock_guard lock(statusMutex_);
+  engineStatus_ = status;
+  ++statusChanges_;
   statusChanged_.notify_all();
 }
 
 bool TcpEngineBackEnd::waitForEngineStatusChange(unsigned int milliseconds) {
   std::unique_lock lock(statusMutex_);
   // A change that came while the last status was being sent has notified nobody.
-  if (stopStatusPublication_ || engineStatus_ != publishedStatus_) return true;
+  if (stopStatusPublication_ || sentChanges_ != statusChanges_) return true;
   const auto deadline = clock_->now() + std::chrono::milliseconds(milliseconds);
   return clock_->waitUntil(statusChanged_, lock, clock_->commonEnd(deadline));
 }
@@ -191,7 +205,7 @@ void TcpEngineBackEnd::handleRunRequest(Socket& socket) {
   try {
     failure = startEngineRun();
   } catch (const std::system_error& error) {
-    failure = error.what();  // there is no thread to be had
+    failure = error.what();  // no thread could be started
   }
   if (!failure.empty()) return sendReply(socket, Reply::Failure, "", formatMessage(failure));
   sendReply(socket, Reply::Success, "", "");
@@ -314,6 +328,13 @@ void TcpEngineBackEnd::receiveAndDispatch(Socket& socket, Request& request) {
 }
 
 void TcpEngineBackEnd::engineStatusPublicationThreadFunction(const SocketEndpoint& endpoint) {
+  publishStatuses(endpoint);
+  const std::lock_guard lock(statusMutex_);
+  isPublicationOver_ = true;
+  statusPublished_.notify_all();
+}
+
+void TcpEngineBackEnd::publishStatuses(const SocketEndpoint& endpoint) {
   std::optional<Socket> socket;
   try {
     socket.emplace("TcpEngineBackEndStatusPublicationSocket", socket::ClosePolicy::Newest);
@@ -325,9 +346,15 @@ void TcpEngineBackEnd::engineStatusPublicationThreadFunction(const SocketEndpoin
                                   error.what()));
   }
   if (!engine_) return logError(formatMessage("statusPublicationThreadFunction: No engine"));
-  // A request may have got ahead of us, and the engine be running.
-  auto expected = EngineStatus::Undefined;
-  if (engineStatus_.compare_exchange_strong(expected, EngineStatus::Idle)) logChangeTo(EngineStatus::Idle);
+  // A request may have been quicker, and the engine be running.
+  const bool isIdle = [this] {
+    const std::lock_guard lock(statusMutex_);
+    if (engineStatus_ != EngineStatus::Undefined) return false;
+    engineStatus_ = EngineStatus::Idle;
+    ++statusChanges_;
+    return true;
+  }();
+  if (isIdle) logChangeTo(EngineStatus::Idle);
   try {
     publicationLoop(*socket);
   } catch (const ZmqContextTerminationException& termination) {
@@ -338,24 +365,39 @@ void TcpEngineBackEnd::engineStatusPublicationThreadFunction(const SocketEndpoin
 
 void TcpEngineBackEnd::publicationLoop(Socket& socket) {
   proto::EngineStatus message;
-  for (bool isFirst = true; !stopStatusPublication_; isFirst = false) {
-    if (!isFirst) waitForEngineStatusChange(statusPeriodMilliseconds);
-    publishStatus(socket, message, engineStatus_);
+  publishStatus(socket, message);
+  while (!stopStatusPublication_) {
+    waitForEngineStatusChange(statusPeriodMilliseconds);
+    publishStatus(socket, message);
   }
   // The end may have come while another status was being sent, or the engine's run have ended right after it.
-  if (publishedStatus_ != EngineStatus::EndOfLife) publishStatus(socket, message, EngineStatus::EndOfLife);
+  if (sentStatus_ != EngineStatus::EndOfLife) sendStatus(socket, message, EngineStatus::EndOfLife);
 }
 
-void TcpEngineBackEnd::publishStatus(Socket& socket, proto::EngineStatus& message,
-                                     EngineStatus::EngineStatus status) {
-  publishedStatus_ = status;
+void TcpEngineBackEnd::publishStatus(Socket& socket, proto::EngineStatus& message) {
+  unsigned int changes = 0;
+  {
+    const std::lock_guard lock(statusMutex_);
+    sentStatus_ = engineStatus_;
+    changes = sentChanges_ = statusChanges_;
+  }
+  if (!sendStatus(socket, message, sentStatus_)) return;
+  const std::lock_guard lock(statusMutex_);
+  publishedChanges_ = changes;
+  statusPublished_.notify_all();
+}
+
+bool TcpEngineBackEnd::sendStatus(Socket& socket, proto::EngineStatus& message,
+                                  EngineStatus::EngineStatus status) {
   message.set_status(wireStatus(status));
   try {
     socket.sendProtoBuf(&message);
+    return true;
   } catch (const ZmqContextTerminationException&) {
     throw;
   } catch (const std::runtime_error& error) {
     logError(formatMessage("Failed sending status on :" + socket.debugString() + ": " + error.what()));
+    return false;
   }
 }
 

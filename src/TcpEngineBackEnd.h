@@ -36,7 +36,8 @@ std::string ToString(EngineStatus status);
 ///
 /// Requests are served one at a time, in the order in which they arrive, on the command reception thread; it
 /// also makes every call into the engine but Run, which has the engine run thread. The status publication
-/// thread publishes at once, on every change and about once a second.
+/// thread publishes at once, on every change and at least once a second. No change is passed over: the next
+/// one waits until it has been published, at most 1 s.
 class TcpEngineBackEnd final : public utils::MessageFormatter {
  public:
   /// Returns at once: the sockets are bound on the threads. Without an engine both threads end at their
@@ -48,22 +49,26 @@ class TcpEngineBackEnd final : public utils::MessageFormatter {
   TcpEngineBackEnd(std::shared_ptr<tamb::IEngineFrontEnd> engine,
                    const socket::SocketEndpoint& requestEndpoint,
                    const socket::SocketEndpoint& statusEndpoint, std::shared_ptr<IClock> clock);
-  /// Publishes EndOfLife and joins the threads. Waits for the engine's Run to return: the engine has to have
-  /// been asked to stop.
+  /// Publishes EndOfLife and joins the threads. Waits for the engine's Run to return: the engine must have
+  /// been asked to stop before.
   ~TcpEngineBackEnd();
   TcpEngineBackEnd(const TcpEngineBackEnd&) = delete;
   TcpEngineBackEnd& operator=(const TcpEngineBackEnd&) = delete;
 
-  /// Blocks until the front end has said that it goes, or has been silent for 10 s. Any thread.
+  /// Blocks until the front end has disconnected, or has been silent for 10 s. Any thread. Does not throw.
   void waitForFrontEndTermination();
 
  private:
   using Request = proto::EngineFrontEndRequest;
   using Reply = proto::EngineBackEndReply;
 
+  /// Waits until the status before has been published, if it still can be, at most 1 s. One change at a time.
   void changeEngineStatus(EngineStatus::EngineStatus status);
+  /// Ends at once while there is a change that was not sent yet.
   bool waitForEngineStatusChange(unsigned int milliseconds);
-  void publishStatus(socket::Socket& socket, proto::EngineStatus& message, EngineStatus::EngineStatus status);
+  void publishStatus(socket::Socket& socket, proto::EngineStatus& message);
+  /// False when it could not be sent, which is logged.
+  bool sendStatus(socket::Socket& socket, proto::EngineStatus& message, EngineStatus::EngineStatus status);
 
   void dispatch(socket::Socket& socket, const Request& request);
   void sendReply(socket::Socket& socket, proto::EngineBackEndReply_ReplyType type,
@@ -84,6 +89,8 @@ class TcpEngineBackEnd final : public utils::MessageFormatter {
   void receptionLoop(socket::Socket& socket);
   void receiveAndDispatch(socket::Socket& socket, Request& request);
   void engineStatusPublicationThreadFunction(const socket::SocketEndpoint& endpoint);
+  /// What the publication thread does until it has nothing more to publish, by context termination as well.
+  void publishStatuses(const socket::SocketEndpoint& endpoint);
   void publicationLoop(socket::Socket& socket);
   void noteFrontEndTermination();
   void stop();
@@ -97,10 +104,16 @@ class TcpEngineBackEnd final : public utils::MessageFormatter {
   std::atomic<bool> stopStatusPublication_{false};
   std::mutex engineRunMutex_;  ///< guards the pointer to the thread, and that none is started after the stop
   std::shared_ptr<std::thread> engineRunThread_;
-  std::mutex statusMutex_;
+  std::mutex statusChangeMutex_;  ///< held for the whole of a change; taken before the next
+  std::mutex statusMutex_;        ///< guards what follows up to the next mutex
   std::condition_variable statusChanged_;
+  std::condition_variable statusPublished_;
   std::atomic<EngineStatus::EngineStatus> engineStatus_{EngineStatus::Undefined};
-  EngineStatus::EngineStatus publishedStatus_ = EngineStatus::Undefined;  ///< the publication thread's
+  unsigned int statusChanges_ = 0;     ///< so many have been made,
+  unsigned int sentChanges_ = 0;       ///< so many were passed to the socket, with whatever success,
+  unsigned int publishedChanges_ = 0;  ///< and so many have been published
+  bool isPublicationOver_ = false;
+  EngineStatus::EngineStatus sentStatus_ = EngineStatus::Undefined;  ///< the publication thread's own
   std::mutex frontEndMutex_;
   std::condition_variable frontEndActivity_;
   std::atomic<bool> frontEndTerminated_{false};

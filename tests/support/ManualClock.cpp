@@ -60,11 +60,12 @@ void ManualClock::setTimeOfDayBack(std::chrono::milliseconds time) {
   setBack_ += time;
 }
 
-bool ManualClock::waitForWaitOf(std::chrono::milliseconds time) const {
+bool ManualClock::waitForWaitOf(std::chrono::milliseconds time, long count) const {
   std::unique_lock lock(mutex_);
   return waitsChanged_.wait_for(lock, std::chrono::seconds(10), [&] {
-    return std::any_of(waits_.begin(), waits_.end(),
-                       [&](const Wait& wait) { return wait.deadline == timeOf(wait.kind) + time; });
+    return std::count_if(waits_.begin(), waits_.end(), [&](const Wait& wait) {
+             return wait.deadline == timeOf(wait.kind) + time;
+           }) >= count;
   });
 }
 

@@ -23,9 +23,9 @@ class ManualClock : public multiprocess_communication::IClock {
   void advance(std::chrono::milliseconds time);
   /// Has somebody set the time of day back. The steady time stays.
   void setTimeOfDayBack(std::chrono::milliseconds time);
-  /// Waits, at most 10 s of real time, until a wait is under way whose deadline is `time` from now; false
-  /// when there is none by then.
-  bool waitForWaitOf(std::chrono::milliseconds time) const;
+  /// Waits, at most 10 s of real time, until so many waits are under way whose deadline is `time` from now;
+  /// false when there are fewer by then.
+  bool waitForWaitOf(std::chrono::milliseconds time, long count = 1) const;
 
  private:
   using Duration = std::chrono::nanoseconds;
