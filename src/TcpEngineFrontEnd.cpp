@@ -27,18 +27,21 @@ constexpr unsigned int connectMilliseconds = 30'000;
 constexpr unsigned int statusSizeBound = 1'024;
 constexpr unsigned int pollMilliseconds = 100;
 constexpr milliseconds heartBeatPause{1'000};
-/// The back end publishes its status at least once a second, and is patient with us for 10 s.
+/// The back end publishes its status at least once a second, and gives up on us after 10 s.
 constexpr std::chrono::seconds longestSilence{15};
+/// A process that was stopped finds the time gone before it finds what has come meanwhile.
+constexpr unsigned int pollsBeforeSilence = 3;
 constexpr milliseconds timeToStartRunning{2'000};
+/// A publisher that nobody has subscribed to yet keeps the newest status only, so that a run that is asked
+/// for and over by then would pass unseen. A back end publishes its status at least that often.
+constexpr milliseconds timeForFirstStatus{1'000};
 /// How long one wait for another status goes on.
-constexpr unsigned int statusSliceMilliseconds = 1'000;
+constexpr milliseconds statusSlice{1'000};
 
 void joinAndDrop(std::shared_ptr<std::thread>& thread) {
   if (thread) thread->join();
   thread.reset();
 }
-
-milliseconds roundedUp(IClock::TimePoint::duration time) { return std::chrono::ceil<milliseconds>(time); }
 
 }  // namespace
 
@@ -102,11 +105,11 @@ void TcpEngineFrontEnd::SetInitConfig(std::shared_ptr<const tamb::IParametersCol
   const auto statusEndpoint = SocketEndpoint::FromString(config->GetUTF8String(statusEndpointKey));
   stopStatusReception_ = false;
   stopHeartBeat_ = false;
-  // What an earlier back end said last is nothing that this one has said.
-  changeRemoteStatus(EngineStatus::Undefined);
+  changeReception(Reception::Expected);
   statusReceptionThread_ = std::make_shared<std::thread>(
       [this, statusEndpoint] { engineStatusReceptionThreadFunction(statusEndpoint); });
   heartBeatThread_ = std::make_shared<std::thread>([this] { heartBeatThreadFunction(); });
+  waitForFirstStatus();
 }
 
 void TcpEngineFrontEnd::AddEngineDescription(std::shared_ptr<tamb::IEngineDescription> /*description*/) {}
@@ -121,20 +124,20 @@ void TcpEngineFrontEnd::AddLogger(std::string /*name*/, std::shared_ptr<tamb::IL
 void TcpEngineFrontEnd::AddBenchmarker(std::string /*name*/, void* /*benchmarker*/) {}
 
 void TcpEngineFrontEnd::Run() {
+  // The status may have changed twice before the reply is here.
+  const unsigned int runsBefore = [this] {
+    const std::lock_guard lock(statusMutex_);
+    return runsSeen_;
+  }();
   try {
     sendRequestGetReply(Request::Run, 0);
   } catch (const std::exception& error) {
     return logFailedExchange("Failed sending ping to remote engine on:", error);
   }
-  const auto deadline = clock_->now() + timeToStartRunning;
-  EngineStatus::EngineStatus status = remoteEngineStatus_;
-  for (auto now = clock_->now(); status != EngineStatus::Running && now < deadline; now = clock_->now()) {
-    waitForEngineStatusChange(static_cast<unsigned int>(roundedUp(deadline - now).count()), status);
-    status = remoteEngineStatus_;
-  }
-  checks().isTrue(status == EngineStatus::Running, "Run: Remote engine not switching to Running state");
+  checks().isTrue(waitForRun(clock_->now() + timeToStartRunning, runsBefore),
+                  "Run: Remote engine not switching to Running state");
   while (remoteEngineStatus_ == EngineStatus::Running) {
-    waitForEngineStatusChange(statusSliceMilliseconds, EngineStatus::Running);
+    waitForEngineStatusChange(clock_->commonEnd(clock_->now() + statusSlice), EngineStatus::Running);
   }
 }
 
@@ -158,7 +161,7 @@ void TcpEngineFrontEnd::WaitForStop(unsigned int timeOutMilliseconds) {
   const auto start = clock_->now();
   std::uint32_t elapsed = 0;
   while (remoteEngineStatus_ == EngineStatus::Running && elapsed <= timeOutMilliseconds) {
-    waitForEngineStatusChange(statusSliceMilliseconds, EngineStatus::Running);
+    waitForEngineStatusChange(clock_->now() + statusSlice, EngineStatus::Running);
     elapsed =
         static_cast<std::uint32_t>(std::chrono::duration_cast<milliseconds>(clock_->now() - start).count());
   }
@@ -186,6 +189,7 @@ std::string TcpEngineFrontEnd::sendRequestGetReply(proto::EngineFrontEndRequest_
     commandSocket_.sendProtoBuf(&request);
     commandSocket_.receiveProtoBuf(&reply, engineReplySizeBound);
   }
+  if (reply.has_type()) noteLife();
   return resultOf(reply);
 }
 
@@ -199,12 +203,27 @@ std::string TcpEngineFrontEnd::resultOf(const Reply& reply) const {
   checks().never("Unexpected reply type: " + std::to_string(type));
 }
 
-bool TcpEngineFrontEnd::waitForEngineStatusChange(unsigned int milliseconds,
+bool TcpEngineFrontEnd::waitForEngineStatusChange(IClock::TimePoint deadline,
                                                   EngineStatus::EngineStatus seen) {
   std::unique_lock lock(statusMutex_);
   // A change that came since the caller looked has notified nobody.
   if (remoteEngineStatus_ != seen) return true;
-  return clock_->waitUntil(statusChanged_, lock, clock_->now() + std::chrono::milliseconds(milliseconds));
+  return clock_->waitUntil(statusChanged_, lock, deadline);
+}
+
+void TcpEngineFrontEnd::waitForFirstStatus() {
+  std::unique_lock lock(statusMutex_);
+  const auto deadline = clock_->steadyNow() + timeForFirstStatus;
+  while (reception_ == Reception::Expected && clock_->steadyNow() < deadline) {
+    clock_->waitUntil(statusChanged_, lock, deadline);
+  }
+}
+
+bool TcpEngineFrontEnd::waitForRun(IClock::TimePoint deadline, unsigned int runsBefore) {
+  std::unique_lock lock(statusMutex_);
+  const auto hasRun = [&] { return remoteEngineStatus_ == EngineStatus::Running || runsSeen_ != runsBefore; };
+  while (!hasRun() && clock_->now() < deadline) clock_->waitUntil(statusChanged_, lock, deadline);
+  return hasRun();
 }
 
 void TcpEngineFrontEnd::reset() {
@@ -216,63 +235,115 @@ void TcpEngineFrontEnd::reset() {
   }
   joinAndDrop(statusReceptionThread_);
   joinAndDrop(heartBeatThread_);
+  // Nobody follows the engine any more: whoever waits for another status must not wait for ever.
+  changeReception(Reception::None);
+  changeRemoteStatus(EngineStatus::Undefined);
 }
 
 void TcpEngineFrontEnd::engineStatusReceptionThreadFunction(const SocketEndpoint& endpoint) {
-  std::optional<Socket> opened;
   try {
-    opened.emplace("TcpEngineFrontEndStatusReceptionSocket", socket::ClosePolicy::Newest);
-    opened->createAndConnect(socket::Protocol::Subscriber, endpoint, 0);
+    std::optional<Socket> socket;
+    openStatusSocket(socket, endpoint);
+    if (socket) receiveStatuses(*socket);
   } catch (const ZmqContextTerminationException& termination) {
-    return checks().log(std::string("Aborting status reception: ") + termination.what());
-  } catch (const std::exception& error) {
-    return checks().log(std::string("engineStatusReceptionThreadFunction: Failed creating socket: ") +
-                        error.what());
+    checks().log(std::string("Aborting status reception: ") + termination.what());
   }
-  Socket& socket = *opened;
+  // No more statuses come: whoever waits for another one must not wait for ever.
+  changeReception(Reception::None);
+  changeRemoteStatus(EngineStatus::Undefined);
+}
+
+void TcpEngineFrontEnd::openStatusSocket(std::optional<Socket>& socket,
+                                         const SocketEndpoint& endpoint) const {
+  try {
+    socket.emplace("TcpEngineFrontEndStatusReceptionSocket", socket::ClosePolicy::Newest);
+    socket->createAndConnect(socket::Protocol::Subscriber, endpoint, 0);
+  } catch (const ZmqContextTerminationException&) {
+    throw;
+  } catch (const std::exception& error) {
+    checks().log(std::string("engineStatusReceptionThreadFunction: Failed creating socket: ") + error.what());
+    socket.reset();
+  }
+}
+
+void TcpEngineFrontEnd::receiveStatuses(Socket& socket) {
+  noteLife();
+  lastStatus_ = clock_->steadyNow();
+  pollsInVain_ = 0;
   proto::EngineStatus message;
-  auto lastHeard = clock_->steadyNow();
   while (!stopStatusReception_) {
+    Polled polled = Polled::Failure;
     try {
-      std::string errorText;
-      const int polled = socket.poll(pollMilliseconds, errorText);
-      if (polled == 0) {
-        receiveStatus(socket, message);
-        lastHeard = clock_->steadyNow();
-      } else if (polled != 1) {
-        checks().log("Poll error receiving backend status: " + errorText);
-      }
-      endSilence(lastHeard);
-    } catch (const ZmqContextTerminationException& termination) {
-      checks().log(std::string("Aborting status reception: ") + termination.what());
-      // Nothing more will be heard: whoever waits for another status must not wait for ever.
-      return changeRemoteStatus(EngineStatus::Undefined);
+      polled = pollStatus(socket, message);
+    } catch (const ZmqContextTerminationException&) {
+      throw;
     } catch (const std::runtime_error& error) {
       checks().log(std::string("Failed receiving backend status request: ") + error.what());
     }
+    if (polled != Polled::Status) endSilence(polled);
+    // What fails at once is not tried more often than what waits.
+    if (polled == Polled::Failure) std::this_thread::sleep_for(milliseconds(pollMilliseconds));
   }
 }
 
-void TcpEngineFrontEnd::receiveStatus(Socket& socket, proto::EngineStatus& message) {
+TcpEngineFrontEnd::Polled TcpEngineFrontEnd::pollStatus(Socket& socket, proto::EngineStatus& message) {
+  std::string errorText;
+  const int polled = socket.poll(pollMilliseconds, errorText);
+  if (polled == 1) return Polled::Nothing;
+  if (polled != 0) {
+    checks().log("Poll error receiving backend status: " + errorText);
+    return Polled::Failure;
+  }
   socket.receiveProtoBuf(&message, statusSizeBound);
   if (!message.has_status()) {
-    return checks().log("engineStatusReceptionThreadFunction: unknown engine status received");
+    checks().log("engineStatusReceptionThreadFunction: unknown engine status received");
+    return Polled::Nothing;
   }
+  noteLife();
+  lastStatus_ = clock_->steadyNow();
+  pollsInVain_ = 0;
   changeRemoteStatus(static_cast<EngineStatus::EngineStatus>(message.status()));
+  changeReception(Reception::UnderWay);
+  return Polled::Status;
 }
 
-void TcpEngineFrontEnd::endSilence(IClock::SteadyTimePoint lastHeard) {
+void TcpEngineFrontEnd::noteLife() {
+  const std::lock_guard lock(statusMutex_);
+  lastSign_ = clock_->steadyNow();
+}
+
+void TcpEngineFrontEnd::endSilence(Polled polled) {
   const EngineStatus::EngineStatus status = remoteEngineStatus_;
   const bool isAlive = status == EngineStatus::Running || status == EngineStatus::Idle;
-  if (!isAlive || clock_->steadyNow() - lastHeard < longestSilence) return;
-  checks().log("engineStatusReceptionThreadFunction: no engine status received for " +
-               std::to_string(longestSilence.count()) + " s, the backend is taken for gone");
+  // However alive the back end is, its engine's end is not seen while its statuses cannot be received.
+  const bool isDeaf = polled == Polled::Failure;
+  const auto lastSign = [&] {
+    const std::lock_guard lock(statusMutex_);
+    return isDeaf ? lastStatus_ : lastSign_;
+  }();
+  if (!isAlive || clock_->steadyNow() - lastSign < longestSilence) {
+    pollsInVain_ = 0;
+    return;
+  }
+  if (++pollsInVain_ < pollsBeforeSilence) return;
+  checks().log(
+      std::string("engineStatusReceptionThreadFunction: ") +
+      (isDeaf ? "no engine status could be received for " : "no engine status and no reply received for ") +
+      std::to_string(longestSilence.count()) + " s, the backend is taken for gone");
   changeRemoteStatus(EngineStatus::Undefined);
+}
+
+void TcpEngineFrontEnd::changeReception(Reception reception) {
+  const std::lock_guard lock(statusMutex_);
+  if (reception_ == reception) return;
+  reception_ = reception;
+  statusChanged_.notify_all();
 }
 
 void TcpEngineFrontEnd::changeRemoteStatus(EngineStatus::EngineStatus status) {
   if (remoteEngineStatus_.exchange(status) == status) return;
   const std::lock_guard lock(statusMutex_);
+  if (status == EngineStatus::Running) ++runsSeen_;
   statusChanged_.notify_all();
 }
 

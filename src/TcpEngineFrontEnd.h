@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -23,7 +24,8 @@ namespace qor::multiprocess_communication {
 /// Three threads meet here: the host's; the heartbeat thread, which shares the command socket with it, one
 /// whole exchange at a time; and the status reception thread. A call that makes an exchange blocks as long as
 /// the back end takes to answer, and as long as the exchange before it takes; a peer that has died or frozen
-/// is noticed by the socket. A back end that has published no status for 15 s is taken for gone.
+/// is noticed by the socket. A back end that has given no sign, neither a status nor a reply, for 15 s is
+/// taken for gone; so is one whose statuses cannot be received for as long.
 class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFormatter {
  public:
   explicit TcpEngineFrontEnd(std::shared_ptr<IClock> clock = SystemClock());
@@ -46,8 +48,9 @@ class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFor
   std::string GetLastErrorMessage() const override;
   /// Always throws TAMBRuntimeError.
   tamb::TimeInfo GetCurrentTimeInfo(const std::string& name) const override;
-  /// Connects to the back end, within 30 s, and starts the threads; those of an earlier configuration are
-  /// stopped first. Throws TAMBRuntimeError for a missing key and std::runtime_error of the socket.
+  /// Connects to the back end, within 30 s, starts the threads, and waits for a first status, at most 1 s.
+  /// Those of an earlier configuration are stopped first. Throws TAMBRuntimeError for a missing key and
+  /// std::runtime_error of the socket; a first status that does not come is no failure.
   void SetInitConfig(std::shared_ptr<const tamb::IParametersCollectionInstance> config) override;
   /// These seven do nothing: what an engine is made of does not cross the process boundary.
   void AddEngineDescription(std::shared_ptr<tamb::IEngineDescription> description) override;
@@ -57,8 +60,9 @@ class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFor
   void AddClock(std::string name, std::shared_ptr<tamb::IMediaClock> clock) override;
   void AddLogger(std::string name, std::shared_ptr<tamb::ILogger> logger) override;
   void AddBenchmarker(std::string name, void* benchmarker) override;
-  /// Blocks while the remote engine runs, and is heard of. A refused or failed request is logged, and Run
-  /// returns; throws TAMBRuntimeError when the engine is not seen to run within 2 s.
+  /// Blocks while the remote engine runs, until its back end is taken for gone or this front end gets another
+  /// configuration. However short the run is, it is seen. A refused or failed request is logged, and Run
+  /// returns; throws TAMBRuntimeError when no status says within 2 s that the engine runs.
   void Run() override;
   /// Failures are logged.
   void Ping(unsigned int timeOutMilliseconds) override;
@@ -81,12 +85,26 @@ class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFor
   std::string sendRequestGetReply(proto::EngineFrontEndRequest_RequestType type,
                                   unsigned int timeOutMilliseconds);
   std::string resultOf(const Reply& reply) const;
-  bool waitForEngineStatusChange(unsigned int milliseconds, EngineStatus::EngineStatus seen);
+  bool waitForEngineStatusChange(IClock::TimePoint deadline, EngineStatus::EngineStatus seen);
+  /// Waits for a status after which no change is missed, at most 1 s; returns at once when none can come.
+  void waitForFirstStatus();
+  /// Whether the engine runs, or has run since that many of its runs had been seen.
+  bool waitForRun(IClock::TimePoint deadline, unsigned int runsBefore);
   void reset();
   void engineStatusReceptionThreadFunction(const socket::SocketEndpoint& endpoint);
-  void receiveStatus(socket::Socket& socket, proto::EngineStatus& message);
-  /// Takes a back end that says nothing any more for gone.
-  void endSilence(IClock::SteadyTimePoint lastHeard);
+  /// Leaves `socket` empty when it cannot be opened, which is logged.
+  void openStatusSocket(std::optional<socket::Socket>& socket, const socket::SocketEndpoint& endpoint) const;
+  /// Until it is stopped, or meets the context's end.
+  void receiveStatuses(socket::Socket& socket);
+  enum class Polled { Status, Nothing, Failure };
+  /// One poll, and what it brings; what cannot be read is nothing.
+  Polled pollStatus(socket::Socket& socket, proto::EngineStatus& message);
+  /// After a poll in vain: takes a back end that gives no sign any more for gone.
+  void endSilence(Polled polled);
+  void noteLife();
+  /// Whether statuses can be expected, and whether the first has come.
+  enum class Reception { None, Expected, UnderWay };
+  void changeReception(Reception reception);
   void changeRemoteStatus(EngineStatus::EngineStatus status);
   void heartBeatThreadFunction();
   void sleepUntilNextHeartBeat();
@@ -102,8 +120,13 @@ class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFor
   std::atomic<bool> stopHeartBeat_{false};
   std::mutex heartBeatMutex_;  ///< with the condition: lets reset() end the sleep between two heartbeats
   std::condition_variable heartBeatStopped_;
-  std::mutex statusMutex_;
+  IClock::SteadyTimePoint lastStatus_;  ///< the status thread's own, as is the next
+  unsigned int pollsInVain_ = 0;        ///< since the last sign was too long ago
+  std::mutex statusMutex_;              ///< guards the next four
   std::condition_variable statusChanged_;
+  unsigned int runsSeen_ = 0;  ///< so many times the status became Running
+  Reception reception_ = Reception::None;
+  IClock::SteadyTimePoint lastSign_;  ///< when a status or a reply came
   std::atomic<EngineStatus::EngineStatus> remoteEngineStatus_{EngineStatus::Undefined};
   unsigned int engineId_ = 0;
   std::string workflowManagerId_;

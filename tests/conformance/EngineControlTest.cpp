@@ -1,6 +1,9 @@
 #include <atomic>
+#include <cstdlib>
 #include <mutex>
 #include <optional>
+#include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -182,6 +185,61 @@ TEST_P(EngineControl, TheContextsEndEndsBothSidesWithoutAnException) {
     EXPECT_TRUE(destroying.endsWithin(atOnce));
     EXPECT_NO_THROW(destroying.get());
   }
+}
+
+/// The rest of the machine: two threads that always have something to do.
+class BusyMachine {
+ public:
+  BusyMachine() = default;
+  ~BusyMachine() { isOver_ = true; }
+  BusyMachine(const BusyMachine&) = delete;
+  BusyMachine& operator=(const BusyMachine&) = delete;
+
+ private:
+  void work() {
+    while (!isOver_) ++work_;
+  }
+
+  std::atomic<bool> isOver_{false};
+  std::atomic<unsigned int> work_{0};
+  std::jthread first_{[this] { work(); }};
+  std::jthread second_{[this] { work(); }};
+};
+
+TEST_P(EngineControl, EachOfManyRunsThatTakeNoTimeIsSeen) {
+  constexpr int lanes = 10;
+  // By hand: more of them.
+  const char* const wanted = std::getenv("QOR_SHORT_RUNS");  // NOLINT(concurrency-mt-unsafe)
+  const int runs = wanted == nullptr ? 200 : std::stoi(wanted);
+  const BusyMachine busy;
+  std::mutex mutex;
+  std::atomic<int> next = 0;
+  std::atomic<int> missed = 0;
+  std::vector<std::thread> threads;
+  for (int lane = 0; lane < lanes; ++lane) {
+    threads.emplace_back([&] {
+      while (next++ < runs) {
+        const auto [requests, statuses] = [&] {
+          const std::lock_guard lock(mutex);
+          return std::pair(newEndpoint(), newEndpoint());
+        }();
+        const auto engine = std::make_shared<FakeEngine>();
+        engine->finish();
+        const TcpEngineBackEnd backEnd(engine, requests, statuses);
+        TcpEngineFrontEnd frontEnd;
+        try {
+          frontEnd.SetInitConfig(TcpEngineFrontEnd::GenerateConfig(requests, statuses));
+          frontEnd.Run();
+        } catch (const std::runtime_error&) {
+          ++missed;
+        }
+        if (engine->runs() != 1) ++missed;
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(missed, 0);
+  EXPECT_TRUE(log_.recordsWith("Failed sending ping").empty());
 }
 
 TEST_P(EngineControl, TheEndOfLifeOfAThousandBackEndsReachesEachSubscriber) {

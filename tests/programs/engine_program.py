@@ -171,7 +171,7 @@ class EngineProgram(ProgramsTest):
         requester = self.stock(zmq.REQ, endpoints["request"])
         status = self.stock(zmq.SUB, endpoints["status"])
         start = time.monotonic()
-        # Each status comes half a second after the one before: one ping with each.
+        # A status comes once a second: one ping with each.
         while time.monotonic() - start < SILENCE + 4:
             self.assertTrue(status.recv().startswith(IDLE))
             self.assertTrue(self.ask(requester, PING).startswith(SUCCESS))

@@ -147,20 +147,31 @@ class FrontEndTest : public ::testing::Test {
     EXPECT_TRUE(socket::memory::sockets().empty());
   }
 
-  /// Returns once the first heartbeat is over and the status socket is open.
+  /// Configures the front end, which waits for a first status: one comes that changes nothing.
+  void configure(const std::string& requestEndpoint = requestAddress,
+                 const std::string& statusEndpoint = statusAddress) {
+    test::BackgroundCall configuring([&] {
+      frontEnd_->SetInitConfig(TcpEngineFrontEnd::GenerateConfig(requestEndpoint, statusEndpoint));
+    });
+    // Not the one of an earlier configuration.
+    ASSERT_TRUE(socket::memory::waitUntil(statuses, [&](const socket::memory::SocketState& state) {
+      return state.endpoint == statusEndpoint && state.blockedIn == Operation::Poll;
+    }));
+    publish(proto::EngineStatus::Undefined);
+    configuring.get();
+  }
+  /// Returns once the first heartbeat is over and a first status has come.
   void connect() {
-    frontEnd_->SetInitConfig(TcpEngineFrontEnd::GenerateConfig(requestAddress, statusAddress));
+    configure();
     ASSERT_TRUE(backEnd_->waitFor(Request::HeartBeat));
     ASSERT_TRUE(clock_->waitForWaitOf(milliseconds(1'000)));
-    ASSERT_TRUE(socket::memory::waitUntilOpen(statuses));
   }
   /// The same with a heart that stops at its first beat: nobody but the test's own calls uses the clock then,
   /// and the command socket.
   void connectWithoutHeartBeat() {
     socket::memory::failNext(commands, Operation::Send, Failure::ContextTermination, "no heart");
-    frontEnd_->SetInitConfig(TcpEngineFrontEnd::GenerateConfig(requestAddress, statusAddress));
+    configure();
     ASSERT_TRUE(log_.waitFor("no heart"));
-    ASSERT_TRUE(socket::memory::waitUntilOpen(statuses));
   }
   /// Returns when the front end has taken it.
   static void publish(proto::EngineStatus::Status status) {

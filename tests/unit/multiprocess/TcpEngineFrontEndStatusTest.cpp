@@ -1,4 +1,5 @@
 #include "tamb/TAMBRuntimeError.h"
+#include "tests/support/HeldUpLog.h"
 #include "tests/support/PaddedMessage.h"
 #include "tests/unit/multiprocess/FrontEndTest.h"
 
@@ -78,6 +79,92 @@ TEST_F(TcpEngineFrontEndWaits, RunDoesNotTakeAnEarlierRunForItsOwn) {
   BackgroundCall run(running());
   pass(timeToStart);
   EXPECT_NE(run.get(), "");
+}
+
+TEST_F(TcpEngineFrontEndWaits, RunSeesARunThatIsOverBeforeItsReply) {
+  backEnd_->answer(Request::Run, [] {
+    publish(proto::EngineStatus::Running);
+    publish(proto::EngineStatus::Idle);
+    return ScriptedBackEnd::reply(Reply::Success, "");
+  });
+  BackgroundCall run(running());
+  ASSERT_TRUE(run.endsWithin(patience));
+  EXPECT_EQ(run.get(), "");
+}
+
+TEST_F(TcpEngineFrontEndWaits, RunSeesARunThatIsOverBeforeItLooks) {
+  BackgroundCall run(running());
+  ASSERT_TRUE(clock_->waitForWaitOf(timeToStart));
+  for (const auto status : {proto::EngineStatus::Running, proto::EngineStatus::Idle}) {
+    proto::EngineStatus message;
+    message.set_status(status);
+    socket::memory::deliver(statuses, message.SerializeAsString());
+  }
+  ASSERT_TRUE(run.endsWithin(patience));
+  EXPECT_EQ(run.get(), "");
+}
+
+/// The first status after a configuration.
+class TcpEngineFrontEndFirstStatus : public FrontEndTest {
+ protected:
+  static constexpr milliseconds timeForIt{1'000};
+
+  /// Configures it with a heart that stops at its first beat.
+  auto configuring() {
+    socket::memory::failNext(commands, Operation::Send, Failure::ContextTermination, "no heart");
+    return [this] {
+      frontEnd_->SetInitConfig(TcpEngineFrontEnd::GenerateConfig(requestAddress, statusAddress));
+    };
+  }
+};
+
+TEST_F(TcpEngineFrontEndFirstStatus, IsAwaitedSoThatNoRunIsAskedForBefore) {
+  BackgroundCall configuration(configuring());
+  ASSERT_TRUE(log_.waitFor("no heart"));
+  ASSERT_TRUE(socket::memory::waitUntilOpen(statuses));
+  EXPECT_TRUE(configuration.waitUntilBlocked());
+  // What cannot be read is none.
+  publishBytes("\xff\xff nonsense");
+  EXPECT_FALSE(configuration.endsWithin(milliseconds(20)));
+  publish(proto::EngineStatus::Idle);
+  EXPECT_TRUE(configuration.endsWithin(patience));
+}
+
+TEST_F(TcpEngineFrontEndFirstStatus, IsAwaitedForASecond) {
+  BackgroundCall configuration(configuring());
+  ASSERT_TRUE(log_.waitFor("no heart"));
+  ASSERT_TRUE(clock_->waitForWaitOf(timeForIt));
+  // Setting the time of day back does not prolong it.
+  clock_->setTimeOfDayBack(milliseconds(60'000));
+  clock_->advance(timeForIt - milliseconds(1));
+  EXPECT_FALSE(configuration.endsWithin(milliseconds(20)));
+  clock_->advance(milliseconds(1));
+  ASSERT_TRUE(configuration.endsWithin(patience));
+  EXPECT_NO_THROW(configuration.get());
+  // The time that a run gives is the same as ever.
+  ASSERT_TRUE(socket::memory::waitUntilOpen(statuses));
+  BackgroundCall run([&] { frontEnd_->Run(); });
+  ASSERT_TRUE(clock_->waitForWaitOf(timeToStart));
+  publish(proto::EngineStatus::Running);
+  publish(proto::EngineStatus::Idle);
+  EXPECT_NO_THROW(run.get());
+}
+
+TEST_F(TcpEngineFrontEndFirstStatus, IsNotAwaitedOnceNoneCanCome) {
+  BackgroundCall configuration(configuring());
+  ASSERT_TRUE(clock_->waitForWaitOf(timeForIt));
+  socket::memory::failNext(statuses, Operation::Poll, Failure::ContextTermination, "the end");
+  EXPECT_TRUE(configuration.endsWithin(patience));
+}
+
+TEST_F(TcpEngineFrontEndWaits, RunEndsWhenAnotherConfigurationCannotBeUsed) {
+  publish(proto::EngineStatus::Running);
+  BackgroundCall run(running());
+  ASSERT_TRUE(clock_->waitForWaitOf(slice));
+  EXPECT_THROW(frontEnd_->SetInitConfig(nullptr), tamb::TAMBRuntimeError);
+  ASSERT_TRUE(run.endsWithin(patience));
+  EXPECT_EQ(run.get(), "");
+  EXPECT_NO_THROW(frontEnd_->WaitForStop(0));
 }
 
 TEST_F(TcpEngineFrontEndWaits, WaitForStopReturnsAtOnceWhenTheEngineDoesNotRun) {
@@ -182,8 +269,8 @@ TEST_F(TcpEngineFrontEndWaits, AStatusOf1024BytesIsTakenAndNoLargerOne) {
 }
 
 constexpr const char* silence =
-    "TcpEngineFrontEnd: engineStatusReceptionThreadFunction: no engine status received for 15 s, the backend "
-    "is taken for gone";
+    "TcpEngineFrontEnd: engineStatusReceptionThreadFunction: no engine status and no reply "
+    "received for 15 s, the backend is taken for gone";
 
 TEST_F(TcpEngineFrontEndWaits, RunEndsWhenNoStatusHasComeForFifteenSeconds) {
   publish(proto::EngineStatus::Running);
@@ -197,6 +284,99 @@ TEST_F(TcpEngineFrontEndWaits, RunEndsWhenNoStatusHasComeForFifteenSeconds) {
   clock_->advance(milliseconds(1));
   ASSERT_TRUE(run.endsWithin(patience));
   EXPECT_EQ(run.get(), "");
+  expectLogged(silence);
+}
+
+TEST_F(TcpEngineFrontEndWaits, RunEndsAfterASilenceInWhichNothingCanBePolledOrReceived) {
+  for (const auto operation : {Operation::Poll, Operation::Receive}) {
+    publish(proto::EngineStatus::Running);
+    BackgroundCall run(running());
+    ASSERT_TRUE(clock_->waitForWaitOf(slice));
+    // Far more than are met before the end of the silence is.
+    socket::memory::failNext(statuses, operation, Failure::RuntimeError, "broken for good", 5'000);
+    socket::memory::deliver(statuses, "never to be received");
+    ASSERT_TRUE(log_.waitFor("broken for good"));
+    clock_->advance(milliseconds(15'000));
+    ASSERT_TRUE(run.endsWithin(patience));
+    EXPECT_EQ(run.get(), "");
+    EXPECT_LT(log_.recordsWith("broken for good").size(), 1'000U);
+    socket::memory::reset();
+    ASSERT_TRUE(socket::memory::waitUntil(statuses, [](const socket::memory::SocketState& state) {
+      return state.unreceived == 0 && state.blockedIn == Operation::Poll;
+    }));
+  }
+}
+
+TEST_F(TcpEngineFrontEndWaits, RepliesDoNotKeepARunWaitingWhoseStatusesCannotBeReceived) {
+  publish(proto::EngineStatus::Running);
+  BackgroundCall run(running());
+  ASSERT_TRUE(clock_->waitForWaitOf(slice));
+  socket::memory::failNext(statuses, Operation::Poll, Failure::ErrorResult, "broken for good", 5'000);
+  ASSERT_TRUE(log_.waitFor("broken for good"));
+  clock_->advance(milliseconds(14'999));
+  frontEnd_->Ping(1);
+  // Longer than the status thread takes to be sure.
+  EXPECT_FALSE(run.endsWithin(milliseconds(600)));
+  clock_->advance(milliseconds(1));
+  ASSERT_TRUE(run.endsWithin(patience));
+  expectLogged(
+      "TcpEngineFrontEnd: engineStatusReceptionThreadFunction: no engine status could be received for 15 s, "
+      "the backend is taken for gone");
+}
+
+TEST_F(TcpEngineFrontEndWaits, WhatCannotBeReadIsNoSignOfLife) {
+  publish(proto::EngineStatus::Running);
+  BackgroundCall run(running());
+  ASSERT_TRUE(clock_->waitForWaitOf(slice));
+  clock_->advance(milliseconds(14'999));
+  publishBytes("\xff\xff nonsense");
+  publishBytes(std::string("\x08\x04", 2));
+  EXPECT_FALSE(run.endsWithin(milliseconds(20)));
+  clock_->advance(milliseconds(1));
+  ASSERT_TRUE(run.endsWithin(patience));
+  expectLogged(silence);
+}
+
+TEST_F(TcpEngineFrontEndWaits, WhatHasComeWhileTheHostWasStoppedIsASignOfLife) {
+  publish(proto::EngineStatus::Running);
+  BackgroundCall run(running());
+  ASSERT_TRUE(clock_->waitForWaitOf(slice));
+  {
+    // The reception thread comes back from a poll that was in vain, and finds the time gone.
+    test::HeldUpLog heldUp("Poll error receiving backend status");
+    socket::memory::failNext(statuses, Operation::Poll, Failure::ErrorResult, "it was stopped");
+    ASSERT_TRUE(heldUp.gate().waitUntilReached());
+    clock_->advance(milliseconds(60'000));
+    proto::EngineStatus status;
+    status.set_status(proto::EngineStatus::Running);
+    socket::memory::deliver(statuses, status.SerializeAsString());
+    heldUp.gate().open();
+    ASSERT_TRUE(socket::memory::waitUntil(statuses, [](const socket::memory::SocketState& state) {
+      return state.unreceived == 0 && state.blockedIn == Operation::Poll;
+    }));
+  }
+  EXPECT_FALSE(run.endsWithin(milliseconds(500)));
+  publish(proto::EngineStatus::Idle);
+  EXPECT_EQ(run.get(), "");
+  EXPECT_TRUE(log_.recordsWith("taken for gone").empty());
+}
+
+TEST_F(TcpEngineFrontEndWaits, AReplyIsASignOfLifeUnlessItCannotBeRead) {
+  publish(proto::EngineStatus::Running);
+  BackgroundCall run(running());
+  ASSERT_TRUE(clock_->waitForWaitOf(slice));
+  for (const auto type : {Reply::Success, Reply::Failure}) {
+    clock_->advance(milliseconds(14'999));
+    answer(Request::Ping, type, "as it is");
+    frontEnd_->Ping(1);
+  }
+  clock_->advance(milliseconds(14'999));
+  answerWithBytes(Request::Ping, "\xff\xff nonsense");
+  frontEnd_->Ping(1);
+  // Longer than the status thread takes to be sure.
+  EXPECT_FALSE(run.endsWithin(milliseconds(600)));
+  clock_->advance(milliseconds(1));
+  ASSERT_TRUE(run.endsWithin(patience));
   expectLogged(silence);
 }
 
@@ -352,7 +532,7 @@ TEST_F(TcpEngineFrontEndDestruction, WithAPeerThatIsGoneOnlyLogs) {
 
 TEST_F(TcpEngineFrontEndDestruction, WithAPeerThatGoesInTheMiddleOfAHeartBeatOnlyLogs) {
   backEnd_->answer(Request::HeartBeat, [] { return std::nullopt; });
-  frontEnd_->SetInitConfig(TcpEngineFrontEnd::GenerateConfig(requestAddress, statusAddress));
+  configure();
   ASSERT_TRUE(backEnd_->waitFor(Request::HeartBeat));
   BackgroundCall destroying([&] { frontEnd_.reset(); });
   EXPECT_TRUE(destroying.waitUntilBlocked());

@@ -101,8 +101,7 @@ TEST_F(TcpEngineFrontEndConfiguration, StopsBothThreadsOfTheOneBeforeEvenWhenIts
 TEST_F(TcpEngineFrontEndConfiguration, ComingSecondWorksOnItsOwnEndpoints) {
   connect();
   ScriptedBackEnd second("inproc://second-requests");
-  frontEnd_->SetInitConfig(
-      TcpEngineFrontEnd::GenerateConfig("inproc://second-requests", "inproc://second-status"));
+  configure("inproc://second-requests", "inproc://second-status");
   ASSERT_TRUE(second.waitFor(Request::HeartBeat));
   EXPECT_EQ(backEnd_->count(Request::HeartBeat), 1U);
   frontEnd_->Ping(7);
@@ -127,8 +126,7 @@ TEST_F(TcpEngineFrontEndConfiguration, ForgetsWhatTheBackEndBeforeSaidLast) {
   connectWithoutHeartBeat();
   publish(proto::EngineStatus::Running);
   const ScriptedBackEnd second("inproc://second-requests");
-  frontEnd_->SetInitConfig(
-      TcpEngineFrontEnd::GenerateConfig("inproc://second-requests", "inproc://second-status"));
+  configure("inproc://second-requests", "inproc://second-status");
   BackgroundCall waiting([&] { frontEnd_->WaitForStop(0); });
   EXPECT_TRUE(waiting.endsWithin(milliseconds(5'000))) << "the engine is taken for running";
   clock_->advance(milliseconds(1'000));  // whoever waits all the same gives up
@@ -145,10 +143,7 @@ TEST_F(TcpEngineFrontEndConfiguration, ComingSecondLeavesTheExchangeUnderWayItsS
   BackgroundCall pinging([&] { frontEnd_->Ping(1); });
   ASSERT_TRUE(gate.waitUntilReached());
   const ScriptedBackEnd second("inproc://second-requests");
-  BackgroundCall reconfiguring([&] {
-    frontEnd_->SetInitConfig(
-        TcpEngineFrontEnd::GenerateConfig("inproc://second-requests", "inproc://second-status"));
-  });
+  BackgroundCall reconfiguring([&] { configure("inproc://second-requests", "inproc://second-status"); });
   // The threads of the first configuration end before.
   EXPECT_TRUE(socket::memory::waitUntilClosed(statuses));
   EXPECT_TRUE(reconfiguring.waitUntilBlocked());
