@@ -14,8 +14,9 @@ namespace qor::socket {
 namespace {
 
 /// A requester has one request under way. Any further ones, after it gave up on that, wait in the kernel at
-/// its own expense.
-constexpr ConnectionLimits limits{.sendQueue = 64, .receiveQueue = 4, .largestPart = largestMessagePart};
+/// its own expense. Four would do, but libzmq's two threads wake each other whenever half of a queue has been
+/// read: with 4, every other round trip pays for that.
+constexpr ConnectionLimits limits{.sendQueue = 64, .receiveQueue = 16, .largestPart = largestMessagePart};
 
 }  // namespace
 

@@ -20,8 +20,9 @@ constexpr int heartbeatTimeOutMilliseconds = 1'800;
 /// by close. Most replies come within it, and a loss is noticed that much later at most.
 constexpr std::chrono::milliseconds timeForQuickReply{10};
 
-/// One exchange is under way at a time; late replies to earlier ones are dropped as they are read.
-constexpr ConnectionLimits limits{.sendQueue = 4, .receiveQueue = 4, .largestPart = largestMessagePart};
+/// One exchange is under way at a time; late replies to earlier ones are dropped as they are read. Both
+/// queues are longer than that: libzmq's two threads wake each other whenever half of one has been read.
+constexpr ConnectionLimits limits{.sendQueue = 64, .receiveQueue = 64, .largestPart = largestMessagePart};
 
 /// Long before it is over, we have connected again or closed.
 constexpr std::chrono::milliseconds noReconnectionByLibzmq = std::chrono::hours(1);
