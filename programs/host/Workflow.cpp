@@ -184,10 +184,10 @@ Workflow readWorkflow(const std::filesystem::path& file) {
 
 Workflow readWorkflow(std::istream& in, const std::string& name) {
   const json document = parsed(in, name);
-  if (!document.is_object())
-    throw wrong(
-        name,
-        "is not an object; expected one such as {\"engine\": {\"engine\": \"media\", \"input\": \"FILE\"}}");
+  if (!document.is_object()) {
+    throw wrong(name,
+                R"(is not an object; expected one such as {"engine": {"engine": "media", "input": "FILE"}})");
+  }
   requireKnownKeys(document, name, {"workflowManagerId", "engineId", "engine", "commands"});
   Workflow workflow;
   workflow.workflowManagerId =
