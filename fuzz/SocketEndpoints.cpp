@@ -37,5 +37,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   require(endpoint->transport() == SocketEndpoint::Transport::Tcp || endpoint->port() == 0,
           "only tcp has ports");
   require(!endpoint->host().empty(), "an endpoint is somewhere");
+  require(canonical.starts_with(endpoint->address()), "parameters follow the address");
+  const auto bare = parsed(endpoint->address());
+  require(bare.has_value() && bare->readers() == 0 && bare->address() == endpoint->address(),
+          "the address is an endpoint without parameters");
   return 0;
 }

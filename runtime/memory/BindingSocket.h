@@ -14,9 +14,7 @@ namespace qor::socket::memory {
 class BindingSocket : public MemorySocket {
  public:
   BindingSocket(const SocketLabel& label, const SocketEndpoint& endpoint)
-      : MemorySocket(label),
-        endpoint_(endpoint.withReservedPort()),
-        key_(endpoint_.toString(Protocol::Plain)) {}
+      : MemorySocket(label), endpoint_(endpoint.withReservedPort()), key_(endpoint_.address()) {}
 
   const std::string& endpoint() const final { return key_; }
 

@@ -12,11 +12,14 @@ namespace qor::socket::memory {
 /// locked.
 class ConnectingSocket : public MemorySocket {
  public:
-  ConnectingSocket(const SocketLabel& label, const SocketEndpoint& endpoint) : MemorySocket(label) {
+  ConnectingSocket(const SocketLabel& label, const SocketEndpoint& endpoint)
+      : MemorySocket(label), key_(endpoint.address()) {
     if (endpoint.transport() == SocketEndpoint::Transport::Tcp && endpoint.port() == 0) {
       throw failure("port 0 can be bound, but not connected to");
     }
   }
+
+  const std::string& endpoint() const final { return key_; }
 
   virtual bool isConnected() const = 0;
   /// Makes a connection, unless the peer has a role that does not go with this one.
@@ -33,6 +36,8 @@ class ConnectingSocket : public MemorySocket {
 
  private:
   std::size_t peers() const final { return isConnected() ? 1 : 0; }
+
+  const std::string key_;
 };
 
 }  // namespace qor::socket::memory

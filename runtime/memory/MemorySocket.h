@@ -34,8 +34,8 @@ class MemorySocket : public OpenSocket {
   std::size_t close(std::chrono::milliseconds timeForUnsent) noexcept final;
 
   const SocketLabel& label() const { return label_; }
-  /// What peers meet at: the label's, except for a socket that binds a port of the system's choice.
-  virtual const std::string& endpoint() const { return label_.endpoint; }
+  /// What peers meet at: the address without parameters, and with the port that the system chose, if it did.
+  virtual const std::string& endpoint() const = 0;
   SocketState state() const;
   /// The context that this socket was opened in is being shut down.
   bool isShutDown() const { return context_ != network_.context(); }

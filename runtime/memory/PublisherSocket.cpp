@@ -1,16 +1,33 @@
 #include "runtime/memory/PublisherSocket.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
+#include "qor/utils/Log.h"
 #include "runtime/memory/SubscriberSocket.h"
 
 namespace qor::socket::memory {
 
 PublisherSocket::PublisherSocket(const SocketLabel& label, bool newestOnly, const SocketEndpoint& endpoint)
-    : BindingSocket(label, endpoint), kept_(newestOnly) {}
+    : BindingSocket(label, endpoint),
+      limit_(endpoint.readers() != 0 ? endpoint.readers() : std::numeric_limits<std::size_t>::max()),
+      refusals_(label, endpoint.readers()),
+      kept_(newestOnly) {}
+
+PublisherSocket::~PublisherSocket() {
+  refusals_.conclude();
+  logRefusals();
+}
 
 void PublisherSocket::add(SubscriberSocket& subscriber) {
+  if (subscribers_.size() < limit_) return admit(subscriber);
+  waiting_.push_back(&subscriber);
+  refusals_.note(subscriber.label().text());
+  logRefusals();
+}
+
+void PublisherSocket::admit(SubscriberSocket& subscriber) {
   subscribers_.push_back(&subscriber);
   if (newest_ && kept_.empty()) {
     const std::size_t size = newest_->size();
@@ -21,7 +38,21 @@ void PublisherSocket::add(SubscriberSocket& subscriber) {
 
 void PublisherSocket::remove(const SubscriberSocket& subscriber) {
   std::erase(subscribers_, &subscriber);
+  std::erase(waiting_, &subscriber);
+  // Unless all are being disconnected.
+  const auto next = std::ranges::find_if(
+      waiting_, [this](const SubscriberSocket* waiting) { return network().peerFor(*waiting) == this; });
+  if (subscribers_.size() < limit_ && next != waiting_.end()) {
+    SubscriberSocket& admitted = **next;
+    waiting_.erase(next);
+    admit(admitted);
+  }
   handOver();  // It may have been the one without room.
+}
+
+void PublisherSocket::logRefusals() {
+  const auto lines = refusals_.takeLines();
+  std::ranges::for_each(lines, utils::logWarning);
 }
 
 void PublisherSocket::put(std::string encoded, Switchboard::Lock& /*lock*/) {

@@ -6,16 +6,21 @@
 
 #include "runtime/memory/BindingSocket.h"
 #include "runtime/messaging/KeptMessages.h"
+#include "runtime/messaging/RefusalLog.h"
 
 namespace qor::socket::memory {
 
 class SubscriberSocket;
 
 /// Puts each message into the inbox of every subscriber, and keeps it as long as there is none, or one
-/// without room. Where each message supersedes those before it, whoever joins is told the newest.
+/// without room. Where each message supersedes those before it, whoever joins is told the newest. A publisher
+/// whose endpoint limits its readers leaves the others waiting until one of them has gone.
 class PublisherSocket final : public BindingSocket {
  public:
   PublisherSocket(const SocketLabel& label, bool newestOnly, const SocketEndpoint& endpoint);
+  ~PublisherSocket() override;
+  PublisherSocket(const PublisherSocket&) = delete;
+  PublisherSocket& operator=(const PublisherSocket&) = delete;
 
   void add(SubscriberSocket& subscriber);
   void remove(const SubscriberSocket& subscriber);
@@ -31,7 +36,14 @@ class PublisherSocket final : public BindingSocket {
   void put(std::string encoded, Switchboard::Lock& lock) override;
   bool canHandOver();
 
-  std::vector<SubscriberSocket*> subscribers_;
+  void admit(SubscriberSocket& subscriber);
+
+  void logRefusals();
+
+  const std::size_t limit_;                     ///< of subscribers that are served at a time
+  std::vector<SubscriberSocket*> subscribers_;  ///< those that are served
+  std::vector<SubscriberSocket*> waiting_;      ///< those that are refused, in the order of their coming
+  RefusalLog refusals_;
   KeptMessages<std::string> kept_;
   std::optional<std::string> newest_;  ///< where it is all that counts
 };

@@ -33,6 +33,8 @@ class Switchboard {
   /// Adds a socket that connects.
   void connect(ConnectingSocket& socket);
   void remove(const MemorySocket& socket);
+  /// Whom a socket is, or is to be, connected to; null when nobody is there, or the connection is cut.
+  MemorySocket* peerFor(const ConnectingSocket& socket) const;
   const std::vector<MemorySocket*>& sockets() const { return sockets_; }
 
   /// Which messaging context is the present one: a socket of an earlier one is being shut down.
@@ -62,7 +64,6 @@ class Switchboard {
 
   /// Ends the connections that must not be any more, then makes those that can be.
   void updateConnections();
-  MemorySocket* peerFor(const ConnectingSocket& socket) const;
   bool isCut(const MemorySocket& socket) const;
   void wakeAll();
 

@@ -37,20 +37,53 @@ std::string quoted(std::string_view text) {
 [[noreturn]] void refuse(std::string_view text, std::string_view reason) {
   throw std::runtime_error(
       fmt::format("{} is no endpoint: {}; expected tcp://HOST:PORT (IPv6 in brackets), ipc://PATH or "
-                  "inproc://NAME",
+                  "inproc://NAME, optionally followed by ?readers=NUMBER",
                   quoted(text), reason));
 }
 
 bool isControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }
 
-std::uint16_t readPort(std::string_view text, std::string_view digits) {
-  std::uint16_t port = 0;
+/// Nothing when the digits are not a number from 0 to 65535.
+std::optional<std::uint16_t> parseNumber(std::string_view digits) {
+  std::uint16_t number = 0;
   const char* const end = digits.data() + digits.size();
-  const auto [stopped, error] = std::from_chars(digits.data(), end, port);
-  if (digits.empty() || error != std::errc() || stopped != end) {
-    refuse(text, "the port is no number from 0 to 65535");
+  const auto [stopped, error] = std::from_chars(digits.data(), end, number);
+  if (digits.empty() || error != std::errc() || stopped != end) return std::nullopt;
+  return number;
+}
+
+std::uint16_t readPort(std::string_view text, std::string_view digits) {
+  const auto port = parseNumber(digits);
+  if (!port) refuse(text, "the port is no number from 0 to 65535");
+  return *port;
+}
+
+/// The values of the parameters that follow the '?'.
+struct Parameters {
+  std::optional<std::uint16_t> readers;
+};
+
+void readParameter(std::string_view text, std::string_view parameter, Parameters& parameters) {
+  const auto equals = parameter.find('=');
+  if (equals == std::string_view::npos) {
+    refuse(text, "what follows the '?' is not a list of parameters, name=value&name=value");
   }
-  return port;
+  // Peers are given the same text: whoever ignored a parameter might serve whom another one keeps out.
+  if (parameter.substr(0, equals) != "readers") refuse(text, "it has an unknown parameter");
+  if (parameters.readers) refuse(text, "the parameter readers is given twice");
+  const auto readers = parseNumber(parameter.substr(equals + 1));
+  if (!readers || *readers == 0) refuse(text, "readers is not a number from 1 to 65535");
+  parameters.readers = readers;
+}
+
+Parameters readParameters(std::string_view text, std::string_view list) {
+  Parameters parameters;
+  for (;;) {
+    const auto end = list.find('&');
+    readParameter(text, list.substr(0, end), parameters);
+    if (end == std::string_view::npos) return parameters;
+    list.remove_prefix(end + 1);
+  }
 }
 
 /// The shortest spelling of an IPv6 address; nothing when it is none.
@@ -107,32 +140,47 @@ SocketEndpoint::SocketEndpoint(Transport transport, std::string host, std::uint1
     : transport_(transport), host_(std::move(host)), port_(port) {}
 
 SocketEndpoint SocketEndpoint::FromString(const std::string& text) {
-  std::string_view rest = text;
-  if (rest.starts_with(ipcScheme)) {
-    return {Transport::Ipc, readName(text, rest.substr(ipcScheme.size()), "path", maximumPathLength), 0};
+  const std::string_view all = text;
+  const auto mark = all.find('?');
+  SocketEndpoint endpoint = parseAddress(all, all.substr(0, mark));
+  if (mark == std::string_view::npos) return endpoint;
+  endpoint.readers_ = readParameters(all, all.substr(mark + 1)).readers.value_or(0);
+  return endpoint;
+}
+
+/// `text` is what a refusal quotes, parameters included.
+SocketEndpoint SocketEndpoint::parseAddress(std::string_view text, std::string_view address) {
+  if (address.starts_with(ipcScheme)) {
+    return {Transport::Ipc, readName(text, address.substr(ipcScheme.size()), "path", maximumPathLength), 0};
   }
-  if (rest.starts_with(inprocScheme)) {
-    return {Transport::Inproc, readName(text, rest.substr(inprocScheme.size()), "name", maximumNameLength),
+  if (address.starts_with(inprocScheme)) {
+    return {Transport::Inproc, readName(text, address.substr(inprocScheme.size()), "name", maximumNameLength),
             0};
   }
-  if (!rest.starts_with(tcpScheme)) refuse(text, "it names no known transport");
-  rest.remove_prefix(tcpScheme.size());
-  const auto colon = rest.rfind(':');
-  if (colon == std::string_view::npos || rest.back() == ']') refuse(text, "the port is missing");
-  return {Transport::Tcp, readHost(text, rest.substr(0, colon)), readPort(text, rest.substr(colon + 1))};
+  if (!address.starts_with(tcpScheme)) refuse(text, "it names no known transport");
+  address.remove_prefix(tcpScheme.size());
+  const auto colon = address.rfind(':');
+  if (colon == std::string_view::npos || address.back() == ']') refuse(text, "the port is missing");
+  return {Transport::Tcp, readHost(text, address.substr(0, colon)),
+          readPort(text, address.substr(colon + 1))};
 }
 
 std::string SocketEndpoint::toString(Protocol::Protocol protocol) const {
+  const std::string parameters = readers_ == 0 ? "" : fmt::format("?readers={}", readers_);
   const std::string suffix = protocol == Protocol::Plain ? "" : " as " + roleName(protocol);
+  return address() + parameters + suffix;
+}
+
+std::string SocketEndpoint::address() const {
   switch (transport_) {
     case Transport::Tcp: {
       const bool isIpv6 = host_.find(':') != std::string::npos;
-      return fmt::format("{}{}:{}{}", tcpScheme, isIpv6 ? '[' + host_ + ']' : host_, port_, suffix);
+      return fmt::format("{}{}:{}", tcpScheme, isIpv6 ? '[' + host_ + ']' : host_, port_);
     }
     case Transport::Ipc:
-      return fmt::format("{}{}{}", ipcScheme, host_, suffix);
+      return fmt::format("{}{}", ipcScheme, host_);
     case Transport::Inproc:
-      return fmt::format("{}{}{}", inprocScheme, host_, suffix);
+      return fmt::format("{}{}", inprocScheme, host_);
   }
   throw std::logic_error("SocketEndpoint: unknown transport");
 }
@@ -141,12 +189,14 @@ SocketEndpoint SocketEndpoint::withReservedPort() const {
   if (transport_ != Transport::Tcp || port_ != 0) return *this;
   FileDescriptor listener = listenOnTcp(host_, 0);
   SocketEndpoint reserved(transport_, host_, portOf(listener));
+  reserved.readers_ = readers_;
   reserved.reservation_ = std::make_shared<Reservation>(std::move(listener));
   return reserved;
 }
 
 bool operator==(const SocketEndpoint& left, const SocketEndpoint& right) {
-  return left.transport_ == right.transport_ && left.host_ == right.host_ && left.port_ == right.port_;
+  return left.transport_ == right.transport_ && left.host_ == right.host_ && left.port_ == right.port_ &&
+         left.readers_ == right.readers_;
 }
 
 }  // namespace qor::socket

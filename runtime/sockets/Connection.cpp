@@ -6,11 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <exception>
 #include <system_error>
-
-#include "tamb/LogContext.h"
+#include <utility>
 
 namespace qor::socket {
 
@@ -26,28 +24,25 @@ constexpr std::chrono::milliseconds longestTimeBetweenTries{100};
 
 Connection::Connection(ZmqSocket& socket, Context& context, Reconnector reconnector,
                        const std::string& description)
-    : socket_(socket),
-      watch_(context.watch()),
+    : watch_(context.watch()),
       reconnector_(reconnector),
-      events_(context.get(), ZMQ_PAIR, description),
+      events_(socket, context,
+              ZMQ_EVENT_CONNECTED | ZMQ_EVENT_HANDSHAKE_SUCCEEDED | ZMQ_EVENT_DISCONNECTED |
+                  ZMQ_EVENT_CONNECT_RETRIED,
+              description),
       news_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
   if (!news_) throw std::system_error(errno, std::generic_category(), description);
-  const std::string address = "inproc://connection-" + tamb::GetUUIDString();
-  events_.setOption(ZMQ_LINGER, 0);
-  // Without a bound: at its bound libzmq's I/O thread, and all traffic with it, would wait for us to read.
-  events_.setOption(ZMQ_RCVHWM, 0);
-  if (::zmq_socket_monitor(
-          socket.get(), address.c_str(),
-          ZMQ_EVENT_HANDSHAKE_SUCCEEDED | ZMQ_EVENT_DISCONNECTED | ZMQ_EVENT_CONNECT_RETRIED) != 0 ||
-      ::zmq_connect(events_.get(), address.c_str()) != 0) {
-    throwZmqError(description, "cannot follow its connection");
-  }
   watch_.add(events_.descriptor(), *this);
 }
 
-Connection::~Connection() {
-  ::zmq_socket_monitor(socket_.get(), nullptr, 0);
-  watch_.remove(events_.descriptor());
+std::optional<ForeignDescriptor> Connection::end() noexcept {
+  if (std::exchange(isFollowed_, false)) {
+    events_.stop();
+    watch_.remove(events_.descriptor());
+    // For what the watch's thread has not taken yet.
+    Connection::onActivity();
+  }
+  return ForeignDescriptor::of(descriptor_);
 }
 
 std::optional<Deadline> Connection::reconnectAt() const {
@@ -86,15 +81,7 @@ bool Connection::wait(int descriptor, std::optional<Deadline> deadline) {
 bool Connection::onActivity() noexcept {
   bool goesOn = true;
   try {
-    // An event has two parts: its kind, in the first two bytes, with a value; and the address.
-    ZmqMessage part;
-    while (events_.tryReceive(part)) {
-      std::uint16_t event = 0;
-      if (part.size() >= sizeof event) std::memcpy(&event, part.data(), sizeof event);
-      onEvent(event);
-      while (part.hasMore() && events_.tryReceive(part)) {
-      }
-    }
+    while (const auto event = events_.take()) onEvent(*event);
   } catch (const std::exception&) {
     // The context is being shut down; the socket is told so by libzmq itself.
     goesOn = false;
@@ -103,15 +90,19 @@ bool Connection::onActivity() noexcept {
   return goesOn;
 }
 
-void Connection::onEvent(int event) noexcept {
+void Connection::onEvent(const SocketMonitor::Event& event) noexcept {
   const Deadline::rep now = Deadline::clock::now().time_since_epoch().count();
-  switch (event) {
+  switch (event.kind) {
+    case ZMQ_EVENT_CONNECTED:  // which is not to say that the peer has answered
+      descriptor_ = event.value;
+      break;
     case ZMQ_EVENT_HANDSHAKE_SUCCEEDED:
       downSince_ = never;
       timeBeforeNextTry_ = shortestTimeBetweenTries;
       stands_ = true;
       break;
     case ZMQ_EVENT_DISCONNECTED:
+      descriptor_ = noDescriptor;
       downSince_ = now;
       stands_ = false;
       ++losses_;

@@ -8,6 +8,8 @@
 
 #include "runtime/messaging/FileDescriptor.h"
 #include "runtime/sockets/Context.h"
+#include "runtime/sockets/ForeignDescriptor.h"
+#include "runtime/sockets/SocketMonitor.h"
 #include "runtime/sockets/SocketWatch.h"
 #include "runtime/sockets/ZmqHandles.h"
 
@@ -23,9 +25,7 @@ class Connection : private Watched {
 
   /// To be made before the socket connects.
   Connection(ZmqSocket& socket, Context& context, Reconnector reconnector, const std::string& description);
-  /// Before the socket is closed: libzmq's I/O thread would wait, for good, for somebody to read what it
-  /// reports.
-  ~Connection() override;
+  ~Connection() override { end(); }
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
@@ -39,6 +39,10 @@ class Connection : private Watched {
   /// The owner connects the socket again now.
   void onReconnect();
 
+  /// Follows the connection no longer; to be called before the socket is closed, on the socket's thread.
+  /// Returns the connection's descriptor, if there is a connection.
+  std::optional<ForeignDescriptor> end() noexcept;
+
   /// For good: whoever waits is to give up. Any thread.
   void interrupt() noexcept;
   bool isInterrupted() const { return interrupted_; }
@@ -49,15 +53,17 @@ class Connection : private Watched {
 
  private:
   bool onActivity() noexcept override;
-  void onEvent(int event) noexcept;
+  void onEvent(const SocketMonitor::Event& event) noexcept;
   void tell() noexcept;
 
-  ZmqSocket& socket_;
   SocketWatch& watch_;
   const Reconnector reconnector_;
-  ZmqSocket events_;     ///< used by the watch's thread alone, once it is watched
-  FileDescriptor news_;  ///< readable when something has changed since the last wait
+  SocketMonitor events_;  ///< used by the watch's thread alone, once it is watched
+  FileDescriptor news_;   ///< readable when something has changed since the last wait
   std::atomic<bool> stands_{false};
+  static constexpr int noDescriptor = -1;
+  int descriptor_ = noDescriptor;  ///< libzmq's; used where events_ is
+  bool isFollowed_ = true;
   std::atomic<std::uint64_t> losses_{0};
   static constexpr Deadline::rep never = 0;
   /// Since when nobody tries to connect, in the clock's ticks.

@@ -65,7 +65,7 @@ std::string zmqAddress(const SocketEndpoint& endpoint) {
   if (endpoint.transport() == SocketEndpoint::Transport::Inproc) {
     return "ipc://" + nameWithinProcess(endpoint.host());
   }
-  return endpoint.toString(Protocol::Plain);
+  return endpoint.address();
 }
 
 SocketFile::SocketFile(const std::string& path) {
@@ -94,28 +94,21 @@ Listener::Listener(ZmqSocket& socket, const SocketEndpoint& endpoint, const Sock
     throw std::runtime_error(who + ": " + error.what());
   }
   if (endpoint.transport() == SocketEndpoint::Transport::Ipc) file_.emplace(endpoint.host());
-  struct stat status {};
-  if (::fstat(listener.get(), &status) == 0) socketInode_ = status.st_ino;
   if (endpoint.transport() == SocketEndpoint::Transport::Inproc) {
     socket.setOption(ZMQ_IPC_FILTER_UID, static_cast<int>(::getuid()));
   }
   socket.setOption(ZMQ_USE_FD, listener.get());
   if (::zmq_bind(socket.get(), zmqAddress(endpoint).c_str()) != 0) throwZmqError(who, "cannot bind");
-  descriptor_ = listener.release();
+  descriptor_ = ForeignDescriptor::of(listener.release());
 }
 
 void Listener::removeSocketFile() noexcept { file_.reset(); }
 
 void Listener::waitUntilClosed() const {
-  // There is nothing to wait on: once the context is being shut down, libzmq reports no events either. The
-  // descriptor is closed within microseconds as a rule; a second is far longer than its thread is kept from
-  // running. Were it not closed by then, whoever binds the endpoint next is told that it is in use.
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
-  struct stat status {};
-  while (::fstat(descriptor_, &status) == 0 && status.st_ino == socketInode_ &&
-         std::chrono::steady_clock::now() < deadline) {
-    std::this_thread::sleep_for(std::chrono::microseconds(50));
-  }
+  // Once the context is being shut down, libzmq reports no events either. The descriptor is closed within
+  // microseconds as a rule; a second is far longer than its thread is kept from running. Were it not closed
+  // by then, whoever binds the endpoint next is told that it is in use.
+  descriptor_->waitUntilClosed(std::chrono::seconds(1));
 }
 
 }  // namespace qor::socket

@@ -5,6 +5,7 @@
 
 #include "qor/socket/SocketEndpoint.h"
 #include "runtime/messaging/SocketLabel.h"
+#include "runtime/sockets/ForeignDescriptor.h"
 #include "runtime/sockets/ZmqHandles.h"
 
 namespace qor::socket {
@@ -45,9 +46,11 @@ class Listener {
   /// descriptor a moment later, on a thread of its own. At most 1 s.
   void waitUntilClosed() const;
 
+  /// What listens: libzmq's, to be used while the socket is bound.
+  int descriptor() const { return descriptor_->number(); }
+
  private:
-  int descriptor_ = -1;                 ///< libzmq's to close
-  unsigned long long socketInode_ = 0;  ///< tells the descriptor from one that got its number later
+  std::optional<ForeignDescriptor> descriptor_;  ///< there is one
   std::optional<SocketFile> file_;
 };
 

@@ -1,10 +1,14 @@
 #include "runtime/sockets/PublisherSocket.h"
 
+#include <algorithm>
 #include <ctime>
 #include <exception>
+#include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
+#include "qor/utils/Log.h"
 #include "runtime/messaging/MessageRules.h"
 
 namespace qor::socket {
@@ -42,8 +46,19 @@ PublisherSocket::PublisherSocket(const SocketLabel& label, bool newestOnly, cons
   // A full queue is told to us instead of being passed over.
   socket().setOption(ZMQ_XPUB_NODROP, 1);
   socket().setOption(ZMQ_XPUB_VERBOSE, newestOnly ? 1 : 0);
+  if (endpoint.readers() != 0) readers_.emplace(socket(), context(), endpoint.readers(), label);
   bind(endpoint);
-  context().watch().add(socket().descriptor(), *this);
+  if (readers_) readers_->onBound(listener().descriptor());
+  SocketWatch& watch = context().watch();
+  watch.add(socket().descriptor(), *this);
+  if (!readers_) return;
+  try {
+    reports_ = readers_->descriptor();
+    watch.add(*reports_, *this);
+  } catch (...) {
+    watch.remove(socket().descriptor());
+    throw;
+  }
 }
 
 int PublisherSocket::poll(std::chrono::milliseconds /*timeOut*/, std::string& errorText) {
@@ -59,16 +74,21 @@ void PublisherSocket::send(const google::protobuf::Message& message, std::size_t
   throwIfShutDown();
   ZmqMessage encoded(size);
   encode(message, encoded.data());
-  const Lock lock(mutex_);
-  if (const auto now = coarseNow(); now - lastLook_ >= timeBetweenLooks) {
-    lastLook_ = now;
-    lookForSubscribers();
-    handOver();
+  std::vector<std::string> warnings;
+  {
+    const Lock lock(mutex_);
+    if (const auto now = coarseNow(); now - lastLook_ >= timeBetweenLooks) {
+      lastLook_ = now;
+      lookForSubscribers();
+      handOver();
+    }
+    if (kept_.isNewestOnly()) newest_ = encoded.copy();
+    if (!subscribed_ || !kept_.empty() || socket().trySend(encoded) != ZmqSocket::Sent::Yes) {
+      kept_.keep(std::move(encoded), size, label());
+    }
+    if (readers_) warnings = readers_->refusals().takeLines();
   }
-  if (kept_.isNewestOnly()) newest_ = encoded.copy();
-  if (!subscribed_ || !kept_.empty() || socket().trySend(encoded) != ZmqSocket::Sent::Yes) {
-    kept_.keep(std::move(encoded), size, label());
-  }
+  std::ranges::for_each(warnings, utils::logWarning);
 }
 
 std::size_t PublisherSocket::close(std::chrono::milliseconds timeForUnsent) noexcept {
@@ -80,28 +100,54 @@ std::size_t PublisherSocket::close(std::chrono::milliseconds timeForUnsent) noex
                    [this]() QOR_REQUIRES(mutex_) { return kept_.empty() || ended_; });
     discarded = kept_.count();
   }
-  context().watch().remove(socket().descriptor());
+  endReception();
   const auto spent =
       std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
   return discarded + ZmqOpenSocket::close(timeForUnsent - spent);
 }
 
 bool PublisherSocket::onActivity() noexcept {
-  const Lock lock(mutex_);
-  try {
-    lookForSubscribers();
-    handOver();
-    return true;
-  } catch (const std::exception&) {
-    // The context is being shut down: nobody will subscribe any more, and the owner meets the same at its
-    // next call. What is kept stays for close to count.
-    ended_ = true;
-    keptChanged_.notify_all();
-    return false;
+  std::vector<std::string> warnings;
+  {
+    const Lock lock(mutex_);
+    try {
+      lookForSubscribers();
+      handOver();
+      if (readers_) warnings = readers_->refusals().takeLines();
+    } catch (const std::exception&) {
+      // The context is being shut down: nobody will subscribe any more, and the owner meets the same at its
+      // next call. What is kept stays for close to count.
+      ended_ = true;
+      keptChanged_.notify_all();
+      return false;
+    }
   }
+  std::ranges::for_each(warnings, utils::logWarning);
+  return true;
+}
+
+void PublisherSocket::endReception() {
+  if (reports_) context().watch().remove(*reports_);
+  context().watch().remove(socket().descriptor());
+  std::vector<std::string> warnings;
+  {
+    const Lock lock(mutex_);
+    if (!readers_) return;
+    readers_->refusals().conclude();
+    warnings = readers_->refusals().takeLines();
+    // Ahead of the socket, whose connections it follows.
+    readers_.reset();
+  }
+  std::ranges::for_each(warnings, utils::logWarning);
 }
 
 void PublisherSocket::lookForSubscribers() {
+  if (readers_) {
+    const bool hasAdmitted = readers_->update();
+    subscribed_ = readers_->any();
+    if (hasAdmitted) onSubscription();
+    return;
+  }
   ZmqMessage news;
   while (socket().tryReceive(news)) {
     const std::string_view text(static_cast<const char*>(news.data()), news.size());

@@ -6,15 +6,17 @@
 
 #include "runtime/messaging/KeptMessages.h"
 #include "runtime/messaging/Mutex.h"
+#include "runtime/sockets/AdmittedReaders.h"
 #include "runtime/sockets/SocketWatch.h"
 #include "runtime/sockets/ZmqOpenSocket.h"
 
 namespace qor::socket {
 
-/// Sends to every subscriber, and keeps what nobody can take yet: without a subscriber, or with one whose
-/// queue is full. Where each message supersedes those before it, the newest is told again to whoever joins.
-/// Two threads meet here, the owner's, which sends, and the watch's, which learns of subscribers and hands
-/// over what was kept; the mutex is what makes libzmq's socket safe for both.
+/// Sends to every subscriber, or to as many as its endpoint allows, and keeps what nobody can take yet:
+/// without a subscriber, or with one whose queue is full. Where each message supersedes those before it, the
+/// newest is told again to whoever joins. Two threads meet here, the owner's, which sends, and the watch's,
+/// which learns of subscribers and hands over what was kept; the mutex is what makes libzmq's socket safe for
+/// both.
 class PublisherSocket : public ZmqOpenSocket, private Watched {
  public:
   PublisherSocket(const SocketLabel& label, bool newestOnly, const SocketEndpoint& endpoint);
@@ -30,11 +32,15 @@ class PublisherSocket : public ZmqOpenSocket, private Watched {
   void lookForSubscribers() QOR_REQUIRES(mutex_);
   void handOver() QOR_REQUIRES(mutex_);
   void onSubscription() QOR_REQUIRES(mutex_);
+  /// The watch calls no more. Not with the mutex locked.
+  void endReception();
 
+  std::optional<int> reports_;  ///< readers_' descriptor
   Mutex mutex_;
   std::condition_variable keptChanged_;
   KeptMessages<ZmqMessage> kept_ QOR_GUARDED_BY(mutex_);
-  std::optional<ZmqMessage> newest_ QOR_GUARDED_BY(mutex_);  ///< where it is all that counts
+  std::optional<ZmqMessage> newest_ QOR_GUARDED_BY(mutex_);        ///< where it is all that counts
+  std::optional<AdmittedReaders> readers_ QOR_GUARDED_BY(mutex_);  ///< none when anybody may read
   bool subscribed_ QOR_GUARDED_BY(mutex_) = false;
   bool ended_ QOR_GUARDED_BY(mutex_) = false;                     ///< nobody will subscribe any more
   std::chrono::milliseconds lastLook_ QOR_GUARDED_BY(mutex_){0};  ///< as coarseNow had it

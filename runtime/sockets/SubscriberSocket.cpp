@@ -9,6 +9,9 @@ namespace {
 /// waits at the publisher.
 constexpr ConnectionLimits limits{.sendQueue = 16, .receiveQueue = 10'000, .largestPart = largestMessagePart};
 
+/// Far longer than libzmq's thread is kept from running, and no wait that anybody notices.
+constexpr std::chrono::milliseconds timeToClose{100};
+
 }  // namespace
 
 SubscriberSocket::SubscriberSocket(const SocketLabel& label, const SocketEndpoint& endpoint)
@@ -19,10 +22,14 @@ SubscriberSocket::SubscriberSocket(const SocketLabel& label, const SocketEndpoin
 }
 
 std::size_t SubscriberSocket::close(std::chrono::milliseconds /*timeForUnsent*/) noexcept {
+  const auto descriptor = connection_->end();
   connection_.reset();
   // All that can be unsent is a subscription at a publisher that has gone, or never came: the end of the
   // process would wait for it.
   closeLeaving(std::chrono::milliseconds(0));
+  // libzmq closes the connection a moment later. Where a publisher limits its readers, whoever subscribes
+  // after this call finds the place free.
+  if (descriptor) descriptor->waitUntilClosed(timeToClose);
   return 0;
 }
 

@@ -53,6 +53,8 @@ class ZmqOpenSocket : public OpenSocket {
   ZmqSocket& socket() { return *socket_; }
   const SocketLabel& label() const { return label_; }
   Context& context() { return *context_; }
+  /// Of a socket that is bound.
+  const Listener& listener() const { return *listener_; }
   std::runtime_error failure(const std::string& reason) const;
 
   /// Takes the parts behind `part` out of the socket and counts them.

@@ -31,15 +31,18 @@ SocketTest::~SocketTest() {
       << "a socket file is left in " << directory_.path();
 }
 
-SocketEndpoint SocketTest::newEndpoint() {
+SocketEndpoint SocketTest::newEndpoint(const std::string& parameters) {
   const std::string number = std::to_string(++endpoints_);
+  const auto endpoint = [&](const std::string& address) {
+    return SocketEndpoint::FromString(address + parameters);
+  };
   switch (GetParam()) {
     case Transport::Tcp:
-      return SocketEndpoint::FromString("tcp://127.0.0.1:0").withReservedPort();
+      return endpoint("tcp://127.0.0.1:0").withReservedPort();
     case Transport::Ipc:
-      return SocketEndpoint::FromString("ipc://" + (directory_.path() / ("socket" + number)).string());
+      return endpoint("ipc://" + (directory_.path() / ("socket" + number)).string());
     case Transport::Inproc:
-      return SocketEndpoint::FromString("inproc://" + directory_.path().filename().string() + '-' + number);
+      return endpoint("inproc://" + directory_.path().filename().string() + '-' + number);
   }
   throw std::logic_error("unknown transport");
 }

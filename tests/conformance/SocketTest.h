@@ -40,8 +40,8 @@ constexpr std::chrono::seconds atOnce{5};
 class SocketTest : public ::testing::TestWithParam<Transport> {
  public:
   /// An endpoint that is not bound. Its port, if it has one, is held for the first socket that binds it, so
-  /// that a peer meets somebody who listens and says nothing.
-  SocketEndpoint newEndpoint();
+  /// that a peer meets somebody who listens and says nothing. The parameters end its text.
+  SocketEndpoint newEndpoint(const std::string& parameters = "");
   /// An endpoint where nobody listens.
   SocketEndpoint newSilentEndpoint();
 

@@ -103,6 +103,33 @@ class OurMemory(WireTest):
             self.assertEqual(number_of(reader.recv()), number)
         self.assertLess(self.grown(ours, before), 8)
 
+    def test_does_not_grow_by_those_that_its_one_reader_keeps_out(self):
+        ours, endpoint = self.bound("Publisher", self.ipc() + "?readers=1")
+        address = endpoint.partition("?")[0]
+        ours.send_numbered(0, 1)
+        reader = self.subscriber(address)
+        self.assertEqual(number_of(reader.recv()), 0)
+        waiting = [self.subscriber(address) for _ in range(PEERS)]
+        self.wait_until(lambda: ours.log(), "nobody is refused")
+        flooding = [self.flooding(zmq.XSUB, address) for _ in range(3)]
+        before = ours.resident_mebibytes()
+        topics = 0
+        for begin in range(1, 30_001, 100):
+            ours.send_numbered(begin, 100, 1000)
+            for stock in flooding:
+                try:
+                    stock.send(b"\x01" + topics.to_bytes(4, "big") + bytes(3000), zmq.NOBLOCK)
+                    topics += 1
+                except zmq.Again:
+                    pass
+            for number in range(begin, begin + 100):
+                self.assertEqual(number_of(reader.recv()), number)
+        # For each of those that wait, 30 MB were sent; a topic costs many times its size.
+        self.assertLess(self.grown(ours, before), 20)
+        for stock in waiting:
+            self.assertEqual(stock.poll(0), 0)
+        ours.log()
+
     def drain(self, ours, type_name):
         while ours.poll(300) == 0:
             ours.begin_receive(type_name)

@@ -1,6 +1,7 @@
 """A stock ZeroMQ socket, driven from outside: obeys each line of the standard input, and answers it with one line.
 
-    stock_peer.py KIND ENDPOINT     binds a socket of that kind, and says its endpoint
+    stock_peer.py KIND ENDPOINT     binds a socket of that kind, or connects a SUB that subscribes to everything, and
+                                    says its endpoint
 
     send HEX        ok
     receive         HEX, of the message's only part
@@ -17,7 +18,11 @@ def main(kind, endpoint):
         # What it was told to send is sent, as long as somebody is there for it.
         stock.linger = 10000
         stock.sndhwm = 0
-        stock.bind(endpoint)
+        if kind == "SUB":
+            stock.subscribe(b"")
+            stock.connect(endpoint)
+        else:
+            stock.bind(endpoint)
         print(stock.last_endpoint.rstrip(b"\0").decode(), flush=True)
         for line in sys.stdin:
             command, *words = line.split()

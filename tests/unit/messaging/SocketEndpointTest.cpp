@@ -24,6 +24,7 @@ struct Parts {
   Transport transport;
   std::string host;
   std::uint16_t port;
+  std::uint16_t readers = 0;
 };
 
 const std::vector<Parts> texts{
@@ -38,6 +39,12 @@ const std::vector<Parts> texts{
     {"ipc://@abstract", Transport::Ipc, "@abstract", 0},
     {"inproc://some name", Transport::Inproc, "some name", 0},
     {"inproc://tcp://127.0.0.1:1", Transport::Inproc, "tcp://127.0.0.1:1", 0},
+    {"ipc:///tmp/100%25&more=1", Transport::Ipc, "/tmp/100%25&more=1", 0},
+    {"tcp://127.0.0.1:5555?readers=1", Transport::Tcp, "127.0.0.1", 5555, 1},
+    {"tcp://[::1]:80?readers=2", Transport::Tcp, "::1", 80, 2},
+    {"ipc:///run/engine/status?readers=1", Transport::Ipc, "/run/engine/status", 0, 1},
+    {"ipc://@abstract?readers=65535", Transport::Ipc, "@abstract", 0, 65535},
+    {"inproc://name?readers=7", Transport::Inproc, "name", 0, 7},
 };
 
 TEST(SocketEndpoint, IsReadIntoItsParts) {
@@ -47,6 +54,8 @@ TEST(SocketEndpoint, IsReadIntoItsParts) {
     EXPECT_EQ(endpoint.transport(), parts.transport);
     EXPECT_EQ(endpoint.host(), parts.host);
     EXPECT_EQ(endpoint.port(), parts.port);
+    EXPECT_EQ(endpoint.readers(), parts.readers);
+    EXPECT_EQ(endpoint.address(), parts.text.substr(0, parts.text.find('?')));
   }
 }
 
@@ -71,12 +80,15 @@ TEST(SocketEndpoint, HasOneSpelling) {
   EXPECT_EQ(parsed("tcp://[2001:DB8::7]:80").toString(Protocol::Plain), "tcp://[2001:db8::7]:80");
   EXPECT_EQ(parsed("tcp://localhost:0080").toString(Protocol::Plain), "tcp://localhost:80");
   EXPECT_TRUE(parsed("tcp://[0::1]:80") == parsed("tcp://[::1]:80"));
+  EXPECT_EQ(parsed("tcp://a:1?readers=001").toString(Protocol::Plain), "tcp://a:1?readers=1");
 }
 
-TEST(SocketEndpoint, DiffersInTransportHostAndPort) {
+TEST(SocketEndpoint, DiffersInTransportHostPortAndParameters) {
   EXPECT_FALSE(parsed("tcp://a:1") == parsed("tcp://a:2"));
   EXPECT_FALSE(parsed("tcp://a:1") == parsed("tcp://b:1"));
   EXPECT_FALSE(parsed("ipc://a") == parsed("inproc://a"));
+  EXPECT_FALSE(parsed("ipc://a") == parsed("ipc://a?readers=1"));
+  EXPECT_FALSE(parsed("ipc://a?readers=2") == parsed("ipc://a?readers=1"));
 }
 
 TEST(SocketEndpoint, IsAValue) {
@@ -130,6 +142,24 @@ const std::vector<Refused> refused{
     {"ipc://" + std::string(108, 'p'), "107"},
     {"inproc://", "the name is empty"},
     {"inproc://" + std::string(65, 'n'), "64"},
+    {"ipc://?readers=1", "the path is empty"},
+    {"tcp://a?readers=1", "the port is missing"},
+    {"tcp://a:1?", "not a list of parameters"},
+    {"ipc:///what?/now", "not a list of parameters"},
+    {"tcp://a:1?readers", "not a list of parameters"},
+    {"tcp://a:1?readers=1&", "not a list of parameters"},
+    {"tcp://a:1?&readers=1", "not a list of parameters"},
+    {"tcp://a:1?reader=1", "unknown parameter"},
+    {"tcp://a:1?Readers=1", "unknown parameter"},
+    {"tcp://a:1?=1", "unknown parameter"},
+    {"tcp://a:1?readers=1&other=2", "unknown parameter"},
+    {"tcp://a:1?readers=1&readers=1", "given twice"},
+    {"tcp://a:1?readers=", "readers is not a number from 1 to 65535"},
+    {"tcp://a:1?readers=0", "readers is not a number from 1 to 65535"},
+    {"tcp://a:1?readers=-1", "readers is not a number from 1 to 65535"},
+    {"tcp://a:1?readers=65536", "readers is not a number from 1 to 65535"},
+    {"tcp://a:1?readers=1?readers=1", "readers is not a number from 1 to 65535"},
+    {"tcp://a:1?readers=one", "readers is not a number from 1 to 65535"},
 };
 
 TEST(NoSocketEndpoint, IsQuotedWithTheReasonAndWithWhatIsExpected) {
@@ -137,7 +167,7 @@ TEST(NoSocketEndpoint, IsQuotedWithTheReasonAndWithWhatIsExpected) {
     EXPECT_THAT([&] { parsed(text.text); },
                 ThrowsMessage<std::runtime_error>(AllOf(
                     HasSubstr('"' + text.text + '"'), HasSubstr(text.reason), HasSubstr("tcp://HOST:PORT"),
-                    HasSubstr("ipc://PATH"), HasSubstr("inproc://NAME"))));
+                    HasSubstr("ipc://PATH"), HasSubstr("inproc://NAME"), HasSubstr("?readers=NUMBER"))));
   }
 }
 
