@@ -28,6 +28,10 @@ constexpr std::chrono::seconds timeToBeReady{25};
 constexpr std::chrono::seconds timeToEnd{7};
 constexpr std::chrono::milliseconds lookInterval{100};
 
+/// An engine has one host: another reader could hold that up, or take what was kept for it. The host itself
+/// is given the address alone, which any implementation understands.
+constexpr const char* oneReader = "?readers=1";
+
 /// An argument ends at its first zero byte.
 bool fitsCommandLine(const std::string& text) { return text.find('\0') == std::string::npos; }
 
@@ -51,9 +55,9 @@ std::vector<std::string> argumentsFor(const WantedEngine& wanted, const EngineEn
   add("--engine-id", std::to_string(wanted.engineId));
   add("--description", "-");
   add("--request", endpoints.request);
-  add("--status", endpoints.status);
+  add("--status", endpoints.status + oneReader);
   add("--command", endpoints.command);
-  add("--notification", endpoints.notification);
+  add("--notification", endpoints.notification + oneReader);
   add("--directory", directory.string());
   // Its standard output is anyone's, its engine's libraries' for instance.
   add("--ready-fd", std::to_string(ChildProcess::lineDescriptor));
@@ -111,8 +115,8 @@ hosting::DeadEngine identityOf(std::string workflowManagerId, std::uint32_t engi
   return {.workflowManagerId = std::move(workflowManagerId),
           .engineId = engineId,
           .requestEndpoint = socket::SocketEndpoint::FromString(endpoints.request),
-          .statusEndpoint = socket::SocketEndpoint::FromString(endpoints.status),
-          .notificationEndpoint = socket::SocketEndpoint::FromString(endpoints.notification),
+          .statusEndpoint = socket::SocketEndpoint::FromString(endpoints.status + oneReader),
+          .notificationEndpoint = socket::SocketEndpoint::FromString(endpoints.notification + oneReader),
           .cause = ""};
 }
 

@@ -4,6 +4,8 @@ import os
 import signal
 import unittest
 
+import zmq
+
 from programs_support import CORES, ENGINE, SUPERVISOR, ProgramsTest, clip, cores_of_threads, processes_below, wait_until
 
 
@@ -99,6 +101,20 @@ exec '{os.environ["TAMB_ENGINE"]}' "$@"
         service.signal(signal.SIGTERM)
         self.expect_exit(service, 0)
         self.assertIn("A submission got no answer: ", service.errors())
+
+    def test_starts_engines_that_serve_their_host_and_no_other_reader(self):
+        service, endpoint = self.service()
+        host = self.running_host("--service", endpoint)
+        for channel in ("status", "notification"):
+            stranger = zmq.Context.instance().socket(zmq.SUB)
+            self.addCleanup(stranger.close, linger=0)
+            stranger.subscribe(b"")
+            stranger.connect(f"ipc://{next(self.temporary.glob('*/' + channel))}")
+            service.wait_for_errors(f"/{channel}?readers=1): refused a subscriber, process {os.getpid()}: ")
+            self.assertEqual(stranger.poll(300), 0)
+            stranger.close(linger=0)
+        self.expect_exit(host, 0)
+        self.assertEqual(len(service.errors().split("refused a subscriber")), 3, service.errors())
 
     def test_keeps_running_the_others_when_one_engine_dies(self):
         _, endpoint = self.service()
