@@ -18,7 +18,8 @@ enum class Library {
   Bare,                ///< libzmq and protobuf, nothing checked but errors
   BareGuarded,         ///< the same; requests get along with a peer that dies, as ours do
   BareValues,          ///< the same; parameters are never objects of the framework, nor is what arrives
-  Grpc,                ///< unary calls for control, else one bidirectional stream
+  Grpc,                ///< unary calls alone for control, else one bidirectional stream
+  GrpcBesideStream,    ///< unary calls for control while a stream is open
   GrpcBuffered,        ///< the same; messages that more will follow may wait for them
   GrpcClient,          ///< a stream of commands only
   GrpcClientBuffered,  ///< the same; messages that more will follow may wait for them
@@ -43,6 +44,7 @@ NLOHMANN_JSON_SERIALIZE_ENUM(Library, {{Library::Ours, "ours"},
                                        {Library::BareGuarded, "bare libzmq, guarded"},
                                        {Library::BareValues, "bare libzmq, plain values"},
                                        {Library::Grpc, "gRPC"},
+                                       {Library::GrpcBesideStream, "gRPC beside a stream"},
                                        {Library::GrpcBuffered, "gRPC, buffered"},
                                        {Library::GrpcClient, "gRPC client stream"},
                                        {Library::GrpcClientBuffered, "gRPC client stream, buffered"},

@@ -35,6 +35,10 @@ bool isClientStream(const Case& run) {
   return run.library == Library::GrpcClient || run.library == Library::GrpcClientBuffered;
 }
 
+bool isUnaryOnly(const Case& run) {
+  return run.measure == Measure::ControlRoundTrip && run.library == Library::Grpc;
+}
+
 /// A connection of its own: channels to one address share theirs otherwise, and two threads that wait on one
 /// connection hand its events over to each other. Blocks until it is made.
 std::shared_ptr<grpc::Channel> connect(const std::string& address) {
@@ -62,10 +66,11 @@ void require(bool succeeded) {
 class GrpcHostEnd : public HostEnd {
  public:
   GrpcHostEnd(const Case& run, const Addresses& addresses, Arrived arrived)
-      : buffers_(isBuffered(run)),
-        controlStub_(proto::Compare::NewStub(connect(addressOf(addresses)))),
-        exchangeStub_(proto::Compare::NewStub(connect(addressOf(addresses)))),
-        exchange_(exchangeStub_->Exchange(&exchangeContext_)) {
+      : buffers_(isBuffered(run)), controlStub_(proto::Compare::NewStub(connect(addressOf(addresses)))) {
+    // Even on another connection an open stream slows calls: the threads of a process share one poller.
+    if (isUnaryOnly(run)) return;
+    exchangeStub_ = proto::Compare::NewStub(connect(addressOf(addresses)));
+    exchange_ = exchangeStub_->Exchange(&exchangeContext_);
     if (isClientStream(run)) {
       commandsStub_ = proto::Compare::NewStub(connect(addressOf(addresses)));
       commands_ = commandsStub_->Commands(&commandsContext_, &nothing_);
@@ -75,6 +80,7 @@ class GrpcHostEnd : public HostEnd {
     });
   }
   ~GrpcHostEnd() override {
+    if (!exchange_) return;
     if (commands_) {
       commands_->WritesDone();
       commands_->Finish();
@@ -111,9 +117,9 @@ class GrpcHostEnd : public HostEnd {
   grpc::ClientContext commandsContext_;
   // One for each: a thread is blocked in the read of the exchange all the time.
   const std::unique_ptr<proto::Compare::Stub> controlStub_;
-  const std::unique_ptr<proto::Compare::Stub> exchangeStub_;
+  std::unique_ptr<proto::Compare::Stub> exchangeStub_;
   std::unique_ptr<proto::Compare::Stub> commandsStub_;
-  const std::unique_ptr<grpc::ClientReaderWriter<wire::CommandMessageList, wire::NotificationMessageList>>
+  std::unique_ptr<grpc::ClientReaderWriter<wire::CommandMessageList, wire::NotificationMessageList>>
       exchange_;
   std::unique_ptr<grpc::ClientWriter<wire::CommandMessageList>> commands_;
   std::jthread reception_;

@@ -28,7 +28,10 @@ std::size_t mostPerList(Measure measure, bool withParameters) {
 
 std::vector<Library> librariesFor(Measure measure, bool withParameters) {
   std::vector libraries{Library::Ours, Library::Bare, Library::Grpc, Library::InProcess};
-  if (measure == Measure::ControlRoundTrip) libraries.push_back(Library::BareGuarded);
+  if (measure == Measure::ControlRoundTrip) {
+    libraries.push_back(Library::BareGuarded);
+    libraries.push_back(Library::GrpcBesideStream);
+  }
   if (withParameters) libraries.push_back(Library::BareValues);
   const bool isOneWay = measure == Measure::Commands || measure == Measure::Notifications;
   if (isOneWay) libraries.push_back(Library::GrpcBuffered);

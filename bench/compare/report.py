@@ -24,7 +24,8 @@ import matplotlib.pyplot as plt  # noqa: E402: the kind of file is chosen first
 
 BEGIN, END = "<!-- measured: begin -->", "<!-- measured: end -->"
 COLOURS = {"ours": "#c0392b", "bare libzmq": "#2c3e50", "bare libzmq, guarded": "#8395a7",
-           "bare libzmq, plain values": "#b08968", "gRPC": "#2980b9", "gRPC, buffered": "#7fb3d5",
+           "bare libzmq, plain values": "#b08968", "gRPC": "#2980b9", "gRPC beside a stream": "#1f618d",
+           "gRPC, buffered": "#7fb3d5",
            "gRPC client stream": "#16a085", "gRPC client stream, buffered": "#76d7c4", "in-process": "#999999"}
 
 
@@ -238,7 +239,8 @@ def sections_of(report, folder):
                      *beside(runs, "bare libzmq"), *extras(runs),
                      "## Ours beside gRPC",
                      "As above. Without buffering each list is written at once; with it, a list may wait for the next.",
-                     *streams(runs), *beside(runs, "gRPC"), *beside(runs, "gRPC, buffered"),
+                     *streams(runs), *beside(runs, "gRPC"), *beside(runs, "gRPC beside a stream"),
+                     *beside(runs, "gRPC, buffered"),
                      *beside(runs, "gRPC client stream, buffered")]
     # A part of the plan may have no work of a kind.
     round_trips = [work for work in runs.works() if work.startswith(ROUND_TRIPS)]
