@@ -1,6 +1,11 @@
 #pragma once
 
+#include <google/protobuf/arena.h>
+
+#include <atomic>
+#include <cstddef>
 #include <memory>
+#include <utility>
 
 #include "CommandAndNotification.pb.h"
 #include "tamb/IParametersCollection.h"
@@ -44,3 +49,77 @@ void MediaTimeToProtoBuf(const tamb::MediaTime& time, proto::MediaTime& message)
 tamb::MediaTime MediaTimeFromProtoBuf(const proto::MediaTime& message);
 
 }  // namespace qor::multiprocess_communication::Serializers
+
+/// Messages that are filled again and again, as both ends of a channel do.
+namespace qor::multiprocess_communication {
+
+/// A message that is filled again and again: the memory of one use serves the next. One thread at a time.
+///
+/// A cleared message keeps the memory of the largest value that each of its elements ever held, so that
+/// messages of different shapes add up: 500 lists of 64 KiB left half a gigabyte behind. Hence a new message
+/// takes its place after `maximumBytes`. Messages live on an arena to make that cheap: it costs 2.7 to 3.9 %
+/// of the instructions that a list with one small message takes, and 4.2 to 5.5 % without an arena.
+template <class Message>
+class ReusedMessage {
+ public:
+  /// How much a message may hold over all of its uses, in bytes of their encodings: 16 messages of the
+  /// largest size. This keeps its memory below 32 MiB, even if every byte takes 25 in memory, as empty
+  /// strings do.
+  static constexpr std::size_t maximumBytes = std::size_t{1} << 20U;
+
+  ReusedMessage() = default;
+  ~ReusedMessage() = default;
+  ReusedMessage(const ReusedMessage&) = delete;
+  ReusedMessage& operator=(const ReusedMessage&) = delete;
+
+  Message& get() { return *message_; }
+
+  /// Counts one use, which filled the message with at most this many bytes of an encoding.
+  void account(std::size_t encodedBytes) { held_ += encodedBytes; }
+  /// Counts a use that failed and may have filled the message with any amount.
+  void accountForUnknown() { held_ = maximumBytes; }
+
+  /// Empties the message for the next use; frees its memory once it has held `maximumBytes`.
+  void clear() {
+    if (held_ < maximumBytes) return message_->Clear();
+    arena_.Reset();
+    message_ = google::protobuf::Arena::CreateMessage<Message>(&arena_);
+    held_ = 0;
+  }
+
+ private:
+  google::protobuf::Arena arena_;
+  Message* message_ = google::protobuf::Arena::CreateMessage<Message>(&arena_);
+  std::size_t held_ = 0;
+};
+
+/// Keeps one reused message between the calls that need one. Any thread, without a lock: a call that takes
+/// the message has it alone; a call that comes meanwhile, on another thread or nested in the first, gets a
+/// new one.
+template <class Message>
+class SpareMessage {
+ public:
+  using Reused = ReusedMessage<Message>;
+
+  SpareMessage() = default;
+  ~SpareMessage() { const std::unique_ptr<Reused> last(spare_.exchange(nullptr)); }
+  SpareMessage(const SpareMessage&) = delete;
+  SpareMessage& operator=(const SpareMessage&) = delete;
+
+  /// An empty message. The caller may free it instead of giving it back.
+  std::unique_ptr<Reused> take() {
+    std::unique_ptr<Reused> taken(spare_.exchange(nullptr));
+    return taken ? std::move(taken) : std::make_unique<Reused>();
+  }
+
+  /// Clears the message and keeps it for the next call, instead of one that was given back meanwhile.
+  void giveBack(std::unique_ptr<Reused> reused) {
+    reused->clear();
+    const std::unique_ptr<Reused> other(spare_.exchange(reused.release()));
+  }
+
+ private:
+  std::atomic<Reused*> spare_ = nullptr;
+};
+
+}  // namespace qor::multiprocess_communication

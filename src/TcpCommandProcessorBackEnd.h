@@ -7,7 +7,7 @@
 
 #include "Checks.h"
 #include "CommandAndNotification.pb.h"
-#include "ReusedMessage.h"
+#include "Serializers.h"
 #include "qor/socket/Socket.h"
 #include "qor/utils/MessageFormatter.h"
 #include "tamb/ICommandProcessor.h"

@@ -30,6 +30,9 @@ std::string ToString(EngineStatus status);
 
 }  // namespace EngineStatus
 
+/// The front end's bound on the encoding of a reply, in bytes. A longer error text is cut to what fits.
+inline constexpr unsigned int engineReplySizeBound = 8'192;
+
 /// Makes a local engine controllable from another process: answers control requests on one socket, publishes
 /// the engine's status on another, runs the engine on a thread of its own, and tells the engine process when
 /// its controller has gone.

@@ -7,7 +7,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include "EngineReply.h"
 #include "tamb/TAMBRuntimeError.h"
 
 namespace qor::multiprocess_communication {

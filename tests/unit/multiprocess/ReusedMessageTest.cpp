@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "CommandAndNotification.pb.h"
-#include "ReusedMessage.h"
+#include "Serializers.h"
 
 namespace qor::multiprocess_communication {
 namespace {
