@@ -21,8 +21,9 @@ constexpr int heartbeatTimeOutMilliseconds = 1'800;
 constexpr std::chrono::milliseconds timeForQuickReply{10};
 
 /// One exchange is under way at a time; late replies to earlier ones are dropped as they are read. Both
-/// queues are longer than that: libzmq's two threads wake each other whenever half of one has been read.
-constexpr ConnectionLimits limits{.sendQueue = 64, .receiveQueue = 64, .largestPart = largestMessagePart};
+/// queues are longer than that: libzmq's two threads wake each other whenever half of one has been read. A
+/// reply that is far too large is still received, for its exchange to fail with the reason.
+constexpr ConnectionLimits limits{.sendQueue = 64, .receiveQueue = 64, .largestPart = 8 * largestMessagePart};
 
 /// Long before it is over, we have connected again or closed.
 constexpr std::chrono::milliseconds noReconnectionByLibzmq = std::chrono::hours(1);

@@ -8,6 +8,7 @@ from wire_support import PATIENCE, PeerFailure, WireTest, reply, status
 
 # One byte more than our side reads.
 OVERSIZED = bytes((128 << 10) + 1)
+OVERSIZED_REPLY = bytes((1 << 20) + 1)
 
 
 class AnOversizedMessage(WireTest):
@@ -53,7 +54,7 @@ class AnOversizedMessage(WireTest):
         ours = self.connected("Requester", endpoint)
         ours.send(status())
         stock.recv()
-        stock.send(OVERSIZED)
+        stock.send(OVERSIZED_REPLY)
         ours.begin_receive("EngineBackEndReply")
         with self.assertRaisesRegex(PeerFailure, "the connection was lost before the reply came"):
             ours.end_receive()
