@@ -2,7 +2,7 @@
 
 import unittest
 
-from programs_support import ProgramsTest, clip
+from programs_support import ProgramsTest, clip, wait_until
 
 
 class Command(ProgramsTest):
@@ -28,6 +28,8 @@ class Command(ProgramsTest):
         workflow = self.faulty_engine_workflow([{"name": "Hello", "step": "nobody"}] * count)
         host = self.host(workflow)
         host.wait_for_errors("commands for a step without a control: 10000 so far")
+        # Whoever interrupts a run does not wait for further answers.
+        wait_until(lambda: host.output().count("CommandFailed") >= count, lambda: host.output()[-1000:])
         host.interrupt()
         host.wait()
         self.assertEqual(sum(line == "CommandFailed" for line in host.lines()), count)
