@@ -31,9 +31,12 @@ constexpr std::chrono::seconds longestSilence{15};
 /// A process that was stopped finds the time gone before it finds what has come meanwhile.
 constexpr unsigned int pollsBeforeSilence = 3;
 constexpr milliseconds timeToStartRunning{2'000};
-/// A publisher that nobody has subscribed to yet keeps the newest status only, so that a run that is asked
-/// for and over by then would pass unseen. A back end publishes its status at least that often.
-constexpr milliseconds timeForFirstStatus{1'000};
+/// A publisher without a subscriber keeps the newest status only, so that a run that is asked for and over
+/// before the status socket is connected, at first or again after a cut, would pass unseen. A back end
+/// publishes its status at least that often.
+constexpr milliseconds timeForStatus{1'000};
+/// The next one is overdue when the last is older than that.
+constexpr milliseconds oldestStatus = timeForStatus + milliseconds(100);
 /// How long one wait for another status goes on.
 constexpr milliseconds statusSlice{1'000};
 
@@ -104,7 +107,7 @@ void TcpEngineFrontEnd::SetInitConfig(std::shared_ptr<const tamb::IParametersCol
   const auto statusEndpoint = SocketEndpoint::FromString(config->GetUTF8String(statusEndpointKey));
   stopStatusReception_ = false;
   stopHeartBeat_ = false;
-  changeReception(Reception::Expected);
+  changeReception(true);
   statusReceptionThread_ = std::make_shared<std::thread>(
       [this, statusEndpoint] { engineStatusReceptionThreadFunction(statusEndpoint); });
   heartBeatThread_ = std::make_shared<std::thread>([this] { heartBeatThreadFunction(); });
@@ -123,6 +126,7 @@ void TcpEngineFrontEnd::AddLogger(std::string /*name*/, std::shared_ptr<tamb::IL
 void TcpEngineFrontEnd::AddBenchmarker(std::string /*name*/, void* /*benchmarker*/) {}
 
 void TcpEngineFrontEnd::Run() {
+  waitForOverdueStatus();
   // The status may have changed twice before the reply is here.
   const unsigned int runsBefore = [this] {
     const std::lock_guard lock(statusMutex_);
@@ -212,9 +216,19 @@ bool TcpEngineFrontEnd::waitForEngineStatusChange(IClock::TimePoint deadline,
 
 void TcpEngineFrontEnd::waitForFirstStatus() {
   std::unique_lock lock(statusMutex_);
-  const auto deadline = clock_->steadyNow() + timeForFirstStatus;
-  while (reception_ == Reception::Expected && clock_->steadyNow() < deadline) {
-    clock_->waitUntil(statusChanged_, lock, deadline);
+  if (!lastStatus_) waitForAnotherStatus(lock);
+}
+
+void TcpEngineFrontEnd::waitForOverdueStatus() {
+  std::unique_lock lock(statusMutex_);
+  if (lastStatus_ && clock_->steadyNow() - *lastStatus_ > oldestStatus) waitForAnotherStatus(lock);
+}
+
+void TcpEngineFrontEnd::waitForAnotherStatus(std::unique_lock<std::mutex>& lock) {
+  const auto seen = lastStatus_;
+  const auto deadline = clock_->steadyNow() + timeForStatus;
+  while (isReceiving_ && lastStatus_ == seen && clock_->steadyNow() < deadline) {
+    clock_->waitUntil(receptionChanged_, lock, deadline);
   }
 }
 
@@ -235,7 +249,7 @@ void TcpEngineFrontEnd::reset() {
   joinAndDrop(statusReceptionThread_);
   joinAndDrop(heartBeatThread_);
   // Nobody follows the engine any more: whoever waits for another status must not wait for ever.
-  changeReception(Reception::None);
+  changeReception(false);
   changeRemoteStatus(EngineStatus::Undefined);
 }
 
@@ -248,7 +262,7 @@ void TcpEngineFrontEnd::engineStatusReceptionThreadFunction(const SocketEndpoint
     checks().log(std::string("Aborting status reception: ") + termination.what());
   }
   // No more statuses come: whoever waits for another one must not wait for ever.
-  changeReception(Reception::None);
+  changeReception(false);
   changeRemoteStatus(EngineStatus::Undefined);
 }
 
@@ -267,7 +281,6 @@ void TcpEngineFrontEnd::openStatusSocket(std::optional<Socket>& socket,
 
 void TcpEngineFrontEnd::receiveStatuses(Socket& socket) {
   noteLife();
-  lastStatus_ = clock_->steadyNow();
   pollsInVain_ = 0;
   proto::EngineStatus message;
   while (!stopStatusReception_) {
@@ -298,17 +311,22 @@ TcpEngineFrontEnd::Polled TcpEngineFrontEnd::pollStatus(Socket& socket, proto::E
     checks().log("engineStatusReceptionThreadFunction: unknown engine status received");
     return Polled::Nothing;
   }
-  noteLife();
-  lastStatus_ = clock_->steadyNow();
   pollsInVain_ = 0;
   changeRemoteStatus(static_cast<EngineStatus::EngineStatus>(message.status()));
-  changeReception(Reception::UnderWay);
+  noteStatus();
   return Polled::Status;
 }
 
 void TcpEngineFrontEnd::noteLife() {
   const std::lock_guard lock(statusMutex_);
   lastSign_ = clock_->steadyNow();
+}
+
+void TcpEngineFrontEnd::noteStatus() {
+  const std::lock_guard lock(statusMutex_);
+  lastSign_ = clock_->steadyNow();
+  lastStatus_ = lastSign_;
+  receptionChanged_.notify_all();
 }
 
 void TcpEngineFrontEnd::endSilence(Polled polled) {
@@ -318,7 +336,7 @@ void TcpEngineFrontEnd::endSilence(Polled polled) {
   const bool isDeaf = polled == Polled::Failure;
   const auto lastSign = [&] {
     const std::lock_guard lock(statusMutex_);
-    return isDeaf ? lastStatus_ : lastSign_;
+    return isDeaf ? lastStatus_.value_or(lastSign_) : lastSign_;
   }();
   if (!isAlive || clock_->steadyNow() - lastSign < longestSilence) {
     pollsInVain_ = 0;
@@ -332,11 +350,11 @@ void TcpEngineFrontEnd::endSilence(Polled polled) {
   changeRemoteStatus(EngineStatus::Undefined);
 }
 
-void TcpEngineFrontEnd::changeReception(Reception reception) {
+void TcpEngineFrontEnd::changeReception(bool isUnderWay) {
   const std::lock_guard lock(statusMutex_);
-  if (reception_ == reception) return;
-  reception_ = reception;
-  statusChanged_.notify_all();
+  isReceiving_ = isUnderWay;
+  lastStatus_.reset();
+  receptionChanged_.notify_all();
 }
 
 void TcpEngineFrontEnd::changeRemoteStatus(EngineStatus::EngineStatus status) {

@@ -61,8 +61,9 @@ class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFor
   void AddLogger(std::string name, std::shared_ptr<tamb::ILogger> logger) override;
   void AddBenchmarker(std::string name, void* benchmarker) override;
   /// Blocks while the remote engine runs, until its back end is taken for gone or this front end gets another
-  /// configuration. However short the run is, it is seen. A refused or failed request is logged, and Run
-  /// returns; throws TAMBRuntimeError when no status says within 2 s that the engine runs.
+  /// configuration. However short the run is, it is seen: after a cut of the connection, the run is asked for
+  /// once statuses come again, or 1 s have passed. A refused or failed request is logged, and Run returns;
+  /// throws TAMBRuntimeError when no status says within 2 s that the engine runs.
   void Run() override;
   /// Failures are logged.
   void Ping(unsigned int timeOutMilliseconds) override;
@@ -86,8 +87,11 @@ class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFor
                                   unsigned int timeOutMilliseconds);
   std::string resultOf(const Reply& reply) const;
   bool waitForEngineStatusChange(IClock::TimePoint deadline, EngineStatus::EngineStatus seen);
-  /// Waits for a status after which no change is missed, at most 1 s; returns at once when none can come.
+  /// Both wait at most 1 s, so that no change is missed from then on; they return at once when no status can
+  /// come.
   void waitForFirstStatus();
+  void waitForOverdueStatus();
+  void waitForAnotherStatus(std::unique_lock<std::mutex>& lock);
   /// Whether the engine runs, or has run since that many of its runs had been seen.
   bool waitForRun(IClock::TimePoint deadline, unsigned int runsBefore);
   void reset();
@@ -102,9 +106,9 @@ class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFor
   /// After a poll in vain: takes a back end that gives no sign any more for gone.
   void endSilence(Polled polled);
   void noteLife();
-  /// Whether statuses can be expected, and whether the first has come.
-  enum class Reception { None, Expected, UnderWay };
-  void changeReception(Reception reception);
+  void noteStatus();
+  /// Whether statuses can come.
+  void changeReception(bool isUnderWay);
   void changeRemoteStatus(EngineStatus::EngineStatus status);
   void heartBeatThreadFunction();
   void sleepUntilNextHeartBeat();
@@ -120,13 +124,15 @@ class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFor
   std::atomic<bool> stopHeartBeat_{false};
   std::mutex heartBeatMutex_;  ///< with the condition: lets reset() end the sleep between two heartbeats
   std::condition_variable heartBeatStopped_;
-  IClock::SteadyTimePoint lastStatus_;  ///< the status thread's own, as is the next
-  unsigned int pollsInVain_ = 0;        ///< since the last sign was too long ago
-  std::mutex statusMutex_;              ///< guards the next four
+  unsigned int pollsInVain_ = 0;  ///< the status thread's own; since the last sign was too long ago
+  std::mutex statusMutex_;        ///< guards the next six
   std::condition_variable statusChanged_;
+  std::condition_variable receptionChanged_;
   unsigned int runsSeen_ = 0;  ///< so many times the status became Running
-  Reception reception_ = Reception::None;
-  IClock::SteadyTimePoint lastSign_;  ///< when a status or a reply came
+  bool isReceiving_ = false;
+  /// When a status came; without a value before the first.
+  std::optional<IClock::SteadyTimePoint> lastStatus_;
+  IClock::SteadyTimePoint lastSign_;  ///< when a status or a reply came, or reception began
   std::atomic<EngineStatus::EngineStatus> remoteEngineStatus_{EngineStatus::Undefined};
   unsigned int engineId_ = 0;
   std::string workflowManagerId_;

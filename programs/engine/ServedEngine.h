@@ -1,11 +1,9 @@
 #pragma once
 
 #include <atomic>
-#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
-#include <thread>
 #include <utility>
 
 #include "programs/engine/EngineProcess.h"
@@ -15,14 +13,10 @@
 
 namespace qor::programs {
 
-/// An engine as its controller is shown it. Statuses are lost while the controller's connection is: a run is
-/// stretched so that it does not pass unseen right after a cut. Whoever watches over the process is told of
-/// its run and of requests to stop it. All else is the engine's.
+/// An engine as its controller is shown it. Whoever watches over the process is told of its run and of
+/// requests to stop it. All else is the engine's.
 class ServedEngine final : public tamb::IEngineFrontEnd {
  public:
-  /// What a status socket takes to be connected again, on a busy machine.
-  static constexpr std::chrono::milliseconds shortestRun{500};
-
   /// `onEvent` is called on the thread of the call that it is about, `onFailure` with what a run has thrown,
   /// before the run ends for whoever is shown it.
   ServedEngine(std::shared_ptr<tamb::IEngineFrontEnd> engine, std::function<void(EngineEvent)> onEvent,
@@ -34,14 +28,10 @@ class ServedEngine final : public tamb::IEngineFrontEnd {
 
   void Run() override {
     // Whichever way the run ends.
-    const struct Stretch {
-      ~Stretch() {
-        onEvent(EngineEvent::Idle);
-        std::this_thread::sleep_until(end);
-      }
+    const struct End {
+      ~End() { onEvent(EngineEvent::Idle); }
       const std::function<void(EngineEvent)>& onEvent;
-      std::chrono::steady_clock::time_point end = std::chrono::steady_clock::now() + shortestRun;
-    } stretch{onEvent_};
+    } end{onEvent_};
     onEvent_(EngineEvent::Running);
     try {
       engine_->Run();
