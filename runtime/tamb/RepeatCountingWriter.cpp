@@ -12,7 +12,7 @@ namespace tamb {
 namespace {
 
 constexpr std::size_t mostRecords = 16;
-constexpr std::size_t longestMessage = 8 * 1024;
+constexpr std::size_t longestMessage = std::size_t{8} * 1024;
 constexpr std::chrono::seconds timeBetweenCounts{60};
 /// A heartbeat may take as long as a lost connection is waited for, and comes again a second later.
 constexpr std::chrono::seconds timeToForget{30};
@@ -63,7 +63,7 @@ void RepeatCountingWriter::flush() {
   const std::lock_guard lock(mutex_);
   const auto now = now_();
   // As they came.
-  for (auto record = records_.rbegin(); record != records_.rend(); ++record) writeCount(*record, now);
+  std::for_each(records_.rbegin(), records_.rend(), [&](Record& record) { writeCount(record, now); });
   records_.clear();
 }
 
