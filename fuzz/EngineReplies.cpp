@@ -115,8 +115,12 @@ class Host {
  public:
   Host() {
     qor::fuzz::Silence::keep(log_);
+    // The front end waits for it, with a clock that stands still.
+    const std::jthread firstStatus([] {
+      require(memory::waitUntilOpen(statusSocket), "a status can be received");
+      qor::fuzz::receiveAs(statusSocket, encoded(proto::EngineStatus::Idle));
+    });
     frontEnd_.SetInitConfig(TcpEngineFrontEnd::GenerateConfig("inproc://requests", "inproc://status"));
-    require(memory::waitUntilOpen(statusSocket), "a status can be received");
   }
 
   /// Whether the exchange of a call failed.
