@@ -4,7 +4,8 @@ namespace qor::engines {
 
 namespace {
 
-/// Of each kind. Who wants to know more looks at the counts: a broken file has hundreds of thousands.
+/// How many faults of each kind are reported; the rest are counted only, since a broken file may have
+/// hundreds of thousands.
 constexpr std::uint64_t mostTold = 20;
 
 }  // namespace

@@ -27,7 +27,8 @@ constexpr double longestGapSeconds = 30 * 3600;
 constexpr double longestMediaSeconds = 3650.0 * 24 * 3600;
 /// Errors in a row without a packet taken: the decoder is stuck. None is known to give more than a few.
 constexpr int mostLostWithoutPacket = 1'000;
-/// Of the silence in gaps, in samples; one of these is cheap, however long the gap is.
+/// The length of one frame of the silence that fills gaps, in samples. Frames are made one at a time, so that
+/// a long gap takes no more memory than a short one.
 constexpr std::int64_t silenceFrameSize = 1'024;
 
 std::string layoutText(const AVChannelLayout& layout) {

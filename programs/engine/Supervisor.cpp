@@ -69,7 +69,7 @@ void removeFilesOf(const EngineOptions& options) {
                                options.directory);
 }
 
-/// Of the log lines of both processes.
+/// Has the log lines of both processes begin with their ids and the engine.
 void setOriginOfBoth(pid_t supervisor, pid_t engine, const EngineOptions& options) {
   setLogOrigin("tamb-engine " + std::to_string(supervisor) + '/' + std::to_string(engine) + ", " +
                engineName(options.workflowManagerId, options.engineId));

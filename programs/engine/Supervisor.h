@@ -23,7 +23,7 @@ struct EngineOutcome {
   /// In one word: "finished", "stopped" (its run was), "failed" (its run did), "unused" (it had no run),
   /// "died"; empty when the engine was never ready.
   std::string word;
-  /// Of what failed or died, in one line.
+  /// Why it failed or died, in one line.
   std::string reason;
 };
 

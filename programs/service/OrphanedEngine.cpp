@@ -50,7 +50,7 @@ bool OrphanedEngine::attend() {
   }
   if (isDead_ || !hasEnded()) return false;
   if (engineStatus_ == 0 || !isDead_) {
-    // It has left by itself, or cannot be looked after: it may be the child of another process.
+    // It has ended by itself, or cannot be waited for: it may be the child of another process.
     logEnd(engineStatus_ ? describeStatus(*engineStatus_) : "nobody knows how", false);
     isOver_ = true;
     return attend();

@@ -30,7 +30,7 @@ class OrphanedEngine {
     pid_t supervisor = 0;
     /// 0 when it is not known.
     pid_t engineProcess = 0;
-    /// Of the supervisor, as waitpid has it.
+    /// How the supervisor ended, as waitpid reports it.
     int supervisorStatus = 0;
     std::filesystem::path directory;
     std::chrono::steady_clock::time_point started;

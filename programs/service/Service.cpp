@@ -18,7 +18,7 @@ namespace api = qor::proto::api_service;
 
 constexpr std::chrono::milliseconds pollInterval{100};
 constexpr unsigned int requestSizeBound = 65'536;
-/// Of the exchange, as hosts speak it.
+/// The version of the exchange with hosts.
 constexpr std::int32_t submissionVersion = 2;
 
 const api::EngineSubmission& submissionIn(const api::ApiToServiceRequest& request) {

@@ -14,7 +14,7 @@ class SubscriberSocket;
 
 /// Puts each message into the inbox of every subscriber, and keeps it as long as there is none, or one
 /// without room. Where each message supersedes those before it, whoever joins is told the newest. A publisher
-/// whose endpoint limits its readers leaves the others waiting until one of them has gone.
+/// whose endpoint limits its readers leaves the others waiting until a reader disconnects.
 class PublisherSocket final : public BindingSocket {
  public:
   PublisherSocket(const SocketLabel& label, bool newestOnly, const SocketEndpoint& endpoint);

@@ -26,7 +26,7 @@ struct ConnectionLimits {
   std::int64_t largestPart;
 };
 
-/// Of a part of a message, in bytes: twice the limit for what may be sent.
+/// The longest part of a message that is received, in bytes: twice the limit for what may be sent.
 constexpr std::int64_t largestMessagePart = 131'072;
 
 /// What the four roles share: the libzmq socket and its side of the endpoint.

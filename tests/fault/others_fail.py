@@ -35,7 +35,7 @@ class HostKilled(FaultTest):
 class HostStopped(FaultTest):
     """Longer than its engine waits for it."""
 
-    fault = "host: SIGSTOP, SIGCONT once the engine has gone"
+    fault = "host: SIGSTOP, SIGCONT once the engine has ended"
 
     def stop_until_engine_has_gone(self, stage):
         call = self.reach(stage)
@@ -96,7 +96,7 @@ class ServiceKilled(EngineServesOn):
         elif stage == WIRING:
             self.expect_told(call, Bound(10, promised=1), self.endpoint)
             self.kill(self.engine_process(), signal.SIGCONT)
-            said = "AddEngineDescription throws: the service has gone"
+            said = "AddEngineDescription throws: the service has ended"
         elif stage == DESTRUCTION:
             self.kill(self.engine_process(), signal.SIGCONT)
             self.expect_told(call, AT_ONCE)
