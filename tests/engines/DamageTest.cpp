@@ -23,8 +23,6 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::SizeIs;
 
-std::string quoted(const std::string& text) { return '"' + text + '"'; }
-
 /// Files with parts that cannot be decoded.
 class Damage : public EngineTest {
  protected:

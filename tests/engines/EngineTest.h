@@ -20,6 +20,9 @@
 
 namespace qor::engines::test {
 
+/// A text as a description has it.
+inline std::string quoted(const std::string& text) { return '"' + text + '"'; }
+
 using Notification = std::shared_ptr<const tamb::INotificationMessage>;
 
 /// Keeps the notifications of an engine. Any thread.

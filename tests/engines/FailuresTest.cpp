@@ -24,8 +24,6 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::SizeIs;
 
-std::string quoted(const std::string& text) { return '"' + text + '"'; }
-
 /// What goes wrong with the media ends with a notification that tells why, and with nothing half done.
 class Failures : public EngineTest {
  protected:

@@ -17,8 +17,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-std::string quoted(const std::string& text) { return '"' + text + '"'; }
-
 /// Streams that change their format, size, rate or channels between two frames.
 class FormatChanges : public EngineTest {
  protected:

@@ -11,8 +11,6 @@ using qor::test::readBack;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-std::string quoted(const std::string& text) { return '"' + text + '"'; }
-
 /// Sound that pauses, in outputs that tell when each packet begins and in those that do not.
 class Gaps : public EngineTest {
  protected:

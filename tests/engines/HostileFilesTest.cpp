@@ -13,8 +13,6 @@ using qor::examples::writeClip;
 using qor::test::fileBytes;
 using testing::HasSubstr;
 
-std::string quoted(const std::string& text) { return '"' + text + '"'; }
-
 std::uint32_t numberAt(const std::string& bytes, std::size_t place) {
   std::uint32_t number = 0;
   for (std::size_t index = 0; index < 4; ++index) {

@@ -22,8 +22,6 @@ using testing::Ne;
 using testing::SizeIs;
 using testing::StartsWith;
 
-std::string quoted(const std::string& text) { return '"' + text + '"'; }
-
 /// Under what name an output is written, and what becomes of the files beside it.
 class OutputFileTest : public EngineTest {
  protected:

@@ -11,8 +11,6 @@ using qor::examples::writeClip;
 using qor::test::fileBytes;
 using testing::HasSubstr;
 
-std::string quoted(const std::string& text) { return '"' + text + '"'; }
-
 /// A number as FLAC and PNG hold it.
 std::string inFourBytes(std::size_t number) {
   std::string bytes;

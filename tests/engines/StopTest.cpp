@@ -25,8 +25,6 @@ using qor::test::readBack;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-std::string quoted(const std::string& text) { return '"' + text + '"'; }
-
 /// Looks until it holds, at most 20 s; false when it does not by then.
 bool eventually(const std::function<bool()>& holds) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);

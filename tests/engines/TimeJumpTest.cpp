@@ -19,8 +19,6 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::SizeIs;
 
-std::string quoted(const std::string& text) { return '"' + text + '"'; }
-
 constexpr const char* twoSeconds = "testsrc2=size=64x48:rate=25:duration=2,format=yuv420p";
 constexpr const char* twoSecondsOfTone = "sine=sample_rate=48000:duration=2";
 

@@ -19,8 +19,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-std::string quoted(const std::string& text) { return '"' + text + '"'; }
-
 /// What a run of the media engine writes and says.
 class Transcode : public EngineTest {
  protected:
