@@ -3,8 +3,8 @@
 #include <tuple>
 #include <variant>
 
-#include "engines/MediaEngine.h"
 #include "engines/TestEngine.h"
+#include "engines/media/MediaEngine.h"
 #include "runtime/tamb/CommandProcessor.h"
 #include "runtime/tamb/EngineDescription.h"
 

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "engines/EngineDocument.h"
+#include "engines/sdk/EngineDocument.h"
 #include "tamb/ICommandProcessor.h"
 #include "tamb/IEngineDescription.h"
 #include "tamb/IEngineFrontEnd.h"

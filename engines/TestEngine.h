@@ -4,8 +4,8 @@
 #include <memory>
 #include <string>
 
-#include "engines/EngineBase.h"
-#include "engines/EngineDocument.h"
+#include "engines/sdk/EngineBase.h"
+#include "engines/sdk/EngineDocument.h"
 
 namespace qor::engines {
 

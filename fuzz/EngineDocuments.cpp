@@ -3,7 +3,7 @@
 #include <string>
 #include <variant>
 
-#include "engines/EngineDocument.h"
+#include "engines/sdk/EngineDocument.h"
 #include "fuzz/ReadableLine.h"
 #include "tamb/TAMBRuntimeError.h"
 

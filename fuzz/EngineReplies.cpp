@@ -14,7 +14,7 @@
 
 namespace {
 
-namespace memory = qor::socket::memory;
+namespace inproc = qor::socket::inproc;
 namespace proto = qor::multiprocess_communication::proto;
 namespace socket = qor::socket;
 using qor::fuzz::require;
@@ -100,7 +100,7 @@ class BackEnd {
       socket_.receiveProtoBuf(&request, socket::Socket::maximumMessageSize);
       const bool isCalled = request.type() == Request::Ping || request.type() == Request::RequestStop;
       const std::lock_guard lock(mutex_);
-      memory::deliver("TcpEngineFrontEndCommandSocket", isCalled ? bytes_ : encoded(Reply::Success));
+      inproc::deliver("TcpEngineFrontEndCommandSocket", isCalled ? bytes_ : encoded(Reply::Success));
     }
   }
 
@@ -117,7 +117,7 @@ class Host {
     qor::fuzz::Silence::keep(log_);
     // The front end waits for it, with a clock that stands still.
     const std::jthread firstStatus([] {
-      require(memory::waitUntilOpen(statusSocket), "a status can be received");
+      require(inproc::waitUntilOpen(statusSocket), "a status can be received");
       qor::fuzz::receiveAs(statusSocket, encoded(proto::EngineStatus::Idle));
     });
     frontEnd_.SetInitConfig(TcpEngineFrontEnd::GenerateConfig("inproc://requests", "inproc://status"));

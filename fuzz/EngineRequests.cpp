@@ -15,7 +15,7 @@
 
 namespace {
 
-namespace memory = qor::socket::memory;
+namespace inproc = qor::socket::inproc;
 using qor::fuzz::require;
 using qor::multiprocess_communication::TcpEngineBackEnd;
 using qor::socket::SocketEndpoint;
@@ -43,8 +43,8 @@ class ReplyWatch : public qor::fuzz::Silence {
 
 /// The reply; nothing when there is none once the request has been dealt with.
 std::optional<Reply> replyTo(const std::string& bytes) {
-  auto encoded = memory::request(requestSocket, bytes);
-  require(memory::waitUntilBlocked(requestSocket, memory::Operation::Poll), "reception goes on");
+  auto encoded = inproc::request(requestSocket, bytes);
+  require(inproc::waitUntilBlocked(requestSocket, inproc::Operation::Poll), "reception goes on");
   if (encoded.wait_for(std::chrono::seconds(0)) != std::future_status::ready) return std::nullopt;
   Reply reply;
   require(reply.ParseFromString(encoded.get()), "a reply can be read");
@@ -61,14 +61,14 @@ struct EngineProcess {
     };
     backEnd = std::make_unique<TcpEngineBackEnd>(engine, SocketEndpoint::FromString("inproc://requests"),
                                                  SocketEndpoint::FromString("inproc://status"));
-    require(memory::waitUntilOpen(requestSocket), "requests can be sent");
+    require(inproc::waitUntilOpen(requestSocket), "requests can be sent");
   }
   ~EngineProcess() {
     engine->finish();
     std::thread end([this] { backEnd.reset(); });
     // Reception would only see that it is to end when its poll is over.
     try {
-      for (;;) memory::request(requestSocket, heartBeat()).wait();
+      for (;;) inproc::request(requestSocket, heartBeat()).wait();
     } catch (const std::runtime_error&) {  // The socket is closed.
     }
     end.join();

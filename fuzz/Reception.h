@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "fuzz/Require.h"
-#include "runtime/memory/Network.h"
+#include "runtime/inproc/Network.h"
 #include "runtime/tamb/CurrentLoggerWriter.h"
 #include "tamb/ILoggerWriter.h"
 
@@ -31,8 +31,8 @@ class Silence : public tamb::ILoggerWriter {
 /// Gives bytes to a subscriber of that name as its next message, and returns when its reception thread has
 /// done with them.
 inline void receiveAs(const std::string& socket, const std::string& bytes) {
-  socket::memory::deliver(socket, bytes);
-  require(socket::memory::waitUntilBlocked(socket, socket::memory::Operation::Poll), "reception goes on");
+  socket::inproc::deliver(socket, bytes);
+  require(socket::inproc::waitUntilBlocked(socket, socket::inproc::Operation::Poll), "reception goes on");
 }
 
 /// The message as it should have been understood; empty when the bytes are none.

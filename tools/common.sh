@@ -50,11 +50,11 @@ report() {
   fi
 }
 
-# package_names LIST...: the packages of the lists. The lists have the names of Debian 12; packaging/renamed.RELEASE has
+# package_names LIST...: the packages of the lists. The lists have the names of Debian 12; tools/packages/renamed.RELEASE has
 # a line "NAME ITS-NAME-THERE" for each package that another release names otherwise.
 package_names() {
   local renamed
-  renamed=packaging/renamed.$(. /etc/os-release && echo "${VERSION_CODENAME:-}")
+  renamed=tools/packages/renamed.$(. /etc/os-release && echo "${VERSION_CODENAME:-}")
   [ -r "$renamed" ] || renamed=/dev/null
   awk 'FILENAME == ARGV[1] { there[$1] = $2; next } { print ($1 in there) ? there[$1] : $1 }' "$renamed" "$@" | sort -u
 }

@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "engines/EngineDocument.h"
 #include "engines/media/FfmpegHandles.h"
+#include "engines/sdk/EngineDocument.h"
 
 namespace qor::engines {
 

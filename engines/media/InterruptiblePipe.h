@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "engines/RunWatch.h"
+#include "engines/sdk/RunWatch.h"
 
 namespace qor::engines {
 

@@ -6,9 +6,9 @@
 #include <memory>
 #include <string>
 
-#include "engines/RunWatch.h"
-#include "engines/StepControl.h"
-#include "engines/StepNotifications.h"
+#include "engines/sdk/RunWatch.h"
+#include "engines/sdk/StepControl.h"
+#include "engines/sdk/StepNotifications.h"
 #include "tamb/ICommandProcessor.h"
 
 namespace qor::engines {

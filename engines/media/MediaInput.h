@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "engines/RunWatch.h"
 #include "engines/media/FfmpegHandles.h"
 #include "engines/media/InterruptiblePipe.h"
 #include "engines/media/MediaFaults.h"
 #include "engines/media/PacketTimes.h"
+#include "engines/sdk/RunWatch.h"
 
 namespace qor::engines {
 

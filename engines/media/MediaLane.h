@@ -4,13 +4,13 @@
 #include <string>
 #include <vector>
 
-#include "engines/RunWatch.h"
 #include "engines/media/FilterGraph.h"
 #include "engines/media/KindConverter.h"
 #include "engines/media/LoudnessMeter.h"
 #include "engines/media/MediaFaults.h"
 #include "engines/media/MediaOutput.h"
 #include "engines/media/StreamDecoder.h"
+#include "engines/sdk/RunWatch.h"
 
 namespace qor::engines {
 

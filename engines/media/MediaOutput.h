@@ -5,12 +5,12 @@
 #include <string>
 #include <vector>
 
-#include "engines/EngineDocument.h"
-#include "engines/RunWatch.h"
 #include "engines/media/FfmpegHandles.h"
 #include "engines/media/InterruptiblePipe.h"
 #include "engines/media/OutputFile.h"
 #include "engines/media/StreamEncoder.h"
+#include "engines/sdk/EngineDocument.h"
+#include "engines/sdk/RunWatch.h"
 
 namespace qor::engines {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "engines/StepNotifications.h"
+#include "engines/sdk/StepNotifications.h"
 
 namespace qor::engines {
 

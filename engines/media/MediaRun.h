@@ -6,8 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "engines/EngineDocument.h"
-#include "engines/RunWatch.h"
 #include "engines/media/LoudnessMeter.h"
 #include "engines/media/MediaCommands.h"
 #include "engines/media/MediaFaults.h"
@@ -18,6 +16,8 @@
 #include "engines/media/MediaPosition.h"
 #include "engines/media/MediaReports.h"
 #include "engines/media/StreamDecoder.h"
+#include "engines/sdk/EngineDocument.h"
+#include "engines/sdk/RunWatch.h"
 
 namespace qor::engines {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-#include "engines/EngineBase.h"
+#include "engines/sdk/EngineBase.h"
 #include "tamb/TAMBRuntimeError.h"
 
 namespace qor::examples {

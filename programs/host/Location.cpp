@@ -3,7 +3,7 @@
 #include <optional>
 #include <string_view>
 
-#include "engines/PercentEncoding.h"
+#include "engines/sdk/PercentEncoding.h"
 #include "runtime/tamb/EscapedText.h"
 
 namespace qor::programs {

@@ -5,8 +5,8 @@
 #include <stdexcept>
 #include <utility>
 
-#include "engines/IAbandonable.h"
 #include "engines/LocalEngine.h"
+#include "engines/sdk/IAbandonable.h"
 #include "programs/host/HeldErrors.h"
 #include "programs/host/Refusal.h"
 #include "programs/support/Limits.h"

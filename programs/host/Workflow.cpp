@@ -15,7 +15,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "engines/JsonNesting.h"
+#include "engines/sdk/JsonNesting.h"
 #include "programs/support/OneLine.h"
 #include "runtime/tamb/CommandMessage.h"
 

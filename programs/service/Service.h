@@ -4,7 +4,7 @@
 #include <map>
 
 #include "programs/service/EngineLauncher.h"
-#include "runtime/sockets/ConcurrentReplier.h"
+#include "runtime/zmq/ConcurrentReplier.h"
 
 namespace qor::programs {
 

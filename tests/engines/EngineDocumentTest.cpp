@@ -3,7 +3,7 @@
 
 #include <variant>
 
-#include "engines/EngineDocument.h"
+#include "engines/sdk/EngineDocument.h"
 #include "tamb/TAMBRuntimeError.h"
 
 namespace qor::engines {

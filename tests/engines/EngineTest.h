@@ -12,11 +12,11 @@
 #include <vector>
 
 #include "engines/LocalEngine.h"
-#include "examples/clip/Clip.h"
 #include "tamb/INotificationHub.h"
 #include "tests/engines/ReadBack.h"
 #include "tests/support/CapturedLog.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "tools/clip/Clip.h"
 
 namespace qor::engines::test {
 

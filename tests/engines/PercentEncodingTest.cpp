@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "engines/PercentEncoding.h"
+#include "engines/sdk/PercentEncoding.h"
 
 namespace qor::engines {
 namespace {

@@ -12,7 +12,7 @@
 #include <thread>
 #include <utility>
 
-#include "engines/IAbandonable.h"
+#include "engines/sdk/IAbandonable.h"
 #include "tamb/TAMBRuntimeError.h"
 #include "tests/engines/EngineTest.h"
 #include "tests/support/BackgroundCall.h"

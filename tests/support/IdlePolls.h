@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "runtime/memory/Network.h"
+#include "runtime/inproc/Network.h"
 
 namespace qor::test {
 
@@ -16,8 +16,8 @@ inline std::optional<std::size_t> idlePollsInASecond(const std::string& socketNa
   const auto end = Clock::now() + std::chrono::seconds(1);
   std::size_t polls = 0;
   // Looked at whenever something changes in the network, which is when a poll begins to wait.
-  const bool polledOn = socket::memory::waitUntil(socketName, [&](const socket::memory::SocketState& state) {
-    if (state.blockedIn != socket::memory::Operation::Poll) return false;
+  const bool polledOn = socket::inproc::waitUntil(socketName, [&](const socket::inproc::SocketState& state) {
+    if (state.blockedIn != socket::inproc::Operation::Poll) return false;
     if (Clock::now() >= end) return true;
     ++polls;
     return false;

@@ -15,7 +15,7 @@
 
 #include "TcpEngine.pb.h"
 #include "TcpEngineBackEnd.h"
-#include "runtime/memory/Network.h"
+#include "runtime/inproc/Network.h"
 #include "tests/support/BackgroundCall.h"
 #include "tests/support/CapturedLog.h"
 #include "tests/support/FakeEngine.h"
@@ -27,13 +27,13 @@ namespace qor::multiprocess_communication {
 /// that listens to its status.
 class BackEndTest : public ::testing::Test {
  public:
-  ~BackEndTest() override { socket::memory::reset(); }
+  ~BackEndTest() override { socket::inproc::reset(); }
 
  protected:
   using Request = proto::EngineFrontEndRequest;
   using Reply = proto::EngineBackEndReply;
-  using Operation = socket::memory::Operation;
-  using Failure = socket::memory::Failure;
+  using Operation = socket::inproc::Operation;
+  using Failure = socket::inproc::Failure;
 
   static constexpr const char* requests = "TcpEngineBackEndCommandListenSocket";
   static constexpr const char* status = "TcpEngineBackEndStatusPublicationSocket";
@@ -42,14 +42,14 @@ class BackEndTest : public ::testing::Test {
   void TearDown() override {
     stop();
     listener_.close();
-    EXPECT_TRUE(socket::memory::sockets().empty());
+    EXPECT_TRUE(socket::inproc::sockets().empty());
   }
 
   /// Returns once both sockets are open.
   void start() {
     construct();
-    ASSERT_TRUE(socket::memory::waitUntilOpen(requests));
-    ASSERT_TRUE(socket::memory::waitUntilOpen(status));
+    ASSERT_TRUE(socket::inproc::waitUntilOpen(requests));
+    ASSERT_TRUE(socket::inproc::waitUntilOpen(status));
   }
   void construct() {
     backEnd_.emplace(engine_, socket::SocketEndpoint::FromString("inproc://engine-requests"),
@@ -68,7 +68,7 @@ class BackEndTest : public ::testing::Test {
     return request.SerializeAsString();
   }
   static std::future<std::string> send(Request::RequestType type, std::optional<std::uint32_t> timeOut = {}) {
-    return socket::memory::request(requests, encoded(type, timeOut));
+    return socket::inproc::request(requests, encoded(type, timeOut));
   }
   /// A reply in words; which texts it carries makes a difference.
   static std::string inWords(std::future<std::string> reply) {
@@ -87,7 +87,7 @@ class BackEndTest : public ::testing::Test {
     return inWords(send(type, timeOut));
   }
   static std::string replyToBytes(const std::string& bytes) {
-    return inWords(socket::memory::request(requests, bytes));
+    return inWords(socket::inproc::request(requests, bytes));
   }
   static std::string failure(const std::string& text) { return "Failure '' '" + text + "'"; }
   static constexpr const char* success = "Success '' ''";

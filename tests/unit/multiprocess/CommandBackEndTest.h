@@ -15,7 +15,7 @@
 
 #include "CommandAndNotification.pb.h"
 #include "TcpCommandProcessorBackEnd.h"
-#include "runtime/memory/Network.h"
+#include "runtime/inproc/Network.h"
 #include "tests/support/BackgroundCall.h"
 #include "tests/support/CapturedLog.h"
 #include "tests/support/Eventually.h"
@@ -27,11 +27,11 @@ namespace qor::multiprocess_communication {
 /// A back end, whose local command processor keeps what is pushed, and which gets raw messages.
 class CommandBackEndTest : public ::testing::Test {
  public:
-  ~CommandBackEndTest() override { socket::memory::reset(); }
+  ~CommandBackEndTest() override { socket::inproc::reset(); }
 
  protected:
-  using Operation = socket::memory::Operation;
-  using Failure = socket::memory::Failure;
+  using Operation = socket::inproc::Operation;
+  using Failure = socket::inproc::Failure;
   using Command = std::shared_ptr<const tamb::ICommandMessage>;
 
   static constexpr const char* socketName = "TcpCommandProcessorBackEndCommand";
@@ -53,7 +53,7 @@ class CommandBackEndTest : public ::testing::Test {
   void TearDown() override {
     gate_.open();
     backEnd_.reset();
-    EXPECT_TRUE(socket::memory::sockets().empty());
+    EXPECT_TRUE(socket::inproc::sockets().empty());
   }
 
   static socket::SocketEndpoint endpoint() { return socket::SocketEndpoint::FromString(address); }
@@ -79,7 +79,7 @@ class CommandBackEndTest : public ::testing::Test {
     return list;
   }
   static void deliver(const proto::CommandMessageList& list) {
-    socket::memory::deliver(socketName, list.SerializePartialAsString());
+    socket::inproc::deliver(socketName, list.SerializePartialAsString());
   }
   static void deliver(const std::vector<std::string>& names) { deliver(listOf(names)); }
 
@@ -100,7 +100,7 @@ class CommandBackEndTest : public ::testing::Test {
   }
   /// Waits until everything that was delivered has been handled.
   static bool waitUntilIdle() {
-    return socket::memory::waitUntil(socketName, [](const socket::memory::SocketState& state) {
+    return socket::inproc::waitUntil(socketName, [](const socket::inproc::SocketState& state) {
       return state.unreceived == 0 && state.blockedIn == Operation::Poll;
     });
   }

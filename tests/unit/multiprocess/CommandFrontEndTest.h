@@ -13,7 +13,7 @@
 
 #include "CommandAndNotification.pb.h"
 #include "TcpCommandProcessorFrontEnd.h"
-#include "runtime/memory/Network.h"
+#include "runtime/inproc/Network.h"
 #include "runtime/tamb/CommandMessage.h"
 #include "tamb/TAMBRuntimeError.h"
 #include "tests/support/CapturedLog.h"
@@ -71,11 +71,11 @@ class WatchedCommand : public tamb::CommandMessage {
 /// A front end, and a subscriber that looks at what it sends. All of it happens on the test's own thread.
 class CommandFrontEndTest : public ::testing::Test {
  public:
-  ~CommandFrontEndTest() override { socket::memory::reset(); }
+  ~CommandFrontEndTest() override { socket::inproc::reset(); }
 
  protected:
-  using Operation = socket::memory::Operation;
-  using Failure = socket::memory::Failure;
+  using Operation = socket::inproc::Operation;
+  using Failure = socket::inproc::Failure;
   using Command = std::shared_ptr<const tamb::ICommandMessage>;
   using Batch = std::vector<Command>;
 
@@ -90,7 +90,7 @@ class CommandFrontEndTest : public ::testing::Test {
     if (frontEnd_ && !listener_.isOpen()) listen();
     frontEnd_.reset();
     listener_.close();
-    EXPECT_TRUE(socket::memory::sockets().empty());
+    EXPECT_TRUE(socket::inproc::sockets().empty());
   }
 
   /// A front end whose endpoint is bound.

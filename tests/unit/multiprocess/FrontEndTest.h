@@ -18,7 +18,7 @@
 
 #include "TcpEngine.pb.h"
 #include "TcpEngineFrontEnd.h"
-#include "runtime/memory/Network.h"
+#include "runtime/inproc/Network.h"
 #include "tests/support/BackgroundCall.h"
 #include "tests/support/CapturedLog.h"
 #include "tests/support/ManualClock.h"
@@ -123,13 +123,13 @@ class ScriptedBackEnd {
 /// A front end with a clock that stands still, and a scripted back end.
 class FrontEndTest : public ::testing::Test {
  public:
-  ~FrontEndTest() override { socket::memory::reset(); }
+  ~FrontEndTest() override { socket::inproc::reset(); }
 
  protected:
   using Request = proto::EngineFrontEndRequest;
   using Reply = proto::EngineBackEndReply;
-  using Operation = socket::memory::Operation;
-  using Failure = socket::memory::Failure;
+  using Operation = socket::inproc::Operation;
+  using Failure = socket::inproc::Failure;
   using milliseconds = std::chrono::milliseconds;
 
   static constexpr const char* commands = "TcpEngineFrontEndCommandSocket";
@@ -144,7 +144,7 @@ class FrontEndTest : public ::testing::Test {
   void TearDown() override {
     frontEnd_.reset();
     backEnd_.reset();
-    EXPECT_TRUE(socket::memory::sockets().empty());
+    EXPECT_TRUE(socket::inproc::sockets().empty());
   }
 
   /// Configures the front end, which waits for a first status: one comes that changes nothing.
@@ -154,7 +154,7 @@ class FrontEndTest : public ::testing::Test {
       frontEnd_->SetInitConfig(TcpEngineFrontEnd::GenerateConfig(requestEndpoint, statusEndpoint));
     });
     // Not the one of an earlier configuration.
-    ASSERT_TRUE(socket::memory::waitUntil(statuses, [&](const socket::memory::SocketState& state) {
+    ASSERT_TRUE(socket::inproc::waitUntil(statuses, [&](const socket::inproc::SocketState& state) {
       return state.endpoint == statusEndpoint && state.blockedIn == Operation::Poll;
     }));
     publish(proto::EngineStatus::Undefined);
@@ -169,7 +169,7 @@ class FrontEndTest : public ::testing::Test {
   /// The same with a heart that stops at its first beat: nobody but the test's own calls uses the clock then,
   /// and the command socket.
   void connectWithoutHeartBeat() {
-    socket::memory::failNext(commands, Operation::Send, Failure::ContextTermination, "no heart");
+    socket::inproc::failNext(commands, Operation::Send, Failure::ContextTermination, "no heart");
     configure();
     ASSERT_TRUE(log_.waitFor("no heart"));
   }
@@ -180,9 +180,9 @@ class FrontEndTest : public ::testing::Test {
     publishBytes(message.SerializeAsString());
   }
   static void publishBytes(const std::string& bytes) {
-    socket::memory::deliver(statuses, bytes);
+    socket::inproc::deliver(statuses, bytes);
     // Taken, and waiting for the next.
-    ASSERT_TRUE(socket::memory::waitUntil(statuses, [](const socket::memory::SocketState& state) {
+    ASSERT_TRUE(socket::inproc::waitUntil(statuses, [](const socket::inproc::SocketState& state) {
       return state.unreceived == 0 && state.blockedIn == Operation::Poll;
     }));
   }
@@ -199,7 +199,7 @@ class FrontEndTest : public ::testing::Test {
   /// The request stays unanswered by its peer, and these bytes come as its reply.
   void answerWithBytes(Request::RequestType type, const std::string& bytes) {
     backEnd_->answer(type, [bytes]() -> std::optional<Reply> {
-      socket::memory::deliver(commands, bytes);
+      socket::inproc::deliver(commands, bytes);
       return std::nullopt;
     });
   }

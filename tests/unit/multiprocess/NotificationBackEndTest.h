@@ -13,7 +13,7 @@
 
 #include "CommandAndNotification.pb.h"
 #include "TcpNotificationHubBackEnd.h"
-#include "runtime/memory/Network.h"
+#include "runtime/inproc/Network.h"
 #include "runtime/tamb/NotificationMessage.h"
 #include "tamb/TAMBRuntimeError.h"
 #include "tests/support/BackgroundCall.h"
@@ -80,11 +80,11 @@ class WatchedNotification : public tamb::NotificationMessage {
 /// A back end, and a subscriber that looks at what it sends. All of it happens on the test's own thread.
 class NotificationBackEndTest : public ::testing::Test {
  public:
-  ~NotificationBackEndTest() override { socket::memory::reset(); }
+  ~NotificationBackEndTest() override { socket::inproc::reset(); }
 
  protected:
-  using Operation = socket::memory::Operation;
-  using Failure = socket::memory::Failure;
+  using Operation = socket::inproc::Operation;
+  using Failure = socket::inproc::Failure;
   using Notification = std::shared_ptr<const tamb::INotificationMessage>;
   using Batch = std::vector<Notification>;
 
@@ -99,7 +99,7 @@ class NotificationBackEndTest : public ::testing::Test {
     if (!listener_.isOpen()) listen();
     backEnd_.reset();
     listener_.close();
-    EXPECT_TRUE(socket::memory::sockets().empty());
+    EXPECT_TRUE(socket::inproc::sockets().empty());
   }
 
   static socket::SocketEndpoint endpoint() { return socket::SocketEndpoint::FromString(address); }
@@ -167,7 +167,7 @@ class NotificationBackEndTest : public ::testing::Test {
     }
     ASSERT_EQ(log_.records().size(), recordsBefore + 1);
     expectRecord(log_.records().back(), message, line);
-    for (const auto& state : socket::memory::sockets()) {
+    for (const auto& state : socket::inproc::sockets()) {
       EXPECT_EQ(state.unsent + state.unreceived, 0U) << state.name;
     }
   }

@@ -18,7 +18,7 @@
 
 #include "CommandAndNotification.pb.h"
 #include "TcpNotificationHubFrontEnd.h"
-#include "runtime/memory/Network.h"
+#include "runtime/inproc/Network.h"
 #include "tamb/TAMBRuntimeError.h"
 #include "tests/support/BackgroundCall.h"
 #include "tests/support/CapturedLog.h"
@@ -40,11 +40,11 @@ class HubForSingles : public test::RecordingHub {
 /// A front end whose local hub records, and which is sent raw messages.
 class NotificationFrontEndTest : public ::testing::Test {
  public:
-  ~NotificationFrontEndTest() override { socket::memory::reset(); }
+  ~NotificationFrontEndTest() override { socket::inproc::reset(); }
 
  protected:
-  using Operation = socket::memory::Operation;
-  using Failure = socket::memory::Failure;
+  using Operation = socket::inproc::Operation;
+  using Failure = socket::inproc::Failure;
 
   static constexpr const char* socketName = "TcpNotificationHubFrontEndNotification";
   static constexpr const char* address = "inproc://notifications";
@@ -56,7 +56,7 @@ class NotificationFrontEndTest : public ::testing::Test {
   void TearDown() override {
     gate_.open();
     frontEnd_.reset();
-    EXPECT_TRUE(socket::memory::sockets().empty());
+    EXPECT_TRUE(socket::inproc::sockets().empty());
   }
 
   void construct() { frontEnd_.emplace(hubFrontEnd_, hub_); }
@@ -93,12 +93,12 @@ class NotificationFrontEndTest : public ::testing::Test {
     for (const auto& line : lines) messages.push_back(message(line));
     return encoded(messages);
   }
-  static void deliver(const std::string& bytes) { socket::memory::deliver(socketName, bytes); }
+  static void deliver(const std::string& bytes) { socket::inproc::deliver(socketName, bytes); }
   static void deliverLines(const std::vector<std::string>& lines) { deliver(encoded(lines)); }
 
   /// Waits until all that was delivered has been handled, and more is waited for.
   static bool allIsHandled() {
-    return socket::memory::waitUntil(socketName, [](const socket::memory::SocketState& state) {
+    return socket::inproc::waitUntil(socketName, [](const socket::inproc::SocketState& state) {
       return state.unreceived == 0 && state.blockedIn == Operation::Poll;
     });
   }

@@ -26,7 +26,7 @@ class RemoteEngineConfiguration : public RemoteEngineTest {
   /// socket could not even be opened.
   void expectRefusedAsMissing(const std::string& key, const Config& incomplete, int line) {
     startService();
-    socket::memory::failNext(submission, Operation::Open, Failure::RuntimeError, "a socket was opened");
+    socket::inproc::failNext(submission, Operation::Open, Failure::RuntimeError, "a socket was opened");
     engine_->SetInitConfig(incomplete);
     expectRefused([this] { engine_->AddEngineDescription(description()); }, "Missing " + key + " in config",
                   "true", line);
@@ -177,7 +177,7 @@ TEST_F(RemoteEngineInputs, AreRefusedOnceItIsWiredWhichChangesNothing) {
 }
 
 TEST_F(RemoteEngineInputs, AreRefusedAfterASubmissionThatFailed) {
-  socket::memory::failNext(submission, Operation::Open, Failure::RuntimeError, "nobody there");
+  socket::inproc::failNext(submission, Operation::Open, Failure::RuntimeError, "nobody there");
   EXPECT_THAT([&] { submit(); }, testing::ThrowsMessage<std::runtime_error>("nobody there"));
   expectRefusesAnotherConfiguration();
   expectRefusesAnotherDescription();
@@ -198,7 +198,7 @@ TEST_F(RemoteEngineInputs, AreRefusedAfterTheyTurnedOutToBeIncomplete) {
 class RemoteEngineItself : public RemoteEngineTest {};
 
 TEST_F(RemoteEngineItself, OpensNothingBeforeItSubmits) {
-  EXPECT_THAT(socket::memory::sockets(), IsEmpty());
+  EXPECT_THAT(socket::inproc::sockets(), IsEmpty());
   EXPECT_THAT(log_.records(), IsEmpty());
   EXPECT_EQ(engine_->messageHeader(), "Remote engine front end");
 }

@@ -115,7 +115,7 @@ TEST_F(RemoteEngineSubmission, BlocksItsCallerUntilTheServiceAnswersOnASocketOfT
   });
   process_.emplace(endpoints());
   BackgroundCall submitting([&] { submit(); });
-  ASSERT_TRUE(socket::memory::waitUntil("EngineSubmissionSocket", [](const auto& state) {
+  ASSERT_TRUE(socket::inproc::waitUntil("EngineSubmissionSocket", [](const auto& state) {
     return state.protocol == socket::Protocol::Requester && state.endpoint == serviceAddress &&
            state.blockedIn == Operation::Receive;
   }));
@@ -220,7 +220,7 @@ TEST_F(RemoteEngineSubmission, WithANotificationEndpointThatCannotBeReadConnects
 }
 
 TEST_F(RemoteEngineSubmission, ToAnEndpointThatCannotBeReadFailsBeforeAnySocketIsOpened) {
-  socket::memory::failNext(submission, Operation::Open, Failure::RuntimeError, "a socket was opened");
+  socket::inproc::failNext(submission, Operation::Open, Failure::RuntimeError, "a socket was opened");
   engine_->SetInitConfig(config("serviceendpoint_undef"));
   EXPECT_THAT([&] { engine_->AddEngineDescription(description()); },
               ThrowsMessage<std::runtime_error>(complaintAbout("serviceendpoint_undef")));
@@ -246,10 +246,10 @@ TEST_F(RemoteEngineSubmission, PassesFailuresOfItsSocketOnUnchanged) {
     service_.reset();
     startService();
     engine_.emplace();
-    socket::memory::failNext(submission, operation, Failure::RuntimeError, "broken");
+    socket::inproc::failNext(submission, operation, Failure::RuntimeError, "broken");
     expectFailure("broken");
     engine_.emplace();
-    socket::memory::failNext(submission, operation, Failure::ContextTermination, "the end");
+    socket::inproc::failNext(submission, operation, Failure::ContextTermination, "the end");
     expectFailure<socket::ZmqContextTerminationException>("the end");
   }
 }
@@ -270,7 +270,7 @@ TEST_F(RemoteEngineSubmission, EndsWithTheContext) {
     return submitted();
   });
   BackgroundCall submitting([&] { submit(); });
-  ASSERT_TRUE(socket::memory::waitUntilBlocked(submission, Operation::Receive));
+  ASSERT_TRUE(socket::inproc::waitUntilBlocked(submission, Operation::Receive));
   socket::shutDownContext();
   EXPECT_THROW(submitting.get(), socket::ZmqContextTerminationException);
   mayAnswer.set_value();

@@ -17,7 +17,7 @@
 
 #include "RemoteEngineFrontEnd.h"
 #include "qor/proto/ApiService.pb.h"
-#include "runtime/memory/Network.h"
+#include "runtime/inproc/Network.h"
 #include "runtime/tamb/EngineDescription.h"
 #include "tamb/TAMBRuntimeError.h"
 #include "tests/support/BackgroundCall.h"
@@ -30,12 +30,12 @@ namespace qor::multiprocess_communication {
 /// A remote engine, and whatever a test wants to be there of the service and the engine's process.
 class RemoteEngineTest : public ::testing::Test {
  public:
-  ~RemoteEngineTest() override { socket::memory::reset(); }
+  ~RemoteEngineTest() override { socket::inproc::reset(); }
 
  protected:
   using Reply = api::ServiceToApiReply;
-  using Operation = socket::memory::Operation;
-  using Failure = socket::memory::Failure;
+  using Operation = socket::inproc::Operation;
+  using Failure = socket::inproc::Failure;
   using Config = std::shared_ptr<const tamb::IParametersCollectionInstance>;
 
   static constexpr const char* serviceAddress = "inproc://submission-service";
@@ -50,7 +50,7 @@ class RemoteEngineTest : public ::testing::Test {
     engine_.reset();
     process_.reset();
     service_.reset();
-    EXPECT_TRUE(socket::memory::sockets().empty());
+    EXPECT_TRUE(socket::inproc::sockets().empty());
   }
 
   static Config config(const std::string& serviceEndpoint = serviceAddress) {
@@ -77,7 +77,7 @@ class RemoteEngineTest : public ::testing::Test {
   /// The service leaves the request unanswered, and the host gets these bytes for a reply.
   void startServiceThatSays(const std::string& bytes) {
     startService([bytes]() -> std::optional<Reply> {
-      socket::memory::deliver(submission, bytes);
+      socket::inproc::deliver(submission, bytes);
       return std::nullopt;
     });
   }
@@ -93,7 +93,7 @@ class RemoteEngineTest : public ::testing::Test {
     startService();
     process_.emplace(endpoints());
     ASSERT_NO_THROW(submit());
-    ASSERT_TRUE(socket::memory::waitUntilOpen(statuses));
+    ASSERT_TRUE(socket::inproc::waitUntilOpen(statuses));
   }
 
   /// The names of the sockets that the host has open or is opening, in the order of their opening. That of
@@ -101,7 +101,7 @@ class RemoteEngineTest : public ::testing::Test {
   static std::vector<std::string> hostSockets() {
     static constexpr std::array hosts{submission, commands, notifications, control};
     std::vector<std::string> names;
-    for (const auto& state : socket::memory::sockets()) {
+    for (const auto& state : socket::inproc::sockets()) {
       if (std::find(hosts.begin(), hosts.end(), state.name) != hosts.end()) names.push_back(state.name);
     }
     return names;

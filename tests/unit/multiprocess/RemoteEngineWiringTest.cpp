@@ -21,7 +21,7 @@ class RemoteEngineWiring : public RemoteEngineTest {
   void expectLeavesOpen(const std::string& failing, Failure failure, const std::vector<std::string>& open) {
     startService();
     process_.emplace(endpoints());
-    socket::memory::failNext(failing, Operation::Open, failure, "no room");
+    socket::inproc::failNext(failing, Operation::Open, failure, "no room");
     EXPECT_THAT([&] { submit(); }, ThrowsMessage<Exception>("no room"));
     EXPECT_EQ(hostSockets(), open);
     EXPECT_THAT(log_.recordsWith("Remote engine front end"), IsEmpty()) << "it is no failure of its own";
@@ -47,7 +47,7 @@ TEST_F(RemoteEngineWiring, ConnectsCommandsThenNotificationsThenEngineControl) {
   EXPECT_THAT(hostSockets(), ElementsAre(commands, notifications, control));
   const auto where = endpoints();
   std::map<std::string, std::string> connectedTo;
-  for (const auto& state : socket::memory::sockets()) connectedTo[state.name] = state.endpoint;
+  for (const auto& state : socket::inproc::sockets()) connectedTo[state.name] = state.endpoint;
   EXPECT_EQ(connectedTo[commands], where.commandendpoint());
   EXPECT_EQ(connectedTo[notifications], where.notificationendpoint());
   EXPECT_EQ(connectedTo[control], where.requestendpoint());
@@ -60,7 +60,7 @@ TEST_F(RemoteEngineWiring, ConnectsCommandsThenNotificationsThenEngineControl) {
 TEST_F(RemoteEngineWiring, HasTheOtherChannelsWhileItWaitsForTheEnginesProcess) {
   startService();
   BackgroundCall submitting([&] { submit(); });
-  ASSERT_TRUE(socket::memory::waitUntilBlocked(control, Operation::Open));
+  ASSERT_TRUE(socket::inproc::waitUntilBlocked(control, Operation::Open));
   EXPECT_THAT(hostSockets(), ElementsAre(submission, commands, notifications, control));
   EXPECT_FALSE(submitting.endsWithin(std::chrono::milliseconds(50)));
   process_.emplace(endpoints());
@@ -217,7 +217,7 @@ class RemoteEngineEnd : public RemoteEngineTest, public ::testing::WithParamInte
 
  private:
   static void failToOpen(const char* socket) {
-    socket::memory::failNext(socket, Operation::Open, Failure::RuntimeError, "no room");
+    socket::inproc::failNext(socket, Operation::Open, Failure::RuntimeError, "no room");
   }
 };
 
@@ -238,7 +238,7 @@ TEST_P(RemoteEngineEnd, LeavesNothingOpenAndGivesItsInputsBack) {
   EXPECT_EQ(config_.use_count(), 1);
   EXPECT_EQ(description_.use_count(), 1);
   EXPECT_THAT(hostSockets(), IsEmpty());
-  EXPECT_TRUE(socket::memory::waitUntilClosed(statuses));
+  EXPECT_TRUE(socket::inproc::waitUntilClosed(statuses));
 }
 
 TEST_P(RemoteEngineEnd, LeavesTheProxiesThatTheHostHoldsAsTheyWere) {
@@ -314,7 +314,7 @@ TEST_F(RemoteEngineWiring, IsTakenApartInTheOrderDescriptionConfigurationCommand
                                .engineId = EngineProcess::id}));
   ASSERT_EQ(isHeldUp.get_future().wait_for(patience), std::future_status::ready);
   BackgroundCall destroying([&] { engine_.reset(); });
-  EXPECT_TRUE(socket::memory::waitUntilClosed(commands));
+  EXPECT_TRUE(socket::inproc::waitUntilClosed(commands));
   EXPECT_TRUE(destroying.waitUntilBlocked());
   EXPECT_THAT(gone.all(), ElementsAre("description", "configuration"));
   EXPECT_THAT(openAtTheFirst, ElementsAre(commands, notifications, control));

@@ -18,7 +18,7 @@
 #include "TcpCommandProcessorFrontEnd.h"
 #include "TcpNotificationHubBackEnd.h"
 #include "TcpNotificationHubFrontEnd.h"
-#include "runtime/memory/Network.h"
+#include "runtime/inproc/Network.h"
 #include "runtime/tamb/CommandMessage.h"
 #include "runtime/tamb/CurrentLoggerWriter.h"
 #include "runtime/tamb/NotificationMessage.h"
@@ -26,7 +26,7 @@
 namespace qor::multiprocess_communication {
 namespace {
 
-using socket::memory::Operation;
+using socket::inproc::Operation;
 
 /// How much memory one end of a channel may keep of the lists that have passed it.
 constexpr long bound = 32L * 1024 * 1024;
@@ -135,8 +135,8 @@ long growthOverLists(const std::string& subscriber, const Spoil& spoil) {
     auto list = withParametersInOne<List>(i);
     std::string bytes = list.SerializeAsString();
     spoil(i, list, bytes);
-    socket::memory::deliver(subscriber, bytes);
-    const bool handled = socket::memory::waitUntil(subscriber, [](const socket::memory::SocketState& state) {
+    socket::inproc::deliver(subscriber, bytes);
+    const bool handled = socket::inproc::waitUntil(subscriber, [](const socket::inproc::SocketState& state) {
       return state.unreceived == 0 && state.blockedIn == Operation::Poll;
     });
     if (!handled) throw std::runtime_error("the list is not handled");

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "Serializers.h"
-#include "runtime/memory/Network.h"
+#include "runtime/inproc/Network.h"
 #include "tests/support/CapturedLog.h"
 #include "tests/support/ChannelProperties.h"
 #include "tests/support/TestSeed.h"
@@ -57,7 +57,7 @@ TEST_F(SerializersProperties, AnyCollectionComesBackAsItWasWritten) {
 /// there first.
 class ChannelProperties : public SerializersProperties {
  public:
-  ~ChannelProperties() override { EXPECT_TRUE(socket::memory::sockets().empty()); }
+  ~ChannelProperties() override { EXPECT_TRUE(socket::inproc::sockets().empty()); }
 
  protected:
   static constexpr std::size_t lives = 5;

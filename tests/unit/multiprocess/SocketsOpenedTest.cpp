@@ -4,7 +4,7 @@
 namespace qor::multiprocess_communication {
 namespace {
 
-using socket::memory::SocketState;
+using socket::inproc::SocketState;
 using testing::ElementsAre;
 using testing::UnorderedElementsAre;
 
@@ -19,13 +19,13 @@ class SocketsOpened : public RemoteEngineTest {
   }
   void wireAll() {
     wire();
-    ASSERT_TRUE(socket::memory::waitUntilOpen("TcpEngineBackEndStatusPublicationSocket"));
+    ASSERT_TRUE(socket::inproc::waitUntilOpen("TcpEngineBackEndStatusPublicationSocket"));
   }
   /// Those that are open now and meet a condition on their name.
   template <class Condition>
   static std::vector<std::string> opened(Condition condition) {
     std::vector<std::string> sockets;
-    for (const auto& state : socket::memory::sockets()) {
+    for (const auto& state : socket::inproc::sockets()) {
       if (condition(state.name)) sockets.push_back(inWords(state));
     }
     return sockets;
@@ -66,7 +66,7 @@ TEST_F(SocketsOpened, ArePolledATenthOfASecondByEveryReception) {
   for (const char* const receiver :
        {"TcpEngineFrontEndStatusReceptionSocket", "TcpEngineBackEndCommandListenSocket",
         "TcpCommandProcessorBackEndCommand", "TcpNotificationHubFrontEndNotification"}) {
-    EXPECT_TRUE(socket::memory::waitUntil(receiver, [](const SocketState& state) {
+    EXPECT_TRUE(socket::inproc::waitUntil(receiver, [](const SocketState& state) {
       return state.blockedIn == Operation::Poll && state.pollTimeOut == std::chrono::milliseconds(100);
     })) << receiver;
   }

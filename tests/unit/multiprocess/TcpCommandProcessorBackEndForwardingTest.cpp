@@ -59,7 +59,7 @@ TEST_F(TcpCommandProcessorBackEndForwarding, PassesEachOperationOnWithItsArgumen
 }
 
 TEST_F(TcpCommandProcessorBackEndForwarding, GoesOnWithoutASocketAndWithoutALocalFrontEnd) {
-  socket::memory::failNext(socketName, Operation::Open, Failure::RuntimeError, "no room");
+  socket::inproc::failNext(socketName, Operation::Open, Failure::RuntimeError, "no room");
   backEnd_.emplace(nullptr, localBackEnd_, endpoint());
   ASSERT_TRUE(log_.waitFor("invalid socket: "));
   expectForwarded();
@@ -67,7 +67,7 @@ TEST_F(TcpCommandProcessorBackEndForwarding, GoesOnWithoutASocketAndWithoutALoca
 
 TEST_F(TcpCommandProcessorBackEndForwarding, GoesOnAfterReceptionHasEnded) {
   construct(localBackEnd_);
-  socket::memory::failNext(socketName, Operation::Poll, Failure::ErrorResult, "the poll is broken");
+  socket::inproc::failNext(socketName, Operation::Poll, Failure::ErrorResult, "the poll is broken");
   ASSERT_TRUE(log_.waitFor("the poll is broken"));
   ASSERT_TRUE(waitUntilGone(log_.records().back().threadId));
   expectForwarded();

@@ -51,7 +51,7 @@ class TcpCommandProcessorBackEndReception : public CommandBackEndTest {
     EXPECT_NO_THROW(destroying.get());
   }
   static std::size_t unreceived() {
-    for (const auto& state : socket::memory::sockets()) {
+    for (const auto& state : socket::inproc::sockets()) {
       if (state.name == socketName) return state.unreceived;
     }
     throw std::runtime_error("the socket is not open");
@@ -61,7 +61,7 @@ class TcpCommandProcessorBackEndReception : public CommandBackEndTest {
 TEST_F(TcpCommandProcessorBackEndReception, SubscribesToItsEndpoint) {
   construct();
   EXPECT_EQ(backEnd_->messageHeader(), header);
-  const auto sockets = socket::memory::sockets();
+  const auto sockets = socket::inproc::sockets();
   ASSERT_EQ(sockets.size(), 1U);
   EXPECT_EQ(sockets.front().name, socketName);
   EXPECT_EQ(sockets.front().protocol, socket::Protocol::Subscriber);
@@ -79,26 +79,26 @@ TEST_F(TcpCommandProcessorBackEndReception, EndsWithThePollsErrorText) {
   construct();
   deliver({"before"});
   arrived(1);
-  socket::memory::failNext(socketName, Operation::Poll, Failure::ErrorResult, "the poll is broken");
+  socket::inproc::failNext(socketName, Operation::Poll, Failure::ErrorResult, "the poll is broken");
   expectEnded("Poll error in command reception loop: the poll is broken", 203);
 }
 
 TEST_F(TcpCommandProcessorBackEndReception, EndsWithAPollThatThrows) {
   construct();
-  socket::memory::failNext(socketName, Operation::Poll, Failure::RuntimeError, "the poll is broken");
+  socket::inproc::failNext(socketName, Operation::Poll, Failure::RuntimeError, "the poll is broken");
   expectEnded("Failed running reception loop: the poll is broken", 214);
 }
 
 TEST_F(TcpCommandProcessorBackEndReception, EndsWithTheContextInAPoll) {
   construct();
-  socket::memory::failNext(socketName, Operation::Poll, Failure::ContextTermination, "the end");
+  socket::inproc::failNext(socketName, Operation::Poll, Failure::ContextTermination, "the end");
   expectEnded("the end");
 }
 
 TEST_F(TcpCommandProcessorBackEndReception, EndsWithTheContextInAReceive) {
-  socket::memory::failNext(socketName, Operation::Receive, Failure::ContextTermination, "the end");
+  socket::inproc::failNext(socketName, Operation::Receive, Failure::ContextTermination, "the end");
   construct();
-  socket::memory::deliver(socketName, "");
+  socket::inproc::deliver(socketName, "");
   ASSERT_TRUE(log_.waitFor("the end"));
   ASSERT_TRUE(waitUntilGone(log_.records().back().threadId));
   EXPECT_EQ(unreceived(), 1U);
@@ -108,7 +108,7 @@ TEST_F(TcpCommandProcessorBackEndReception, EndsWithTheContextInAReceive) {
 }
 
 TEST_F(TcpCommandProcessorBackEndReception, EndsWithAReceiveThatThrows) {
-  socket::memory::failNext(socketName, Operation::Receive, Failure::RuntimeError, "torn to pieces");
+  socket::inproc::failNext(socketName, Operation::Receive, Failure::RuntimeError, "torn to pieces");
   construct();
   deliver({"never read"});
   ASSERT_TRUE(log_.waitFor("torn to pieces"));
@@ -181,13 +181,13 @@ TEST_F(TcpCommandProcessorBackEndReception, EndsWhenTheContextIsShutDown) {
 TEST_F(TcpCommandProcessorBackEndReception, DoesNotBeginWithoutASocketWhichFailsNoConstruction) {
   for (const auto failure : {Failure::RuntimeError, Failure::ContextTermination}) {
     const test::CapturedLog log;
-    socket::memory::failNext(socketName, Operation::Open, failure, "no room");
+    socket::inproc::failNext(socketName, Operation::Open, failure, "no room");
     EXPECT_NO_THROW(construct());
     const std::string text =
         std::string("Cannot start reception loop, invalid socket: ") + socketLabel + " [not open]";
     ASSERT_TRUE(log.waitFor(text));
     EXPECT_TRUE(waitUntilGone(log.records().back().threadId));
-    EXPECT_TRUE(socket::memory::sockets().empty());
+    EXPECT_TRUE(socket::inproc::sockets().empty());
     expectSoonDestroyed();
     const auto records = log.records();
     ASSERT_EQ(records.size(), 2U);
@@ -209,7 +209,7 @@ TEST_F(TcpCommandProcessorBackEndReception, DoesNotBeginAtAnEndpointThatCannotBe
 }
 
 TEST_F(TcpCommandProcessorBackEndReception, LooksAtTheSocketAheadOfTheLocalFrontEnd) {
-  socket::memory::failNext(socketName, Operation::Open, Failure::RuntimeError, "no room");
+  socket::inproc::failNext(socketName, Operation::Open, Failure::RuntimeError, "no room");
   backEnd_.emplace(nullptr, nullptr, endpoint());
   EXPECT_TRUE(log_.waitFor("invalid socket: "));
   expectSoonDestroyed();
@@ -218,8 +218,8 @@ TEST_F(TcpCommandProcessorBackEndReception, LooksAtTheSocketAheadOfTheLocalFront
 
 TEST_F(TcpCommandProcessorBackEndReception, DoesNotBeginWithoutALocalFrontEnd) {
   // Would be said if the socket were used after all.
-  socket::memory::failNext(socketName, Operation::Poll, Failure::ErrorResult, "it was polled");
-  socket::memory::failNext(socketName, Operation::Receive, Failure::RuntimeError, "it was read");
+  socket::inproc::failNext(socketName, Operation::Poll, Failure::ErrorResult, "it was polled");
+  socket::inproc::failNext(socketName, Operation::Receive, Failure::RuntimeError, "it was read");
   socket::Socket publisher("Publisher", socket::ClosePolicy::Newest);
   publisher.createAndConnect(socket::Protocol::Publisher, endpoint(), 0);
   auto list = listOf({"waits already"});
@@ -295,7 +295,7 @@ TEST_F(TcpCommandProcessorBackEndDestruction, WaitsForThePushUnderWayAndTheRestO
 TEST_F(TcpCommandProcessorBackEndDestruction, ClosesTheSocketThenLetsTheLocalBackEndGoAndThenTheFrontEnd) {
   std::vector<std::string> released;
   const auto note = [&](const std::string& what) {
-    released.push_back(what + (socket::memory::sockets().empty() ? " after the socket" : " too early"));
+    released.push_back(what + (socket::inproc::sockets().empty() ? " after the socket" : " too early"));
   };
   class Noted : public StrictMock<MockCommandBackEnd> {
    public:

@@ -168,7 +168,7 @@ TEST_F(TcpCommandProcessorBackEndCommands, ArePushedOnceEachAlthoughPollsTimeOut
   arrived(2);
   ASSERT_TRUE(waitUntilIdle());
   // The poll under way times out, and the next one ends reception.
-  socket::memory::failNext(socketName, Operation::Poll, Failure::ErrorResult, "the poll is broken");
+  socket::inproc::failNext(socketName, Operation::Poll, Failure::ErrorResult, "the poll is broken");
   ASSERT_TRUE(log_.waitFor("the poll is broken"));
   ASSERT_TRUE(waitUntilGone(log_.records().back().threadId));
   EXPECT_THAT(arrivedNames(2), ElementsAre("1", "2"));
@@ -177,7 +177,7 @@ TEST_F(TcpCommandProcessorBackEndCommands, ArePushedOnceEachAlthoughPollsTimeOut
 TEST_F(TcpCommandProcessorBackEndCommands, SkipMessagesThatCannotBeReadWithOneLineOfTheSocketEach) {
   const auto expectSkipped = [&](const std::string& bytes, const std::string& reason) {
     const auto before = log_.records().size();
-    socket::memory::deliver(socketName, bytes);
+    socket::inproc::deliver(socketName, bytes);
     ASSERT_TRUE(waitUntilIdle());
     const auto records = log_.records();
     ASSERT_EQ(records.size(), before + 1) << reason;

@@ -44,7 +44,7 @@ class TcpCommandProcessorFrontEndRefusal : public CommandFrontEndTest {
     expectFailure([&] { push(batch); }, "[TcpCommandProcessorFrontEnd: " + text + suffix, line);
   }
   static void expectNothingOnItsWay() {
-    for (const auto& state : socket::memory::sockets()) {
+    for (const auto& state : socket::inproc::sockets()) {
       EXPECT_EQ(state.unsent + state.unreceived, 0U) << state.name;
     }
   }
@@ -72,7 +72,7 @@ TEST_F(TcpCommandProcessorFrontEndRefusal, OfEveryBatchBeforeItIsConnected) {
 
 TEST_F(TcpCommandProcessorFrontEndRefusal, OfEveryBatchAfterAConnectionThatFailed) {
   construct();
-  socket::memory::failNext(socketName, Operation::Open, Failure::RuntimeError, "no room");
+  socket::inproc::failNext(socketName, Operation::Open, Failure::RuntimeError, "no room");
   EXPECT_THAT([&] { frontEnd_->connectEndpoint(endpoint()); }, ThrowsMessage<std::runtime_error>("no room"));
   expectRefused({command()},
                 std::string("Invalid socket: ") + socketName + " (Publisher " + address + ") [not open]",
@@ -250,9 +250,9 @@ TEST_F(TcpCommandProcessorFrontEndRefusal, OfOneBatchMoreThanAreKeptNamesTheCoun
 
 TEST_F(TcpCommandProcessorFrontEndRefusal, OfTheSocketToSendIsPassedOn) {
   connect();
-  socket::memory::failNext(socketName, Operation::Send, Failure::RuntimeError, "torn to pieces");
+  socket::inproc::failNext(socketName, Operation::Send, Failure::RuntimeError, "torn to pieces");
   EXPECT_THAT([&] { push({command()}); }, ThrowsMessage<std::runtime_error>("torn to pieces"));
-  socket::memory::failNext(socketName, Operation::Send, Failure::ContextTermination, "the end");
+  socket::inproc::failNext(socketName, Operation::Send, Failure::ContextTermination, "the end");
   EXPECT_THAT([&] { frontEnd_->PushCommand(command()); },
               ThrowsMessage<socket::ZmqContextTerminationException>("the end"));
   EXPECT_THAT(log_.records(), IsEmpty());
@@ -261,7 +261,7 @@ TEST_F(TcpCommandProcessorFrontEndRefusal, OfTheSocketToSendIsPassedOn) {
 
 TEST_F(TcpCommandProcessorFrontEndRefusal, OfABatchComesBeforeTheSocketIsAskedToSend) {
   connect();
-  socket::memory::failNext(socketName, Operation::Send, Failure::RuntimeError, "it was sent");
+  socket::inproc::failNext(socketName, Operation::Send, Failure::RuntimeError, "it was sent");
   for (const auto& bad :
        {Command(), commandOf("other", engine), commandOf(manager, 8), commandWith(floatArguments())}) {
     EXPECT_THAT(

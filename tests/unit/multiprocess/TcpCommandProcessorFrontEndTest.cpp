@@ -244,7 +244,7 @@ class TcpCommandProcessorFrontEndLife : public CommandFrontEndTest {
  protected:
   static std::vector<std::string> openSockets() {
     std::vector<std::string> names;
-    for (const auto& state : socket::memory::sockets()) names.push_back(state.name);
+    for (const auto& state : socket::inproc::sockets()) names.push_back(state.name);
     return names;
   }
 };
@@ -273,7 +273,7 @@ TEST_F(TcpCommandProcessorFrontEndLife, KeepsTheIdsThatItIsGiven) {
 
 TEST_F(TcpCommandProcessorFrontEndLife, BindsItsEndpointAsAPublisher) {
   connect();
-  const auto sockets = socket::memory::sockets();
+  const auto sockets = socket::inproc::sockets();
   ASSERT_EQ(sockets.size(), 1U);
   EXPECT_EQ(sockets.front().name, socketName);
   EXPECT_EQ(sockets.front().protocol, socket::Protocol::Publisher);
@@ -336,7 +336,7 @@ TEST_F(TcpCommandProcessorFrontEndLife, PassesTheFailureOfAConnectionOnAndCanBeC
 
 TEST_F(TcpCommandProcessorFrontEndLife, PassesTheEndOfTheContextOn) {
   construct();
-  socket::memory::failNext(socketName, Operation::Open, Failure::ContextTermination, "the end");
+  socket::inproc::failNext(socketName, Operation::Open, Failure::ContextTermination, "the end");
   EXPECT_THAT([&] { frontEnd_->connectEndpoint(endpoint()); },
               ThrowsMessage<socket::ZmqContextTerminationException>("the end"));
   EXPECT_THAT(log_.records(), IsEmpty());

@@ -115,7 +115,7 @@ TEST_F(TcpEngineBackEndStatus,
     engine_ = std::make_shared<test::FakeEngine>();
     listen();
     construct();
-    ASSERT_TRUE(socket::memory::waitUntilOpen(requests));
+    ASSERT_TRUE(socket::inproc::waitUntilOpen(requests));
     EXPECT_EQ(replyTo(Request::Run), success);
     auto published = nextStatus();
     if (published == "Idle") published = nextStatus();
@@ -128,9 +128,9 @@ TEST_F(TcpEngineBackEndStatus,
 }
 
 TEST_F(TcpEngineBackEndStatus, OfAnEngineThatRunsIsNotTouchedByABindThatFails) {
-  socket::memory::failNext(status, Operation::Open, Failure::RuntimeError, "the address is taken");
+  socket::inproc::failNext(status, Operation::Open, Failure::RuntimeError, "the address is taken");
   construct();
-  ASSERT_TRUE(socket::memory::waitUntilOpen(requests));
+  ASSERT_TRUE(socket::inproc::waitUntilOpen(requests));
   EXPECT_EQ(replyTo(Request::Run), success);
   ASSERT_TRUE(engine_->waitUntilRunning());
   ASSERT_TRUE(log_.waitFor("failed binding socket"));
@@ -158,22 +158,22 @@ TEST_F(TcpEngineBackEndStatus, ChangesAreLoggedForDebuggingInOrderAndBare) {
 }
 
 TEST_F(TcpEngineBackEndStatus, AFailedBindIsLoggedAndLeavesTheRequestsGoing) {
-  socket::memory::failNext(status, Operation::Open, Failure::RuntimeError, "the address is taken");
+  socket::inproc::failNext(status, Operation::Open, Failure::RuntimeError, "the address is taken");
   construct();
   expectLogged(
       LogLevel::Error,
       "TcpEngineBackEnd: statusPublicationThreadFunction: failed binding socket: the address is taken");
-  ASSERT_TRUE(socket::memory::waitUntilOpen(requests));
+  ASSERT_TRUE(socket::inproc::waitUntilOpen(requests));
   EXPECT_EQ(replyTo(Request::Run), success);
   EXPECT_TRUE(engine_->waitUntilRunning());
   EXPECT_TRUE(log_.recordsWith("Engine status change: Idle").empty());
 }
 
 TEST_F(TcpEngineBackEndStatus, ContextTerminationDuringTheBindEndsTheThreadAndNothingElse) {
-  socket::memory::failNext(status, Operation::Open, Failure::ContextTermination, "the end");
+  socket::inproc::failNext(status, Operation::Open, Failure::ContextTermination, "the end");
   construct();
   expectLogged(LogLevel::Error, "TcpEngineBackEnd: Aborting TCP engine backend: the end");
-  ASSERT_TRUE(socket::memory::waitUntilOpen(requests));
+  ASSERT_TRUE(socket::inproc::waitUntilOpen(requests));
   EXPECT_EQ(replyTo(Request::HeartBeat), success);
 }
 
@@ -181,7 +181,7 @@ TEST_F(TcpEngineBackEndStatus, AFailedSendIsLoggedWithTheSocketAndThePublication
   listen();
   start();
   EXPECT_EQ(nextStatus(), "Idle");
-  socket::memory::failNext(status, Operation::Send, Failure::RuntimeError, "the wire is cut");
+  socket::inproc::failNext(status, Operation::Send, Failure::RuntimeError, "the wire is cut");
   pass(statusPeriod);
   expectLogged(
       LogLevel::Error,
@@ -195,7 +195,7 @@ TEST_F(TcpEngineBackEndStatus, ThatChangesWhileAnotherIsBeingSentIsPublishedWith
   listen();
   start();
   EXPECT_EQ(nextStatus(), "Idle");
-  socket::memory::failNext(status, Operation::Send, Failure::RuntimeError, "the wire is cut");
+  socket::inproc::failNext(status, Operation::Send, Failure::RuntimeError, "the wire is cut");
   test::HeldUpLog heldUp("Failed sending status");
   pass(statusPeriod);
   ASSERT_TRUE(heldUp.gate().waitUntilReached());
@@ -211,7 +211,7 @@ TEST_F(TcpEngineBackEndStatus, OfARunThatTakesNoTimeIsPublishedAllTheSame) {
   start();
   EXPECT_EQ(nextStatus(), "Idle");
   // The publication thread is late.
-  socket::memory::failNext(status, Operation::Send, Failure::RuntimeError, "the wire is cut");
+  socket::inproc::failNext(status, Operation::Send, Failure::RuntimeError, "the wire is cut");
   test::HeldUpLog heldUp("Failed sending status");
   pass(statusPeriod);
   ASSERT_TRUE(heldUp.gate().waitUntilReached());
@@ -229,7 +229,7 @@ TEST_F(TcpEngineBackEndStatus, ThatCannotBePublishedIsAwaitedForASecond) {
   listen();
   start();
   EXPECT_EQ(nextStatus(), "Idle");
-  socket::memory::failNext(status, Operation::Send, Failure::RuntimeError, "the wire is cut");
+  socket::inproc::failNext(status, Operation::Send, Failure::RuntimeError, "the wire is cut");
   EXPECT_EQ(replyTo(Request::Run), success);
   ASSERT_TRUE(log_.waitFor("Failed sending status"));
   ASSERT_TRUE(engine_->waitUntilRunning());
@@ -246,11 +246,11 @@ TEST_F(TcpEngineBackEndStatus, ThatNobodyPublishesIsNotAwaited) {
     engine_ = std::make_shared<test::FakeEngine>();
     engine_->finish();
     const auto ends = log_.recordsWith("Aborting TCP engine backend: the end").size();
-    socket::memory::failNext(status, operation, Failure::ContextTermination, "the end");
+    socket::inproc::failNext(status, operation, Failure::ContextTermination, "the end");
     construct();
-    ASSERT_TRUE(socket::memory::waitUntilOpen(requests));
+    ASSERT_TRUE(socket::inproc::waitUntilOpen(requests));
     ASSERT_TRUE(log_.waitFor("Aborting TCP engine backend: the end", ends + 1));
-    ASSERT_TRUE(socket::memory::waitUntilClosed(status));
+    ASSERT_TRUE(socket::inproc::waitUntilClosed(status));
     const auto idle = log_.recordsWith("Engine status change: Idle").size();
     EXPECT_EQ(replyTo(Request::Run), success);
     EXPECT_TRUE(log_.waitFor("Engine status change: Idle", idle + 1));
@@ -281,10 +281,10 @@ TEST_F(TcpEngineBackEndStatus, ContextTerminationInASendEndsThePublicationAlone)
   listen();
   start();
   EXPECT_EQ(nextStatus(), "Idle");
-  socket::memory::failNext(status, Operation::Send, Failure::ContextTermination, "the end");
+  socket::inproc::failNext(status, Operation::Send, Failure::ContextTermination, "the end");
   pass(statusPeriod);
   expectLogged(LogLevel::Error, "TcpEngineBackEnd: Aborting TCP engine backend: the end");
-  EXPECT_TRUE(socket::memory::waitUntilClosed(status));
+  EXPECT_TRUE(socket::inproc::waitUntilClosed(status));
   EXPECT_EQ(replyTo(Request::HeartBeat), success);
 }
 

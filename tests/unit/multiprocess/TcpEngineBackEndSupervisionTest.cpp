@@ -74,7 +74,7 @@ TEST_F(TcpEngineBackEndSupervision, BeginsAnewWithEveryRequestWhateverItIs) {
         encoded(Request::WaitForStop), encoded(Request::RequestStop), encoded(Request::Run)}) {
     ASSERT_TRUE(clock_->waitForWaitOf(silence)) << "the period did not begin anew";
     clock_->advance(milliseconds(9'000));
-    unanswered.push_back(socket::memory::request(requests, bytes));
+    unanswered.push_back(socket::inproc::request(requests, bytes));
   }
   ASSERT_TRUE(clock_->waitForWaitOf(silence));
   clock_->advance(silence);
@@ -87,7 +87,7 @@ TEST_F(TcpEngineBackEndSupervision, BeginsAnewWithARequestThatCouldNotBeReceived
   BackgroundCall waiting([&] { backEnd_->waitForFrontEndTermination(); });
   ASSERT_TRUE(clock_->waitForWaitOf(silence));
   clock_->advance(milliseconds(9'000));
-  socket::memory::failNext(requests, Operation::Receive, Failure::ContextTermination, "the end");
+  socket::inproc::failNext(requests, Operation::Receive, Failure::ContextTermination, "the end");
   auto unanswered = send(Request::HeartBeat);
   EXPECT_TRUE(clock_->waitForWaitOf(silence));
   clock_->advance(silence);
@@ -101,7 +101,7 @@ TEST_F(TcpEngineBackEndSupervision, BeginsAnewWithARequestThatIsReceivedAtTheSec
   BackgroundCall waiting([&] { backEnd_->waitForFrontEndTermination(); });
   ASSERT_TRUE(clock_->waitForWaitOf(silence));
   clock_->advance(milliseconds(9'000));
-  socket::memory::failNext(requests, Operation::Receive, Failure::RuntimeError, "torn to pieces");
+  socket::inproc::failNext(requests, Operation::Receive, Failure::RuntimeError, "torn to pieces");
   auto ping = send(Request::Ping);
   EXPECT_TRUE(gate.waitUntilReached());
   // The second attempt does not count before the ping is over.
@@ -114,9 +114,9 @@ TEST_F(TcpEngineBackEndSupervision, BeginsAnewWithARequestThatIsReceivedAtTheSec
 
 TEST_F(TcpEngineBackEndSupervision, EndsWithATerminationRequestEvenIfItsReplyMeetsTheContextsEnd) {
   start();
-  socket::memory::failNext(requests, Operation::Send, Failure::ContextTermination, "the end");
+  socket::inproc::failNext(requests, Operation::Send, Failure::ContextTermination, "the end");
   auto unanswered = send(Request::FrontEndTermination);
-  ASSERT_TRUE(socket::memory::waitUntilClosed(requests));
+  ASSERT_TRUE(socket::inproc::waitUntilClosed(requests));
   BackgroundCall waiting([&] { backEnd_->waitForFrontEndTermination(); });
   EXPECT_TRUE(waiting.endsWithin(patience));
   EXPECT_TRUE(log_.recordsWith("heartbeat").empty());
@@ -125,7 +125,7 @@ TEST_F(TcpEngineBackEndSupervision, EndsWithATerminationRequestEvenIfItsReplyMee
 TEST_F(TcpEngineBackEndSupervision, EndsWithATerminationRequestAfterItsReplyOnlyAndEvenIfThatFails) {
   start();
   test::HeldUpLog heldUp("Engine reply sending failed");
-  socket::memory::failNext(requests, Operation::Send, Failure::RuntimeError, "the wire is cut");
+  socket::inproc::failNext(requests, Operation::Send, Failure::RuntimeError, "the wire is cut");
   auto unanswered = send(Request::FrontEndTermination);
   EXPECT_TRUE(heldUp.gate().waitUntilReached());
   BackgroundCall waiting([&] { backEnd_->waitForFrontEndTermination(); });

@@ -208,7 +208,7 @@ TEST_F(TcpEngineBackEndRequests, ASlowPingDelaysTheRequestsBehindItAndTheyAreSer
 
 TEST_F(TcpEngineBackEndRequests, AReplyThatCannotBeSentIsLoggedAndTheNextRequestIsAnswered) {
   start();
-  socket::memory::failNext(requests, Operation::Send, Failure::RuntimeError, "the wire is cut");
+  socket::inproc::failNext(requests, Operation::Send, Failure::RuntimeError, "the wire is cut");
   auto unanswered = send(Request::HeartBeat);
   expectLogged(LogLevel::Error, "TcpEngineBackEnd: Engine reply sending failed: the wire is cut");
   EXPECT_EQ(replyTo(Request::HeartBeat), success);
@@ -244,7 +244,7 @@ TEST_F(TcpEngineBackEndRequests, AreServedAlsoWithoutALogContextWhichIsSaid) {
 class TcpEngineBackEndReception : public BackEndTest {};
 
 TEST_F(TcpEngineBackEndReception, AFailedBindIsLoggedAndLeavesThePublicationGoing) {
-  socket::memory::failNext(requests, Operation::Open, Failure::RuntimeError, "the address is taken");
+  socket::inproc::failNext(requests, Operation::Open, Failure::RuntimeError, "the address is taken");
   listen();
   construct();
   expectLogged(LogLevel::Error,
@@ -253,11 +253,11 @@ TEST_F(TcpEngineBackEndReception, AFailedBindIsLoggedAndLeavesThePublicationGoin
   clock_->waitForWaitOf(std::chrono::milliseconds(1'000));
   clock_->advance(std::chrono::milliseconds(1'000));
   EXPECT_EQ(nextStatus(), "Idle");
-  EXPECT_TRUE(socket::memory::waitUntilClosed(requests));
+  EXPECT_TRUE(socket::inproc::waitUntilClosed(requests));
 }
 
 TEST_F(TcpEngineBackEndReception, ContextTerminationDuringTheBindEndsTheThreadAndNothingElse) {
-  socket::memory::failNext(requests, Operation::Open, Failure::ContextTermination, "the end");
+  socket::inproc::failNext(requests, Operation::Open, Failure::ContextTermination, "the end");
   listen();
   construct();
   expectLogged(LogLevel::Info, "TcpEngineBackEnd: the end");
@@ -265,7 +265,7 @@ TEST_F(TcpEngineBackEndReception, ContextTerminationDuringTheBindEndsTheThreadAn
 }
 
 TEST_F(TcpEngineBackEndReception, APollErrorIsLoggedAndTheLoopGoesOn) {
-  socket::memory::failNext(requests, Operation::Poll, Failure::ErrorResult, "the poll is broken", 3);
+  socket::inproc::failNext(requests, Operation::Poll, Failure::ErrorResult, "the poll is broken", 3);
   start();
   expectLogged(LogLevel::Error, "TcpEngineBackEnd: Poll error receiving frontend request: the poll is broken",
                3);
@@ -279,7 +279,7 @@ TEST_F(TcpEngineBackEndReception, SaysNothingWhileNothingComes) {
 }
 
 TEST_F(TcpEngineBackEndReception, APollThatThrowsIsLoggedAsAPollErrorAndTheLoopGoesOn) {
-  socket::memory::failNext(requests, Operation::Poll, Failure::RuntimeError, "the poll is broken");
+  socket::inproc::failNext(requests, Operation::Poll, Failure::RuntimeError, "the poll is broken");
   start();
   expectLogged(LogLevel::Error,
                "TcpEngineBackEnd: Poll error receiving frontend request: the poll is broken");
@@ -290,7 +290,7 @@ TEST_F(TcpEngineBackEndReception, AFailedReceiveIsLoggedAndDispatchesNothing) {
   std::atomic<int> pings = 0;
   engine_->onPing = [&](unsigned int) { ++pings; };
   start();
-  socket::memory::failNext(requests, Operation::Receive, Failure::RuntimeError, "torn to pieces");
+  socket::inproc::failNext(requests, Operation::Receive, Failure::RuntimeError, "torn to pieces");
   auto ping = send(Request::Ping);
   expectLogged(LogLevel::Error, "TcpEngineBackEnd: Failed receiving frontend command: torn to pieces");
   // The request is still there, and received the second time.
@@ -300,26 +300,26 @@ TEST_F(TcpEngineBackEndReception, AFailedReceiveIsLoggedAndDispatchesNothing) {
 
 TEST_F(TcpEngineBackEndReception, ContextTerminationInThePollEndsTheThreadWithALineOfInformation) {
   start();
-  socket::memory::failNext(requests, Operation::Poll, Failure::ContextTermination, "the end");
+  socket::inproc::failNext(requests, Operation::Poll, Failure::ContextTermination, "the end");
   expectLogged(LogLevel::Info, "TcpEngineBackEnd: the end");
-  EXPECT_TRUE(socket::memory::waitUntilClosed(requests));
+  EXPECT_TRUE(socket::inproc::waitUntilClosed(requests));
 }
 
 TEST_F(TcpEngineBackEndReception, ContextTerminationInTheReceiveEndsTheThreadWithAnError) {
   start();
-  socket::memory::failNext(requests, Operation::Receive, Failure::ContextTermination, "the end");
+  socket::inproc::failNext(requests, Operation::Receive, Failure::ContextTermination, "the end");
   auto unanswered = send(Request::HeartBeat);
   expectLogged(LogLevel::Error, "TcpEngineBackEnd: Aborting command reception: the end");
-  EXPECT_TRUE(socket::memory::waitUntilClosed(requests));
+  EXPECT_TRUE(socket::inproc::waitUntilClosed(requests));
   EXPECT_EQ(inWords(std::move(unanswered)), "never answered");
 }
 
 TEST_F(TcpEngineBackEndReception, ContextTerminationInAReplyEndsTheThread) {
   start();
-  socket::memory::failNext(requests, Operation::Send, Failure::ContextTermination, "the end");
+  socket::inproc::failNext(requests, Operation::Send, Failure::ContextTermination, "the end");
   auto unanswered = send(Request::HeartBeat);
   expectLogged(LogLevel::Error, "TcpEngineBackEnd: Aborting command reception: the end");
-  EXPECT_TRUE(socket::memory::waitUntilClosed(requests));
+  EXPECT_TRUE(socket::inproc::waitUntilClosed(requests));
   EXPECT_EQ(inWords(std::move(unanswered)), "never answered");
 }
 
@@ -329,8 +329,8 @@ TEST_F(TcpEngineBackEndReception, WithoutAnEngineBothThreadsSayTheirLinesAndEndW
   construct();
   expectLogged(LogLevel::Error, "commandListenThreadFunction: Invalid engine, cannot proceed");
   expectLogged(LogLevel::Error, "TcpEngineBackEnd: statusPublicationThreadFunction: No engine");
-  EXPECT_TRUE(socket::memory::waitUntilClosed(requests));
-  EXPECT_TRUE(socket::memory::waitUntilClosed(status));
+  EXPECT_TRUE(socket::inproc::waitUntilClosed(requests));
+  EXPECT_TRUE(socket::inproc::waitUntilClosed(status));
   EXPECT_TRUE(log_.recordsWith("Engine status change").empty());
   stop();
   EXPECT_TRUE(statusesUntilNow().empty());

@@ -67,7 +67,7 @@ TEST_F(RunAfterACut, IsNotAwaitedOnceNoStatusCanCome) {
   clock_->advance(milliseconds(1'101));
   BackgroundCall run(running());
   ASSERT_TRUE(clock_->waitForWaitOf(longest));
-  socket::memory::failNext(statuses, Operation::Poll, Failure::ContextTermination, "the end");
+  socket::inproc::failNext(statuses, Operation::Poll, Failure::ContextTermination, "the end");
   EXPECT_TRUE(backEnd_->waitFor(Request::Run));
   ASSERT_TRUE(clock_->waitForWaitOf(milliseconds(2'000)));
   clock_->advance(milliseconds(2'000));

@@ -98,7 +98,7 @@ TEST_F(TcpEngineFrontEndWaits, RunSeesARunThatIsOverBeforeItLooks) {
   for (const auto status : {proto::EngineStatus::Running, proto::EngineStatus::Idle}) {
     proto::EngineStatus message;
     message.set_status(status);
-    socket::memory::deliver(statuses, message.SerializeAsString());
+    socket::inproc::deliver(statuses, message.SerializeAsString());
   }
   ASSERT_TRUE(run.endsWithin(patience));
   EXPECT_EQ(run.get(), "");
@@ -111,7 +111,7 @@ class TcpEngineFrontEndFirstStatus : public FrontEndTest {
 
   /// Configures it with a heart that stops at its first beat.
   auto configuring() {
-    socket::memory::failNext(commands, Operation::Send, Failure::ContextTermination, "no heart");
+    socket::inproc::failNext(commands, Operation::Send, Failure::ContextTermination, "no heart");
     return [this] {
       frontEnd_->SetInitConfig(TcpEngineFrontEnd::GenerateConfig(requestAddress, statusAddress));
     };
@@ -121,7 +121,7 @@ class TcpEngineFrontEndFirstStatus : public FrontEndTest {
 TEST_F(TcpEngineFrontEndFirstStatus, IsAwaitedSoThatNoRunIsAskedForBefore) {
   BackgroundCall configuration(configuring());
   ASSERT_TRUE(log_.waitFor("no heart"));
-  ASSERT_TRUE(socket::memory::waitUntilOpen(statuses));
+  ASSERT_TRUE(socket::inproc::waitUntilOpen(statuses));
   EXPECT_TRUE(configuration.waitUntilBlocked());
   // What cannot be read is none.
   publishBytes("\xff\xff nonsense");
@@ -142,7 +142,7 @@ TEST_F(TcpEngineFrontEndFirstStatus, IsAwaitedForASecond) {
   ASSERT_TRUE(configuration.endsWithin(patience));
   EXPECT_NO_THROW(configuration.get());
   // The time that a run gives is the same as ever.
-  ASSERT_TRUE(socket::memory::waitUntilOpen(statuses));
+  ASSERT_TRUE(socket::inproc::waitUntilOpen(statuses));
   BackgroundCall run([&] { frontEnd_->Run(); });
   ASSERT_TRUE(clock_->waitForWaitOf(timeToStart));
   publish(proto::EngineStatus::Running);
@@ -153,7 +153,7 @@ TEST_F(TcpEngineFrontEndFirstStatus, IsAwaitedForASecond) {
 TEST_F(TcpEngineFrontEndFirstStatus, IsNotAwaitedOnceNoneCanCome) {
   BackgroundCall configuration(configuring());
   ASSERT_TRUE(clock_->waitForWaitOf(timeForIt));
-  socket::memory::failNext(statuses, Operation::Poll, Failure::ContextTermination, "the end");
+  socket::inproc::failNext(statuses, Operation::Poll, Failure::ContextTermination, "the end");
   EXPECT_TRUE(configuration.endsWithin(patience));
 }
 
@@ -293,15 +293,15 @@ TEST_F(TcpEngineFrontEndWaits, RunEndsAfterASilenceInWhichNothingCanBePolledOrRe
     BackgroundCall run(running());
     ASSERT_TRUE(clock_->waitForWaitOf(slice));
     // Far more than are met before the end of the silence is.
-    socket::memory::failNext(statuses, operation, Failure::RuntimeError, "broken for good", 5'000);
-    socket::memory::deliver(statuses, "never to be received");
+    socket::inproc::failNext(statuses, operation, Failure::RuntimeError, "broken for good", 5'000);
+    socket::inproc::deliver(statuses, "never to be received");
     ASSERT_TRUE(log_.waitFor("broken for good"));
     clock_->advance(milliseconds(15'000));
     ASSERT_TRUE(run.endsWithin(patience));
     EXPECT_EQ(run.get(), "");
     EXPECT_LT(log_.recordsWith("broken for good").size(), 1'000U);
-    socket::memory::reset();
-    ASSERT_TRUE(socket::memory::waitUntil(statuses, [](const socket::memory::SocketState& state) {
+    socket::inproc::reset();
+    ASSERT_TRUE(socket::inproc::waitUntil(statuses, [](const socket::inproc::SocketState& state) {
       return state.unreceived == 0 && state.blockedIn == Operation::Poll;
     }));
   }
@@ -311,7 +311,7 @@ TEST_F(TcpEngineFrontEndWaits, RepliesDoNotKeepARunWaitingWhoseStatusesCannotBeR
   publish(proto::EngineStatus::Running);
   BackgroundCall run(running());
   ASSERT_TRUE(clock_->waitForWaitOf(slice));
-  socket::memory::failNext(statuses, Operation::Poll, Failure::ErrorResult, "broken for good", 5'000);
+  socket::inproc::failNext(statuses, Operation::Poll, Failure::ErrorResult, "broken for good", 5'000);
   ASSERT_TRUE(log_.waitFor("broken for good"));
   clock_->advance(milliseconds(14'999));
   frontEnd_->Ping(1);
@@ -344,15 +344,15 @@ TEST_F(TcpEngineFrontEndWaits, WhatHasComeWhileTheHostWasStoppedIsASignOfLife) {
   {
     // The reception thread comes back from a poll that was in vain, and finds the time gone.
     test::HeldUpLog heldUp("Poll error receiving backend status");
-    socket::memory::failNext(statuses, Operation::Poll, Failure::ErrorResult, "it was stopped");
+    socket::inproc::failNext(statuses, Operation::Poll, Failure::ErrorResult, "it was stopped");
     ASSERT_TRUE(heldUp.gate().waitUntilReached());
     const test::CapturedLog since;
     clock_->advance(milliseconds(60'000));
     proto::EngineStatus status;
     status.set_status(proto::EngineStatus::Running);
-    socket::memory::deliver(statuses, status.SerializeAsString());
+    socket::inproc::deliver(statuses, status.SerializeAsString());
     heldUp.gate().open();
-    ASSERT_TRUE(socket::memory::waitUntil(statuses, [](const socket::memory::SocketState& state) {
+    ASSERT_TRUE(socket::inproc::waitUntil(statuses, [](const socket::inproc::SocketState& state) {
       return state.unreceived == 0 && state.blockedIn == Operation::Poll;
     }));
     EXPECT_TRUE(since.recordsWith("taken for gone").empty());
@@ -407,7 +407,7 @@ TEST_F(TcpEngineFrontEndWaits, RunEndsWithTheContext) {
   publish(proto::EngineStatus::Running);
   BackgroundCall run(running());
   ASSERT_TRUE(clock_->waitForWaitOf(slice));
-  socket::memory::failNext(statuses, Operation::Poll, Failure::ContextTermination, "the end");
+  socket::inproc::failNext(statuses, Operation::Poll, Failure::ContextTermination, "the end");
   ASSERT_TRUE(run.endsWithin(patience));
   EXPECT_EQ(run.get(), "");
 }
@@ -430,7 +430,7 @@ TEST_F(TcpEngineFrontEndStatusReception, ThatCannotBeOpenedIsLoggedAndLeavesTheH
        {std::pair(Failure::RuntimeError,
                   "engineStatusReceptionThreadFunction: Failed creating socket: broken"),
         std::pair(Failure::ContextTermination, "Aborting status reception: broken")}) {
-    socket::memory::failNext(statuses, Operation::Open, failure, "broken");
+    socket::inproc::failNext(statuses, Operation::Open, failure, "broken");
     frontEnd_->SetInitConfig(TcpEngineFrontEnd::GenerateConfig(requestAddress, statusAddress));
     expectLogged(std::string("TcpEngineFrontEnd: ") + text);
     const auto beats = backEnd_->count(Request::HeartBeat);
@@ -441,14 +441,14 @@ TEST_F(TcpEngineFrontEndStatusReception, ThatCannotBeOpenedIsLoggedAndLeavesTheH
 
 TEST_F(TcpEngineFrontEndStatusReception, GoesOnAfterAPollError) {
   connect();
-  socket::memory::failNext(statuses, Operation::Poll, Failure::ErrorResult, "the poll is broken", 2);
+  socket::inproc::failNext(statuses, Operation::Poll, Failure::ErrorResult, "the poll is broken", 2);
   expectLogged("TcpEngineFrontEnd: Poll error receiving backend status: the poll is broken", 2);
   expectStatusToBeReceived();
 }
 
 TEST_F(TcpEngineFrontEndStatusReception, GoesOnAfterAFailedReceive) {
   connect();
-  socket::memory::failNext(statuses, Operation::Receive, Failure::RuntimeError, "torn to pieces");
+  socket::inproc::failNext(statuses, Operation::Receive, Failure::RuntimeError, "torn to pieces");
   publish(proto::EngineStatus::Idle);
   expectLogged("TcpEngineFrontEnd: Failed receiving backend status request: torn to pieces");
   expectStatusToBeReceived();
@@ -456,17 +456,17 @@ TEST_F(TcpEngineFrontEndStatusReception, GoesOnAfterAFailedReceive) {
 
 TEST_F(TcpEngineFrontEndStatusReception, EndsWithTheContextInAPoll) {
   connect();
-  socket::memory::failNext(statuses, Operation::Poll, Failure::ContextTermination, "the end");
+  socket::inproc::failNext(statuses, Operation::Poll, Failure::ContextTermination, "the end");
   expectLogged("TcpEngineFrontEnd: Aborting status reception: the end");
-  EXPECT_TRUE(socket::memory::waitUntilClosed(statuses));
+  EXPECT_TRUE(socket::inproc::waitUntilClosed(statuses));
 }
 
 TEST_F(TcpEngineFrontEndStatusReception, EndsWithTheContextInAReceive) {
   connect();
-  socket::memory::failNext(statuses, Operation::Receive, Failure::ContextTermination, "the end");
-  socket::memory::deliver(statuses, "anything");
+  socket::inproc::failNext(statuses, Operation::Receive, Failure::ContextTermination, "the end");
+  socket::inproc::deliver(statuses, "anything");
   expectLogged("TcpEngineFrontEnd: Aborting status reception: the end");
-  EXPECT_TRUE(socket::memory::waitUntilClosed(statuses));
+  EXPECT_TRUE(socket::inproc::waitUntilClosed(statuses));
 }
 
 /// How it ends.
@@ -494,7 +494,7 @@ TEST_F(TcpEngineFrontEndDestruction, SaysGoodbyeWhileItStillBeatsAndListens) {
   std::atomic<bool> listens = false;
   backEnd_->answer(Request::FrontEndTermination, [&] {
     beats = clock_->waitForWaitOf(slice);
-    listens = socket::memory::waitUntilOpen(statuses);
+    listens = socket::inproc::waitUntilOpen(statuses);
     return ScriptedBackEnd::reply(Reply::Success, "");
   });
   expectDestruction();
@@ -526,7 +526,7 @@ TEST_F(TcpEngineFrontEndDestruction, RefusedByThePeerOnlyLogs) {
 TEST_F(TcpEngineFrontEndDestruction, WithAPeerThatIsGoneOnlyLogs) {
   connect();
   backEnd_.reset();
-  socket::memory::disconnect(requestAddress);
+  socket::inproc::disconnect(requestAddress);
   expectDestruction();
   EXPECT_EQ(log_.recordsWith(failed).size(), 1U);
 }
@@ -537,7 +537,7 @@ TEST_F(TcpEngineFrontEndDestruction, WithAPeerThatGoesInTheMiddleOfAHeartBeatOnl
   ASSERT_TRUE(backEnd_->waitFor(Request::HeartBeat));
   BackgroundCall destroying([&] { frontEnd_.reset(); });
   EXPECT_TRUE(destroying.waitUntilBlocked());
-  socket::memory::disconnect(requestAddress);
+  socket::inproc::disconnect(requestAddress);
   EXPECT_TRUE(destroying.endsWithin(patience));
   EXPECT_EQ(log_.recordsWith("failed sending heartbeat").size(), 1U);
   EXPECT_EQ(log_.recordsWith(failed).size(), 1U);

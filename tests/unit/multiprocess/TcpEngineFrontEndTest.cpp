@@ -70,7 +70,7 @@ TEST_F(TcpEngineFrontEndConfiguration, WithoutTheStatusEndpointIsRefusedBeforeAn
       "[TcpEngineFrontEnd: Missing RemoteSideStatusEndpoint in config] [ Condition is not true ]";
   EXPECT_EQ(messageOf([&] { frontEnd_->SetInitConfig(configWith({"RemoteSideRequestEndpoint"})); }), message);
   expectLogged(message);
-  for (const auto& socket : socket::memory::sockets()) EXPECT_EQ(socket.name, "ScriptedBackEnd");
+  for (const auto& socket : socket::inproc::sockets()) EXPECT_EQ(socket.name, "ScriptedBackEnd");
 }
 
 TEST_F(TcpEngineFrontEndConfiguration, ThatIsEmptyIsRefused) {
@@ -79,7 +79,7 @@ TEST_F(TcpEngineFrontEndConfiguration, ThatIsEmptyIsRefused) {
 }
 
 TEST_F(TcpEngineFrontEndConfiguration, PassesAFailedConnectionOn) {
-  socket::memory::failNext(commands, Operation::Open, Failure::RuntimeError, "nobody there");
+  socket::inproc::failNext(commands, Operation::Open, Failure::RuntimeError, "nobody there");
   EXPECT_THAT(
       [&] { frontEnd_->SetInitConfig(TcpEngineFrontEnd::GenerateConfig(requestAddress, statusAddress)); },
       testing::ThrowsMessage<std::runtime_error>("nobody there"));
@@ -90,7 +90,7 @@ TEST_F(TcpEngineFrontEndConfiguration, PassesAFailedConnectionOn) {
 TEST_F(TcpEngineFrontEndConfiguration, StopsBothThreadsOfTheOneBeforeEvenWhenItsKeysAreMissing) {
   connect();
   EXPECT_THROW(frontEnd_->SetInitConfig(configWith({})), tamb::TAMBRuntimeError);
-  for (const auto& socket : socket::memory::sockets()) EXPECT_NE(socket.name, statuses);
+  for (const auto& socket : socket::inproc::sockets()) EXPECT_NE(socket.name, statuses);
   const auto heartBeats = backEnd_->count(Request::HeartBeat);
   clock_->advance(milliseconds(5'000));
   frontEnd_->Ping(1);  // what had been sent before would have been served before
@@ -107,9 +107,9 @@ TEST_F(TcpEngineFrontEndConfiguration, ComingSecondWorksOnItsOwnEndpoints) {
   frontEnd_->Ping(7);
   EXPECT_EQ(second.count(Request::Ping), 1U);
   EXPECT_EQ(backEnd_->count(Request::Ping), 0U);
-  ASSERT_TRUE(socket::memory::waitUntilOpen(statuses));
+  ASSERT_TRUE(socket::inproc::waitUntilOpen(statuses));
   std::size_t subscribers = 0;
-  for (const auto& socket : socket::memory::sockets()) {
+  for (const auto& socket : socket::inproc::sockets()) {
     if (socket.name != statuses) continue;
     ++subscribers;
     EXPECT_EQ(socket.endpoint, "inproc://second-status");
@@ -145,7 +145,7 @@ TEST_F(TcpEngineFrontEndConfiguration, ComingSecondLeavesTheExchangeUnderWayItsS
   const ScriptedBackEnd second("inproc://second-requests");
   BackgroundCall reconfiguring([&] { configure("inproc://second-requests", "inproc://second-status"); });
   // The threads of the first configuration end before.
-  EXPECT_TRUE(socket::memory::waitUntilClosed(statuses));
+  EXPECT_TRUE(socket::inproc::waitUntilClosed(statuses));
   EXPECT_TRUE(reconfiguring.waitUntilBlocked());
   gate.open();
   EXPECT_TRUE(pinging.endsWithin(patience));
@@ -302,7 +302,7 @@ TEST_F(TcpEngineFrontEndRequests, FailuresOfTheSocketAreLoggedAndThrowNothing) {
   connectWithoutHeartBeat();
   for (const auto failure : {Failure::RuntimeError, Failure::ContextTermination}) {
     for (const auto operation : {Operation::Send, Operation::Receive}) {
-      socket::memory::failNext(commands, operation, failure, "broken", 3);
+      socket::inproc::failNext(commands, operation, failure, "broken", 3);
       EXPECT_NO_THROW(frontEnd_->Ping(1));
       EXPECT_NO_THROW(frontEnd_->RequestStop());
       EXPECT_NO_THROW(frontEnd_->Run());
@@ -365,7 +365,7 @@ TEST_F(TcpEngineFrontEndHeartBeat, ComesWhenItsTimeHasComeAlthoughTheTimeOfDayWa
 
 TEST_F(TcpEngineFrontEndHeartBeat, ThatIsRefusedOrCannotBeSentIsLoggedAndGoesOn) {
   connect();
-  socket::memory::failNext(commands, Operation::Send, Failure::RuntimeError, "broken");
+  socket::inproc::failNext(commands, Operation::Send, Failure::RuntimeError, "broken");
   pass(milliseconds(1'000));
   expectLogged(
       "TcpEngineFrontEnd: TcpEngineFrontEnd::heartBeatThreadFunction: failed sending heartbeat: broken");
@@ -380,7 +380,7 @@ TEST_F(TcpEngineFrontEndHeartBeat, ThatIsRefusedOrCannotBeSentIsLoggedAndGoesOn)
 
 TEST_F(TcpEngineFrontEndHeartBeat, EndsWithTheContext) {
   connect();
-  socket::memory::failNext(commands, Operation::Send, Failure::ContextTermination, "the end");
+  socket::inproc::failNext(commands, Operation::Send, Failure::ContextTermination, "the end");
   pass(milliseconds(1'000));
   expectLogged("TcpEngineFrontEnd: TcpEngineFrontEnd::heartBeatThreadFunction aborting: the end");
   clock_->advance(milliseconds(60'000));

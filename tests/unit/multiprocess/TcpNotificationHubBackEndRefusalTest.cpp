@@ -246,7 +246,7 @@ TEST_F(TcpNotificationHubBackEndRefusals, ABatchThatIsTooLargeThrowsItsSizeAndTh
 }
 
 TEST_F(TcpNotificationHubBackEndRefusals, ASendThatFailsLosesTheBatchWithoutAReport) {
-  socket::memory::failNext(socketName, Operation::Send, Failure::RuntimeError, "the wire is cut");
+  socket::inproc::failNext(socketName, Operation::Send, Failure::RuntimeError, "the wire is cut");
   EXPECT_EQ(failureOf({notification("lost")}), "the wire is cut");
   EXPECT_TRUE(nothingWasSent());
   EXPECT_THAT(log_.records(), IsEmpty());
@@ -267,7 +267,7 @@ class TcpNotificationHubBackEndWithoutSocket : public NotificationBackEndTest {
 };
 
 TEST_F(TcpNotificationHubBackEndWithoutSocket, IsConstructedAndTheFailureIsLogged) {
-  socket::memory::failNext(socketName, Operation::Open, Failure::RuntimeError, "the address is taken");
+  socket::inproc::failNext(socketName, Operation::Open, Failure::RuntimeError, "the address is taken");
   EXPECT_NO_THROW(construct());
   const auto records = log_.records();
   ASSERT_EQ(records.size(), 1U);
@@ -275,7 +275,7 @@ TEST_F(TcpNotificationHubBackEndWithoutSocket, IsConstructedAndTheFailureIsLogge
 }
 
 TEST_F(TcpNotificationHubBackEndWithoutSocket, RefusesEverythingBeforeItLooksAtIt) {
-  socket::memory::failNext(socketName, Operation::Open, Failure::RuntimeError, "the address is taken");
+  socket::inproc::failNext(socketName, Operation::Open, Failure::RuntimeError, "the address is taken");
   construct();
   const auto watched = std::make_shared<WatchedNotification>(fields());
   for (int i = 0; i < 2; ++i) {
@@ -299,10 +299,10 @@ TEST_F(TcpNotificationHubBackEndWithoutSocket, IsWhatASecondOneOnTheSameEndpoint
 }
 
 TEST_F(TcpNotificationHubBackEndWithoutSocket, IsNotConstructedWhenTheContextIsShutDown) {
-  socket::memory::failNext(socketName, Operation::Open, Failure::ContextTermination, "the end");
+  socket::inproc::failNext(socketName, Operation::Open, Failure::ContextTermination, "the end");
   EXPECT_THROW(construct(), socket::ZmqContextTerminationException);
   EXPECT_THAT(log_.records(), IsEmpty());
-  EXPECT_THAT(socket::memory::sockets(), IsEmpty());
+  EXPECT_THAT(socket::inproc::sockets(), IsEmpty());
 }
 
 }  // namespace

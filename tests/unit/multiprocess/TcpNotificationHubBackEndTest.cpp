@@ -242,7 +242,7 @@ TEST_F(TcpNotificationHubBackEndLife, ItsHeaderNamesTheEndpointAsAPublishers) {
 
 TEST_F(TcpNotificationHubBackEndLife, ItPublishesAtItsEndpointFromTheBeginning) {
   construct();
-  const auto sockets = socket::memory::sockets();
+  const auto sockets = socket::inproc::sockets();
   ASSERT_EQ(sockets.size(), 1U);
   EXPECT_EQ(sockets.front().name, socketName);
   EXPECT_EQ(sockets.front().protocol, socket::Protocol::Publisher);
@@ -256,7 +256,7 @@ TEST_F(TcpNotificationHubBackEndLife, WhatIsPushedBeforeAnybodySubscribesArrives
   push({notification("one"), notification("two")});
   push({});
   backEnd_->PushNotification(notification("three"));
-  EXPECT_EQ(socket::memory::sockets().front().unsent, 3U);
+  EXPECT_EQ(socket::inproc::sockets().front().unsent, 3U);
   listen();
   EXPECT_THAT(nextLines(), ElementsAre("one", "two"));
   EXPECT_THAT(nextLines(), IsEmpty());

@@ -26,13 +26,13 @@ class TcpNotificationHubFrontEndLife : public NotificationFrontEndTest {
 
   static std::vector<std::string> endpointsInUse() {
     std::vector<std::string> endpoints;
-    for (const auto& state : socket::memory::sockets()) endpoints.push_back(state.endpoint);
+    for (const auto& state : socket::inproc::sockets()) endpoints.push_back(state.endpoint);
     return endpoints;
   }
   /// Messages that somebody keeps or has not taken out yet.
   static std::size_t onTheWay(const std::string& endpoint) {
     std::size_t count = 0;
-    for (const auto& state : socket::memory::sockets()) {
+    for (const auto& state : socket::inproc::sockets()) {
       if (state.endpoint == endpoint) count += state.unsent + state.unreceived;
     }
     return count;
@@ -40,7 +40,7 @@ class TcpNotificationHubFrontEndLife : public NotificationFrontEndTest {
 };
 
 TEST_F(TcpNotificationHubFrontEndLife, NothingIsOpenedAndNoThreadRunsBeforeReceptionIsStarted) {
-  EXPECT_THAT(socket::memory::sockets(), IsEmpty());
+  EXPECT_THAT(socket::inproc::sockets(), IsEmpty());
   EXPECT_TRUE(threadsFallTo(threadsBefore_));
   EXPECT_EQ(frontEnd_->messageHeader(), "TcpNotificationHubFrontEnd");
   BackgroundCall destroying([&] { frontEnd_.reset(); });
@@ -50,7 +50,7 @@ TEST_F(TcpNotificationHubFrontEndLife, NothingIsOpenedAndNoThreadRunsBeforeRecep
 
 TEST_F(TcpNotificationHubFrontEndLife, ReceptionSubscribesAtTheEndpointWhetherAnybodyIsThereOrNot) {
   start();
-  const auto sockets = socket::memory::sockets();
+  const auto sockets = socket::inproc::sockets();
   ASSERT_EQ(sockets.size(), 1U);
   EXPECT_EQ(sockets.front().name, socketName);
   EXPECT_EQ(sockets.front().protocol, socket::Protocol::Subscriber);
@@ -71,7 +71,7 @@ TEST_F(TcpNotificationHubFrontEndLife, AnIdleFrontEndIsDestroyedWithinAboutATent
   for (int i = 0; i < 20 && shortest > milliseconds(250); ++i) {
     construct();
     start();
-    ASSERT_TRUE(socket::memory::waitUntilBlocked(socketName, Operation::Poll));
+    ASSERT_TRUE(socket::inproc::waitUntilBlocked(socketName, Operation::Poll));
     const auto before = std::chrono::steady_clock::now();
     frontEnd_.reset();
     shortest = std::min(shortest, std::chrono::steady_clock::now() - before);
@@ -167,7 +167,7 @@ TEST_F(TcpNotificationHubFrontEndLife,
        DestructionClosesTheSocketThenReleasesTheHubsBackEndAndThenItsFrontEnd) {
   std::vector<std::string> released;
   const auto note = [&](const std::string& what) {
-    released.push_back(what + (socket::memory::sockets().empty() ? " after the socket" : " too early"));
+    released.push_back(what + (socket::inproc::sockets().empty() ? " after the socket" : " too early"));
   };
   frontEnd_.emplace(
       std::shared_ptr<tamb::INotificationHubFrontEnd>(hubFrontEnd_.get(), [&](auto*) { note("front end"); }),
@@ -186,7 +186,7 @@ TEST_F(TcpNotificationHubFrontEndLife, StartingAgainStopsTheFirstReceptionBefore
   deliverLines({"three"});
   BackgroundCall starting([&] { start(otherAddress); });
   // The old socket is closed first, and nothing new is opened while the old thread is at work.
-  ASSERT_TRUE(socket::memory::waitUntilClosed(socketName));
+  ASSERT_TRUE(socket::inproc::waitUntilClosed(socketName));
   EXPECT_TRUE(starting.waitUntilBlocked());
   EXPECT_THAT(endpointsInUse(), IsEmpty());
   gate_.open();
@@ -202,7 +202,7 @@ TEST_F(TcpNotificationHubFrontEndLife, StartingAgainStopsTheFirstReceptionBefore
 TEST_F(TcpNotificationHubFrontEndLife, StartingAgainEndsAPollUnderWay) {
   start();
   for (int i = 0; i < 20; ++i) {
-    ASSERT_TRUE(socket::memory::waitUntilBlocked(socketName, Operation::Poll));
+    ASSERT_TRUE(socket::inproc::waitUntilBlocked(socketName, Operation::Poll));
     BackgroundCall starting([&] { start(); });
     ASSERT_TRUE(starting.endsWithin(patience));
     EXPECT_NO_THROW(starting.get());
@@ -271,7 +271,7 @@ TEST_F(TcpNotificationHubFrontEndLife, AReceptionWhoseSocketIsClosedBeforeItBegi
 }
 
 TEST_F(TcpNotificationHubFrontEndLife, AStartThatCannotOpenItsSocketThrowsAndLeavesNoThread) {
-  socket::memory::failNext(socketName, Operation::Open, Failure::RuntimeError, "no such place");
+  socket::inproc::failNext(socketName, Operation::Open, Failure::RuntimeError, "no such place");
   try {
     start();
     ADD_FAILURE() << "nothing was thrown";
@@ -279,7 +279,7 @@ TEST_F(TcpNotificationHubFrontEndLife, AStartThatCannotOpenItsSocketThrowsAndLea
     EXPECT_STREQ(error.what(), "no such place");
   }
   EXPECT_TRUE(threadsFallTo(threadsBefore_));
-  EXPECT_THAT(socket::memory::sockets(), IsEmpty());
+  EXPECT_THAT(socket::inproc::sockets(), IsEmpty());
   start();
   deliverLines({"received"});
   EXPECT_THAT(pushedLines(), ElementsAre("received"));
@@ -291,10 +291,10 @@ TEST_F(TcpNotificationHubFrontEndLife, AnotherStartThatFailsEndsTheReceptionAndT
   deliverLines({"first"});
   ASSERT_TRUE(allIsHandled());
   for (int i = 0; i < 3; ++i) {
-    socket::memory::failNext(socketName, Operation::Open, Failure::RuntimeError, "no such place");
+    socket::inproc::failNext(socketName, Operation::Open, Failure::RuntimeError, "no such place");
     EXPECT_THROW(start(otherAddress), std::runtime_error);
     EXPECT_TRUE(threadsFallTo(threadsBefore_));
-    EXPECT_THAT(socket::memory::sockets(), IsEmpty());
+    EXPECT_THAT(socket::inproc::sockets(), IsEmpty());
   }
   start(otherAddress);
   deliverLines({"second"});
@@ -303,7 +303,7 @@ TEST_F(TcpNotificationHubFrontEndLife, AnotherStartThatFailsEndsTheReceptionAndT
 
 TEST_F(TcpNotificationHubFrontEndLife, AFrontEndWhoseLastStartFailedIsDestroyedLikeAnyOther) {
   start();
-  socket::memory::failNext(socketName, Operation::Open, Failure::ContextTermination, "the end");
+  socket::inproc::failNext(socketName, Operation::Open, Failure::ContextTermination, "the end");
   EXPECT_THROW(start(otherAddress), socket::ZmqContextTerminationException);
   BackgroundCall destroying([&] { frontEnd_.reset(); });
   EXPECT_TRUE(destroying.endsWithin(patience));
@@ -311,7 +311,7 @@ TEST_F(TcpNotificationHubFrontEndLife, AFrontEndWhoseLastStartFailedIsDestroyedL
 }
 
 TEST_F(TcpNotificationHubFrontEndLife, AFrontEndWhoseReceptionHasEndedIsDestroyedLikeAnyOther) {
-  socket::memory::failNext(socketName, Operation::Poll, Failure::ErrorResult, "nothing can come in");
+  socket::inproc::failNext(socketName, Operation::Poll, Failure::ErrorResult, "nothing can come in");
   start();
   ASSERT_TRUE(log_.waitFor("nothing can come in"));
   BackgroundCall destroying([&] { frontEnd_.reset(); });

@@ -218,7 +218,7 @@ TEST_F(TcpNotificationHubFrontEndReception, GoesOnAfterEveryListThatFails) {
 TEST_F(TcpNotificationHubFrontEndReception, GoesOnAfterAReceiveThatFails) {
   deliverLines({"before"});
   ASSERT_TRUE(allIsHandled());
-  socket::memory::failNext(socketName, Operation::Receive, Failure::RuntimeError, "the wire is cut");
+  socket::inproc::failNext(socketName, Operation::Receive, Failure::RuntimeError, "the wire is cut");
   deliverLines({"behind"});
   EXPECT_THAT(pushedLines(), ElementsAre("before", "behind"));
   expectReported("Error in notification reception handler: the wire is cut", 306);
@@ -268,21 +268,21 @@ class TcpNotificationHubFrontEndReceptionEnd : public NotificationFrontEndTest {
 };
 
 TEST_F(TcpNotificationHubFrontEndReceptionEnd, IsAPollErrorWhichIsLoggedAndItCanBeStartedAgain) {
-  socket::memory::failNext(socketName, Operation::Poll, Failure::ErrorResult, "nothing can come in");
+  socket::inproc::failNext(socketName, Operation::Poll, Failure::ErrorResult, "nothing can come in");
   start();
   expectReported("Poll error in notification reception loop: nothing can come in", 251);
   expectThatItHasEndedAndCanBeStartedAgain();
 }
 
 TEST_F(TcpNotificationHubFrontEndReceptionEnd, IsTheContextsEndInAPollWhichIsLoggedAsInformation) {
-  socket::memory::failNext(socketName, Operation::Poll, Failure::ContextTermination, "the end");
+  socket::inproc::failNext(socketName, Operation::Poll, Failure::ContextTermination, "the end");
   start();
   expectReported("TCP notification hub: the end", 230, 0);
   expectThatItHasEndedAndCanBeStartedAgain();
 }
 
 TEST_F(TcpNotificationHubFrontEndReceptionEnd, IsTheContextsEndInAReceiveToo) {
-  socket::memory::failNext(socketName, Operation::Receive, Failure::ContextTermination, "the end");
+  socket::inproc::failNext(socketName, Operation::Receive, Failure::ContextTermination, "the end");
   start();
   deliverLines({"lost"});
   expectReported("TCP notification hub: the end", 230, 0);
@@ -291,7 +291,7 @@ TEST_F(TcpNotificationHubFrontEndReceptionEnd, IsTheContextsEndInAReceiveToo) {
 
 TEST_F(TcpNotificationHubFrontEndReceptionEnd, ComesWhenTheContextIsShutDownDuringAPoll) {
   start();
-  ASSERT_TRUE(socket::memory::waitUntilBlocked(socketName, Operation::Poll));
+  ASSERT_TRUE(socket::inproc::waitUntilBlocked(socketName, Operation::Poll));
   socket::shutDownContext();
   ASSERT_TRUE(log_.waitFor("TCP notification hub: "));
   ASSERT_EQ(log_.records().size(), 1U);
@@ -342,7 +342,7 @@ class TcpNotificationHubFrontEndDeathTest : public NotificationFrontEndTest {
     test::leaveNoCoreFile();
     start();
     deliverLines({"fatal"});
-    socket::memory::waitUntilClosed(socketName);
+    socket::inproc::waitUntilClosed(socketName);
   }
 };
 
@@ -350,9 +350,9 @@ TEST_F(TcpNotificationHubFrontEndDeathTest, APollThatThrowsEndsTheProcess) {
   EXPECT_EXIT(
       {
         test::leaveNoCoreFile();
-        socket::memory::failNext(socketName, Operation::Poll, Failure::RuntimeError, "no more polls");
+        socket::inproc::failNext(socketName, Operation::Poll, Failure::RuntimeError, "no more polls");
         start();
-        socket::memory::waitUntilClosed(socketName);
+        socket::inproc::waitUntilClosed(socketName);
       },
       testing::KilledBySignal(SIGABRT), "no more polls");
 }

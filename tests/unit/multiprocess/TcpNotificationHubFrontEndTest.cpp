@@ -40,7 +40,7 @@ class TcpNotificationHubFrontEndForwarding : public NotificationFrontEndTest {
   }
   void TearDown() override {
     // Nothing of this is a matter of the channel.
-    EXPECT_THAT(socket::memory::sockets(), IsEmpty());
+    EXPECT_THAT(socket::inproc::sockets(), IsEmpty());
     EXPECT_TRUE(threadsFallTo(threadsBefore_));
     EXPECT_THAT(log_.records(), IsEmpty());
     NotificationFrontEndTest::TearDown();
@@ -125,12 +125,12 @@ class TcpNotificationHubFrontEndWithAHub : public NotificationFrontEndTest {
 TEST_F(TcpNotificationHubFrontEndWithAHub, ForwardsBeforeDuringAndAfterReception) {
   expectThatForwardingWorks();
   start();
-  ASSERT_TRUE(socket::memory::waitUntilBlocked(socketName, Operation::Poll));
+  ASSERT_TRUE(socket::inproc::waitUntilBlocked(socketName, Operation::Poll));
   expectThatForwardingWorks();
-  socket::memory::failNext(socketName, Operation::Poll, Failure::ErrorResult, "nothing can come in");
+  socket::inproc::failNext(socketName, Operation::Poll, Failure::ErrorResult, "nothing can come in");
   ASSERT_TRUE(log_.waitFor("nothing can come in"));
   expectThatForwardingWorks();
-  socket::memory::failNext(socketName, Operation::Open, Failure::RuntimeError, "no such place");
+  socket::inproc::failNext(socketName, Operation::Open, Failure::RuntimeError, "no such place");
   EXPECT_THROW(start(), std::runtime_error);
   expectThatForwardingWorks();
 }

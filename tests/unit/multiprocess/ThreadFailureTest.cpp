@@ -34,7 +34,7 @@ TEST_F(TcpEngineBackEndWithoutThreads, CannotBeMadeAndLeavesNothingOpen) {
     const NoMoreThreads system(remaining);
     EXPECT_THROW(construct(), std::system_error) << remaining;
     EXPECT_FALSE(backEnd_.has_value());
-    EXPECT_TRUE(socket::memory::sockets().empty()) << remaining;
+    EXPECT_TRUE(socket::inproc::sockets().empty()) << remaining;
   }
   start();
   EXPECT_EQ(replyTo(Request::HeartBeat), success);
@@ -95,10 +95,10 @@ TEST_F(TcpNotificationHubFrontEndWithoutThreads, DoesNotStartAndHasNoSocketOpenU
   {
     const NoMoreThreads system(0);
     EXPECT_THROW(start(), std::system_error);
-    EXPECT_TRUE(socket::memory::sockets().empty());
+    EXPECT_TRUE(socket::inproc::sockets().empty());
   }
   start();
-  ASSERT_TRUE(socket::memory::waitUntilOpen(socketName));
+  ASSERT_TRUE(socket::inproc::waitUntilOpen(socketName));
   deliverLines({"a line"});
   EXPECT_EQ(pushedLines(), std::vector<std::string>{"a line"});
 }

@@ -1,0 +1,102 @@
+#pragma once
+
+#include <condition_variable>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "engines/sdk/IAbandonable.h"
+#include "engines/sdk/NotificationSource.h"
+#include "engines/sdk/RunWatch.h"
+#include "engines/sdk/StepControl.h"
+#include "engines/sdk/StepNotifications.h"
+#include "tamb/ICommandProcessor.h"
+#include "tamb/IEngineFrontEnd.h"
+
+namespace qor::engines {
+
+/// What engines have in common: what their user gives them, the states of their one run, and the step whose
+/// commands and notifications are theirs. Any thread.
+///
+/// Every command is answered. Commands that nobody can execute get "CommandFailed": those for a step that
+/// there is not, those whose execution throws, and those that come, or still wait, when the run has ended.
+class EngineBase : public tamb::IEngineFrontEnd, public IAbandonable {
+ public:
+  ~EngineBase() override;
+  EngineBase(const EngineBase&) = delete;
+  EngineBase& operator=(const EngineBase&) = delete;
+
+  void SetInitConfig(std::shared_ptr<const tamb::IParametersCollectionInstance> config) override;
+  void AddInputEndpoint(std::string name, std::shared_ptr<tamb::IInputEndpoint> endpoint) override;
+  void AddOutputEndpoint(std::string name, std::shared_ptr<tamb::IOutputEndpoint> endpoint) override;
+  void AddAllocator(std::string name, std::shared_ptr<tamb::IMemoryBlockAllocator> allocator) override;
+  void AddClock(std::string name, std::shared_ptr<tamb::IMediaClock> clock) override;
+  void AddLogger(std::string name, std::shared_ptr<tamb::ILogger> logger) override;
+  void AddBenchmarker(std::string name, void* benchmarker) override;
+  /// An engine runs once: entering it again throws TAMBRuntimeError and changes nothing. When the run throws,
+  /// "Failed" is published with the exception's text, unless the run has published it, and the exception
+  /// passes through.
+  void Run() override;
+  /// Returns at once when nothing runs.
+  void Ping(unsigned int timeout) override;
+  /// Before Run, it has the run end at its start.
+  void RequestStop() override;
+  void Abandon(std::string reason) override;
+  void WaitForStop(unsigned int timeout) override;
+  void SetWorkflowManagerId(std::string id) override;
+  void SetEngineId(unsigned int id) override;
+  std::string GetWorkflowManagerId() const override;
+  unsigned int GetEngineId() const override;
+  void SetNotificationHubBackEnd(std::shared_ptr<tamb::INotificationHubBackEnd> hub) override;
+  tamb::EngineStatus GetStatus() const override;
+  std::string GetLastErrorMessage() const override;
+
+ protected:
+  /// `name` stands in texts, `step` is where commands come to and notifications come from.
+  EngineBase(std::string name, const std::string& step,
+             std::shared_ptr<tamb::ICommandProcessorBackEnd> commands);
+
+  /// The run; what it throws passes through Run.
+  virtual void runOnce() = 0;
+
+  /// Throws TAMBRuntimeError once Run has been entered.
+  void requireNotRun(const std::string& what) const;
+  /// The status from now on, for runs that end with a notification; without it, Run sets it.
+  void conclude(tamb::EngineStatus status, const std::string& error);
+  /// Notifications with the ids and the hub that the engine has now.
+  StepNotifications notifications() const { return source_->notifications(); }
+
+  const std::string& name() const { return name_; }
+  const std::string& step() const { return step_; }
+  RunWatch& watch() { return watch_; }
+  tamb::ICommandProcessorBackEnd& commands() { return *commands_; }
+  StepControl& control() { return *control_; }
+
+ private:
+  /// From now on, commands that come or wait are refused.
+  void refuseCommands(const std::string& reason);
+
+  const std::string name_;
+  const std::string step_;
+  const std::shared_ptr<tamb::ICommandProcessorBackEnd> commands_;
+  const std::shared_ptr<StepControl> control_;
+  const std::shared_ptr<NotificationSource> source_;
+  RunWatch watch_;
+
+  mutable std::mutex mutex_;
+  std::condition_variable left_;
+  bool running_ = false;
+  tamb::EngineStatus status_ = tamb::EngineStatus::Idle;
+  std::string lastError_;
+  // Kept for the log context, and because their givers may count on it; the document says what is read.
+  std::shared_ptr<const tamb::IParametersCollectionInstance> config_;
+  std::map<std::string, std::shared_ptr<tamb::IInputEndpoint>> inputs_;
+  std::map<std::string, std::shared_ptr<tamb::IOutputEndpoint>> outputs_;
+  std::map<std::string, std::shared_ptr<tamb::IMemoryBlockAllocator>> allocators_;
+  std::map<std::string, std::shared_ptr<tamb::IMediaClock>> clocks_;
+  std::map<std::string, std::shared_ptr<tamb::ILogger>> loggers_;
+  std::map<std::string, void*> benchmarkers_;
+};
+
+}  // namespace qor::engines

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <string>
+#include <utility>
+
+#include "qor/socket/SocketEndpoint.h"
+#include "runtime/inproc/InprocSocket.h"
+#include "runtime/messaging/TcpListener.h"
+
+namespace qor::socket::inproc {
+
+/// A socket that others connect to. A port that was reserved for it stays taken while it is open, so that
+/// nobody else in this process is told the same one.
+class BindingSocket : public InprocSocket {
+ public:
+  BindingSocket(const SocketLabel& label, const SocketEndpoint& endpoint)
+      : InprocSocket(label), endpoint_(endpoint.withReservedPort()), key_(endpoint_.address()) {}
+
+  const std::string& endpoint() const final { return key_; }
+
+ private:
+  void enter(Switchboard::Lock& /*lock*/, std::chrono::milliseconds /*timeOut*/) final {
+    network().bind(*this, key_);
+    if (endpoint_.reservation()) port_ = endpoint_.reservation()->take();
+  }
+
+  const SocketEndpoint endpoint_;
+  const std::string key_;
+  FileDescriptor port_;
+};
+
+}  // namespace qor::socket::inproc

@@ -1,0 +1,107 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "runtime/inproc/Network.h"
+#include "runtime/inproc/Switchboard.h"
+#include "runtime/messaging/OpenSocket.h"
+#include "runtime/messaging/SocketLabel.h"
+
+namespace qor::socket::inproc {
+
+/// What the four roles share: the operations as the owner calls them, planned failures first, and all
+/// waiting. The roles say what there is to receive and where a message goes. Messages travel as their
+/// encodings.
+///
+/// The public operations lock the switchboard; everything else is called with it locked.
+class InprocSocket : public OpenSocket {
+ public:
+  using Deadline = std::chrono::steady_clock::time_point;
+
+  /// Joins the network; leaves no trace in it when it throws.
+  void open(ClosePolicy::ClosePolicy closePolicy, std::chrono::milliseconds timeOut);
+
+  int poll(std::chrono::milliseconds timeOut, std::string& errorText) final;
+  void send(const google::protobuf::Message& message, std::size_t size) final;
+  int receive(google::protobuf::Message* message, unsigned int sizeBound) final;
+  void interrupt() noexcept final;
+  std::size_t close(std::chrono::milliseconds timeForUnsent) noexcept final;
+
+  const SocketLabel& label() const { return label_; }
+  /// What peers meet at: the address without parameters, and with the port that the system chose, if it did.
+  virtual const std::string& endpoint() const = 0;
+  SocketState state() const;
+  /// The context that this socket was opened in is being shut down.
+  bool isShutDown() const { return context_ != network_.context(); }
+  /// Lets whoever waits look again; from now on nobody is seen to be blocked here until he has.
+  void wake();
+
+ protected:
+  explicit InprocSocket(SocketLabel label);
+
+  /// Becomes known to the switchboard, and waits for the peer if the role does.
+  virtual void enter(Switchboard::Lock& lock, std::chrono::milliseconds timeOut) = 0;
+  virtual std::size_t peers() const = 0;
+  virtual std::size_t unreceived() const = 0;
+  virtual std::size_t unsent() const { return 0; }
+  /// The encoding of the next message that has arrived; there is one.
+  virtual std::string take() = 0;
+  /// Why no message can ever come as things are; empty when one can.
+  virtual std::string whyNoneCanCome() const { return {}; }
+  virtual void put(std::string encoded, Switchboard::Lock& lock) = 0;
+
+  enum class Woken { ByCondition, ByInterrupt, ByDeadline };
+  /// Waits until `condition`, which changes only together with a call of wake(). Throws
+  /// ZmqContextTerminationException when the context is shut down.
+  template <class Condition>
+  Woken wait(Switchboard::Lock& lock, Operation operation, std::optional<Deadline> deadline,
+             Condition condition);
+
+  Switchboard& network() { return network_; }
+  std::runtime_error failure(const std::string& reason) const;
+
+ private:
+  bool canReceive() const { return unreceived() != 0 && !network_.isFrozen(endpoint()); }
+  Woken waitForMessage(Switchboard::Lock& lock, Operation operation, std::optional<Deadline> deadline);
+  void throwPlanned(Operation operation);
+  void checkContext() const;
+
+  Switchboard& network_;
+  const SocketLabel label_;
+  unsigned int context_ = 0;
+  bool isOpen_ = false;
+  bool interrupted_ = false;
+  std::optional<Operation> blockedIn_;
+  // Only shown.
+  ClosePolicy::ClosePolicy closePolicy_ = ClosePolicy::Newest;
+  std::chrono::milliseconds connectTimeOut_{0};
+  std::optional<std::chrono::milliseconds> pollTimeOut_;
+  std::condition_variable changed_;
+};
+
+template <class Condition>
+InprocSocket::Woken InprocSocket::wait(Switchboard::Lock& lock, Operation operation,
+                                       std::optional<Deadline> deadline, Condition condition) {
+  for (bool late = false;;) {
+    checkContext();
+    if (interrupted_) return Woken::ByInterrupt;
+    if (condition()) return Woken::ByCondition;
+    if (late) return Woken::ByDeadline;
+    blockedIn_ = operation;
+    network_.tellObservers();
+    if (deadline) {
+      late = changed_.wait_until(lock, *deadline) == std::cv_status::timeout;
+    } else {
+      changed_.wait(lock);
+    }
+    blockedIn_.reset();
+  }
+}
+
+}  // namespace qor::socket::inproc

@@ -1,0 +1,80 @@
+#include "runtime/inproc/PublisherSocket.h"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+#include "qor/utils/Log.h"
+#include "runtime/inproc/SubscriberSocket.h"
+
+namespace qor::socket::inproc {
+
+PublisherSocket::PublisherSocket(const SocketLabel& label, bool newestOnly, const SocketEndpoint& endpoint)
+    : BindingSocket(label, endpoint),
+      limit_(endpoint.readers() != 0 ? endpoint.readers() : std::numeric_limits<std::size_t>::max()),
+      refusals_(label, endpoint.readers()),
+      kept_(newestOnly) {}
+
+PublisherSocket::~PublisherSocket() {
+  refusals_.conclude();
+  logRefusals();
+}
+
+void PublisherSocket::add(SubscriberSocket& subscriber) {
+  if (subscribers_.size() < limit_) return admit(subscriber);
+  waiting_.push_back(&subscriber);
+  refusals_.note(subscriber.label().text());
+  logRefusals();
+}
+
+void PublisherSocket::admit(SubscriberSocket& subscriber) {
+  subscribers_.push_back(&subscriber);
+  if (newest_ && kept_.empty()) {
+    const std::size_t size = newest_->size();
+    subscriber.hasRoom(size) ? subscriber.deliver(*newest_) : kept_.keep(*newest_, size, label());
+  }
+  handOver();
+}
+
+void PublisherSocket::remove(const SubscriberSocket& subscriber) {
+  std::erase(subscribers_, &subscriber);
+  std::erase(waiting_, &subscriber);
+  // Unless all are being disconnected.
+  const auto next = std::ranges::find_if(
+      waiting_, [this](const SubscriberSocket* waiting) { return network().peerFor(*waiting) == this; });
+  if (subscribers_.size() < limit_ && next != waiting_.end()) {
+    SubscriberSocket& admitted = **next;
+    waiting_.erase(next);
+    admit(admitted);
+  }
+  handOver();  // It may have been the one without room.
+}
+
+void PublisherSocket::logRefusals() {
+  const auto lines = refusals_.takeLines();
+  std::ranges::for_each(lines, utils::logWarning);
+}
+
+void PublisherSocket::put(std::string encoded, Switchboard::Lock& /*lock*/) {
+  if (kept_.isNewestOnly()) newest_ = encoded;
+  const std::size_t size = encoded.size();
+  kept_.keep(std::move(encoded), size, label());
+  handOver();
+}
+
+void PublisherSocket::handOver() {
+  while (canHandOver()) {
+    for (SubscriberSocket* const subscriber : subscribers_) subscriber->deliver(kept_.oldest());
+    kept_.dropOldest();
+    if (kept_.empty()) wake();
+  }
+}
+
+bool PublisherSocket::canHandOver() {
+  return !kept_.empty() && !subscribers_.empty() &&
+         std::all_of(subscribers_.begin(), subscribers_.end(), [this](const SubscriberSocket* subscriber) {
+           return subscriber->hasRoom(kept_.oldest().size());
+         });
+}
+
+}  // namespace qor::socket::inproc

@@ -1,0 +1,80 @@
+#include "runtime/inproc/RequesterSocket.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+#include "runtime/inproc/ReplierSocket.h"
+
+namespace qor::socket::inproc {
+
+void RequesterSocket::enter(Switchboard::Lock& lock, std::chrono::milliseconds timeOut) {
+  ConnectingSocket::enter(lock, timeOut);
+  const auto woken =
+      wait(lock, Operation::Open, Deadline::clock::now() + timeOut, [this] { return isConnected(); });
+  if (woken != Woken::ByCondition) {
+    throw failure(fmt::format("nobody answered there within {} ms", timeOut.count()));
+  }
+}
+
+void RequesterSocket::joinPeer(InprocSocket& peer) {
+  replier_ = dynamic_cast<ReplierSocket*>(&peer);
+  if (replier_ == nullptr) return;
+  replier_->add();
+  connection_ = std::make_shared<Connection>();
+  wake();
+}
+
+void RequesterSocket::leavePeer() {
+  std::exchange(replier_, nullptr)->remove();
+  std::exchange(connection_, nullptr)->isLost = true;
+  wake();
+}
+
+void RequesterSocket::put(std::string encoded, Switchboard::Lock& lock) {
+  ++exchange_;
+  sentOver_.reset();
+  reply_.reset();
+  switch (wait(lock, Operation::Send, Deadline::clock::now() + reconnectTimeOut,
+               [this] { return isConnected(); })) {
+    case Woken::ByCondition:
+      break;
+    case Woken::ByInterrupt:
+      throw failure("was closed while it waited for its connection");
+    case Woken::ByDeadline:
+      throw failure(
+          fmt::format("the connection is lost and did not come back within {} ms", reconnectTimeOut.count()));
+  }
+  if (!replier_->hasRoom(encoded.size())) throw failure("queue full: the peer takes no more requests");
+  // While the connection stands this requester is open.
+  replier_->deliver(std::move(encoded),
+                    [this, connection = connection_, exchange = exchange_](std::string reply) {
+                      if (connection->isLost) return false;
+                      onReply(exchange, std::move(reply));
+                      return true;
+                    });
+  sentOver_ = connection_;
+}
+
+void RequesterSocket::onReply(std::uint64_t exchange, std::string encoded) {
+  // To a request that was given up, or that a test has answered already, it comes too late.
+  if (exchange == exchange_ && sentOver_ && !reply_) deliver(std::move(encoded));
+}
+
+void RequesterSocket::deliver(std::string encoded) {
+  if (!sentOver_ || reply_) throw failure("waits for no reply");
+  reply_ = std::move(encoded);
+  wake();
+}
+
+std::string RequesterSocket::take() {
+  sentOver_.reset();
+  return *std::exchange(reply_, std::nullopt);
+}
+
+std::string RequesterSocket::whyNoneCanCome() const {
+  if (!sentOver_) return "there is no request that a reply could come to";
+  return sentOver_->isLost ? "the connection was lost before the reply came" : "";
+}
+
+}  // namespace qor::socket::inproc

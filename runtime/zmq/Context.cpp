@@ -1,0 +1,91 @@
+#include "runtime/zmq/Context.h"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+#include <zmq.h>
+
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <utility>
+
+#include "qor/socket/Socket.h"
+#include "runtime/messaging/FileDescriptor.h"
+#include "runtime/messaging/Mutex.h"
+#include "runtime/zmq/ZmqHandles.h"
+
+namespace qor::socket {
+
+namespace {
+
+/// A few per remote engine, for more engines than a machine runs; each costs a pointer.
+constexpr int maximumSockets = 8'192;
+
+/// What the threads of a context and its first socket open: two each, and one to end them all.
+constexpr std::size_t firstDescriptors = 8;
+
+/// Throws std::runtime_error when this process may not open so many: libzmq ends a process whose context's
+/// threads find none.
+void requireDescriptors() {
+  std::array<FileDescriptor, firstDescriptors> room;
+  for (FileDescriptor& descriptor : room) {
+    descriptor = FileDescriptor(::eventfd(0, EFD_CLOEXEC));
+    if (!descriptor) throwZmqError("libzmq", "cannot make a messaging context");
+  }
+}
+
+struct Current {
+  ~Current() {
+    // A child that was forked has this object, but neither the threads behind the context nor a use for it.
+    if (::getpid() == owner) context.reset();
+  }
+
+  const pid_t owner = ::getpid();
+  Mutex mutex;
+  /// Outlives this object, for a child to leave it alone.
+  std::shared_ptr<Context>& context QOR_GUARDED_BY(mutex) = *new std::shared_ptr<Context>();
+};
+
+Current& current() {
+  static Current instance;
+  return instance;
+}
+
+}  // namespace
+
+Context::Context() : context_(::zmq_ctx_new()) {
+  if (!context_) throwZmqError("libzmq", "cannot make a messaging context");
+  ::zmq_ctx_set(context_.get(), ZMQ_MAX_SOCKETS, maximumSockets);
+  requireDescriptors();
+  // The first socket starts the context's threads: now that there is room for them.
+  const ZmqSocket starter(context_.get(), ZMQ_PAIR, "libzmq");
+}
+
+void Context::Terminate::operator()(void* context) const {
+  // Only a signal interrupts it, and then it is to be called again.
+  while (::zmq_ctx_term(context) != 0 && errno == EINTR) {
+  }
+}
+
+std::shared_ptr<Context> Context::current() {
+  Current& now = socket::current();
+  const Lock lock(now.mutex);
+  if (!now.context) now.context = std::make_shared<Context>();
+  return now.context;
+}
+
+void Context::shutDownCurrent() {
+  Current& now = socket::current();
+  std::shared_ptr<Context> ending;
+  {
+    const Lock lock(now.mutex);
+    ending = std::exchange(now.context, nullptr);
+  }
+  if (!ending) return;
+  ending->isShutDown_ = true;
+  ::zmq_ctx_shutdown(ending->get());
+}
+
+void shutDownContext() { Context::shutDownCurrent(); }
+
+}  // namespace qor::socket

@@ -1,0 +1,174 @@
+#include "runtime/zmq/PublisherSocket.h"
+
+#include <algorithm>
+#include <ctime>
+#include <exception>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "qor/utils/Log.h"
+#include "runtime/messaging/MessageRules.h"
+
+namespace qor::socket {
+
+namespace {
+
+/// libzmq itself looks at what its I/O thread tells it once in a millisecond while messages are being sent.
+/// What that brings would go unnoticed by the watch, so that the sender looks about as often.
+constexpr std::chrono::milliseconds timeBetweenLooks{1};
+
+/// Milliseconds that pass in steps of a few, read in a fifth of the steady clock's time: every send asks.
+std::chrono::milliseconds coarseNow() {
+  timespec now{};
+  ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::seconds(now.tv_sec) +
+                                                               std::chrono::nanoseconds(now.tv_nsec));
+}
+
+/// A subscriber sends one byte, and some hundred to introduce itself. libzmq keeps each byte of a topic in
+/// many.
+constexpr ConnectionLimits limits{.sendQueue = 1'000, .receiveQueue = 16, .largestPart = 4096};
+
+/// While kept messages are handed over, the last subscriber may go, and what is sent then reaches nobody.
+constexpr unsigned int messagesBetweenLooks = 16;
+
+/// What XPUB receives when the first peer subscribes to everything, or if so told each, and when the last
+/// such peer has gone.
+constexpr std::string_view subscription{"\1", 1};
+constexpr std::string_view unsubscription{"\0", 1};
+
+}  // namespace
+
+PublisherSocket::PublisherSocket(const SocketLabel& label, bool newestOnly, const SocketEndpoint& endpoint)
+    : ZmqOpenSocket(ZMQ_XPUB, label, limits), kept_(newestOnly) {
+  // A full queue is told to us instead of being passed over.
+  socket().setOption(ZMQ_XPUB_NODROP, 1);
+  socket().setOption(ZMQ_XPUB_VERBOSE, newestOnly ? 1 : 0);
+  if (endpoint.readers() != 0) readers_.emplace(socket(), context(), endpoint.readers(), label);
+  bind(endpoint);
+  if (readers_) readers_->onBound(listener().descriptor());
+  SocketWatch& watch = context().watch();
+  watch.add(socket().descriptor(), *this);
+  if (!readers_) return;
+  try {
+    reports_ = readers_->descriptor();
+    watch.add(*reports_, *this);
+  } catch (...) {
+    watch.remove(socket().descriptor());
+    throw;
+  }
+}
+
+int PublisherSocket::poll(std::chrono::milliseconds /*timeOut*/, std::string& errorText) {
+  errorText = label().text() + ": a publisher receives nothing";
+  return -1;
+}
+
+int PublisherSocket::receive(google::protobuf::Message* /*message*/, unsigned int /*sizeBound*/) {
+  throw failure("a publisher receives nothing");
+}
+
+void PublisherSocket::send(const google::protobuf::Message& message, std::size_t size) {
+  throwIfShutDown();
+  ZmqMessage encoded(size);
+  encode(message, encoded.data());
+  std::vector<std::string> warnings;
+  {
+    const Lock lock(mutex_);
+    if (const auto now = coarseNow(); now - lastLook_ >= timeBetweenLooks) {
+      lastLook_ = now;
+      lookForSubscribers();
+      handOver();
+    }
+    if (kept_.isNewestOnly()) newest_ = encoded.copy();
+    if (!subscribed_ || !kept_.empty() || socket().trySend(encoded) != ZmqSocket::Sent::Yes) {
+      kept_.keep(std::move(encoded), size, label());
+    }
+    if (readers_) warnings = readers_->refusals().takeLines();
+  }
+  std::ranges::for_each(warnings, utils::logWarning);
+}
+
+std::size_t PublisherSocket::close(std::chrono::milliseconds timeForUnsent) noexcept {
+  const auto start = std::chrono::steady_clock::now();
+  std::size_t discarded = 0;
+  {
+    Lock lock(mutex_);
+    lock.waitUntil(keptChanged_, start + timeForUnsent,
+                   [this]() QOR_REQUIRES(mutex_) { return kept_.empty() || ended_; });
+    discarded = kept_.count();
+  }
+  endReception();
+  const auto spent =
+      std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+  return discarded + ZmqOpenSocket::close(timeForUnsent - spent);
+}
+
+bool PublisherSocket::onActivity() noexcept {
+  std::vector<std::string> warnings;
+  {
+    const Lock lock(mutex_);
+    try {
+      lookForSubscribers();
+      handOver();
+      if (readers_) warnings = readers_->refusals().takeLines();
+    } catch (const std::exception&) {
+      // The context is being shut down: nobody will subscribe any more, and the owner meets the same at its
+      // next call. What is kept stays for close to count.
+      ended_ = true;
+      keptChanged_.notify_all();
+      return false;
+    }
+  }
+  std::ranges::for_each(warnings, utils::logWarning);
+  return true;
+}
+
+void PublisherSocket::endReception() {
+  if (reports_) context().watch().remove(*reports_);
+  context().watch().remove(socket().descriptor());
+  std::vector<std::string> warnings;
+  {
+    const Lock lock(mutex_);
+    if (!readers_) return;
+    readers_->refusals().conclude();
+    warnings = readers_->refusals().takeLines();
+    // Ahead of the socket, whose connections it follows.
+    readers_.reset();
+  }
+  std::ranges::for_each(warnings, utils::logWarning);
+}
+
+void PublisherSocket::lookForSubscribers() {
+  if (readers_) {
+    const bool hasAdmitted = readers_->update();
+    subscribed_ = readers_->any();
+    if (hasAdmitted) onSubscription();
+    return;
+  }
+  ZmqMessage news;
+  while (socket().tryReceive(news)) {
+    const std::string_view text(static_cast<const char*>(news.data()), news.size());
+    if (text == subscription) onSubscription();
+    if (text == unsubscription) subscribed_ = false;
+  }
+}
+
+void PublisherSocket::onSubscription() {
+  subscribed_ = true;
+  if (newest_ && kept_.empty()) kept_.keep(newest_->copy(), newest_->size(), label());
+}
+
+void PublisherSocket::handOver() {
+  if (!subscribed_ || kept_.empty()) return;
+  for (unsigned int sent = 1; subscribed_ && !kept_.empty(); ++sent) {
+    if (socket().trySend(kept_.oldest()) != ZmqSocket::Sent::Yes) break;
+    kept_.dropOldest();
+    if (sent % messagesBetweenLooks == 0) lookForSubscribers();
+  }
+  if (kept_.empty()) keptChanged_.notify_all();
+}
+
+}  // namespace qor::socket

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <optional>
+
+#include "runtime/messaging/KeptMessages.h"
+#include "runtime/messaging/Mutex.h"
+#include "runtime/zmq/AdmittedReaders.h"
+#include "runtime/zmq/SocketWatch.h"
+#include "runtime/zmq/ZmqOpenSocket.h"
+
+namespace qor::socket {
+
+/// Sends to every subscriber, or to as many as its endpoint allows, and keeps what nobody can take yet:
+/// without a subscriber, or with one whose queue is full. Where each message supersedes those before it, the
+/// newest is told again to whoever joins. Two threads meet here, the owner's, which sends, and the watch's,
+/// which learns of subscribers and hands over what was kept; the mutex is what makes libzmq's socket safe for
+/// both.
+class PublisherSocket : public ZmqOpenSocket, private Watched {
+ public:
+  PublisherSocket(const SocketLabel& label, bool newestOnly, const SocketEndpoint& endpoint);
+
+  int poll(std::chrono::milliseconds timeOut, std::string& errorText) override;
+  void send(const google::protobuf::Message& message, std::size_t size) override;
+  int receive(google::protobuf::Message* message, unsigned int sizeBound) override;
+  void interrupt() noexcept override {}  // nobody waits in here
+  std::size_t close(std::chrono::milliseconds timeForUnsent) noexcept override;
+
+ private:
+  bool onActivity() noexcept override;
+  void lookForSubscribers() QOR_REQUIRES(mutex_);
+  void handOver() QOR_REQUIRES(mutex_);
+  void onSubscription() QOR_REQUIRES(mutex_);
+  /// The watch calls no more. Not with the mutex locked.
+  void endReception();
+
+  std::optional<int> reports_;  ///< readers_' descriptor
+  Mutex mutex_;
+  std::condition_variable keptChanged_;
+  KeptMessages<ZmqMessage> kept_ QOR_GUARDED_BY(mutex_);
+  std::optional<ZmqMessage> newest_ QOR_GUARDED_BY(mutex_);        ///< where it is all that counts
+  std::optional<AdmittedReaders> readers_ QOR_GUARDED_BY(mutex_);  ///< none when anybody may read
+  bool subscribed_ QOR_GUARDED_BY(mutex_) = false;
+  bool ended_ QOR_GUARDED_BY(mutex_) = false;                     ///< nobody will subscribe any more
+  std::chrono::milliseconds lastLook_ QOR_GUARDED_BY(mutex_){0};  ///< as coarseNow had it
+};
+
+}  // namespace qor::socket

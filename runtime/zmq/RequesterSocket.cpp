@@ -1,0 +1,136 @@
+#include "runtime/zmq/RequesterSocket.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "runtime/messaging/MessageRules.h"
+
+namespace qor::socket {
+
+namespace {
+
+/// A frozen peer is noticed after one interval and one time-out at the latest: within 3 s. The peer's I/O
+/// thread answers, however busy the peer itself may be.
+constexpr int heartbeatIntervalMilliseconds = 1'000;
+constexpr int heartbeatTimeOutMilliseconds = 1'800;
+
+/// How long a wait for a reply goes on inside libzmq, where it costs least but cannot be ended by a loss or
+/// by close. Most replies come within it, and a loss is noticed that much later at most.
+constexpr std::chrono::milliseconds timeForQuickReply{10};
+
+/// One exchange is under way at a time; late replies to earlier ones are dropped as they are read. Both
+/// queues are longer than that: libzmq's two threads wake each other whenever half of one has been read. A
+/// reply that is far too large is still received, for its exchange to fail with the reason.
+constexpr ConnectionLimits limits{.sendQueue = 64, .receiveQueue = 64, .largestPart = 8 * largestMessagePart};
+
+/// Long before it is over, we have connected again or closed.
+constexpr std::chrono::milliseconds noReconnectionByLibzmq = std::chrono::hours(1);
+
+}  // namespace
+
+RequesterSocket::RequesterSocket(const SocketLabel& label, const SocketEndpoint& endpoint,
+                                 std::chrono::milliseconds timeOut)
+    : ZmqOpenSocket(ZMQ_REQ, label, limits) {
+  // The next request may be sent although the last one got no reply, and a late reply is then recognised.
+  socket().setOption(ZMQ_REQ_RELAXED, 1);
+  socket().setOption(ZMQ_REQ_CORRELATE, 1);
+  // After a loss we connect again ourselves, when the next request is sent, and not libzmq: it would send a
+  // request that was left over from before to a peer that acts on it, when its sender has long been told that
+  // it failed. (ZMQ_IMMEDIATE prevents that too, but drops a reply that came right ahead of the loss.)
+  socket().setOption(ZMQ_RECONNECT_IVL, static_cast<int>(noReconnectionByLibzmq.count()));
+  socket().setOption(ZMQ_RECONNECT_IVL_MAX, 0);
+  socket().setOption(ZMQ_HEARTBEAT_IVL, heartbeatIntervalMilliseconds);
+  socket().setOption(ZMQ_HEARTBEAT_TIMEOUT, heartbeatTimeOutMilliseconds);
+  connection_.emplace(socket(), context(), Connection::Reconnector::Owner, label.text());
+  connect(endpoint);
+  if (!waitForConnection(Deadline::clock::now() + timeOut)) {
+    throw failure(fmt::format("nobody answered there within {} ms", timeOut.count()));
+  }
+}
+
+int RequesterSocket::poll(std::chrono::milliseconds timeOut, std::string& errorText) {
+  try {
+    return waitForReply(timeOut) ? 0 : 1;
+  } catch (const std::runtime_error& error) {
+    errorText = error.what();
+    return -1;
+  }
+}
+
+void RequesterSocket::send(const google::protobuf::Message& message, std::size_t size) {
+  throwIfShutDown();
+  ZmqMessage encoded(size);
+  encode(message, encoded.data());
+  exchange_ = Exchange::None;
+  const Deadline deadline = Deadline::clock::now() + reconnectTimeOut;
+  for (;;) {
+    if (!waitForConnection(deadline)) {
+      throw failure(
+          fmt::format("the connection is lost and did not come back within {} ms", reconnectTimeOut.count()));
+    }
+    lossesWhenSent_ = connection_->losses();
+    if (socket().trySend(encoded) == ZmqSocket::Sent::Yes) break;
+    // The socket has yet to hear that there is room again.
+    socket().takeInNews();
+    if (socket().trySend(encoded) == ZmqSocket::Sent::Yes) break;
+    if (!connection_->wait(socket().descriptor(), deadline)) throw failure("the peer takes no more requests");
+  }
+  exchange_ = Exchange::JustSent;
+}
+
+int RequesterSocket::receive(google::protobuf::Message* message, unsigned int sizeBound) {
+  if (!waitForReply(std::nullopt)) throw failure("was closed while it waited for a reply");
+  exchange_ = Exchange::None;
+  return decode({.data = reply_.data(), .size = reply_.size(), .parts = parts_}, sizeBound, message, label());
+}
+
+std::size_t RequesterSocket::close(std::chrono::milliseconds timeForUnsent) noexcept {
+  connection_.reset();
+  return ZmqOpenSocket::close(timeForUnsent);
+}
+
+bool RequesterSocket::waitForReply(std::optional<std::chrono::milliseconds> timeOut) {
+  throwIfShutDown();
+  if (exchange_ == Exchange::None) throw failure("there is no request that a reply could come to");
+  if (exchange_ == Exchange::ReplyTaken) return true;
+  if (exchange_ == Exchange::JustSent) {
+    exchange_ = Exchange::AwaitingReply;
+    const auto quick = timeOut ? std::min(*timeOut, timeForQuickReply) : timeForQuickReply;
+    if (socket().receive(reply_, quick) == ZmqSocket::Received::Part) return onReply();
+    if (timeOut) *timeOut -= quick;
+  }
+  std::optional<Deadline> deadline;
+  if (timeOut) deadline = Deadline::clock::now() + *timeOut;
+  for (;;) {
+    const bool isLost = connection_->losses() != lossesWhenSent_;
+    // A reply that came ahead of the loss is still there.
+    if (socket().tryReceive(reply_)) return onReply();
+    if (isLost) throw failure("the connection was lost before the reply came");
+    if (connection_->isInterrupted()) return false;
+    if (!connection_->wait(socket().descriptor(), deadline)) return socket().tryReceive(reply_) && onReply();
+  }
+}
+
+bool RequesterSocket::onReply() {
+  parts_ = 1 + dropFurtherParts(reply_);
+  exchange_ = Exchange::ReplyTaken;
+  return true;
+}
+
+bool RequesterSocket::waitForConnection(Deadline deadline) {
+  while (!connection_->stands()) {
+    if (connection_->isInterrupted()) throw failure("was closed while it waited for its connection");
+    // Throws when the context is being shut down, which ends every wait.
+    socket().takeInNews();
+    reconnectIfDue(*connection_);
+    const Deadline nextLook = std::min(deadline, connection_->reconnectAt().value_or(deadline));
+    if (!connection_->wait(socket().descriptor(), nextLook) && nextLook == deadline) {
+      return connection_->stands();
+    }
+  }
+  return true;
+}
+
+}  // namespace qor::socket

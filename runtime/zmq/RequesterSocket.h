@@ -1,0 +1,44 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+
+#include "runtime/zmq/Connection.h"
+#include "runtime/zmq/ZmqOpenSocket.h"
+
+namespace qor::socket {
+
+/// Sends a request and receives its reply, and never waits for the dead: it follows its connection, and
+/// heartbeats of libzmq's tell a frozen peer from a slow one.
+class RequesterSocket : public ZmqOpenSocket {
+ public:
+  /// Returns once the peer has answered the handshake; throws std::runtime_error at the deadline.
+  RequesterSocket(const SocketLabel& label, const SocketEndpoint& endpoint,
+                  std::chrono::milliseconds timeOut);
+
+  int poll(std::chrono::milliseconds timeOut, std::string& errorText) override;
+  void send(const google::protobuf::Message& message, std::size_t size) override;
+  int receive(google::protobuf::Message* message, unsigned int sizeBound) override;
+  void interrupt() noexcept override { connection_->interrupt(); }
+  std::size_t close(std::chrono::milliseconds timeForUnsent) noexcept override;
+
+ private:
+  /// Where an exchange stands.
+  enum class Exchange { None, JustSent, AwaitingReply, ReplyTaken };
+
+  /// False when no reply has come in time, or the socket is being closed; throws when none can come.
+  bool waitForReply(std::optional<std::chrono::milliseconds> timeOut);
+  /// The first part of a reply has been taken; true.
+  bool onReply();
+  /// False when the connection does not stand by the deadline.
+  bool waitForConnection(Deadline deadline);
+
+  std::optional<Connection> connection_;
+  Exchange exchange_ = Exchange::None;
+  std::uint64_t lossesWhenSent_ = 0;
+  ZmqMessage reply_;
+  unsigned int parts_ = 0;
+};
+
+}  // namespace qor::socket

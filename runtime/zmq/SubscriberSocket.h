@@ -1,0 +1,24 @@
+#pragma once
+
+#include <optional>
+
+#include "runtime/zmq/Connection.h"
+#include "runtime/zmq/ReceivingSocket.h"
+
+namespace qor::socket {
+
+/// Receives everything that the publisher of its endpoint sends, whenever there is one.
+class SubscriberSocket : public ReceivingSocket {
+ public:
+  SubscriberSocket(const SocketLabel& label, const SocketEndpoint& endpoint);
+  std::size_t close(std::chrono::milliseconds timeForUnsent) noexcept override;
+  void send(const google::protobuf::Message& message, std::size_t size) override;
+
+ private:
+  void lookAfterConnection() override { reconnectIfDue(*connection_); }
+  Taken takeRest(ZmqMessage& content, unsigned int& parts) override;
+
+  std::optional<Connection> connection_;
+};
+
+}  // namespace qor::socket

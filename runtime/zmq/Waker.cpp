@@ -1,0 +1,42 @@
+#include "runtime/zmq/Waker.h"
+
+#include <exception>
+
+#include "qor/utils/Log.h"
+#include "tamb/LogContext.h"
+
+namespace qor::socket {
+
+namespace {
+
+/// Within a process libzmq hands over the address of a constant message's content: this one is the order.
+char orderMark = 0;
+
+}  // namespace
+
+Waker::Waker(ZmqSocket& sleeper, int sleeperType, void* context, const std::string& description)
+    : peer_(context, sleeperType == ZMQ_SUB ? ZMQ_XPUB : ZMQ_DEALER, description) {
+  const std::string address = "inproc://waker-" + tamb::GetUUIDString();
+  peer_.setOption(ZMQ_LINGER, 0);
+  if (::zmq_bind(peer_.get(), address.c_str()) != 0 || ::zmq_connect(sleeper.get(), address.c_str()) != 0) {
+    throwZmqError(description, "cannot be made to wake up");
+  }
+}
+
+void Waker::wake() noexcept {
+  const Lock lock(mutex_);
+  try {
+    // An XPUB has to hear of its subscriber before it sends.
+    peer_.takeInNews();
+    ZmqMessage order;
+    ::zmq_msg_init_data(order.get(), &orderMark, sizeof orderMark, nullptr, nullptr);
+    peer_.trySend(order);
+  } catch (const std::exception& error) {
+    // The context is being shut down, which wakes everybody.
+    utils::logDebug(error.what());
+  }
+}
+
+bool Waker::isOrder(ZmqMessage& part) { return part.data() == &orderMark; }
+
+}  // namespace qor::socket
