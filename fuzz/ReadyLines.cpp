@@ -5,12 +5,12 @@
 
 #include "fuzz/ReadableLine.h"
 #include "programs/service/EngineReport.h"
-#include "programs/support/OneLine.h"
+#include "runtime/console/OneLine.h"
 
 namespace {
 
 /// A reason that was cut ends in three dots.
-constexpr std::size_t longestFailure = qor::programs::longestReason + 3;
+constexpr std::size_t longestFailure = qor::console::longestReason + 3;
 
 bool isReady(const std::string& line) {
   const auto event = nlohmann::json::parse(line, nullptr, false);

@@ -8,7 +8,7 @@
 
 #include "fuzz/ReadableLine.h"
 #include "programs/host/Workflow.h"
-#include "programs/support/OneLine.h"
+#include "runtime/console/OneLine.h"
 
 namespace {
 
@@ -20,7 +20,7 @@ void mayRefuse(const std::function<void()>& call) {
     call();
   } catch (const std::runtime_error& error) {
     // A reason that was cut ends in three dots.
-    qor::fuzz::requireReadableLine(error.what(), qor::programs::longestReason + 3);
+    qor::fuzz::requireReadableLine(error.what(), qor::console::longestReason + 3);
   }
 }
 

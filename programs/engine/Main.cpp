@@ -17,20 +17,20 @@
 #include <string>
 #include <utility>
 
-#include "programs/engine/Supervisor.h"
-#include "programs/support/CommandLine.h"
-#include "programs/support/ErrorStream.h"
-#include "programs/support/Limits.h"
-#include "programs/support/LogLine.h"
-#include "programs/support/TerminalLog.h"
+#include "hosting/Supervisor.h"
 #include "qor/utils/Log.h"
+#include "runtime/console/CommandLine.h"
+#include "runtime/console/ErrorStream.h"
+#include "runtime/console/Limits.h"
+#include "runtime/console/LogLine.h"
+#include "runtime/console/TerminalLog.h"
 #include "runtime/processes/Cores.h"
 
 namespace {
 
-using qor::programs::EngineEnd;
-using qor::programs::EngineOptions;
-using qor::programs::EngineOutcome;
+using qor::hosting::EngineEnd;
+using qor::hosting::EngineOptions;
+using qor::hosting::EngineOutcome;
 using qor::socket::SocketEndpoint;
 
 constexpr const char* examples = R"(
@@ -120,7 +120,7 @@ EngineOptions optionsFrom(const Arguments& arguments) {
 
 /// Nobody may read there any more: that keeps no host waiting.
 void report(int descriptor, const nlohmann::json& line) {
-  qor::programs::writeWithoutWaiting(
+  qor::console::writeWithoutWaiting(
       descriptor, line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + '\n');
 }
 
@@ -150,12 +150,12 @@ void reportEnded(int descriptor, const EngineOutcome& outcome) {
 
 int run(const Arguments& arguments) {
   const EngineOptions options = optionsFrom(arguments);
-  qor::programs::setLogOrigin("tamb-engine " + std::to_string(::getpid()) + ", " +
-                              qor::programs::engineName(options.workflowManagerId, options.engineId));
-  const auto outcome = qor::programs::superviseEngine(
+  qor::console::setLogOrigin("tamb-engine " + std::to_string(::getpid()) + ", " +
+                             qor::console::engineName(options.workflowManagerId, options.engineId));
+  const auto outcome = qor::hosting::superviseEngine(
       options, [&](int enginePid) { reportReady(options, enginePid); },
       [&](const std::string& failure) {
-        const std::string reason = qor::programs::withLimit(failure);
+        const std::string reason = qor::console::withLimit(failure);
         qor::utils::logError(reason);
         reportFailed(options.readyDescriptor, reason);
       });
@@ -201,18 +201,18 @@ int main(int argumentCount, char** values) {
   app.add_flag("--with-test-engine", arguments.withTestEngine,
                "Offer the engine \"test\" too, which crashes and freezes on demand");
   app.add_flag("--verbose", arguments.verbose, "Show all log records");
-  if (const auto exitCode = qor::programs::parseCommandLine(app, argumentCount, values)) return *exitCode;
-  using qor::programs::Shown;
-  qor::programs::showLog(arguments.verbose ? Shown::Everything : Shown::Failures);
+  if (const auto exitCode = qor::console::parseCommandLine(app, argumentCount, values)) return *exitCode;
+  using qor::console::Shown;
+  qor::console::showLog(arguments.verbose ? Shown::Everything : Shown::Failures);
   // Whichever way it ends, behind its last line.
   const struct Count {
-    ~Count() { qor::programs::writeDroppedLines(); }
+    ~Count() { qor::console::writeDroppedLines(); }
   } count;
   try {
     return run(arguments);
   } catch (const std::exception& error) {
-    const std::string reason = qor::programs::withLimit(error.what());
-    qor::programs::writeErrorLine("tamb-engine: " + reason);
+    const std::string reason = qor::console::withLimit(error.what());
+    qor::console::writeErrorLine("tamb-engine: " + reason);
     reportFailed(arguments.readyDescriptor, reason);
     return static_cast<int>(EngineEnd::NotStarted);
   }

@@ -9,7 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <string_view>
 
-#include "programs/support/ErrorStream.h"
+#include "runtime/console/ErrorStream.h"
 #include "runtime/tamb/EscapedText.h"
 
 namespace qor::programs {
@@ -141,7 +141,7 @@ void Display::endBar() {
 void Display::say(const std::string& text) {
   const std::unique_lock lock(mutex_, timeForNotification);
   if (lock) endBar();
-  writeErrorLine(text);
+  console::writeErrorLine(text);
 }
 
 bool Display::allWasWritten() const { return static_cast<bool>(std::cout); }

@@ -18,11 +18,11 @@
 #include "programs/host/Location.h"
 #include "programs/host/PrivateService.h"
 #include "programs/host/Session.h"
-#include "programs/support/CommandLine.h"
-#include "programs/support/ErrorStream.h"
-#include "programs/support/Limits.h"
-#include "programs/support/LogLine.h"
-#include "programs/support/TerminalLog.h"
+#include "runtime/console/CommandLine.h"
+#include "runtime/console/ErrorStream.h"
+#include "runtime/console/Limits.h"
+#include "runtime/console/LogLine.h"
+#include "runtime/console/TerminalLog.h"
 
 namespace {
 
@@ -140,7 +140,7 @@ Outcome attend(Session& session, std::future<Outcome>& outcome, const sigset_t& 
     if (signal < 0) continue;
     if (signal == SIGHUP) hangUp(session, signals);
     if (stopping.valid()) {
-      qor::programs::writeErrorLine("tamb-host: leaving at once");
+      qor::console::writeErrorLine("tamb-host: leaving at once");
       // Whatever is left behind ends by itself: the service with this process, the engine when it hears
       // nothing more.
       std::_Exit(static_cast<int>(Outcome::Interrupted));
@@ -160,19 +160,18 @@ int run(const Arguments& arguments) {
   for (const int signal : {SIGINT, SIGTERM}) ::sigaddset(&signals, signal);
   if (!isHangUpIgnored()) ::sigaddset(&signals, SIGHUP);
   ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-  using qor::programs::Shown;
-  qor::programs::setLogOrigin("tamb-host " + std::to_string(::getpid()) + ", " +
-                              qor::programs::engineName(workflow.workflowManagerId, workflow.engineId));
-  qor::programs::showLog(
-      arguments.verbose ? Shown::Everything : Shown::Failures,
-      arguments.verbose ? qor::programs::Repeats::Written : qor::programs::Repeats::Counted);
+  using qor::console::Shown;
+  qor::console::setLogOrigin("tamb-host " + std::to_string(::getpid()) + ", " +
+                             qor::console::engineName(workflow.workflowManagerId, workflow.engineId));
+  qor::console::showLog(arguments.verbose ? Shown::Everything : Shown::Failures,
+                        arguments.verbose ? qor::console::Repeats::Written : qor::console::Repeats::Counted);
 
   std::optional<qor::programs::PrivateService> service;
   if (!arguments.isLocal && arguments.service.empty()) {
     try {
       service.emplace(arguments.withTestEngine);
     } catch (const std::exception& error) {
-      display->say("tamb-host: " + qor::programs::withLimit(error.what()));
+      display->say("tamb-host: " + qor::console::withLimit(error.what()));
       return static_cast<int>(Outcome::NotStarted);
     }
   }
@@ -187,7 +186,7 @@ int run(const Arguments& arguments) {
   try {
     outcome = std::async(std::launch::async, [&session] { return session.run(); });
   } catch (const std::system_error& error) {
-    display->say("tamb-host: cannot start the engine: " + qor::programs::withLimit(error.what()));
+    display->say("tamb-host: cannot start the engine: " + qor::console::withLimit(error.what()));
     return static_cast<int>(Outcome::NotStarted);
   }
   Outcome end = attend(session, outcome, signals, *display);
@@ -195,7 +194,7 @@ int run(const Arguments& arguments) {
     display->say("tamb-host: not all of the run could be written to the standard output");
     end = Outcome::NotShown;
   }
-  qor::programs::flushLog();
+  qor::console::flushLog();
   return static_cast<int>(end);
 }
 
@@ -232,11 +231,11 @@ int main(int argumentCount, char** values) {
       "Offer the engine \"test\" too, which crashes and freezes on demand; another service than "
       "the private one offers what it was started with");
   runCommand.add_flag("--verbose", arguments.verbose, "Show all log records");
-  if (const auto exitCode = qor::programs::parseCommandLine(app, argumentCount, values)) return *exitCode;
+  if (const auto exitCode = qor::console::parseCommandLine(app, argumentCount, values)) return *exitCode;
   try {
     return run(arguments);
   } catch (const std::exception& error) {
-    qor::programs::writeErrorLine("tamb-host: " + qor::programs::withLimit(error.what()));
+    qor::console::writeErrorLine("tamb-host: " + qor::console::withLimit(error.what()));
     return 2;
   }
 }

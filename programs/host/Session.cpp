@@ -9,9 +9,9 @@
 #include "engines/sdk/IAbandonable.h"
 #include "programs/host/HeldErrors.h"
 #include "programs/host/Refusal.h"
-#include "programs/support/Limits.h"
-#include "programs/support/LogLine.h"
-#include "programs/support/OneLine.h"
+#include "runtime/console/Limits.h"
+#include "runtime/console/LogLine.h"
+#include "runtime/console/OneLine.h"
 #include "runtime/tamb/EngineDescription.h"
 #include "runtime/tamb/FactoryRegistry.h"
 #include "runtime/tamb/PluginLoader.h"
@@ -77,12 +77,12 @@ Session::Engine Session::startEngine() {
 }
 
 std::string Session::startFailure(const std::string& exceptionText) const {
-  std::string reason = oneLine(reasonIn(exceptionText));
+  std::string reason = console::oneLine(reasonIn(exceptionText));
   // The service names the engine, of which there is only one here.
   const std::string lead =
-      "cannot start " + engineName(workflow_.workflowManagerId, workflow_.engineId) + ": ";
+      "cannot start " + console::engineName(workflow_.workflowManagerId, workflow_.engineId) + ": ";
   if (reason.starts_with(lead)) reason.erase(0, lead.size());
-  return "tamb-host: cannot start the engine: " + withLimit(std::move(reason));
+  return "tamb-host: cannot start the engine: " + console::withLimit(std::move(reason));
 }
 
 std::optional<Session::Engine> Session::tryToStartEngine() {
@@ -106,11 +106,11 @@ Outcome Session::run() {
   try {
     engine->Run();
   } catch (const std::runtime_error& error) {
-    display_->say("tamb-host: the run failed: " + oneLine(reasonIn(error.what())));
+    display_->say("tamb-host: the run failed: " + console::oneLine(reasonIn(error.what())));
   }
   const bool wasStopped = !mayRun(nullptr);
   const auto end = watcher_->waitForEnd(timeForLastNotification, wasStopped);
-  if (end && !end->remark.empty()) display_->say("tamb-host: " + oneLine(end->remark));
+  if (end && !end->remark.empty()) display_->say("tamb-host: " + console::oneLine(end->remark));
   if (end) return end->outcome;
   // Not every engine reports that it was stopped.
   if (wasStopped) return Outcome::Interrupted;

@@ -16,7 +16,7 @@
 #include <system_error>
 
 #include "engines/sdk/JsonNesting.h"
-#include "programs/support/OneLine.h"
+#include "runtime/console/OneLine.h"
 #include "runtime/tamb/CommandMessage.h"
 
 namespace qor::programs {
@@ -32,7 +32,7 @@ constexpr int deepestNesting = 32;
 
 /// What is quoted may hold anything, and be of any length.
 std::runtime_error wrong(const std::string& where, const std::string& what) {
-  return std::runtime_error(oneLine("workflow: " + where + ": " + what));
+  return std::runtime_error(console::oneLine("workflow: " + where + ": " + what));
 }
 
 /// A mistyped key would otherwise be a setting that silently is not made.

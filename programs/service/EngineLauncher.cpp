@@ -8,9 +8,9 @@
 #include <utility>
 
 #include "programs/service/EngineReport.h"
-#include "programs/support/Limits.h"
-#include "programs/support/LogLine.h"
 #include "qor/utils/Log.h"
+#include "runtime/console/Limits.h"
+#include "runtime/console/LogLine.h"
 #include "runtime/processes/SocketFiles.h"
 
 namespace qor::programs {
@@ -144,7 +144,7 @@ EngineLauncher::StartNumber EngineLauncher::begin(const WantedEngine& wanted, st
       return "ipc://" + (start->directory.path() / name).string();
     };
     start->number = ++lastStart_;
-    start->name = engineName(wanted.workflowManagerId, wanted.engineId);
+    start->name = console::engineName(wanted.workflowManagerId, wanted.engineId);
     start->workflowManagerId = wanted.workflowManagerId;
     start->engineId = wanted.engineId;
     start->endpoints = {endpoint("request"), endpoint("status"), endpoint("command"),
@@ -164,8 +164,9 @@ EngineLauncher::StartNumber EngineLauncher::begin(const WantedEngine& wanted, st
     }
     return begun.number;
   } catch (const std::exception& error) {
-    throw std::runtime_error(withLimit(
-        "cannot start " + engineName(wanted.workflowManagerId, wanted.engineId) + ": " + error.what()));
+    throw std::runtime_error(
+        console::withLimit("cannot start " + console::engineName(wanted.workflowManagerId, wanted.engineId) +
+                           ": " + error.what()));
   }
 }
 
@@ -176,7 +177,7 @@ void EngineLauncher::run(Start& start, std::vector<std::string> arguments, const
                           ChildProcess::Lines::OnLineDescriptor);
     start.engineProcess = awaitReady(*start.process, [&] { return stop.stop_requested(); });
   } catch (const std::exception& error) {
-    start.failure = withLimit("cannot start " + start.name + ": " + error.what());
+    start.failure = console::withLimit("cannot start " + start.name + ": " + error.what());
     if (start.process) start.process->end(timeToEnd);
   }
   start.isOver = true;

@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "programs/support/OneLine.h"
+#include "runtime/console/OneLine.h"
 
 namespace qor::programs {
 
@@ -29,9 +29,9 @@ ReadyReport readyReportFrom(const std::string& line) {
     return {.failure = "", .engineProcess = processIn(event, "enginePid")};
   }
   if (event.is_object() && !textOf(event, "reason").empty()) {
-    return {.failure = oneLine(textOf(event, "reason")), .engineProcess = 0};
+    return {.failure = console::oneLine(textOf(event, "reason")), .engineProcess = 0};
   }
-  return {.failure = "its process reported \"" + oneLine(line, longestQuotation) +
+  return {.failure = "its process reported \"" + console::oneLine(line, longestQuotation) +
                      "\"; expected a line which says that it is ready",
           .engineProcess = 0};
 }
@@ -39,7 +39,8 @@ ReadyReport readyReportFrom(const std::string& line) {
 std::optional<EndReport> endReportFrom(const std::string& line) {
   const auto event = nlohmann::json::parse(line, nullptr, false);
   if (!event.is_object() || textOf(event, "event") != "ended") return std::nullopt;
-  return EndReport{.outcome = oneLine(textOf(event, "outcome")), .reason = oneLine(textOf(event, "reason"))};
+  return EndReport{.outcome = console::oneLine(textOf(event, "outcome")),
+                   .reason = console::oneLine(textOf(event, "reason"))};
 }
 
 }  // namespace qor::programs

@@ -10,11 +10,11 @@
 #include <string>
 
 #include "programs/service/Service.h"
-#include "programs/support/CommandLine.h"
-#include "programs/support/ErrorStream.h"
-#include "programs/support/Limits.h"
-#include "programs/support/LogLine.h"
-#include "programs/support/TerminalLog.h"
+#include "runtime/console/CommandLine.h"
+#include "runtime/console/ErrorStream.h"
+#include "runtime/console/Limits.h"
+#include "runtime/console/LogLine.h"
+#include "runtime/console/TerminalLog.h"
 #include "runtime/processes/Cores.h"
 #include "runtime/processes/SocketFiles.h"
 
@@ -95,10 +95,10 @@ int main(int argumentCount, char** values) {
   app.add_flag("--with-test-engine", arguments.withTestEngine,
                "Offer the engine \"test\" too, which crashes and freezes on demand");
   app.add_flag("--quiet", arguments.quiet, "Log failures only");
-  if (const auto exitCode = qor::programs::parseCommandLine(app, argumentCount, values)) return *exitCode;
-  using qor::programs::Shown;
-  qor::programs::setLogOrigin("qor-engine-service " + std::to_string(::getpid()));
-  qor::programs::showLog(arguments.quiet ? Shown::Failures : Shown::Events);
+  if (const auto exitCode = qor::console::parseCommandLine(app, argumentCount, values)) return *exitCode;
+  using qor::console::Shown;
+  qor::console::setLogOrigin("qor-engine-service " + std::to_string(::getpid()));
+  qor::console::showLog(arguments.quiet ? Shown::Failures : Shown::Events);
   // Engines whose supervisors are killed are its children from then on.
   ::prctl(PR_SET_CHILD_SUBREAPER, 1);
   for (const int signal : {SIGTERM, SIGINT}) std::signal(signal, [](int) { endIsAskedFor = 1; });
@@ -110,7 +110,7 @@ int main(int argumentCount, char** values) {
   try {
     return run(arguments);
   } catch (const std::exception& error) {
-    qor::programs::writeErrorLine("qor-engine-service: " + qor::programs::withLimit(error.what()));
+    qor::console::writeErrorLine("qor-engine-service: " + qor::console::withLimit(error.what()));
     return EXIT_FAILURE;
   }
 }

@@ -6,9 +6,9 @@
 #include <string>
 #include <utility>
 
-#include "programs/support/OneLine.h"
 #include "qor/proto/ApiService.pb.h"
 #include "qor/utils/Log.h"
+#include "runtime/console/OneLine.h"
 
 namespace qor::programs {
 
@@ -39,7 +39,7 @@ const api::EngineSubmission& submissionIn(const api::ApiToServiceRequest& reques
 }
 
 api::ServiceToApiReply refusal(const std::string& failure) {
-  const std::string reason = oneLine(failure);
+  const std::string reason = console::oneLine(failure);
   utils::logWarning("Refused: " + reason);
   api::ServiceToApiReply reply;
   reply.set_kind(api::ServiceToApiReply::REFUSED);

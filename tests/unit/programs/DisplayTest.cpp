@@ -7,7 +7,7 @@
 #include <string>
 
 #include "programs/host/Display.h"
-#include "programs/support/ErrorStream.h"
+#include "runtime/console/ErrorStream.h"
 #include "runtime/tamb/NotificationMessage.h"
 #include "tamb/IParametersCollection.h"
 
@@ -87,7 +87,7 @@ TEST(ANotification, MayHoldValuesOfAnyTypeInAnyPlace) {
 TEST(WhatIsSaid, DoesNotDriveTheTerminal) {
   testing::internal::CaptureStderr();
   // As a display does, whose timed mutex the ThreadSanitizer of clang 14 does not see being locked.
-  writeErrorLine("tamb-host: cannot read \"" + hostile + "caf\xe9\"");
+  console::writeErrorLine("tamb-host: cannot read \"" + hostile + "caf\xe9\"");
   const std::string text = testing::internal::GetCapturedStderr();
   EXPECT_PRED1(isOnePlainLine, text);
   EXPECT_THAT(text, HasSubstr("caf\\xe9"));

@@ -1,15 +1,15 @@
-#include "programs/support/LogLine.h"
+#include "runtime/console/LogLine.h"
 
 #include <fmt/format.h>
 
 #include <mutex>
 #include <utility>
 
-#include "programs/support/OneLine.h"
+#include "runtime/console/OneLine.h"
 #include "runtime/tamb/EscapedText.h"
 #include "tamb/LogContext.h"
 
-namespace qor::programs {
+namespace qor::console {
 
 namespace {
 
@@ -76,4 +76,4 @@ std::string capturedLine(std::string_view text, pid_t process) {
   return logPrefix("Output", std::to_string(process)) + tamb::EscapedText(text);
 }
 
-}  // namespace qor::programs
+}  // namespace qor::console

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-namespace qor::programs {
+namespace qor::console {
 
 /// Log lines of all programs look alike, so that those of several processes can be told apart in one file:
 ///
@@ -39,4 +39,4 @@ std::string withoutLogPrefix(std::string_view line);
 /// "Output".
 std::string capturedLine(std::string_view text, pid_t process);
 
-}  // namespace qor::programs
+}  // namespace qor::console

@@ -1,4 +1,4 @@
-#include "programs/support/Limits.h"
+#include "runtime/console/Limits.h"
 
 #include <fmt/format.h>
 #include <sys/resource.h>
@@ -8,7 +8,7 @@
 #include <optional>
 #include <string_view>
 
-namespace qor::programs {
+namespace qor::console {
 
 namespace {
 
@@ -61,4 +61,4 @@ std::string withLimit(std::string failure) {
   return failure;
 }
 
-}  // namespace qor::programs
+}  // namespace qor::console

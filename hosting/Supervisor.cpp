@@ -1,4 +1,4 @@
-#include "programs/engine/Supervisor.h"
+#include "hosting/Supervisor.h"
 
 #include <sys/signalfd.h>
 #include <unistd.h>
@@ -10,15 +10,15 @@
 #include <exception>
 #include <system_error>
 
+#include "hosting/EngineChild.h"
+#include "hosting/EngineProcess.h"
 #include "hosting/EngineTakeover.h"
-#include "programs/engine/EngineChild.h"
-#include "programs/engine/EngineProcess.h"
-#include "programs/support/LogLine.h"
 #include "qor/utils/Log.h"
+#include "runtime/console/LogLine.h"
 #include "runtime/processes/Pipe.h"
 #include "runtime/processes/SocketFiles.h"
 
-namespace qor::programs {
+namespace qor::hosting {
 
 namespace {
 
@@ -71,8 +71,8 @@ void removeFilesOf(const EngineOptions& options) {
 
 /// Has the log lines of both processes begin with their ids and the engine.
 void setOriginOfBoth(pid_t supervisor, pid_t engine, const EngineOptions& options) {
-  setLogOrigin("tamb-engine " + std::to_string(supervisor) + '/' + std::to_string(engine) + ", " +
-               engineName(options.workflowManagerId, options.engineId));
+  console::setLogOrigin("tamb-engine " + std::to_string(supervisor) + '/' + std::to_string(engine) + ", " +
+                        console::engineName(options.workflowManagerId, options.engineId));
 }
 
 /// The child's life.
@@ -158,13 +158,13 @@ class Supervision {
   void takeOver() {
     const auto shortest = Clock::now() + timeForTakeover;
     try {
-      const hosting::DeadEngine engine{.workflowManagerId = options_.workflowManagerId,
-                                       .engineId = options_.engineId,
-                                       .requestEndpoint = options_.requestEndpoint,
-                                       .statusEndpoint = options_.statusEndpoint,
-                                       .notificationEndpoint = options_.notificationEndpoint,
-                                       .cause = child_.cause()};
-      hosting::takeOverEndpoints(engine, [&] {
+      const DeadEngine engine{.workflowManagerId = options_.workflowManagerId,
+                              .engineId = options_.engineId,
+                              .requestEndpoint = options_.requestEndpoint,
+                              .statusEndpoint = options_.statusEndpoint,
+                              .notificationEndpoint = options_.notificationEndpoint,
+                              .cause = child_.cause()};
+      takeOverEndpoints(engine, [&] {
         reportDeath();
         return signals_.endIsAskedFor() && Clock::now() >= shortest;
       });
@@ -197,4 +197,4 @@ EngineOutcome superviseEngine(const EngineOptions& options, const std::function<
   return outcome;
 }
 
-}  // namespace qor::programs
+}  // namespace qor::hosting

@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace qor::programs {
+namespace qor::console {
 
 /// The text of a failure, completed by the limit of this process that it has met, when it looks like one: of
 /// descriptors, memory or processes. Libraries pass on what the system says of it, such as "Resource
@@ -10,4 +10,4 @@ namespace qor::programs {
 /// thread.
 std::string withLimit(std::string failure);
 
-}  // namespace qor::programs
+}  // namespace qor::console

@@ -7,7 +7,7 @@
 
 #include "qor/socket/SocketEndpoint.h"
 
-namespace qor::programs {
+namespace qor::hosting {
 
 /// What one engine's process is started for.
 struct EngineOptions {
@@ -31,4 +31,4 @@ struct EngineOptions {
   std::optional<unsigned int> core;
 };
 
-}  // namespace qor::programs
+}  // namespace qor::hosting

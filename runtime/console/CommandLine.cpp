@@ -1,4 +1,4 @@
-#include "programs/support/CommandLine.h"
+#include "runtime/console/CommandLine.h"
 
 #include <sys/resource.h>
 
@@ -8,7 +8,7 @@
 
 #include "runtime/tamb/EscapedText.h"
 
-namespace qor::programs {
+namespace qor::console {
 
 namespace {
 
@@ -38,4 +38,4 @@ std::optional<int> parseCommandLine(CLI::App& app, int argumentCount, char** arg
   return std::nullopt;
 }
 
-}  // namespace qor::programs
+}  // namespace qor::console

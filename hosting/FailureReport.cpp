@@ -1,15 +1,15 @@
-#include "programs/engine/FailureReport.h"
+#include "hosting/FailureReport.h"
 
 #include <algorithm>
 #include <exception>
 #include <utility>
 
-#include "programs/support/OneLine.h"
 #include "qor/utils/Log.h"
+#include "runtime/console/OneLine.h"
 #include "runtime/tamb/NotificationMessage.h"
 #include "tamb/LogContext.h"
 
-namespace qor::programs {
+namespace qor::hosting {
 
 namespace {
 
@@ -55,7 +55,7 @@ void FailureReport::report(const std::string& reason) {
     const auto prototype = tamb::CreateParametersCollectionPrototype();
     prototype->AddUTF8StringKey("reason", "", "");
     const auto object = tamb::CreateParametersCollectionInstance(prototype);
-    object->SetUTF8String("reason", oneLine(reason));
+    object->SetUTF8String("reason", console::oneLine(reason));
     PushNotification(std::make_shared<tamb::NotificationMessage>(tamb::NotificationFields{
         .notificationLine = failureLine,
         .notificationObject = object,
@@ -69,4 +69,4 @@ void FailureReport::report(const std::string& reason) {
   }
 }
 
-}  // namespace qor::programs
+}  // namespace qor::hosting

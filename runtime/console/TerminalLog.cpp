@@ -1,4 +1,4 @@
-#include "programs/support/TerminalLog.h"
+#include "runtime/console/TerminalLog.h"
 
 #include <algorithm>
 #include <memory>
@@ -8,13 +8,13 @@
 #include <string_view>
 #include <utility>
 
-#include "programs/support/ErrorStream.h"
-#include "programs/support/LogLine.h"
+#include "runtime/console/ErrorStream.h"
+#include "runtime/console/LogLine.h"
 #include "runtime/tamb/ConsoleLoggerWriter.h"
 #include "runtime/tamb/CurrentLoggerWriter.h"
 #include "runtime/tamb/RepeatCountingWriter.h"
 
-namespace qor::programs {
+namespace qor::console {
 
 namespace {
 
@@ -89,4 +89,4 @@ void flushLog() {
   if (countingWriter()) countingWriter()->flush();
 }
 
-}  // namespace qor::programs
+}  // namespace qor::console

@@ -8,7 +8,7 @@
 
 #include "tamb/INotificationHub.h"
 
-namespace qor::programs {
+namespace qor::hosting {
 
 /// The hub of an engine in its process: passes everything on, and knows whether the engine has reported that
 /// its run failed. An engine that throws instead has that reported for it. Any thread.
@@ -35,4 +35,4 @@ class FailureReport final : public tamb::INotificationHubBackEnd {
   std::atomic<bool> isReported_{false};
 };
 
-}  // namespace qor::programs
+}  // namespace qor::hosting

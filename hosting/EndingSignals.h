@@ -6,7 +6,7 @@
 
 #include "runtime/processes/Pipe.h"
 
-namespace qor::programs {
+namespace qor::hosting {
 
 /// Lets a process that a signal ends (SIGTERM, SIGINT, SIGHUP) put its things in order first. The signals are
 /// blocked in the thread that makes it and in those that this one starts later; a thread of its own takes the
@@ -32,4 +32,4 @@ class EndingSignals {
   std::thread thread_;
 };
 
-}  // namespace qor::programs
+}  // namespace qor::hosting

@@ -6,14 +6,14 @@
 #include <string>
 #include <vector>
 
-#include "programs/engine/FailureReport.h"
-#include "programs/engine/ServedEngine.h"
+#include "hosting/FailureReport.h"
+#include "hosting/ServedEngine.h"
 #include "runtime/tamb/NotificationMessage.h"
 #include "tests/support/CapturedLog.h"
 #include "tests/support/FakeEngine.h"
 #include "tests/support/RecordingHub.h"
 
-namespace qor::programs {
+namespace qor::hosting {
 namespace {
 
 using ::testing::ElementsAre;
@@ -89,4 +89,4 @@ TEST_F(AServedEngine, KnowsWhetherItWasAskedToStop) {
 }
 
 }  // namespace
-}  // namespace qor::programs
+}  // namespace qor::hosting

@@ -1,6 +1,6 @@
 #pragma once
 
-namespace qor::programs {
+namespace qor::console {
 
 /// Which log records a program shows on its standard error stream.
 enum class Shown {
@@ -23,4 +23,4 @@ void showLog(Shown shown, Repeats repeats = Repeats::Written);
 /// Writes the counts of repeated records that have not been written yet. Any thread.
 void flushLog();
 
-}  // namespace qor::programs
+}  // namespace qor::console

@@ -1,4 +1,4 @@
-#include "programs/engine/EngineProcess.h"
+#include "hosting/EngineProcess.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -17,16 +17,16 @@
 #include "engines/LocalEngine.h"
 #include "engines/sdk/IAbandonable.h"
 #include "hosting/EditRates.h"
-#include "programs/engine/EndingSignals.h"
-#include "programs/engine/FailureReport.h"
-#include "programs/engine/ServedEngine.h"
+#include "hosting/EndingSignals.h"
+#include "hosting/FailureReport.h"
+#include "hosting/ServedEngine.h"
 #include "qor/socket/Socket.h"
 #include "qor/utils/Log.h"
 #include "runtime/processes/Cores.h"
 #include "runtime/processes/Pipe.h"
 #include "runtime/tamb/EngineDescription.h"
 
-namespace qor::programs {
+namespace qor::hosting {
 
 namespace {
 
@@ -107,12 +107,12 @@ void serveEngine(const EngineOptions& options, const std::function<void(EngineEv
   // Commands arrive by the channel, notifications leave by it, and the engine is run by it: in the order in
   // which they have to be there, and in the opposite order they go.
   const auto failureReport = std::make_shared<FailureReport>(
-      hosting::withEnginesEditRates(std::make_shared<TcpNotificationHubBackEnd>(
+      withEnginesEditRates(std::make_shared<TcpNotificationHubBackEnd>(
           options.workflowManagerId, options.engineId, options.notificationEndpoint)),
       options.workflowManagerId, options.engineId, onRunFailure);
   local.engine->SetNotificationHubBackEnd(failureReport);
-  const TcpCommandProcessorBackEnd commands(hosting::withHostsEditRates(local.commandFrontEnd),
-                                            local.commandBackEnd, options.commandEndpoint);
+  const TcpCommandProcessorBackEnd commands(withHostsEditRates(local.commandFrontEnd), local.commandBackEnd,
+                                            options.commandEndpoint);
   const auto onEnginesEvent = [&](EngineEvent event) {
     // On the thread of the run, whatever that starts.
     if (options.core && event == EngineEvent::Running) useIfPossible(allCores);
@@ -131,4 +131,4 @@ void serveEngine(const EngineOptions& options, const std::function<void(EngineEv
   local.engine->RequestStop();
 }
 
-}  // namespace qor::programs
+}  // namespace qor::hosting

@@ -1,8 +1,8 @@
-#include "programs/support/OneLine.h"
+#include "runtime/console/OneLine.h"
 
 #include "runtime/tamb/EscapedText.h"
 
-namespace qor::programs {
+namespace qor::console {
 
 namespace {
 
@@ -25,4 +25,4 @@ std::string oneLine(std::string_view text, std::size_t longest) {
   return line;
 }
 
-}  // namespace qor::programs
+}  // namespace qor::console

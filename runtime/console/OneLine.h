@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace qor::programs {
+namespace qor::console {
 
 /// What a reason for a failure is cut to, in bytes: what carries it bounds a message to 65 536 bytes, and its
 /// reader's patience is shorter.
@@ -15,4 +15,4 @@ inline constexpr std::size_t longestReason = 8'000;
 /// UTF-8 become question marks, and a longer text is cut between two characters and ends in "...".
 std::string oneLine(std::string_view text, std::size_t longest = longestReason);
 
-}  // namespace qor::programs
+}  // namespace qor::console

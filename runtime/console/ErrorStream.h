@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-namespace qor::programs {
+namespace qor::console {
 
 /// Writes a line to the standard error stream, and does not wait for its reader: lines that the stream does
 /// not take at once are dropped, and counted in a line of its own as soon as it takes some again. A reader
@@ -18,4 +18,4 @@ void writeDroppedLines();
 /// same one. False when the stream did not take all of it.
 bool writeWithoutWaiting(int descriptor, std::string_view text);
 
-}  // namespace qor::programs
+}  // namespace qor::console

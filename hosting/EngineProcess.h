@@ -3,9 +3,9 @@
 #include <functional>
 #include <string>
 
-#include "programs/engine/EngineOptions.h"
+#include "hosting/EngineOptions.h"
 
-namespace qor::programs {
+namespace qor::hosting {
 
 /// What an engine's process tells whoever watches over it.
 enum class EngineEvent {
@@ -35,4 +35,4 @@ enum class EngineEvent {
 void serveEngine(const EngineOptions& options, const std::function<void(EngineEvent)>& onEvent,
                  const std::function<void(const std::string& reason)>& onRunFailure);
 
-}  // namespace qor::programs
+}  // namespace qor::hosting

@@ -3,7 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <optional>
 
-namespace qor::programs {
+namespace qor::console {
 
 /// Parses the command line of a program, after adding --version to what it takes. The program's exit code
 /// when there is nothing to run: 0 when it was asked about itself, 2 after wrong usage; either has been
@@ -14,4 +14,4 @@ namespace qor::programs {
 /// as many descriptors as the system allows: libzmq ends a process that has none for a peer that connects.
 std::optional<int> parseCommandLine(CLI::App& app, int argumentCount, char** arguments);
 
-}  // namespace qor::programs
+}  // namespace qor::console

@@ -9,10 +9,10 @@
 #include <string>
 #include <utility>
 
-#include "programs/engine/EngineProcess.h"
+#include "hosting/EngineProcess.h"
 #include "runtime/processes/Pipe.h"
 
-namespace qor::programs {
+namespace qor::hosting {
 
 /// The process of one engine as its supervisor, its parent, sees it: how far it is, what it writes on its
 /// standard output and error streams, which goes to our standard error stream, and how it ends. One thread.
@@ -102,4 +102,4 @@ class EngineChild {
   std::string whyKilled_;
 };
 
-}  // namespace qor::programs
+}  // namespace qor::hosting

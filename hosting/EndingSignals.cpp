@@ -1,4 +1,4 @@
-#include "programs/engine/EndingSignals.h"
+#include "hosting/EndingSignals.h"
 
 #include <poll.h>
 #include <sys/prctl.h>
@@ -10,7 +10,7 @@
 #include <system_error>
 #include <utility>
 
-namespace qor::programs {
+namespace qor::hosting {
 
 namespace {
 
@@ -61,4 +61,4 @@ void EndingSignals::attend() {
   }
 }
 
-}  // namespace qor::programs
+}  // namespace qor::hosting

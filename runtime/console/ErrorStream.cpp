@@ -1,4 +1,4 @@
-#include "programs/support/ErrorStream.h"
+#include "runtime/console/ErrorStream.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -11,12 +11,12 @@
 #include <mutex>
 #include <string>
 
-#include "programs/support/LogLine.h"
+#include "runtime/console/LogLine.h"
 #include "runtime/processes/Pipe.h"
 #include "runtime/tamb/EscapedText.h"
 #include "tamb/LogContext.h"
 
-namespace qor::programs {
+namespace qor::console {
 
 namespace {
 
@@ -101,4 +101,4 @@ bool writeWithoutWaiting(int descriptor, std::string_view text) {
   return writeSome(descriptor, text).empty();
 }
 
-}  // namespace qor::programs
+}  // namespace qor::console

@@ -3,9 +3,9 @@
 #include <functional>
 #include <string>
 
-#include "programs/engine/EngineOptions.h"
+#include "hosting/EngineOptions.h"
 
-namespace qor::programs {
+namespace qor::hosting {
 
 /// How an engine's process came to its end, as exit codes of the program.
 enum class EngineEnd : int {
@@ -39,4 +39,4 @@ struct EngineOutcome {
 EngineOutcome superviseEngine(const EngineOptions& options, const std::function<void(int pid)>& onReady,
                               const std::function<void(const std::string& reason)>& onFailure);
 
-}  // namespace qor::programs
+}  // namespace qor::hosting

@@ -1,4 +1,4 @@
-#include "programs/engine/EngineChild.h"
+#include "hosting/EngineChild.h"
 
 #include <poll.h>
 #include <sys/prctl.h>
@@ -14,13 +14,13 @@
 #include <string_view>
 #include <system_error>
 
-#include "programs/support/ErrorStream.h"
-#include "programs/support/LogLine.h"
-#include "programs/support/OneLine.h"
 #include "qor/utils/Log.h"
+#include "runtime/console/ErrorStream.h"
+#include "runtime/console/LogLine.h"
+#include "runtime/console/OneLine.h"
 #include "runtime/processes/ChildProcess.h"
 
-namespace qor::programs {
+namespace qor::hosting {
 
 using processes::LineReader;
 using processes::Pipe;
@@ -65,11 +65,11 @@ void EngineChild::Line::tell(EngineEvent event) const {
 }
 
 void EngineChild::Line::tellFailure(const std::string& reason) const {
-  write(std::string(failed) + oneLine(reason));
+  write(std::string(failed) + console::oneLine(reason));
 }
 
 void EngineChild::Line::tellRunFailure(const std::string& reason) const {
-  write(std::string(runFailed) + oneLine(reason, longestRunFailure));
+  write(std::string(runFailed) + console::oneLine(reason, longestRunFailure));
 }
 
 void EngineChild::Line::write(const std::string& line) const {
@@ -231,9 +231,9 @@ void EngineChild::take(EngineEvent event) {
 void EngineChild::passOn(LineReader& stream) {
   stream.readSome();
   for (std::string line; stream.takeLine(line);) {
-    const bool isRecord = isLogRecord(line);
-    writeErrorLine(isRecord ? line : capturedLine(line, process_));
-    lastLines_.push_back(oneLine(isRecord ? withoutLogPrefix(line) : line, longestLogLine));
+    const bool isRecord = console::isLogRecord(line);
+    console::writeErrorLine(isRecord ? line : console::capturedLine(line, process_));
+    lastLines_.push_back(console::oneLine(isRecord ? console::withoutLogPrefix(line) : line, longestLogLine));
     if (lastLines_.size() > keptLogLines) lastLines_.pop_front();
   }
 }
@@ -253,4 +253,4 @@ void EngineChild::drain() {
   drainOne(errors_, [this] { passOn(errors_); });
 }
 
-}  // namespace qor::programs
+}  // namespace qor::hosting

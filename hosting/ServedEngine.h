@@ -6,12 +6,12 @@
 #include <string>
 #include <utility>
 
-#include "programs/engine/EngineProcess.h"
+#include "hosting/EngineProcess.h"
 #include "runtime/tamb/CurrentException.h"
 #include "tamb/IEngineFrontEnd.h"
 #include "tamb/TAMBRuntimeError.h"
 
-namespace qor::programs {
+namespace qor::hosting {
 
 /// An engine as its controller is shown it. Whoever watches over the process is told of its run and of
 /// requests to stop it. All else is the engine's.
@@ -94,4 +94,4 @@ class ServedEngine final : public tamb::IEngineFrontEnd {
   std::atomic<bool> stopWasRequested_{false};
 };
 
-}  // namespace qor::programs
+}  // namespace qor::hosting

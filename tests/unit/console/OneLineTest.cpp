@@ -2,9 +2,9 @@
 
 #include <string>
 
-#include "programs/support/OneLine.h"
+#include "runtime/console/OneLine.h"
 
-namespace qor::programs {
+namespace qor::console {
 namespace {
 
 TEST(OneLine, LeavesALineAsItIs) {
@@ -45,4 +45,4 @@ TEST(OneLine, CutsBetweenTwoCharacters) {
 }
 
 }  // namespace
-}  // namespace qor::programs
+}  // namespace qor::console
