@@ -59,20 +59,26 @@ package_names() {
   awk 'FILENAME == ARGV[1] { there[$1] = $2; next } { print ($1 in there) ? there[$1] : $1 }' "$renamed" "$@" | sort -u
 }
 
-# install_packages LIST...: installs those Debian packages of the lists that are missing; asks for nothing when
-# there are none.
+# install_packages LIST...: names those Debian packages of the lists that are missing, and installs them. It asks for
+# nothing: where sudo needs a password, it fails and prints the command to run.
 install_packages() {
   local missing
   missing=$(comm -13 <(dpkg-query -W -f '${db:Status-Status} ${Package}\n' | sed -n 's/^installed //p' | sort -u) \
                      <(package_names "$@"))
   [ -n "$missing" ] || return 0
-  local sudo=
-  [ "$(id -u)" = 0 ] || sudo=sudo
-  [ -z "$sudo" ] || command -v sudo >/dev/null ||
-    fail "these packages are missing and only root can install them: ${missing//$'\n'/ }"
-  step "package lists" $sudo apt-get update
+  missing=${missing//$'\n'/ }
+  echo "Installing missing Debian packages: $missing"
+  local root=()
+  if [ "$(id -u)" != 0 ]; then
+    root=(sudo -n)
+    "${root[@]}" true 2>/dev/null || fail "only root can install packages, and sudo is missing or needs a password. Run" \
+      "\"apt-get update && apt-get install --no-install-recommends $missing\" as root first"
+  fi
+  step "package lists" "${root[@]}" apt-get update
+  # Of a configuration file that was edited, the edited version stays.
   # shellcheck disable=SC2086 # one word a package
-  step "packages" $sudo env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends $missing
+  step "packages" "${root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y \
+    -o Dpkg::Options::=--force-confdef -o Dpkg::Options::=--force-confold --no-install-recommends $missing
 }
 
 # build PRESET
