@@ -1,0 +1,74 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "engines/sdk/StepNotifications.h"
+#include "tamb/TambType.h"
+
+namespace qor::engines {
+
+/// What a key of an engine's document holds.
+enum class KeyType {
+  /// A text that is not empty.
+  Text,
+  /// A file or a URL: a text, or an object with the percent-encoded bytes of a name that is not UTF-8.
+  Location,
+  /// true or false.
+  Flag,
+  /// A whole number from 0 to 2^64 - 1.
+  Count,
+  /// One of the choices, a text.
+  Choice,
+  /// An object with keys of its own.
+  Object,
+};
+
+/// One key of an engine's document.
+struct ManualKey {
+  std::string name;
+  KeyType type = KeyType::Text;
+  std::string summary;
+  bool isRequired = false;
+  /// Empty for a choice whose default is the first one, a flag that is false and a count that is 0.
+  std::optional<NotificationValue> defaultValue = std::nullopt;
+  std::vector<std::string> choices = {};
+  std::vector<ManualKey> keys = {};
+};
+
+/// An argument of a command, or a value of a notification.
+struct ManualValue {
+  std::string name;
+  tamb::TambType type = tamb::TambType::UTF8String;
+  std::string summary = {};
+};
+
+struct ManualCommand {
+  std::string name;
+  std::string summary;
+  std::vector<ManualValue> arguments = {};
+};
+
+struct ManualNotification {
+  /// Its notification line.
+  std::string line;
+  std::string summary;
+  std::vector<ManualValue> values = {};
+  bool isAnError = false;
+};
+
+/// What an engine reports of itself, for people and for programs: what its description may hold, which
+/// commands it executes and what it publishes. The key "engine", which every document has, is not listed.
+struct EngineManual {
+  /// The value of the document's key "engine".
+  std::string name;
+  std::string summary;
+  /// Where its commands are sent to and its notifications come from.
+  std::string step;
+  std::vector<ManualKey> keys = {};
+  std::vector<ManualCommand> commands = {};
+  std::vector<ManualNotification> notifications = {};
+};
+
+}  // namespace qor::engines
