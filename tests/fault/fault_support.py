@@ -41,11 +41,7 @@ class StagedHost(Program):
 
     def __init__(self, folder, environment):
         super().__init__([os.environ["STAGED_HOST"], os.environ["TAMB_MULTIPROCESS"]], folder, environment,
-                         subprocess.PIPE)
-
-    def begin(self, line):
-        self._process.stdin.write(line.encode() + b"\n")
-        self._process.stdin.flush()
+                         stdin=subprocess.PIPE)
 
     def wait_for(self, pattern, seconds=PATIENCE):
         """The first line of its output that matches."""
@@ -71,13 +67,6 @@ class StagedHost(Program):
     def quit(self):
         self.begin("quit")
         return self.wait()
-
-    def ensure_ended(self):
-        super().ensure_ended()
-        try:
-            self._process.stdin.close()
-        except BrokenPipeError:
-            pass
 
 
 class Table:
@@ -107,8 +96,6 @@ FAILURE = re.compile(r"(?:Warning|Error  ) (\S+Z) \[.*?\] \d+ (.*)")
 # What the test's own commands cause, which have no edit rate, and its own freezing of engines so that a stage lasts.
 NOISE = "is due at once: its edit rate|commands without a time, due at once"
 FREEZING = "was stopped; it is killed when nobody continues it"
-# What the test itself keeps beside the programs' files.
-OWN_FILES = ("output-", "errors-")
 
 
 class FaultTest(ProgramsTest):
@@ -214,7 +201,7 @@ class FaultTest(ProgramsTest):
         pids = {program.pid for program in programs}
 
         def left():
-            self._reap_orphans()
+            self.reap_orphans()
             others = [each for each in processes_below(os.getpid()).items() if each[0] not in pids]
             return others + sorted(self.temporary.iterdir())
 
@@ -236,7 +223,7 @@ class FaultTest(ProgramsTest):
 
     def failures_logged(self):
         """The texts of warnings and errors each once, of all its programs; ids and paths left out."""
-        lines = [line for program in self._programs for line in program.errors().splitlines()]
+        lines = [line for program in self._processes for line in program.errors().splitlines()]
         noise = NOISE if "engine: SIGSTOP" in self.fault else f"{NOISE}|{FREEZING}"
         found = sorted(match.groups() for match in map(FAILURE.match, lines) if match and not re.search(noise, match[2]))
         texts = (re.sub(r"\d+", "N", re.sub(r"(ipc://)?/[^\s\"):]+", "…", text)) for _, text in found)
@@ -245,14 +232,13 @@ class FaultTest(ProgramsTest):
     def expect_logged(self, pattern):
         """That stands in a log, at the latest soon."""
         if pattern is not None:
-            wait_until(lambda: any(re.search(pattern, program.errors()) for program in self._programs),
-                       lambda: f"not logged: {pattern}: {[program.errors() for program in self._programs]}")
+            wait_until(lambda: any(re.search(pattern, program.errors()) for program in self._processes),
+                       lambda: f"not logged: {pattern}: {[program.errors() for program in self._processes]}")
 
     def files_left(self):
         """Files of the programs that are left, except for the socket of a service that serves."""
         return sorted(path.name for path in self.folder.iterdir()
-                      if path != self.temporary and not path.name.startswith(OWN_FILES)
-                      and not (path.name == "service" and not self.service_program.has_ended()))
+                      if path != self.temporary and not (path.name == "service" and not self.service_program.has_ended()))
 
     def conclude(self, said="", logs=None):
         """What every cell ends with."""

@@ -102,7 +102,7 @@ class OurChannels(ChannelsTest):
         host = self.host_process()
         for number in range(4):
             engine = self.live(host, number)
-            self.kill(engine, self.ipc("notifications"))
+            self.kill_side(engine, self.ipc("notifications"))
         self.assertEqual(self.live(host, 4).end(), 0)
         self.assertEqual(host.end(), 0)
 

@@ -22,7 +22,7 @@ class OurCommandChannel(ChannelsTest):
 
     def kill_engine(self, engine, host, descriptors_without):
         """The host has noticed it afterwards: what it pushes from now on waits for the next engine."""
-        self.kill(engine)
+        self.kill_side(engine)
         self.wait_until_gone(host, descriptors_without)
 
     def expect_end(self, *sides):
@@ -107,7 +107,7 @@ class OurCommandChannel(ChannelsTest):
             for number in range(3):
                 host.push_each(commands(100, first=number))
                 self.expect_commands(engine, commands(100, first=number))
-                self.kill(host, endpoint)
+                self.kill_side(host, endpoint)
                 host = self.host_process()
                 self.assertEqual(host.bind(endpoint), endpoint)
             host.push([LAST])

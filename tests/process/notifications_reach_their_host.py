@@ -22,7 +22,7 @@ class OurNotificationChannel(ChannelsTest):
 
     def kill_host(self, host, engine, descriptors_without):
         """The engine has noticed it afterwards: what it publishes from now on waits for the next host."""
-        self.kill(host)
+        self.kill_side(host)
         self.wait_until_gone(engine, descriptors_without)
 
     def expect_end(self, *sides):
@@ -108,7 +108,7 @@ class OurNotificationChannel(ChannelsTest):
             for number in range(3):
                 engine.push_each(notifications(100, first=number))
                 self.expect_notifications(host, notifications(100, first=number))
-                self.kill(engine, endpoint)
+                self.kill_side(engine, endpoint)
                 engine = self.engine_process()
                 self.assertEqual(engine.bind(endpoint), endpoint)
             engine.push([LAST])

@@ -263,9 +263,8 @@ class ChannelsTest(WireTest):
             self.assertEqual(side.whole_log(), "", "a log record on closing")
 
     def _side(self, process):
-        self._processes.append(process)
         self._sides.append(process)
-        return process
+        return self.watched(process)
 
     def host_process(self, **ids):
         return self._side(ChannelsHost({**IDS, **ids}))
@@ -280,7 +279,7 @@ class ChannelsTest(WireTest):
         """An address that stays this test's while the process that was bound to it is not there."""
         return f"tcp://127.0.0.1:{self.held_port()}"
 
-    def kill(self, process, *endpoints):
+    def kill_side(self, process, *endpoints):
         """As a crash does: the files of the endpoints that it has bound stay."""
         for endpoint in endpoints:
             self._expect_file(endpoint)

@@ -136,14 +136,10 @@ class HostProcess(EventfulProcess):
 
 class EngineTest(WireTest):
     def engine_process(self, request_endpoint=None, status_endpoint=None):
-        process = EngineProcess(request_endpoint or self.ipc("request"), status_endpoint or self.ipc("status"))
-        self._processes.append(process)
-        return process
+        return self.watched(EngineProcess(request_endpoint or self.ipc("request"), status_endpoint or self.ipc("status")))
 
     def host_process(self):
-        process = HostProcess()
-        self._processes.append(process)
-        return process
+        return self.watched(HostProcess())
 
     def engine_over(self, transport):
         """Our back end, at addresses of its own."""

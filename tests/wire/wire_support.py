@@ -6,55 +6,36 @@ classes generated from the schemas.
 
 import os
 import select
-import shutil
 import signal
 import socket
 import subprocess
 import sys
-import tempfile
 import threading
 import time
-import unittest
 
 import zmq
 
 import CommandAndNotification_pb2 as channels
 import TcpEngine_pb2 as engine
-from promises import PromisesTest
+from processes import LOOK_INTERVAL, PATIENCE, Process, ProcessTest
 from qor.proto import ApiService_pb2 as service
 
-# How long a test waits for what has to come: reached by a broken system only, however busy the machine is.
-PATIENCE = 30
 # How long a test watches that nothing comes.
 BRIEFLY = 0.3
 # The bound that our sockets receive with, unless a test is about bounds.
 BOUND = 65536
-# How often a test looks at another process.
-LOOK_INTERVAL = 0.005
 
 
 class PeerFailure(Exception):
     """An operation of a driven socket has thrown; the text is the exception's."""
 
 
-class DrivenProcess:
+class DrivenProcess(Process):
     """A process that answers each line with one line. Its standard error stream is kept for `log`."""
 
     def __init__(self, arguments):
-        self._errors = tempfile.TemporaryFile()
-        self._process = subprocess.Popen(
-            arguments, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=self._errors)
+        super().__init__(arguments, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
         self._received = b""
-        self._log_read = 0
-
-    @property
-    def pid(self):
-        return self._process.pid
-
-    def begin(self, line):
-        """Sends a line whose answer is fetched later."""
-        self._process.stdin.write(line.encode() + b"\n")
-        self._process.stdin.flush()
 
     def has_answer_within(self, seconds):
         if b"\n" in self._received:
@@ -80,13 +61,6 @@ class DrivenProcess:
         self.begin(line)
         return self.answer(seconds)
 
-    def log(self):
-        """The lines that the process has written to its standard error stream since the last call."""
-        written = os.pread(self._errors.fileno(), 1 << 24, self._log_read)
-        complete = written[:written.rfind(b"\n") + 1]
-        self._log_read += len(complete)
-        return complete.decode(errors="backslashreplace").splitlines()
-
     def descriptors(self):
         """How many sockets the process has open; a connection is one of them."""
         count = 0
@@ -111,15 +85,6 @@ class DrivenProcess:
             states[thread] = (fields["State"].split()[0] == "S", fields["voluntary_ctxt_switches"])
         return states
 
-    def signal(self, number):
-        self._process.send_signal(number)
-
-    def kill(self):
-        """Ends the process as a crash does, and reaps it."""
-        self._process.kill()
-        self._process.wait(PATIENCE)
-        self._close_pipes()
-
     def end(self):
         """Lets the process end by itself, and reaps it: its exit code. Kills one that does not end, and fails."""
         if self._process.poll() is None:
@@ -136,19 +101,6 @@ class DrivenProcess:
         code = self._process.wait(PATIENCE)
         self._close_pipes()
         return code
-
-    def ensure_ended(self):
-        if self._process.poll() is None:
-            self.kill()
-        self._close_pipes()
-        self._errors.close()
-
-    def _close_pipes(self):
-        for pipe in (self._process.stdin, self._process.stdout):
-            try:
-                pipe.close()
-            except BrokenPipeError:
-                pass
 
 
 class OurSocket(DrivenProcess):
@@ -272,18 +224,17 @@ class Stranger:
             connection.close()
 
 
-class WireTest(PromisesTest):
+class WireTest(ProcessTest):
     """Gives a test its folder, its sockets and its processes, and sees that nothing of them is left behind."""
 
     def setUp(self):
-        self.folder = tempfile.mkdtemp(prefix="wire-")
+        super().setUp()
         self.context = zmq.Context()
-        self._processes = []
         self._ours = []
         self._strangers = []
         self._stock_sockets = []
         self._stock_files = set()
-        self.addCleanup(self._clean_up)
+        self.addCleanup(self._close_sockets)
 
     def tearDown(self):
         self.context.destroy(linger=0)
@@ -293,29 +244,23 @@ class WireTest(PromisesTest):
             self.assertIn(process.end(), (0, -signal.SIGKILL))
         for ours in self._ours:
             self.assertEqual(ours.log(), [], "a diagnostic on closing")
-        # A stock socket leaves its file where it is.
-        self.assertLessEqual(set(os.listdir(self.folder)), self._stock_files, "a socket file is left behind")
-        for file in os.listdir(self.folder):
-            os.unlink(os.path.join(self.folder, file))
-        os.rmdir(self.folder)
-        with self.assertRaises(ChildProcessError, msg="a child is left behind"):
-            os.waitpid(-1, os.WNOHANG)
+        self.expect_nothing_left(seconds=0)
 
-    def _clean_up(self):
+    def left(self):
+        # A stock socket leaves its file where it is.
+        return super().left() + sorted(set(os.listdir(self.folder)) - self._stock_files)
+
+    def _close_sockets(self):
         self.context.destroy(linger=0)
         for stranger in self._strangers:
             stranger.close()
-        for process in self._processes:
-            process.ensure_ended()
-        shutil.rmtree(self.folder, ignore_errors=True)
 
     def ipc(self, name="socket"):
         return f"ipc://{self.folder}/{name}"
 
     def ours(self, name="Ours", close_policy=2):
         """A socket of ours that is not open yet."""
-        ours = OurSocket(name, close_policy)
-        self._processes.append(ours)
+        ours = self.watched(OurSocket(name, close_policy))
         self._ours.append(ours)
         return ours
 
@@ -336,9 +281,7 @@ class WireTest(PromisesTest):
 
     def stock_process(self, kind, endpoint):
         self._expect_file(endpoint)
-        peer = StockPeer(kind, endpoint)
-        self._processes.append(peer)
-        return peer
+        return self.watched(StockPeer(kind, endpoint))
 
     def held_port(self):
         """A port of 127.0.0.1 that this test alone is given: who asks for any free port does not get this one."""
@@ -387,13 +330,6 @@ class WireTest(PromisesTest):
         subscriber_role_opener(endpoint)
         self.assertEqual(publisher.recv(), b"\x01")
         return publisher
-
-    def wait_until(self, condition, what):
-        """Looks at something outside this process until it is so."""
-        deadline = time.monotonic() + PATIENCE
-        while not condition():
-            self.assertLess(time.monotonic(), deadline, what)
-            time.sleep(LOOK_INTERVAL)
 
     def wait_until_gone(self, ours, descriptors):
         """Waits until our side has closed its end of a connection, and has finished whatever follows from that."""
