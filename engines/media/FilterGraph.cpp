@@ -127,9 +127,13 @@ void FilterGraph::setFrameSize(unsigned int samples) { av_buffersink_set_frame_s
 void FilterGraph::push(FrameHandle frame) {
   requireSameKind(*frame);
   end_ = av_sat_add64(frame->pts, isVideo(*frame) ? frameDuration_ : frame->nb_samples);
+  forgetFfmpegErrorLine();
   // Without this flag, the frame would wait in front of the filters, where a command would overtake it.
-  ffmpegCall([&] { return av_buffersrc_add_frame_flags(source_, frame.get(), AV_BUFFERSRC_FLAG_PUSH); },
-             [this] { return quotedFilters() + " failed"; });
+  const int result = av_buffersrc_add_frame_flags(source_, frame.get(), AV_BUFFERSRC_FLAG_PUSH);
+  // Since FFmpeg 7, the end of the filters is reported here, as that of "trim=end=1".
+  if (result < 0 && result != AVERROR_EOF) {
+    throwFfmpegError(result, quotedFilters() + " failed");
+  }
 }
 
 void FilterGraph::finish() {

@@ -35,7 +35,8 @@ class FilterGraph {
   /// Each audio frame that is pulled, but the last, has so many samples.
   void setFrameSize(unsigned int samples);
 
-  /// Throws when the frame is of another kind than that which the graph was made for.
+  /// Drops the frame if the filters take no more, since one of them has ended. Throws when the frame is of
+  /// another kind than that which the graph was made for.
   void push(FrameHandle frame);
   /// No more frames are to be pushed.
   void finish();

@@ -295,5 +295,16 @@ TEST_F(Transcode, WritesThroughASymbolicLink) {
   EXPECT_THAT(readBack(path("real.mkv")).pictures, SizeIs(50));
 }
 
+TEST_F(Transcode, AFilterMayEndBeforeTheMedia) {
+  run(media({{"input", quoted(sharedClip())},
+             {"output", quoted(path("out.mkv"))},
+             {"videoFilter", R"("trim=end=1")"},
+             {"audioFilter", R"("atrim=end=1")"}}));
+  ASSERT_TRUE(heard_->only("Finished")) << failure();
+  const auto result = readBack(path("out.mkv"));
+  EXPECT_THAT(result.pictures, SizeIs(25));
+  EXPECT_THAT(result.samples, SizeIs(48'000));
+}
+
 }  // namespace
 }  // namespace qor::engines::test
