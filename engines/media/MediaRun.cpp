@@ -168,20 +168,25 @@ void MediaRun::openLanes() {
   }
 }
 
-void MediaRun::leaveOut(const StreamDecoder& decoder) {
+void MediaRun::leaveOut(StreamDecoder& decoder) {
   const auto index = decoder.stream().index;
-  if (!decoder.ended()) {
+  const auto& error = decoder.firstError();
+  const bool ended = decoder.ended();
+  if (!ended && error.empty()) {
     throw TAMBRuntimeError(
         fmt::format("Stream {} of {:?} begins too far behind the other one", index, document_.input));
   }
-  const auto& error = decoder.firstError();
   const auto* const what = asked(decoder.stream().codecpar->codec_type);
   if (!error.empty() && what != nullptr) {
     throw TAMBRuntimeError(
         fmt::format("Nothing can be decoded of stream {} of {:?}, for which there is {}: {}", index,
                     document_.input, what, error));
   }
-  const auto reason = error.empty() ? "it is empty" : "nothing of it can be decoded: " + error;
+  std::string reason = "it is empty";
+  if (!error.empty()) {
+    reason = (ended ? "nothing of it can be decoded: " : "nothing of its beginning can be decoded: ") + error;
+  }
+  decoder.end();
   faults_.leftOut(index, reason);
   tamb::WriteLogRecord(tamb::LogLevel::Warning,
                        fmt::format("Stream {} of {:?} is left out: {}", index, document_.input, reason));

@@ -53,9 +53,9 @@ class MediaRun final : public MediaCommandTarget {
   void openLanes();
   /// What the document asks of a stream of that type; null when there is nothing.
   const char* asked(AVMediaType type) const;
-  /// Goes on without a stream that gave no frame. Throws when it may have frames, or when nothing of it can
-  /// be decoded and the document asks something of it.
-  void leaveOut(const StreamDecoder& decoder);
+  /// Goes on without a stream that gave no frame. Throws if it begins too far behind the other one, or if it
+  /// cannot be decoded and the document asks something of it.
+  void leaveOut(StreamDecoder& decoder);
   void process();
   void finish();
   /// Throws when a run has been cut short whose output nobody wants.

@@ -91,6 +91,13 @@ FrameHandle StreamDecoder::take() {
   return std::exchange(frame_, makeFrame());
 }
 
+void StreamDecoder::end() {
+  if (!ended_) {
+    ended_ = true;
+    input_.deselect(stream_);
+  }
+}
+
 Moment StreamDecoder::time() const {
   if (frameRate_.num > 0 && frameRate_.den > 0 && codec_->codec_type == AVMEDIA_TYPE_VIDEO) {
     const auto frameDuration = av_inv_q(frameRate_);
@@ -124,8 +131,7 @@ bool StreamDecoder::decode() {
     }
     if (result == AVERROR_EOF || lostWithoutPacket > mostLostWithoutPacket) {
       // It may do so before its packets have come to an end.
-      ended_ = true;
-      input_.deselect(stream_);
+      end();
       return false;
     }
     if (result != AVERROR(EAGAIN)) {

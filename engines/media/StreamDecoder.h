@@ -26,6 +26,8 @@ class StreamDecoder {
   bool isFill() const { return isFill_; }
   /// False after a null peek() when the input has to be asked for the other stream first.
   bool ended() const { return ended_; }
+  /// Gives the stream up: its packets no longer keep the other one waiting.
+  void end();
 
   /// Why the first part that was skipped could not be decoded; empty if there was none.
   const std::string& firstError() const { return firstError_; }

@@ -220,6 +220,62 @@ TEST_F(Damage, OfAWholeStreamLeavesTheOther) {
   EXPECT_EQ(finished("decodeErrors"), 50U);
 }
 
+/// A stream that cannot be decoded, beside more of the other one than may wait.
+class DamageBesideALongStream : public Damage {
+ protected:
+  /// "dark.nut": 21 000 packets of sound, and pictures that cannot be decoded.
+  void writeDark() const {
+    writeClip({.video = "testsrc2=size=64x48:rate=5:duration=14,format=yuvj420p",
+               .videoCodec = "mjpeg",
+               .audio = "sine=sample_rate=48000:duration=14"},
+              path("usual.nut"));
+    ffmpegConvert(path("usual.nut"), path("short.nut"), "-c:v copy -c:a pcm_s16le -af asetnsamples=n=32");
+    write("dark.nut", withoutPictures(fileBytes(path("short.nut"))));
+  }
+  /// "mute.nut": 41 MB of pictures, and sound that cannot be decoded.
+  void writeMute() const {
+    auto bytes = bytesOf({.video = "color=size=1280x720:rate=5:duration=6,format=yuv420p",
+                          .videoCodec = "rawvideo",
+                          .audio = "sine=sample_rate=48000:duration=6",
+                          .audioCodec = "flac"},
+                         "whole.nut");
+    const std::string header = "\xff\xf8\x5a";
+    for (auto at = bytes.find(header); at != std::string::npos; at = bytes.find(header, at)) {
+      bytes.replace(at, header.size(), header.size(), '\0');
+    }
+    write("mute.nut", bytes);
+  }
+  std::int64_t streamLeftOut() const {
+    const auto leftOut = heard_->only("StreamLeftOut");
+    if (!leftOut) return -1;
+    const auto values = leftOut->GetNotificationObject();
+    EXPECT_THAT(values->GetUTF8String("reason"), HasSubstr("nothing of its beginning can be decoded"));
+    return values->GetInt64("stream");
+  }
+};
+
+TEST_F(DamageBesideALongStream, OfPicturesLeavesTheSound) {
+  writeDark();
+  convert("dark.nut", "out.mkv");
+  ASSERT_TRUE(heard_->only("Finished")) << failure();
+  EXPECT_EQ(streamLeftOut(), 0);
+  EXPECT_THAT(readBack(path("out.mkv")).samples, SizeIs(14 * 48'000));
+}
+
+TEST_F(DamageBesideALongStream, OfPicturesThatAreToBeFilteredFailsTheRun) {
+  writeDark();
+  run(media({{"input", quoted(path("dark.nut"))}, {"videoFilter", R"("hue=s=0")"}}));
+  EXPECT_THAT(failure(), AllOf(HasSubstr("stream 0"), HasSubstr("for which there is a filter")));
+}
+
+TEST_F(DamageBesideALongStream, OfSoundLeavesThePictures) {
+  writeMute();
+  run(media({{"input", quoted(path("mute.nut"))}}));
+  ASSERT_TRUE(heard_->only("Finished")) << failure();
+  EXPECT_EQ(streamLeftOut(), 1);
+  EXPECT_EQ(finished("videoFrames"), 30U);
+}
+
 TEST_F(Damage, OfAWholeStreamFailsTheRunThatIsToFilterIt) {
   write("dark.nut",
         withoutPictures(bytesOf({.video = "testsrc2=size=64x48:rate=25:duration=2,format=yuvj420p",
