@@ -25,6 +25,10 @@ constexpr std::chrono::milliseconds timeForQuickReply{10};
 /// reply that is far too large is still received, for its exchange to fail with the reason.
 constexpr ConnectionLimits limits{.sendQueue = 64, .receiveQueue = 64, .largestPart = 8 * largestMessagePart};
 
+/// A peer that has come back is tried within that time by every subscriber, which then takes microseconds to
+/// connect and to subscribe. The rest is for busy machines.
+constexpr auto timeForSubscribers = longestReconnectInterval + std::chrono::milliseconds(90);
+
 /// Long before it is over, we have connected again or closed.
 constexpr std::chrono::milliseconds noReconnectionByLibzmq = std::chrono::hours(1);
 
@@ -70,6 +74,7 @@ void RequesterSocket::send(const google::protobuf::Message& message, std::size_t
       throw failure(
           fmt::format("the connection is lost and did not come back within {} ms", reconnectTimeOut.count()));
     }
+    if (!waitForSubscribers()) continue;
     lossesWhenSent_ = connection_->losses();
     if (socket().trySend(encoded) == ZmqSocket::Sent::Yes) break;
     // The socket has yet to hear that there is room again.
@@ -129,6 +134,19 @@ bool RequesterSocket::waitForConnection(Deadline deadline) {
     if (!connection_->wait(socket().descriptor(), nextLook) && nextLook == deadline) {
       return connection_->stands();
     }
+  }
+  return true;
+}
+
+bool RequesterSocket::waitForSubscribers() {
+  const std::uint64_t losses = connection_->losses();
+  const Deadline deadline = Deadline::clock::now() + timeForSubscribers;
+  while (losses != lossesWaitedFor_) {
+    if (connection_->isInterrupted()) throw failure("was closed while it waited for its connection");
+    // Throws when the context is being shut down, which ends every wait.
+    socket().takeInNews();
+    if (!connection_->wait(socket().descriptor(), deadline)) lossesWaitedFor_ = losses;
+    if (connection_->losses() != losses) return false;
   }
   return true;
 }

@@ -33,10 +33,15 @@ class RequesterSocket : public ZmqOpenSocket {
   bool onReply();
   /// False when the connection does not stand by the deadline.
   bool waitForConnection(Deadline deadline);
+  /// After a loss, gives this process's subscribers to the same peer time to connect again: what the peer
+  /// publishes on the next request would not reach them. Blocks at most 200 ms; false when the connection is
+  /// lost once more meanwhile.
+  bool waitForSubscribers();
 
   std::optional<Connection> connection_;
   Exchange exchange_ = Exchange::None;
   std::uint64_t lossesWhenSent_ = 0;
+  std::uint64_t lossesWaitedFor_ = 0;  ///< so many losses have been followed by waitForSubscribers()
   ZmqMessage reply_;
   unsigned int parts_ = 0;
 };

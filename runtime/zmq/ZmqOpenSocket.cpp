@@ -15,6 +15,8 @@ namespace {
 /// A peer may appear or come back at any moment; trying a local address costs microseconds.
 constexpr int firstReconnectMilliseconds = 10;
 constexpr int lastReconnectMilliseconds = 100;
+// libzmq adds a random part of the first interval.
+static_assert(longestReconnectInterval.count() == lastReconnectMilliseconds + firstReconnectMilliseconds);
 constexpr int connectTimeOutMilliseconds = 2'000;
 /// libzmq's threads answer a handshake, however busy their process is. A peer that connects and sends nothing
 /// holds a descriptor no longer than this.

@@ -29,6 +29,9 @@ struct ConnectionLimits {
 /// The longest part of a message that is received, in bytes: twice the limit for what may be sent.
 constexpr std::int64_t largestMessagePart = 131'072;
 
+/// How long libzmq waits at most before it tries again to connect.
+constexpr std::chrono::milliseconds longestReconnectInterval{110};
+
 /// What the four roles share: the libzmq socket and its side of the endpoint.
 class ZmqOpenSocket : public OpenSocket {
  public:

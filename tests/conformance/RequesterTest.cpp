@@ -1,4 +1,5 @@
 #include <stdexcept>
+#include <utility>
 
 #include "tests/conformance/SocketTest.h"
 #include "tests/support/BackgroundCall.h"
@@ -168,6 +169,40 @@ TEST_P(Requester, ExchangesAgainWithTheNextReplierAfterALoss) {
     EXPECT_EQ(receiveNumber(replier_), number);
     sendReply(replier_, number);
     EXPECT_EQ(receiveReply(requester_), number);
+  }
+}
+
+TEST_P(Requester, AsksAfterALossOnceASubscriberOfTheSamePeerIsConnectedAgain) {
+  const SocketEndpoint statuses = newEndpoint();
+  Socket publisher("RequesterTestPublisher", ClosePolicy::Newest);
+  Socket subscriber("RequesterTestSubscriber", ClosePolicy::Newest);
+  publisher.createAndConnect(Protocol::Publisher, statuses, 0);
+  subscriber.createAndConnect(Protocol::Subscriber, statuses, 0);
+  openBoth();
+  // The longer an outage lasts, the less often is a connection tried.
+  for (const auto outage : {0, 20, 60, 100, 150, 200, 250, 300, 0}) {
+    // Its owner polls all the time: so it learns of the loss.
+    BackgroundCall receiving([&] {
+      const auto first = receiveNumber(subscriber);
+      return std::pair(first, receiveNumber(subscriber));
+    });
+    publisher.close();
+    loseReplier();
+    BackgroundCall sending([&] { return sendEventually(3); });
+    // The outage itself.
+    EXPECT_FALSE(sending.endsWithin(std::chrono::milliseconds(outage)));
+    publisher.createAndConnect(Protocol::Publisher, statuses, 0);
+    replier_.createAndConnect(Protocol::Replier, endpoint_, 0);
+    EXPECT_EQ(receiveNumber(replier_), 3U);
+    // Without a subscriber, the second supersedes the first.
+    sendNumber(publisher, 1);
+    sendNumber(publisher, 2);
+    EXPECT_TRUE(sending.get());
+    sendReply(replier_, 3);
+    EXPECT_EQ(receiveReply(requester_), 3U);
+    // One that lacks the first waits for another.
+    if (!receiving.endsWithin(atOnce)) sendNumber(publisher, 0);
+    ASSERT_EQ(receiving.get(), std::pair(1U, 2U)) << "after an outage of " << outage << " ms";
   }
 }
 

@@ -11,6 +11,7 @@ from promises import Bound
 from relay import RelayedService
 
 CUT_SECONDS = 5
+SHORT_CUTS = 8
 
 
 class RelayedTest(FaultTest):
@@ -66,6 +67,30 @@ class Cut(RelayedTest):
         self.host.begin("run")
         self.expect_whole_rest(100)
         self.conclude("heartbeats that fail are logged; commands wait and arrive")
+
+    def test_run_that_takes_no_time(self):
+        """Requested during a short cut, it has ended before the host could wait for the next periodic status."""
+        self.stage, self.fault = IDLE, "connection: cut, restored after 0.2 s"
+        runs = 0
+        for number in range(SHORT_CUTS):
+            folder = self.folder / f"cut-{number}"
+            folder.mkdir()
+            self.relayed = RelayedService(folder, lambda *arguments: self.start("TAMB_ENGINE", *arguments))
+            self.addCleanup(self.relayed.close)
+            self.host = self.staged_host()
+            self.host.call(f'wire {self.relayed.endpoint} {{"engine": "test", "behaviour": "throw"}}')
+            self.cut()
+            self.host.begin("run")
+            # The fault lasts that long.
+            time.sleep(0.2)
+            self.relayed.restore()
+            self.expect_told("run", AT_ONCE)
+            # On a busy machine the connection may come back too late for the request.
+            runs += "Failed sending ping" not in self.host.errors()
+            self.expect_destroyed()
+            self.expect_engines_gone(CUT_SECONDS + 20)
+        self.assertGreater(runs, 0, self.host.everything())
+        self.conclude("Run returns when the run has ended", "thrown in the run")
 
     def test_running(self):
         self.reach(RUNNING)

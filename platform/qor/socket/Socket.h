@@ -51,9 +51,9 @@ class Socket {
   /// to a Requester without a request or whose connection is lost, or to a socket that was never opened.
   int poll(unsigned int timeOutMilliseconds, std::string& errorText);
 
-  /// Sends one message; never waits for a receiver, except that a Requester without connection waits at most
-  /// 500 ms for it to come back. Throws std::runtime_error when the message is incomplete or larger than
-  /// maximumMessageSize, when a queue is full, and when there is nobody to answer.
+  /// Sends one message. Never waits for a receiver, but after a loss a Requester waits: at most 500 ms for
+  /// its connection, and 200 ms for this process's Subscribers. Throws std::runtime_error when the message is
+  /// incomplete or over maximumMessageSize, when a queue is full, and when there is nobody to answer.
   void sendProtoBuf(google::protobuf::Message* message);
 
   /// Receives one message. Waits for it without limit, but a Requester throws std::runtime_error as soon as
