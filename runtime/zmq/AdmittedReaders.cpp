@@ -1,37 +1,42 @@
 #include "runtime/zmq/AdmittedReaders.h"
 
 #include <algorithm>
-#include <string>
-#include <string_view>
+#include <chrono>
+#include <vector>
 
 namespace qor::socket {
 
 namespace {
 
-/// What XPUB receives when a peer subscribes to everything.
-constexpr std::string_view subscription{"\1", 1};
-
 /// Ends an update while peers connect and disconnect without pause.
 constexpr int mostRounds = 10;
 
+/// libzmq's thread closes a connection within microseconds of its report, once it has a processor. Whoever
+/// sends waits as long.
+constexpr std::chrono::milliseconds timeToClose{1};
+
 }  // namespace
 
-AdmittedReaders::AdmittedReaders(ZmqSocket& socket, Context& context, unsigned int limit,
-                                 const SocketLabel& label)
-    : socket_(socket),
-      monitor_(socket, context, ZMQ_EVENT_DISCONNECTED, label.text()),
-      limit_(limit),
-      refusals_(label, limit) {
-  socket_.setOption(ZMQ_XPUB_MANUAL, 1);
-}
-
 bool AdmittedReaders::update() {
-  // libzmq passes a subscription on before it reports the end of its connection, but by another way. Once a
-  // look finds no further ends, all those are known that happened ahead of the subscriptions taken so far.
+  // What was received over these is among the messages taken from now on.
+  std::vector<int> closed;
+  for (const auto& [number, descriptor] : closing_) {
+    if (!descriptor.isOpen()) closed.push_back(number);
+  }
+  // Subscriptions and ends come in different ways. Once a look finds no further ends, all those are known
+  // that happened before the subscriptions taken so far.
   takeMessages();
-  for (int round = 0; round < mostRounds && takeDisconnected(); ++round) {
+  for (int round = 1; takeEnds(); ++round) {
     takeMessages();
-    forgetDisconnected();
+    forgetEnded();
+    if (round == mostRounds) {
+      disconnectNewcomers();
+      break;
+    }
+  }
+  for (const int number : closed) {
+    const auto found = closing_.find(number);
+    if (found != closing_.end() && !found->second.isOpen()) closing_.erase(found);
   }
   const bool hasAdmitted = admitLatest();
   refuseNewcomers();
@@ -39,47 +44,79 @@ bool AdmittedReaders::update() {
 }
 
 void AdmittedReaders::takeMessages() {
-  ZmqMessage message;
-  while (socket_.tryReceive(message)) onMessage(message);
+  while (const auto message = subscribers_.takeMessage()) onMessage(*message);
 }
 
-void AdmittedReaders::onMessage(ZmqMessage& message) {
+void AdmittedReaders::onMessage(const Subscribers::Message& message) {
   latest_.reset();
-  const int descriptor = ::zmq_msg_get(message.get(), ZMQ_SRCFD);
-  // libzmq's own report that a subscription has ended, which does not name the peer.
-  if (descriptor < 0) return;
-  const std::string_view content(static_cast<const char*>(message.data()), message.size());
-  // A reader subscribes to everything, once. libzmq would keep any number of topics.
-  if (content != subscription || waiting_.contains(descriptor) || !newcomers_.insert(descriptor).second) {
-    connections_->disconnect(descriptor);
+  const int descriptor = message.descriptor;
+  if (descriptor == Subscribers::Message::noDescriptor) {
+    // By now libzmq has closed the connection. Its end was reported before, but if that was missed, the
+    // publisher would serve nobody for ever.
+    std::erase_if(admitted_, [](const auto& reader) { return !reader.second.isOpen(); });
+    return;
+  }
+  // A reader subscribes to everything, once: libzmq would keep any number of topics. The subscription of a
+  // connection that has ended cannot be told from one by its successor, on the same descriptor.
+  if (!message.isSubscription || admitted_.contains(descriptor) || waiting_.contains(descriptor) ||
+      closing_.contains(descriptor) || !newcomers_.insert(descriptor).second) {
+    subscribers_.disconnect(descriptor);
   } else {
     latest_ = descriptor;
   }
 }
 
-bool AdmittedReaders::takeDisconnected() {
-  disconnected_.clear();
-  while (const auto event = monitor_.take()) disconnected_.insert(event->value);
-  return !disconnected_.empty();
+bool AdmittedReaders::takeEnds() {
+  ended_.clear();
+  while (const auto descriptor = subscribers_.takeEnd()) ended_.insert(*descriptor);
+  waitUntilEndedAreClosed();
+  return !ended_.empty();
 }
 
-void AdmittedReaders::forgetDisconnected() {
-  for (const int descriptor : disconnected_) {
+/// A peer that subscribes and breaks the protocol in one write: libzmq reports its end, then passes its
+/// subscription on, then closes the connection. Once that is closed, the subscription is there to be taken.
+void AdmittedReaders::waitUntilEndedAreClosed() {
+  const auto deadline = std::chrono::steady_clock::now() + timeToClose;
+  for (const int number : ended_) {
+    const auto descriptor = ForeignDescriptor::of(number);
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    if (descriptor) descriptor->waitUntilClosed(left);
+    if (descriptor && descriptor->isOpen()) {
+      closing_.insert_or_assign(number, *descriptor);
+    } else {
+      closing_.erase(number);
+    }
+  }
+}
+
+void AdmittedReaders::forgetEnded() {
+  for (const int descriptor : ended_) {
     admitted_.erase(descriptor);
     waiting_.erase(descriptor);
     if (latest_ == descriptor) latest_.reset();
     // The subscriber may be another peer, on a new connection with the same descriptor. It will try again.
-    if (newcomers_.erase(descriptor) != 0) connections_->disconnect(descriptor);
+    if (newcomers_.erase(descriptor) != 0) subscribers_.disconnect(descriptor);
   }
+}
+
+/// Some of them may have ended without our knowing it yet, and a report that comes later could be of a
+/// predecessor on the same descriptor.
+void AdmittedReaders::disconnectNewcomers() {
+  std::ranges::for_each(newcomers_, [this](int descriptor) { subscribers_.disconnect(descriptor); });
+  newcomers_.clear();
+  latest_.reset();
 }
 
 /// XPUB grants a subscription to the peer whose message was taken last, and version 4.3.4 does not check that
 /// it still has a connection to that peer. It has one if the subscription was the last message to come: the
 /// end of the connection would have brought another.
 bool AdmittedReaders::admitLatest() {
-  if (!latest_ || isFull() || admitted_.contains(*latest_)) return false;
-  socket_.setOption(ZMQ_SUBSCRIBE, std::string());
-  admitted_.insert(*latest_);
+  if (!latest_ || isFull()) return false;
+  const auto descriptor = ForeignDescriptor::of(*latest_);
+  if (!descriptor) return false;
+  subscribers_.admitLatest();
+  admitted_.emplace(*latest_, *descriptor);
   return true;
 }
 
@@ -87,12 +124,12 @@ void AdmittedReaders::refuseNewcomers() {
   for (const int descriptor : newcomers_) {
     if (admitted_.contains(descriptor)) continue;
     waiting_.insert(descriptor);
-    if (isFull()) refusals_.note(connections_->peer(descriptor));
+    if (isFull()) refusals_.note(subscribers_.describe(descriptor));
   }
   newcomers_.clear();
   latest_.reset();
   if (isFull()) return;
-  std::ranges::for_each(waiting_, [this](int descriptor) { connections_->disconnect(descriptor); });
+  std::ranges::for_each(waiting_, [this](int descriptor) { subscribers_.disconnect(descriptor); });
   waiting_.clear();
 }
 

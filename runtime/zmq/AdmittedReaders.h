@@ -1,34 +1,30 @@
 #pragma once
 
 #include <cstddef>
+#include <map>
 #include <optional>
 #include <set>
 
 #include "runtime/messaging/RefusalLog.h"
 #include "runtime/messaging/SocketLabel.h"
-#include "runtime/zmq/AcceptedConnections.h"
-#include "runtime/zmq/Context.h"
-#include "runtime/zmq/SocketMonitor.h"
-#include "runtime/zmq/ZmqHandles.h"
+#include "runtime/zmq/ForeignDescriptor.h"
+#include "runtime/zmq/Subscribers.h"
 
 namespace qor::socket {
 
-/// Decides which subscribers an XPUB socket serves: one, or as many as its endpoint says. Others stay
+/// Decides which subscribers a publisher serves: one, or as many as its endpoint allows. Others stay
 /// connected and get nothing. When a reader has disconnected, they are disconnected too; their sockets
-/// connect and subscribe again by themselves, and the first to do so is admitted.
+/// connect and subscribe again by themselves, and the first to do so is admitted. Whoever cannot be told from
+/// another peer is disconnected for the same reason: its next attempt is unambiguous.
 ///
-/// A peer is known by its descriptor, which libzmq gives with each subscription and with the report that the
-/// connection has ended. Not thread-safe: used where the socket is.
+/// Not thread-safe.
 class AdmittedReaders {
  public:
-  /// Before the socket is bound. Throws as throwZmqError.
-  AdmittedReaders(ZmqSocket& socket, Context& context, unsigned int limit, const SocketLabel& label);
-  /// Once it is bound, before anything else is called. Throws std::system_error.
-  void onBound(int listener) { connections_.emplace(listener); }
+  AdmittedReaders(Subscribers& subscribers, unsigned int limit, const SocketLabel& label)
+      : subscribers_(subscribers), limit_(limit), refusals_(label, limit) {}
 
-  /// Readable when somebody has disconnected; the socket's own descriptor tells of subscriptions.
-  int descriptor() const { return monitor_.descriptor(); }
-  /// Takes what has come, without waiting. True when a reader was admitted. Throws as throwZmqError.
+  /// Takes what has come. True when a reader was admitted. Waits at most some milliseconds, and only when
+  /// peers have disconnected. Throws as throwZmqError.
   bool update();
   bool any() const { return !admitted_.empty(); }
 
@@ -36,24 +32,26 @@ class AdmittedReaders {
 
  private:
   void takeMessages();
-  void onMessage(ZmqMessage& message);
-  bool takeDisconnected();
-  void forgetDisconnected();
+  void onMessage(const Subscribers::Message& message);
+  bool takeEnds();
+  void waitUntilEndedAreClosed();
+  void forgetEnded();
+  void disconnectNewcomers();
   bool admitLatest();
   void refuseNewcomers();
   bool isFull() const { return admitted_.size() >= limit_; }
 
-  ZmqSocket& socket_;
-  SocketMonitor monitor_;
+  Subscribers& subscribers_;
   const std::size_t limit_;
   RefusalLog refusals_;
-  std::optional<AcceptedConnections> connections_;
-  std::set<int> admitted_;
-  std::set<int> waiting_;  ///< subscribed, but refused
+  // By their descriptors:
+  std::map<int, ForeignDescriptor> admitted_;
+  std::set<int> waiting_;                     ///< subscribed, but refused
+  std::map<int, ForeignDescriptor> closing_;  ///< have ended; libzmq may still pass on what it had received
   // Empty between two updates:
-  std::set<int> newcomers_;     ///< have subscribed
-  std::optional<int> latest_;   ///< the newcomer whose subscription is the last message that came
-  std::set<int> disconnected_;  ///< have disconnected
+  std::set<int> newcomers_;    ///< have subscribed
+  std::optional<int> latest_;  ///< the newcomer whose subscription is the last message that came
+  std::set<int> ended_;        ///< have disconnected
 };
 
 }  // namespace qor::socket

@@ -46,14 +46,17 @@ PublisherSocket::PublisherSocket(const SocketLabel& label, bool newestOnly, cons
   // A full queue is told to us instead of being passed over.
   socket().setOption(ZMQ_XPUB_NODROP, 1);
   socket().setOption(ZMQ_XPUB_VERBOSE, newestOnly ? 1 : 0);
-  if (endpoint.readers() != 0) readers_.emplace(socket(), context(), endpoint.readers(), label);
+  if (endpoint.readers() != 0) {
+    subscribers_.emplace(socket(), context(), label.text());
+    readers_.emplace(*subscribers_, endpoint.readers(), label);
+  }
   bind(endpoint);
-  if (readers_) readers_->onBound(listener().descriptor());
+  if (subscribers_) subscribers_->onBound(listener().descriptor());
   SocketWatch& watch = context().watch();
   watch.add(socket().descriptor(), *this);
-  if (!readers_) return;
+  if (!subscribers_) return;
   try {
-    reports_ = readers_->descriptor();
+    reports_ = subscribers_->descriptor();
     watch.add(*reports_, *this);
   } catch (...) {
     watch.remove(socket().descriptor());
@@ -137,6 +140,7 @@ void PublisherSocket::endReception() {
     warnings = readers_->refusals().takeLines();
     // Ahead of the socket, whose connections it follows.
     readers_.reset();
+    subscribers_.reset();
   }
   std::ranges::for_each(warnings, utils::logWarning);
 }

@@ -8,6 +8,7 @@
 #include "runtime/messaging/Mutex.h"
 #include "runtime/zmq/AdmittedReaders.h"
 #include "runtime/zmq/SocketWatch.h"
+#include "runtime/zmq/XpubSubscribers.h"
 #include "runtime/zmq/ZmqOpenSocket.h"
 
 namespace qor::socket {
@@ -35,12 +36,14 @@ class PublisherSocket : public ZmqOpenSocket, private Watched {
   /// The watch calls no more. Not with the mutex locked.
   void endReception();
 
-  std::optional<int> reports_;  ///< readers_' descriptor
+  std::optional<int> reports_;  ///< subscribers_' descriptor
   Mutex mutex_;
   std::condition_variable keptChanged_;
   KeptMessages<ZmqMessage> kept_ QOR_GUARDED_BY(mutex_);
-  std::optional<ZmqMessage> newest_ QOR_GUARDED_BY(mutex_);        ///< where it is all that counts
-  std::optional<AdmittedReaders> readers_ QOR_GUARDED_BY(mutex_);  ///< none when anybody may read
+  std::optional<ZmqMessage> newest_ QOR_GUARDED_BY(mutex_);  ///< where it is all that counts
+  // None when anybody may read:
+  std::optional<XpubSubscribers> subscribers_ QOR_GUARDED_BY(mutex_);
+  std::optional<AdmittedReaders> readers_ QOR_GUARDED_BY(mutex_);
   bool subscribed_ QOR_GUARDED_BY(mutex_) = false;
   bool ended_ QOR_GUARDED_BY(mutex_) = false;                     ///< nobody will subscribe any more
   std::chrono::milliseconds lastLook_ QOR_GUARDED_BY(mutex_){0};  ///< as coarseNow had it

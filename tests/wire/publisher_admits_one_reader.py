@@ -3,14 +3,46 @@
 import os
 import re
 import signal
+import socket
 import unittest
 
 import zmq
 
-from wire_support import WireTest, number_of
+from wire_support import PATIENCE, WireTest, number_of
 
 REFUSED = re.compile(r"^Warning Ours \(Publisher \S+\?readers=1\): refused a subscriber, (process \d+|port \d+ of "
                      r"127\.0\.0\.1|which has disconnected): its one reader is connected$")
+
+
+# For each there is a chance that the publisher is interrupted between two steps that belong together.
+BROKEN_PEERS = 3000
+
+GREETING = b"\xff" + 8 * b"\0" + b"\x7f\3\0" + b"NULL".ljust(20, b"\0") + 32 * b"\0"
+READY = b"\4\x19\5READY\x0bSocket-Type\0\0\0\3SUB"
+SUBSCRIPTION = b"\0\1\1"
+# Announces 1 MiB, which no subscriber has reason to send.
+TOO_LONG = b"\2" + (1 << 20).to_bytes(8, "big")
+
+
+def subscribe_and_break(path):
+    """Subscribes, and breaks the protocol in the same write."""
+    with socket.socket(socket.AF_UNIX) as peer:
+        peer.settimeout(PATIENCE)
+        try:
+            peer.connect(path)
+            peer.sendall(GREETING + READY)
+            received = b""
+            while b"READY" not in received:
+                piece = peer.recv(4096)
+                if not piece:
+                    return
+                received += piece
+            peer.sendall(SUBSCRIPTION + TOO_LONG)
+            while peer.recv(4096):
+                pass
+        except (ConnectionResetError, BrokenPipeError):
+            # Disconnected earlier, because it could not be told from the one before.
+            pass
 
 
 def address_of(endpoint):
@@ -181,6 +213,22 @@ class APublisherForOneReader(WireTest):
         while not numbers or numbers[-1] != 9009:
             numbers.append(number_of(reader.recv()))
         self.assertEqual(numbers[-10:], list(range(9000, 9010)))
+        ours.log()
+        ours.close()
+        ours.log()
+
+
+    def test_is_not_left_to_a_peer_that_breaks_the_protocol(self):
+        ours, address = self.limited()
+        # Its two threads take turns, so that each may be held up between any two of its steps.
+        os.sched_setaffinity(ours.pid, {min(os.sched_getaffinity(0))})
+        ours.send_numbered(0, 1000)
+        for _ in range(BROKEN_PEERS):
+            subscribe_and_break(address.removeprefix("ipc://"))
+        reader = self.subscriber(address)
+        for number in range(1000):
+            self.assertNotEqual(reader.poll(1000 * PATIENCE), 0, f"message {number} does not come")
+            self.assertEqual(number_of(reader.recv()), number)
         ours.log()
         ours.close()
         ours.log()

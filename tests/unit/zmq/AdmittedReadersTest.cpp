@@ -1,0 +1,211 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <deque>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "runtime/zmq/AdmittedReaders.h"
+
+namespace qor::socket {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+/// An open socket, as the connection to a peer.
+FileDescriptor openSocket() {
+  FileDescriptor descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!descriptor) throw std::system_error(errno, std::generic_category(), "cannot make a socket");
+  return descriptor;
+}
+
+/// Closes the socket and opens another under the same number.
+void replace(FileDescriptor& descriptor) {
+  const FileDescriptor other = openSocket();
+  if (::dup3(other.get(), descriptor.get(), O_CLOEXEC) < 0) {
+    throw std::system_error(errno, std::generic_category(), "cannot take a number over");
+  }
+}
+
+/// What libzmq would report, in a prescribed order: a message is there to be taken only once the ends ahead
+/// of it have been, and a look for ends finds those alone that come ahead of the next message.
+class ScriptedSubscribers : public Subscribers {
+ public:
+  void subscribes(int descriptor) {
+    script_.emplace_back(Message{.descriptor = descriptor, .isSubscription = true});
+  }
+  void subscribes(const FileDescriptor& peer) { subscribes(peer.get()); }
+  void subscriptionEnds() { script_.emplace_back(Message{}); }
+  void ends(int descriptor) { script_.emplace_back(End{.descriptor = descriptor, .isLastOfLook = false}); }
+  void ends(const FileDescriptor& peer) { ends(peer.get()); }
+  /// A look for ends finds none beyond those so far.
+  void lookEnds() { script_.emplace_back(End{.descriptor = 0, .isLastOfLook = true}); }
+
+  std::optional<Message> takeMessage() override { return take<Message>(); }
+  std::optional<int> takeEnd() override {
+    const auto end = take<End>();
+    return end && !end->isLastOfLook ? std::optional(end->descriptor) : std::nullopt;
+  }
+  void admitLatest() override { ++admissions; }
+  void disconnect(int descriptor) override { disconnected.push_back(descriptor); }
+  std::string describe(int descriptor) override { return "peer " + std::to_string(descriptor); }
+
+  int admissions = 0;
+  std::vector<int> disconnected;
+
+ private:
+  struct End {
+    int descriptor;
+    bool isLastOfLook;
+  };
+
+  template <class Kind>
+  std::optional<Kind> take() {
+    if (script_.empty() || !std::holds_alternative<Kind>(script_.front())) return std::nullopt;
+    const Kind taken = std::get<Kind>(script_.front());
+    script_.pop_front();
+    return taken;
+  }
+
+  std::deque<std::variant<Message, End>> script_;
+};
+
+class AdmittedReadersTest : public ::testing::Test {
+ protected:
+  bool update() { return readers_.update(); }
+
+  ScriptedSubscribers subscribers_;
+  AdmittedReaders readers_{subscribers_, 1, {.name = "Publisher", .protocol = Protocol::Publisher}};
+};
+
+TEST_F(AdmittedReadersTest, ServesTheFirstAndRefusesTheSecond) {
+  const FileDescriptor first = openSocket();
+  const FileDescriptor second = openSocket();
+  subscribers_.subscribes(first);
+  EXPECT_TRUE(update());
+  subscribers_.subscribes(second);
+  EXPECT_FALSE(update());
+  EXPECT_TRUE(readers_.any());
+  EXPECT_EQ(subscribers_.admissions, 1);
+  EXPECT_THAT(subscribers_.disconnected, IsEmpty());
+  EXPECT_EQ(readers_.refusals().takeLines().size(), 1U);
+}
+
+TEST_F(AdmittedReadersTest, AdmitNobodyWhoseEndWasReportedAheadOfItsSubscription) {
+  FileDescriptor broken = openSocket();
+  subscribers_.ends(broken);
+  EXPECT_FALSE(update());
+  subscribers_.subscribes(broken);
+  EXPECT_FALSE(update());
+  EXPECT_FALSE(readers_.any());
+  EXPECT_EQ(subscribers_.admissions, 0);
+  // Whoever comes next is served, on the same descriptor as well.
+  replace(broken);
+  subscribers_.subscriptionEnds();
+  update();
+  subscribers_.subscribes(broken);
+  EXPECT_TRUE(update());
+  EXPECT_TRUE(readers_.any());
+}
+
+TEST_F(AdmittedReadersTest, AdmitNobodyWhoseConnectionIsClosed) {
+  int number = -1;
+  {
+    const FileDescriptor closed = openSocket();
+    number = closed.get();
+  }
+  subscribers_.subscribes(number);
+  EXPECT_FALSE(update());
+  EXPECT_FALSE(readers_.any());
+  EXPECT_EQ(subscribers_.admissions, 0);
+}
+
+TEST_F(AdmittedReadersTest, DoNotTakeASuccessorForWhoSubscribedBefore) {
+  FileDescriptor broken = openSocket();
+  subscribers_.ends(broken);
+  update();
+  // The subscription is of the first connection; the descriptor is a second one's by now.
+  replace(broken);
+  subscribers_.subscribes(broken);
+  EXPECT_FALSE(update());
+  EXPECT_EQ(subscribers_.admissions, 0);
+  EXPECT_THAT(subscribers_.disconnected, ElementsAre(broken.get()));
+  // The second one tries again.
+  subscribers_.ends(broken);
+  update();
+  replace(broken);
+  update();
+  subscribers_.subscribes(broken);
+  EXPECT_TRUE(update());
+}
+
+TEST_F(AdmittedReadersTest, ForgetAReaderWhoseEndWasMissed) {
+  std::optional<FileDescriptor> broken(openSocket());
+  subscribers_.subscribes(*broken);
+  EXPECT_TRUE(update());
+  const FileDescriptor waiting = openSocket();
+  subscribers_.subscribes(waiting);
+  EXPECT_FALSE(update());
+  broken.reset();
+  subscribers_.subscriptionEnds();
+  update();
+  EXPECT_FALSE(readers_.any());
+  EXPECT_THAT(subscribers_.disconnected, ElementsAre(waiting.get()));
+}
+
+TEST_F(AdmittedReadersTest, KeepAReaderWhenASubscriptionOfAnotherEnds) {
+  const FileDescriptor reader = openSocket();
+  subscribers_.subscribes(reader);
+  update();
+  subscribers_.subscriptionEnds();
+  update();
+  EXPECT_TRUE(readers_.any());
+}
+
+TEST_F(AdmittedReadersTest, DisconnectAReaderThatSubscribesAgain) {
+  FileDescriptor reader = openSocket();
+  subscribers_.subscribes(reader);
+  update();
+  subscribers_.subscribes(reader);
+  EXPECT_FALSE(update());
+  EXPECT_THAT(subscribers_.disconnected, ElementsAre(reader.get()));
+}
+
+TEST_F(AdmittedReadersTest, AdmitNobodyWhileEndsComeWithoutPause) {
+  const FileDescriptor reader = openSocket();
+  // Ten looks for ends find some each time; the next would find the end of who had the reader's descriptor.
+  for (int look = 0; look < 10; ++look) {
+    subscribers_.ends(1000 + look);
+    subscribers_.lookEnds();
+  }
+  subscribers_.subscribes(reader);
+  subscribers_.ends(reader);
+  EXPECT_FALSE(update());
+  EXPECT_EQ(subscribers_.admissions, 0);
+  EXPECT_THAT(subscribers_.disconnected, ElementsAre(reader.get()));
+  EXPECT_FALSE(update());
+  EXPECT_FALSE(readers_.any());
+}
+
+TEST_F(AdmittedReadersTest, TakeEveryEndInBeforeTheyAdmit) {
+  const FileDescriptor reader = openSocket();
+  subscribers_.subscribes(reader);
+  for (int look = 0; look < 9; ++look) {
+    subscribers_.ends(1000 + look);
+    subscribers_.lookEnds();
+  }
+  EXPECT_TRUE(update());
+  EXPECT_TRUE(readers_.any());
+}
+
+}  // namespace
+}  // namespace qor::socket
