@@ -4,7 +4,9 @@
 #include <fmt/format.h>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <sys/eventfd.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -58,24 +60,56 @@ bool isConnectionAt(int descriptor, const sockaddr_storage& listener, socklen_t 
 
 }  // namespace
 
-AcceptedConnections::AcceptedConnections(int listener) {
+/// A connection under a number of our own, until the object ends; false when the number that was given does
+/// not stand for one.
+class AcceptedConnections::Duplicate {
+ public:
+  Duplicate(const AcceptedConnections& connections, int descriptor) noexcept
+      : place_(connections.place_.get()), nothing_(connections.nothing_.get()) {
+    isMade_ = replacePlace(descriptor);
+    isConnection_ = isMade_ && isConnectionAt(place_, connections.address_, connections.size_);
+  }
+  ~Duplicate() {
+    // Lest the connection outlive libzmq's own descriptor.
+    if (isMade_) replacePlace(nothing_);
+  }
+  Duplicate(const Duplicate&) = delete;
+  Duplicate& operator=(const Duplicate&) = delete;
+
+  explicit operator bool() const { return isConnection_; }
+  int get() const { return place_; }
+
+ private:
+  bool replacePlace(int descriptor) const noexcept {
+    int made = -1;
+    do {
+      made = ::dup3(descriptor, place_, O_CLOEXEC);
+    } while (made < 0 && (errno == EINTR || errno == EBUSY));
+    return made >= 0;
+  }
+
+  const int place_;
+  const int nothing_;
+  bool isMade_ = false;
+  bool isConnection_ = false;
+};
+
+AcceptedConnections::AcceptedConnections(int listener)
+    : nothing_(::eventfd(0, EFD_CLOEXEC)), place_(::fcntl(nothing_.get(), F_DUPFD_CLOEXEC, 0)) {
+  if (place_.get() < 0) {
+    throw std::system_error(errno, std::generic_category(), "cannot follow the connections of a listener");
+  }
   if (::getsockname(listener, reinterpret_cast<sockaddr*>(&address_), &size_) != 0) {
     throw std::system_error(errno, std::generic_category(), "cannot read a listening address");
   }
 }
 
-FileDescriptor AcceptedConnections::duplicate(int descriptor) const noexcept {
-  FileDescriptor ours(::fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
-  if (!ours || !isConnectionAt(ours.get(), address_, size_)) return {};
-  return ours;
+void AcceptedConnections::disconnect(int descriptor) noexcept {
+  if (const Duplicate ours(*this, descriptor); ours) ::shutdown(ours.get(), SHUT_RDWR);
 }
 
-void AcceptedConnections::disconnect(int descriptor) const noexcept {
-  if (const FileDescriptor ours = duplicate(descriptor)) ::shutdown(ours.get(), SHUT_RDWR);
-}
-
-std::string AcceptedConnections::peer(int descriptor) const {
-  const FileDescriptor ours = duplicate(descriptor);
+std::string AcceptedConnections::peer(int descriptor) {
+  const Duplicate ours(*this, descriptor);
   sockaddr_storage address{};
   socklen_t size = sizeof address;
   if (!ours || ::getpeername(ours.get(), reinterpret_cast<sockaddr*>(&address), &size) != 0) {

@@ -2,6 +2,7 @@
 
 import os
 import re
+import resource
 import signal
 import socket
 import unittest
@@ -217,6 +218,33 @@ class APublisherForOneReader(WireTest):
         ours.close()
         ours.log()
 
+
+    def test_admits_one_that_waits_when_strangers_have_used_up_its_descriptors(self):
+        # libzmq aborts a process that has none left for an ipc connection.
+        ours, address = self.limited("tcp://127.0.0.1:0")
+        host, port = address.removeprefix("tcp://").split(":")
+        ours.send_numbered(0, 1)
+        first = self.stock_process("SUB", address)
+        self.assertEqual(number_of(first.receive()), 0)
+        second = self.subscriber(address)
+        self.await_refusals(ours, 1)
+        in_use = {int(number) for number in os.listdir(f"/proc/{ours.pid}/fd")}
+        limit = max(in_use) + 1
+        before = resource.prlimit(ours.pid, resource.RLIMIT_NOFILE)
+        resource.prlimit(ours.pid, resource.RLIMIT_NOFILE, (limit, before[1]))
+        # Those beyond the free numbers wait, and take each number that becomes free.
+        strangers = []
+        for _ in range(limit - len(in_use) + 20):
+            strangers.append(socket.create_connection((host, int(port)), PATIENCE))
+        monitor = second.get_monitor_socket(zmq.EVENT_DISCONNECTED)
+        first.kill()
+        self.assertNotEqual(monitor.poll(1000 * PATIENCE), 0, "the publisher does not let the other one try again")
+        second.disable_monitor()
+        monitor.close()
+        for stranger in strangers:
+            stranger.close()
+        resource.prlimit(ours.pid, resource.RLIMIT_NOFILE, before)
+        self.send_until_heard_by(ours, second, 1)
 
     def test_is_not_left_to_a_peer_that_breaks_the_protocol(self):
         ours, address = self.limited()
