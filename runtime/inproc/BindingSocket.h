@@ -26,7 +26,7 @@ class BindingSocket : public InprocSocket {
 
   const SocketEndpoint endpoint_;
   const std::string key_;
-  FileDescriptor port_;
+  base::FileDescriptor port_;
 };
 
 }  // namespace qor::socket::inproc

@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "runtime/base/Deadline.h"
 #include "runtime/inproc/Network.h"
 #include "runtime/inproc/Switchboard.h"
 #include "runtime/messaging/OpenSocket.h"
@@ -22,7 +23,7 @@ namespace qor::socket::inproc {
 /// The public operations lock the switchboard; everything else is called with it locked.
 class InprocSocket : public OpenSocket {
  public:
-  using Deadline = std::chrono::steady_clock::time_point;
+  using Deadline = base::Deadline;
 
   /// Joins the network; leaves no trace in it when it throws.
   void open(ClosePolicy::ClosePolicy closePolicy, std::chrono::milliseconds timeOut);

@@ -7,8 +7,8 @@
 #include <utility>
 
 #include "qor/utils/Log.h"
+#include "runtime/base/Mutex.h"
 #include "runtime/messaging/MessageRules.h"
-#include "runtime/messaging/Mutex.h"
 #include "runtime/messaging/OpenSocket.h"
 #include "runtime/messaging/UseGate.h"
 
@@ -90,7 +90,7 @@ class Socket::Implementation {
   enum class Phase { NeverOpen, Opening, Open, Closing, Closed };
 
   SocketLabel beginOpening(Protocol::Protocol protocol, const SocketEndpoint& endpoint) {
-    const Lock lock(mutex_);
+    const base::Lock lock(mutex_);
     if (phase_ != Phase::NeverOpen && phase_ != Phase::Closed) {
       throw std::runtime_error(label_.text() + ": cannot be opened again before it is closed");
     }
@@ -106,7 +106,7 @@ class Socket::Implementation {
 
   /// False when there is nothing to close; then another thread's close has ended too.
   bool beginClosing() {
-    Lock lock(mutex_);
+    base::Lock lock(mutex_);
     lock.wait(phaseChanged_, [this]() QOR_REQUIRES(mutex_) { return phase_ != Phase::Closing; });
     if (phase_ != Phase::Open) return false;
     phase_ = Phase::Closing;
@@ -115,7 +115,7 @@ class Socket::Implementation {
   }
 
   void enterPhase(Phase phase) {
-    const Lock lock(mutex_);
+    const base::Lock lock(mutex_);
     phase_ = phase;
     if (phase == Phase::Open) gate_.open();
     phaseChanged_.notify_all();
@@ -124,7 +124,7 @@ class Socket::Implementation {
   /// A loop that polls may meet a socket that was closed behind its back, perhaps to be opened on another
   /// endpoint: nothing can come in from it, which is no error. A socket that was never opened is.
   int pollWhileClosed(std::chrono::milliseconds timeOut, std::string& errorText) {
-    Lock lock(mutex_);
+    base::Lock lock(mutex_);
     if (phase_ == Phase::NeverOpen || phase_ == Phase::Opening) {
       errorText = label_.text() + ": is not open";
       return -1;
@@ -137,13 +137,13 @@ class Socket::Implementation {
   std::runtime_error notOpen() const { return std::runtime_error(label().text() + ": is not open"); }
 
   SocketLabel label() const {
-    const Lock lock(mutex_);
+    const base::Lock lock(mutex_);
     return label_;
   }
 
   const ClosePolicy::ClosePolicy policy_;
   const std::chrono::milliseconds timeForUnsent_;
-  mutable Mutex mutex_;
+  mutable base::Mutex mutex_;
   std::condition_variable phaseChanged_;
   Phase phase_ QOR_GUARDED_BY(mutex_) = Phase::NeverOpen;
   /// Changes with the mutex held while nobody is inside the gate: whoever is inside needs no lock to read it.

@@ -187,7 +187,7 @@ std::string SocketEndpoint::address() const {
 
 SocketEndpoint SocketEndpoint::withReservedPort() const {
   if (transport_ != Transport::Tcp || port_ != 0) return *this;
-  FileDescriptor listener = listenOnTcp(host_, 0);
+  base::FileDescriptor listener = listenOnTcp(host_, 0);
   SocketEndpoint reserved(transport_, host_, portOf(listener));
   reserved.readers_ = readers_;
   reserved.reservation_ = std::make_shared<Reservation>(std::move(listener));

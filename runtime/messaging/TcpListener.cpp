@@ -22,7 +22,7 @@ std::string systemReason() { return std::generic_category().message(errno); }
 
 }  // namespace
 
-FileDescriptor listenOnTcp(const std::string& host, std::uint16_t port) {
+base::FileDescriptor listenOnTcp(const std::string& host, std::uint16_t port) {
   addrinfo hints{};
   hints.ai_socktype = SOCK_STREAM;
   // A name may mean addresses of both families; who connects to it takes the one of IPv4.
@@ -35,11 +35,11 @@ FileDescriptor listenOnTcp(const std::string& host, std::uint16_t port) {
   }
   const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> address(found, &::freeaddrinfo);
 
-  FileDescriptor listener(
+  base::FileDescriptor listener(
       ::socket(address->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, address->ai_protocol));
   // Without SO_REUSEADDR the port could not be bound again while connections of its last owner fade out.
   const int on = 1;
-  if (!listener || ::setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
+  if (!listener.isOpen() || ::setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
       ::bind(listener.get(), address->ai_addr, address->ai_addrlen) != 0 ||
       ::listen(listener.get(), listenBacklog) != 0) {
     if (errno == EADDRINUSE) throw AddressInUse(cannotListen(host, port, systemReason()));
@@ -48,7 +48,7 @@ FileDescriptor listenOnTcp(const std::string& host, std::uint16_t port) {
   return listener;
 }
 
-std::uint16_t portOf(const FileDescriptor& listener) {
+std::uint16_t portOf(const base::FileDescriptor& listener) {
   sockaddr_storage address{};
   socklen_t size = sizeof address;
   std::array<char, NI_MAXSERV> service{};

@@ -6,8 +6,8 @@
 #include <utility>
 
 #include "qor/socket/SocketEndpoint.h"
-#include "runtime/messaging/FileDescriptor.h"
-#include "runtime/messaging/Mutex.h"
+#include "runtime/base/FileDescriptor.h"
+#include "runtime/base/Mutex.h"
 
 namespace qor::socket {
 
@@ -19,28 +19,28 @@ class AddressInUse : public std::runtime_error {
 
 /// A non-blocking descriptor that listens on the address; port 0 means any free one. Throws AddressInUse, or
 /// another std::runtime_error, that names the address and the system's reason.
-FileDescriptor listenOnTcp(const std::string& host, std::uint16_t port);
+base::FileDescriptor listenOnTcp(const std::string& host, std::uint16_t port);
 
 /// The connections that may wait to be accepted: more than any host opens at once.
 constexpr int listenBacklog = 1'024;
 
 /// The port that a listening descriptor got.
-std::uint16_t portOf(const FileDescriptor& listener);
+std::uint16_t portOf(const base::FileDescriptor& listener);
 
 /// Shared by the copies of one endpoint.
 class SocketEndpoint::Reservation {
  public:
-  explicit Reservation(FileDescriptor listener) : listener_(std::move(listener)) {}
+  explicit Reservation(base::FileDescriptor listener) : listener_(std::move(listener)) {}
 
   /// The listening descriptor; empty for everyone but the first to take it. Any thread.
-  FileDescriptor take() {
-    const Lock lock(mutex_);
+  base::FileDescriptor take() {
+    const base::Lock lock(mutex_);
     return std::move(listener_);
   }
 
  private:
-  Mutex mutex_;
-  FileDescriptor listener_ QOR_GUARDED_BY(mutex_);
+  base::Mutex mutex_;
+  base::FileDescriptor listener_ QOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace qor::socket

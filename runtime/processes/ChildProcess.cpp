@@ -15,31 +15,29 @@
 #include <system_error>
 #include <utility>
 
+#include "runtime/base/Deadline.h"
+
 namespace qor::processes {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using base::Deadline;
+using Clock = Deadline::clock;
 
 /// What the system needs to end a killed process; more only when one of its calls hangs in a device.
 constexpr std::chrono::seconds timeToDie{10};
-
-std::chrono::milliseconds timeUntil(Clock::time_point deadline) {
-  return std::max(std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()),
-                  std::chrono::milliseconds(0));
-}
 
 /// How often a child is looked after that nothing tells of.
 constexpr std::chrono::milliseconds timeBetweenLooks{20};
 
 /// Readable once the child has ended; none when there are no descriptors left.
-Descriptor processDescriptor(pid_t child) {
-  return Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
+base::FileDescriptor processDescriptor(pid_t child) {
+  return base::FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
 }
 
 /// How long to wait before a child is looked after, of which that descriptor tells.
-std::chrono::milliseconds timeToLook(const Descriptor& process, Clock::time_point deadline) {
-  const auto left = timeUntil(deadline);
+std::chrono::milliseconds timeToLook(const base::FileDescriptor& process, Deadline deadline) {
+  const auto left = base::timeUntil(deadline);
   return process.isOpen() ? left : std::min(left, timeBetweenLooks);
 }
 
@@ -110,7 +108,7 @@ ChildProcess::ChildProcess(const std::filesystem::path& program, std::vector<std
 
 std::optional<std::string> ChildProcess::readLine(std::chrono::milliseconds time) {
   const auto deadline = Clock::now() + time;
-  const Descriptor process = status_ ? Descriptor() : processDescriptor(pid_);
+  const base::FileDescriptor process = status_ ? base::FileDescriptor() : processDescriptor(pid_);
   std::string line;
   while (!output_.takeLine(line)) {
     if (!output_.isOpen()) return std::nullopt;
@@ -149,7 +147,7 @@ void ChildProcess::end(std::chrono::milliseconds grace) {
 
 std::optional<int> waitForEnd(pid_t child, std::chrono::milliseconds time) {
   const auto deadline = Clock::now() + time;
-  const Descriptor process = processDescriptor(child);
+  const base::FileDescriptor process = processDescriptor(child);
   for (int status = 0;;) {
     if (::waitpid(child, &status, WNOHANG) == child) return status;
     if (Clock::now() >= deadline) return std::nullopt;

@@ -49,7 +49,7 @@ class ChildProcess {
  private:
   pid_t pid_ = 0;
   std::optional<int> status_;
-  LineReader output_{Descriptor()};
+  LineReader output_{base::FileDescriptor()};
 };
 
 /// Waits at most so long for the end of a child of this process, and reaps it: its status as waitpid has it.

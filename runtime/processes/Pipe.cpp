@@ -10,17 +10,13 @@
 
 namespace qor::processes {
 
-void Descriptor::close() {
-  if (descriptor_ >= 0) ::close(std::exchange(descriptor_, -1));
-}
-
 Pipe::Pipe() {
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
     throw std::system_error(errno, std::system_category(), "cannot make a pipe");
   }
-  read = Descriptor(ends[0]);
-  write = Descriptor(ends[1]);
+  read = base::FileDescriptor(ends[0]);
+  write = base::FileDescriptor(ends[1]);
 }
 
 void LineReader::readSome() {

@@ -4,32 +4,17 @@
 #include <string>
 #include <utility>
 
+#include "runtime/base/FileDescriptor.h"
+
 namespace qor::processes {
 
-/// A descriptor with one owner. Closed on exec.
-class Descriptor {
- public:
-  Descriptor() = default;
-  explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
-  ~Descriptor() { close(); }
-  Descriptor(Descriptor&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
-  Descriptor& operator=(Descriptor&& other) noexcept {
-    std::swap(descriptor_, other.descriptor_);
-    return *this;
-  }
-  int get() const { return descriptor_; }
-  bool isOpen() const { return descriptor_ >= 0; }
-  void close();
-
- private:
-  int descriptor_ = -1;
-};
+using Descriptor = base::FileDescriptor;
 
 /// Both ends of a new pipe. Throws std::system_error.
 struct Pipe {
   Pipe();
-  Descriptor read;
-  Descriptor write;
+  base::FileDescriptor read;
+  base::FileDescriptor write;
 };
 
 /// Cuts what is read from a descriptor into lines. A longer line than the longest comes in pieces. One
@@ -38,7 +23,7 @@ class LineReader {
  public:
   static constexpr std::size_t longestLine = 65'536;
 
-  explicit LineReader(Descriptor descriptor) : descriptor_(std::move(descriptor)) {}
+  explicit LineReader(base::FileDescriptor descriptor) : descriptor_(std::move(descriptor)) {}
 
   int descriptor() const { return descriptor_.get(); }
   bool isOpen() const { return descriptor_.isOpen(); }
@@ -49,7 +34,7 @@ class LineReader {
   bool takeLine(std::string& line);
 
  private:
-  Descriptor descriptor_;
+  base::FileDescriptor descriptor_;
   std::string pending_;
 };
 

@@ -3,6 +3,9 @@
 #include <mutex>
 #include <utility>
 
+#include "runtime/utils/LogSink.h"
+#include "tamb/LogContext.h"
+
 namespace tamb {
 
 namespace {
@@ -18,6 +21,14 @@ Current& current() {
   return instance;
 }
 
+/// The sink of all log records of this process. False when there is no writer.
+bool writeToCurrentWriter(LogLevel level, const std::string& message) {
+  const auto writer = GetCurrentLoggerWriter();
+  if (!writer) return false;
+  writer->Write(level, message, GetCurrentContextString(), "", "", "", GetThreadId(), GetCurrentTimeString());
+  return true;
+}
+
 }  // namespace
 
 std::shared_ptr<ILoggerWriter> GetCurrentLoggerWriter() {
@@ -26,6 +37,7 @@ std::shared_ptr<ILoggerWriter> GetCurrentLoggerWriter() {
 }
 
 std::shared_ptr<ILoggerWriter> SetCurrentLoggerWriter(std::shared_ptr<ILoggerWriter> writer) {
+  qor::utils::setLogSink(&writeToCurrentWriter);
   const std::lock_guard lock(current().mutex);
   return std::exchange(current().writer, std::move(writer));
 }

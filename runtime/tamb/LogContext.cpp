@@ -7,6 +7,8 @@
 #include <chrono>
 #include <string>
 
+#include "runtime/base/RandomUuid.h"
+
 namespace tamb {
 
 namespace {
@@ -51,6 +53,8 @@ std::string GetCurrentTimeString() {
   const auto second = floor<seconds>(now);
   return fmt::format("{:%FT%T}.{:06}Z", fmt::gmtime(system_clock::to_time_t(second)), (now - second).count());
 }
+
+std::string GetUUIDString() { return qor::base::randomUuid(); }
 
 std::string ToString(int number) { return fmt::format_int(number).str(); }
 

@@ -2,20 +2,13 @@
 
 #include <fmt/format.h>
 
+#include "runtime/utils/LevelName.h"
+
 namespace tamb {
 
 std::string ToString(LogLevel level) {
-  switch (level) {
-    case LogLevel::Info:
-      return "Info";
-    case LogLevel::Warning:
-      return "Warning";
-    case LogLevel::Error:
-      return "Error";
-    case LogLevel::Debug:
-      return "Debug";
-  }
-  return fmt::format("LogLevel({})", static_cast<int>(level));
+  const std::string_view name = qor::utils::levelName(level);
+  return name.empty() ? fmt::format("LogLevel({})", static_cast<int>(level)) : std::string(name);
 }
 
 }  // namespace tamb

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "runtime/messaging/FileDescriptor.h"
+#include "runtime/base/FileDescriptor.h"
 
 namespace qor::socket {
 
@@ -27,10 +27,10 @@ class AcceptedConnections {
  private:
   class Duplicate;
 
-  FileDescriptor nothing_;  ///< stands for nothing in particular
+  base::FileDescriptor nothing_;  ///< stands for nothing in particular
   /// Where duplicates are made. Taken beforehand, because those who are to be disconnected may have used up
   /// all others.
-  FileDescriptor place_;
+  base::FileDescriptor place_;
   sockaddr_storage address_{};
   socklen_t size_ = sizeof address_;
 };

@@ -31,7 +31,7 @@ Connection::Connection(ZmqSocket& socket, Context& context, Reconnector reconnec
                   ZMQ_EVENT_CONNECT_RETRIED,
               description),
       news_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-  if (!news_) throw std::system_error(errno, std::generic_category(), description);
+  if (!news_.isOpen()) throw std::system_error(errno, std::generic_category(), description);
   watch_.add(events_.descriptor(), *this);
 }
 
@@ -66,8 +66,7 @@ bool Connection::wait(int descriptor, std::optional<Deadline> deadline) {
   std::array<pollfd, 2> watched{{{.fd = news_.get(), .events = POLLIN, .revents = 0},
                                  {.fd = descriptor, .events = POLLIN, .revents = 0}}};
   for (;;) {
-    const int ready = ::poll(watched.data(), watched.size(),
-                             static_cast<int>(deadline ? timeUntil(*deadline).count() : -1));
+    const int ready = ::poll(watched.data(), watched.size(), deadline ? base::pollTimeOut(*deadline) : -1);
     if (ready < 0 && errno == EINTR) continue;
     if (ready < 0) throw std::system_error(errno, std::generic_category(), "cannot wait for a message");
     if (watched[0].revents != 0) {

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "runtime/messaging/FileDescriptor.h"
+#include "runtime/base/FileDescriptor.h"
 #include "runtime/zmq/Context.h"
 #include "runtime/zmq/ForeignDescriptor.h"
 #include "runtime/zmq/SocketMonitor.h"
@@ -58,8 +58,8 @@ class Connection : private Watched {
 
   SocketWatch& watch_;
   const Reconnector reconnector_;
-  SocketMonitor events_;  ///< used by the watch's thread alone, once it is watched
-  FileDescriptor news_;   ///< readable when something has changed since the last wait
+  SocketMonitor events_;       ///< used by the watch's thread alone, once it is watched
+  base::FileDescriptor news_;  ///< readable when something has changed since the last wait
   std::atomic<bool> stands_{false};
   static constexpr int noDescriptor = -1;
   int descriptor_ = noDescriptor;  ///< libzmq's; used where events_ is

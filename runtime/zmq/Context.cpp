@@ -10,8 +10,8 @@
 #include <utility>
 
 #include "qor/socket/Socket.h"
-#include "runtime/messaging/FileDescriptor.h"
-#include "runtime/messaging/Mutex.h"
+#include "runtime/base/FileDescriptor.h"
+#include "runtime/base/Mutex.h"
 #include "runtime/zmq/ZmqHandles.h"
 
 namespace qor::socket {
@@ -27,10 +27,10 @@ constexpr std::size_t firstDescriptors = 8;
 /// Throws std::runtime_error when this process may not open so many: libzmq ends a process whose context's
 /// threads find none.
 void requireDescriptors() {
-  std::array<FileDescriptor, firstDescriptors> room;
-  for (FileDescriptor& descriptor : room) {
-    descriptor = FileDescriptor(::eventfd(0, EFD_CLOEXEC));
-    if (!descriptor) throwZmqError("libzmq", "cannot make a messaging context");
+  std::array<base::FileDescriptor, firstDescriptors> room;
+  for (base::FileDescriptor& descriptor : room) {
+    descriptor = base::FileDescriptor(::eventfd(0, EFD_CLOEXEC));
+    if (!descriptor.isOpen()) throwZmqError("libzmq", "cannot make a messaging context");
   }
 }
 
@@ -41,7 +41,7 @@ struct Current {
   }
 
   const pid_t owner = ::getpid();
-  Mutex mutex;
+  base::Mutex mutex;
   /// Outlives this object, for a child to leave it alone.
   std::shared_ptr<Context>& context QOR_GUARDED_BY(mutex) = *new std::shared_ptr<Context>();
 };
@@ -69,7 +69,7 @@ void Context::Terminate::operator()(void* context) const {
 
 std::shared_ptr<Context> Context::current() {
   Current& now = socket::current();
-  const Lock lock(now.mutex);
+  const base::Lock lock(now.mutex);
   if (!now.context) now.context = std::make_shared<Context>();
   return now.context;
 }
@@ -78,7 +78,7 @@ void Context::shutDownCurrent() {
   Current& now = socket::current();
   std::shared_ptr<Context> ending;
   {
-    const Lock lock(now.mutex);
+    const base::Lock lock(now.mutex);
     ending = std::exchange(now.context, nullptr);
   }
   if (!ending) return;

@@ -15,8 +15,8 @@ std::optional<ForeignDescriptor> ForeignDescriptor::of(int number) noexcept {
 
 bool ForeignDescriptor::isOpen() const noexcept { return of(number_) == *this; }
 
-FileDescriptor ForeignDescriptor::duplicate() const noexcept {
-  FileDescriptor ours(::fcntl(number_, F_DUPFD_CLOEXEC, 0));
+base::FileDescriptor ForeignDescriptor::duplicate() const noexcept {
+  base::FileDescriptor ours(::fcntl(number_, F_DUPFD_CLOEXEC, 0));
   const auto duplicated = of(ours.get());
   // It may have been closed, and its number used again, just ahead of the call.
   if (!duplicated || duplicated->inode_ != inode_) return {};

@@ -3,7 +3,7 @@
 #include <chrono>
 #include <optional>
 
-#include "runtime/messaging/FileDescriptor.h"
+#include "runtime/base/FileDescriptor.h"
 
 namespace qor::socket {
 
@@ -18,7 +18,7 @@ class ForeignDescriptor {
   /// The number still stands for the same socket.
   bool isOpen() const noexcept;
   /// The same socket under a number of our own; empty when it is closed, or when no descriptor can be had.
-  FileDescriptor duplicate() const noexcept;
+  base::FileDescriptor duplicate() const noexcept;
   /// There is nothing to wait on: looks until the descriptor is closed, no longer than `atMost`.
   void waitUntilClosed(std::chrono::milliseconds atMost) const noexcept;
 

@@ -8,9 +8,9 @@
 #include <thread>
 #include <utility>
 
+#include "runtime/base/RandomUuid.h"
 #include "runtime/messaging/TcpListener.h"
 #include "runtime/zmq/LocalListener.h"
-#include "tamb/LogContext.h"
 
 namespace qor::socket {
 
@@ -19,16 +19,16 @@ namespace {
 /// The name that stands for an inproc endpoint among the machine's local sockets. The random part keeps the
 /// names of processes apart; no other user is let in when a peer connects.
 std::string nameWithinProcess(const std::string& name) {
-  static const std::string prefix = "@" + tamb::GetUUIDString() + '-';
+  static const std::string prefix = "@" + base::randomUuid() + '-';
   return prefix + name;
 }
 
-FileDescriptor listenOn(const SocketEndpoint& endpoint) {
+base::FileDescriptor listenOn(const SocketEndpoint& endpoint) {
   switch (endpoint.transport()) {
     case SocketEndpoint::Transport::Tcp: {
-      FileDescriptor reserved;
+      base::FileDescriptor reserved;
       if (endpoint.reservation()) reserved = endpoint.reservation()->take();
-      return reserved ? std::move(reserved) : listenOnTcp(endpoint.host(), endpoint.port());
+      return reserved.isOpen() ? std::move(reserved) : listenOnTcp(endpoint.host(), endpoint.port());
     }
     case SocketEndpoint::Transport::Ipc:
       return listenOnLocal(endpoint.host());
@@ -45,7 +45,7 @@ constexpr std::chrono::milliseconds timeToBeFreed{100};
 /// The system frees an address a moment after the number of its last owner's descriptor, and tells nobody.
 /// Whoever opens anew what has just been closed may come between the two. A socket file is removed ahead of
 /// that, and to try one out again and again would look like peers to a living owner.
-FileDescriptor listenOnceFree(const SocketEndpoint& endpoint) {
+base::FileDescriptor listenOnceFree(const SocketEndpoint& endpoint) {
   const auto deadline = std::chrono::steady_clock::now() + timeToBeFreed;
   for (;;) {
     try {
@@ -87,7 +87,7 @@ void SocketFile::remove() noexcept {
 
 Listener::Listener(ZmqSocket& socket, const SocketEndpoint& endpoint, const SocketLabel& label) {
   const std::string who = label.text();
-  FileDescriptor listener;
+  base::FileDescriptor listener;
   try {
     listener = listenOnceFree(endpoint);
   } catch (const std::runtime_error& error) {

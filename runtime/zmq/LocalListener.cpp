@@ -40,9 +40,9 @@ class LocalAddress {
   socklen_t size_;
 };
 
-FileDescriptor makeSocket(const std::string& path) {
-  FileDescriptor descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  if (!descriptor) throw std::runtime_error(cannotListen(path, systemReason()));
+base::FileDescriptor makeSocket(const std::string& path) {
+  base::FileDescriptor descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!descriptor.isOpen()) throw std::runtime_error(cannotListen(path, systemReason()));
   return descriptor;
 }
 
@@ -50,15 +50,15 @@ FileDescriptor makeSocket(const std::string& path) {
 bool isLeftBehind(const std::string& path, const LocalAddress& address) {
   struct stat file {};
   if (path.front() == '@' || ::lstat(path.c_str(), &file) != 0 || !S_ISSOCK(file.st_mode)) return false;
-  const FileDescriptor probe = makeSocket(path);
+  const base::FileDescriptor probe = makeSocket(path);
   return ::connect(probe.get(), address.get(), address.size()) != 0 && errno == ECONNREFUSED;
 }
 
 }  // namespace
 
-FileDescriptor listenOnLocal(const std::string& path) {
+base::FileDescriptor listenOnLocal(const std::string& path) {
   const LocalAddress address(path);
-  FileDescriptor listener = makeSocket(path);
+  base::FileDescriptor listener = makeSocket(path);
   int bound = ::bind(listener.get(), address.get(), address.size());
   if (bound != 0 && errno == EADDRINUSE) {
     if (!isLeftBehind(path, address)) throw AddressInUse(cannotListen(path, "it is in use"));

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "runtime/messaging/FileDescriptor.h"
+#include "runtime/base/FileDescriptor.h"
 
 namespace qor::socket {
 
@@ -10,6 +10,6 @@ namespace qor::socket {
 /// with '@'. A file that its owner left behind when it died is replaced; one that is listened on, and
 /// anything that is no socket, is left alone. Throws AddressInUse, or another std::runtime_error, that names
 /// the path and the reason.
-FileDescriptor listenOnLocal(const std::string& path);
+base::FileDescriptor listenOnLocal(const std::string& path);
 
 }  // namespace qor::socket

@@ -79,7 +79,7 @@ void PublisherSocket::send(const google::protobuf::Message& message, std::size_t
   encode(message, encoded.data());
   std::vector<std::string> warnings;
   {
-    const Lock lock(mutex_);
+    const base::Lock lock(mutex_);
     if (const auto now = coarseNow(); now - lastLook_ >= timeBetweenLooks) {
       lastLook_ = now;
       lookForSubscribers();
@@ -98,7 +98,7 @@ std::size_t PublisherSocket::close(std::chrono::milliseconds timeForUnsent) noex
   const auto start = std::chrono::steady_clock::now();
   std::size_t discarded = 0;
   {
-    Lock lock(mutex_);
+    base::Lock lock(mutex_);
     lock.waitUntil(keptChanged_, start + timeForUnsent,
                    [this]() QOR_REQUIRES(mutex_) { return kept_.empty() || ended_; });
     discarded = kept_.count();
@@ -112,7 +112,7 @@ std::size_t PublisherSocket::close(std::chrono::milliseconds timeForUnsent) noex
 bool PublisherSocket::onActivity() noexcept {
   std::vector<std::string> warnings;
   {
-    const Lock lock(mutex_);
+    const base::Lock lock(mutex_);
     try {
       lookForSubscribers();
       handOver();
@@ -134,7 +134,7 @@ void PublisherSocket::endReception() {
   context().watch().remove(socket().descriptor());
   std::vector<std::string> warnings;
   {
-    const Lock lock(mutex_);
+    const base::Lock lock(mutex_);
     if (!readers_) return;
     readers_->refusals().conclude();
     warnings = readers_->refusals().takeLines();

@@ -4,8 +4,8 @@
 #include <condition_variable>
 #include <optional>
 
+#include "runtime/base/Mutex.h"
 #include "runtime/messaging/KeptMessages.h"
-#include "runtime/messaging/Mutex.h"
 #include "runtime/zmq/AdmittedReaders.h"
 #include "runtime/zmq/SocketWatch.h"
 #include "runtime/zmq/XpubSubscribers.h"
@@ -37,7 +37,7 @@ class PublisherSocket : public ZmqOpenSocket, private Watched {
   void endReception();
 
   std::optional<int> reports_;  ///< subscribers_' descriptor
-  Mutex mutex_;
+  base::Mutex mutex_;
   std::condition_variable keptChanged_;
   KeptMessages<ZmqMessage> kept_ QOR_GUARDED_BY(mutex_);
   std::optional<ZmqMessage> newest_ QOR_GUARDED_BY(mutex_);  ///< where it is all that counts

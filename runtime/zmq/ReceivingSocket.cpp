@@ -42,7 +42,7 @@ ReceivingSocket::Waited ReceivingSocket::waitForMessage(std::optional<std::chron
   std::optional<Deadline> deadline;
   while (!ready_) {
     if (interrupted_) return Waited::Interrupted;
-    if (deadline) timeOut = timeUntil(*deadline);
+    if (deadline) timeOut = base::timeUntil(*deadline);
     if (timeOut > longestWait && !deadline) deadline = Deadline::clock::now() + *timeOut;
     const auto wait = std::min(timeOut.value_or(longestWait), longestWait);
     const ZmqSocket::Received received = socket().receive(content_, wait);

@@ -3,13 +3,13 @@
 #include <cstring>
 #include <utility>
 
-#include "tamb/LogContext.h"
+#include "runtime/base/RandomUuid.h"
 
 namespace qor::socket {
 
 SocketMonitor::SocketMonitor(ZmqSocket& socket, Context& context, int kinds, const std::string& description)
     : socket_(socket), events_(context.get(), ZMQ_PAIR, description) {
-  const std::string address = "inproc://monitor-" + tamb::GetUUIDString();
+  const std::string address = "inproc://monitor-" + base::randomUuid();
   events_.setOption(ZMQ_LINGER, 0);
   // Without a bound: at its bound libzmq's I/O thread, and all traffic with it, would wait for us to read.
   events_.setOption(ZMQ_RCVHWM, 0);

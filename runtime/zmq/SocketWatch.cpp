@@ -13,7 +13,7 @@ namespace qor::socket {
 
 namespace {
 
-void startPolling(const FileDescriptor& poller, int descriptor) {
+void startPolling(const base::FileDescriptor& poller, int descriptor) {
   epoll_event event{};
   event.events = EPOLLIN;
   event.data.fd = descriptor;
@@ -22,7 +22,7 @@ void startPolling(const FileDescriptor& poller, int descriptor) {
   }
 }
 
-void stopPolling(const FileDescriptor& poller, int descriptor) {
+void stopPolling(const base::FileDescriptor& poller, int descriptor) {
   ::epoll_ctl(poller.get(), EPOLL_CTL_DEL, descriptor, nullptr);
 }
 
@@ -30,7 +30,7 @@ void stopPolling(const FileDescriptor& poller, int descriptor) {
 
 SocketWatch::SocketWatch()
     : poller_(::epoll_create1(EPOLL_CLOEXEC)), stop_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-  if (!poller_ || !stop_) {
+  if (!poller_.isOpen() || !stop_.isOpen()) {
     throw std::system_error(errno, std::generic_category(), "cannot watch sockets");
   }
   startPolling(poller_, stop_.get());
@@ -44,7 +44,7 @@ SocketWatch::~SocketWatch() {
 }
 
 void SocketWatch::add(int descriptor, Watched& watched) {
-  const Lock lock(mutex_);
+  const base::Lock lock(mutex_);
   if (!thread_.joinable()) start();
   startPolling(poller_, descriptor);
   watched_.emplace(descriptor, &watched);
@@ -68,7 +68,7 @@ void SocketWatch::start() {
 }
 
 void SocketWatch::remove(int descriptor) {
-  const Lock lock(mutex_);
+  const base::Lock lock(mutex_);
   stopPolling(poller_, descriptor);
   watched_.erase(descriptor);
 }
@@ -83,7 +83,7 @@ void SocketWatch::watch() {
     }
     if (ready <= 0) continue;
     if (event.data.fd == stop_.get()) return;
-    const Lock lock(mutex_);
+    const base::Lock lock(mutex_);
     const auto found = watched_.find(event.data.fd);
     if (found != watched_.end() && !found->second->onActivity()) {
       stopPolling(poller_, found->first);

@@ -3,8 +3,8 @@
 #include <map>
 #include <thread>
 
-#include "runtime/messaging/FileDescriptor.h"
-#include "runtime/messaging/Mutex.h"
+#include "runtime/base/FileDescriptor.h"
+#include "runtime/base/Mutex.h"
 
 namespace qor::socket {
 
@@ -38,9 +38,9 @@ class SocketWatch {
   void start() QOR_REQUIRES(mutex_);
   void watch();
 
-  FileDescriptor poller_;
-  FileDescriptor stop_;
-  Mutex mutex_;  ///< held while somebody is called, too
+  base::FileDescriptor poller_;
+  base::FileDescriptor stop_;
+  base::Mutex mutex_;  ///< held while somebody is called, too
   std::map<int, Watched*> watched_ QOR_GUARDED_BY(mutex_);
   std::thread thread_ QOR_GUARDED_BY(mutex_);
 };

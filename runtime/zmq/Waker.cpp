@@ -3,7 +3,7 @@
 #include <exception>
 
 #include "qor/utils/Log.h"
-#include "tamb/LogContext.h"
+#include "runtime/base/RandomUuid.h"
 
 namespace qor::socket {
 
@@ -16,7 +16,7 @@ char orderMark = 0;
 
 Waker::Waker(ZmqSocket& sleeper, int sleeperType, void* context, const std::string& description)
     : peer_(context, sleeperType == ZMQ_SUB ? ZMQ_XPUB : ZMQ_DEALER, description) {
-  const std::string address = "inproc://waker-" + tamb::GetUUIDString();
+  const std::string address = "inproc://waker-" + base::randomUuid();
   peer_.setOption(ZMQ_LINGER, 0);
   if (::zmq_bind(peer_.get(), address.c_str()) != 0 || ::zmq_connect(sleeper.get(), address.c_str()) != 0) {
     throwZmqError(description, "cannot be made to wake up");
@@ -24,7 +24,7 @@ Waker::Waker(ZmqSocket& sleeper, int sleeperType, void* context, const std::stri
 }
 
 void Waker::wake() noexcept {
-  const Lock lock(mutex_);
+  const base::Lock lock(mutex_);
   try {
     // An XPUB has to hear of its subscriber before it sends.
     peer_.takeInNews();

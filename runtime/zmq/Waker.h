@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "runtime/messaging/Mutex.h"
+#include "runtime/base/Mutex.h"
 #include "runtime/zmq/ZmqHandles.h"
 
 namespace qor::socket {
@@ -20,7 +20,7 @@ class Waker {
   static bool isOrder(ZmqMessage& part);
 
  private:
-  Mutex mutex_;
+  base::Mutex mutex_;
   ZmqSocket peer_ QOR_GUARDED_BY(mutex_);
 };
 

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <limits>
 #include <new>
 #include <stdexcept>
 
@@ -35,12 +34,6 @@ void throwZmqError(const std::string& who, const char* failure) {
   const std::string text = who + ": " + failure + ": " + ::zmq_strerror(error);
   if (error == ETERM) throw ZmqContextTerminationException(text);
   throw std::runtime_error(text);
-}
-
-std::chrono::milliseconds timeUntil(Deadline deadline) {
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Deadline::clock::now());
-  return std::clamp(left, std::chrono::milliseconds(0),
-                    std::chrono::milliseconds(std::numeric_limits<int>::max()));
 }
 
 ZmqMessage::ZmqMessage(std::size_t size) {

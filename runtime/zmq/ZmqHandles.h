@@ -7,16 +7,15 @@
 #include <string>
 #include <utility>
 
+#include "runtime/base/Deadline.h"
+
 namespace qor::socket {
 
 /// Throws for what libzmq has just reported through errno: ZmqContextTerminationException for a context that
 /// is being shut down, std::runtime_error for everything else. `who` and `failure` lead the text.
 [[noreturn]] void throwZmqError(const std::string& who, const char* failure);
 
-using Deadline = std::chrono::steady_clock::time_point;
-
-/// What is left until the deadline, rounded up and not below 0.
-std::chrono::milliseconds timeUntil(Deadline deadline);
+using base::Deadline;
 
 /// One libzmq message. Owns its content; moving it moves the content without a copy.
 class ZmqMessage {

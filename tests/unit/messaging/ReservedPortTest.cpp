@@ -23,7 +23,7 @@ using ::testing::ThrowsMessage;
 SocketEndpoint anyPort() { return SocketEndpoint::FromString("tcp://127.0.0.1:0"); }
 
 bool canConnectTo(std::uint16_t port) {
-  const FileDescriptor client(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const base::FileDescriptor client(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(port);
@@ -65,10 +65,10 @@ TEST(ReservedPort, IsLetGoWithTheLastCopy) {
 
 TEST(ReservedPort, IsTakenOverOnceByWhicheverCopyIsFirst) {
   const std::vector<SocketEndpoint> copies(3, anyPort().withReservedPort());
-  const FileDescriptor taken = copies[1].reservation()->take();
-  ASSERT_TRUE(taken);
+  const base::FileDescriptor taken = copies[1].reservation()->take();
+  ASSERT_TRUE(taken.isOpen());
   EXPECT_EQ(portOf(taken), copies[0].port());
-  for (const SocketEndpoint& copy : copies) EXPECT_FALSE(copy.reservation()->take());
+  for (const SocketEndpoint& copy : copies) EXPECT_FALSE(copy.reservation()->take().isOpen());
 }
 
 TEST(ReservedPort, IsTakenOverOnceByManyThreads) {
@@ -79,7 +79,7 @@ TEST(ReservedPort, IsTakenOverOnceByManyThreads) {
     threads.reserve(8);
     for (int i = 0; i < 8; ++i) {
       threads.emplace_back([&taken, endpoint = reserved] {
-        if (endpoint.reservation()->take()) ++taken;
+        if (endpoint.reservation()->take().isOpen()) ++taken;
       });
     }
   }
@@ -111,7 +111,7 @@ TEST(ReservedPort, IsRefusedOnAHostThatIsNotThisOne) {
 }
 
 TEST(ReservedPort, MayBeOneOfIpv6) {
-  const FileDescriptor available(::socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const base::FileDescriptor available(::socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_in6 loopback{};
   loopback.sin6_family = AF_INET6;
   loopback.sin6_addr = in6addr_loopback;

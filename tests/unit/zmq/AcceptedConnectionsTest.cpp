@@ -20,9 +20,9 @@
 namespace qor::socket {
 namespace {
 
-FileDescriptor opened(int descriptor) {
+base::FileDescriptor opened(int descriptor) {
   if (descriptor < 0) throw std::system_error(errno, std::generic_category(), "cannot open a descriptor");
-  return FileDescriptor(descriptor);
+  return base::FileDescriptor(descriptor);
 }
 
 /// While it lives, this process can open no descriptor.
@@ -30,7 +30,7 @@ class NoDescriptorsLeft {
  public:
   NoDescriptorsLeft() {
     ::getrlimit(RLIMIT_NOFILE, &before_);
-    const FileDescriptor next = opened(::dup(STDIN_FILENO));
+    const base::FileDescriptor next = opened(::dup(STDIN_FILENO));
     rlimit few = before_;
     few.rlim_cur = static_cast<rlim_t>(next.get()) + 16;
     if (::setrlimit(RLIMIT_NOFILE, &few) != 0) {
@@ -46,7 +46,7 @@ class NoDescriptorsLeft {
 
  private:
   rlimit before_{};
-  std::vector<FileDescriptor> fillers_;
+  std::vector<base::FileDescriptor> fillers_;
 };
 
 class AcceptedConnectionsTest : public ::testing::Test {
@@ -71,9 +71,9 @@ class AcceptedConnectionsTest : public ::testing::Test {
 
   const test::TemporaryDirectory directory_;
   const std::string path_ = (directory_.path() / "listener").string();
-  const FileDescriptor listener_ = opened(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  const FileDescriptor peer_ = opened(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  std::optional<FileDescriptor> accepted_;
+  const base::FileDescriptor listener_ = opened(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const base::FileDescriptor peer_ = opened(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  std::optional<base::FileDescriptor> accepted_;
   std::optional<AcceptedConnections> connections_;
 };
 
@@ -99,8 +99,8 @@ TEST_F(AcceptedConnectionsTest, AreNotKeptOpen) {
 TEST_F(AcceptedConnectionsTest, AreNotTakenForWhatElseADescriptorStandsFor) {
   std::array<int, 2> pair{-1, -1};
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair.data()), 0);
-  const FileDescriptor other(pair[0]);
-  const FileDescriptor otherPeer(pair[1]);
+  const base::FileDescriptor other(pair[0]);
+  const base::FileDescriptor otherPeer(pair[1]);
   connections_->disconnect(other.get());
   EXPECT_EQ(::send(other.get(), "a", 1, MSG_NOSIGNAL), 1);
   EXPECT_EQ(connections_->peer(other.get()), "which has disconnected");

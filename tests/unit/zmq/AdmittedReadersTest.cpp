@@ -22,15 +22,15 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 /// An open socket, as the connection to a peer.
-FileDescriptor openSocket() {
-  FileDescriptor descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!descriptor) throw std::system_error(errno, std::generic_category(), "cannot make a socket");
+base::FileDescriptor openSocket() {
+  base::FileDescriptor descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!descriptor.isOpen()) throw std::system_error(errno, std::generic_category(), "cannot make a socket");
   return descriptor;
 }
 
 /// Closes the socket and opens another under the same number.
-void replace(FileDescriptor& descriptor) {
-  const FileDescriptor other = openSocket();
+void replace(base::FileDescriptor& descriptor) {
+  const base::FileDescriptor other = openSocket();
   if (::dup3(other.get(), descriptor.get(), O_CLOEXEC) < 0) {
     throw std::system_error(errno, std::generic_category(), "cannot take a number over");
   }
@@ -43,10 +43,10 @@ class ScriptedSubscribers : public Subscribers {
   void subscribes(int descriptor) {
     script_.emplace_back(Message{.descriptor = descriptor, .isSubscription = true});
   }
-  void subscribes(const FileDescriptor& peer) { subscribes(peer.get()); }
+  void subscribes(const base::FileDescriptor& peer) { subscribes(peer.get()); }
   void subscriptionEnds() { script_.emplace_back(Message{}); }
   void ends(int descriptor) { script_.emplace_back(End{.descriptor = descriptor, .isLastOfLook = false}); }
-  void ends(const FileDescriptor& peer) { ends(peer.get()); }
+  void ends(const base::FileDescriptor& peer) { ends(peer.get()); }
   /// A look for ends finds none beyond those so far.
   void lookEnds() { script_.emplace_back(End{.descriptor = 0, .isLastOfLook = true}); }
 
@@ -88,8 +88,8 @@ class AdmittedReadersTest : public ::testing::Test {
 };
 
 TEST_F(AdmittedReadersTest, ServesTheFirstAndRefusesTheSecond) {
-  const FileDescriptor first = openSocket();
-  const FileDescriptor second = openSocket();
+  const base::FileDescriptor first = openSocket();
+  const base::FileDescriptor second = openSocket();
   subscribers_.subscribes(first);
   EXPECT_TRUE(update());
   subscribers_.subscribes(second);
@@ -101,7 +101,7 @@ TEST_F(AdmittedReadersTest, ServesTheFirstAndRefusesTheSecond) {
 }
 
 TEST_F(AdmittedReadersTest, AdmitNobodyWhoseEndWasReportedAheadOfItsSubscription) {
-  FileDescriptor broken = openSocket();
+  base::FileDescriptor broken = openSocket();
   subscribers_.ends(broken);
   EXPECT_FALSE(update());
   subscribers_.subscribes(broken);
@@ -120,7 +120,7 @@ TEST_F(AdmittedReadersTest, AdmitNobodyWhoseEndWasReportedAheadOfItsSubscription
 TEST_F(AdmittedReadersTest, AdmitNobodyWhoseConnectionIsClosed) {
   int number = -1;
   {
-    const FileDescriptor closed = openSocket();
+    const base::FileDescriptor closed = openSocket();
     number = closed.get();
   }
   subscribers_.subscribes(number);
@@ -130,7 +130,7 @@ TEST_F(AdmittedReadersTest, AdmitNobodyWhoseConnectionIsClosed) {
 }
 
 TEST_F(AdmittedReadersTest, DoNotTakeASuccessorForWhoSubscribedBefore) {
-  FileDescriptor broken = openSocket();
+  base::FileDescriptor broken = openSocket();
   subscribers_.ends(broken);
   update();
   // The subscription is of the first connection; the descriptor is a second one's by now.
@@ -149,10 +149,10 @@ TEST_F(AdmittedReadersTest, DoNotTakeASuccessorForWhoSubscribedBefore) {
 }
 
 TEST_F(AdmittedReadersTest, ForgetAReaderWhoseEndWasMissed) {
-  std::optional<FileDescriptor> broken(openSocket());
+  std::optional<base::FileDescriptor> broken(openSocket());
   subscribers_.subscribes(*broken);
   EXPECT_TRUE(update());
-  const FileDescriptor waiting = openSocket();
+  const base::FileDescriptor waiting = openSocket();
   subscribers_.subscribes(waiting);
   EXPECT_FALSE(update());
   broken.reset();
@@ -163,7 +163,7 @@ TEST_F(AdmittedReadersTest, ForgetAReaderWhoseEndWasMissed) {
 }
 
 TEST_F(AdmittedReadersTest, KeepAReaderWhenASubscriptionOfAnotherEnds) {
-  const FileDescriptor reader = openSocket();
+  const base::FileDescriptor reader = openSocket();
   subscribers_.subscribes(reader);
   update();
   subscribers_.subscriptionEnds();
@@ -172,7 +172,7 @@ TEST_F(AdmittedReadersTest, KeepAReaderWhenASubscriptionOfAnotherEnds) {
 }
 
 TEST_F(AdmittedReadersTest, DisconnectAReaderThatSubscribesAgain) {
-  FileDescriptor reader = openSocket();
+  base::FileDescriptor reader = openSocket();
   subscribers_.subscribes(reader);
   update();
   subscribers_.subscribes(reader);
@@ -181,7 +181,7 @@ TEST_F(AdmittedReadersTest, DisconnectAReaderThatSubscribesAgain) {
 }
 
 TEST_F(AdmittedReadersTest, AdmitNobodyWhileEndsComeWithoutPause) {
-  const FileDescriptor reader = openSocket();
+  const base::FileDescriptor reader = openSocket();
   // Ten looks for ends find some each time; the next would find the end of who had the reader's descriptor.
   for (int look = 0; look < 10; ++look) {
     subscribers_.ends(1000 + look);
@@ -197,7 +197,7 @@ TEST_F(AdmittedReadersTest, AdmitNobodyWhileEndsComeWithoutPause) {
 }
 
 TEST_F(AdmittedReadersTest, TakeEveryEndInBeforeTheyAdmit) {
-  const FileDescriptor reader = openSocket();
+  const base::FileDescriptor reader = openSocket();
   subscribers_.subscribes(reader);
   for (int look = 0; look < 9; ++look) {
     subscribers_.ends(1000 + look);

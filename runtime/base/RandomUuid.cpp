@@ -1,3 +1,5 @@
+#include "runtime/base/RandomUuid.h"
+
 #include <pthread.h>
 #include <unistd.h>
 #include <uuid/uuid.h>
@@ -10,20 +12,18 @@
 #include <string>
 #include <system_error>
 
-#include "tamb/LogContext.h"
-
-namespace tamb {
+namespace qor::base {
 
 namespace {
 
-/// A forked child must not go on with the bytes that its parent goes on with.
+/// A forked child must not use the bytes that its parent uses too.
 std::atomic<unsigned int> forks{0};
-/// Fails only where a program cannot be loaded anyway, for want of memory.
+/// Fails only for want of memory, with which no program could be loaded.
 [[maybe_unused]] const int forksAreCounted = ::pthread_atfork(nullptr, nullptr, [] { ++forks; });
 
-/// Random bytes of one thread, a block at a time: every received notification gets an identifier, and to ask
-/// the kernel for each would cost more than all the rest of its reception. Trivially destructible, for
-/// whoever still asks while the thread ends.
+/// Random bytes of one thread, a block at a time: every received notification gets an identifier, and a
+/// system call for each would cost more than the rest of its reception. Trivially destructible, because
+/// identifiers are also made while a thread ends.
 struct RandomBytes {
   std::array<unsigned char, 256> bytes;  ///< as many as getentropy gives at once
   std::size_t used = sizeof bytes;
@@ -47,7 +47,7 @@ thread_local RandomBytes randomBytes;
 
 }  // namespace
 
-std::string GetUUIDString() {
+std::string randomUuid() {
   uuid_t uuid;
   randomBytes.take(uuid);
   // Version 4, random, of the variant that RFC 4122 describes.
@@ -58,4 +58,4 @@ std::string GetUUIDString() {
   return text.data();
 }
 
-}  // namespace tamb
+}  // namespace qor::base

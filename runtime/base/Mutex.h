@@ -18,7 +18,7 @@
 /// Of a function, a lambda included: called with that mutex held.
 #define QOR_REQUIRES(mutex) QOR_THREAD_ANNOTATION(requires_capability(mutex))
 
-namespace qor::socket {
+namespace qor::base {
 
 /// A std::mutex that the analysis knows.
 class QOR_THREAD_ANNOTATION(capability("mutex")) Mutex {
@@ -51,4 +51,4 @@ class QOR_THREAD_ANNOTATION(scoped_lockable) Lock {
   std::unique_lock<std::mutex> lock_;
 };
 
-}  // namespace qor::socket
+}  // namespace qor::base
