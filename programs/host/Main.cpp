@@ -122,9 +122,15 @@ bool isHangUpIgnored() {
   return ::sigaction(SIGHUP, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
 }
 
-/// Ends this process as the signal does by itself, once nothing is left of an engine of this process.
+/// Ends this process as the signal does by itself, once nothing is left of an engine of this process, or when
+/// that has not stopped within its time.
 [[noreturn]] void hangUp(Session& session, const sigset_t& signals) {
-  session.abandon();
+  try {
+    session.abandon();
+  } catch (const std::exception& error) {
+    // The end of the run must not be waited for: it may never come.
+    qor::console::writeErrorLine("tamb-host: " + qor::console::withLimit(error.what()));
+  }
   ::kill(::getpid(), SIGHUP);
   ::pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
   std::_Exit(128 + SIGHUP);

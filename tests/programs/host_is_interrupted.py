@@ -125,6 +125,13 @@ class EngineThatIgnoresTheStop(ProgramsTest):
         self.assertRegex(service.errors(), f"engine process {engine} (died: .* )?did not stop within 5 s")
         self.assertEqual(processes_below(service.pid), {})
 
+    def test_does_not_keep_a_host_that_runs_it_itself_when_the_terminal_closes(self):
+        host = self.host(self.faulty_engine_workflow(behaviour="ignoreStop", notifications=1), "--local")
+        host.wait_for_notification("Tick")
+        host.signal(signal.SIGHUP)
+        self.expect_exit(host, -signal.SIGHUP, GONE_WITHIN)
+        self.assertIn("it still runs after 5000 ms", host.errors())
+
     def test_leaves_nothing_of_a_host_with_a_private_service_either(self):
         host = self.host(self.faulty_engine_workflow(behaviour="ignoreStop", notifications=1))
         host.wait_for_notification("Tick")
