@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <string_view>
 #include <type_traits>
 
+#include "runtime/base/Utf8.h"
 #include "runtime/tamb/NotificationMessage.h"
 #include "tamb/LogContext.h"
 
@@ -37,14 +39,9 @@ std::shared_ptr<const tamb::IParametersCollectionInstance> collection(const Noti
 /// In bytes. A value is in its message twice, and a message holds at most 65 536 bytes.
 constexpr std::size_t longestText = 8'000;
 
-std::string cut(std::string text) {
-  if (text.size() > longestText) {
-    // Between two characters of UTF-8, the later bytes of which begin with the bits 10.
-    auto end = longestText;
-    while (end > longestText - 4 && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U) --end;
-    text.replace(end, std::string::npos, "...");
-  }
-  return text;
+std::string cut(const std::string& text) {
+  const std::string_view shown = base::cutUtf8(text, longestText);
+  return shown.size() == text.size() ? text : std::string(shown) + "...";
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <string_view>
 
+#include "runtime/base/Utf8.h"
 #include "runtime/console/ErrorStream.h"
 #include "runtime/tamb/EscapedText.h"
 
@@ -65,7 +66,7 @@ std::string printed(const json& value) {
   std::string line;
   line.reserve(text.size());
   for (std::string_view rest = text; !rest.empty();) {
-    const auto character = tamb::FirstCharacter(rest);
+    const auto character = base::firstCharacter(rest);
     if (tamb::IsControlCharacter(character.codePoint)) {
       line += fmt::format("\\u{:04x}", static_cast<unsigned int>(character.codePoint));
     } else {

@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "engines/sdk/PercentEncoding.h"
-#include "runtime/tamb/EscapedText.h"
+#include "runtime/base/Utf8.h"
 
 namespace qor::programs {
 
@@ -30,15 +30,6 @@ std::string absolutePath(const std::string& path, const std::filesystem::path& f
   return (folder / path).string();
 }
 
-bool isUtf8(std::string_view text) {
-  while (!text.empty()) {
-    const auto character = tamb::FirstCharacter(text);
-    if (!character.isUtf8) return false;
-    text.remove_prefix(character.length);
-  }
-  return true;
-}
-
 /// None for what is not a location.
 std::optional<std::string> locationIn(const json& value) {
   if (value.is_string()) return value.get<std::string>();
@@ -58,7 +49,7 @@ std::string absoluteLocation(const std::string& location, const std::filesystem:
 }
 
 json locationValue(const std::string& location) {
-  if (isUtf8(location)) return location;
+  if (base::isUtf8(location)) return location;
   return {{percentEncodedKey, engines::percentEncoded(location)}};
 }
 

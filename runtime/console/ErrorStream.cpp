@@ -11,8 +11,8 @@
 #include <mutex>
 #include <string>
 
+#include "runtime/base/FileDescriptor.h"
 #include "runtime/console/LogLine.h"
-#include "runtime/processes/Pipe.h"
 #include "runtime/tamb/EscapedText.h"
 #include "tamb/LogContext.h"
 
@@ -37,7 +37,7 @@ class Stream {
     isSocket_ = S_ISSOCK(status.st_mode);
     if (!S_ISFIFO(status.st_mode)) return;
     const std::string name = "/proc/self/fd/" + std::to_string(descriptor);
-    own_ = processes::Descriptor(::open(name.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+    own_ = base::FileDescriptor(::open(name.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
     if (own_.isOpen()) descriptor_ = own_.get();
   }
 
@@ -55,7 +55,7 @@ class Stream {
 
   int descriptor_;
   bool isSocket_ = false;
-  processes::Descriptor own_;
+  base::FileDescriptor own_;
 };
 
 /// What could not be written of the text.

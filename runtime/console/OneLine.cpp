@@ -1,5 +1,6 @@
 #include "runtime/console/OneLine.h"
 
+#include "runtime/base/Utf8.h"
 #include "runtime/tamb/EscapedText.h"
 
 namespace qor::console {
@@ -12,17 +13,17 @@ constexpr const char* more = "...";
 
 std::string oneLine(std::string_view text, std::size_t longest) {
   std::string line;
-  while (!text.empty()) {
-    const auto character = tamb::FirstCharacter(text);
+  // No character becomes longer, so that the rest of a long text does not matter.
+  while (!text.empty() && line.size() <= longest) {
+    const auto character = base::firstCharacter(text);
     std::string_view shown = text.substr(0, character.length);
     if (!character.isUtf8) shown = "?";
     if (character.isUtf8 && character.codePoint != '\t' && tamb::IsControlCharacter(character.codePoint))
       shown = " ";
-    if (line.size() + shown.size() > longest) return line + more;
     line += shown;
     text.remove_prefix(character.length);
   }
-  return line;
+  return line.size() <= longest ? line : std::string(base::cutUtf8(line, longest)) + more;
 }
 
 }  // namespace qor::console

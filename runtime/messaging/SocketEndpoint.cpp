@@ -12,6 +12,7 @@
 #include <string_view>
 #include <utility>
 
+#include "runtime/base/Utf8.h"
 #include "runtime/messaging/SocketLabel.h"
 #include "runtime/messaging/TcpListener.h"
 
@@ -31,7 +32,8 @@ constexpr std::size_t maximumNameLength = 64;
 /// The text in quotes, on one line and of bounded length, whatever it holds.
 std::string quoted(std::string_view text) {
   constexpr std::size_t maximumShown = 200;
-  return fmt::format("{:?}{}", text.substr(0, maximumShown), text.size() > maximumShown ? "…" : "");
+  const std::string_view shown = base::cutUtf8(text, maximumShown);
+  return fmt::format("{:?}{}", shown, shown.size() < text.size() ? "…" : "");
 }
 
 [[noreturn]] void refuse(std::string_view text, std::string_view reason) {

@@ -23,7 +23,7 @@ std::string readable(std::string_view message) {
   std::string text;
   text.reserve(message.size());
   while (!message.empty()) {
-    const Utf8Character character = FirstCharacter(message);
+    const auto character = qor::base::firstCharacter(message);
     if (message.front() == '\n') {
       text += "\n    ";
     } else if (message.starts_with("\r\n")) {

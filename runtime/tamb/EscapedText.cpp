@@ -6,44 +6,7 @@
 
 namespace tamb {
 
-namespace {
-
-/// How a character of several bytes goes on after its first one.
-struct Continuation {
-  std::size_t count = 0;
-  unsigned char lowestSecond = 0x80;
-  unsigned char highestSecond = 0xBF;
-};
-
-/// The bounds of the second byte leave out overlong forms, surrogates and what lies beyond U+10FFFF. A count
-/// of 0 for a byte that begins no character.
-Continuation continuationOf(unsigned char first) {
-  if (first >= 0xC2 && first <= 0xDF) return {.count = 1};
-  if (first == 0xE0) return {.count = 2, .lowestSecond = 0xA0};
-  if (first == 0xED) return {.count = 2, .highestSecond = 0x9F};
-  if (first >= 0xE1 && first <= 0xEF) return {.count = 2};
-  if (first == 0xF0) return {.count = 3, .lowestSecond = 0x90};
-  if (first == 0xF4) return {.count = 3, .highestSecond = 0x8F};
-  if (first >= 0xF1 && first <= 0xF3) return {.count = 3};
-  return {};
-}
-
-}  // namespace
-
-Utf8Character FirstCharacter(std::string_view text) {
-  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-  if (byte(0) < 0x80) return {.length = 1, .codePoint = byte(0), .isUtf8 = true};
-  const Utf8Character none{.length = 1, .codePoint = byte(0), .isUtf8 = false};
-  const Continuation rest = continuationOf(byte(0));
-  if (rest.count == 0 || text.size() <= rest.count) return none;
-  if (byte(1) < rest.lowestSecond || byte(1) > rest.highestSecond) return none;
-  char32_t codePoint = byte(0) & (0x3FU >> rest.count);
-  for (std::size_t i = 1; i <= rest.count; ++i) {
-    if (byte(i) < 0x80 || byte(i) > 0xBF) return none;
-    codePoint = (codePoint << 6U) | (byte(i) & 0x3FU);
-  }
-  return {.length = 1 + rest.count, .codePoint = codePoint, .isUtf8 = true};
-}
+using qor::base::Utf8Character;
 
 bool IsControlCharacter(char32_t codePoint) {
   const auto isIn = [codePoint](char32_t first, char32_t last) {
@@ -72,7 +35,7 @@ std::string EscapedText(std::string_view text) {
   std::string escaped;
   escaped.reserve(text.size());
   while (!text.empty()) {
-    const Utf8Character character = FirstCharacter(text);
+    const Utf8Character character = qor::base::firstCharacter(text);
     if (!character.isUtf8 || IsControlCharacter(character.codePoint)) {
       AppendEscaped(escaped, character);
     } else {

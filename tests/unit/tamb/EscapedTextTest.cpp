@@ -30,20 +30,4 @@ TEST(AnEscapedText, SpellsOutBytesThatAreNotUtf8) {
   EXPECT_EQ(EscapedText("\xed\xa0\x80\xf4\x90\x80\x80"), R"(\xed\xa0\x80\xf4\x90\x80\x80)");
 }
 
-TEST(AFirstCharacter, IsTheCodePointAndItsLength) {
-  struct Case {
-    std::string text;
-    std::size_t length;
-    char32_t codePoint;
-  };
-  for (const auto& [text, length, codePoint] :
-       {Case{"az", 1, U'a'}, Case{"\u00e9z", 2, U'\u00e9'}, Case{"\u20acz", 3, U'\u20ac'},
-        Case{"\U0001f600z", 4, U'\U0001f600'}}) {
-    const auto character = tamb::FirstCharacter(text);
-    EXPECT_TRUE(character.isUtf8);
-    EXPECT_EQ(character.length, length);
-    EXPECT_EQ(character.codePoint, codePoint);
-  }
-}
-
 }  // namespace

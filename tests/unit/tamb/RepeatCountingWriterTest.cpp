@@ -35,11 +35,11 @@ class ARepeatCountingWriter : public testing::Test {
                   std::to_string(now_.time_since_epoch() / seconds(1)));
   }
   void pass(seconds time) { now_ += time; }
-  std::vector<std::string> written() { return std::exchange(kept_->lines, {}); }
+  std::vector<std::string> written() { return std::exchange(backlog_->lines, {}); }
 
-  const std::shared_ptr<KeptRecords> kept_ = std::make_shared<KeptRecords>();
+  const std::shared_ptr<KeptRecords> backlog_ = std::make_shared<KeptRecords>();
   RepeatCountingWriter::Clock::time_point now_{};
-  RepeatCountingWriter writer_{kept_, [this] { return now_; }};
+  RepeatCountingWriter writer_{backlog_, [this] { return now_; }};
 };
 
 TEST_F(ARepeatCountingWriter, WritesARecordOnceAndThenHowOftenItCame) {
