@@ -13,7 +13,7 @@ PublisherSocket::PublisherSocket(const SocketLabel& label, bool newestOnly, cons
     : BindingSocket(label, endpoint),
       limit_(endpoint.readers() != 0 ? endpoint.readers() : std::numeric_limits<std::size_t>::max()),
       refusals_(label, endpoint.readers()),
-      kept_(newestOnly) {}
+      backlog_(newestOnly) {}
 
 PublisherSocket::~PublisherSocket() {
   refusals_.conclude();
@@ -29,9 +29,9 @@ void PublisherSocket::add(SubscriberSocket& subscriber) {
 
 void PublisherSocket::admit(SubscriberSocket& subscriber) {
   subscribers_.push_back(&subscriber);
-  if (newest_ && kept_.empty()) {
+  if (newest_ && backlog_.empty()) {
     const std::size_t size = newest_->size();
-    subscriber.hasRoom(size) ? subscriber.deliver(*newest_) : kept_.keep(*newest_, size, label());
+    subscriber.hasRoom(size) ? subscriber.deliver(*newest_) : backlog_.keep(*newest_, size, label());
   }
   handOver();
 }
@@ -56,24 +56,24 @@ void PublisherSocket::logRefusals() {
 }
 
 void PublisherSocket::put(std::string encoded, Switchboard::Lock& /*lock*/) {
-  if (kept_.isNewestOnly()) newest_ = encoded;
+  if (backlog_.isNewestOnly()) newest_ = encoded;
   const std::size_t size = encoded.size();
-  kept_.keep(std::move(encoded), size, label());
+  backlog_.keep(std::move(encoded), size, label());
   handOver();
 }
 
 void PublisherSocket::handOver() {
   while (canHandOver()) {
-    for (SubscriberSocket* const subscriber : subscribers_) subscriber->deliver(kept_.oldest());
-    kept_.dropOldest();
-    if (kept_.empty()) wake();
+    for (SubscriberSocket* const subscriber : subscribers_) subscriber->deliver(backlog_.oldest());
+    backlog_.dropOldest();
+    if (backlog_.empty()) wake();
   }
 }
 
 bool PublisherSocket::canHandOver() {
-  return !kept_.empty() && !subscribers_.empty() &&
+  return !backlog_.empty() && !subscribers_.empty() &&
          std::all_of(subscribers_.begin(), subscribers_.end(), [this](const SubscriberSocket* subscriber) {
-           return subscriber->hasRoom(kept_.oldest().size());
+           return subscriber->hasRoom(backlog_.oldest().size());
          });
 }
 

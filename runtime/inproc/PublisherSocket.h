@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "runtime/inproc/BindingSocket.h"
-#include "runtime/messaging/KeptMessages.h"
 #include "runtime/messaging/RefusalLog.h"
+#include "runtime/messaging/SendBacklog.h"
 
 namespace qor::socket::inproc {
 
@@ -30,7 +30,7 @@ class PublisherSocket final : public BindingSocket {
  private:
   std::size_t peers() const override { return subscribers_.size(); }
   std::size_t unreceived() const override { return 0; }
-  std::size_t unsent() const override { return kept_.count(); }
+  std::size_t unsent() const override { return backlog_.count(); }
   std::string take() override { return {}; }
   std::string whyNoneCanCome() const override { return "a publisher receives nothing"; }
   void put(std::string encoded, Switchboard::Lock& lock) override;
@@ -44,7 +44,7 @@ class PublisherSocket final : public BindingSocket {
   std::vector<SubscriberSocket*> subscribers_;  ///< those that are served
   std::vector<SubscriberSocket*> waiting_;      ///< those that are refused, in the order of their coming
   RefusalLog refusals_;
-  KeptMessages<std::string> kept_;
+  SendBacklog<std::string> backlog_;
   std::optional<std::string> newest_;  ///< where it is all that counts
 };
 

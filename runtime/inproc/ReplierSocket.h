@@ -4,7 +4,7 @@
 #include <string>
 
 #include "runtime/inproc/BindingSocket.h"
-#include "runtime/messaging/KeptMessages.h"
+#include "runtime/messaging/SendBacklog.h"
 
 namespace qor::socket::inproc {
 
@@ -34,7 +34,7 @@ class ReplierSocket final : public BindingSocket {
   void put(std::string encoded, Switchboard::Lock& lock) override;
 
   std::size_t requesters_ = 0;
-  KeptMessages<Request> inbox_{false};
+  SendBacklog<Request> inbox_{false};
   Answer pending_;  ///< of the request received last; empty once it has been used
 };
 

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "runtime/inproc/ConnectingSocket.h"
-#include "runtime/messaging/KeptMessages.h"
+#include "runtime/messaging/SendBacklog.h"
 
 namespace qor::socket::inproc {
 
@@ -26,7 +26,7 @@ class SubscriberSocket final : public ConnectingSocket {
   void put(std::string encoded, Switchboard::Lock& lock) override;
 
   PublisherSocket* publisher_ = nullptr;
-  KeptMessages<std::string> inbox_{false};
+  SendBacklog<std::string> inbox_{false};
 };
 
 }  // namespace qor::socket::inproc

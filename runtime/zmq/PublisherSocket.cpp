@@ -42,7 +42,7 @@ constexpr std::string_view unsubscription{"\0", 1};
 }  // namespace
 
 PublisherSocket::PublisherSocket(const SocketLabel& label, bool newestOnly, const SocketEndpoint& endpoint)
-    : ZmqOpenSocket(ZMQ_XPUB, label, limits), kept_(newestOnly) {
+    : ZmqOpenSocket(ZMQ_XPUB, label, limits), backlog_(newestOnly) {
   // A full queue is told to us instead of being passed over.
   socket().setOption(ZMQ_XPUB_NODROP, 1);
   socket().setOption(ZMQ_XPUB_VERBOSE, newestOnly ? 1 : 0);
@@ -85,9 +85,9 @@ void PublisherSocket::send(const google::protobuf::Message& message, std::size_t
       lookForSubscribers();
       handOver();
     }
-    if (kept_.isNewestOnly()) newest_ = encoded.copy();
-    if (!subscribed_ || !kept_.empty() || socket().trySend(encoded) != ZmqSocket::Sent::Yes) {
-      kept_.keep(std::move(encoded), size, label());
+    if (backlog_.isNewestOnly()) newest_ = encoded.copy();
+    if (!subscribed_ || !backlog_.empty() || socket().trySend(encoded) != ZmqSocket::Sent::Yes) {
+      backlog_.keep(std::move(encoded), size, label());
     }
     if (readers_) warnings = readers_->refusals().takeLines();
   }
@@ -99,9 +99,9 @@ std::size_t PublisherSocket::close(std::chrono::milliseconds timeForUnsent) noex
   std::size_t discarded = 0;
   {
     base::Lock lock(mutex_);
-    lock.waitUntil(keptChanged_, start + timeForUnsent,
-                   [this]() QOR_REQUIRES(mutex_) { return kept_.empty() || ended_; });
-    discarded = kept_.count();
+    lock.waitUntil(backlogChanged_, start + timeForUnsent,
+                   [this]() QOR_REQUIRES(mutex_) { return backlog_.empty() || ended_; });
+    discarded = backlog_.count();
   }
   endReception();
   const auto spent =
@@ -121,7 +121,7 @@ bool PublisherSocket::onActivity() noexcept {
       // The context is being shut down: nobody will subscribe any more, and the owner meets the same at its
       // next call. What is kept stays for close to count.
       ended_ = true;
-      keptChanged_.notify_all();
+      backlogChanged_.notify_all();
       return false;
     }
   }
@@ -162,17 +162,17 @@ void PublisherSocket::lookForSubscribers() {
 
 void PublisherSocket::onSubscription() {
   subscribed_ = true;
-  if (newest_ && kept_.empty()) kept_.keep(newest_->copy(), newest_->size(), label());
+  if (newest_ && backlog_.empty()) backlog_.keep(newest_->copy(), newest_->size(), label());
 }
 
 void PublisherSocket::handOver() {
-  if (!subscribed_ || kept_.empty()) return;
-  for (unsigned int sent = 1; subscribed_ && !kept_.empty(); ++sent) {
-    if (socket().trySend(kept_.oldest()) != ZmqSocket::Sent::Yes) break;
-    kept_.dropOldest();
+  if (!subscribed_ || backlog_.empty()) return;
+  for (unsigned int sent = 1; subscribed_ && !backlog_.empty(); ++sent) {
+    if (socket().trySend(backlog_.oldest()) != ZmqSocket::Sent::Yes) break;
+    backlog_.dropOldest();
     if (sent % messagesBetweenLooks == 0) lookForSubscribers();
   }
-  if (kept_.empty()) keptChanged_.notify_all();
+  if (backlog_.empty()) backlogChanged_.notify_all();
 }
 
 }  // namespace qor::socket

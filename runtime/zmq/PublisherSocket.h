@@ -5,7 +5,7 @@
 #include <optional>
 
 #include "runtime/base/Mutex.h"
-#include "runtime/messaging/KeptMessages.h"
+#include "runtime/messaging/SendBacklog.h"
 #include "runtime/zmq/AdmittedReaders.h"
 #include "runtime/zmq/SocketWatch.h"
 #include "runtime/zmq/XpubSubscribers.h"
@@ -38,8 +38,8 @@ class PublisherSocket : public ZmqOpenSocket, private Watched {
 
   std::optional<int> reports_;  ///< subscribers_' descriptor
   base::Mutex mutex_;
-  std::condition_variable keptChanged_;
-  KeptMessages<ZmqMessage> kept_ QOR_GUARDED_BY(mutex_);
+  std::condition_variable backlogChanged_;
+  SendBacklog<ZmqMessage> backlog_ QOR_GUARDED_BY(mutex_);
   std::optional<ZmqMessage> newest_ QOR_GUARDED_BY(mutex_);  ///< where it is all that counts
   // None when anybody may read:
   std::optional<XpubSubscribers> subscribers_ QOR_GUARDED_BY(mutex_);

@@ -1,6 +1,6 @@
 #include <stdexcept>
 
-#include "runtime/messaging/KeptMessages.h"
+#include "runtime/messaging/SendBacklog.h"
 #include "runtime/messaging/TcpListener.h"
 #include "tests/support/BackgroundCall.h"
 #include "tests/unit/inproc/NetworkTest.h"
@@ -106,7 +106,7 @@ TEST_F(Connections, EndWithTheSubscriberAndWhatItHasNotReceivedIsGoneWithIt) {
 }
 
 TEST_F(Connections, PassNoMoreThanASubscriberHasRoomFor) {
-  constexpr auto limit = static_cast<std::uint32_t>(KeptMessages<int>::maximumCount);
+  constexpr auto limit = static_cast<std::uint32_t>(SendBacklog<int>::maximumCount);
   Socket patient("PatientPublisher", ClosePolicy::Patient);
   patient.createAndConnect(Protocol::Publisher, endpoint_, 0);
   subscriber_.createAndConnect(Protocol::Subscriber, endpoint_, 0);

@@ -11,16 +11,16 @@
 
 namespace qor::socket {
 
-/// What a publisher holds until its subscribers can take it, in order and bounded. A publisher whose messages
-/// supersede each other holds the newest only. Not thread-safe.
+/// The messages that a publisher keeps until its subscribers can take them, in order and bounded. A publisher
+/// whose messages supersede each other keeps the newest only. Not thread-safe.
 template <class Message>
-class KeptMessages {
+class SendBacklog {
  public:
   /// About half a minute of the busiest channel, and what a host can spare for each of a hundred engines.
   static constexpr std::size_t maximumCount = 100'000;
   static constexpr std::size_t maximumBytes = std::size_t{64} * 1024 * 1024;
 
-  explicit KeptMessages(bool newestOnly) : newestOnly_(newestOnly) {}
+  explicit SendBacklog(bool newestOnly) : newestOnly_(newestOnly) {}
 
   /// Throws std::runtime_error, keeping nothing of `message`, when there is no room left.
   void keep(Message message, std::size_t size, const SocketLabel& label) {
@@ -35,7 +35,7 @@ class KeptMessages {
     bytes_ += size;
   }
 
-  /// Whether a message of that size would be kept.
+  /// Whether keep would take a message of that size.
   bool hasRoom(std::size_t size) const {
     return newestOnly_ || (messages_.size() < maximumCount && bytes_ + size <= maximumBytes);
   }
