@@ -62,6 +62,7 @@ MediaResult MediaRun::run() {
   }
   openDecoders();
   openLanes();
+  requireNoStop();
   if (output_) {
     for (const auto* picture : input_->pictures()) {
       output_->addPicture(*picture);  // Where there is no room for it, it is left out.
@@ -152,10 +153,9 @@ void MediaRun::openLanes() {
     audio_.emplace(*sound_, *audioDecoder_, AVRational{0, 1}, document_.audioFilter, output,
                    meter_ ? &*meter_ : nullptr, faults_);
   }
+  // A stop ends the reading: a stream without a frame need not be empty then.
+  requireNoStop();
   if (!video_ && !audio_) {
-    if (watch_.stopRequested()) {
-      throw StoppedEarly();
-    }
     const auto& error = faults_.firstError();
     throw TAMBRuntimeError(
         fmt::format("Nothing can be decoded of {:?}{}{}", document_.input, error.empty() ? "" : ": ", error));
@@ -225,6 +225,12 @@ void MediaRun::process() {
       end = std::min(end, picture);
     }
     playSound(end);
+  }
+}
+
+void MediaRun::requireNoStop() const {
+  if (watch_.stopRequested()) {
+    throw StoppedEarly();
   }
 }
 

@@ -58,6 +58,8 @@ class MediaRun final : public MediaCommandTarget {
   void leaveOut(StreamDecoder& decoder);
   void process();
   void finish();
+  /// Throws StoppedEarly when a stop was requested, as long as nothing has been written.
+  void requireNoStop() const;
   /// Throws when a run has been cut short whose output nobody wants.
   void requireWanted() const;
 

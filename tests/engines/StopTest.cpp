@@ -245,6 +245,28 @@ TEST_F(Stop, EndsAReadThatWaitsForMore) {
   EXPECT_TRUE(stopped()) << failure();
 }
 
+TEST_F(Stop, BeforeTheFirstSoundLeavesTheEarlierFile) {
+  qor::examples::writeClip({.video = "testsrc2=size=64x48:rate=25:duration=8,format=yuv420p",
+                            .audio = "aevalsrc=0.5:s=48000:d=1,asetpts=PTS+7/TB"},
+                           path("in.nut"));
+  const auto bytes = qor::test::fileBytes(path("in.nut"));
+  std::string sound;
+  for (int count = 0; count < 64; ++count) sound += std::string("\x00\x40", 2);
+  const auto end = bytes.find(sound);
+  ASSERT_NE(end, std::string::npos);
+  std::ofstream(path("out.mkv")) << "earlier";
+  const Pipe pipe(path("in.fifo"));
+  make(media({{"input", quoted(path("in.fifo"))}, {"output", quoted(path("out.mkv"))}}));
+  BackgroundCall running([&] { engine().Run(); });
+  pipe.write(bytes.substr(0, end - 1'000));
+  ASSERT_TRUE(eventually([&] { return pipe.isEmpty(); }));
+  engine().RequestStop();
+  running.get();
+  EXPECT_TRUE(stopped()) << failure();
+  EXPECT_THAT(heard_->ofLine("StreamLeftOut"), IsEmpty());
+  EXPECT_EQ(qor::test::fileBytes(path("out.mkv")), "earlier");
+}
+
 TEST_F(Stop, APipeIsReadToItsEnd) {
   const auto bytes = qor::test::fileBytes(sharedClip());
   ASSERT_EQ(::mkfifo(path("in.fifo").c_str(), 0600), 0);
