@@ -128,7 +128,7 @@ void MediaOutput::finish() {
   }
   ffmpegCall([&] { return av_write_trailer(context_.get()); }, [this] { return failed(); });
   close();
-  file_.complete();
+  file_.complete([this] { watch_.beat(); });
 }
 
 void MediaOutput::write(const AVStream& stream, AVRational timeBase, AVPacket& packet) {

@@ -1,9 +1,12 @@
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "engines/media/OutputFile.h"
 #include "tamb/TAMBRuntimeError.h"
@@ -17,6 +20,7 @@ using qor::test::readBack;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::EndsWith;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Ne;
 using testing::SizeIs;
@@ -84,6 +88,121 @@ TEST_F(OutputFileTest, IsNotReadableByOthersBeforeItIsComplete) {
   ASSERT_EQ(::chmod(path("out.mkv").c_str(), 0600), 0);
   OutputFile file(path("out.mkv"));
   EXPECT_EQ(modeOf(file.create()), 0600U);
+}
+
+/// Another user than root as long as it lives, with the same groups.
+class OtherUser {
+ public:
+  OtherUser() { EXPECT_EQ(::seteuid(65'534), 0); }
+  ~OtherUser() { EXPECT_EQ(::seteuid(0), 0); }
+  OtherUser(const OtherUser&) = delete;
+  OtherUser& operator=(const OtherUser&) = delete;
+};
+
+TEST_F(OutputFileTest, IsReadableForNoGroupBeforeItIsComplete) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root may give files away";
+  write(path("out.mkv"), "before");
+  ASSERT_EQ(::chown(path("out.mkv").c_str(), 0, 12'345), 0);
+  ASSERT_EQ(::chmod(path("out.mkv").c_str(), 0640), 0);
+  OutputFile file(path("out.mkv"));
+  EXPECT_EQ(modeOf(file.create()), 0600U);
+  file.complete();
+  EXPECT_EQ(modeOf(path("out.mkv")), 0640U);
+  struct stat status {};
+  ASSERT_EQ(::stat(path("out.mkv").c_str(), &status), 0);
+  EXPECT_EQ(status.st_gid, 12'345U);
+}
+
+TEST_F(OutputFileTest, IsReadableForNoGroupUnlessItCanHaveTheSameOne) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root may give files away";
+  write(path("out.mkv"), "before");
+  ASSERT_EQ(::chown(path("out.mkv").c_str(), 0, 12'345), 0);
+  ASSERT_EQ(::chmod(path("out.mkv").c_str(), 0664), 0);
+  ASSERT_EQ(::chmod(path("").c_str(), 0777), 0);
+  {
+    const OtherUser user;
+    OutputFile file(path("out.mkv"));
+    write(file.create(), "after");
+    file.complete();
+  }
+  EXPECT_EQ(fileBytes(path("out.mkv")), "after");
+  EXPECT_EQ(modeOf(path("out.mkv")), 0604U);
+}
+
+TEST_F(OutputFileTest, StaysUnderItsOwnNameWhenItIsCompleteAndCannotBeRenamed) {
+  std::string written;
+  std::string reason;
+  {
+    OutputFile file(path("out.mkv"));
+    written = file.create();
+    write(written, "complete");
+    std::filesystem::create_directory(path("out.mkv"));
+    try {
+      file.complete();
+    } catch (const tamb::TAMBRuntimeError& error) {
+      reason = error.what();
+    }
+  }
+  EXPECT_THAT(reason, AllOf(HasSubstr(written), HasSubstr("the complete file stays there")));
+  EXPECT_EQ(fileBytes(written), "complete");
+}
+
+TEST_F(OutputFileTest, IsOnTheDiskBeforeItHasItsName) {
+  std::vector<std::string> synced;
+  OutputFile file(path("out.mkv"), [&](int descriptor) {
+    const auto link = "/proc/self/fd/" + std::to_string(descriptor);
+    synced.push_back(std::filesystem::read_symlink(link).filename().string());
+    return ::fsync(descriptor);
+  });
+  write(file.create(), "after");
+  int beats = 0;
+  file.complete([&] { ++beats; });
+  const auto folder = std::filesystem::path(path("")).parent_path().filename().string();
+  EXPECT_THAT(synced, ElementsAre(AllOf(StartsWith("out.mkv."), EndsWith(".part")), folder));
+  EXPECT_GE(beats, 1);
+}
+
+TEST_F(OutputFileTest, LeavesTheEarlierFileWhenTheDiskFails) {
+  write(path("out.mkv"), "before");
+  std::string reason;
+  {
+    OutputFile file(path("out.mkv"), [](int) {
+      errno = EIO;
+      return -1;
+    });
+    write(file.create(), "after");
+    try {
+      file.complete();
+    } catch (const tamb::TAMBRuntimeError& error) {
+      reason = error.what();
+    }
+  }
+  EXPECT_THAT(reason, AllOf(HasSubstr("out.mkv"), HasSubstr("Input/output error")));
+  EXPECT_EQ(fileBytes(path("out.mkv")), "before");
+  EXPECT_THAT(fileNames(), ElementsAre("out.mkv"));
+}
+
+TEST_F(OutputFileTest, NeedsNoFileSystemThatSyncs) {
+  OutputFile file(path("out.mkv"), [](int) {
+    errno = EINVAL;
+    return -1;
+  });
+  write(file.create(), "after");
+  file.complete();
+  EXPECT_EQ(fileBytes(path("out.mkv")), "after");
+}
+
+TEST_F(OutputFileTest, IsMadeWhereALinkPointsToNothing) {
+  std::filesystem::create_directory(path("folder"));
+  std::filesystem::create_symlink("folder/second", path("out.mkv"));
+  std::filesystem::create_symlink(path("target"), path("folder/second"));
+  OutputFile file(path("out.mkv"));
+  write(file.create(), "after");
+  file.complete();
+  EXPECT_TRUE(std::filesystem::is_symlink(path("out.mkv")));
+  EXPECT_TRUE(std::filesystem::is_symlink(path("folder/second")));
+  EXPECT_FALSE(std::filesystem::is_symlink(path("target")));
+  EXPECT_EQ(fileBytes(path("target")), "after");
 }
 
 TEST_F(OutputFileTest, KeepsTheModeOfTheFileThatALinkNames) {
