@@ -111,6 +111,23 @@ MediaInput::Outcome MediaInput::nextPacket(const AVStream& stream, PacketHandle&
   return Outcome::Packet;
 }
 
+bool MediaInput::stepsBack(const AVStream& stream, std::int64_t before, std::int64_t until) {
+  const auto& packets = queues_.at(stream.index).packets;
+  for (std::size_t index = 0;; ++index) {
+    while (index >= packets.size()) {
+      if (ended_ || queueIsFull()) {
+        return false;
+      }
+      readOne();
+    }
+    const auto& packet = *packets[index];
+    const auto time = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
+    if (time != AV_NOPTS_VALUE && (time < before || time >= until)) {
+      return time < before;
+    }
+  }
+}
+
 std::vector<const AVStream*> MediaInput::pictures() const {
   std::vector<const AVStream*> pictures;
   for (unsigned int index = 0; index < context_->nb_streams; ++index) {
@@ -151,6 +168,7 @@ void MediaInput::readOne() {
   auto packet = makePacket();
   forgetFfmpegErrorLine();
   const int result = av_read_frame(context_.get(), packet.get());
+  // Not an error of the disk or the network: FFmpeg returns it, even where a demuxer takes it for the end.
   if (result == AVERROR_EOF || (result < 0 && watch_.stopRequested())) {
     ended_ = true;
     return;

@@ -48,6 +48,9 @@ class MediaInput {
     OthersFirst,
   };
   Outcome nextPacket(const AVStream& stream, PacketHandle& packet);
+  /// Whether a later packet of a selected stream is due before a time. Reads on up to the first packet that
+  /// is due at `until` or later, as far as packets may wait. Both times are in the stream's units.
+  bool stepsBack(const AVStream& stream, std::int64_t before, std::int64_t until);
   /// Grows with each packet that is handed out and each stream that is deselected: as long as it stays the
   /// same, nobody gets on.
   std::uint64_t progress() const { return progress_; }

@@ -23,6 +23,9 @@ namespace {
 constexpr std::int64_t audioToleranceMilliseconds = 50;
 /// Beyond it, a time stamp is taken for damage, as by the `ffmpeg` program.
 constexpr double longestGapSeconds = 30 * 3600;
+/// Up to here, a gap is filled as it comes; behind a longer one, the times of so many seconds have to agree.
+/// The `ffmpeg` program, too, takes more than 10 s for a jump in formats whose times may jump.
+constexpr std::int64_t longestDoubtlessGapSeconds = 10;
 /// Ten years.
 constexpr double longestMediaSeconds = 3650.0 * 24 * 3600;
 /// Errors in a row without a packet taken: the decoder is stuck. None is known to give more than a few.
@@ -181,12 +184,9 @@ bool StreamDecoder::stamp() {
     const double given = seconds(time);
     const double expected = expectedSeconds();
     if (given - expected > longestGapSeconds || given < -longestGapSeconds) {
-      if (!faults_.skipsErrors()) {
-        throw tamb::TAMBRuntimeError(
-            fmt::format("Cannot decode stream {} of {:?}: its time jumps from {:.3f} s to {:.3f} s",
-                        stream_.index, input_.location(), expected, given));
-      }
-      faults_.timeJumped(stream_.index, expected, given - expected);
+      dropTime(expected, given);
+      time = AV_NOPTS_VALUE;
+    } else if (fillGaps_ && isBeyondSilence(time)) {
       time = AV_NOPTS_VALUE;
     }
   }
@@ -201,6 +201,38 @@ bool StreamDecoder::stamp() {
     throw tamb::TAMBRuntimeError(fmt::format("Cannot decode stream {} of {:?}: its time has come to {:.3f} s",
                                              stream_.index, input_.location(), reached));
   }
+  return true;
+}
+
+void StreamDecoder::dropTime(double expected, double given) {
+  if (!faults_.skipsErrors()) {
+    throw tamb::TAMBRuntimeError(
+        fmt::format("Cannot decode stream {} of {:?}: its time jumps from {:.3f} s to {:.3f} s",
+                    stream_.index, input_.location(), expected, given));
+  }
+  faults_.timeJumped(stream_.index, expected, given - expected);
+}
+
+bool StreamDecoder::isBeyondSilence(std::int64_t time) {
+  if (damagedFrom_ && time >= *damagedFrom_) {
+    return true;  // Of one damaged cluster, each packet is late.
+  }
+  damagedFrom_.reset();
+  const auto inUnits = [this](std::int64_t seconds) {
+    return av_rescale_q(seconds, AVRational{1, 1}, stream_.time_base);
+  };
+  const auto expected = av_rescale_q(next_, timeBase_, stream_.time_base);
+  const auto gap = av_sat_sub64(time, expected);
+  if (gap <= inUnits(longestDoubtlessGapSeconds)) {
+    return false;
+  }
+  const auto half = expected + gap / 2;
+  const auto until = av_sat_add64(time, inUnits(longestDoubtlessGapSeconds));
+  if (!input_.stepsBack(stream_, av_sat_add64(half, startTime_), av_sat_add64(until, startTime_))) {
+    return false;
+  }
+  damagedFrom_ = half;
+  dropTime(expectedSeconds(), seconds(time));
   return true;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "engines/media/FfmpegHandles.h"
@@ -46,6 +47,11 @@ class StreamDecoder {
   void feed();
   /// False when the frame is useless.
   bool stamp();
+  /// Counts a time stamp that is damage. Throws if the run is to fail for it.
+  void dropTime(double expected, double given);
+  /// Whether a frame is so late that silence up to it would be too long, and later packets belong before it:
+  /// its time is damage then.
+  bool isBeyondSilence(std::int64_t time);
   void stampVideo(std::int64_t time);
   void stampAudio(std::int64_t time);
   void openGap();
@@ -73,6 +79,8 @@ class StreamDecoder {
   std::int64_t next_ = 0;
   /// Where the sound that was handed out ends, in samples.
   std::int64_t soundEnd_ = 0;
+  /// As long as times are damage: from here on, in units of the stream.
+  std::optional<std::int64_t> damagedFrom_;
   double packetSeconds_ = 0;  ///< the time of the last packet
   std::string firstError_;
 };

@@ -1,7 +1,9 @@
 #include <algorithm>
+#include <fstream>
 #include <string>
 
 #include "tests/engines/EngineTest.h"
+#include "tests/engines/FfmpegProgram.h"
 
 namespace qor::engines::test {
 namespace {
@@ -116,6 +118,58 @@ TEST_F(Gaps, ThatAreFilledEndWithAStop) {
   engine().Run();
   ASSERT_TRUE(heard_->only("Finished")) << failure();
   EXPECT_THAT(readBack(path("out.wav")).samples, SizeIs(144'000));
+}
+
+/// A cluster of matroska whose time is damaged.
+class GapsOfDamagedTimes : public Gaps {
+ protected:
+  /// 14 s of sound in clusters of 5 s, of which the second one claims to begin 17 min later.
+  std::string damaged() const {
+    writeClip({.audio = "sine=sample_rate=48000:duration=14"}, path("whole.mkv"));
+    // Later times take three bytes, whatever they are.
+    qor::test::ffmpegConvert(path("whole.mkv"), path("late.mkv"), "-c copy -output_ts_offset 70");
+    auto bytes = qor::test::fileBytes(path("late.mkv"));
+    const std::string cluster = "\x1f\x43\xb6\x75";
+    const auto second = bytes.find(cluster, bytes.find(cluster) + 1);
+    const auto time = bytes.find(std::string("\xe7\x83\x01"), second);
+    EXPECT_LT(time, second + 24);
+    bytes.at(time + 2) = '\x11';
+    std::ofstream(path("damaged.mkv"), std::ios::binary) << bytes;
+    return path("damaged.mkv");
+  }
+};
+
+TEST_F(GapsOfDamagedTimes, AreNotFilled) {
+  run(media({{"input", quoted(damaged())}, {"output", quoted(path("out.wav"))}}));
+  ASSERT_TRUE(heard_->only("Finished")) << failure();
+  EXPECT_NEAR(readBack(path("out.wav")).duration, 14, 0.1);
+  EXPECT_EQ(finished("timeJumps"), 1);
+  EXPECT_EQ(finished("filledGaps"), 0);
+  const auto jump = heard_->only("TimeJump");
+  ASSERT_TRUE(jump);
+  EXPECT_NEAR(static_cast<double>(jump->GetTime().GetTimeNumber()), 5'000, 100);
+  EXPECT_NEAR(jump->GetNotificationObject()->GetDouble("by"), 1'048.576, 0.1);
+}
+
+TEST_F(GapsOfDamagedTimes, FailTheRunIfThatIsAskedFor) {
+  run(media({{"input", quoted(damaged())},
+             {"output", quoted(path("out.wav"))},
+             {"settings", R"({"onError": "fail"})"}}));
+  EXPECT_THAT(failure(), testing::HasSubstr("its time jumps from 4.99"));
+}
+
+TEST_F(Gaps, OfAMinuteAreFilledWhateverFollows) {
+  for (const int seconds : {1, 15}) {
+    const auto length = std::to_string(seconds + 1);
+    writeClip({.audio = "aevalsrc=0.5:s=8000:n=1000:d=" + length + ",asetpts='PTS+if(gte(T,1),60,0)/TB'"},
+              path("in.nut"));
+    heard_ = std::make_shared<Notifications>();
+    run(media({{"input", quoted(path("in.nut"))}, {"output", quoted(path("out.wav"))}}));
+    ASSERT_TRUE(heard_->only("Finished")) << failure();
+    EXPECT_THAT(readBack(path("out.wav")).samples, SizeIs((61 + seconds) * 8'000));
+    EXPECT_EQ(finished("filledGaps"), 1);
+    EXPECT_EQ(finished("timeJumps"), 0);
+  }
 }
 
 }  // namespace
