@@ -4,13 +4,15 @@
 #include <string>
 
 #include "fuzz/ReadableLine.h"
-#include "programs/service/EngineReport.h"
+#include "hosting/EngineReport.h"
 #include "runtime/console/OneLine.h"
 
 namespace {
 
+using qor::hosting::reportFrom;
+
 /// A reason that was cut ends in three dots.
-constexpr std::size_t longestFailure = qor::console::longestReason + 3;
+constexpr std::size_t longestReason = qor::console::longestReason + 3;
 
 bool isReady(const std::string& line) {
   const auto event = nlohmann::json::parse(line, nullptr, false);
@@ -21,12 +23,17 @@ bool isReady(const std::string& line) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string line(reinterpret_cast<const char*>(data), size);
-  const std::string failure = qor::programs::readyReportFrom(line).failure;
-  qor::fuzz::require(failure.empty() == isReady(line), "only a ready line says that all is well");
-  if (!failure.empty()) qor::fuzz::requireReadableLine(failure, longestFailure);
-  if (const auto report = qor::programs::endReportFrom(line)) {
-    qor::fuzz::requireReadableLine(report->outcome, longestFailure);
-    qor::fuzz::requireReadableLine(report->reason, longestFailure);
-  }
+  const auto report = reportFrom(line);
+  const bool isReadyReport = report && report->event == qor::hosting::EngineEvent::Ready;
+  qor::fuzz::require(isReadyReport == isReady(line), "only a ready line reports that the engine is ready");
+  if (!report) return 0;
+  if (!report->reason.empty()) qor::fuzz::requireReadableLine(report->reason, longestReason);
+  // What is passed on is read as it was.
+  const auto again = reportFrom(reportLine(*report));
+  qor::fuzz::require(again && again->event == report->event && again->engineProcess == report->engineProcess,
+                     "a report is read back");
+  qor::fuzz::require(again->end.has_value() == report->end.has_value() &&
+                         (!report->end || again->end->kind == report->end->kind),
+                     "a run's end is read back");
   return 0;
 }

@@ -11,9 +11,9 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <string_view>
 #include <system_error>
 
+#include "hosting/TimeLimits.h"
 #include "qor/utils/Log.h"
 #include "runtime/console/ErrorStream.h"
 #include "runtime/console/LogLine.h"
@@ -29,23 +29,8 @@ namespace {
 
 using std::chrono::seconds;
 
-constexpr seconds timeToEnd{5};
-constexpr seconds timeToStop{5};
-/// As long as an engine allows its controller to be silent, and less than a controller allows the engine.
-constexpr seconds longestFreeze{10};
-/// Without a supervisor there is nobody else to end an engine that does not stop.
-constexpr unsigned int lastSeconds = 10;
-constexpr std::size_t keptLogLines = 5;
-constexpr std::size_t longestLogLine = 300;
 /// More than any pipe holds that has not been made larger, in reads of 4 KiB.
 constexpr int readsToDrain = 64;
-
-constexpr std::array<std::string_view, 6> eventNames{"made",           "ready", "running",
-                                                     "stop requested", "idle",  "leaving"};
-constexpr std::string_view failed = "failed ";
-constexpr std::string_view runFailed = "run failed ";
-/// A line that several threads may write at once has to fit into what a pipe takes whole: 4096 bytes.
-constexpr std::size_t longestRunFailure = 4'000;
 
 int millisecondsUntil(EngineChild::Clock::time_point deadline) {
   using std::chrono::milliseconds;
@@ -57,29 +42,8 @@ std::string inSeconds(seconds time) { return std::to_string(time.count()) + " s"
 
 }  // namespace
 
-void EngineChild::Line::tell(EngineEvent event) const {
-  // Until it can be connected to, nobody but its parent knows of it; from then on it has its controller.
-  if (event == EngineEvent::Ready) ::prctl(PR_SET_PDEATHSIG, 0);
-  if (event == EngineEvent::Leaving) ::alarm(lastSeconds);
-  write(std::string(eventNames.at(static_cast<std::size_t>(event))));
-}
-
-void EngineChild::Line::tellFailure(const std::string& reason) const {
-  write(std::string(failed) + console::oneLine(reason));
-}
-
-void EngineChild::Line::tellRunFailure(const std::string& reason) const {
-  write(std::string(runFailed) + console::oneLine(reason, longestRunFailure));
-}
-
-void EngineChild::Line::write(const std::string& line) const {
-  const std::string text = line + '\n';
-  // When nobody listens any more, there is nobody to tell.
-  [[maybe_unused]] const auto written = ::write(pipe_.get(), text.data(), text.size());
-}
-
-EngineChild::EngineChild(const std::function<int(const Line&)>& life) {
-  Pipe events;
+EngineChild::EngineChild(const std::string& name, const std::function<int(const EngineReporter&)>& life) {
+  Pipe reports;
   Pipe output;
   Pipe errors;
   const pid_t parent = ::getpid();
@@ -88,7 +52,7 @@ EngineChild::EngineChild(const std::function<int(const Line&)>& life) {
     throw std::system_error(errno, std::system_category(), "cannot start the engine's process");
   }
   if (process_ == 0) {
-    ::prctl(PR_SET_NAME, "tamb-engine-run");
+    ::prctl(PR_SET_NAME, name.c_str());
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     // It may have gone before the signal was asked for.
     if (::getppid() != parent) std::_Exit(EXIT_FAILURE);
@@ -98,34 +62,35 @@ EngineChild::EngineChild(const std::function<int(const Line&)>& life) {
       stream->read.close();
       stream->write.close();
     }
-    events.read.close();
+    reports.read.close();
     // Line by line, as to a terminal: what a process has printed when it dies is not to die in its buffer.
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     // The messaging context goes with the statics: what is unsent still gets its time.
-    std::exit(life(Line(std::move(events.write))));  // NOLINT(concurrency-mt-unsafe): the last thread
+    std::exit(
+        life(EngineReporter(std::move(reports.write))));  // NOLINT(concurrency-mt-unsafe): the last thread
   }
-  events_ = LineReader(std::move(events.read));
+  reports_ = LineReader(std::move(reports.read));
   output_ = LineReader(std::move(output.read));
   errors_ = LineReader(std::move(errors.read));
 }
 
 EngineChild::~EngineChild() {
-  if (!isThere_) return;
+  if (!isAlive_) return;
   ::kill(process_, SIGKILL);
-  processes::waitForEnd(process_, timeToEnd);
+  processes::waitForEnd(process_, engineExitsWithin);
 }
 
 std::string EngineChild::cause() const {
-  std::string text =
-      "engine process " + std::to_string(process_) + " died: " + processes::describeStatus(status_);
-  if (!whyKilled_.empty()) text += ", for it " + whyKilled_;
+  std::string text = "engine process " + std::to_string(process_);
+  text += whyKilled_.empty() ? " died: " + processes::describeStatus(status_)
+                             : " was killed by signal 9: it " + whyKilled_;
   for (const std::string& line : lastLines_) text += " | " + line;
   return text;
 }
 
 std::string EngineChild::startFailure() const {
   std::string text = failure_;
-  // Whoever waits for a channel does not know why it does not open; the thread that opens it has logged that.
+  // Whoever waits for a channel does not know why it does not open; the channel's thread has logged that.
   if (!isMade_) return text;
   for (const std::string& line : lastLines_) {
     if (line.starts_with("Error")) text += " | " + line;
@@ -134,33 +99,33 @@ std::string EngineChild::startFailure() const {
 }
 
 void EngineChild::await(Clock::time_point deadline, int alsoAwaited) {
-  if (askedToEnd_) deadline = std::min(deadline, *askedToEnd_ + timeToEnd);
-  if (stopIgnored_) deadline = std::min(deadline, *stopIgnored_ + timeToStop);
+  if (askedToExit_) deadline = std::min(deadline, *askedToExit_ + engineExitsWithin);
+  if (stopIgnored_) deadline = std::min(deadline, *stopIgnored_ + engineStopsWithin);
   if (frozen_) deadline = std::min(deadline, *frozen_ + longestFreeze);
-  std::array<pollfd, 4> awaited{{{.fd = events_.descriptor(), .events = POLLIN, .revents = 0},
+  std::array<pollfd, 4> awaited{{{.fd = reports_.descriptor(), .events = POLLIN, .revents = 0},
                                  {.fd = output_.descriptor(), .events = POLLIN, .revents = 0},
                                  {.fd = errors_.descriptor(), .events = POLLIN, .revents = 0},
                                  {.fd = alsoAwaited, .events = POLLIN, .revents = 0}}};
   ::poll(awaited.data(), awaited.size(), millisecondsUntil(deadline));
-  if (awaited[0].revents != 0) takeEvents();
+  if (awaited[0].revents != 0) takeReports();
   if (awaited[1].revents != 0) passOn(output_);
   if (awaited[2].revents != 0) passOn(errors_);
 }
 
-void EngineChild::attend() {
+void EngineChild::processPendingEvents() {
   noticeChanges();
   killWhenOverdue();
 }
 
-void EngineChild::end() {
-  if (askedToEnd_) return;
-  askedToEnd_ = Clock::now();
+void EngineChild::requestExit() {
+  if (askedToExit_) return;
+  askedToExit_ = Clock::now();
   ::kill(process_, SIGTERM);
 }
 
 void EngineChild::noticeChanges() {
   int status = 0;
-  while (isThere_ && ::waitpid(process_, &status, WNOHANG | WUNTRACED | WCONTINUED) == process_) {
+  while (isAlive_ && ::waitpid(process_, &status, WNOHANG | WUNTRACED | WCONTINUED) == process_) {
     if (WIFSTOPPED(status)) {
       frozen_ = Clock::now();
       utils::logWarning("Engine process " + std::to_string(process_) +
@@ -170,19 +135,19 @@ void EngineChild::noticeChanges() {
       frozen_.reset();
     } else {
       status_ = status;
-      isThere_ = false;
+      isAlive_ = false;
       drain();
     }
   }
 }
 
 void EngineChild::killWhenOverdue() {
-  if (!isThere_ || !whyKilled_.empty()) return;
+  if (!isAlive_ || !whyKilled_.empty()) return;
   const auto now = Clock::now();
-  if (askedToEnd_ && now >= *askedToEnd_ + timeToEnd) {
-    whyKilled_ = "did not end within " + inSeconds(timeToEnd) + " of being asked to";
-  } else if (stopIgnored_ && now >= *stopIgnored_ + timeToStop) {
-    whyKilled_ = "did not stop within " + inSeconds(timeToStop) + " of being asked to";
+  if (askedToExit_ && now >= *askedToExit_ + engineExitsWithin) {
+    whyKilled_ = "did not exit within " + inSeconds(engineExitsWithin);
+  } else if (stopIgnored_ && now >= *stopIgnored_ + engineStopsWithin) {
+    whyKilled_ = "did not stop within " + inSeconds(engineStopsWithin);
   } else if (frozen_ && now >= *frozen_ + longestFreeze) {
     whyKilled_ = "was kept stopped for " + inSeconds(longestFreeze);
   } else {
@@ -191,37 +156,47 @@ void EngineChild::killWhenOverdue() {
   ::kill(process_, SIGKILL);
 }
 
-void EngineChild::takeEvents() {
-  events_.readSome();
-  for (std::string line; events_.takeLine(line);) {
-    const auto name = std::find(eventNames.begin(), eventNames.end(), line);
-    if (name != eventNames.end()) take(static_cast<EngineEvent>(name - eventNames.begin()));
-    if (line.starts_with(failed)) failure_ = line.substr(failed.size());
-    if (line.starts_with(runFailed)) runFailure_ = line.substr(runFailed.size());
+void EngineChild::takeReports() {
+  reports_.readSome();
+  for (std::string line; reports_.takeLine(line);) {
+    if (const auto report = reportFrom(line)) {
+      take(*report);
+    } else {
+      utils::logWarning("Engine process " + std::to_string(process_) + " reported \"" +
+                        console::oneLine(line, longestLogLine) + "\", which is not a report");
+    }
   }
 }
 
-void EngineChild::take(EngineEvent event) {
-  switch (event) {
+void EngineChild::take(const EngineReport& report) {
+  switch (report.event) {
     case EngineEvent::Made:
       isMade_ = true;
       break;
     case EngineEvent::Ready:
       isReady_ = true;
       break;
+    case EngineEvent::Failed:
+      failure_ = report.reason;
+      break;
     case EngineEvent::Running:
-      isRunning_ = hasRun_ = true;
+      isRunning_ = true;
+      // Should it report nothing more.
+      runEnd_ = {.kind = RunEnd::Kind::Finished};
       break;
     case EngineEvent::StopRequested:
       isStopRequested_ = true;
       break;
     case EngineEvent::Idle:
       isRunning_ = false;
-      wasStopped_ = isStopRequested_ || isLeaving_;
+      runEnd_ = report.end.value_or(
+          RunEnd{.kind = isStopRequested_ || isLeaving_ ? RunEnd::Kind::Stopped : RunEnd::Kind::Finished});
       stopIgnored_.reset();
       break;
     case EngineEvent::Leaving:
       isLeaving_ = true;
+      break;
+    case EngineEvent::Ended:  // a supervisor's
       break;
   }
   // A stop may be asked for before the run.
@@ -238,8 +213,8 @@ void EngineChild::passOn(LineReader& stream) {
   }
 }
 
-/// What it said before it died is still in the pipes. A process that it started may hold them open, and go on
-/// writing: only what is there.
+/// What it wrote before it died is still in the pipes. A process that it started may hold them open, and go
+/// on writing: only what is in them now is read.
 void EngineChild::drain() {
   const auto drainOne = [](const LineReader& reader, const auto& read) {
     for (int reads = 0; reads < readsToDrain && reader.isOpen(); ++reads) {
@@ -248,7 +223,7 @@ void EngineChild::drain() {
       read();
     }
   };
-  drainOne(events_, [this] { takeEvents(); });
+  drainOne(reports_, [this] { takeReports(); });
   drainOne(output_, [this] { passOn(output_); });
   drainOne(errors_, [this] { passOn(errors_); });
 }

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "qor/socket/SocketEndpoint.h"
 
@@ -11,6 +12,8 @@ namespace qor::hosting {
 
 /// What one engine's process is started for.
 struct EngineOptions {
+  /// The program's name, for its log lines and its processes.
+  std::string program = "tamb-engine";
   std::string workflowManagerId;
   std::uint32_t engineId = 0;
   /// The description itself, a JSON document.
@@ -22,13 +25,18 @@ struct EngineOptions {
   socket::SocketEndpoint notificationEndpoint;
   /// Of the sockets; removed at the end if it is empty. Empty itself when it is not ours to remove.
   std::filesystem::path directory;
-  /// Whether the description may name the test engine.
-  bool withTestEngine = false;
   /// Where the program reports that the engine is ready, and at last what became of it: it stays open until
   /// then. The engine's process closes it.
   int readyDescriptor = 1;
   /// What the messaging threads keep to, if anything; what the engine runs is not kept to it.
   std::optional<unsigned int> core;
 };
+
+/// The command line of an engine's program, without its name, for these options; the description is to be
+/// read from the standard input. The directory and the program's name are left out.
+std::vector<std::string> argumentsFor(const EngineOptions& options);
+
+/// What is to be on its standard input.
+std::string inputFor(const EngineOptions& options);
 
 }  // namespace qor::hosting

@@ -3,27 +3,31 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <exception>
 #include <memory>
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <tuple>
 
 #include "TcpCommandProcessorBackEnd.h"
 #include "TcpEngineBackEnd.h"
 #include "TcpNotificationHubBackEnd.h"
-#include "engines/LocalEngine.h"
-#include "engines/sdk/IAbandonable.h"
 #include "hosting/EditRates.h"
 #include "hosting/EndingSignals.h"
-#include "hosting/FailureReport.h"
+#include "hosting/RunNotifications.h"
 #include "hosting/ServedEngine.h"
+#include "hosting/TimeLimits.h"
 #include "qor/socket/Socket.h"
 #include "qor/utils/Log.h"
 #include "runtime/processes/Cores.h"
 #include "runtime/processes/Pipe.h"
+#include "runtime/processes/SocketFiles.h"
+#include "runtime/tamb/CommandProcessor.h"
 #include "runtime/tamb/EngineDescription.h"
 
 namespace qor::hosting {
@@ -34,13 +38,12 @@ using multiprocess_communication::TcpCommandProcessorBackEnd;
 using multiprocess_communication::TcpEngineBackEnd;
 using multiprocess_communication::TcpNotificationHubBackEnd;
 
-constexpr unsigned int readyMilliseconds = 5'000;
-/// For a run to end ahead of its process, which its supervisor gives 5 s.
-constexpr unsigned int endMilliseconds = 3'000;
-constexpr const char* hostHasGone =
-    "the host has gone, or was silent for 10 s, and did not ask the run to finish: the run was abandoned and "
-    "its "
-    "output discarded";
+constexpr auto readyMilliseconds =
+    static_cast<unsigned int>(std::chrono::milliseconds(socketsReadyWithin).count());
+constexpr auto endMilliseconds = static_cast<unsigned int>(std::chrono::milliseconds(runEndsWithin).count());
+constexpr const char* hostHasLeft =
+    "the host has disconnected, or was silent for 10 s, and did not ask the run to finish: the run was "
+    "abandoned and its output discarded";
 
 /// A publisher that has no descriptor for whoever connects reports that to nobody.
 bool mayOpenTwoMore() {
@@ -74,10 +77,6 @@ void useIfPossible(const processes::Cores& cores) {
   }
 }
 
-void abandon(tamb::IEngineFrontEnd& engine, const std::string& reason) {
-  if (auto* const abandonable = dynamic_cast<engines::IAbandonable*>(&engine)) abandonable->Abandon(reason);
-}
-
 /// For a process that is ended by a signal: its supervisor reports that.
 void endRun(tamb::IEngineFrontEnd& engine) {
   try {
@@ -89,13 +88,9 @@ void endRun(tamb::IEngineFrontEnd& engine) {
   }
 }
 
-}  // namespace
-
-void serveEngine(const EngineOptions& options, const std::function<void(EngineEvent)>& onEvent,
-                 const std::function<void(const std::string&)>& onRunFailure) {
-  const auto local = engines::makeLocalEngine(
-      tamb::EngineDescription(options.workflowManagerId, options.description, options.engineId),
-      options.withTestEngine ? engines::OfferedEngines::WithTestEngine : engines::OfferedEngines::Shipped);
+void serveEngine(const EngineOptions& options, const engines::IEngineFactory& factory,
+                 const EngineReporter& parent) {
+  const MadeEngine made = makeEngine(factory, options);
   // The channels' threads get the cores of this one.
   processes::Cores allCores;
   if (options.core) {
@@ -103,32 +98,71 @@ void serveEngine(const EngineOptions& options, const std::function<void(EngineEv
     processes::useCores({*options.core});
   }
   // Before there are threads of the channels, and as long as there is anything to put in order.
-  const EndingSignals signals([engine = local.engine] { endRun(*engine); });
-  // Commands arrive by the channel, notifications leave by it, and the engine is run by it: in the order in
-  // which they have to be there, and in the opposite order they go.
-  const auto failureReport = std::make_shared<FailureReport>(
+  std::atomic<bool> processIsEnding{false};
+  const EndingSignals signals([&] {
+    processIsEnding = true;
+    endRun(*made.engine);
+  });
+  // Commands arrive by the channel, notifications leave by it, and the engine is run by it: they are made in
+  // the order in which they are needed, and destroyed in the opposite order.
+  const auto notifications = std::make_shared<RunNotifications>(
       withEnginesEditRates(std::make_shared<TcpNotificationHubBackEnd>(
           options.workflowManagerId, options.engineId, options.notificationEndpoint)),
-      options.workflowManagerId, options.engineId, onRunFailure);
-  local.engine->SetNotificationHubBackEnd(failureReport);
-  const TcpCommandProcessorBackEnd commands(withHostsEditRates(local.commandFrontEnd), local.commandBackEnd,
+      options.workflowManagerId, options.engineId);
+  made.engine->SetNotificationHubBackEnd(notifications);
+  const TcpCommandProcessorBackEnd commands(withHostsEditRates(made.commandFrontEnd), made.commandBackEnd,
                                             options.commandEndpoint);
-  const auto onEnginesEvent = [&](EngineEvent event) {
+  const auto report = [&](const EngineReport& what) {
     // On the thread of the run, whatever that starts.
-    if (options.core && event == EngineEvent::Running) useIfPossible(allCores);
-    onEvent(event);
+    if (options.core && what.event == EngineEvent::Running) useIfPossible(allCores);
+    parent.report(what);
   };
-  const auto served = std::make_shared<ServedEngine>(
-      local.engine, onEnginesEvent, [&](const std::string& reason) { failureReport->report(reason); });
+  const auto served = std::make_shared<ServedEngine>(made.engine, notifications, report, processIsEnding);
   TcpEngineBackEnd control(served, options.requestEndpoint, options.statusEndpoint);
-  onEvent(EngineEvent::Made);
+  parent.report({.event = EngineEvent::Made});
   awaitEngineControl(options);
-  onEvent(EngineEvent::Ready);
+  parent.report({.event = EngineEvent::Ready});
   control.waitForFrontEndTermination();
-  onEvent(EngineEvent::Leaving);
-  // A result that nobody has asked for, or waits for, takes no earlier one's place.
-  if (!served->stopWasRequested()) abandon(*local.engine, hostHasGone);
-  local.engine->RequestStop();
+  parent.report({.event = EngineEvent::Leaving});
+  served->leave(hostHasLeft);
+}
+
+}  // namespace
+
+MadeEngine makeEngine(const engines::IEngineFactory& factory, const EngineOptions& options) {
+  const auto description = std::make_shared<tamb::EngineDescription>(options.workflowManagerId,
+                                                                     options.description, options.engineId);
+  MadeEngine made;
+  std::tie(made.commandFrontEnd, made.commandBackEnd) = tamb::CreateCommandProcessor();
+  made.engine = factory.make(description, made.commandBackEnd);
+  if (!made.engine) throw std::runtime_error("no engine could be made: its factory returned none");
+  made.engine->SetWorkflowManagerId(options.workflowManagerId);
+  made.engine->SetEngineId(options.engineId);
+  made.commandFrontEnd->SetWorkflowManagerId(options.workflowManagerId);
+  made.commandFrontEnd->SetEngineId(options.engineId);
+  made.commandBackEnd->DefineEngine(made.engine.get());
+  made.engine->AddEngineDescription(description);
+  return made;
+}
+
+int runEngineChild(const EngineOptions& options, const EngineLoader& loader, const EngineReporter& parent) {
+  const pid_t supervisor = ::getppid();
+  try {
+    const auto factory = loader();
+    serveEngine(options, *factory, parent);
+    // A supervisor that was killed removes nothing.
+    if (::getppid() != supervisor) removeFilesOf(options);
+    return EXIT_SUCCESS;
+  } catch (const std::exception& error) {
+    parent.report({.event = EngineEvent::Failed, .reason = error.what()});
+    return EXIT_FAILURE;
+  }
+}
+
+void removeFilesOf(const EngineOptions& options) {
+  processes::removeSocketFiles({options.requestEndpoint, options.statusEndpoint, options.commandEndpoint,
+                                options.notificationEndpoint},
+                               options.directory);
 }
 
 }  // namespace qor::hosting

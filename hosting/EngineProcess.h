@@ -1,38 +1,36 @@
 #pragma once
 
-#include <functional>
-#include <string>
-
+#include "engines/sdk/IEngineFactory.h"
 #include "hosting/EngineOptions.h"
+#include "hosting/EngineReporter.h"
+#include "hosting/EngineToRun.h"
 
 namespace qor::hosting {
 
-/// What an engine's process tells whoever watches over it.
-enum class EngineEvent {
-  /// The engine is made; nobody can connect to it yet.
-  Made,
-  /// The engine can be connected to.
-  Ready,
-  /// Its run has begun.
-  Running,
-  /// It was asked to stop.
-  StopRequested,
-  /// Its run has ended.
-  Idle,
-  /// The controller has gone, and the engine is being stopped.
-  Leaving,
+/// The life of an engine's process, to its exit code. Makes the engine, connects the three channels to it,
+/// and serves until its host has disconnected or has been silent for 10 s; then stops the engine. Reports all
+/// of that, also failures: within 5 s that the engine is ready, or why it is not.
+///
+/// A run that its host has not asked to stop is abandoned then: it leaves nothing of its output, and
+/// publishes "Failed". So is a run whose process is ended by SIGTERM, SIGINT or SIGHUP, except that the death
+/// of the process is the report. A run that throws has that published as "Failed". Waits for the engine's run
+/// to end, however long that takes: the supervisor bounds that.
+///
+/// To be called by a process that has one thread. Reports come from several threads.
+int runEngineChild(const EngineOptions& options, const EngineLoader& loader, const EngineReporter& parent);
+
+/// The engine of a process as its channels need it.
+struct MadeEngine {
+  std::shared_ptr<tamb::IEngineFrontEnd> engine;
+  std::shared_ptr<tamb::ICommandProcessorFrontEnd> commandFrontEnd;
+  std::shared_ptr<tamb::ICommandProcessorBackEnd> commandBackEnd;
 };
 
-/// Makes the engine, connects the three channels to it, and serves until the controller has gone or has been
-/// silent for 10 s; then stops the engine. A run that its controller has not asked to stop is abandoned: it
-/// leaves nothing of its output, and reports "Failed". So is a run whose process is ended by SIGTERM, SIGINT
-/// or SIGHUP, except that the death of the process is the report. A run that throws has that reported as
-/// "Failed". Waits for the engine's run to end, however long that takes: whoever watches over the process
-/// bounds that. Throws std::runtime_error when the engine cannot be made, or is not ready within 5 s.
-///
-/// `onEvent` is called on several threads: Ready and Leaving on this one. `onRunFailure` is called once, on
-/// any thread, with the reason that is published.
-void serveEngine(const EngineOptions& options, const std::function<void(EngineEvent)>& onEvent,
-                 const std::function<void(const std::string& reason)>& onRunFailure);
+/// Makes an engine with a command processor and ids, and gives it its description. Throws what the factory or
+/// the engine throws.
+MadeEngine makeEngine(const engines::IEngineFactory& factory, const EngineOptions& options);
+
+/// Removes the socket files that nobody has bound, and the directory if it is empty.
+void removeFilesOf(const EngineOptions& options);
 
 }  // namespace qor::hosting

@@ -8,10 +8,9 @@
 
 #include "TcpEngine.pb.h"
 #include "TcpNotificationHubBackEnd.h"
+#include "hosting/RunNotifications.h"
 #include "qor/socket/Socket.h"
 #include "qor/utils/Log.h"
-#include "runtime/tamb/NotificationMessage.h"
-#include "tamb/LogContext.h"
 
 namespace qor::hosting {
 
@@ -25,21 +24,6 @@ constexpr unsigned int requestSizeBound = 65'536;
 /// As an engine's process itself does.
 constexpr std::chrono::seconds controllerSilence{10};
 constexpr std::chrono::seconds statusPeriod{1};
-
-std::shared_ptr<const tamb::INotificationMessage> notificationOf(const DeadEngine& engine) {
-  const auto prototype = tamb::CreateParametersCollectionPrototype();
-  prototype->AddUTF8StringKey("reason", "", "");
-  const auto object = tamb::CreateParametersCollectionInstance(prototype);
-  object->SetUTF8String("reason", engine.cause);
-  return std::make_shared<tamb::NotificationMessage>(tamb::NotificationFields{
-      .notificationLine = "EngineDied",
-      .notificationObject = object,
-      .notificationId = tamb::GetUUIDString(),
-      .workflowManagerId = engine.workflowManagerId,
-      .engineId = engine.engineId,
-      .isAnError = true,
-  });
-}
 
 /// A step that fails does not keep the others from being taken.
 template <class Step>
@@ -80,7 +64,7 @@ bool answer(socket::Socket& replier, const std::string& cause) {
 
 }  // namespace
 
-void takeOverEndpoints(const DeadEngine& engine, const std::function<bool()>& isToEnd) {
+void takeOverEndpoints(const DeadEngine& engine, const std::function<bool()>& shouldStop) {
   // The status first: a host that waits in a run waits for it.
   socket::Socket publisher("DeadEngineStatus", socket::ClosePolicy::Newest);
   proto::EngineStatus end;
@@ -95,13 +79,14 @@ void takeOverEndpoints(const DeadEngine& engine, const std::function<bool()>& is
   std::optional<multiprocess_communication::TcpNotificationHubBackEnd> hub;
   attempt("last notification is not published", [&] {
     hub.emplace(engine.workflowManagerId, engine.engineId, engine.notificationEndpoint);
-    hub->PushNotification(notificationOf(engine));
+    hub->PushNotification(
+        notificationOf({RunEnd::Kind::Died, engine.cause}, engine.workflowManagerId, engine.engineId));
   });
 
   auto lastHeard = Clock::now();
   auto lastPublished = lastHeard;
   bool hasDisconnected = false;
-  while (!hasDisconnected && !isToEnd() && Clock::now() - lastHeard < controllerSilence) {
+  while (!hasDisconnected && !shouldStop() && Clock::now() - lastHeard < controllerSilence) {
     if (Clock::now() - lastPublished >= statusPeriod) {
       attempt("end of life is not published", [&] { publisher.sendProtoBuf(&end); });
       lastPublished = Clock::now();

@@ -21,9 +21,9 @@ struct DeadEngine {
 
 /// Takes over the endpoints of an engine that died without disconnecting: publishes the end of its life and
 /// one notification with the cause, and answers every request with a failure that has the cause. Returns when
-/// the host has disconnected, has been silent for 10 s, or `isToEnd` returns true: that is called first when
-/// everything has been published, and about every 100 ms from then on. The sockets are closed within 2 s of
-/// that. Throws std::runtime_error when requests cannot be answered.
-void takeOverEndpoints(const DeadEngine& engine, const std::function<bool()>& isToEnd);
+/// the host has disconnected, has been silent for 10 s, or `shouldStop` returns true: that is called first
+/// when everything has been published, and about every 100 ms from then on. The sockets are closed within 2 s
+/// of that. Throws std::runtime_error when requests cannot be answered.
+void takeOverEndpoints(const DeadEngine& engine, const std::function<bool()>& shouldStop);
 
 }  // namespace qor::hosting

@@ -6,28 +6,24 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <exception>
 #include <system_error>
+#include <variant>
 
 #include "hosting/EngineChild.h"
 #include "hosting/EngineProcess.h"
+#include "hosting/EngineProgram.h"
 #include "hosting/EngineTakeover.h"
+#include "hosting/TimeLimits.h"
 #include "qor/utils/Log.h"
 #include "runtime/console/LogLine.h"
 #include "runtime/processes/Pipe.h"
-#include "runtime/processes/SocketFiles.h"
 
 namespace qor::hosting {
 
 namespace {
 
 using Clock = EngineChild::Clock;
-
-constexpr std::chrono::seconds timeToBeReady{20};
-constexpr std::chrono::seconds timeToStop{5};
-/// For hosts that are there, even when this process is asked to end.
-constexpr std::chrono::seconds timeForTakeover{2};
 
 /// Signals of this process as something to wait for, from the construction on.
 class Signals {
@@ -45,10 +41,10 @@ class Signals {
   }
 
   int descriptor() const { return descriptor_.get(); }
-  /// In a child: signals do there what they do by themselves.
-  void giveBack() const { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-  /// Takes in what has come; whether the end of this process was asked for, now or before.
-  bool endIsAskedFor() {
+  /// In a child: signals have their usual effect there.
+  void restore() const { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  /// Reads pending signals; whether this process was asked to exit, now or before.
+  bool shouldStop() {
     signalfd_siginfo signal{};
     while (::read(descriptor_.get(), &signal, sizeof signal) == sizeof signal) {
       if (signal.ssi_signo != SIGCHLD) asked_ = true;
@@ -63,133 +59,119 @@ class Signals {
   bool asked_ = false;
 };
 
-void removeFilesOf(const EngineOptions& options) {
-  processes::removeSocketFiles({options.requestEndpoint, options.statusEndpoint, options.commandEndpoint,
-                                options.notificationEndpoint},
-                               options.directory);
-}
-
 /// Has the log lines of both processes begin with their ids and the engine.
 void setOriginOfBoth(pid_t supervisor, pid_t engine, const EngineOptions& options) {
-  console::setLogOrigin("tamb-engine " + std::to_string(supervisor) + '/' + std::to_string(engine) + ", " +
-                        console::engineName(options.workflowManagerId, options.engineId));
+  console::setLogOrigin(options.program + ' ' + std::to_string(supervisor) + '/' + std::to_string(engine) +
+                        ", " + console::engineName(options.workflowManagerId, options.engineId));
 }
 
 /// The child's life.
-int beTheEngine(const EngineOptions& options, const EngineChild::Line& parent) {
-  const pid_t parentProcess = ::getppid();
-  setOriginOfBoth(parentProcess, ::getpid(), options);
-  if (options.readyDescriptor > STDERR_FILENO) ::close(options.readyDescriptor);
-  try {
-    serveEngine(
-        options, [&](EngineEvent event) { parent.tell(event); },
-        [&](const std::string& reason) { parent.tellRunFailure(reason); });
-    // A parent that was killed removes nothing.
-    if (::getppid() != parentProcess) removeFilesOf(options);
-    return EXIT_SUCCESS;
-  } catch (const std::exception& error) {
-    parent.tellFailure(error.what());
-    return EXIT_FAILURE;
+int runChild(const EngineOptions& options, const EngineToRun& engine, const EngineReporter& parent) {
+  setOriginOfBoth(::getppid(), ::getpid(), options);
+  if (const auto* const program = std::get_if<EngineProgram>(&engine)) {
+    return becomeProgram(*program, options, parent);
   }
+  if (options.readyDescriptor > STDERR_FILENO) ::close(options.readyDescriptor);
+  return runEngineChild(options, std::get<EngineLoader>(engine), parent);
 }
 
-/// A supervisor's work, from the start of the child to its end, which hosts are told of.
+/// A supervisor's work, from the start of the child until hosts have been informed of its end.
 class Supervision {
  public:
-  Supervision(const EngineOptions& options, const std::function<void(const std::string&)>& onFailure)
-      : options_(options), onFailure_(onFailure) {
+  Supervision(const EngineOptions& options, const EngineToRun& engine,
+              const std::function<void(const std::string&)>& onFailure)
+      : options_(options), engine_(engine), onFailure_(onFailure) {
     setOriginOfBoth(::getpid(), child_.process(), options);
   }
 
   EngineOutcome run(const std::function<void(int)>& onReady) {
-    attendUntil(Clock::now() + timeToBeReady, [&] { return child_.isReady(); });
+    superviseUntil(Clock::now() + engineReadyWithin, [&] { return child_.isReady(); });
     if (!child_.isReady()) return reportNotStarted();
     onReady(child_.process());
-    // Its life is bounded by its controller's, whom it listens to.
-    attendUntil(Clock::time_point::max(), [&] { return child_.isLeaving(); });
-    if (child_.isThere()) attendUntil(Clock::now() + timeToStop, [] { return false; });
-    if (child_.isThere()) {
+    // Its host bounds its life: it leaves when that is silent.
+    superviseUntil(Clock::time_point::max(), [&] { return child_.isLeaving(); });
+    if (child_.isAlive()) superviseUntil(Clock::now() + engineStopsWithin, [] { return false; });
+    if (child_.isAlive()) {
       const std::string reason = "engine process " + std::to_string(child_.process()) +
-                                 " did not stop within " + std::to_string(timeToStop.count()) +
-                                 " s and was killed";
+                                 " was killed by signal 9: it did not stop within " +
+                                 std::to_string(engineStopsWithin.count()) + " s";
       onFailure_(reason);
-      return {EngineEnd::Died, "died", reason};
+      return {EngineEnd::Died, RunEnd{RunEnd::Kind::Died, reason}};
     }
-    if (child_.isLeaving() && child_.status() == 0) return served();
-    // Once its controller has gone, there is nobody to tell.
-    if (!child_.isLeaving()) takeOver();
-    reportDeath();
-    return {EngineEnd::Died, "died", child_.cause()};
+    if (child_.isLeaving() && child_.status() == 0) return {EngineEnd::Served, child_.runEnd()};
+    const RunEnd death{RunEnd::Kind::Died, child_.cause()};
+    // Once its host has disconnected, nobody is left to be informed.
+    if (!child_.isLeaving()) serveDeathNotice(death);
+    reportDeath(death);
+    return {EngineEnd::Died, death};
   }
 
  private:
   template <class Condition>
-  void attendUntil(Clock::time_point deadline, const Condition& condition) {
-    while (child_.isThere() && !condition() && Clock::now() < deadline) {
+  void superviseUntil(Clock::time_point deadline, const Condition& condition) {
+    while (child_.isAlive() && !condition() && Clock::now() < deadline) {
       child_.await(deadline, signals_.descriptor());
-      // The signals are taken in first: one that comes after this look ends the next wait.
-      if (signals_.endIsAskedFor()) child_.end();
-      child_.attend();
+      // The signals are read first: one that comes after this look ends the next wait.
+      if (signals_.shouldStop()) child_.requestExit();
+      child_.processPendingEvents();
     }
   }
 
-  EngineOutcome served() const {
-    if (!child_.runFailure().empty()) return {EngineEnd::Served, "failed", child_.runFailure()};
-    const char* const word = !child_.hasRun() ? "unused" : child_.wasStopped() ? "stopped" : "finished";
-    return {EngineEnd::Served, word, ""};
-  }
-
   EngineOutcome reportNotStarted() {
-    const bool wasSlow = child_.isThere();
+    const bool wasSlow = child_.isAlive();
     const std::string failure = child_.startFailure();
     onFailure_(!failure.empty() ? failure
-               : wasSlow ? "the engine was not ready within " + std::to_string(timeToBeReady.count()) + " s"
-                         : child_.cause());
+               : wasSlow
+                   ? "the engine was not ready within " + std::to_string(engineReadyWithin.count()) + " s"
+                   : child_.cause());
     return {};
   }
 
   /// Once.
-  void reportDeath() {
-    if (!deathIsReported_) onFailure_(child_.cause());
+  void reportDeath(const RunEnd& death) {
+    if (!deathIsReported_) onFailure_(death.reason);
     deathIsReported_ = true;
   }
 
-  /// The host comes first: reports go where a reader may stand still. From then on it is served for a while.
-  void takeOver() {
-    const auto shortest = Clock::now() + timeForTakeover;
+  /// The host comes first: reports may block on a reader that does not read. From then on it is served for a
+  /// while.
+  void serveDeathNotice(const RunEnd& death) {
+    const auto shortest = Clock::now() + shortestTakeover;
     try {
       const DeadEngine engine{.workflowManagerId = options_.workflowManagerId,
                               .engineId = options_.engineId,
                               .requestEndpoint = options_.requestEndpoint,
                               .statusEndpoint = options_.statusEndpoint,
                               .notificationEndpoint = options_.notificationEndpoint,
-                              .cause = child_.cause()};
+                              .cause = death.reason};
       takeOverEndpoints(engine, [&] {
-        reportDeath();
-        return signals_.endIsAskedFor() && Clock::now() >= shortest;
+        reportDeath(death);
+        return signals_.shouldStop() && Clock::now() >= shortest;
       });
     } catch (const std::exception& error) {
-      utils::logWarning(std::string("The dead engine's endpoints cannot be taken over: ") + error.what());
+      utils::logWarning(std::string("Cannot take over the dead engine's endpoints: ") + error.what());
     }
   }
 
   const EngineOptions& options_;
+  const EngineToRun& engine_;
   const std::function<void(const std::string&)>& onFailure_;
   bool deathIsReported_ = false;
   Signals signals_;
-  EngineChild child_{[this](const EngineChild::Line& parent) {
-    signals_.giveBack();
-    return beTheEngine(options_, parent);
-  }};
+  EngineChild child_{options_.program + "-run", [this](const EngineReporter& parent) {
+                       signals_.restore();
+                       return runChild(options_, engine_, parent);
+                     }};
 };
 
 }  // namespace
 
-EngineOutcome superviseEngine(const EngineOptions& options, const std::function<void(int pid)>& onReady,
+EngineOutcome superviseEngine(const EngineOptions& options, const EngineToRun& engine,
+                              const std::function<void(int pid)>& onReady,
                               const std::function<void(const std::string& reason)>& onFailure) {
   EngineOutcome outcome;
   try {
-    outcome = Supervision(options, onFailure).run(onReady);
+    outcome = Supervision(options, engine, onFailure).run(onReady);
   } catch (const std::exception& error) {
     onFailure(error.what());
   }

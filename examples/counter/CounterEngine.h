@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "engines/sdk/EngineBase.h"
+#include "engines/sdk/EngineManual.h"
 #include "tamb/TAMBRuntimeError.h"
 
 namespace qor::examples {
@@ -15,6 +16,18 @@ namespace qor::examples {
 /// changes the count at its media time, which counts from the start of the run.
 class CounterEngine final : public engines::EngineBase {
  public:
+  static engines::EngineManual manual() {
+    return {.name = "counter",
+            .summary = "Counts up ten times a second.",
+            .step = "counter",
+            .commands = {{.name = "Set",
+                          .summary = "Changes the count",
+                          .arguments = {{.name = "value", .type = tamb::TambType::Int64}}}},
+            .notifications = {{.line = "Count",
+                               .summary = "The count, ten times a second",
+                               .values = {{.name = "value", .type = tamb::TambType::Int64}}}}};
+  }
+
   explicit CounterEngine(std::shared_ptr<tamb::ICommandProcessorBackEnd> commands)
       : EngineBase("CounterEngine", "counter", std::move(commands)) {}
 

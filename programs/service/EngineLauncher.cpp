@@ -3,14 +3,17 @@
 #include <sys/wait.h>
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <utility>
 
-#include "programs/service/EngineReport.h"
+#include "hosting/EngineOptions.h"
+#include "hosting/EngineReport.h"
+#include "hosting/RunEnd.h"
+#include "hosting/TimeLimits.h"
 #include "qor/utils/Log.h"
 #include "runtime/console/Limits.h"
 #include "runtime/console/LogLine.h"
+#include "runtime/console/OneLine.h"
 #include "runtime/processes/SocketFiles.h"
 
 namespace qor::programs {
@@ -22,109 +25,96 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// The program itself gives its engine 20 s.
-constexpr std::chrono::seconds timeToBeReady{25};
-/// And 5 s to end, when it has to.
-constexpr std::chrono::seconds timeToEnd{7};
 constexpr std::chrono::milliseconds lookInterval{100};
+constexpr std::size_t longestQuotation = 200;
 
 /// An engine has one host: another reader could hold that up, or take what was kept for it. The host itself
 /// is given the address alone, which any implementation understands.
 constexpr const char* oneReader = "?readers=1";
 
-/// An argument ends at its first zero byte.
-bool fitsCommandLine(const std::string& text) { return text.find('\0') == std::string::npos; }
-
-std::vector<std::string> argumentsFor(const WantedEngine& wanted, const EngineEndpoints& endpoints,
-                                      const std::filesystem::path& directory,
-                                      std::optional<unsigned int> core) {
-  std::vector<std::string> arguments;
-  // In one word, so that no value is taken for an option; but one word cannot say that the value is empty.
-  const auto add = [&](const std::string& option, const std::string& value) {
-    if (value.empty()) {
-      arguments.insert(arguments.end(), {option, value});
-    } else {
-      arguments.push_back(option + '=' + value);
-    }
-  };
-  if (fitsCommandLine(wanted.workflowManagerId)) {
-    add("--workflow-manager-id", wanted.workflowManagerId);
-  } else {
-    add("--id-length", std::to_string(wanted.workflowManagerId.size()));
-  }
-  add("--engine-id", std::to_string(wanted.engineId));
-  add("--description", "-");
-  add("--request", endpoints.request);
-  add("--status", endpoints.status + oneReader);
-  add("--command", endpoints.command);
-  add("--notification", endpoints.notification + oneReader);
-  add("--directory", directory.string());
-  // Its standard output is anyone's, its engine's libraries' for instance.
-  add("--ready-fd", std::to_string(ChildProcess::lineDescriptor));
-  if (core) add("--core", std::to_string(*core));
-  return arguments;
+socket::SocketEndpoint forOneReader(const std::string& address) {
+  return socket::SocketEndpoint::FromString(address + oneReader);
 }
 
-/// What the program reads on its standard input.
-std::string inputFor(const WantedEngine& wanted) {
-  return fitsCommandLine(wanted.workflowManagerId) ? wanted.description
-                                                   : wanted.workflowManagerId + wanted.description;
+hosting::EngineOptions optionsFor(const WantedEngine& wanted, const EngineEndpoints& endpoints,
+                                  const std::filesystem::path& directory, std::optional<unsigned int> core) {
+  return {.workflowManagerId = wanted.workflowManagerId,
+          .engineId = wanted.engineId,
+          .description = wanted.description,
+          .requestEndpoint = socket::SocketEndpoint::FromString(endpoints.request),
+          .statusEndpoint = forOneReader(endpoints.status),
+          .commandEndpoint = socket::SocketEndpoint::FromString(endpoints.command),
+          .notificationEndpoint = forOneReader(endpoints.notification),
+          .directory = directory,
+          .readyDescriptor = ChildProcess::lineDescriptor,
+          .core = core};
 }
 
 /// What an engine's program reports on its line descriptor; none when the program ends without one, does not
 /// print it in time, or this one is to end.
-std::optional<std::string> firstLineOf(ChildProcess& process, const std::function<bool()>& isToEnd) {
-  const auto deadline = Clock::now() + timeToBeReady;
+std::optional<std::string> firstLineOf(ChildProcess& process, const std::function<bool()>& shouldStop) {
+  const auto deadline = Clock::now() + hosting::supervisorReadyWithin;
   std::optional<std::string> line;
-  while (!line && !process.reap() && Clock::now() < deadline && !isToEnd()) {
+  while (!line && !process.reap() && Clock::now() < deadline && !shouldStop()) {
     line = process.readLine(lookInterval);
   }
   return line ? line : process.readLine(std::chrono::milliseconds(0));
 }
 
+/// The engine's process, as a supervisor reports it that is ready; 0 when it does not report it. Throws what
+/// any other report says.
+pid_t engineProcessIn(const std::string& line) {
+  const auto report = hosting::reportFrom(line);
+  if (report && report->event == hosting::EngineEvent::Ready) return report->engineProcess;
+  if (report && !report->reason.empty()) throw std::runtime_error(report->reason);
+  throw std::runtime_error("its process reported \"" + console::oneLine(line, longestQuotation) +
+                           "\"; expected a line which says that it is ready");
+}
+
 /// The process of the engine, once that is ready; throws what keeps it from being so.
-pid_t awaitReady(ChildProcess& process, const std::function<bool()>& isToEnd) {
-  const auto line = firstLineOf(process, isToEnd);
-  const ReadyReport report = line ? readyReportFrom(*line) : ReadyReport{};
-  if (line && report.failure.empty()) return report.engineProcess;
-  if (line) throw std::runtime_error(report.failure);
+pid_t awaitReady(ChildProcess& process, const std::function<bool()>& shouldStop) {
+  const auto line = firstLineOf(process, shouldStop);
+  if (line) return engineProcessIn(*line);
   if (const auto status = process.reap()) {
     throw std::runtime_error("its process ended before it was ready: " + describeStatus(*status));
   }
-  if (isToEnd()) throw std::runtime_error("the service is ending");
-  throw std::runtime_error("its process did not say that it is ready within " +
-                           std::to_string(timeToBeReady.count()) + " s");
+  if (shouldStop()) throw std::runtime_error("the service is ending");
+  throw std::runtime_error("its process did not report within " +
+                           std::to_string(hosting::supervisorReadyWithin.count()) + " s");
 }
 
-/// What a program that has ended reported last; none when it did not come to that.
-std::optional<EndReport> endReportOf(ChildProcess& process) {
+/// What became of the engine of a program that has exited; none when it has not reported that.
+std::optional<hosting::RunEnd> endReportOf(ChildProcess& process) {
   // More than a pipe holds of them, for a program that reports as it likes.
   constexpr int mostLines = 100;
   for (int lines = 0; lines < mostLines; ++lines) {
     const auto line = process.readLine(std::chrono::milliseconds(0));
     if (!line) break;
-    if (auto report = endReportFrom(*line)) return report;
+    const auto report = hosting::reportFrom(*line);
+    if (report && report->event == hosting::EngineEvent::Ended) return report->end;
   }
   return std::nullopt;
 }
 
-bool isFailure(const EndReport& report) { return report.outcome == "failed" || report.outcome == "died"; }
+bool isFailure(const hosting::RunEnd& end) {
+  return end.kind == hosting::RunEnd::Kind::Failed || end.kind == hosting::RunEnd::Kind::Died;
+}
 
 hosting::DeadEngine identityOf(std::string workflowManagerId, std::uint32_t engineId,
                                const EngineEndpoints& endpoints) {
   return {.workflowManagerId = std::move(workflowManagerId),
           .engineId = engineId,
           .requestEndpoint = socket::SocketEndpoint::FromString(endpoints.request),
-          .statusEndpoint = socket::SocketEndpoint::FromString(endpoints.status + oneReader),
-          .notificationEndpoint = socket::SocketEndpoint::FromString(endpoints.notification + oneReader),
+          .statusEndpoint = forOneReader(endpoints.status),
+          .notificationEndpoint = forOneReader(endpoints.notification),
           .cause = ""};
 }
 
 /// What became of an engine, for people.
-std::string describeEnd(const std::optional<EndReport>& report, int status) {
-  if (!report) return describeStatus(status);
-  std::string text = report->outcome;
-  if (!report->reason.empty()) text += ": " + report->reason;
+std::string describeEnd(const std::optional<hosting::RunEnd>& end, int status) {
+  if (!end) return describeStatus(status);
+  std::string text(nameOf(end->kind));
+  if (!end->reason.empty()) text += ": " + end->reason;
   if (status != 0) text += " (" + describeStatus(status) + ")";
   return text;
 }
@@ -152,11 +142,13 @@ EngineLauncher::StartNumber EngineLauncher::begin(const WantedEngine& wanted, st
     start->started = Clock::now();
     start->core = leastUsedCore();
     start->onOver = std::move(onOver);
-    auto arguments = argumentsFor(wanted, start->endpoints, start->directory.path(), start->core);
+    const auto options = optionsFor(wanted, start->endpoints, start->directory.path(), start->core);
+    auto arguments = argumentsFor(options);
+    arguments.push_back("--directory=" + options.directory.string());
     if (settings_.withTestEngine) arguments.emplace_back("--with-test-engine");
     Start& begun = *starts_.emplace_back(std::move(start));
     try {
-      begun.thread = std::jthread([this, &begun, arguments = std::move(arguments), input = inputFor(wanted)](
+      begun.thread = std::jthread([this, &begun, arguments = std::move(arguments), input = inputFor(options)](
                                       const std::stop_token& stop) { run(begun, arguments, input, stop); });
     } catch (...) {
       starts_.pop_back();
@@ -178,7 +170,7 @@ void EngineLauncher::run(Start& start, std::vector<std::string> arguments, const
     start.engineProcess = awaitReady(*start.process, [&] { return stop.stop_requested(); });
   } catch (const std::exception& error) {
     start.failure = console::withLimit("cannot start " + start.name + ": " + error.what());
-    if (start.process) start.process->end(timeToEnd);
+    if (start.process) start.process->end(hosting::supervisorExitsWithin);
   }
   start.isOver = true;
   start.onOver();
@@ -228,11 +220,11 @@ std::optional<unsigned int> EngineLauncher::leastUsedCore() const {
 void EngineLauncher::reap() {
   std::erase_if(engines_, [this](Engine& engine) {
     const auto status = engine.process.reap();
-    if (status) lookAfter(engine, *status);
+    if (status) finish(engine, *status);
     return status.has_value();
   });
   std::erase_if(orphans_, [this](const std::unique_ptr<OrphanedEngine>& orphan) {
-    if (!orphan->attend()) return false;
+    if (!orphan->processPendingEvents()) return false;
     if (!orphan->isDead()) abandoned_.push_back(orphan->directory());
     groups_.push_back(orphan->group());
     return true;
@@ -241,7 +233,7 @@ void EngineLauncher::reap() {
   std::erase_if(groups_, reapGroup);
 }
 
-void EngineLauncher::lookAfter(Engine& engine, int status) {
+void EngineLauncher::finish(Engine& engine, int status) {
   if (!WIFSIGNALED(status)) {
     logEnd(engine, status);
     groups_.push_back(engine.process.pid());

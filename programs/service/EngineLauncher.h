@@ -121,8 +121,8 @@ class EngineLauncher {
            const std::stop_token& stop) const;
   Outcome conclude(Start& start);
   void logEnd(Engine& engine, int status) const;
-  /// What is left to do for an engine whose program has ended.
-  void lookAfter(Engine& engine, int status);
+  /// What is left to do for an engine whose program has exited.
+  void finish(Engine& engine, int status);
   std::optional<unsigned int> leastUsedCore() const;
 
   const LaunchSettings settings_;

@@ -9,6 +9,7 @@
 #include <system_error>
 #include <utility>
 
+#include "hosting/TimeLimits.h"
 #include "qor/utils/Log.h"
 #include "runtime/processes/ChildProcess.h"
 
@@ -19,9 +20,6 @@ using processes::describeStatus;
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-/// As a supervisor gives hosts, even when the process is asked to end.
-constexpr std::chrono::seconds timeForTakeover{2};
 
 }  // namespace
 
@@ -39,7 +37,7 @@ OrphanedEngine::OrphanedEngine(Content content) : content_(std::move(content)) {
 
 OrphanedEngine::~OrphanedEngine() = default;
 
-bool OrphanedEngine::attend() {
+bool OrphanedEngine::processPendingEvents() {
   if (isOver_) {
     awaitEnd();
     if (isDead_) {
@@ -53,7 +51,7 @@ bool OrphanedEngine::attend() {
     // It has ended by itself, or cannot be waited for: it may be the child of another process.
     logEnd(engineStatus_ ? describeStatus(*engineStatus_) : "nobody knows how", false);
     isOver_ = true;
-    return attend();
+    return processPendingEvents();
   }
   takeOver();
   return false;
@@ -86,19 +84,19 @@ void OrphanedEngine::takeOver() {
                           (engineStatus_ ? ": " + describeStatus(*engineStatus_) : "") +
                           "; its supervisor had died: " + describeStatus(content_.supervisorStatus);
   logEnd("died: " + content_.engine.cause, true);
-  const auto shortest = Clock::now() + timeForTakeover;
+  const auto shortest = Clock::now() + hosting::shortestTakeover;
   try {
     takeover_ = std::jthread([this, shortest](const std::stop_token& stop) {
       try {
         hosting::takeOverEndpoints(content_.engine,
                                    [&] { return stop.stop_requested() && Clock::now() >= shortest; });
       } catch (const std::exception& error) {
-        utils::logWarning(content_.name + ": its endpoints cannot be taken over: " + error.what());
+        utils::logWarning(content_.name + ": cannot take over its endpoints: " + error.what());
       }
       isOver_ = true;
     });
   } catch (const std::exception& error) {
-    utils::logWarning(content_.name + ": its endpoints cannot be taken over: " + error.what());
+    utils::logWarning(content_.name + ": cannot take over its endpoints: " + error.what());
     isOver_ = true;
   }
 }

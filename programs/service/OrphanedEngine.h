@@ -45,7 +45,7 @@ class OrphanedEngine {
 
   /// Notices its end and that of the takeover; true once nothing is left to be done, except for the directory
   /// when `isDead` is false. To be called often; does not wait.
-  bool attend();
+  bool processPendingEvents();
   /// Has a takeover end soon, and does not wait for it.
   void requestEnd();
   /// Waits for the end of the takeover.

@@ -77,8 +77,8 @@ Service::Service(const socket::SocketEndpoint& endpoint, EngineLauncher& launche
 // The starts' threads wake the socket.
 Service::~Service() { launcher_.endStarts(); }
 
-void Service::serve(const std::function<bool()>& isToEnd) {
-  while (!isToEnd()) {
+void Service::serve(const std::function<bool()>& shouldStop) {
+  while (!shouldStop()) {
     launcher_.reap();
     answerFinished();
     takeSubmission();

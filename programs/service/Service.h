@@ -19,10 +19,10 @@ class Service {
   Service(const Service&) = delete;
   Service& operator=(const Service&) = delete;
 
-  /// Serves until `isToEnd` returns true: it is asked about every 100 ms. Submissions that are being served
-  /// then are refused, within 8 s, and hosts of engines whose endpoints were taken over have 2 s to take the
-  /// cause in.
-  void serve(const std::function<bool()>& isToEnd);
+  /// Serves until `shouldStop` returns true: it is asked about every 100 ms. Submissions that are being
+  /// served then are refused, within 8 s, and hosts of engines whose endpoints were taken over have 2 s to
+  /// take the cause in.
+  void serve(const std::function<bool()>& shouldStop);
 
  private:
   void takeSubmission();

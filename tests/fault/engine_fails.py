@@ -202,8 +202,8 @@ class Stopped(FaultTest):
         call = self.reach(STOPPING)
         self.strike(self.engine_process(), signal.SIGSTOP)
         self.expect_told(call, Bound(10, promised=6))
-        self.host.wait_for(r"^notification EngineDied 0 engine process \d+ died: signal 9 \(Killed\), "
-                           "for it did not stop within 5 s of being asked to")
+        self.host.wait_for(r"^notification EngineDied 0 engine process \d+ was killed by signal 9: "
+                           "it did not stop within 5 s")
         self.expect_destroyed()
         self.expect_engines_gone(20)
         self.conclude("the time to stop goes on: `EngineDied` after 5 s in all")
@@ -219,7 +219,7 @@ class Stopped(FaultTest):
 
 class KeptStopped(FaultTest):
     fault = "engine: SIGSTOP for good"
-    cause = logs = r"engine process \d+ died: signal 9 \(Killed\), for it was kept stopped for 10 s"
+    cause = logs = r"engine process \d+ was killed by signal 9: it was kept stopped for 10 s"
 
     def test_running(self):
         call = self.reach(RUNNING)

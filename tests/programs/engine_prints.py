@@ -32,7 +32,7 @@ class Prints(ProgramsTest):
         self.expect_exit(host, 130)
         self.assertEqual(len(host.captured_lines("TestEngine: line ")), LINES)
         # Notifications alone.
-        self.assertEqual(set(host.lines()), {"Tick"})
+        self.assertEqual(set(host.lines()), {"Tick", "Finished"})
 
     def test_in_a_run_that_goes_on(self):
         self.stop_and_expect_its_lines(self.host(self.printing_engine(when="run")))

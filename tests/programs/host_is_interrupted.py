@@ -104,7 +104,7 @@ class EngineThatIgnoresTheStop(ProgramsTest):
         host.interrupt()
         self.expect_exit(host, 3, GONE_WITHIN)
         self.assertGreater(time.monotonic() - start, 4)
-        self.assertIn("did not stop within 5 s of being asked to", host.notifications()[-1]["values"]["reason"])
+        self.assertIn("did not stop within 5 s", host.notifications()[-1]["values"]["reason"])
         self.expect_nothing_left()
 
     def test_is_left_by_the_second_interruption_and_killed_within_its_time(self):
@@ -122,7 +122,7 @@ class EngineThatIgnoresTheStop(ProgramsTest):
         start = time.monotonic()
         service.wait_for_errors("exit code 3")
         self.assertLess(time.monotonic() - start, GONE_WITHIN)
-        self.assertRegex(service.errors(), f"engine process {engine} (died: .* )?did not stop within 5 s")
+        self.assertRegex(service.errors(), f"engine process {engine} .*did not stop within 5 s")
         self.assertEqual(processes_below(service.pid), {})
 
     def test_does_not_keep_a_host_that_runs_it_itself_when_the_terminal_closes(self):

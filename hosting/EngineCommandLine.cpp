@@ -1,0 +1,109 @@
+#include "hosting/EngineCommandLine.h"
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <stdexcept>
+#include <utility>
+
+#include "runtime/processes/Cores.h"
+
+namespace qor::hosting {
+
+namespace {
+
+using socket::SocketEndpoint;
+
+/// As many bytes of the standard input as --id-length names.
+std::string readWorkflowManagerId(std::size_t length) {
+  // Longer than any that a submission can carry.
+  constexpr std::size_t longest = 65'536;
+  std::string id(std::min(length, longest), '\0');
+  std::cin.read(id.data(), static_cast<std::streamsize>(id.size()));
+  if (length > longest || static_cast<std::size_t>(std::cin.gcount()) != length) {
+    throw std::runtime_error("--id-length " + std::to_string(length) +
+                             ": expected an id of so many bytes, 65536 at most, on the standard input");
+  }
+  return id;
+}
+
+std::string readDescription(const std::string& file) {
+  if (file == "-") return {std::istreambuf_iterator<char>(std::cin), {}};
+  std::ifstream in(file);
+  std::string text;
+  // A directory can be opened, but not read.
+  if (in && !std::filesystem::is_directory(file)) text.assign(std::istreambuf_iterator<char>(in), {});
+  if (!in || std::filesystem::is_directory(file))
+    throw std::runtime_error("cannot read the description \"" + file + "\"");
+  return text;
+}
+
+SocketEndpoint hostsEndpoint(const std::string& text) {
+  auto endpoint = SocketEndpoint::FromString(text);
+  if (endpoint.transport() == SocketEndpoint::Transport::Tcp && endpoint.port() == 0) {
+    throw std::runtime_error("--command \"" + text +
+                             "\": port 0 names no port to connect to; expected the port that the host binds");
+  }
+  return endpoint;
+}
+
+SocketEndpoint ownEndpoint(const std::string& text) {
+  return SocketEndpoint::FromString(text).withReservedPort();
+}
+
+std::string descriptorComplaint(const std::string& text) {
+  return ::fcntl(std::atoi(text.c_str()), F_GETFD) < 0 ? "no descriptor " + text + " is open" : "";
+}
+
+}  // namespace
+
+EngineCommandLine::EngineCommandLine(CLI::App& app) {
+  auto& ids = *app.add_option_group("id", "Which workflow manager sends the engine commands, one of");
+  ids.add_option("--workflow-manager-id", workflowManagerId_, "The workflow manager's id");
+  ids.add_option("--id-length", idLength_,
+                 "The length of its id in bytes, which are the first of the standard input: for an id that "
+                 "no command line can carry");
+  ids.require_option(1);
+  app.add_option("--engine-id", engineId_, "The engine's number there")->required();
+  app.add_option("--description", description_,
+                 "What the engine has to do: a JSON file, or - for the standard input")
+      ->required();
+  app.add_option("--request", request_,
+                 "Endpoint to receive requests on, such as ipc://PATH or tcp://127.0.0.1:0")
+      ->required();
+  app.add_option("--status", status_, "Endpoint to publish the engine's status on")->required();
+  app.add_option("--command", command_, "Endpoint of the host to receive commands from")->required();
+  app.add_option("--notification", notification_, "Endpoint to publish notifications on")->required();
+  app.add_option("--directory", directory_, "Directory of the sockets, removed at the end if it is empty");
+  app.add_option("--ready-fd", readyDescriptor_,
+                 "Open descriptor to report on: that the engine is ready or why it is not, and at last what "
+                 "became of it")
+      ->capture_default_str()
+      ->check(descriptorComplaint);
+  app.add_option("--core", core_,
+                 "Core that the messaging threads keep to: answers come sooner if it has little else to do");
+  app.add_flag("--verbose", isVerbose_, "Show all log records");
+}
+
+EngineOptions EngineCommandLine::options() const {
+  if (core_) processes::requireUsable({*core_}, "--core");
+  // Both may be in the standard input, in this order.
+  std::string workflowManagerId = idLength_ > 0 ? readWorkflowManagerId(idLength_) : workflowManagerId_;
+  std::string description = readDescription(description_);
+  return {.workflowManagerId = std::move(workflowManagerId),
+          .engineId = engineId_,
+          .description = std::move(description),
+          .requestEndpoint = ownEndpoint(request_),
+          .statusEndpoint = ownEndpoint(status_),
+          .commandEndpoint = hostsEndpoint(command_),
+          .notificationEndpoint = ownEndpoint(notification_),
+          .directory = directory_,
+          .readyDescriptor = readyDescriptor_,
+          .core = core_};
+}
+
+}  // namespace qor::hosting
