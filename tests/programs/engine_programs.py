@@ -1,0 +1,199 @@
+"""Engines that are programs: one in Python, taken from the page that is the contract, and the counter in C++, each driven by
+the host's program through a service."""
+
+import os
+import pathlib
+import re
+import signal
+import stat
+import sys
+import time
+import unittest
+
+from processes import only, process_table
+from programs_support import PATIENCE, ProgramsTest, processes_below, wait_until
+
+PAGE = pathlib.Path(__file__).parents[2] / "docs" / "engine-programs.md"
+# A second, and what a busy machine takes.
+EXPLAINED_WITHIN = 5
+
+
+def example():
+    """The program on the page."""
+    return re.search(r"^```python\n(.*?)^```", PAGE.read_text(), re.DOTALL | re.MULTILINE)[1]
+
+
+class EnginePrograms(ProgramsTest):
+    """What its tests share."""
+
+    def program(self, text):
+        """An executable, in a folder outside of the repository."""
+        path = self.folder / "engine.py"
+        # The modules of its messages and of ZeroMQ are where the tests have them.
+        path.write_text(f"#!{sys.executable} -B\n{text}")
+        path.chmod(path.stat().st_mode | stat.S_IXUSR)
+        return path
+
+    def service_of(self, text):
+        """A service whose engines are all that program."""
+        self._environment["ENGINE_PROGRAM"] = str(self.program(text))
+        return self.service("--engine-program", os.environ["PROGRAM_RUNNER"], test_engine=False)
+
+    def run_on(self, endpoint, **document):
+        workflow = self.file("workflow.json", {"engine": {"engine": "counter", **document}})
+        return self.start("TAMB_HOST", "run", "--json", "--service", endpoint, workflow, test_engine=False)
+
+    def running_on(self, endpoint, **document):
+        host = self.run_on(endpoint, **document)
+        host.wait_for_notification("Count")
+        return host
+
+    def supervisor_below(self, service):
+        return only([process for process, (_, parent) in process_table().items() if parent == service.pid])
+
+    def child_of(self, parent):
+        return only([process for process, (_, its_parent) in process_table().items() if its_parent == parent])
+
+    def engine_of(self, service):
+        return self.child_of(self.supervisor_below(service))
+
+    def expect_death(self, host, pattern, start=None):
+        host.wait_for_notification("EngineDied")
+        if start is not None:
+            self.assertLess(time.monotonic() - start, EXPLAINED_WITHIN)
+        self.assertRegex(host.notifications()[-1]["values"]["reason"], pattern)
+        self.expect_exit(host, 3)
+
+
+class AProgramInPython(EnginePrograms):
+    def test_written_from_the_page_alone_runs_to_its_end(self):
+        service, endpoint = self.service_of(example())
+        host = self.run_on(endpoint, last=5)
+        self.expect_exit(host, 0)
+        self.assertEqual([each["values"]["value"] for each in host.notifications() if each["line"] == "Count"],
+                         [1, 2, 3, 4, 5])
+        self.assertEqual(host.notifications()[-1]["values"], {"stopped": False})
+        self.assertEqual(host.notifications()[-1]["seconds"], 0.5)
+        service.wait_for_errors("ended after ")
+        self.assertRegex(service.errors(), r"ended after \d+ s: finished\n")
+
+    def test_stops_when_its_host_is_interrupted(self):
+        service, endpoint = self.service_of(example())
+        host = self.running_on(endpoint, last=10_000)
+        host.interrupt()
+        self.expect_exit(host, 130)
+        self.assertEqual(host.notifications()[-1]["values"], {"stopped": True})
+        service.wait_for_errors(": stopped\n")
+
+    def test_has_its_crash_explained_within_a_second(self):
+        service, endpoint = self.service_of(example())
+        host = self.running_on(endpoint, last=10_000)
+        start = time.monotonic()
+        self.kill(self.engine_of(service), signal.SIGSEGV)
+        self.expect_death(host, r"^engine process \d+ died: signal 11 \(Segmentation fault\)", start)
+
+    def test_has_an_exception_explained_by_its_last_lines(self):
+        _, endpoint = self.service_of(example().replace("        count += 1\n", "        count += 1 if count < 3 else 'x'\n"))
+        host = self.running_on(endpoint, last=10_000)
+        self.expect_death(host, r"died: exit code 1 .*\| TypeError: unsupported operand")
+
+    def test_is_killed_when_it_does_not_stop(self):
+        _, endpoint = self.service_of(example().replace("if stop or leaving or", "if"))
+        host = self.running_on(endpoint, last=10_000)
+        host.interrupt()
+        self.expect_death(host, r"was killed by signal 9: it did not stop within 5 s")
+
+    def test_is_killed_when_it_does_not_exit(self):
+        service, endpoint = self.service_of(example() + "time.sleep(1000)\n")
+        self.expect_exit(self.run_on(endpoint, last=1), 0)
+        service.wait_for_errors("was killed by signal 9: it did not stop within 5 s")
+
+    def test_may_print_what_it_likes(self):
+        _, endpoint = self.service_of("print('a line\\n' * 20_000, flush=True)\n" + example())
+        self.expect_exit(self.run_on(endpoint, last=3), 0)
+
+    def test_refuses_with_its_own_reason(self):
+        _, endpoint = self.service_of(example().replace('report("ready")', 'report("failed", reason="no licence")'))
+        host = self.run_on(endpoint)
+        self.expect_exit(host, 4)
+        self.assertIn("no licence", host.errors())
+
+    def test_that_cannot_be_run_is_reported(self):
+        for mode, reason in ((0o600, "Permission denied"), (0o700, "No such file")):
+            with self.subTest(reason):
+                _, endpoint = self.service_of(example())
+                program = pathlib.Path(self._environment["ENGINE_PROGRAM"])
+                program.write_text("#!/nonexistent/interpreter\n")
+                program.chmod(mode)
+                host = self.run_on(endpoint)
+                self.expect_exit(host, 4)
+                self.assertRegex(host.errors(), f'cannot run "{program}": {reason}')
+                self._services[-1].signal(signal.SIGTERM)
+                self._services.pop().wait()
+
+    def test_ends_with_its_supervisor(self):
+        service, endpoint = self.service_of(example())
+        host = self.running_on(endpoint, last=10_000)
+        engine = self.engine_of(service)
+        self.kill(self.supervisor_below(service), signal.SIGKILL)
+        self.expect_death(host, r"^engine process \d+ died: signal 9 \(Killed\); its supervisor had died")
+        self.assertNotIn(engine, process_table())
+
+
+class TheCounter(EnginePrograms):
+    """A program with a supervisor of its own, started by a service; and by another supervisor, for which it serves alone."""
+
+    def supervised_by_itself(self):
+        return self.service("--engine-program", os.environ["COUNTER_ENGINE"], test_engine=False)
+
+    def supervised_by_another(self):
+        self._environment["ENGINE_PROGRAM"] = os.environ["COUNTER_ENGINE"]
+        return self.service("--engine-program", os.environ["PROGRAM_RUNNER"], test_engine=False)
+
+    def test_has_its_crash_explained_within_a_second(self):
+        for start_service in (self.supervised_by_itself, self.supervised_by_another):
+            with self.subTest(start_service.__name__):
+                service, endpoint = start_service()
+                host = self.running_on(endpoint)
+                # One supervisor, and below it the engine alone.
+                self.assertEqual(len(processes_below(service.pid)), 2)
+                start = time.monotonic()
+                self.kill(self.engine_of(service), signal.SIGSEGV)
+                self.expect_death(host, r"^engine process \d+ died: signal 11 \(Segmentation fault\)", start)
+                self._services.pop()
+                service.signal(signal.SIGTERM)
+                self.assertEqual(service.wait(), 0)
+
+    def test_stops_when_its_host_is_interrupted(self):
+        service, endpoint = self.supervised_by_itself()
+        host = self.running_on(endpoint)
+        start = time.monotonic()
+        host.interrupt()
+        self.expect_exit(host, 130)
+        self.assertEqual(host.notifications()[-1]["line"], "Finished")
+        self.assertEqual(host.notifications()[-1]["values"], {"stopped": True})
+        service.wait_for_errors(": stopped\n")
+        self.assertLess(time.monotonic() - start, PATIENCE)
+
+    def test_leaves_when_its_host_is_killed(self):
+        service, endpoint = self.supervised_by_another()
+        host = self.running_on(endpoint)
+        host.signal(signal.SIGKILL)
+        host.wait()
+        service.wait_for_errors("the host has disconnected, or was silent for 10 s")
+        wait_until(lambda: not processes_below(service.pid), "engines are left")
+
+    def test_writes_log_lines_with_the_ids_of_both_processes(self):
+        service, endpoint = self.supervised_by_another()
+        host = self.running_on(endpoint)
+        supervisor, engine = self.supervisor_below(service), self.engine_of(service)
+        self.kill(engine, signal.SIGSTOP)
+        service.wait_for_errors("was stopped")
+        self.assertIn(f"[tamb-engine {supervisor}/{engine}, engine 1 of ", service.errors())
+        self.kill(engine, signal.SIGCONT)
+        host.interrupt()
+        self.expect_exit(host, 130)
+
+
+if __name__ == "__main__":
+    unittest.main()
