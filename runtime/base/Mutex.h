@@ -4,24 +4,28 @@
 #include <condition_variable>
 #include <mutex>
 
-// What clang's thread-safety analysis reads, in every build of ours with clang: code that touches a guarded
-// member without its mutex does not compile. It sees what no test run does, the more so as sanitizers do not
-// see through libzmq.
+// Annotations for clang's thread-safety analysis, on in every build of ours with clang: code that touches a
+// guarded member without its mutex does not compile. The analysis covers what no test run reaches, and
+// sanitizers cannot follow libzmq.
 #ifdef __clang__
 #define QOR_THREAD_ANNOTATION(annotation) __attribute__((annotation))
 #else
 #define QOR_THREAD_ANNOTATION(annotation)
 #endif
 
-/// Of a member: only touched with that mutex held, but while its object is made and destroyed.
+/// On a member: touched with that mutex held only, except in constructors and destructors.
 #define QOR_GUARDED_BY(mutex) QOR_THREAD_ANNOTATION(guarded_by(mutex))
-/// Of a function, a lambda included: called with that mutex held.
+/// On a function or a lambda: called with that mutex held.
 #define QOR_REQUIRES(mutex) QOR_THREAD_ANNOTATION(requires_capability(mutex))
 
 namespace qor::base {
 
 /// A std::mutex that the analysis knows.
 class QOR_THREAD_ANNOTATION(capability("mutex")) Mutex {
+ public:
+  /// For the analysis alone: no other thread knows what is guarded yet, so that it is touched without a lock.
+  void assumeNotShared() const QOR_THREAD_ANNOTATION(assert_capability(this)) {}
+
  private:
   friend class Lock;
   std::mutex mutex_;

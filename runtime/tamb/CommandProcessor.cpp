@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <limits>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -16,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "runtime/base/Mutex.h"
 #include "runtime/tamb/BoundedLog.h"
 #include "runtime/tamb/CommandTime.h"
 #include "runtime/tamb/CurrentException.h"
@@ -155,17 +155,17 @@ class CommandProcessor : public ICommandProcessorFrontEnd,
   bool Refuse(const ICommandMessage& command, const std::string& reason);
   void RefuseLate(const ICommandMessage& command, const std::string& reason);
 
-  mutable std::mutex mutex_;
-  std::map<Place, Command> commands_;
-  std::uint64_t nextNumber_ = 0;
-  Controls<IBasicControl> controls_{"control"};
-  Controls<IBasicStatusControl> statusControls_{"status control"};
-  IEngineFrontEnd* engine_ = nullptr;
-  std::string workflowManagerId_;
-  unsigned int engineId_ = 0;
-  Handler refusalHandler_;
-  /// Why nothing is executed any more, once that is so.
-  std::optional<std::string> refusal_;
+  mutable qor::base::Mutex mutex_;
+  std::map<Place, Command> commands_ QOR_GUARDED_BY(mutex_);
+  std::uint64_t nextNumber_ QOR_GUARDED_BY(mutex_) = 0;
+  Controls<IBasicControl> controls_ QOR_GUARDED_BY(mutex_){"control"};
+  Controls<IBasicStatusControl> statusControls_ QOR_GUARDED_BY(mutex_){"status control"};
+  IEngineFrontEnd* engine_ QOR_GUARDED_BY(mutex_) = nullptr;
+  std::string workflowManagerId_ QOR_GUARDED_BY(mutex_);
+  unsigned int engineId_ QOR_GUARDED_BY(mutex_) = 0;
+  Handler refusalHandler_ QOR_GUARDED_BY(mutex_);
+  /// Why no command is executed any more; empty until then.
+  std::optional<std::string> refusal_ QOR_GUARDED_BY(mutex_);
   BoundedLog untimed_{LogLevel::Warning, "Command processor: commands without a time, due at once"};
   BoundedLog dropped_{LogLevel::Warning, "Command processor: commands for a step without a control"};
   BoundedLog failed_{LogLevel::Error, "Command processor: commands that failed"};
@@ -182,12 +182,12 @@ CommandProcessor::~CommandProcessor() {
 }
 
 std::shared_ptr<IBasicControl> CommandProcessor::GetControl(std::string name) {
-  const std::lock_guard lock(mutex_);
+  const qor::base::Lock lock(mutex_);
   return controls_.Get(name);
 }
 
 std::shared_ptr<IBasicStatusControl> CommandProcessor::GetStatusControl(std::string name) {
-  const std::lock_guard lock(mutex_);
+  const qor::base::Lock lock(mutex_);
   return statusControls_.Get(name);
 }
 
@@ -211,7 +211,7 @@ void CommandProcessor::PushCommands(std::vector<Command> commands) {
   }
   std::string reason;
   {
-    const std::lock_guard lock(mutex_);
+    const qor::base::Lock lock(mutex_);
     if (!refusal_) {
       for (auto& [time, command] : timed) {
         commands_.emplace(Place{time, nextNumber_++}, std::move(command));
@@ -228,32 +228,32 @@ void CommandProcessor::PushCommands(std::vector<Command> commands) {
 void CommandProcessor::PushCommand(Command command) { PushCommands({std::move(command)}); }
 
 void CommandProcessor::SetWorkflowManagerId(std::string id) {
-  const std::lock_guard lock(mutex_);
+  const qor::base::Lock lock(mutex_);
   workflowManagerId_ = std::move(id);
 }
 
 void CommandProcessor::SetEngineId(unsigned int id) {
-  const std::lock_guard lock(mutex_);
+  const qor::base::Lock lock(mutex_);
   engineId_ = id;
 }
 
 std::string CommandProcessor::GetWorkflowManagerId() const {
-  const std::lock_guard lock(mutex_);
+  const qor::base::Lock lock(mutex_);
   return workflowManagerId_;
 }
 
 unsigned int CommandProcessor::GetEngineId() const {
-  const std::lock_guard lock(mutex_);
+  const qor::base::Lock lock(mutex_);
   return engineId_;
 }
 
 void CommandProcessor::AddControl(std::string name, std::shared_ptr<IBasicControl> control) {
-  const std::lock_guard lock(mutex_);
+  const qor::base::Lock lock(mutex_);
   controls_.Add(std::move(name), std::move(control));
 }
 
 void CommandProcessor::AddStatusControl(std::string name, std::shared_ptr<IBasicStatusControl> control) {
-  const std::lock_guard lock(mutex_);
+  const qor::base::Lock lock(mutex_);
   statusControls_.Add(std::move(name), std::move(control));
 }
 
@@ -266,21 +266,21 @@ void CommandProcessor::ExecuteAllCommands() { ExecuteUntil(std::numeric_limits<d
 
 void CommandProcessor::EraseAllCommandsInStack() {
   std::map<Place, Command> erased;  // Commands are anyone's classes: they go without the lock.
-  const std::lock_guard lock(mutex_);
+  const qor::base::Lock lock(mutex_);
   erased.swap(commands_);
 }
 
 void CommandProcessor::EraseAllCommandsInStackBefore(double time) {
   requireTime(time);
   std::map<Place, Command> erased;
-  const std::lock_guard lock(mutex_);
+  const qor::base::Lock lock(mutex_);
   while (!commands_.empty() && commands_.begin()->first.time.Seconds() < time) {
     erased.insert(commands_.extract(commands_.begin()));
   }
 }
 
 void CommandProcessor::DefineEngine(IEngineFrontEnd* engine) {
-  const std::lock_guard lock(mutex_);
+  const qor::base::Lock lock(mutex_);
   engine_ = engine;
 }
 
@@ -288,7 +288,7 @@ void CommandProcessor::ExecuteUntil(double time) {
   const auto self = shared_from_this();  // A control may let go of the command processor.
   Execution execution{time, 0, std::nullopt};
   {
-    const std::lock_guard lock(mutex_);
+    const qor::base::Lock lock(mutex_);
     execution.endNumber = nextNumber_;
   }
   while (const auto command = TakeNext(execution)) {
@@ -297,7 +297,7 @@ void CommandProcessor::ExecuteUntil(double time) {
 }
 
 Command CommandProcessor::TakeNext(Execution& execution) {
-  const std::lock_guard lock(mutex_);
+  const qor::base::Lock lock(mutex_);
   auto next = execution.position ? commands_.upper_bound(*execution.position) : commands_.begin();
   for (; next != commands_.end() && next->first.time.Seconds() <= execution.until; ++next) {
     execution.position = next->first;
@@ -313,7 +313,7 @@ void CommandProcessor::Execute(const ICommandMessage& command) {
   try {
     std::shared_ptr<IBasicControl> control;
     {
-      const std::lock_guard lock(mutex_);
+      const qor::base::Lock lock(mutex_);
       control = controls_.Find(command.GetStepId());
     }
     return control ? control->ExecuteCommand(command) : RefuseUnknownStep(command);
@@ -328,7 +328,7 @@ void CommandProcessor::RefuseUnknownStep(const ICommandMessage& command) {
   IEngineFrontEnd* engine = nullptr;
   std::string reason = fmt::format("there is no step {}", quote(command.GetStepId()));
   {
-    const std::lock_guard lock(mutex_);
+    const qor::base::Lock lock(mutex_);
     engine = engine_;
     reason +=
         controls_.IsEmpty() ? ", nor any other" : fmt::format("; expected one of {}", controls_.Names());
@@ -344,7 +344,7 @@ void CommandProcessor::RefuseUnknownStep(const ICommandMessage& command) {
 bool CommandProcessor::Refuse(const ICommandMessage& command, const std::string& reason) {
   Handler handler;
   {
-    const std::lock_guard lock(mutex_);
+    const qor::base::Lock lock(mutex_);
     handler = refusalHandler_;
   }
   if (!handler) {
@@ -368,7 +368,7 @@ void CommandProcessor::RefuseLate(const ICommandMessage& command, const std::str
 }
 
 void CommandProcessor::SetRefusalHandler(Handler handler) {
-  const std::lock_guard lock(mutex_);
+  const qor::base::Lock lock(mutex_);
   refusalHandler_.swap(handler);
 }
 
@@ -376,7 +376,7 @@ void CommandProcessor::RefuseAll(std::string reason) {
   const auto self = shared_from_this();  // The handler may let go of the command processor.
   std::map<Place, Command> waiting;
   {
-    const std::lock_guard lock(mutex_);
+    const qor::base::Lock lock(mutex_);
     refusal_ = reason;
     waiting.swap(commands_);
   }

@@ -1,8 +1,8 @@
 #include "runtime/tamb/CurrentLoggerWriter.h"
 
-#include <mutex>
 #include <utility>
 
+#include "runtime/base/Mutex.h"
 #include "runtime/utils/LogSink.h"
 #include "tamb/LogContext.h"
 
@@ -11,8 +11,8 @@ namespace tamb {
 namespace {
 
 struct Current {
-  std::mutex mutex;
-  std::shared_ptr<ILoggerWriter> writer;
+  qor::base::Mutex mutex;
+  std::shared_ptr<ILoggerWriter> writer QOR_GUARDED_BY(mutex);
 };
 
 /// Never destroyed: objects that go after main() has returned still report through it.
@@ -32,14 +32,16 @@ bool writeToCurrentWriter(LogLevel level, const std::string& message) {
 }  // namespace
 
 std::shared_ptr<ILoggerWriter> GetCurrentLoggerWriter() {
-  const std::lock_guard lock(current().mutex);
-  return current().writer;
+  Current& now = current();
+  const qor::base::Lock lock(now.mutex);
+  return now.writer;
 }
 
 std::shared_ptr<ILoggerWriter> SetCurrentLoggerWriter(std::shared_ptr<ILoggerWriter> writer) {
   qor::utils::setLogSink(&writeToCurrentWriter);
-  const std::lock_guard lock(current().mutex);
-  return std::exchange(current().writer, std::move(writer));
+  Current& now = current();
+  const qor::base::Lock lock(now.mutex);
+  return std::exchange(now.writer, std::move(writer));
 }
 
 }  // namespace tamb

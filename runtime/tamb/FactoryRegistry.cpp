@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <iterator>
-#include <mutex>
 #include <utility>
 
+#include "runtime/base/Mutex.h"
 #include "tamb/TAMBRuntimeError.h"
 
 namespace tamb {
@@ -14,8 +14,8 @@ namespace tamb {
 namespace {
 
 struct Registry {
-  std::mutex mutex;
-  std::vector<FactoryRegistration> registrations;
+  qor::base::Mutex mutex;
+  std::vector<FactoryRegistration> registrations QOR_GUARDED_BY(mutex);
 };
 
 /// Never destroyed: a factory's code is the plug-in's, whose own statics may be gone before ours.
@@ -67,31 +67,34 @@ void RegisterFactory(std::string name, std::string coreId, std::shared_ptr<IElem
   registration.factory = std::move(factory);
   registration.registryEntry = std::move(registryEntry);
 
-  const std::lock_guard lock(registry().mutex);
-  for (const auto& other : registry().registrations) {
+  Registry& known = registry();
+  const qor::base::Lock lock(known.mutex);
+  for (const auto& other : known.registrations) {
     if (other.kind == registration.kind && other.type == registration.type &&
         other.implementation == registration.implementation) {
       throw TAMBRuntimeError(fmt::format("Factory of {:?}: {} is registered already, by {:?}",
                                          registration.name, describe(registration), other.name));
     }
   }
-  registry().registrations.push_back(std::move(registration));
+  known.registrations.push_back(std::move(registration));
 }
 
 std::vector<FactoryRegistration> GetFactoryRegistrations() {
-  const std::lock_guard lock(registry().mutex);
-  return registry().registrations;
+  Registry& known = registry();
+  const qor::base::Lock lock(known.mutex);
+  return known.registrations;
 }
 
 std::optional<FactoryRegistration> FindFactory(ElementFactoryType kind, const std::string& type,
                                                const std::optional<std::string>& implementation) {
-  const std::lock_guard lock(registry().mutex);
-  const auto& registrations = registry().registrations;
-  const auto found = std::find_if(registrations.begin(), registrations.end(), [&](const auto& registration) {
-    return registration.kind == kind && registration.type == type &&
-           (!implementation || registration.implementation == *implementation);
-  });
-  return found == registrations.end() ? std::nullopt : std::optional(*found);
+  Registry& known = registry();
+  const qor::base::Lock lock(known.mutex);
+  const auto found =
+      std::find_if(known.registrations.begin(), known.registrations.end(), [&](const auto& registration) {
+        return registration.kind == kind && registration.type == type &&
+               (!implementation || registration.implementation == *implementation);
+      });
+  return found == known.registrations.end() ? std::nullopt : std::optional(*found);
 }
 
 ElementFactory<ElementFactoryType::Engine>::Product InstantiateEngine(
@@ -123,8 +126,9 @@ ElementFactory<ElementFactoryType::Engine>::Product InstantiateEngine(
 
 std::size_t UnregisterFactories(const std::string& name) {
   std::vector<FactoryRegistration> retired;  // Factories are anyone's classes: they go without the lock.
-  const std::lock_guard lock(registry().mutex);
-  auto& registrations = registry().registrations;
+  Registry& known = registry();
+  const qor::base::Lock lock(known.mutex);
+  auto& registrations = known.registrations;
   const auto first =
       std::stable_partition(registrations.begin(), registrations.end(),
                             [&](const auto& registration) { return registration.name != name; });

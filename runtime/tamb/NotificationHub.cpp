@@ -2,11 +2,11 @@
 #include <cstddef>
 #include <iterator>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "runtime/base/Mutex.h"
 #include "runtime/tamb/NotificationSubscription.h"
 #include "tamb/INotificationHub.h"
 #include "tamb/TAMBRuntimeError.h"
@@ -137,19 +137,19 @@ class NotificationHub : public INotificationHubFrontEnd,
   void PushNotification(Notification notification) override { PushNotifications({std::move(notification)}); }
 
   void SetWorkflowManagerId(std::string id) override {
-    const std::lock_guard lock(mutex_);
+    const qor::base::Lock lock(mutex_);
     workflowManagerId_ = std::move(id);
   }
   void SetEngineId(unsigned int id) override {
-    const std::lock_guard lock(mutex_);
+    const qor::base::Lock lock(mutex_);
     engineId_ = id;
   }
   std::string GetWorkflowManagerId() const override {
-    const std::lock_guard lock(mutex_);
+    const qor::base::Lock lock(mutex_);
     return workflowManagerId_;
   }
   unsigned int GetEngineId() const override {
-    const std::lock_guard lock(mutex_);
+    const qor::base::Lock lock(mutex_);
     return engineId_;
   }
 
@@ -161,7 +161,7 @@ class NotificationHub : public INotificationHubFrontEnd,
     }
     auto subscription =
         std::make_shared<NotificationSubscription>(weak_from_this(), std::move(filter), std::move(callback));
-    const std::lock_guard lock(mutex_);
+    const qor::base::Lock lock(mutex_);
     auto changed = std::make_shared<Subscriptions>(*subscriptions_);
     changed->push_back(subscription);
     subscriptions_ = std::move(changed);
@@ -169,22 +169,23 @@ class NotificationHub : public INotificationHubFrontEnd,
   }
 
   void Remove(const std::shared_ptr<NotificationSubscription>& subscription) {
-    const std::lock_guard lock(mutex_);
+    const qor::base::Lock lock(mutex_);
     auto changed = std::make_shared<Subscriptions>(*subscriptions_);
     std::erase(*changed, subscription);
     subscriptions_ = std::move(changed);
   }
 
   std::shared_ptr<const Subscriptions> CurrentSubscriptions() const {
-    const std::lock_guard lock(mutex_);
+    const qor::base::Lock lock(mutex_);
     return subscriptions_;
   }
 
-  mutable std::mutex mutex_;
+  mutable qor::base::Mutex mutex_;
   /// Replaced, never changed: pushes under way go on with what they have.
-  std::shared_ptr<const Subscriptions> subscriptions_ = std::make_shared<const Subscriptions>();
-  std::string workflowManagerId_;
-  unsigned int engineId_ = 0;
+  std::shared_ptr<const Subscriptions> subscriptions_ QOR_GUARDED_BY(mutex_) =
+      std::make_shared<const Subscriptions>();
+  std::string workflowManagerId_ QOR_GUARDED_BY(mutex_);
+  unsigned int engineId_ QOR_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace

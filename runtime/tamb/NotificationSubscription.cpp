@@ -15,7 +15,7 @@ NotificationSubscription::NotificationSubscription(std::weak_ptr<const INotifica
     : hub_(std::move(hub)), filter_(std::move(filter)), callback_(std::move(callback)) {}
 
 bool NotificationSubscription::IsActive() const {
-  const std::lock_guard lock(mutex_);
+  const qor::base::Lock lock(mutex_);
   return callback_ != nullptr;
 }
 
@@ -45,17 +45,17 @@ void NotificationSubscription::Deliver(const std::shared_ptr<const INotification
 
 void NotificationSubscription::End() {
   std::shared_ptr<INotificationCallback> callback;  // Destroyed without the lock: it may call the hub.
-  const std::lock_guard lock(mutex_);
+  const qor::base::Lock lock(mutex_);
   callback = std::move(callback_);
 }
 
 void NotificationSubscription::WaitForCalls() {
-  std::unique_lock lock(mutex_);
-  noCallUnderWay_.wait(lock, [this] { return callsUnderWay_ == 0; });
+  qor::base::Lock lock(mutex_);
+  lock.wait(noCallUnderWay_, [this]() QOR_REQUIRES(mutex_) { return callsUnderWay_ == 0; });
 }
 
 std::shared_ptr<INotificationCallback> NotificationSubscription::BeginCall() {
-  const std::lock_guard lock(mutex_);
+  const qor::base::Lock lock(mutex_);
   if (callback_) {
     ++callsUnderWay_;
   }
@@ -63,7 +63,7 @@ std::shared_ptr<INotificationCallback> NotificationSubscription::BeginCall() {
 }
 
 void NotificationSubscription::EndCall() {
-  const std::lock_guard lock(mutex_);
+  const qor::base::Lock lock(mutex_);
   --callsUnderWay_;
   if (callsUnderWay_ == 0) {
     noCallUnderWay_.notify_all();

@@ -3,8 +3,8 @@
 #include <condition_variable>
 #include <functional>
 #include <memory>
-#include <mutex>
 
+#include "runtime/base/Mutex.h"
 #include "tamb/INotificationHub.h"
 
 namespace tamb {
@@ -38,11 +38,11 @@ class NotificationSubscription : public INotificationSubscriptionFrontEnd {
 
   const std::weak_ptr<const INotificationHubFrontEnd> hub_;
   const Filter filter_;
-  mutable std::mutex mutex_;
+  mutable qor::base::Mutex mutex_;
   std::condition_variable noCallUnderWay_;
   /// Empty once the subscription has ended.
-  std::shared_ptr<INotificationCallback> callback_;
-  unsigned int callsUnderWay_ = 0;
+  std::shared_ptr<INotificationCallback> callback_ QOR_GUARDED_BY(mutex_);
+  unsigned int callsUnderWay_ QOR_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace tamb

@@ -10,7 +10,7 @@
 namespace tamb {
 
 void ParameterTable::Add(const std::string& key, ParameterValue value, const std::string& description) {
-  const std::lock_guard lock(mutex_);
+  const qor::base::Lock lock(mutex_);
   if (const auto position = PositionOf(key); position != parameters_.size()) {
     throw TAMBRuntimeError(fmt::format("Parameter {:?} exists already as {}: it cannot be added as {}", key,
                                        ToString(TypeOf(parameters_[position].value)),
@@ -28,7 +28,8 @@ void ParameterTable::Add(const std::string& key, ParameterValue value, const std
 }
 
 void ParameterTable::CopyValues(const ParameterTable& other) {
-  const std::lock_guard lock(other.mutex_);
+  mutex_.assumeNotShared();
+  const qor::base::Lock lock(other.mutex_);
   parameters_.reserve(other.parameters_.size());
   for (const Parameter& parameter : other.parameters_)
     parameters_.push_back({parameter.key, parameter.value, {}});
@@ -36,12 +37,12 @@ void ParameterTable::CopyValues(const ParameterTable& other) {
 }
 
 bool ParameterTable::HasKey(const std::string& key) const {
-  const std::lock_guard lock(mutex_);
+  const qor::base::Lock lock(mutex_);
   return PositionOf(key) != parameters_.size();
 }
 
 std::string ParameterTable::GetDescription(const std::string& key) const {
-  const std::lock_guard lock(mutex_);
+  const qor::base::Lock lock(mutex_);
   const auto position = PositionOf(key);
   if (position == parameters_.size()) {
     throw TAMBRuntimeError(fmt::format("There is no parameter {:?} to describe", key));
@@ -50,7 +51,7 @@ std::string ParameterTable::GetDescription(const std::string& key) const {
 }
 
 KeysAndTypes ParameterTable::GetKeysAndTypes() const {
-  const std::lock_guard lock(mutex_);
+  const qor::base::Lock lock(mutex_);
   KeysAndTypes keysAndTypes;
   keysAndTypes.reserve(parameters_.size());
   for (const auto& parameter : parameters_) {

@@ -4,12 +4,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <unordered_map>
 #include <variant>
 #include <vector>
 
+#include "runtime/base/Mutex.h"
 #include "tamb/ElementFactoryType.h"
 #include "tamb/IParametersCollection.h"
 #include "tamb/TambType.h"
@@ -50,13 +50,13 @@ class ParameterTable {
 
   template <typename T>
   T Get(const std::string& key) const {
-    const std::lock_guard lock(mutex_);
+    const qor::base::Lock lock(mutex_);
     return HeldValue<T>(*this, key);
   }
 
   template <typename T>
   void Set(const std::string& key, const T& value) {
-    const std::lock_guard lock(mutex_);
+    const qor::base::Lock lock(mutex_);
     HeldValue<T>(*this, key) = value;
   }
 
@@ -75,14 +75,12 @@ class ParameterTable {
   /// and dropped with every command.
   static constexpr std::size_t searchedFromTheFront = 8;
 
-  // With the mutex held:
-
   /// The number of parameters when there is no such key.
-  std::size_t PositionOf(const std::string& key) const;
+  std::size_t PositionOf(const std::string& key) const QOR_REQUIRES(mutex_);
 
   /// The value of a table that is const or not.
   template <typename T, typename Table>
-  static auto& HeldValue(Table& table, const std::string& key) {
+  static auto& HeldValue(Table& table, const std::string& key) QOR_REQUIRES(table.mutex_) {
     const std::size_t position = table.PositionOf(key);
     auto* const value =
         position == table.parameters_.size() ? nullptr : std::get_if<T>(&table.parameters_[position].value);
@@ -92,11 +90,12 @@ class ParameterTable {
     return *value;
   }
 
-  [[noreturn]] void ThrowMismatch(const std::string& key, TambType asked) const;
+  [[noreturn]] void ThrowMismatch(const std::string& key, TambType asked) const QOR_REQUIRES(mutex_);
 
-  mutable std::mutex mutex_;
-  std::vector<Parameter> parameters_;
-  std::unordered_map<std::string, std::size_t> positions_;  ///< by key, once there are many
+  mutable qor::base::Mutex mutex_;
+  std::vector<Parameter> parameters_ QOR_GUARDED_BY(mutex_);
+  /// By key, once there are many.
+  std::unordered_map<std::string, std::size_t> positions_ QOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace tamb

@@ -31,7 +31,7 @@ void RepeatCountingWriter::Write(LogLevel level, const std::string& message, con
                                  const std::string& source, const std::string& line,
                                  const std::string& function, const std::string& threadId,
                                  const std::string& time) {
-  const std::lock_guard lock(mutex_);
+  const qor::base::Lock lock(mutex_);
   const auto now = now_();
   forgetOld(now);
   if (!isCounted(level, message)) {
@@ -60,10 +60,11 @@ void RepeatCountingWriter::Write(LogLevel level, const std::string& message, con
 }
 
 void RepeatCountingWriter::flush() {
-  const std::lock_guard lock(mutex_);
+  const qor::base::Lock lock(mutex_);
   const auto now = now_();
   // As they came.
-  std::for_each(records_.rbegin(), records_.rend(), [&](Record& record) { writeCount(record, now); });
+  std::for_each(records_.rbegin(), records_.rend(),
+                [&](Record& record) QOR_REQUIRES(mutex_) { writeCount(record, now); });
   records_.clear();
 }
 

@@ -5,9 +5,9 @@
 #include <functional>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <string>
 
+#include "runtime/base/Mutex.h"
 #include "tamb/ILoggerWriter.h"
 
 namespace tamb {
@@ -48,15 +48,14 @@ class RepeatCountingWriter : public ILoggerWriter {
     Clock::time_point seen;
   };
 
-  /// All with the mutex held.
-  void writeThrough(const Record& record);
-  void writeCount(Record& record, Clock::time_point now);
-  void forgetOld(Clock::time_point now);
+  void writeThrough(const Record& record) QOR_REQUIRES(mutex_);
+  void writeCount(Record& record, Clock::time_point now) QOR_REQUIRES(mutex_);
+  void forgetOld(Clock::time_point now) QOR_REQUIRES(mutex_);
 
   const std::shared_ptr<ILoggerWriter> writer_;
   const std::function<Clock::time_point()> now_;
-  std::mutex mutex_;
-  std::list<Record> records_;  ///< the one that came last is the first
+  qor::base::Mutex mutex_;                            ///< held while a record is passed on, too
+  std::list<Record> records_ QOR_GUARDED_BY(mutex_);  ///< the one that came last is the first
 };
 
 }  // namespace tamb
