@@ -14,7 +14,8 @@
 
 namespace tamb {
 
-/// Makes elements of one kind. What it makes them with depends on the kind: see ElementFactory.
+/// Makes elements of one kind; what it makes them from depends on the kind: see ElementFactory. Any thread;
+/// does not block or throw.
 class IElementFactory {
  public:
   virtual ~IElementFactory() = default;
@@ -42,7 +43,8 @@ class ElementFactory : public IElementFactory {
 
   ElementFactoryType GetFactoryType() const override { return T; }
 
-  /// A new element. What the creation function throws passes through.
+  /// A new element. Any thread, if the creation function allows it; blocks as it does, and its exceptions
+  /// pass through.
   Product Create(std::shared_ptr<const IParametersCollectionInstance> config) const {
     return create_(std::move(config));
   }
@@ -52,10 +54,10 @@ class ElementFactory : public IElementFactory {
 };
 
 /// The schema of a registry entry: "class" (ElementFactoryType), "type", "implementation" (UTF8String) and
-/// "init_config" (ParametersCollectionPrototype), in this order.
+/// "init_config" (ParametersCollectionPrototype), in this order. Any thread.
 std::shared_ptr<const IParametersCollectionPrototype> GetRegistryEntryPrototype();
 
-/// The text by which a factory says which framework version it was built for.
+/// The text by which a factory states which framework version it was built for. Any thread.
 std::string GetTAMBCoreIdInternal(std::string version);
 
 /// Makes a factory known to this process under `registryEntry`. Throws TAMBRuntimeError when the factory or

@@ -23,12 +23,13 @@ struct TimeInfo {
   MediaTime duration;
 };
 
-/// What can be read of a running element. Callable from any thread.
+/// What can be read of an element, also while it runs. Any thread; does not block.
 class IBasicStatusControl {
  public:
   virtual ~IBasicStatusControl() = default;
+  /// Undefined when it is not known, as at the proxy of a remote engine. Does not throw.
   virtual EngineStatus GetStatus() const = 0;
-  /// Empty when nothing has failed.
+  /// Why the element failed, in one line for people; empty when nothing has failed. Does not throw.
   virtual std::string GetLastErrorMessage() const = 0;
   /// The time of the step, input or output of that name; throws TAMBRuntimeError when there is none.
   virtual TimeInfo GetCurrentTimeInfo(const std::string& name) const = 0;

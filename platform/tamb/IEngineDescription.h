@@ -5,7 +5,7 @@
 
 namespace tamb {
 
-/// What an engine is to do, and for whom.
+/// What an engine is to do, and for whom. Immutable: any thread. Nothing here blocks or throws.
 class IEngineDescription {
  public:
   virtual ~IEngineDescription() = default;

@@ -6,10 +6,11 @@
 
 namespace tamb {
 
-/// A log that an engine writes its own lines to. Callable from any thread.
+/// A log that an engine writes its own lines to. Any thread.
 class ILogger {
  public:
   virtual ~ILogger() = default;
+  /// Blocks as long as the log takes to write one record. Does not throw.
   virtual void Log(LogLevel level, const std::string& message) = 0;
 };
 

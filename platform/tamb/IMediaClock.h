@@ -7,7 +7,7 @@
 
 namespace tamb {
 
-/// A source of media time. Callable from any thread.
+/// A source of media time. Any thread; does not block or throw.
 class IMediaClock {
  public:
   virtual ~IMediaClock() = default;

@@ -4,7 +4,8 @@
 
 namespace tamb {
 
-/// Hands out the memory blocks that media travels in. Callable from any thread.
+/// Hands out the memory blocks that media travels in. Any thread; a block may be released on another thread
+/// than the one that got it. Waits for no other block to be released.
 class IMemoryBlockAllocator {
  public:
   virtual ~IMemoryBlockAllocator() = default;

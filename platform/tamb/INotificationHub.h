@@ -13,9 +13,10 @@ namespace tamb {
 class INotificationCallback {
  public:
   virtual ~INotificationCallback() = default;
-  /// Called on the thread that pushed the notification; by several threads at once when several push. What it
-  /// throws is logged by the hub and reaches neither the pusher nor the other subscribers. It may push,
-  /// subscribe and unsubscribe, itself included.
+  /// Called on the thread that pushed the notification, and by several threads at once when several push; the
+  /// pusher waits as long as it blocks. For a remote engine that is the thread which receives its
+  /// notifications. Any exception is logged by the hub and reaches neither the pusher nor the other
+  /// subscribers. It may push, subscribe and unsubscribe, itself included.
   virtual void OnNotification(std::shared_ptr<const INotificationMessage> notification) = 0;
 };
 
@@ -24,12 +25,12 @@ class INotificationCallback {
 class INotificationSubscriptionFrontEnd {
  public:
   virtual ~INotificationSubscriptionFrontEnd() = default;
-  /// False once the subscription has been ended.
+  /// False once the subscription has been ended. Any thread; does not block or throw.
   virtual bool IsActive() const = 0;
 };
 
-/// Where notifications are subscribed to. Callable from any thread. Subscribing an empty callback throws
-/// TAMBRuntimeError.
+/// Where notifications are subscribed to. Any thread. Nothing but Unsubscribe blocks. Subscribing an empty
+/// callback throws TAMBRuntimeError.
 class INotificationHubFrontEnd {
  public:
   virtual ~INotificationHubFrontEnd() = default;
@@ -54,13 +55,15 @@ class INotificationHubFrontEnd {
   virtual unsigned int GetEngineId() const = 0;
 };
 
-/// Where notifications are published. Callable from any thread. Every subscriber gets the notifications of
+/// Where notifications are published. Any thread. A local hub calls its subscribers before it returns; the
+/// hub of an engine process sends and does not wait for the host. Every subscriber gets the notifications of
 /// one thread in the order in which that thread pushed them; what a callback pushes is delivered after what
 /// it is called for, when the callback has returned. An empty notification throws TAMBRuntimeError, and
 /// nothing of its batch is delivered.
 class INotificationHubBackEnd {
  public:
   virtual ~INotificationHubBackEnd() = default;
+  /// In this order; to another process as one message.
   virtual void PushNotifications(std::vector<std::shared_ptr<const INotificationMessage>> notifications) = 0;
   virtual void PushNotification(std::shared_ptr<const INotificationMessage> notification) = 0;
 };

@@ -18,7 +18,7 @@ using KeysAndTypes = std::vector<std::pair<std::string, TambType>>;
 /// Keys, strings and descriptions are byte strings.
 ///
 /// Declaring a key twice, asking for a key that was never declared, or asking for it as another type throws
-/// TAMBRuntimeError naming the key, the type held and the type asked for. Callable from any thread.
+/// TAMBRuntimeError naming the key, the type held and the type asked for. Any thread; does not block.
 class IParametersCollectionPrototype {
  public:
   virtual ~IParametersCollectionPrototype() = default;
@@ -90,10 +90,11 @@ class IParametersCollectionInstance {
   virtual std::shared_ptr<const IParametersCollectionPrototype> GetPrototype() const = 0;
 };
 
-/// A new prototype without keys.
+/// A new prototype without keys. Any thread.
 std::shared_ptr<IParametersCollectionPrototype> CreateParametersCollectionPrototype();
 
-/// A new instance holding the defaults of `prototype`; throws TAMBRuntimeError when it is empty.
+/// A new instance holding the defaults of `prototype`; throws TAMBRuntimeError when that is empty. Any
+/// thread.
 std::shared_ptr<IParametersCollectionInstance> CreateParametersCollectionInstance(
     std::shared_ptr<const IParametersCollectionPrototype> prototype);
 

@@ -11,8 +11,8 @@
 
 namespace tamb {
 
-/// Says which engine the calling thread works for, from now on: sets the thread's context string from the
-/// engine's name and number. The other arguments are what the engine was given; none of them is kept.
+/// Sets the context string of the calling thread, which its log records carry from now on, from the engine's
+/// name and number. The other arguments are what the engine was given; none of them is kept.
 void DefineContextEngine_deprecated(
     const std::string& name, unsigned int engineId, std::shared_ptr<const IMediaClock> clock,
     const std::map<std::string, std::shared_ptr<IInputEndpoint>>& inputEndpoints,
@@ -21,17 +21,17 @@ void DefineContextEngine_deprecated(
     const std::map<std::string, std::shared_ptr<ILogger>>& loggers,
     const std::map<std::string, void*>& benchmarkers);
 
-/// What the calling thread works for; empty until it has said so.
+/// The context string of the calling thread; empty until it is set. Does not block.
 std::string GetCurrentContextString();
 
 /// The calling thread's kernel id in decimal, as tools outside the process show it.
 std::string GetThreadId();
 
-/// Now, in UTC, as in 2026-03-01T12:34:56.789012Z.
+/// Now, in UTC, as in 2026-03-01T12:34:56.789012Z. Any thread.
 std::string GetCurrentTimeString();
 
-/// A new random UUID: 36 characters in lower case. Throws std::runtime_error when the system has no
-/// randomness to give.
+/// A new random UUID: 36 characters in lower case. Any thread. Throws std::runtime_error when the system
+/// gives no random bytes.
 std::string GetUUIDString();
 
 /// The decimal text.

@@ -37,6 +37,7 @@ class Socket {
   void createAndConnect(Protocol::Protocol protocol, const SocketEndpoint& endpoint,
                         unsigned int timeOutMilliseconds);
 
+  /// True after a successful createAndConnect until close(). Does not block.
   bool isOpen() const;
 
   /// Closes an open socket, after which createAndConnect may be called again. Messages that have not left get
@@ -47,13 +48,14 @@ class Socket {
   void close();
 
   /// Waits for an incoming message: 0 when one can be received, 1 when none came in time or the socket was
-  /// closed meanwhile, any other value for an error, told in `errorText`: nothing can come in to a Publisher,
-  /// to a Requester without a request or whose connection is lost, or to a socket that was never opened.
+  /// closed meanwhile, any other value for an error, described in `errorText`: nothing can come in to a
+  /// Publisher, to a Requester without a request or whose connection is lost, or to a socket that was never
+  /// opened.
   int poll(unsigned int timeOutMilliseconds, std::string& errorText);
 
-  /// Sends one message. Never waits for a receiver, but after a loss a Requester waits: at most 500 ms for
-  /// its connection, and 200 ms for this process's Subscribers. Throws std::runtime_error when the message is
-  /// incomplete or over maximumMessageSize, when a queue is full, and when there is nobody to answer.
+  /// Sends one message; never waits for a receiver, except that a Requester without connection waits at most
+  /// 500 ms for it to come back. Throws std::runtime_error when the message is incomplete or larger than
+  /// maximumMessageSize, when a queue is full, and when there is nobody to answer.
   void sendProtoBuf(google::protobuf::Message* message);
 
   /// Receives one message. Waits for it without limit, but a Requester throws std::runtime_error as soon as
@@ -62,7 +64,7 @@ class Socket {
   /// not 0.
   int receiveProtoBuf(google::protobuf::Message* message, unsigned int sizeBound);
 
-  /// The name, the role and the endpoint, for log lines.
+  /// The name, the role and the endpoint, for log lines. Does not block.
   std::string debugString() const;
 
  private:

@@ -4,8 +4,8 @@
 
 namespace qor::utils {
 
-/// Gives the texts of an object the object's own header, so that a log line tells who wrote it. Nobody owns
-/// an object by this interface.
+/// Puts an object's own header ahead of its texts, so that a log line names its origin. Nobody owns an object
+/// by this interface. Any thread; does not block.
 class IMessageFormatter {
  public:
   virtual std::string messageHeader() const = 0;
