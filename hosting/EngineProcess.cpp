@@ -26,7 +26,6 @@
 #include "qor/utils/Log.h"
 #include "runtime/processes/Cores.h"
 #include "runtime/processes/Pipe.h"
-#include "runtime/processes/SocketFiles.h"
 #include "runtime/tamb/CommandProcessor.h"
 #include "runtime/tamb/EngineDescription.h"
 
@@ -151,7 +150,7 @@ int runEngineChild(const EngineOptions& options, const EngineLoader& loader, con
     const auto factory = loader();
     serveEngine(options, *factory, parent);
     // A supervisor that was killed removes nothing.
-    if (::getppid() != supervisor) removeFilesOf(options);
+    if (::getppid() != supervisor) removeFilesOf(options, processes::BoundBy::Us);
     return EXIT_SUCCESS;
   } catch (const std::exception& error) {
     parent.report({.event = EngineEvent::Failed, .reason = error.what()});
@@ -159,10 +158,10 @@ int runEngineChild(const EngineOptions& options, const EngineLoader& loader, con
   }
 }
 
-void removeFilesOf(const EngineOptions& options) {
+void removeFilesOf(const EngineOptions& options, processes::BoundBy boundBy) {
   processes::removeSocketFiles({options.requestEndpoint, options.statusEndpoint, options.commandEndpoint,
                                 options.notificationEndpoint},
-                               options.directory);
+                               options.directory, boundBy);
 }
 
 }  // namespace qor::hosting

@@ -4,6 +4,7 @@
 #include "hosting/EngineOptions.h"
 #include "hosting/EngineReporter.h"
 #include "hosting/EngineToRun.h"
+#include "runtime/processes/SocketFiles.h"
 
 namespace qor::hosting {
 
@@ -30,7 +31,8 @@ struct MadeEngine {
 /// the engine throws.
 MadeEngine makeEngine(const engines::IEngineFactory& factory, const EngineOptions& options);
 
-/// Removes the socket files that nobody has bound, and the directory if it is empty.
-void removeFilesOf(const EngineOptions& options);
+/// Removes the socket files that nobody listens on, those of the directory in any case if it is ours, and the
+/// directory if it is empty.
+void removeFilesOf(const EngineOptions& options, processes::BoundBy boundBy);
 
 }  // namespace qor::hosting

@@ -171,11 +171,16 @@ EngineOutcome superviseEngine(const EngineOptions& options, const EngineToRun& e
                               const std::function<void(const std::string& reason)>& onFailure) {
   EngineOutcome outcome;
   try {
+    // Another engine there would be taken for the new one: it answers as if that were ready.
+    processes::requireNobodyListens(
+        {options.requestEndpoint, options.statusEndpoint, options.notificationEndpoint});
     outcome = Supervision(options, engine, onFailure).run(onReady);
   } catch (const std::exception& error) {
     onFailure(error.what());
   }
-  removeFilesOf(options);
+  // Whoever is on the endpoints of an engine that was not ready may be another.
+  const bool wasReady = outcome.end != EngineEnd::NotStarted;
+  removeFilesOf(options, wasReady ? processes::BoundBy::Us : processes::BoundBy::Anybody);
   return outcome;
 }
 

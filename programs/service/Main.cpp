@@ -61,7 +61,7 @@ int run(const Arguments& arguments) {
                                           .reportsFailedJobs = arguments.parent == 0});
   // Whichever way it ends: behind the service's own end.
   const struct Files {
-    ~Files() { qor::processes::removeSocketFiles({endpoint}, directory); }
+    ~Files() { qor::processes::removeSocketFiles({endpoint}, directory, qor::processes::BoundBy::Anybody); }
     const SocketEndpoint& endpoint;
     const std::filesystem::path& directory;
   } files{endpoint, arguments.directory};

@@ -1,11 +1,17 @@
 #include "runtime/processes/SocketFiles.h"
 
+#include <sys/socket.h>
+#include <sys/un.h>
+
 #include <cerrno>
 #include <cstdlib>
 #include <fstream>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <system_error>
+
+#include "runtime/processes/Pipe.h"
 
 namespace qor::processes {
 
@@ -13,8 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The paths of all sockets that a process of this machine has bound. The system is asked, since a socket
-/// that is tried out would take that for a peer.
+/// The paths of all sockets that a process of this machine has bound, as they were written then.
 std::set<std::string> boundPaths() {
   std::set<std::string> paths;
   std::ifstream sockets("/proc/net/unix");
@@ -25,18 +30,44 @@ std::set<std::string> boundPaths() {
   return paths;
 }
 
+/// What a connection to the file comes to, as errno has it; 0 when somebody accepts it. A path has many
+/// spellings, and the system lists the one that it was bound by: so it is tried out. Whoever listens sees a
+/// peer that connects and disconnects.
+int tryToConnect(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= sizeof address.sun_path) return ENAMETOOLONG;
+  path.copy(address.sun_path, path.size());
+  const Descriptor probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const bool isConnected =
+      ::connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  return isConnected ? 0 : errno;
+}
+
 }  // namespace
 
-void removeSocketFiles(std::initializer_list<socket::SocketEndpoint> endpoints, const fs::path& directory) {
+void removeSocketFiles(std::initializer_list<socket::SocketEndpoint> endpoints, const fs::path& directory,
+                       BoundBy boundBy) {
   std::error_code ignored;
-  const auto bound = boundPaths();
   for (const auto& endpoint : endpoints) {
     if (endpoint.transport() != socket::SocketEndpoint::Transport::Ipc) continue;
     const fs::path file = endpoint.host();
-    const bool isOurs = !directory.empty() && file.parent_path() == directory;
-    if (fs::is_socket(file, ignored) && (isOurs || !bound.contains(file.string()))) fs::remove(file, ignored);
+    const bool isOurs = boundBy == BoundBy::Us && !directory.empty() && file.parent_path() == directory;
+    if (fs::is_socket(file, ignored) && (isOurs || tryToConnect(file.string()) == ECONNREFUSED))
+      fs::remove(file, ignored);
   }
   if (!directory.empty()) fs::remove(directory, ignored);
+}
+
+void requireNobodyListens(std::initializer_list<socket::SocketEndpoint> endpoints) {
+  for (const auto& endpoint : endpoints) {
+    if (endpoint.transport() != socket::SocketEndpoint::Transport::Ipc) continue;
+    const int error = tryToConnect(endpoint.host());
+    // EAGAIN: more have connected than it has accepted so far.
+    if (error == 0 || error == EAGAIN) {
+      throw std::runtime_error("cannot listen on " + endpoint.host() + ": it is in use");
+    }
+  }
 }
 
 bool removeIfUnused(const fs::path& directory) {
@@ -58,7 +89,8 @@ PrivateDirectory::PrivateDirectory() {
         error, "cannot make a directory for sockets in " +
                    (wanted == nullptr ? std::string("/tmp") : "\"" + std::string(wanted) + "\" (TMPDIR)"));
   }
-  std::string path = (parent / "qor-XXXXXX").string();
+  // The system lists sockets by the paths that they were bound by.
+  std::string path = (fs::absolute(parent) / "qor-XXXXXX").string();
   if (::mkdtemp(path.data()) == nullptr) {
     throw std::system_error(errno, std::system_category(), "cannot make a directory for sockets, " + path);
   }

@@ -7,11 +7,18 @@
 
 namespace qor::processes {
 
+/// Who has bound the socket files in a directory.
+enum class BoundBy { Us, Anybody };
+
 /// Removes the socket files of those endpoints that have one, and then the directory, when one is given and
-/// it is empty: what a process that was killed could not remove itself. Files in that directory are ours;
-/// others are spared when somebody has them bound.
+/// it is empty: what a process that was killed could not remove itself. Files that somebody listens on stay,
+/// however their paths are written; but those in the directory go in any case when it is ours.
 void removeSocketFiles(std::initializer_list<socket::SocketEndpoint> endpoints,
-                       const std::filesystem::path& directory);
+                       const std::filesystem::path& directory, BoundBy boundBy = BoundBy::Us);
+
+/// Throws std::runtime_error, one readable line, when somebody listens on the socket file of one of those
+/// endpoints that have one.
+void requireNobodyListens(std::initializer_list<socket::SocketEndpoint> endpoints);
 
 /// Removes a directory of sockets with all that is in it, unless somebody has one of them bound; false then.
 bool removeIfUnused(const std::filesystem::path& directory);

@@ -68,6 +68,23 @@ class EngineProgram(ProgramsTest):
         engine.signal(signal.SIGTERM)
         engine.wait()
 
+    def test_leaves_the_files_of_another_on_its_endpoints_alone(self):
+        first, endpoints = self.ipc_engine()
+        ready = first.wait_for_ready()
+        directory = self.temporary / "qor-one"
+        files = {file: file.stat().st_ino for file in directory.iterdir()}
+        self.assertEqual(len(files), 3)
+        # By the same paths, and by others that lead to the same files.
+        respelled = {channel: endpoint.replace("/qor-one/", "/./qor-one/") for channel, endpoint in endpoints.items()}
+        for used, given in ((endpoints, directory), (respelled, None)):
+            second = self.engine(used, directory=given)
+            self.expect_exit(second, 1)
+            self.assertIn("in use", second.everything())
+            self.assertEqual({file: file.stat().st_ino for file in directory.iterdir()}, files)
+            self.expect_served(ready)
+        first.signal(signal.SIGTERM)
+        first.wait()
+
     def test_tells_the_ports_that_it_was_left_to_choose(self):
         engine, endpoints = self.tcp_engine()
         ready = engine.wait_for_ready()

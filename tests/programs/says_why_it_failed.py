@@ -150,6 +150,20 @@ class MissingEngine(ProgramsTest):
         self.expect_exit(self.host("--input", clip(), "--service", endpoint), 0)
 
 
+class MissingService(ProgramsTest):
+    def test_on_an_endpoint_in_use_says_so_and_leaves_the_other_alone(self):
+        _, endpoint = self.service()
+        file = self.folder / "service"
+        inode = file.stat().st_ino
+        # By the same path, and by another one that leads to the same file.
+        for spelling in (endpoint, f"ipc://{self.folder}/./service"):
+            second = self.start("QOR_ENGINE_SERVICE", "--endpoint", spelling)
+            self.expect_exit(second, 1)
+            self.assertIn("in use", second.errors())
+            self.assertEqual(file.stat().st_ino, inode)
+        self.expect_exit(self.host("--input", clip(), "--service", endpoint), 0)
+
+
 class FailedCommand(ProgramsTest):
     REMARK = r'tamb-host: the run finished, but 1 of 2 commands failed; command 2 \("Foo"\): there is no command "Foo"'
 
