@@ -103,6 +103,8 @@ void TcpEngineFrontEnd::SetInitConfig(std::shared_ptr<const tamb::IParametersCol
     // It may be connected to the back end of an earlier configuration, and an open socket cannot be opened.
     commandSocket_.close();
     commandSocket_.createAndConnect(socket::Protocol::Requester, requestEndpoint, connectMilliseconds);
+    // A run that was about to be requested from the peer before is not for this one.
+    changeConfiguration();
   }
   const auto statusEndpoint = SocketEndpoint::FromString(config->GetUTF8String(statusEndpointKey));
   stopStatusReception_ = false;
@@ -111,7 +113,7 @@ void TcpEngineFrontEnd::SetInitConfig(std::shared_ptr<const tamb::IParametersCol
   statusReceptionThread_ = std::make_shared<std::thread>(
       [this, statusEndpoint] { engineStatusReceptionThreadFunction(statusEndpoint); });
   heartBeatThread_ = std::make_shared<std::thread>([this] { heartBeatThreadFunction(); });
-  waitForFirstStatus();
+  waitForRecentStatus(configuration());
 }
 
 void TcpEngineFrontEnd::AddEngineDescription(std::shared_ptr<tamb::IEngineDescription> /*description*/) {}
@@ -126,22 +128,15 @@ void TcpEngineFrontEnd::AddLogger(std::string /*name*/, std::shared_ptr<tamb::IL
 void TcpEngineFrontEnd::AddBenchmarker(std::string /*name*/, void* /*benchmarker*/) {}
 
 void TcpEngineFrontEnd::Run() {
-  waitForOverdueStatus();
-  // The status may have changed twice before the reply is here.
-  const unsigned int runsBefore = [this] {
-    const std::lock_guard lock(statusMutex_);
-    return runsSeen_;
-  }();
+  RequestedRun run{};
   try {
-    sendRequestGetReply(Request::Run, 0);
+    run = requestRun();
   } catch (const std::exception& error) {
     return logFailedExchange("Failed sending ping to remote engine on:", error);
   }
-  checks().isTrue(waitForRun(clock_->now() + timeToStartRunning, runsBefore),
+  checks().isTrue(waitForRun(clock_->now() + timeToStartRunning, run),
                   "Run: Remote engine not switching to Running state");
-  while (remoteEngineStatus_ == EngineStatus::Running) {
-    waitForEngineStatusChange(clock_->commonEnd(clock_->now() + statusSlice), EngineStatus::Running);
-  }
+  waitForRunEnd(run);
 }
 
 void TcpEngineFrontEnd::Ping(unsigned int timeOutMilliseconds) {
@@ -153,6 +148,8 @@ void TcpEngineFrontEnd::Ping(unsigned int timeOutMilliseconds) {
 }
 
 void TcpEngineFrontEnd::RequestStop() {
+  // A stop that came ahead of the run, while Run waits for a status, would stop nothing.
+  const std::lock_guard order(runRequestMutex_);
   try {
     sendRequestGetReply(Request::RequestStop, 0);
   } catch (const std::exception& error) {
@@ -183,17 +180,42 @@ void TcpEngineFrontEnd::SetNotificationHubBackEnd(std::shared_ptr<tamb::INotific
 
 std::string TcpEngineFrontEnd::sendRequestGetReply(proto::EngineFrontEndRequest_RequestType type,
                                                    unsigned int timeOutMilliseconds) {
+  std::unique_lock lock(requestMutex_);
+  const Reply reply = exchange(type, timeOutMilliseconds);
+  lock.unlock();
+  return resultOf(reply);
+}
+
+TcpEngineFrontEnd::Reply TcpEngineFrontEnd::exchange(proto::EngineFrontEndRequest_RequestType type,
+                                                     unsigned int timeOutMilliseconds) {
   Request request;
   request.set_type(type);
   request.set_timeoutmilliseconds(timeOutMilliseconds);
   Reply reply;
+  commandSocket_.sendProtoBuf(&request);
+  commandSocket_.receiveProtoBuf(&reply, engineReplySizeBound);
+  // Whoever takes over a dead back end's endpoints answers everything with a failure.
+  if (reply.has_type() && reply.type() == Reply::Success) noteLife();
+  return reply;
+}
+
+TcpEngineFrontEnd::RequestedRun TcpEngineFrontEnd::requestRun() {
+  RequestedRun run{.configuration = configuration(), .runsBefore = 0};
+  const std::lock_guard order(runRequestMutex_);
+  waitForRecentStatus(run.configuration);
+  std::unique_lock lock(requestMutex_);
   {
-    const std::lock_guard lock(requestMutex_);
-    commandSocket_.sendProtoBuf(&request);
-    commandSocket_.receiveProtoBuf(&reply, engineReplySizeBound);
+    const std::lock_guard statusLock(statusMutex_);
+    if (configuration_ != run.configuration) {
+      throw std::runtime_error("another configuration was set before the run was requested");
+    }
+    // The status may have changed twice before the reply is here.
+    run.runsBefore = runsSeen_;
   }
-  if (reply.has_type()) noteLife();
-  return resultOf(reply);
+  const Reply reply = exchange(Request::Run, 0);
+  lock.unlock();
+  resultOf(reply);
+  return run;
 }
 
 std::string TcpEngineFrontEnd::resultOf(const Reply& reply) const {
@@ -214,32 +236,34 @@ bool TcpEngineFrontEnd::waitForEngineStatusChange(IClock::TimePoint deadline,
   return clock_->waitUntil(statusChanged_, lock, deadline);
 }
 
-void TcpEngineFrontEnd::waitForFirstStatus() {
+void TcpEngineFrontEnd::waitForRecentStatus(unsigned int configuration) {
   std::unique_lock lock(statusMutex_);
-  if (!lastStatus_) waitForAnotherStatus(lock);
-}
-
-void TcpEngineFrontEnd::waitForOverdueStatus() {
-  std::unique_lock lock(statusMutex_);
-  if (lastStatus_ && clock_->steadyNow() - *lastStatus_ > oldestStatus) waitForAnotherStatus(lock);
-}
-
-void TcpEngineFrontEnd::waitForAnotherStatus(std::unique_lock<std::mutex>& lock) {
-  const auto seen = lastStatus_;
+  const auto isRecent = [&] { return lastStatus_ && clock_->steadyNow() - *lastStatus_ <= oldestStatus; };
   const auto deadline = clock_->steadyNow() + timeForStatus;
-  while (isReceiving_ && lastStatus_ == seen && clock_->steadyNow() < deadline) {
+  while (isReceiving_ && configuration_ == configuration && !isRecent() && clock_->steadyNow() < deadline) {
     clock_->waitUntil(receptionChanged_, lock, deadline);
   }
 }
 
-bool TcpEngineFrontEnd::waitForRun(IClock::TimePoint deadline, unsigned int runsBefore) {
+bool TcpEngineFrontEnd::waitForRun(IClock::TimePoint deadline, const RequestedRun& run) {
   std::unique_lock lock(statusMutex_);
-  const auto hasRun = [&] { return remoteEngineStatus_ == EngineStatus::Running || runsSeen_ != runsBefore; };
-  while (!hasRun() && clock_->now() < deadline) clock_->waitUntil(statusChanged_, lock, deadline);
-  return hasRun();
+  const auto isOver = [&] {
+    return remoteEngineStatus_ == EngineStatus::Running || runsSeen_ != run.runsBefore ||
+           configuration_ != run.configuration;
+  };
+  while (!isOver() && clock_->now() < deadline) clock_->waitUntil(statusChanged_, lock, deadline);
+  return isOver();
+}
+
+void TcpEngineFrontEnd::waitForRunEnd(const RequestedRun& run) {
+  std::unique_lock lock(statusMutex_);
+  while (remoteEngineStatus_ == EngineStatus::Running && configuration_ == run.configuration) {
+    clock_->waitUntil(statusChanged_, lock, clock_->commonEnd(clock_->now() + statusSlice));
+  }
 }
 
 void TcpEngineFrontEnd::reset() {
+  changeConfiguration();
   stopStatusReception_ = true;
   {
     const std::lock_guard lock(heartBeatMutex_);
@@ -251,6 +275,18 @@ void TcpEngineFrontEnd::reset() {
   // Nobody follows the engine any more: whoever waits for another status must not wait for ever.
   changeReception(false);
   changeRemoteStatus(EngineStatus::Undefined);
+}
+
+void TcpEngineFrontEnd::changeConfiguration() {
+  const std::lock_guard lock(statusMutex_);
+  ++configuration_;
+  statusChanged_.notify_all();
+  receptionChanged_.notify_all();
+}
+
+unsigned int TcpEngineFrontEnd::configuration() {
+  const std::lock_guard lock(statusMutex_);
+  return configuration_;
 }
 
 void TcpEngineFrontEnd::engineStatusReceptionThreadFunction(const SocketEndpoint& endpoint) {
@@ -282,6 +318,7 @@ void TcpEngineFrontEnd::openStatusSocket(std::optional<Socket>& socket,
 void TcpEngineFrontEnd::receiveStatuses(Socket& socket) {
   noteLife();
   pollsInVain_ = 0;
+  isDeaf_ = false;
   proto::EngineStatus message;
   while (!stopStatusReception_) {
     Polled polled = Polled::Failure;
@@ -292,7 +329,8 @@ void TcpEngineFrontEnd::receiveStatuses(Socket& socket) {
     } catch (const std::runtime_error& error) {
       checks().log(std::string("Failed receiving backend status request: ") + error.what());
     }
-    if (polled != Polled::Status) endSilence(polled);
+    if (polled == Polled::Failure) isDeaf_ = true;
+    if (polled != Polled::Status) endSilence();
     // What fails at once is not tried more often than what waits.
     if (polled == Polled::Failure) std::this_thread::sleep_for(milliseconds(pollMilliseconds));
   }
@@ -312,6 +350,7 @@ TcpEngineFrontEnd::Polled TcpEngineFrontEnd::pollStatus(Socket& socket, proto::E
     return Polled::Nothing;
   }
   pollsInVain_ = 0;
+  isDeaf_ = false;
   changeRemoteStatus(static_cast<EngineStatus::EngineStatus>(message.status()));
   noteStatus();
   return Polled::Status;
@@ -329,24 +368,23 @@ void TcpEngineFrontEnd::noteStatus() {
   receptionChanged_.notify_all();
 }
 
-void TcpEngineFrontEnd::endSilence(Polled polled) {
+void TcpEngineFrontEnd::endSilence() {
   const EngineStatus::EngineStatus status = remoteEngineStatus_;
   const bool isAlive = status == EngineStatus::Running || status == EngineStatus::Idle;
   // However alive the back end is, its engine's end is not seen while its statuses cannot be received.
-  const bool isDeaf = polled == Polled::Failure;
   const auto lastSign = [&] {
     const std::lock_guard lock(statusMutex_);
-    return isDeaf ? lastStatus_.value_or(lastSign_) : lastSign_;
+    return isDeaf_ ? lastStatus_.value_or(lastSign_) : lastSign_;
   }();
   if (!isAlive || clock_->steadyNow() - lastSign < longestSilence) {
     pollsInVain_ = 0;
     return;
   }
   if (++pollsInVain_ < pollsBeforeSilence) return;
-  checks().log(
-      std::string("engineStatusReceptionThreadFunction: ") +
-      (isDeaf ? "no engine status could be received for " : "no engine status and no reply received for ") +
-      std::to_string(longestSilence.count()) + " s, the backend is taken for gone");
+  checks().log(std::string("engineStatusReceptionThreadFunction: ") +
+               (isDeaf_ ? "no engine status could be received for "
+                        : "no engine status and no successful reply received for ") +
+               std::to_string(longestSilence.count()) + " s, the backend is taken for gone");
   changeRemoteStatus(EngineStatus::Undefined);
 }
 

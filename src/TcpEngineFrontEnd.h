@@ -24,8 +24,8 @@ namespace qor::multiprocess_communication {
 /// Three threads meet here: the host's; the heartbeat thread, which shares the command socket with it, one
 /// whole exchange at a time; and the status reception thread. A call that makes an exchange blocks as long as
 /// the back end takes to answer, and as long as the exchange before it takes; a peer that has died or frozen
-/// is noticed by the socket. A back end that has given no sign, neither a status nor a reply, for 15 s is
-/// taken for gone; so is one whose statuses cannot be received for as long.
+/// is noticed by the socket. A back end that has given no sign, neither a status nor a reply of success, for
+/// 15 s is taken for gone; so is one whose statuses cannot be received for as long.
 class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFormatter {
  public:
   explicit TcpEngineFrontEnd(std::shared_ptr<IClock> clock = SystemClock());
@@ -61,13 +61,14 @@ class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFor
   void AddLogger(std::string name, std::shared_ptr<tamb::ILogger> logger) override;
   void AddBenchmarker(std::string name, void* benchmarker) override;
   /// Blocks while the remote engine runs, until its back end is taken for gone or this front end gets another
-  /// configuration. However short the run is, it is seen: after a cut of the connection, the run is asked for
-  /// once statuses come again, or 1 s have passed. A refused or failed request is logged, and Run returns;
-  /// throws TAMBRuntimeError when no status says within 2 s that the engine runs.
+  /// configuration. However short the run is, it is seen: without a recent status, as after a cut of the
+  /// connection, the run is requested once statuses come, or 1 s has passed. A refused or failed request is
+  /// logged, and Run returns; so it does when another configuration comes before the request. Throws
+  /// TAMBRuntimeError when no status reports within 2 s that the engine runs.
   void Run() override;
   /// Failures are logged.
   void Ping(unsigned int timeOutMilliseconds) override;
-  /// Failures are logged.
+  /// Failures are logged. Where another thread is about to request the run, the stop is sent behind it.
   void RequestStop() override;
   /// Waits, in slices of 1 s, until the remote engine is not running; throws TAMBRuntimeError once more time
   /// than `timeOutMilliseconds` has passed.
@@ -83,18 +84,30 @@ class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFor
   using Request = proto::EngineFrontEndRequest;
   using Reply = proto::EngineBackEndReply;
 
+  /// What decides whether a status belongs to a run.
+  struct RequestedRun {
+    unsigned int configuration;
+    unsigned int runsBefore;  ///< as runsSeen_ was ahead of the request
+  };
+
   std::string sendRequestGetReply(proto::EngineFrontEndRequest_RequestType type,
                                   unsigned int timeOutMilliseconds);
+  /// One exchange, with requestMutex_ held.
+  Reply exchange(proto::EngineFrontEndRequest_RequestType type, unsigned int timeOutMilliseconds);
   std::string resultOf(const Reply& reply) const;
+  /// Throws what a failed exchange does, and std::runtime_error when another configuration came first.
+  RequestedRun requestRun();
   bool waitForEngineStatusChange(IClock::TimePoint deadline, EngineStatus::EngineStatus seen);
-  /// Both wait at most 1 s, so that no change is missed from then on; they return at once when no status can
-  /// come.
-  void waitForFirstStatus();
-  void waitForOverdueStatus();
-  void waitForAnotherStatus(std::unique_lock<std::mutex>& lock);
-  /// Whether the engine runs, or has run since that many of its runs had been seen.
-  bool waitForRun(IClock::TimePoint deadline, unsigned int runsBefore);
+  /// Unless there is a recent status, waits for one, at most 1 s, so that no change is missed from then on.
+  /// Returns at once when no status can come, or once the configuration is another than that.
+  void waitForRecentStatus(unsigned int configuration);
+  /// False when the engine has not run by the deadline; true, too, once the configuration is another.
+  bool waitForRun(IClock::TimePoint deadline, const RequestedRun& run);
+  void waitForRunEnd(const RequestedRun& run);
   void reset();
+  /// Whoever waits for statuses of the configuration before waits no longer.
+  void changeConfiguration();
+  unsigned int configuration();
   void engineStatusReceptionThreadFunction(const socket::SocketEndpoint& endpoint);
   /// Leaves `socket` empty when it cannot be opened, which is logged.
   void openStatusSocket(std::optional<socket::Socket>& socket, const socket::SocketEndpoint& endpoint) const;
@@ -104,7 +117,7 @@ class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFor
   /// One poll, and what it brings; what cannot be read is nothing.
   Polled pollStatus(socket::Socket& socket, proto::EngineStatus& message);
   /// After a poll in vain: takes a back end that gives no sign any more for gone.
-  void endSilence(Polled polled);
+  void endSilence();
   void noteLife();
   void noteStatus();
   /// Whether statuses can come.
@@ -118,6 +131,9 @@ class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFor
   const std::shared_ptr<IClock> clock_;
   std::shared_ptr<std::thread> statusReceptionThread_;
   std::atomic<bool> stopStatusReception_{false};
+  /// Held from ahead of the wait for a status until the run has been requested, and for a stop. Taken before
+  /// requestMutex_, and that before statusMutex_.
+  std::mutex runRequestMutex_;
   std::mutex requestMutex_;  ///< held for a whole exchange on the command socket
   socket::Socket commandSocket_;
   std::shared_ptr<std::thread> heartBeatThread_;
@@ -125,10 +141,12 @@ class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFor
   std::mutex heartBeatMutex_;  ///< with the condition: lets reset() end the sleep between two heartbeats
   std::condition_variable heartBeatStopped_;
   unsigned int pollsInVain_ = 0;  ///< the status thread's own; since the last sign was too long ago
-  std::mutex statusMutex_;        ///< guards the next six
+  bool isDeaf_ = false;     ///< the status thread's own; a poll or a receive has failed since the last status
+  std::mutex statusMutex_;  ///< guards the next seven
   std::condition_variable statusChanged_;
   std::condition_variable receptionChanged_;
-  unsigned int runsSeen_ = 0;  ///< so many times the status became Running
+  unsigned int configuration_ = 0;  ///< changes with the command socket's peer, and ahead of that
+  unsigned int runsSeen_ = 0;       ///< so many times the status became Running
   bool isReceiving_ = false;
   /// When a status came; without a value before the first.
   std::optional<IClock::SteadyTimePoint> lastStatus_;

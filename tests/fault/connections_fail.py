@@ -143,7 +143,7 @@ class Cut(RelayedTest):
         self.stage = RUNNING
         self.fault = "connection: cut for good"
         self.expect_told(call, Bound(25, promised=16))
-        self.host.wait_for_errors("no engine status and no reply received for 15 s, the backend is taken for gone")
+        self.host.wait_for_errors("no engine status and no successful reply received for 15 s, the backend is taken for gone")
         self.expect_destroyed()
         self.expect_engines_gone(30)
         self.conclude("Run returns, and the silence is logged")

@@ -1,4 +1,6 @@
 #include <chrono>
+#include <string>
+#include <vector>
 
 #include "tamb/TAMBRuntimeError.h"
 #include "tests/unit/multiprocess/FrontEndTest.h"
@@ -17,6 +19,13 @@ class RunAfterACut : public FrontEndTest {
   void SetUp() override {
     connectWithoutHeartBeat();
     publish(proto::EngineStatus::Idle);
+  }
+  static constexpr const char* secondRequests = "inproc://second-requests";
+
+  void connectToSecond() {
+    socket::inproc::failNext(commands, Operation::Send, Failure::ContextTermination, "no heart either");
+    configure(secondRequests, "inproc://second-status");
+    ASSERT_TRUE(log_.waitFor("no heart either"));
   }
   auto running() {
     return [this] { frontEnd_->Run(); };
@@ -61,6 +70,61 @@ TEST_F(RunAfterACut, IsNotAwaitedWhileStatusesComeInTime) {
   publish(proto::EngineStatus::Running);
   publish(proto::EngineStatus::Idle);
   EXPECT_NO_THROW(run.get());
+}
+
+TEST_F(RunAfterACut, IsRequestedAheadOfAStopThatComesMeanwhile) {
+  clock_->advance(milliseconds(1'101));
+  BackgroundCall run(running());
+  ASSERT_TRUE(clock_->waitForWaitOf(longest));
+  BackgroundCall stop([this] { frontEnd_->RequestStop(); });
+  EXPECT_TRUE(stop.waitUntilBlocked());
+  // Nobody else has to wait.
+  frontEnd_->Ping(1);
+  publish(proto::EngineStatus::Idle);
+  ASSERT_TRUE(backEnd_->waitFor(Request::RequestStop));
+  EXPECT_TRUE(stop.endsWithin(patience));
+  std::vector<Request::RequestType> types;
+  for (const auto& request : backEnd_->requests()) types.push_back(request.type());
+  EXPECT_THAT(types, testing::ElementsAre(Request::Ping, Request::Run, Request::RequestStop));
+  publish(proto::EngineStatus::Running);
+  publish(proto::EngineStatus::Idle);
+  EXPECT_NO_THROW(run.get());
+}
+
+TEST_F(RunAfterACut, IsRequestedFromNobodyWhenAnotherConfigurationComesMeanwhile) {
+  clock_->advance(milliseconds(1'101));
+  BackgroundCall run(running());
+  ASSERT_TRUE(clock_->waitForWaitOf(longest));
+  ScriptedBackEnd second(secondRequests);
+  connectToSecond();
+  ASSERT_TRUE(run.endsWithin(patience));
+  EXPECT_NO_THROW(run.get());
+  EXPECT_EQ(backEnd_->count(Request::Run) + second.count(Request::Run), 0U);
+  EXPECT_TRUE(log_.waitFor("another configuration was set before the run was requested"));
+}
+
+TEST_F(RunAfterACut, IsRequestedFromNobodyWhileAnotherConfigurationIsBeingConnected) {
+  BackgroundCall configuring([this] { configure(secondRequests, "inproc://second-status"); });
+  ASSERT_TRUE(socket::inproc::waitUntil(commands, [](const socket::inproc::SocketState& state) {
+    return state.endpoint == secondRequests && !state.isOpen;
+  }));
+  BackgroundCall run(running());
+  EXPECT_TRUE(run.waitUntilBlocked());
+  ScriptedBackEnd second(secondRequests);
+  EXPECT_TRUE(run.endsWithin(patience));
+  EXPECT_NO_THROW(configuring.get());
+  EXPECT_EQ(backEnd_->count(Request::Run) + second.count(Request::Run), 0U);
+}
+
+TEST_F(RunAfterACut, IsNotAwaitedOnceAnotherConfigurationHasCome) {
+  BackgroundCall run(running());
+  ASSERT_TRUE(clock_->waitForWaitOf(milliseconds(2'000)));
+  EXPECT_EQ(backEnd_->count(Request::Run), 1U);
+  ScriptedBackEnd second(secondRequests);
+  connectToSecond();
+  ASSERT_TRUE(run.endsWithin(patience));
+  EXPECT_NO_THROW(run.get());
+  EXPECT_EQ(second.count(Request::Run), 0U);
 }
 
 TEST_F(RunAfterACut, IsNotAwaitedOnceNoStatusCanCome) {

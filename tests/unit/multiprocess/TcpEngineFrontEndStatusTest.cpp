@@ -141,9 +141,25 @@ TEST_F(TcpEngineFrontEndFirstStatus, IsAwaitedForASecond) {
   clock_->advance(milliseconds(1));
   ASSERT_TRUE(configuration.endsWithin(patience));
   EXPECT_NO_THROW(configuration.get());
-  // The time that a run gives is the same as ever.
+  // The status socket is still not connected, for all that is known.
   ASSERT_TRUE(socket::inproc::waitUntilOpen(statuses));
   BackgroundCall run([&] { frontEnd_->Run(); });
+  ASSERT_TRUE(clock_->waitForWaitOf(timeForIt));
+  EXPECT_EQ(backEnd_->count(Request::Run), 0U);
+  publish(proto::EngineStatus::Idle);
+  ASSERT_TRUE(clock_->waitForWaitOf(timeToStart));
+  publish(proto::EngineStatus::Running);
+  publish(proto::EngineStatus::Idle);
+  EXPECT_NO_THROW(run.get());
+}
+
+TEST_F(TcpEngineFrontEndFirstStatus, IsAwaitedForASecondOnceMoreByARun) {
+  BackgroundCall configuration(configuring());
+  pass(timeForIt);
+  EXPECT_NO_THROW(configuration.get());
+  BackgroundCall run([&] { frontEnd_->Run(); });
+  pass(timeForIt);
+  // The time that a run gives is the same as ever.
   ASSERT_TRUE(clock_->waitForWaitOf(timeToStart));
   publish(proto::EngineStatus::Running);
   publish(proto::EngineStatus::Idle);
@@ -269,8 +285,8 @@ TEST_F(TcpEngineFrontEndWaits, AStatusOf1024BytesIsTakenAndNoLargerOne) {
 }
 
 constexpr const char* silence =
-    "TcpEngineFrontEnd: engineStatusReceptionThreadFunction: no engine status and no reply "
-    "received for 15 s, the backend is taken for gone";
+    "TcpEngineFrontEnd: engineStatusReceptionThreadFunction: no engine status and no "
+    "successful reply received for 15 s, the backend is taken for gone";
 
 TEST_F(TcpEngineFrontEndWaits, RunEndsWhenNoStatusHasComeForFifteenSeconds) {
   publish(proto::EngineStatus::Running);
@@ -324,6 +340,25 @@ TEST_F(TcpEngineFrontEndWaits, RepliesDoNotKeepARunWaitingWhoseStatusesCannotBeR
       "the backend is taken for gone");
 }
 
+TEST_F(TcpEngineFrontEndWaits, RepliesDoNotKeepARunWaitingWhoseStatusSocketFailsNowAndThen) {
+  publish(proto::EngineStatus::Running);
+  BackgroundCall run(running());
+  ASSERT_TRUE(clock_->waitForWaitOf(slice));
+  for (unsigned int failures = 1; failures <= 3; ++failures) {
+    socket::inproc::failNext(statuses, Operation::Poll, Failure::ErrorResult, "broken now and then");
+    ASSERT_TRUE(log_.waitFor("broken now and then", failures));
+    // The next poll waits in vain.
+    ASSERT_TRUE(socket::inproc::waitUntilBlocked(statuses, Operation::Poll));
+    frontEnd_->Ping(1);
+    clock_->advance(milliseconds(5'000));
+  }
+  ASSERT_TRUE(run.endsWithin(patience));
+  EXPECT_EQ(run.get(), "");
+  expectLogged(
+      "TcpEngineFrontEnd: engineStatusReceptionThreadFunction: no engine status could be received for 15 s, "
+      "the backend is taken for gone");
+}
+
 TEST_F(TcpEngineFrontEndWaits, WhatCannotBeReadIsNoSignOfLife) {
   publish(proto::EngineStatus::Running);
   BackgroundCall run(running());
@@ -362,16 +397,18 @@ TEST_F(TcpEngineFrontEndWaits, WhatHasComeWhileTheHostWasStoppedIsASignOfLife) {
   EXPECT_EQ(run.get(), "");
 }
 
-TEST_F(TcpEngineFrontEndWaits, AReplyIsASignOfLifeUnlessItCannotBeRead) {
+TEST_F(TcpEngineFrontEndWaits, OnlyASuccessfulReplyIsASignOfLife) {
   publish(proto::EngineStatus::Running);
   BackgroundCall run(running());
   ASSERT_TRUE(clock_->waitForWaitOf(slice));
-  for (const auto type : {Reply::Success, Reply::Failure}) {
+  for (int replies = 0; replies < 2; ++replies) {
     clock_->advance(milliseconds(14'999));
-    answer(Request::Ping, type, "as it is");
     frontEnd_->Ping(1);
   }
   clock_->advance(milliseconds(14'999));
+  // Whoever takes a dead back end's endpoints over refuses whatever is requested.
+  answer(Request::Ping, Reply::Failure, "the engine process was killed");
+  frontEnd_->Ping(1);
   answerWithBytes(Request::Ping, "\xff\xff nonsense");
   frontEnd_->Ping(1);
   // Longer than the status thread takes to be sure.
