@@ -102,8 +102,8 @@ void Connection::onEvent(const SocketMonitor::Event& event) noexcept {
       break;
     case ZMQ_EVENT_DISCONNECTED:
       descriptor_ = noDescriptor;
+      hadStood_ = stands_.exchange(false);
       downSince_ = now;
-      stands_ = false;
       ++losses_;
       break;
     case ZMQ_EVENT_CONNECT_RETRIED:  // it is going to: for the owner's socket, in an hour

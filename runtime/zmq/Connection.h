@@ -31,6 +31,8 @@ class Connection : private Watched {
 
   /// The peer has answered the handshake and has not been lost since.
   bool stands() const { return stands_; }
+  /// The one that was lost last had stood: its peer does speak the protocol.
+  bool hadStood() const { return hadStood_; }
   /// How often a connection was lost so far.
   std::uint64_t losses() const { return losses_; }
   /// When the owner is to connect the socket again, unless there is news by then; nothing while there is no
@@ -61,6 +63,7 @@ class Connection : private Watched {
   SocketMonitor events_;       ///< used by the watch's thread alone, once it is watched
   base::FileDescriptor news_;  ///< readable when something has changed since the last wait
   std::atomic<bool> stands_{false};
+  std::atomic<bool> hadStood_{false};
   static constexpr int noDescriptor = -1;
   int descriptor_ = noDescriptor;  ///< libzmq's; used where events_ is
   bool isFollowed_ = true;

@@ -1,5 +1,11 @@
 #include "runtime/zmq/SubscriberSocket.h"
 
+#include <fmt/format.h>
+
+#include <utility>
+
+#include "qor/utils/Log.h"
+
 namespace qor::socket {
 
 namespace {
@@ -11,6 +17,9 @@ constexpr ConnectionLimits limits{.sendQueue = 16, .receiveQueue = 10'000, .larg
 
 /// Far longer than libzmq's thread is kept from running, and no wait that anybody notices.
 constexpr std::chrono::milliseconds timeToClose{100};
+
+/// A publisher that sends such a part with every message is cut twice a second.
+constexpr std::chrono::seconds timeBetweenLines{10};
 
 }  // namespace
 
@@ -31,6 +40,24 @@ std::size_t SubscriberSocket::close(std::chrono::milliseconds /*timeForUnsent*/)
   // after this call finds the place free.
   if (descriptor) descriptor->waitUntilClosed(timeToClose);
   return 0;
+}
+
+/// libzmq connects again by itself unless the peer broke the protocol; to announce a part that is too long
+/// counts as that. What was on its way is lost, and the peer does not learn why. libzmq does not report the
+/// reason: on a machine so busy that its thread stands still for 500 ms it may be another one.
+void SubscriberSocket::lookAfterConnection() {
+  if (!reconnectIfDue(*connection_) || !connection_->hadStood()) return;
+  ++cutsWithoutLine_;
+  const Deadline now = Deadline::clock::now();
+  if (lastLine_ && now - *lastLine_ < timeBetweenLines) return;
+  lastLine_ = now;
+  utils::logWarning(fmt::format(
+      "{}: lost its publisher, which probably sent a part of more than {} bytes or broke the protocol{}; "
+      "connecting "
+      "again",
+      label().text(), largestMessagePart,
+      cutsWithoutLine_ == 1 ? "" : fmt::format(", {} times since the last such line", cutsWithoutLine_)));
+  cutsWithoutLine_ = 0;
 }
 
 void SubscriberSocket::send(const google::protobuf::Message& /*message*/, std::size_t /*size*/) {

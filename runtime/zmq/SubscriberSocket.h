@@ -15,10 +15,12 @@ class SubscriberSocket : public ReceivingSocket {
   void send(const google::protobuf::Message& message, std::size_t size) override;
 
  private:
-  void lookAfterConnection() override { reconnectIfDue(*connection_); }
+  void lookAfterConnection() override;
   Taken takeRest(ZmqMessage& content, unsigned int& parts) override;
 
   std::optional<Connection> connection_;
+  unsigned int cutsWithoutLine_ = 0;
+  std::optional<Deadline> lastLine_;  ///< about such a cut
 };
 
 }  // namespace qor::socket

@@ -62,9 +62,9 @@ void ZmqOpenSocket::connect(const SocketEndpoint& endpoint) {
   if (::zmq_connect(socket_->get(), address_.c_str()) != 0) throwZmqError(label_.text(), "cannot connect");
 }
 
-void ZmqOpenSocket::reconnectIfDue(Connection& connection) {
+bool ZmqOpenSocket::reconnectIfDue(Connection& connection) {
   const std::optional<Deadline> due = connection.reconnectAt();
-  if (!due || Deadline::clock::now() < *due) return;
+  if (!due || Deadline::clock::now() < *due) return false;
   connection.onReconnect();
   // Whatever is left of the old connection goes: lest there be two, and lest a request that was not sent be
   // sent after all.
@@ -74,6 +74,7 @@ void ZmqOpenSocket::reconnectIfDue(Connection& connection) {
   if (::zmq_connect(socket_->get(), address_.c_str()) != 0) {
     throwZmqError(label_.text(), "cannot connect again");
   }
+  return true;
 }
 
 void ZmqOpenSocket::allowIpv6(const SocketEndpoint& endpoint) {

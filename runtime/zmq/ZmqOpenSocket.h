@@ -43,8 +43,8 @@ class ZmqOpenSocket : public OpenSocket {
   /// A derived constructor sets its options first, for options rule what is bound or connected after them.
   void bind(const SocketEndpoint& endpoint);
   void connect(const SocketEndpoint& endpoint);
-  /// Connects again when the connection says that it is time to.
-  void reconnectIfDue(Connection& connection);
+  /// Connects again when the connection says that it is time to; true then.
+  bool reconnectIfDue(Connection& connection);
 
   /// Closes the socket at once, and gives libzmq so long to send what it holds.
   void closeLeaving(std::chrono::milliseconds timeForUnsent) noexcept;

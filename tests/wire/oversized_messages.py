@@ -24,6 +24,24 @@ class AnOversizedMessage(WireTest):
         stock.send(status("Idle").SerializeToString())
         ours.end_poll()
         self.assertEqual(ours.receive("EngineStatus"), (0, status("Idle").SerializeToString()))
+        lines = ours.log()
+        self.assertEqual(len(lines), 1, lines)
+        self.assertRegex(lines[0], r"^Warning Ours \(Subscriber \S+\): lost its publisher, which probably sent a part of more "
+                                   f"than {128 << 10} bytes or broke the protocol; connecting again$")
+
+    def test_to_our_subscriber_again_and_again_does_not_fill_the_log(self):
+        ours = self.ours()
+        stock = self.publisher_for(lambda endpoint: ours.open("Subscriber", endpoint))
+        ours.begin_poll()
+        for _ in range(4):
+            stock.send(OVERSIZED)
+            self.assertEqual(stock.recv(), b"\x00")
+            self.assertEqual(stock.recv(), b"\x01")
+        stock.send(status("Idle").SerializeToString())
+        ours.end_poll()
+        self.assertEqual(ours.receive("EngineStatus"), (0, status("Idle").SerializeToString()))
+        # One for each ten seconds that the machine took.
+        self.assertIn(len(ours.log()), range(1, 4))
 
     def test_to_our_replier_cuts_one_connection_and_everyone_is_served(self):
         ours, endpoint = self.bound("Replier")
