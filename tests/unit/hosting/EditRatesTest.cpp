@@ -11,8 +11,10 @@
 #include <vector>
 
 #include "hosting/EditRates.h"
+#include "runtime/tamb/CommandMessage.h"
 #include "runtime/tamb/NotificationMessage.h"
 #include "tests/support/Eventually.h"
+#include "tests/support/RecordingCommandProcessor.h"
 
 namespace qor::hosting {
 namespace {
@@ -32,6 +34,63 @@ class Hub : public tamb::INotificationHubBackEnd {
   void PushNotifications(std::vector<Notification> notifications) override { whenPushed(notifications); }
   void PushNotification(Notification notification) override { PushNotifications({std::move(notification)}); }
 };
+
+std::shared_ptr<const tamb::ICommandMessage> command(const std::string& name) {
+  return std::make_shared<tamb::CommandMessage>(
+      tamb::CommandFields{.time = tamb::MediaTime(tamb::EditRate(1, 25), 3, nullptr),
+                          .commandName = name,
+                          .commandId = 7,
+                          .workflowManagerId = "studio",
+                          .engineId = 3,
+                          .stepId = "mixer"});
+}
+
+TEST(HostsEditRates, ReachTheEngineAsTheHostGaveThem) {
+  const auto processor = std::make_shared<test::RecordingCommandProcessor>();
+  const auto hosts = withHostsEditRates(processor);
+  hosts->PushCommand(command("one"));
+  hosts->PushCommands({command("two"), command("three")});
+  const auto arrived = processor->commands.all();
+  ASSERT_EQ(arrived.size(), 3U);
+  EXPECT_EQ(arrived[2]->GetCommandName(), "three");
+  for (const auto& each : arrived) {
+    EXPECT_EQ(each->GetTime().GetEditRate().GetNumerator(), 25U);
+    EXPECT_EQ(each->GetTime().GetEditRate().GetDenominator(), 1U);
+    EXPECT_EQ(each->GetTime().GetTimeNumber(), 3);
+    EXPECT_EQ(each->GetCommandId(), 7U);
+    EXPECT_EQ(each->GetWorkflowManagerId(), "studio");
+    EXPECT_EQ(each->GetEngineId(), 3U);
+    EXPECT_EQ(each->GetStepId(), "mixer");
+  }
+}
+
+TEST(HostsEditRates, LeaveIdsAndControlsToTheProcessor) {
+  class Processor : public test::RecordingCommandProcessor {
+   public:
+    std::shared_ptr<tamb::IBasicControl> GetControl(std::string name) override {
+      asked.push_back("control " + name);
+      return nullptr;
+    }
+    std::shared_ptr<tamb::IBasicStatusControl> GetStatusControl(std::string name) override {
+      asked.push_back("status control " + name);
+      return nullptr;
+    }
+    std::vector<std::string> asked;
+  };
+  const auto processor = std::make_shared<Processor>();
+  const auto hosts = withHostsEditRates(processor);
+  hosts->SetWorkflowManagerId("studio");
+  hosts->SetEngineId(3);
+  EXPECT_EQ(processor->GetWorkflowManagerId(), "studio");
+  EXPECT_EQ(processor->GetEngineId(), 3U);
+  processor->SetWorkflowManagerId("theatre");
+  processor->SetEngineId(4);
+  EXPECT_EQ(hosts->GetWorkflowManagerId(), "theatre");
+  EXPECT_EQ(hosts->GetEngineId(), 4U);
+  EXPECT_EQ(hosts->GetControl("gain"), nullptr);
+  EXPECT_EQ(hosts->GetStatusControl("level"), nullptr);
+  EXPECT_THAT(processor->asked, testing::ElementsAre("control gain", "status control level"));
+}
 
 TEST(EnginesEditRates, LeaveTheEngineExchanged) {
   const auto hub = std::make_shared<Hub>();
