@@ -5,6 +5,7 @@
 #include <memory>
 #include <utility>
 
+#include "engines/media/ColourRange.h"
 #include "engines/media/FfmpegCalls.h"
 #include "engines/media/FrameKind.h"
 #include "tamb/TAMBRuntimeError.h"
@@ -12,6 +13,7 @@
 extern "C" {
 #include <libavfilter/buffersink.h>
 #include <libavfilter/buffersrc.h>
+#include <libavfilter/version.h>
 #include <libavutil/channel_layout.h>
 #include <libavutil/common.h>
 #include <libavutil/mem.h>
@@ -57,6 +59,10 @@ AVFilterContext* makeSource(AVFilterGraph& graph, const AVFrame& like, AVRationa
   parameters->hw_frames_ctx = nullptr;
   parameters->sample_rate = like.sample_rate;
   parameters->ch_layout = like.ch_layout;
+#if LIBAVFILTER_VERSION_MAJOR >= 10
+  parameters->color_space = like.colorspace;
+  parameters->color_range = like.color_range;
+#endif
   const auto text = [&] { return fmt::format("Cannot filter {}", kindText(like)); };
   ffmpegCall([&] { return av_buffersrc_parameters_set(source, parameters.get()); }, text);
   ffmpegCall([&] { return avfilter_init_str(source, nullptr); }, text);
@@ -167,12 +173,15 @@ FrameHandle FilterGraph::outputLike() const {
     frame->width = av_buffersink_get_w(sink_);
     frame->height = av_buffersink_get_h(sink_);
     frame->sample_aspect_ratio = av_buffersink_get_sample_aspect_ratio(sink_);
+    frame->color_range = rangeBehind(*sink_, like_->color_range);
     if (frame->format == like_->format) {
-      frame->color_range = like_->color_range;
       frame->color_primaries = like_->color_primaries;
       frame->color_trc = like_->color_trc;
       frame->colorspace = like_->colorspace;
     }
+#if LIBAVFILTER_VERSION_MAJOR >= 10
+    frame->colorspace = av_buffersink_get_colorspace(sink_);
+#endif
   } else {
     frame->sample_rate = av_buffersink_get_sample_rate(sink_);
     ffmpegCall([&] { return av_buffersink_get_ch_layout(sink_, &frame->ch_layout); },

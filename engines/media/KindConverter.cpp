@@ -19,7 +19,11 @@ namespace {
 
 FilterTexts conversionTo(const AVFrame& like) {
   if (isVideo(like)) {
-    return {.filters = fmt::format("scale={}:{}", like.width, like.height),
+    // Not told of a range, it would change the full one to the limited one.
+    const auto* const range = like.color_range == AVCOL_RANGE_JPEG   ? ":out_range=pc"
+                              : like.color_range == AVCOL_RANGE_MPEG ? ":out_range=tv"
+                                                                     : "";
+    return {.filters = fmt::format("scale={}:{}{}", like.width, like.height, range),
             .last = fmt::format("format=pix_fmts={}",
                                 av_get_pix_fmt_name(static_cast<AVPixelFormat>(like.format)))};
   }

@@ -92,6 +92,7 @@ ReadBack readBack(const std::string& path) {
       result.videoCodec = avcodec_get_name(parameters.codec_id);
       result.width = parameters.width;
       result.height = parameters.height;
+      result.colourRange = av_color_range_name(parameters.color_range);
     } else {
       result.audioCodec = avcodec_get_name(parameters.codec_id);
       result.sampleRate = parameters.sample_rate;

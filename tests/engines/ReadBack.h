@@ -22,6 +22,8 @@ struct ReadBack {
   std::string audioCodec = {};
   int width = 0;
   int height = 0;
+  /// As "pc", "tv" or "unknown".
+  std::string colourRange = {};
   int sampleRate = 0;
   int channels = 0;
   /// Seconds.
