@@ -27,7 +27,7 @@ void MediaFaults::undecodable(std::optional<int> stream, double at, const std::s
 }
 
 void MediaFaults::leftOut(int stream, const std::string& reason) {
-  tell(1, "StreamLeftOut", 0, {{"stream", std::int64_t{stream}}, {"reason", reason}});
+  tell(++streamsLeftOut_, "StreamLeftOut", 0, {{"stream", std::int64_t{stream}}, {"reason", reason}});
 }
 
 void MediaFaults::timeJumped(int stream, double at, double by) {

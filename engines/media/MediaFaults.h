@@ -55,6 +55,7 @@ class MediaFaults {
   std::vector<Told> waiting_;
   std::string firstError_;
   std::uint64_t kindChanges_ = 0;
+  std::uint64_t streamsLeftOut_ = 0;
   MediaFaultCounts counts_;
 };
 

@@ -63,6 +63,7 @@ MediaInput::MediaInput(const std::string& location, MediaFaults& faults, RunWatc
   times_.emplace(*context_, location_, faults_);
   for (unsigned int index = 0; index < context_->nb_streams; ++index) {
     context_->streams[index]->discard = AVDISCARD_ALL;
+    reportLeftOut(*context_->streams[index]);
   }
 }
 
@@ -182,6 +183,7 @@ void MediaInput::readOne() {
   }
   const auto queue = queues_.find(packet->stream_index);
   if (queue == queues_.end()) {
+    reportLeftOut(*context_->streams[packet->stream_index]);
     return;
   }
   times_->correct(*packet);
@@ -192,6 +194,19 @@ void MediaInput::readOne() {
   }
   queue->second.bytes += static_cast<std::size_t>(packet->size);
   queue->second.packets.push_back(std::move(packet));
+}
+
+void MediaInput::reportLeftOut(const AVStream& stream) {
+  const auto type = stream.codecpar->codec_type;
+  const auto* const taken = type == AVMEDIA_TYPE_VIDEO   ? video_
+                            : type == AVMEDIA_TYPE_AUDIO ? audio_
+                                                         : nullptr;
+  if ((context_->iformat->flags & AVFMT_TS_DISCONT) == 0 || taken == nullptr || taken == &stream ||
+      isPicture(stream) || !leftOut_.insert(stream.index).second) {
+    return;
+  }
+  faults_.leftOut(stream.index, fmt::format("stream {} is the {} of this run", taken->index,
+                                            av_get_media_type_string(type)));
 }
 
 void MediaInput::breakOff(int error) {

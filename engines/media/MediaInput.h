@@ -5,6 +5,7 @@
 #include <deque>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -63,6 +64,9 @@ class MediaInput {
 
   AVStream* findBest(AVMediaType type);
   void readOne();
+  /// Reports, once, a further stream of video or audio where streams may come and go, as in joined transport
+  /// streams: it may be the rest of the one that is taken.
+  void reportLeftOut(const AVStream& stream);
   /// Ends the input where reading failed. Throws if the run is to fail for it, or if it is not the data that
   /// is damaged.
   void breakOff(int error);
@@ -77,6 +81,7 @@ class MediaInput {
   AVStream* video_ = nullptr;
   AVStream* audio_ = nullptr;
   std::map<int, Queue> queues_;  ///< by stream index
+  std::set<int> leftOut_;        ///< the further streams that were reported
   std::uint64_t progress_ = 0;
   double lastSeconds_ = 0;  ///< the time of the last packet that was read
   bool ended_ = false;

@@ -1,9 +1,12 @@
 #include <cmath>
 #include <fstream>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "tests/engines/EngineTest.h"
 #include "tests/engines/FfmpegProgram.h"
+#include "tests/engines/HttpServer.h"
 
 namespace qor::engines::test {
 namespace {
@@ -17,7 +20,9 @@ using testing::AllOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
+using testing::Pair;
 using testing::SizeIs;
+using testing::UnorderedElementsAre;
 
 constexpr const char* twoSeconds = "testsrc2=size=64x48:rate=25:duration=2,format=yuv420p";
 constexpr const char* twoSecondsOfTone = "sine=sample_rate=48000:duration=2";
@@ -92,6 +97,32 @@ TEST_P(JoinedParts, FollowEachOther) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, JoinedParts, testing::Values("ts", "mpg"));
+
+TEST_F(TimeJumps, OfPartsWithOtherStreamsAreReported) {
+  writeClip({.video = "testsrc2=size=64x48:rate=25:duration=9,format=yuv420p",
+             .videoCodec = "mpeg2video",
+             .audio = "sine=sample_rate=48000:duration=9",
+             .audioCodec = "mp2"},
+            path("one.ts"));
+  ffmpegConvert(path("one.ts"), path("other.ts"), "-c copy -mpegts_start_pid 0x200");
+  const auto bytes = fileBytes(path("one.ts")) + fileBytes(path("other.ts"));
+  write("in.ts", bytes);
+  const HttpServer server(bytes, bytes.size());
+  // The last two streams are found at the end of a file while it is opened, and otherwise on the way.
+  for (const auto& input : {path("in.ts"), server.url("in.ts")}) {
+    heard_ = std::make_shared<Notifications>();
+    run(media({{"input", quoted(input)}, {"output", quoted(path("out.mkv"))}}));
+    ASSERT_TRUE(heard_->only("Finished")) << failure();
+    EXPECT_NEAR(duration(), 9, 0.2);
+    std::vector<std::pair<std::int64_t, std::string>> leftOut;
+    for (const auto& each : heard_->ofLine("StreamLeftOut")) {
+      leftOut.emplace_back(each->GetNotificationObject()->GetInt64("stream"), reasonOf(each));
+    }
+    EXPECT_THAT(leftOut, UnorderedElementsAre(Pair(2, "stream 0 is the video of this run"),
+                                              Pair(3, "stream 1 is the audio of this run")))
+        << input;
+  }
+}
 
 TEST_F(TimeJumps, ForwardInATransportStreamLeaveNoGap) {
   write("in.ts", part("ts") + partAt(500));
