@@ -19,6 +19,9 @@ using processes::ChildProcess;
 constexpr const char* description = R"({"engine": "test"})";
 constexpr std::chrono::seconds patience{20};
 
+/// The registry of the engine without media.
+std::string testEngines() { return processes::siblingProgram("../share/tamb/test-engines.d").string(); }
+
 void requireReady(ChildProcess& process) {
   const auto line = process.readLine(patience);
   if (!line || line->find("\"ready\"") == std::string::npos)
@@ -30,7 +33,7 @@ void requireReady(ChildProcess& process) {
 void wireOurs(benchmark::State& state) {
   const PrivateEndpoint endpoint;
   ChildProcess service(processes::siblingProgram("qor-engine-service"),
-                       {"--endpoint", endpoint.text(), "--quiet", "--with-test-engine"}, "");
+                       {"--endpoint", endpoint.text(), "--quiet", "--engines", testEngines()}, "");
   requireReady(service);
   const auto config =
       tamb::CreateParametersCollectionInstance(RemoteEngineFrontEnd::GetParametersCollectionPrototype());
@@ -55,7 +58,7 @@ void wireBare(benchmark::State& state) {
                          {"--workflow-manager-id", "benchmark", "--engine-id", "1", "--description", "-",
                           "--request", endpoint("request"), "--status", endpoint("status"), "--command",
                           endpoint("command"), "--notification", endpoint("notification"), "--directory",
-                          directory.path().string(), "--with-test-engine"},
+                          directory.path().string(), "--engines", testEngines()},
                          description);
     requireReady(process);
     state.SetIterationTime(std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());

@@ -1,11 +1,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
-#include <variant>
 
+#include "engines/media/MediaDocument.h"
 #include "engines/sdk/EngineDocument.h"
 #include "fuzz/ReadableLine.h"
 #include "tamb/TAMBRuntimeError.h"
+#include "tests/engines/fault/TestDocument.h"
 
 namespace {
 
@@ -34,10 +35,13 @@ void requireSound(const engines::TestDocument& test) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string text(reinterpret_cast<const char*>(data), size);
   try {
-    const auto document = engines::parseEngineDocument(std::string(reinterpret_cast<const char*>(data), size),
-                                                       engines::OfferedEngines::WithTestEngine);
-    std::visit([](const auto& each) { requireSound(each); }, document);
+    if (engines::engineNamedIn(text, {"media", "test"}) == "media") {
+      requireSound(engines::readMediaDocument(text));
+    } else {
+      requireSound(engines::readTestDocument(text));
+    }
   } catch (const tamb::TAMBRuntimeError& error) {
     qor::fuzz::requireReadableLine(error.what(), longestComplaint);
   }

@@ -12,11 +12,11 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
-#include <tuple>
 
 #include "TcpCommandProcessorBackEnd.h"
 #include "TcpEngineBackEnd.h"
 #include "TcpNotificationHubBackEnd.h"
+#include "engines/sdk/LocalEngine.h"
 #include "hosting/EditRates.h"
 #include "hosting/EndingSignals.h"
 #include "hosting/RunNotifications.h"
@@ -26,7 +26,6 @@
 #include "qor/utils/Log.h"
 #include "runtime/processes/Cores.h"
 #include "runtime/processes/Pipe.h"
-#include "runtime/tamb/CommandProcessor.h"
 #include "runtime/tamb/EngineDescription.h"
 
 namespace qor::hosting {
@@ -89,7 +88,8 @@ void endRun(tamb::IEngineFrontEnd& engine) {
 
 void serveEngine(const EngineOptions& options, const engines::IEngineFactory& factory,
                  const EngineReporter& parent) {
-  const MadeEngine made = makeEngine(factory, options);
+  const auto made = engines::makeLocalEngine(
+      tamb::EngineDescription(options.workflowManagerId, options.description, options.engineId), factory);
   // The channels' threads get the cores of this one.
   processes::Cores allCores;
   if (options.core) {
@@ -127,22 +127,6 @@ void serveEngine(const EngineOptions& options, const engines::IEngineFactory& fa
 }
 
 }  // namespace
-
-MadeEngine makeEngine(const engines::IEngineFactory& factory, const EngineOptions& options) {
-  const auto description = std::make_shared<tamb::EngineDescription>(options.workflowManagerId,
-                                                                     options.description, options.engineId);
-  MadeEngine made;
-  std::tie(made.commandFrontEnd, made.commandBackEnd) = tamb::CreateCommandProcessor();
-  made.engine = factory.make(description, made.commandBackEnd);
-  if (!made.engine) throw std::runtime_error("no engine could be made: its factory returned none");
-  made.engine->SetWorkflowManagerId(options.workflowManagerId);
-  made.engine->SetEngineId(options.engineId);
-  made.commandFrontEnd->SetWorkflowManagerId(options.workflowManagerId);
-  made.commandFrontEnd->SetEngineId(options.engineId);
-  made.commandBackEnd->DefineEngine(made.engine.get());
-  made.engine->AddEngineDescription(description);
-  return made;
-}
 
 int runEngineChild(const EngineOptions& options, const EngineLoader& loader, const EngineReporter& parent) {
   const pid_t supervisor = ::getppid();

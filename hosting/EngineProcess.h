@@ -20,17 +20,6 @@ namespace qor::hosting {
 /// To be called by a process that has one thread. Reports come from several threads.
 int runEngineChild(const EngineOptions& options, const EngineLoader& loader, const EngineReporter& parent);
 
-/// The engine of a process as its channels need it.
-struct MadeEngine {
-  std::shared_ptr<tamb::IEngineFrontEnd> engine;
-  std::shared_ptr<tamb::ICommandProcessorFrontEnd> commandFrontEnd;
-  std::shared_ptr<tamb::ICommandProcessorBackEnd> commandBackEnd;
-};
-
-/// Makes an engine with a command processor and ids, and gives it its description. Throws what the factory or
-/// the engine throws.
-MadeEngine makeEngine(const engines::IEngineFactory& factory, const EngineOptions& options);
-
 /// Removes the socket files that nobody listens on, those of the directory in any case if it is ours, and the
 /// directory if it is empty.
 void removeFilesOf(const EngineOptions& options, processes::BoundBy boundBy);

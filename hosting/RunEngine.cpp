@@ -69,15 +69,22 @@ void releasePorts(EngineOptions& options) {
 int supervise(EngineOptions options, const EngineRunner& runner) {
   console::setLogOrigin(options.program + ' ' + std::to_string(::getpid()) + ", " +
                         console::engineName(options.workflowManagerId, options.engineId));
-  const EngineToRun engine = runner.choose(options);
+  const auto onFailure = [&](const std::string& failure) {
+    const std::string reason = console::withLimit(failure);
+    utils::logError(reason);
+    reportFailed(options.readyDescriptor, reason);
+  };
+  EngineToRun engine;
+  try {
+    engine = runner.choose(options);
+  } catch (const std::exception& error) {
+    onFailure(error.what());
+    removeFilesOf(options, processes::BoundBy::Anybody);
+    return static_cast<int>(EngineEnd::NotStarted);
+  }
   if (std::holds_alternative<EngineProgram>(engine)) releasePorts(options);
   const auto outcome = superviseEngine(
-      options, engine, [&](int enginePid) { reportReady(options, enginePid); },
-      [&](const std::string& failure) {
-        const std::string reason = console::withLimit(failure);
-        utils::logError(reason);
-        reportFailed(options.readyDescriptor, reason);
-      });
+      options, engine, [&](int enginePid) { reportReady(options, enginePid); }, onFailure);
   if (outcome.run) {
     write(options.readyDescriptor, reportLine({.event = EngineEvent::Ended, .end = outcome.run}));
   }

@@ -50,7 +50,8 @@ class Service {
   explicit Service(std::size_t engines)
       : process_(processes::siblingProgram("qor-engine-service"),
                  {"--endpoint", endpoint_.text(), "--end-with-parent", std::to_string(::getpid()),
-                  "--maximum-engines", std::to_string(engines), "--quiet", "--with-test-engine"},
+                  "--maximum-engines", std::to_string(engines), "--quiet", "--engines",
+                  processes::siblingProgram("../share/tamb/test-engines.d").string()},
                  "") {
     if (!process_.readLine(patience)) throw std::runtime_error("the submission service is not ready");
   }

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "engines/media/FfmpegHandles.h"
-#include "engines/sdk/EngineDocument.h"
+#include "engines/media/MediaDocument.h"
 
 namespace qor::engines {
 

@@ -3,10 +3,10 @@
 #include <fmt/format.h>
 
 #include <utility>
-#include <variant>
 
 #include "engines/media/FfmpegLog.h"
 #include "engines/media/MediaCommands.h"
+#include "engines/media/MediaManual.h"
 #include "engines/media/MediaReports.h"
 #include "engines/media/MediaRun.h"
 #include "engines/media/StoppedEarly.h"
@@ -19,20 +19,18 @@ using tamb::EngineStatus;
 using tamb::TAMBRuntimeError;
 
 MediaEngine::MediaEngine(std::shared_ptr<tamb::ICommandProcessorBackEnd> commands)
-    : EngineBase("MediaEngine", "media", std::move(commands)) {
+    : EngineBase("MediaEngine", mediaManual().step, std::move(commands)) {
   sendFfmpegLogToFramework();
 }
+
+EngineManual MediaEngine::manual() { return mediaManual(); }
 
 void MediaEngine::AddEngineDescription(std::shared_ptr<tamb::IEngineDescription> description) {
   requireNotRun("a description");
   if (!description) {
     throw TAMBRuntimeError("MediaEngine: the description is empty");
   }
-  auto document = parseEngineDocument(description->GetDescription(), OfferedEngines::WithTestEngine);
-  if (!std::holds_alternative<MediaDocument>(document)) {
-    throw TAMBRuntimeError("MediaEngine: the description is for another engine; expected \"media\"");
-  }
-  document_ = std::get<MediaDocument>(std::move(document));
+  document_ = readMediaDocument(description->GetDescription());
 }
 
 tamb::TimeInfo MediaEngine::GetCurrentTimeInfo(const std::string& name) const {

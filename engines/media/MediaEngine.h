@@ -4,9 +4,10 @@
 #include <optional>
 #include <string>
 
+#include "engines/media/MediaDocument.h"
 #include "engines/media/MediaPosition.h"
 #include "engines/sdk/EngineBase.h"
-#include "engines/sdk/EngineDocument.h"
+#include "engines/sdk/EngineManual.h"
 
 namespace qor::engines {
 
@@ -19,6 +20,8 @@ class MediaReports;
 class MediaEngine final : public EngineBase {
  public:
   explicit MediaEngine(std::shared_ptr<tamb::ICommandProcessorBackEnd> commands);
+
+  static EngineManual manual();
 
   /// Throws TAMBRuntimeError when its document is not one for a media engine.
   void AddEngineDescription(std::shared_ptr<tamb::IEngineDescription> description) override;

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "engines/media/MediaDocument.h"
 #include "engines/media/MediaReports.h"
-#include "engines/sdk/EngineDocument.h"
 
 namespace qor::engines {
 

@@ -7,9 +7,9 @@
 
 #include "engines/media/FfmpegHandles.h"
 #include "engines/media/InterruptiblePipe.h"
+#include "engines/media/MediaDocument.h"
 #include "engines/media/OutputFile.h"
 #include "engines/media/StreamEncoder.h"
-#include "engines/sdk/EngineDocument.h"
 #include "engines/sdk/RunWatch.h"
 
 namespace qor::engines {

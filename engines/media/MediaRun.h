@@ -8,6 +8,7 @@
 
 #include "engines/media/LoudnessMeter.h"
 #include "engines/media/MediaCommands.h"
+#include "engines/media/MediaDocument.h"
 #include "engines/media/MediaFaults.h"
 #include "engines/media/MediaInput.h"
 #include "engines/media/MediaLane.h"
@@ -16,7 +17,6 @@
 #include "engines/media/MediaPosition.h"
 #include "engines/media/MediaReports.h"
 #include "engines/media/StreamDecoder.h"
-#include "engines/sdk/EngineDocument.h"
 #include "engines/sdk/RunWatch.h"
 
 namespace qor::engines {

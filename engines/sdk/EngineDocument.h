@@ -1,68 +1,66 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <map>
+#include <memory>
 #include <string>
-#include <variant>
 #include <vector>
+
+#include "engines/sdk/EngineManual.h"
 
 namespace qor::engines {
 
-/// How a media engine is to write; what is empty is chosen by the output's name.
-struct MediaSettings {
-  std::string videoCodec = {};
-  std::string audioCodec = {};
-  std::string container = {};
+/// The values of an engine's document, or of one object within it: checked against the keys of a manual, with
+/// the manual's defaults for the keys that are not given. Asking for a key that the manual does not have, or
+/// that has another type there, throws std::logic_error. Immutable, hence for any thread.
+class DocumentValues {
+ public:
+  bool isGiven(const std::string& key) const;
+  /// Of a text, a location (its bytes, which need not be UTF-8) or a choice; empty when it is not given and
+  /// has no default. Holds no null characters.
+  const std::string& text(const std::string& key) const;
+  bool flag(const std::string& key) const;
+  std::uint64_t count(const std::string& key) const;
+  /// The enumerator of the choice; enumerators are numbered in the order of the manual's choices.
+  template <class Enumeration>
+  Enumeration choice(const std::string& key) const {
+    return static_cast<Enumeration>(choiceNumber(key));
+  }
+  /// The values of an object; all of them defaults when it is not given.
+  const DocumentValues& object(const std::string& key) const;
+  /// A given value as the document has it, cut to 60 bytes, for the text of a failure.
+  const std::string& quoted(const std::string& key) const;
+
+ private:
+  friend class DocumentReader;
+  struct Value {
+    KeyType type = KeyType::Text;
+    std::string quotation = {};
+    std::string text = {};
+    bool flag = false;
+    std::uint64_t count = 0;
+    std::size_t choice = 0;
+    std::shared_ptr<const DocumentValues> object = nullptr;
+  };
+
+  const Value& value(const std::string& key) const;
+  const Value& valueOf(const std::string& key, KeyType type) const;
+  std::size_t choiceNumber(const std::string& key) const;
+
+  std::map<std::string, Value> values_;
 };
 
-/// What a run does about a part of the media that cannot be decoded.
-enum class OnError {
-  /// It goes on behind it, and counts it.
-  Skip,
-  Fail,
-};
+/// Reads a description, a JSON object, for the engine of that manual. Throws TAMBRuntimeError when it is not
+/// an object, is for another engine, or has a key that is unknown, missing or of a wrong type: one line that
+/// quotes the offending part and states what is expected.
+DocumentValues readDocument(const std::string& text, const EngineManual& manual);
 
-/// The work of a media engine.
-struct MediaDocument {
-  /// Bytes, as the output: the name of a file need not be UTF-8.
-  std::string input = {};
-  /// Empty when the input is to be analysed only.
-  std::string output = {};
-  std::string audioFilter = {};
-  std::string videoFilter = {};
-  bool loudness = false;
-  MediaSettings settings = {};
-  OnError onError = OnError::Skip;
-  /// Whether one second of media takes one second.
-  bool realTime = false;
-  /// Whether the run waits at its start for a command to go on, so that commands can be pushed ahead of it.
-  bool startPaused = false;
-};
+/// The value of a description's key "engine". Throws TAMBRuntimeError, as readDocument does, when it is not
+/// one of these names.
+std::string engineNamedIn(const std::string& text, const std::vector<std::string>& names);
 
-enum class TestBehaviour { Run, IgnoreStop, Crash, Abort, Kill, Exit, Freeze, Stall, Throw };
-enum class TestMoment { Construct, Run, Command };
-
-/// What a test engine does, and when what it does wrong.
-struct TestDocument {
-  TestBehaviour behaviour = TestBehaviour::Run;
-  TestMoment when = TestMoment::Run;
-  std::uint64_t notifications = 0;
-  /// How many lines it prints to its standard output first.
-  std::uint64_t prints = 0;
-};
-
-/// What an engine's description says: one alternative for each engine there is.
-using EngineDocument = std::variant<MediaDocument, TestDocument>;
-
-/// Which engines there are to choose from. The test engine crashes and freezes on demand: a program offers it
-/// only if its user asked for it.
-enum class OfferedEngines { Shipped, WithTestEngine };
-
-/// Reads a description, a JSON object. Throws TAMBRuntimeError when it is not an object, names no offered
-/// engine, or has a key that is unknown, missing or of a wrong type: one line that quotes the offending part
-/// and states what is expected.
-EngineDocument parseEngineDocument(const std::string& text, OfferedEngines offered);
-
-/// The values of the document's key "engine".
-std::vector<std::string> engineNames(OfferedEngines offered);
+/// Throws the TAMBRuntimeError of a document that is wrong in a way that a manual cannot express.
+[[noreturn]] void refuseDocument(const std::string& what);
 
 }  // namespace qor::engines

@@ -27,9 +27,9 @@ enum class KeyType {
 
 /// One key of an engine's document.
 struct ManualKey {
-  std::string name;
+  std::string name = {};
   KeyType type = KeyType::Text;
-  std::string summary;
+  std::string summary = {};
   bool isRequired = false;
   /// Empty for a choice whose default is the first one, a flag that is false and a count that is 0.
   std::optional<NotificationValue> defaultValue = std::nullopt;
@@ -37,23 +37,24 @@ struct ManualKey {
   std::vector<ManualKey> keys = {};
 };
 
-/// An argument of a command, or a value of a notification.
+/// An argument of a command, or a value of a notification. A name that ends in "N" stands for numbered names:
+/// "streamN" for "stream0", "stream1" and so on.
 struct ManualValue {
-  std::string name;
+  std::string name = {};
   tamb::TambType type = tamb::TambType::UTF8String;
   std::string summary = {};
 };
 
 struct ManualCommand {
-  std::string name;
-  std::string summary;
+  std::string name = {};
+  std::string summary = {};
   std::vector<ManualValue> arguments = {};
 };
 
 struct ManualNotification {
   /// Its notification line.
-  std::string line;
-  std::string summary;
+  std::string line = {};
+  std::string summary = {};
   std::vector<ManualValue> values = {};
   bool isAnError = false;
 };
@@ -62,13 +63,23 @@ struct ManualNotification {
 /// commands it executes and what it publishes. The key "engine", which every document has, is not listed.
 struct EngineManual {
   /// The value of the document's key "engine".
-  std::string name;
-  std::string summary;
+  std::string name = {};
+  std::string summary = {};
   /// Where its commands are sent to and its notifications come from.
-  std::string step;
+  std::string step = {};
   std::vector<ManualKey> keys = {};
   std::vector<ManualCommand> commands = {};
   std::vector<ManualNotification> notifications = {};
 };
+
+/// What every engine on EngineBase publishes: the answers to commands, and the failure of a run.
+std::vector<ManualNotification> commonNotifications();
+
+/// The manual for people, in lines of the form that a terminal shows well; ends in a line end.
+std::string manualText(const EngineManual& manual);
+
+/// The manual for programs: a JSON object, indented, without a line end behind it. docs/engine-libraries.md
+/// describes its members.
+std::string manualJson(const EngineManual& manual);
 
 }  // namespace qor::engines

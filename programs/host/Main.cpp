@@ -8,6 +8,7 @@
 #include <exception>
 #include <filesystem>
 #include <future>
+#include <iostream>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -15,6 +16,8 @@
 #include <system_error>
 #include <vector>
 
+#include "hosting/EnginesOption.h"
+#include "programs/host/Engines.h"
 #include "programs/host/Location.h"
 #include "programs/host/PrivateService.h"
 #include "programs/host/Session.h"
@@ -37,7 +40,7 @@ Exit codes:
     1  the run failed; the reason is above
     2  wrong usage
     3  the engine's process died
-    4  no engine could be started
+    4  no engine could be started, or there is no such engine
     5  the run ended, and the engine did not report how
     6  the run finished, but not all of it could be written to the standard output
     7  the run finished, but a command failed; "CommandFailed" names it
@@ -58,6 +61,8 @@ Examples:
     --at 2 FilterCommand target=volume command=volume argument=0.2 \
     --at 3 FilterCommand target=hue command=s argument=0
   tamb-host run job.json --service ipc:///run/engines/service --json
+  tamb-host engines
+  tamb-host engine media --json
 )";
 
 struct Arguments {
@@ -73,7 +78,8 @@ struct Arguments {
   std::filesystem::path plugin;
   bool isLocal = false;
   bool json = false;
-  bool withTestEngine = false;
+  std::vector<std::filesystem::path> engineFolders;
+  std::string engineName;
   bool verbose = false;
 };
 
@@ -175,7 +181,7 @@ int run(const Arguments& arguments) {
   std::optional<qor::programs::PrivateService> service;
   if (!arguments.isLocal && arguments.service.empty()) {
     try {
-      service.emplace(arguments.withTestEngine);
+      service.emplace(arguments.engineFolders);
     } catch (const std::exception& error) {
       display->say("tamb-host: " + qor::console::withLimit(error.what()));
       return static_cast<int>(Outcome::NotStarted);
@@ -185,7 +191,7 @@ int run(const Arguments& arguments) {
                   {.isLocal = arguments.isLocal,
                    .plugin = pluginFor(arguments),
                    .serviceEndpoint = service ? service->endpoint() : arguments.service,
-                   .withTestEngine = arguments.withTestEngine,
+                   .engineFolders = arguments.engineFolders,
                    .logsEverything = arguments.verbose},
                   display);
   std::future<Outcome> outcome;
@@ -202,6 +208,23 @@ int run(const Arguments& arguments) {
   }
   qor::console::flushLog();
   return static_cast<int>(end);
+}
+
+/// What there is to run.
+int print(const Arguments& arguments) {
+  try {
+    if (arguments.engineName.empty()) {
+      qor::programs::listEngines(arguments.engineFolders, arguments.json, std::cout);
+    } else {
+      qor::programs::describeEngine(arguments.engineFolders, arguments.engineName, arguments.json, std::cout);
+    }
+  } catch (const std::exception& error) {
+    qor::console::writeErrorLine("tamb-host: " + qor::console::withLimit(error.what()));
+    return static_cast<int>(Outcome::NotStarted);
+  }
+  if (std::cout.flush()) return static_cast<int>(Outcome::Finished);
+  qor::console::writeErrorLine("tamb-host: not all of it could be written to the standard output");
+  return static_cast<int>(Outcome::NotShown);
 }
 
 }  // namespace
@@ -232,13 +255,20 @@ int main(int argumentCount, char** values) {
                         "The plug-in that makes remote engines; by default that of these programs");
   runCommand.add_flag("--local", arguments.isLocal, "Run the engine in this process");
   runCommand.add_flag("--json", arguments.json, "Print each notification as one line of JSON");
-  runCommand.add_flag(
-      "--with-test-engine", arguments.withTestEngine,
-      "Offer the engine \"test\" too, which crashes and freezes on demand; another service than "
-      "the private one offers what it was started with");
+  qor::hosting::addEnginesOption(runCommand, arguments.engineFolders);
   runCommand.add_flag("--verbose", arguments.verbose, "Show all log records");
+  CLI::App& enginesCommand = *app.add_subcommand("engines", "List the engines there are");
+  CLI::App& engineCommand = *app.add_subcommand("engine", "Print what an engine understands and reports");
+  engineCommand.add_option("NAME", arguments.engineName, "The engine's name")->required();
+  for (CLI::App* const command : {&enginesCommand, &engineCommand}) {
+    qor::hosting::addEnginesOption(*command, arguments.engineFolders);
+    command->add_flag("--json", arguments.json, "Print JSON");
+  }
   if (const auto exitCode = qor::console::parseCommandLine(app, argumentCount, values)) return *exitCode;
+  // Other processes have other current folders.
+  for (auto& folder : arguments.engineFolders) folder = std::filesystem::absolute(folder);
   try {
+    if (enginesCommand.parsed() || engineCommand.parsed()) return print(arguments);
     return run(arguments);
   } catch (const std::exception& error) {
     qor::console::writeErrorLine("tamb-host: " + qor::console::withLimit(error.what()));

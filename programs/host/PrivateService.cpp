@@ -18,7 +18,7 @@ constexpr std::chrono::seconds timeToBeReady{10};
 constexpr std::chrono::seconds timeToEnd{2};
 
 std::vector<std::string> argumentsFor(const std::string& endpoint, const std::filesystem::path& directory,
-                                      bool withTestEngine) {
+                                      const std::vector<std::filesystem::path>& engineFolders) {
   std::vector<std::string> arguments{"--endpoint",
                                      endpoint,
                                      "--directory",
@@ -26,16 +26,16 @@ std::vector<std::string> argumentsFor(const std::string& endpoint, const std::fi
                                      "--end-with-parent",
                                      std::to_string(::getpid()),
                                      "--quiet"};
-  if (withTestEngine) arguments.emplace_back("--with-test-engine");
+  for (const auto& folder : engineFolders) arguments.push_back("--engines=" + folder.string());
   return arguments;
 }
 
 }  // namespace
 
-PrivateService::PrivateService(bool withTestEngine)
+PrivateService::PrivateService(const std::vector<std::filesystem::path>& engineFolders)
     : endpoint_("ipc://" + (directory_.path() / "service").string()),
       process_(siblingProgram("qor-engine-service"),
-               argumentsFor(endpoint_, directory_.path(), withTestEngine), "") {
+               argumentsFor(endpoint_, directory_.path(), engineFolders), "") {
   const auto line = process_.readLine(timeToBeReady);
   if (nlohmann::json::parse(line.value_or(""), nullptr, false).is_object()) return;
   const auto status = process_.reap();

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <filesystem>
 #include <string>
+#include <vector>
 
 #include "runtime/processes/ChildProcess.h"
 #include "runtime/processes/SocketFiles.h"
@@ -11,9 +13,9 @@ namespace qor::programs {
 /// ends.
 class PrivateService {
  public:
-  /// Starts it, with the test engine on offer or without. Throws std::runtime_error, one readable line, when
-  /// it is not there within 10 s.
-  explicit PrivateService(bool withTestEngine);
+  /// Starts it; its registry of engines begins with these folders. Throws std::runtime_error, one readable
+  /// line, when it is not there within 10 s.
+  explicit PrivateService(const std::vector<std::filesystem::path>& engineFolders);
   /// Waits at most 2 s for its end.
   ~PrivateService();
   PrivateService(const PrivateService&) = delete;

@@ -5,8 +5,10 @@
 #include <stdexcept>
 #include <utility>
 
-#include "engines/LocalEngine.h"
 #include "engines/sdk/IAbandonable.h"
+#include "engines/sdk/LocalEngine.h"
+#include "hosting/EngineLibrary.h"
+#include "hosting/EngineRegistry.h"
 #include "programs/host/HeldErrors.h"
 #include "programs/host/Refusal.h"
 #include "runtime/console/Limits.h"
@@ -38,9 +40,13 @@ Session::Session(Workflow workflow, EngineSource source, std::shared_ptr<Display
 Session::~Session() = default;
 
 Session::Engine Session::localEngine() const {
-  const auto local =
-      engines::makeLocalEngine(*description_, source_.withTestEngine ? engines::OfferedEngines::WithTestEngine
-                                                                     : engines::OfferedEngines::Shipped);
+  const hosting::EngineRegistry registry(hosting::registryFolders(source_.engineFolders));
+  const auto& registered = registry.engineFor(description_->GetDescription());
+  if (registered.library.empty()) {
+    throw std::runtime_error("the engine \"" + registered.name +
+                             "\" is a program, which cannot run in this process; leave out --local");
+  }
+  const auto local = engines::makeLocalEngine(*description_, hosting::loadEngineLibrary(registered.library));
   auto [hubFrontEnd, hubBackEnd] = tamb::CreateNotificationHub();
   local.engine->SetNotificationHubBackEnd(hubBackEnd);
   return {local.engine, local.commandFrontEnd, hubFrontEnd};

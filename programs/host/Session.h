@@ -22,8 +22,8 @@ struct EngineSource {
   bool isLocal = false;
   std::filesystem::path plugin;
   std::string serviceEndpoint;
-  /// Whether an engine of this process may be the test engine.
-  bool withTestEngine = false;
+  /// Folders that the registry for an engine of this process begins with.
+  std::vector<std::filesystem::path> engineFolders = {};
   /// Log all that fails while an engine is started, not only its reason.
   bool logsEverything = false;
 };

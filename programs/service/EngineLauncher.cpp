@@ -145,7 +145,7 @@ EngineLauncher::StartNumber EngineLauncher::begin(const WantedEngine& wanted, st
     const auto options = optionsFor(wanted, start->endpoints, start->directory.path(), start->core);
     auto arguments = argumentsFor(options);
     arguments.push_back("--directory=" + options.directory.string());
-    if (settings_.withTestEngine) arguments.emplace_back("--with-test-engine");
+    for (const auto& folder : settings_.engineFolders) arguments.push_back("--engines=" + folder.string());
     Start& begun = *starts_.emplace_back(std::move(start));
     try {
       begun.thread = std::jthread([this, &begun, arguments = std::move(arguments), input = inputFor(options)](

@@ -45,8 +45,8 @@ struct LaunchSettings {
   /// An engine's messaging threads keep to that of these cores which the fewest other engines have; to none
   /// when there are none.
   processes::Cores cores;
-  /// Whether the test engine, which crashes and freezes on demand, is offered.
-  bool withTestEngine = false;
+  /// What an engine's registry begins with: the program is given them as --engines.
+  std::vector<std::filesystem::path> engineFolders = {};
   /// Whether jobs that failed, and say so themselves, are a warning in the log, or, where their host tells
   /// everybody who reads it, an event.
   bool reportsFailedJobs = true;

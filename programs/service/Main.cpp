@@ -8,8 +8,12 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
 
+#include "hosting/EngineRegistry.h"
+#include "hosting/EnginesOption.h"
 #include "programs/service/Service.h"
+#include "qor/utils/Log.h"
 #include "runtime/console/CommandLine.h"
 #include "runtime/console/ErrorStream.h"
 #include "runtime/console/Limits.h"
@@ -45,7 +49,7 @@ struct Arguments {
   std::filesystem::path directory;
   qor::processes::Cores engineCores;
   pid_t parent = 0;
-  bool withTestEngine = false;
+  std::vector<std::filesystem::path> engineFolders;
   bool quiet = false;
 };
 
@@ -57,7 +61,7 @@ int run(const Arguments& arguments) {
                                                          : arguments.engineProgram,
                                           .maximumEngines = arguments.maximumEngines,
                                           .cores = arguments.engineCores,
-                                          .withTestEngine = arguments.withTestEngine,
+                                          .engineFolders = arguments.engineFolders,
                                           .reportsFailedJobs = arguments.parent == 0});
   // Whichever way it ends: behind the service's own end.
   const struct Files {
@@ -66,6 +70,13 @@ int run(const Arguments& arguments) {
     const std::filesystem::path& directory;
   } files{endpoint, arguments.directory};
   qor::programs::Service service(endpoint, launcher);
+  // Each engine's process reads the registry anew: these may be repaired while the service runs. A host
+  // reports those of its private service.
+  if (arguments.parent == 0) {
+    const qor::hosting::EngineRegistry registry(qor::hosting::registryFolders(arguments.engineFolders));
+    for (const auto& problem : registry.problems())
+      qor::utils::logWarning("Engine not registered: " + problem);
+  }
   const nlohmann::json ready{
       {"event", "ready"}, {"pid", ::getpid()}, {"endpoint", endpoint.toString(qor::socket::Protocol::Plain)}};
   std::cout << ready << std::endl;
@@ -92,13 +103,13 @@ int main(int argumentCount, char** values) {
                  "Directory of the socket, removed at the end if it is empty");
   app.add_option("--end-with-parent", arguments.parent,
                  "End when the process that started it, this one, ends; that reports jobs that fail");
-  app.add_flag("--with-test-engine", arguments.withTestEngine,
-               "Offer the engine \"test\" too, which crashes and freezes on demand");
+  qor::hosting::addEnginesOption(app, arguments.engineFolders);
   app.add_flag("--quiet", arguments.quiet, "Log failures only");
   if (const auto exitCode = qor::console::parseCommandLine(app, argumentCount, values)) return *exitCode;
   using qor::console::Shown;
   qor::console::setLogOrigin("qor-engine-service " + std::to_string(::getpid()));
   qor::console::showLog(arguments.quiet ? Shown::Failures : Shown::Events);
+  for (auto& folder : arguments.engineFolders) folder = std::filesystem::absolute(folder);
   // Engines whose supervisors are killed are its children from then on.
   ::prctl(PR_SET_CHILD_SUBREAPER, 1);
   for (const int signal : {SIGTERM, SIGINT}) std::signal(signal, [](int) { endIsAskedFor = 1; });

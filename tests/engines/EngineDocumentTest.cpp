@@ -1,24 +1,32 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <variant>
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <vector>
 
+#include "engines/media/MediaDocument.h"
 #include "engines/sdk/EngineDocument.h"
 #include "tamb/TAMBRuntimeError.h"
+#include "tests/engines/fault/TestDocument.h"
 
 namespace qor::engines {
 namespace {
 
 using testing::AllOf;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr auto all = OfferedEngines::WithTestEngine;
-
-std::string complaintAbout(const std::string& text, OfferedEngines offered = all) {
+/// Of choosing one of these engines by the document, or of that engine's reading it.
+std::string complaintAbout(const std::string& text,
+                           const std::vector<std::string>& names = {"media", "test"}) {
   try {
-    parseEngineDocument(text, offered);
+    if (engineNamedIn(text, names) == "media") {
+      readMediaDocument(text);
+    } else {
+      readTestDocument(text);
+    }
     return "(none)";
   } catch (const tamb::TAMBRuntimeError& error) {
     return error.what();
@@ -26,12 +34,10 @@ std::string complaintAbout(const std::string& text, OfferedEngines offered = all
 }
 
 TEST(EngineDocument, SaysWhatAMediaEngineIsToDo) {
-  const auto document = parseEngineDocument(R"({
+  const auto media = readMediaDocument(R"({
     "engine": "media", "input": "in.mov", "output": "out.mkv", "audioFilter": "volume=0.5",
     "videoFilter": "hue=s=0", "loudness": true, "realTime": true, "startPaused": true,
-    "settings": {"videoCodec": "mpeg4", "audioCodec": "flac", "container": "nut", "onError": "fail"}})",
-                                            all);
-  const auto& media = std::get<MediaDocument>(document);
+    "settings": {"videoCodec": "mpeg4", "audioCodec": "flac", "container": "nut", "onError": "fail"}})");
   EXPECT_EQ(media.input, "in.mov");
   EXPECT_EQ(media.output, "out.mkv");
   EXPECT_EQ(media.audioFilter, "volume=0.5");
@@ -46,8 +52,7 @@ TEST(EngineDocument, SaysWhatAMediaEngineIsToDo) {
 }
 
 TEST(EngineDocument, NeedsNothingButAnInput) {
-  const auto document = parseEngineDocument(R"({"engine": "media", "input": "in.mov"})", all);
-  const auto& media = std::get<MediaDocument>(document);
+  const auto media = readMediaDocument(R"({"engine": "media", "input": "in.mov"})");
   EXPECT_EQ(media.output, "");
   EXPECT_EQ(media.onError, OnError::Skip);
   EXPECT_FALSE(media.loudness);
@@ -56,34 +61,91 @@ TEST(EngineDocument, NeedsNothingButAnInput) {
 }
 
 TEST(EngineDocument, SaysWithoutAnOutputWhatToDoAboutErrors) {
-  const auto document =
-      parseEngineDocument(R"({"engine": "media", "input": "in.mov", "settings": {"onError": "fail"}})", all);
-  EXPECT_EQ(std::get<MediaDocument>(document).onError, OnError::Fail);
+  const auto media =
+      readMediaDocument(R"({"engine": "media", "input": "in.mov", "settings": {"onError": "fail"}})");
+  EXPECT_EQ(media.onError, OnError::Fail);
 }
 
 TEST(EngineDocument, SaysWhatATestEngineDoesWrong) {
-  const auto document = parseEngineDocument(
-      R"({"engine": "test", "behaviour": "freeze", "when": "command", "notifications": 12, "prints": 3})",
-      all);
-  const auto& test = std::get<TestDocument>(document);
+  const auto test = readTestDocument(
+      R"({"engine": "test", "behaviour": "freeze", "when": "command", "notifications": 12, "prints": 3})");
   EXPECT_EQ(test.behaviour, TestBehaviour::Freeze);
   EXPECT_EQ(test.when, TestMoment::Command);
   EXPECT_EQ(test.notifications, 12U);
   EXPECT_EQ(test.prints, 3U);
-  EXPECT_EQ(std::get<TestDocument>(parseEngineDocument(R"({"engine": "test"})", all)).behaviour,
-            TestBehaviour::Run);
+  const auto least = readTestDocument(R"({"engine": "test"})");
+  EXPECT_EQ(least.behaviour, TestBehaviour::Run);
+  EXPECT_EQ(least.when, TestMoment::Run);
+  EXPECT_EQ(least.notifications, 0U);
 }
 
-TEST(EngineDocument, KnowsTheNamesOfTheEngines) {
-  EXPECT_THAT(engineNames(all), ElementsAre("media", "test"));
-  EXPECT_THAT(engineNames(OfferedEngines::Shipped), ElementsAre("media"));
-}
-
-TEST(EngineDocument, OfATestEngineIsRefusedWhereItIsNotOffered) {
-  const auto complaint = complaintAbout(R"({"engine": "test"})", OfferedEngines::Shipped);
+TEST(EngineDocument, NamesAnEngineThatThereIs) {
+  EXPECT_EQ(engineNamedIn(R"({"engine": "media", "any": "key"})", {"media", "test"}), "media");
+  const auto complaint = complaintAbout(R"({"engine": "test"})", {"media"});
   EXPECT_THAT(complaint, AllOf(HasSubstr(R"("engine" is "test"; expected one of "media")"),
                                Not(HasSubstr(R"("media", "test")"))));
-  EXPECT_THAT(complaintAbout("{}", OfferedEngines::Shipped), Not(HasSubstr("test")));
+  EXPECT_THAT(complaintAbout("{}", {"media"}), Not(HasSubstr("test")));
+  EXPECT_THAT(complaintAbout(R"({"engine": "test"})", {}), HasSubstr("but none is registered"));
+}
+
+TEST(EngineDocument, IsRefusedByAnotherEngine) {
+  EXPECT_THROW(readMediaDocument(R"({"engine": "test"})"), tamb::TAMBRuntimeError);
+  EXPECT_THROW(readTestDocument(R"({"engine": "media", "input": "a"})"), tamb::TAMBRuntimeError);
+}
+
+EngineManual mixerManual() {
+  return {.name = "mixer",
+          .keys = {{.name = "title", .defaultValue = std::string("untitled")},
+                   {.name = "gain", .type = KeyType::Count, .defaultValue = std::uint64_t{7}},
+                   {.name = "mute", .type = KeyType::Flag, .defaultValue = true},
+                   {.name = "law",
+                    .type = KeyType::Choice,
+                    .defaultValue = std::string("log"),
+                    .choices = {"linear", "log"}},
+                   {.name = "bus",
+                    .type = KeyType::Object,
+                    .isRequired = true,
+                    .keys = {{.name = "source", .type = KeyType::Location, .isRequired = true}}}}};
+}
+
+TEST(EngineDocument, HasTheDefaultsOfItsManual) {
+  const auto values = readDocument(R"({"engine": "mixer", "bus": {"source": "a"}})", mixerManual());
+  EXPECT_EQ(values.text("title"), "untitled");
+  EXPECT_EQ(values.count("gain"), 7U);
+  EXPECT_TRUE(values.flag("mute"));
+  EXPECT_EQ(values.text("law"), "log");
+  EXPECT_EQ(values.choice<int>("law"), 1);
+  EXPECT_EQ(values.object("bus").text("source"), "a");
+  EXPECT_FALSE(values.isGiven("gain"));
+  EXPECT_TRUE(values.isGiven("bus"));
+  EXPECT_EQ(values.quoted("bus"), R"({"source":"a"})");
+  EXPECT_EQ(values.quoted("gain"), "");
+}
+
+TEST(EngineDocument, IsOnlyAskedForWhatItsManualHas) {
+  const auto values = readDocument(R"({"engine": "mixer", "bus": {"source": "a"}})", mixerManual());
+  EXPECT_THROW(values.text("gian"), std::logic_error);
+  EXPECT_THROW(values.text("gain"), std::logic_error);
+  EXPECT_THROW(values.flag("title"), std::logic_error);
+  EXPECT_THROW(values.count("mute"), std::logic_error);
+  EXPECT_THROW(values.choice<int>("title"), std::logic_error);
+  EXPECT_THROW(values.object("title"), std::logic_error);
+}
+
+TEST(EngineDocument, NeedsTheRequiredKeysOfItsObjects) {
+  const auto complaint = [](const std::string& text) -> std::string {
+    try {
+      readDocument(text, mixerManual());
+      return "(none)";
+    } catch (const tamb::TAMBRuntimeError& error) {
+      return error.what();
+    }
+  };
+  EXPECT_THAT(complaint(R"({"engine": "mixer"})"), HasSubstr(R"(has no "bus"; expected an object)"));
+  EXPECT_THAT(complaint(R"({"engine": "mixer", "bus": {}})"),
+              HasSubstr(R"("bus" {} has no "source"; expected a string)"));
+  EXPECT_THAT(complaint(R"({"engine": "mixer", "bus": {"source": "a", "b": 1}})"),
+              HasSubstr(R"("bus" has the unknown key "b"; expected one of "source")"));
 }
 
 struct Complaint {
@@ -161,10 +223,8 @@ INSTANTIATE_TEST_SUITE_P(
                   R"("engine", "behaviour", "when", "notifications", "prints")"}));
 
 TEST(EngineDocument, MayNameFilesThatAreNotUtf8) {
-  const auto document = parseEngineDocument(
-      R"({"engine": "media", "input": {"percentEncoded": "caf%E9.mov"}, "output": {"percentEncoded": "b"}})",
-      OfferedEngines::Shipped);
-  const auto& media = std::get<MediaDocument>(document);
+  const auto media = readMediaDocument(
+      R"({"engine": "media", "input": {"percentEncoded": "caf%E9.mov"}, "output": {"percentEncoded": "b"}})");
   EXPECT_EQ(media.input, "caf\xe9.mov");
   EXPECT_EQ(media.output, "b");
 }

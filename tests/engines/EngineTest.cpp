@@ -10,8 +10,11 @@
 #include <iterator>
 #include <stdexcept>
 
+#include "engines/media/MediaEngine.h"
+#include "engines/sdk/EngineDocument.h"
 #include "runtime/tamb/CommandMessage.h"
 #include "runtime/tamb/EngineDescription.h"
+#include "tests/engines/fault/TestEngine.h"
 
 namespace qor::engines::test {
 
@@ -92,7 +95,10 @@ const std::string& EngineTest::sharedClip() {
 }
 
 void EngineTest::make(const std::string& document) {
-  local_ = makeLocalEngine(tamb::EngineDescription("manager", document, 7), OfferedEngines::WithTestEngine);
+  const tamb::EngineDescription description("manager", document, 7);
+  local_ = engineNamedIn(document, {"media", "test"}) == "media"
+               ? makeLocalEngine(description, EngineFactory<MediaEngine>())
+               : makeLocalEngine(description, EngineFactory<TestEngine>());
   std::shared_ptr<tamb::INotificationHubBackEnd> backEnd;
   std::tie(hub_, backEnd) = tamb::CreateNotificationHub();
   hub_->Subscribe(heard_);

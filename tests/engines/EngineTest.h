@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "engines/LocalEngine.h"
+#include "engines/sdk/LocalEngine.h"
 #include "tamb/INotificationHub.h"
 #include "tests/engines/ReadBack.h"
 #include "tests/support/CapturedLog.h"
@@ -59,7 +59,7 @@ class EngineTest : public testing::Test {
   /// stereo, without loss.
   static const std::string& sharedClip();
 
-  /// Makes the engine that the document describes.
+  /// Makes the engine that the document names, media or test.
   void make(const std::string& document);
   /// make() and Run.
   void run(const std::string& document);

@@ -6,11 +6,11 @@
 #include <string>
 #include <thread>
 
-#include "engines/TestEngine.h"
 #include "runtime/tamb/CommandProcessor.h"
 #include "runtime/tamb/EngineDescription.h"
 #include "tamb/TAMBRuntimeError.h"
 #include "tests/engines/EngineTest.h"
+#include "tests/engines/fault/TestEngine.h"
 #include "tests/support/BackgroundCall.h"
 
 namespace qor::engines::test {

@@ -11,7 +11,7 @@ import unittest
 
 import zmq
 
-from programs_support import NOTICED_WITHIN, PATIENCE, Program, ProgramsTest, clip
+from programs_support import NOTICED_WITHIN, PATIENCE, TEST_ENGINES, Program, ProgramsTest, clip
 
 # TcpEngine.proto's messages, whose only required field is the first one.
 PING, RUN, GOODBYE, SUCCESS, END_OF_LIFE = b"\x08\x01", b"\x08\x00", b"\x08\x05", b"\x08\x01", b"\x08\x03"
@@ -103,7 +103,7 @@ class NeverRead(ProgramsTest):
         ready, report = os.pipe()
         pipe = self.full_pipe()
         process = subprocess.Popen(
-            [os.environ["TAMB_ENGINE"], "--with-test-engine", "--workflow-manager-id=studio", "--engine-id=3",
+            [os.environ["TAMB_ENGINE"], f"--engines={TEST_ENGINES}", "--workflow-manager-id=studio", "--engine-id=3",
              f"--description={self.file('description.json', document)}", f"--ready-fd={report}", *arguments],
             stdin=subprocess.DEVNULL, stdout=pipe, stderr=pipe, pass_fds=[report], env=self._environment)
         os.close(report)
@@ -145,7 +145,7 @@ class NeverRead(ProgramsTest):
         """Host, service and supervisor share the pipe."""
         pipe = self.full_pipe()
         workflow = self.faulty_engine_workflow(prints=LINES, behaviour="crash", when="run")
-        host = subprocess.run([os.environ["TAMB_HOST"], "run", "--with-test-engine", "--json", "--verbose", workflow], stderr=pipe,
+        host = subprocess.run([os.environ["TAMB_HOST"], "run", f"--engines={TEST_ENGINES}", "--json", "--verbose", workflow], stderr=pipe,
                               stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, env=self._environment,
                               timeout=NOTICED_WITHIN + PATIENCE, text=True, check=False)
         self.assertEqual(host.returncode, 3)
@@ -154,7 +154,7 @@ class NeverRead(ProgramsTest):
     def test_lines_are_counted_once_the_reader_reads_again(self):
         reading, writing = os.pipe()
         workflow = self.faulty_engine_workflow([{"name": "Hello"}], prints=LINES)
-        host = self.watched(Program([os.environ["TAMB_HOST"], "run", "--with-test-engine", "--json", workflow],
+        host = self.watched(Program([os.environ["TAMB_HOST"], "run", f"--engines={TEST_ENGINES}", "--json", workflow],
                                     self.folder, self._environment, stderr=writing))
         os.close(writing)
         # It is executed behind the lines.

@@ -215,7 +215,7 @@ class EngineProgram(ProgramsTest):
         engine, _ = self.ipc_engine({"engine": "warp"})
         self.expect_exit(engine, 1)
         self.assertRegex(engine.output(), r'^\{"event":"failed","reason":"[^\n]*warp[^\n]*"\}\n$')
-        self.assertRegex(engine.errors(), rf'^Error   \S+Z \[tamb-engine {engine.pid}/\d+, engine 3 of "studio"\] \d+ .*warp.*\n$')
+        self.assertRegex(engine.errors(), rf'^Error   \S+Z \[tamb-engine {engine.pid}, engine 3 of "studio"\] \d+ .*warp.*\n$')
         self.expect_nothing_left()
 
     def test_says_in_one_line_that_its_engine_died_while_it_was_made(self):

@@ -25,6 +25,8 @@ NOTICED_WITHIN = 10
 SERVICE = "qor-engine-serv"
 # Those that the programs may use.
 CORES = os.sched_getaffinity(0)
+# The registry of the engine with faults.
+TEST_ENGINES = pathlib.Path(os.environ["TAMB_ENGINE"]).parent.parent / "share/tamb/test-engines.d"
 SUPERVISOR = "tamb-engine"
 ENGINE = "tamb-engine-run"
 
@@ -94,7 +96,8 @@ class ProgramsTest(ProcessTest):
         super().setUp()
         self.temporary = self.folder / "tmp"
         self.temporary.mkdir()
-        self._environment = dict(os.environ, TMPDIR=str(self.temporary))
+        # The engines of whoever runs the tests are not theirs.
+        self._environment = dict(os.environ, TMPDIR=str(self.temporary), XDG_DATA_HOME=str(self.folder / "data"))
         # A sanitizer is not to make an exit code of a signal.
         plain_signals = "handle_segv=0:handle_abort=0:handle_sigbus=0"
         self._environment["ASAN_OPTIONS"] = f"{os.environ.get('ASAN_OPTIONS', '')}:{plain_signals}".strip(":")
@@ -118,7 +121,7 @@ class ProgramsTest(ProcessTest):
         """A program that offers the engine with faults, unless told otherwise."""
         words = [os.environ[program], *map(str, arguments)]
         if test_engine and (program != "TAMB_HOST" or words[1:2] == ["run"]):
-            words.insert(2 if program == "TAMB_HOST" else 1, "--with-test-engine")
+            words.insert(2 if program == "TAMB_HOST" else 1, f"--engines={TEST_ENGINES}")
         return self.watched(Program(words, self.folder, self._environment))
 
     def host(self, *arguments):

@@ -109,7 +109,7 @@ class MissingEngine(ProgramsTest):
     def test_with_a_bad_document_is_told_in_one_line_that_names_the_key(self):
         for place in ([], ["--local"]):
             document = {"engine": "media", "inptu": str(clip())}
-            self.expect_no_engine(self.host(self.engine(document), *place), "inptu", "expected are", "input")
+            self.expect_no_engine(self.host(self.engine(document), *place), "inptu", "expected one of", "input")
 
     def test_that_dies_while_it_is_made_is_told_with_the_cause_in_one_line(self):
         workflow = self.faulty_engine_workflow(behaviour="crash", when="construct")

@@ -6,7 +6,7 @@ import signal
 import time
 import unittest
 
-from programs_support import Program, ProgramsTest, clip
+from programs_support import TEST_ENGINES, Program, ProgramsTest, clip
 
 # Of the loader, which ends a program ahead of its first line when there is no room for its libraries.
 NOT_LOADED = 127
@@ -64,7 +64,7 @@ class UnderLimits(ProgramsTest):
     def test_of_descriptors_an_engine_names_them(self):
         channels = [f"--{channel}=ipc://{self.folder / channel}" for channel in ("request", "status", "command", "notification")]
         engine = self.watched(Limited("descriptors", 16, [
-            os.environ["TAMB_ENGINE"], "--with-test-engine", "--workflow-manager-id=studio", "--engine-id=3",
+            os.environ["TAMB_ENGINE"], f"--engines={TEST_ENGINES}", "--workflow-manager-id=studio", "--engine-id=3",
             f"--description={self.file('description.json', {'engine': 'test'})}", *channels], self.folder, self._environment))
         self.expect_exit(engine, 1)
         self.assertRegex(engine.output(), r'"failed".*Too many open files.*may open 16 files: ulimit -n')

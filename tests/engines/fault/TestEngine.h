@@ -5,7 +5,7 @@
 #include <string>
 
 #include "engines/sdk/EngineBase.h"
-#include "engines/sdk/EngineDocument.h"
+#include "tests/engines/fault/TestDocument.h"
 
 namespace qor::engines {
 
@@ -15,6 +15,8 @@ namespace qor::engines {
 class TestEngine final : public EngineBase {
  public:
   explicit TestEngine(std::shared_ptr<tamb::ICommandProcessorBackEnd> commands);
+
+  static EngineManual manual() { return testManual(); }
 
   /// Commits the fault that is to happen on construction.
   void AddEngineDescription(std::shared_ptr<tamb::IEngineDescription> description) override;

@@ -1,4 +1,4 @@
-#include "engines/TestEngine.h"
+#include "tests/engines/fault/TestEngine.h"
 
 #include <fmt/format.h>
 #include <unistd.h>
@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <utility>
-#include <variant>
 #include <vector>
 
 #include "tamb/TAMBRuntimeError.h"
@@ -32,18 +31,14 @@ void dieBy(int signalNumber) {
 }  // namespace
 
 TestEngine::TestEngine(std::shared_ptr<tamb::ICommandProcessorBackEnd> commands)
-    : EngineBase("TestEngine", "test", std::move(commands)) {}
+    : EngineBase("TestEngine", testManual().step, std::move(commands)) {}
 
 void TestEngine::AddEngineDescription(std::shared_ptr<tamb::IEngineDescription> description) {
   requireNotRun("a description");
   if (!description) {
     throw tamb::TAMBRuntimeError("TestEngine: the description is empty");
   }
-  const auto document = parseEngineDocument(description->GetDescription(), OfferedEngines::WithTestEngine);
-  if (!std::holds_alternative<TestDocument>(document)) {
-    throw tamb::TAMBRuntimeError("TestEngine: the description is for another engine; expected \"test\"");
-  }
-  document_ = std::get<TestDocument>(document);
+  document_ = readTestDocument(description->GetDescription());
   if (document_.when == TestMoment::Construct) {
     commitFault("on construction");
   }

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "engines/sdk/EngineDocument.h"
+#include "engines/sdk/IEngineFactory.h"
 #include "tamb/ICommandProcessor.h"
 #include "tamb/IEngineDescription.h"
 #include "tamb/IEngineFrontEnd.h"
@@ -16,9 +16,9 @@ struct LocalEngine {
   std::shared_ptr<tamb::ICommandProcessorBackEnd> commandBackEnd;
 };
 
-/// Makes the engine that the description's document names, ready for a notification hub and for Run. Throws
-/// TAMBRuntimeError when the document cannot be read or names no offered engine; what is wrong with the media
-/// shows in the run.
-LocalEngine makeLocalEngine(const tamb::IEngineDescription& description, OfferedEngines offered);
+/// Makes an engine of that factory, with its ids and its description: ready for a notification hub and for
+/// Run. Throws TAMBRuntimeError when the engine refuses its description; what is wrong with the media is
+/// reported by the run.
+LocalEngine makeLocalEngine(const tamb::IEngineDescription& description, const IEngineFactory& factory);
 
 }  // namespace qor::engines

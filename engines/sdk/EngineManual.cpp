@@ -1,0 +1,193 @@
+#include "engines/sdk/EngineManual.h"
+
+#include <fmt/format.h>
+
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <variant>
+
+namespace qor::engines {
+
+namespace {
+
+// Members in the order in which they are set.
+using Json = nlohmann::ordered_json;
+using tamb::TambType;
+
+/// Where texts begin, in columns.
+constexpr std::size_t textColumn = 24;
+
+Json jsonOf(const NotificationValue& value) {
+  return std::visit([](const auto& held) { return Json(held); }, value);
+}
+
+std::string typeName(KeyType type) {
+  switch (type) {
+    case KeyType::Text:
+      return "string";
+    case KeyType::Location:
+      return "location";
+    case KeyType::Flag:
+      return "boolean";
+    case KeyType::Count:
+      return "count";
+    case KeyType::Choice:
+      return "choice";
+    case KeyType::Object:
+      return "object";
+  }
+  return "unknown";
+}
+
+/// Null when there is none.
+Json defaultOf(const ManualKey& key) {
+  if (key.isRequired || key.type == KeyType::Object) return nullptr;
+  if (key.defaultValue) return jsonOf(*key.defaultValue);
+  if (key.type == KeyType::Flag) return false;
+  if (key.type == KeyType::Count) return 0U;
+  if (key.type == KeyType::Choice && !key.choices.empty()) return key.choices.front();
+  return nullptr;
+}
+
+Json keysJson(const std::vector<ManualKey>& keys) {
+  Json list = Json::array();
+  for (const auto& key : keys) {
+    Json json{{"name", key.name},
+              {"type", typeName(key.type)},
+              {"required", key.isRequired},
+              {"default", defaultOf(key)},
+              {"summary", key.summary}};
+    if (key.type == KeyType::Choice) json["choices"] = key.choices;
+    if (key.type == KeyType::Object) json["keys"] = keysJson(key.keys);
+    list.push_back(std::move(json));
+  }
+  return list;
+}
+
+Json valuesJson(const std::vector<ManualValue>& values) {
+  Json list = Json::array();
+  for (const auto& value : values) {
+    list.push_back({{"name", value.name}, {"type", tamb::ToString(value.type)}, {"summary", value.summary}});
+  }
+  return list;
+}
+
+std::string dumped(const Json& json, int indent) {
+  return json.dump(indent, ' ', false, Json::error_handler_t::replace);
+}
+
+/// Appends to a text in two columns: names, and what is to be known of them.
+class Page {
+ public:
+  void heading(std::string_view title) {
+    fmt::format_to(std::back_inserter(text_), "{}{}:\n", text_.empty() ? "" : "\n", title);
+  }
+  void detail(std::string_view name, std::string_view value) {
+    fmt::format_to(std::back_inserter(text_), "  {:<{}}{}\n", name, textColumn - 2, value);
+  }
+  void entry(std::size_t depth, std::string_view name, std::string_view summary) {
+    const std::size_t indent = 2 + 2 * depth;
+    fmt::format_to(std::back_inserter(text_), "{:{}}{:<{}}: {}\n", "", indent, name, textColumn - 2 - indent,
+                   summary);
+  }
+  void remark(std::string_view remark) {
+    fmt::format_to(std::back_inserter(text_), "{:{}}{}\n", "", textColumn, remark);
+  }
+  std::string text() && { return std::move(text_); }
+
+ private:
+  std::string text_;
+};
+
+std::string describe(const ManualKey& key) {
+  std::string text = typeName(key.type);
+  if (key.type == KeyType::Choice) {
+    std::vector<std::string> choices;
+    for (const auto& choice : key.choices) choices.push_back(fmt::format("{:?}", choice));
+    text = fmt::format("one of {}", fmt::join(choices, ", "));
+  }
+  if (key.isRequired) return text + ", required";
+  if (const auto standard = defaultOf(key); !standard.is_null()) {
+    text += ", default: " + dumped(standard, -1);
+  }
+  return text;
+}
+
+void appendKeys(Page& page, const std::vector<ManualKey>& keys, std::size_t depth) {
+  for (const auto& key : keys) {
+    page.entry(depth, key.name, key.summary);
+    page.remark(describe(key));
+    appendKeys(page, key.keys, depth + 1);
+  }
+}
+
+void appendValues(Page& page, const std::vector<ManualValue>& values) {
+  for (const auto& value : values) {
+    page.remark(value.name + ": " + tamb::ToString(value.type) +
+                (value.summary.empty() ? "" : " - " + value.summary));
+  }
+}
+
+}  // namespace
+
+std::vector<ManualNotification> commonNotifications() {
+  const std::vector<ManualValue> answer{{.name = "command", .summary = "The command's name"},
+                                        {.name = "reason", .summary = "Why it failed; empty if it did not"}};
+  return {
+      {.line = "CommandDone", .summary = "The command of this id was executed", .values = answer},
+      {.line = "CommandFailed",
+       .summary = "The command of this id was not executed",
+       .values = answer,
+       .isAnError = true},
+      {.line = "Failed",
+       .summary = "The run has failed or was abandoned",
+       .values = {{.name = "reason"}},
+       .isAnError = true},
+  };
+}
+
+std::string manualText(const EngineManual& manual) {
+  Page page;
+  page.heading("Engine");
+  page.detail("Name", manual.name);
+  page.detail("Summary", manual.summary);
+  page.detail("Step", manual.step);
+  page.heading("Description keys");
+  page.entry(0, "engine", "The engine's name");
+  page.remark(fmt::format("{:?}, required", manual.name));
+  appendKeys(page, manual.keys, 0);
+  page.heading("Commands");
+  for (const auto& command : manual.commands) {
+    page.entry(0, command.name, command.summary);
+    appendValues(page, command.arguments);
+  }
+  if (manual.commands.empty()) page.remark("none");
+  page.heading("Notifications");
+  for (const auto& notification : manual.notifications) {
+    page.entry(0, notification.line, notification.summary + (notification.isAnError ? " (an error)" : ""));
+    appendValues(page, notification.values);
+  }
+  if (manual.notifications.empty()) page.remark("none");
+  return std::move(page).text();
+}
+
+std::string manualJson(const EngineManual& manual) {
+  Json commands = Json::array();
+  for (const auto& command : manual.commands) {
+    commands.push_back(
+        {{"name", command.name}, {"summary", command.summary}, {"arguments", valuesJson(command.arguments)}});
+  }
+  Json notifications = Json::array();
+  for (const auto& notification : manual.notifications) {
+    notifications.push_back({{"line", notification.line},
+                             {"isAnError", notification.isAnError},
+                             {"summary", notification.summary},
+                             {"values", valuesJson(notification.values)}});
+  }
+  const Json json{{"name", manual.name},  {"summary", manual.summary},
+                  {"step", manual.step},  {"keys", keysJson(manual.keys)},
+                  {"commands", commands}, {"notifications", notifications}};
+  return dumped(json, 2);
+}
+
+}  // namespace qor::engines

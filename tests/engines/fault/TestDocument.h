@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "engines/sdk/EngineManual.h"
+
+namespace qor::engines {
+
+enum class TestBehaviour { Run, IgnoreStop, Crash, Abort, Kill, Exit, Freeze, Stall, Throw };
+enum class TestMoment { Construct, Run, Command };
+
+/// What a test engine does, and when what it does wrong.
+struct TestDocument {
+  TestBehaviour behaviour = TestBehaviour::Run;
+  TestMoment when = TestMoment::Run;
+  std::uint64_t notifications = 0;
+  /// How many lines it prints to its standard output first.
+  std::uint64_t prints = 0;
+};
+
+/// What the test engine reports of itself; its document is read by it.
+const EngineManual& testManual();
+
+/// Reads a description. Throws TAMBRuntimeError, as readDocument does.
+TestDocument readTestDocument(const std::string& text);
+
+}  // namespace qor::engines
