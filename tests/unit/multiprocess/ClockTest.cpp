@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <iostream>
 #include <memory>
 #include <mutex>
@@ -65,6 +66,24 @@ TYPED_TEST(TheClock, WaitsAsLongAsItIsTold) {
     EXPECT_GE(late.count(), 0);
     EXPECT_LT(late, patience);
   }
+}
+
+TYPED_TEST(TheClock, RoundsNoWaitUp) {
+  using Time = typename TypeParam::time_point;
+  // A busy machine delays some of the waits; a clock that rounds them up delays all.
+  const auto endsOnTimeOnce = [this](const std::function<Time()>& nextEnd) {
+    for (int i = 0; i < 10; ++i) {
+      const Time end = nextEnd();
+      while (this->waitUntil(end)) {
+      }
+      if (TypeParam::now() - end < milliseconds(15)) return true;
+    }
+    return false;
+  };
+  const auto inASecond = [] { return TypeParam::now() + milliseconds(1'013); };
+  EXPECT_TRUE(endsOnTimeOnce(inASecond));
+  // Far ahead of the next end that waits may have in common.
+  EXPECT_TRUE(endsOnTimeOnce([&] { return this->commonEnd(inASecond()) + milliseconds(1); }));
 }
 
 TYPED_TEST(TheClock, IsWokenFromALongWait) {
