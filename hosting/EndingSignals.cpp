@@ -36,7 +36,7 @@ EndingSignals::EndingSignals(std::function<void()> prepare) : prepare_(std::move
     if (!isIgnored(signal)) ::sigaddset(&set_, signal);
   }
   ::pthread_sigmask(SIG_BLOCK, &set_, nullptr);
-  signals_ = processes::Descriptor(::signalfd(-1, &set_, SFD_CLOEXEC | SFD_NONBLOCK));
+  signals_ = base::FileDescriptor(::signalfd(-1, &set_, SFD_CLOEXEC | SFD_NONBLOCK));
   if (!signals_.isOpen()) throw std::system_error(errno, std::system_category(), "cannot await signals");
   thread_ = std::thread([this] { attend(); });
 }

@@ -4,6 +4,7 @@
 #include <functional>
 #include <thread>
 
+#include "runtime/base/FileDescriptor.h"
 #include "runtime/processes/Pipe.h"
 
 namespace qor::hosting {
@@ -26,7 +27,7 @@ class EndingSignals {
 
   const std::function<void()> prepare_;
   sigset_t set_{};
-  processes::Descriptor signals_;
+  base::FileDescriptor signals_;
   /// Closed to end the thread.
   processes::Pipe end_;
   std::thread thread_;

@@ -15,6 +15,7 @@
 
 #include "hosting/TimeLimits.h"
 #include "qor/utils/Log.h"
+#include "runtime/base/Deadline.h"
 #include "runtime/console/ErrorStream.h"
 #include "runtime/console/LogLine.h"
 #include "runtime/console/OneLine.h"
@@ -31,12 +32,6 @@ using std::chrono::seconds;
 
 /// More than any pipe holds that has not been made larger, in reads of 4 KiB.
 constexpr int readsToDrain = 64;
-
-int millisecondsUntil(EngineChild::Clock::time_point deadline) {
-  using std::chrono::milliseconds;
-  const auto left = std::chrono::ceil<milliseconds>(deadline - EngineChild::Clock::now());
-  return static_cast<int>(std::clamp(left, milliseconds(0), milliseconds(std::chrono::hours(1))).count());
-}
 
 std::string inSeconds(seconds time) { return std::to_string(time.count()) + " s"; }
 
@@ -106,7 +101,7 @@ void EngineChild::await(Clock::time_point deadline, int alsoAwaited) {
                                  {.fd = output_.descriptor(), .events = POLLIN, .revents = 0},
                                  {.fd = errors_.descriptor(), .events = POLLIN, .revents = 0},
                                  {.fd = alsoAwaited, .events = POLLIN, .revents = 0}}};
-  ::poll(awaited.data(), awaited.size(), millisecondsUntil(deadline));
+  ::poll(awaited.data(), awaited.size(), base::pollTimeOut(deadline));
   if (awaited[0].revents != 0) takeReports();
   if (awaited[1].revents != 0) passOn(output_);
   if (awaited[2].revents != 0) passOn(errors_);

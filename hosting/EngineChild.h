@@ -10,6 +10,7 @@
 
 #include "hosting/EngineReport.h"
 #include "hosting/EngineReporter.h"
+#include "runtime/base/FileDescriptor.h"
 #include "runtime/processes/Pipe.h"
 
 namespace qor::hosting {
@@ -62,9 +63,9 @@ class EngineChild {
   void killWhenOverdue();
 
   pid_t process_ = 0;
-  processes::LineReader reports_{processes::Descriptor()};
-  processes::LineReader output_{processes::Descriptor()};
-  processes::LineReader errors_{processes::Descriptor()};
+  processes::LineReader reports_{base::FileDescriptor()};
+  processes::LineReader output_{base::FileDescriptor()};
+  processes::LineReader errors_{base::FileDescriptor()};
   bool isAlive_ = true;
   bool isMade_ = false;
   bool isReady_ = false;

@@ -24,6 +24,7 @@
 #include "hosting/TimeLimits.h"
 #include "qor/socket/Socket.h"
 #include "qor/utils/Log.h"
+#include "runtime/base/FileDescriptor.h"
 #include "runtime/processes/Cores.h"
 #include "runtime/processes/Pipe.h"
 #include "runtime/tamb/EngineDescription.h"
@@ -45,7 +46,7 @@ constexpr const char* hostHasLeft =
 
 /// A publisher that has no descriptor for whoever connects reports that to nobody.
 bool mayOpenTwoMore() {
-  const auto open = [] { return processes::Descriptor(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)); };
+  const auto open = [] { return base::FileDescriptor(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)); };
   const auto one = open();
   const auto two = open();
   return (one.isOpen() && two.isOpen()) || errno != EMFILE;

@@ -11,6 +11,7 @@
 #include <system_error>
 #include <vector>
 
+#include "runtime/base/FileDescriptor.h"
 #include "runtime/console/LogLine.h"
 #include "runtime/processes/Pipe.h"
 
@@ -21,8 +22,8 @@ namespace {
 constexpr int reportDescriptor = 3;
 
 /// A file without a name: unlike a pipe, it takes any text at once.
-processes::Descriptor fileWith(const std::string& text) {
-  processes::Descriptor file(::memfd_create("description", MFD_CLOEXEC));
+base::FileDescriptor fileWith(const std::string& text) {
+  base::FileDescriptor file(::memfd_create("description", MFD_CLOEXEC));
   if (!file.isOpen() || ::write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size()) ||
       ::lseek(file.get(), 0, SEEK_SET) != 0) {
     throw std::system_error(errno, std::system_category(), "cannot pass the description on");
@@ -52,7 +53,7 @@ void execute(const EngineProgram& program, const EngineOptions& options, int rep
   restoreSignals();
   ::dup2(input.get(), STDIN_FILENO);
   // Closed by a successful start alone: a failed one is still to be reported on it.
-  const processes::Descriptor kept(::fcntl(reports, F_DUPFD_CLOEXEC, reportDescriptor + 1));
+  const base::FileDescriptor kept(::fcntl(reports, F_DUPFD_CLOEXEC, reportDescriptor + 1));
   ::dup2(kept.get(), reportDescriptor);
   // Those above were opened by this process, which marks its own, or by whoever started it.
   ::close_range(reportDescriptor + 1, ~0U, CLOSE_RANGE_CLOEXEC);

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "hosting/EngineReport.h"
+#include "runtime/base/FileDescriptor.h"
 #include "runtime/processes/Pipe.h"
 
 namespace qor::hosting {
@@ -11,7 +12,7 @@ namespace qor::hosting {
 class EngineReporter {
  public:
   /// The write end of a pipe.
-  explicit EngineReporter(processes::Descriptor pipe) : pipe_(std::move(pipe)) {}
+  explicit EngineReporter(base::FileDescriptor pipe) : pipe_(std::move(pipe)) {}
 
   int descriptor() const { return pipe_.get(); }
   /// Does not throw. From "ready" on, the process outlives its supervisor, since it has a host; from
@@ -19,7 +20,7 @@ class EngineReporter {
   void report(const EngineReport& report) const;
 
  private:
-  processes::Descriptor pipe_;
+  base::FileDescriptor pipe_;
 };
 
 }  // namespace qor::hosting

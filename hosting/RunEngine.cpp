@@ -18,6 +18,7 @@
 #include "hosting/EngineReport.h"
 #include "hosting/Supervisor.h"
 #include "qor/utils/Log.h"
+#include "runtime/base/FileDescriptor.h"
 #include "runtime/console/CommandLine.h"
 #include "runtime/console/ErrorStream.h"
 #include "runtime/console/Limits.h"
@@ -97,7 +98,7 @@ int serveInThisProcess(const EngineOptions& options, const EngineRunner& runner)
   if (origin != nullptr) console::setLogOrigin(origin);
   // Line by line, as to a terminal: what a process has printed when it dies is not to die in its buffer.
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
-  const EngineReporter supervisor{processes::Descriptor(options.readyDescriptor)};
+  const EngineReporter supervisor{base::FileDescriptor(options.readyDescriptor)};
   const EngineToRun engine = runner.choose(options);
   if (const auto* const loader = std::get_if<EngineLoader>(&engine)) {
     return runEngineChild(options, *loader, supervisor);

@@ -16,6 +16,7 @@
 #include "hosting/EngineTakeover.h"
 #include "hosting/TimeLimits.h"
 #include "qor/utils/Log.h"
+#include "runtime/base/FileDescriptor.h"
 #include "runtime/console/LogLine.h"
 #include "runtime/processes/Pipe.h"
 
@@ -36,7 +37,7 @@ class Signals {
     ::sigaction(SIGHUP, nullptr, &onHangUp);
     if (onHangUp.sa_handler != SIG_IGN) ::sigaddset(&set_, SIGHUP);
     ::pthread_sigmask(SIG_BLOCK, &set_, &before_);
-    descriptor_ = processes::Descriptor(::signalfd(-1, &set_, SFD_CLOEXEC | SFD_NONBLOCK));
+    descriptor_ = base::FileDescriptor(::signalfd(-1, &set_, SFD_CLOEXEC | SFD_NONBLOCK));
     if (!descriptor_.isOpen()) throw std::system_error(errno, std::system_category(), "cannot await signals");
   }
 
@@ -55,7 +56,7 @@ class Signals {
  private:
   sigset_t set_{};
   sigset_t before_{};
-  processes::Descriptor descriptor_;
+  base::FileDescriptor descriptor_;
   bool asked_ = false;
 };
 

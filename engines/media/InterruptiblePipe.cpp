@@ -4,7 +4,6 @@
 #include <fmt/format.h>
 #include <poll.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
@@ -40,21 +39,15 @@ InterruptiblePipe::InterruptiblePipe(const std::string& location, Direction dire
   }
 }
 
-InterruptiblePipe::~InterruptiblePipe() {
-  if (descriptor_ >= 0) {
-    ::close(descriptor_);
-  }
-}
-
-std::string InterruptiblePipe::url() const { return fmt::format("pipe:{}", descriptor_); }
+std::string InterruptiblePipe::url() const { return fmt::format("pipe:{}", pipe_.get()); }
 
 void InterruptiblePipe::openToRead(const std::string& path, RunWatch& watch) {
-  descriptor_ = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-  if (descriptor_ < 0) {
+  pipe_ = base::FileDescriptor(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  if (!pipe_.isOpen()) {
     fail(path);
   }
   // Until there is a writer, reading would find an end.
-  pollfd readable{descriptor_, POLLIN, 0};
+  pollfd readable{pipe_.get(), POLLIN, 0};
   while (!watch.stopRequested() && ::poll(&readable, 1, static_cast<int>(lookInterval.count())) == 0) {
     watch.beat();
   }
@@ -62,7 +55,11 @@ void InterruptiblePipe::openToRead(const std::string& path, RunWatch& watch) {
 
 void InterruptiblePipe::openToWrite(const std::string& path, RunWatch& watch) {
   // There is nothing to wait on for a reader: its coming is only seen by trying again.
-  while ((descriptor_ = ::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)) < 0) {
+  for (;;) {
+    pipe_ = base::FileDescriptor(::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+    if (pipe_.isOpen()) {
+      break;
+    }
     if (errno != ENXIO) {
       fail(path);
     }
@@ -73,10 +70,7 @@ void InterruptiblePipe::openToWrite(const std::string& path, RunWatch& watch) {
     watch.sleepUntil(RunWatch::Clock::now() + lookInterval);
   }
   // What is written to a slow reader is to wait for it, as it is to be complete.
-  if (::fcntl(descriptor_, F_SETFL, 0) != 0) {
-    const int error = errno;
-    ::close(descriptor_);
-    errno = error;
+  if (::fcntl(pipe_.get(), F_SETFL, 0) != 0) {
     fail(path);
   }
 }

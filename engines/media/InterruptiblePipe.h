@@ -3,6 +3,7 @@
 #include <string>
 
 #include "engines/sdk/RunWatch.h"
+#include "runtime/base/FileDescriptor.h"
 
 namespace qor::engines {
 
@@ -20,11 +21,10 @@ class InterruptiblePipe {
 
   /// Waits no longer when a stop is requested; a pipe that is to be written throws StoppedEarly then.
   InterruptiblePipe(const std::string& location, Direction direction, RunWatch& watch);
-  ~InterruptiblePipe();
   InterruptiblePipe(const InterruptiblePipe&) = delete;
   InterruptiblePipe& operator=(const InterruptiblePipe&) = delete;
 
-  bool isPipe() const { return descriptor_ >= 0; }
+  bool isPipe() const { return pipe_.isOpen(); }
   /// What FFmpeg opens it by, while this lives.
   std::string url() const;
 
@@ -32,7 +32,7 @@ class InterruptiblePipe {
   void openToRead(const std::string& path, RunWatch& watch);
   void openToWrite(const std::string& path, RunWatch& watch);
 
-  int descriptor_ = -1;
+  base::FileDescriptor pipe_;
 };
 
 }  // namespace qor::engines

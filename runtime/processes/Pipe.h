@@ -8,8 +8,6 @@
 
 namespace qor::processes {
 
-using Descriptor = base::FileDescriptor;
-
 /// Both ends of a new pipe. Throws std::system_error.
 struct Pipe {
   Pipe();

@@ -11,7 +11,7 @@
 #include <string>
 #include <system_error>
 
-#include "runtime/processes/Pipe.h"
+#include "runtime/base/FileDescriptor.h"
 
 namespace qor::processes {
 
@@ -38,7 +38,7 @@ int tryToConnect(const std::string& path) {
   address.sun_family = AF_UNIX;
   if (path.size() >= sizeof address.sun_path) return ENAMETOOLONG;
   path.copy(address.sun_path, path.size());
-  const Descriptor probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  const base::FileDescriptor probe(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   const bool isConnected =
       ::connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
   return isConnected ? 0 : errno;
