@@ -1,6 +1,7 @@
 """Engines that are programs: one in Python, taken from the page that is the contract, and the counter in C++, each driven by
 the host's program through a service."""
 
+import json
 import os
 import pathlib
 import re
@@ -34,10 +35,16 @@ class EnginePrograms(ProgramsTest):
         path.chmod(path.stat().st_mode | stat.S_IXUSR)
         return path
 
+    def service_for(self, program):
+        """A service whose registry has that program as the engine "counter"."""
+        folder = self.folder / "engines.d"
+        folder.mkdir(exist_ok=True)
+        self.file("engines.d/counter.json", {"name": "counter", "program": os.path.relpath(program, folder)})
+        return self.service("--engines", folder, test_engine=False)
+
     def service_of(self, text):
         """A service whose engines are all that program."""
-        self._environment["ENGINE_PROGRAM"] = str(self.program(text))
-        return self.service("--engine-program", os.environ["PROGRAM_RUNNER"], test_engine=False)
+        return self.service_for(self.program(text))
 
     def run_on(self, endpoint, **document):
         workflow = self.file("workflow.json", {"engine": {"engine": "counter", **document}})
@@ -76,6 +83,21 @@ class AProgramInPython(EnginePrograms):
         self.assertEqual(host.notifications()[-1]["seconds"], 0.5)
         service.wait_for_errors("ended after ")
         self.assertRegex(service.errors(), r"ended after \d+ s: finished\n")
+
+    def test_is_found_by_a_host_that_is_given_its_registry(self):
+        self.service_of(example())
+        registry = ("--engines", self.folder / "engines.d")
+        workflow = self.file("workflow.json", {"engine": {"engine": "counter", "last": 3}})
+        host = self.start("TAMB_HOST", "run", "--json", *registry, workflow, test_engine=False)
+        self.expect_exit(host, 0)
+        self.assertEqual([each["line"] for each in host.notifications()], ["Count"] * 3 + ["Finished"])
+        local = self.start("TAMB_HOST", "run", "--local", *registry, workflow, test_engine=False)
+        self.expect_exit(local, 4)
+        self.assertIn('the engine "counter" is a program', local.errors())
+        listed = self.start("TAMB_HOST", "engine", "counter", "--json", *registry)
+        self.expect_exit(listed, 0)
+        engine = json.loads(listed.output())
+        self.assertEqual((engine["program"], engine["manual"]), (str(self.folder / "engine.py"), None))
 
     def test_stops_when_its_host_is_interrupted(self):
         service, endpoint = self.service_of(example())
@@ -122,7 +144,7 @@ class AProgramInPython(EnginePrograms):
         for mode, reason in ((0o600, "Permission denied"), (0o700, "No such file")):
             with self.subTest(reason):
                 _, endpoint = self.service_of(example())
-                program = pathlib.Path(self._environment["ENGINE_PROGRAM"])
+                program = self.folder / "engine.py"
                 program.write_text("#!/nonexistent/interpreter\n")
                 program.chmod(mode)
                 host = self.run_on(endpoint)
@@ -147,8 +169,7 @@ class TheCounter(EnginePrograms):
         return self.service("--engine-program", os.environ["COUNTER_ENGINE"], test_engine=False)
 
     def supervised_by_another(self):
-        self._environment["ENGINE_PROGRAM"] = os.environ["COUNTER_ENGINE"]
-        return self.service("--engine-program", os.environ["PROGRAM_RUNNER"], test_engine=False)
+        return self.service_for(os.environ["COUNTER_ENGINE"])
 
     def test_has_its_crash_explained_within_a_second(self):
         for start_service in (self.supervised_by_itself, self.supervised_by_another):
