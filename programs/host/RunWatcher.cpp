@@ -12,10 +12,11 @@ namespace qor::programs {
 
 namespace {
 
+/// For whoever is shown a notification: a terminal may be paused for a moment.
+constexpr std::chrono::seconds longestDelivery{30};
 constexpr const char* stoppedByOthers =
     "the engine stopped its run, but neither this host nor a command had asked for that: its process was "
-    "told to "
-    "end, or heard nothing from this host for 10 s (was this host stopped or suspended?)";
+    "asked to exit, or received nothing from this host for 10 s (was this host stopped or suspended?)";
 
 /// Whether the value is there, and of that type: an engine may send anything.
 bool holds(const tamb::IParametersCollectionInstance& values, const std::string& key, tamb::TambType type) {
@@ -45,12 +46,23 @@ void RunWatcher::OnNotification(std::shared_ptr<const tamb::INotificationMessage
     RunWatcher& watcher;
     const tamb::INotificationMessage& notification;
     ~Noting() { watcher.note(notification); }
-  } const noting{*this, *notification};
+  };
+  begin();
+  const Noting noting{*this, *notification};
   next_->OnNotification(notification);
+}
+
+void RunWatcher::begin() {
+  const std::lock_guard lock(mutex_);
+  ++underWay_;
+  lastChange_ = std::chrono::steady_clock::now();
 }
 
 void RunWatcher::note(const tamb::INotificationMessage& notification) {
   const std::lock_guard lock(mutex_);
+  --underWay_;
+  lastChange_ = std::chrono::steady_clock::now();
+  changed_.notify_all();
   if (last_) return;
   const std::string& line = notification.GetNotificationLine();
   const unsigned int id = notification.GetCommandId();
@@ -62,12 +74,17 @@ void RunWatcher::note(const tamb::INotificationMessage& notification) {
   if (line == "Finished") last_ = isSet(notification, "stopped") ? Last::Stopped : Last::Finished;
   if (line == "Failed") last_ = Last::Failed;
   if (line == "EngineDied") last_ = Last::EngineDied;
-  if (last_) ended_.notify_all();
 }
 
-std::optional<RunWatcher::End> RunWatcher::waitForEnd(std::chrono::milliseconds time, bool stopRequested) {
+std::optional<RunWatcher::End> RunWatcher::waitForEnd(std::chrono::milliseconds silence, bool stopRequested) {
   std::unique_lock lock(mutex_);
-  if (!ended_.wait_for(lock, time, [this] { return last_.has_value(); })) return std::nullopt;
+  const auto start = std::chrono::steady_clock::now();
+  while (!last_) {
+    const auto deadline =
+        underWay_ > 0 ? lastChange_ + longestDelivery : std::max(start, lastChange_) + silence;
+    if (std::chrono::steady_clock::now() >= deadline) return std::nullopt;
+    changed_.wait_until(lock, deadline);
+  }
   return endOf(*last_, stopRequested);
 }
 

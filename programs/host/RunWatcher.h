@@ -28,13 +28,15 @@ class RunWatcher : public tamb::INotificationCallback {
 
   /// "Finished", "Failed" and "EngineDied" end the run; the first one counts.
   void OnNotification(std::shared_ptr<const tamb::INotificationMessage> notification) override;
-  /// Blocks until the run has ended, at most for that time; none when it has not. `stopRequested` tells
-  /// whether this host has asked the engine to stop.
-  std::optional<End> waitForEnd(std::chrono::milliseconds time, bool stopRequested);
+  /// Blocks until the notification of the end has come. None once no notification has come, and none has been
+  /// under way to `next`, for that time: however many are still to be shown, the end is behind them. Whoever
+  /// is shown one has 30 s to take it. `stopRequested` is whether this host has asked the engine to stop.
+  std::optional<End> waitForEnd(std::chrono::milliseconds silence, bool stopRequested);
 
  private:
   enum class Last { Finished, Stopped, Failed, EngineDied };
 
+  void begin();
   void note(const tamb::INotificationMessage& notification);
   /// With the mutex held.
   End endOf(Last last, bool stopRequested) const;
@@ -42,7 +44,10 @@ class RunWatcher : public tamb::INotificationCallback {
   const std::shared_ptr<tamb::INotificationCallback> next_;
   const std::size_t commandCount_;
   std::mutex mutex_;
-  std::condition_variable ended_;
+  std::condition_variable changed_;
+  /// How many notifications are under way to `next_`, and when that changed.
+  int underWay_ = 0;
+  std::chrono::steady_clock::time_point lastChange_;
   std::optional<Last> last_;
   bool stoppedByCommand_ = false;
   std::size_t failedCommands_ = 0;

@@ -9,6 +9,7 @@
 #include "engines/sdk/LocalEngine.h"
 #include "hosting/EngineLibrary.h"
 #include "hosting/EngineRegistry.h"
+#include "hosting/TimeLimits.h"
 #include "programs/host/HeldErrors.h"
 #include "programs/host/Refusal.h"
 #include "runtime/console/Limits.h"
@@ -22,8 +23,9 @@ namespace qor::programs {
 
 namespace {
 
-/// The end of a run and its last notification travel by different channels.
-constexpr std::chrono::seconds timeForLastNotification{3};
+/// The last notification of a run, which is its end, leaves the engine's process ahead of the status that
+/// ends Run. When none comes for as long as hosts of a dead engine are served, its channel is lost.
+constexpr std::chrono::milliseconds channelIsLostAfter = hosting::shortestTakeover;
 constexpr unsigned int endMilliseconds = 5'000;
 
 }  // namespace
@@ -115,7 +117,9 @@ Outcome Session::run() {
     display_->say("tamb-host: the run failed: " + console::oneLine(reasonIn(error.what())));
   }
   const bool wasStopped = !mayRun(nullptr);
-  const auto end = watcher_->waitForEnd(timeForLastNotification, wasStopped);
+  // An engine of this process delivers within its run.
+  const auto silence = source_.isLocal ? std::chrono::milliseconds(0) : channelIsLostAfter;
+  const auto end = watcher_->waitForEnd(silence, wasStopped);
   if (end && !end->remark.empty()) display_->say("tamb-host: " + console::oneLine(end->remark));
   if (end) return end->outcome;
   // Not every engine reports that it was stopped.

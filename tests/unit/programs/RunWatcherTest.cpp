@@ -2,15 +2,19 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <functional>
+#include <future>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
 #include "programs/host/RunWatcher.h"
 #include "runtime/tamb/NotificationMessage.h"
 #include "tamb/IParametersCollection.h"
+#include "tests/support/Gate.h"
 
 namespace qor::programs {
 namespace {
@@ -23,10 +27,12 @@ using testing::IsEmpty;
 class SeenLines : public tamb::INotificationCallback {
  public:
   void OnNotification(std::shared_ptr<const tamb::INotificationMessage> notification) override {
+    if (onShow) onShow();
     lines.push_back(notification->GetNotificationLine());
     if (throws) throw std::runtime_error("cannot be shown");
   }
 
+  std::function<void()> onShow;
   std::vector<std::string> lines;
   bool throws = false;
 };
@@ -68,6 +74,24 @@ TEST_F(ARunWatcher, WaitsForTheEnd) {
   EXPECT_EQ(end().outcome, Outcome::Finished);
   EXPECT_THAT(end().remark, IsEmpty());
   EXPECT_THAT(seen_->lines, testing::ElementsAre("Progress", "Finished"));
+}
+
+TEST_F(ARunWatcher, WaitsForTheEndBehindWhatIsStillBeingShown) {
+  test::Gate gate;
+  seen_->onShow = [&] { gate.pass(); };
+  std::thread reception([&] {
+    notify("Progress");
+    notify("Finished");
+  });
+  ASSERT_TRUE(gate.waitUntilReached());
+  auto waiting =
+      std::async(std::launch::async, [&] { return watcher_.waitForEnd(milliseconds(200), false); });
+  EXPECT_EQ(waiting.wait_for(milliseconds(400)), std::future_status::timeout);
+  gate.open();
+  const auto end = waiting.get();
+  reception.join();
+  ASSERT_TRUE(end);
+  EXPECT_EQ(end->outcome, Outcome::Finished);
 }
 
 TEST_F(ARunWatcher, TakesTheFirstEnd) {
