@@ -19,11 +19,13 @@ struct DeadEngine {
   std::string cause;
 };
 
-/// Takes over the endpoints of an engine that died without disconnecting: publishes the end of its life and
-/// one notification with the cause, and answers every request with a failure that has the cause. Returns when
-/// the host has disconnected, has been silent for 10 s, or `shouldStop` returns true: that is called first
-/// when everything has been published, and about every 100 ms from then on. The sockets are closed within 2 s
-/// of that. Throws std::runtime_error when requests cannot be answered.
+/// Takes over the endpoints of an engine that died without disconnecting, and serves them as a living
+/// engine's process would: publishes one notification with the cause, publishes the end of the engine's life,
+/// and answers every request with a failure that has the cause. Returns when the host has disconnected, has
+/// been silent for 10 s, or `shouldStop` returns true: that is called first once the notification has been
+/// published, and about every 100 ms from then on, on this thread; hosts are served on others. The sockets
+/// are closed within 2 s of that. An endpoint that cannot be bound is logged, and the others are served.
+/// Throws std::system_error when no thread can be started.
 void takeOverEndpoints(const DeadEngine& engine, const std::function<bool()>& shouldStop);
 
 }  // namespace qor::hosting

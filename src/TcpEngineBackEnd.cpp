@@ -103,6 +103,17 @@ TcpEngineBackEnd::TcpEngineBackEnd(std::shared_ptr<tamb::IEngineFrontEnd> engine
                                    const SocketEndpoint& requestEndpoint,
                                    const SocketEndpoint& statusEndpoint, std::shared_ptr<IClock> clock)
     : MessageFormatter("TcpEngineBackEnd"), clock_(std::move(clock)), engine_(std::move(engine)) {
+  startThreads(requestEndpoint, statusEndpoint);
+}
+
+TcpEngineBackEnd::TcpEngineBackEnd(EngineDeath death, const SocketEndpoint& requestEndpoint,
+                                   const SocketEndpoint& statusEndpoint, std::shared_ptr<IClock> clock)
+    : MessageFormatter("TcpEngineBackEnd"), clock_(std::move(clock)), death_(std::move(death)) {
+  startThreads(requestEndpoint, statusEndpoint);
+}
+
+void TcpEngineBackEnd::startThreads(const SocketEndpoint& requestEndpoint,
+                                    const SocketEndpoint& statusEndpoint) {
   statusPublicationThread_ = std::make_shared<std::thread>(
       [this, statusEndpoint] { engineStatusPublicationThreadFunction(statusEndpoint); });
   try {
@@ -200,6 +211,8 @@ void TcpEngineBackEnd::sendReply(Socket& socket, proto::EngineBackEndReply_Reply
 }
 
 void TcpEngineBackEnd::dispatch(Socket& socket, const Request& request) {
+  const bool isTermination = request.has_type() && request.type() == Request::FrontEndTermination;
+  if (death_ && !isTermination) return sendReply(socket, Reply::Failure, "", death_->cause);
   // What could not be read has no type. It must not pass for the enumeration's default, which runs the
   // engine.
   if (!request.has_type()) return handleRequestError(socket);
@@ -275,6 +288,8 @@ void TcpEngineBackEnd::handleFrontEndTerminationRequest(Socket& socket) {
   noteFrontEndTermination();
 }
 
+void TcpEngineBackEnd::endWaitForFrontEndTermination() { noteFrontEndTermination(); }
+
 void TcpEngineBackEnd::noteFrontEndTermination() {
   const std::lock_guard lock(frontEndMutex_);
   frontEndTerminated_ = true;
@@ -298,18 +313,22 @@ void TcpEngineBackEnd::commandReceptionThreadFunction(const SocketEndpoint& endp
     return logError(
         formatMessage(std::string("commandListenThreadFunction: failed binding socket: ") + error.what()));
   }
-  if (!engine_) return logError("commandListenThreadFunction: Invalid engine, cannot proceed");
+  if (!isServing()) return logError("commandListenThreadFunction: Invalid engine, cannot proceed");
+  if (engine_) defineLogContext();
+  try {
+    receptionLoop(*socket);
+  } catch (const ZmqContextTerminationException& termination) {
+    logInfo(formatMessage(termination.what()));
+  }
+}
+
+void TcpEngineBackEnd::defineLogContext() const {
   try {
     tamb::DefineContextEngine_deprecated(engine_->GetWorkflowManagerId(), engine_->GetEngineId(), nullptr, {},
                                          {}, {}, {}, {});
   } catch (const std::exception& error) {
     // Requests are served without one as well.
     logError(formatMessage(std::string("commandListenThreadFunction: no log context: ") + error.what()));
-  }
-  try {
-    receptionLoop(*socket);
-  } catch (const ZmqContextTerminationException& termination) {
-    logInfo(formatMessage(termination.what()));
   }
 }
 
@@ -367,16 +386,17 @@ void TcpEngineBackEnd::publishStatuses(const SocketEndpoint& endpoint) {
     return logError(formatMessage(std::string("statusPublicationThreadFunction: failed binding socket: ") +
                                   error.what()));
   }
-  if (!engine_) return logError(formatMessage("statusPublicationThreadFunction: No engine"));
+  if (!isServing()) return logError(formatMessage("statusPublicationThreadFunction: No engine"));
+  const auto first = death_ ? EngineStatus::EndOfLife : EngineStatus::Idle;
   // A request may have been quicker, and the engine be running.
-  const bool isIdle = [this] {
+  const bool isFirst = [&] {
     const std::lock_guard lock(statusMutex_);
     if (engineStatus_ != EngineStatus::Undefined) return false;
-    engineStatus_ = EngineStatus::Idle;
+    engineStatus_ = first;
     ++statusChanges_;
     return true;
   }();
-  if (isIdle) logChangeTo(EngineStatus::Idle);
+  if (isFirst) logChangeTo(first);
   try {
     publicationLoop(*socket);
   } catch (const ZmqContextTerminationException& termination) {

@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -33,6 +34,11 @@ std::string ToString(EngineStatus status);
 /// The front end's bound on the encoding of a reply, in bytes. A longer error text is cut to what fits.
 inline constexpr unsigned int engineReplySizeBound = 8'192;
 
+/// How an engine's process died, in one line.
+struct EngineDeath {
+  std::string cause;
+};
+
 /// Makes a local engine controllable from another process: answers control requests on one socket, publishes
 /// the engine's status on another, runs the engine on a thread of its own, and tells the engine process when
 /// its controller has gone.
@@ -52,6 +58,11 @@ class TcpEngineBackEnd final : public utils::MessageFormatter {
   TcpEngineBackEnd(std::shared_ptr<tamb::IEngineFrontEnd> engine,
                    const socket::SocketEndpoint& requestEndpoint,
                    const socket::SocketEndpoint& statusEndpoint, std::shared_ptr<IClock> clock);
+  /// In place of an engine whose process has died: publishes EndOfLife, and answers every request but
+  /// FrontEndTermination with a Failure that has the cause.
+  TcpEngineBackEnd(EngineDeath death, const socket::SocketEndpoint& requestEndpoint,
+                   const socket::SocketEndpoint& statusEndpoint,
+                   std::shared_ptr<IClock> clock = SystemClock());
   /// Publishes EndOfLife and joins the threads. Waits for the engine's Run to return: the engine must have
   /// been asked to stop before.
   ~TcpEngineBackEnd();
@@ -60,10 +71,18 @@ class TcpEngineBackEnd final : public utils::MessageFormatter {
 
   /// Blocks until the front end has disconnected, or has been silent for 10 s. Any thread. Does not throw.
   void waitForFrontEndTermination();
+  /// Has waitForFrontEndTermination return, now and later. Any thread.
+  void endWaitForFrontEndTermination();
 
  private:
   using Request = proto::EngineFrontEndRequest;
   using Reply = proto::EngineBackEndReply;
+
+  /// A constructor's last step.
+  void startThreads(const socket::SocketEndpoint& requestEndpoint,
+                    const socket::SocketEndpoint& statusEndpoint);
+  /// Whether there is anything to serve for.
+  bool isServing() const { return engine_ || death_; }
 
   /// Waits until the status before has been published, if it still can be, at most 1 s. One change at a time.
   void changeEngineStatus(EngineStatus::EngineStatus status);
@@ -89,6 +108,7 @@ class TcpEngineBackEnd final : public utils::MessageFormatter {
 
   void engineRunThreadFunction();
   void commandReceptionThreadFunction(const socket::SocketEndpoint& endpoint);
+  void defineLogContext() const;
   void receptionLoop(socket::Socket& socket);
   void receiveAndDispatch(socket::Socket& socket, Request& request);
   void engineStatusPublicationThreadFunction(const socket::SocketEndpoint& endpoint);
@@ -100,6 +120,7 @@ class TcpEngineBackEnd final : public utils::MessageFormatter {
 
   const std::shared_ptr<IClock> clock_;
   const std::shared_ptr<tamb::IEngineFrontEnd> engine_;
+  const std::optional<EngineDeath> death_;
   std::shared_ptr<std::thread> commandReceptionThread_;
   std::atomic<bool> stopCommandReception_{false};
   Reply reply_;  ///< the reception thread's, used again and again

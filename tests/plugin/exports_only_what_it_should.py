@@ -15,6 +15,7 @@ BACK_ENDS = {
     "TcpEngineBackEnd": {
         (SHARED("tamb::IEngineFrontEnd"), ENDPOINT, ENDPOINT),
         (SHARED("tamb::IEngineFrontEnd"), ENDPOINT, ENDPOINT, SHARED("qor::multiprocess_communication::IClock")),
+        (f"{NAMESPACE}EngineDeath", ENDPOINT, ENDPOINT, SHARED("qor::multiprocess_communication::IClock")),
     },
     "TcpCommandProcessorBackEnd": {
         (SHARED("tamb::ICommandProcessorFrontEnd"), SHARED("tamb::ICommandProcessorBackEnd"), ENDPOINT),
