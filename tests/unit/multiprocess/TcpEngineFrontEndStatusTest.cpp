@@ -155,6 +155,7 @@ TEST_F(TcpEngineFrontEndFirstStatus, IsAwaitedForASecond) {
 
 TEST_F(TcpEngineFrontEndFirstStatus, IsAwaitedForASecondOnceMoreByARun) {
   BackgroundCall configuration(configuring());
+  ASSERT_TRUE(log_.waitFor("no heart"));
   pass(timeForIt);
   EXPECT_NO_THROW(configuration.get());
   BackgroundCall run([&] { frontEnd_->Run(); });
