@@ -79,7 +79,7 @@ exec '{os.environ["TAMB_ENGINE"]}' "$@"
             self.expect_exit(host, 130)
         # The one that hangs is given up after 25 s.
         self.expect_exit(hanging, 4, 60)
-        self.assertIn("did not say that it is ready within 25 s", hanging.errors())
+        self.assertIn("its process did not report within 25 s", hanging.errors())
 
     def test_counts_starts_that_are_under_way(self):
         service, endpoint, hanging = self.service_with_a_start_that_hangs("--maximum-engines", 1)
