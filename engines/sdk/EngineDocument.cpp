@@ -76,7 +76,8 @@ std::pair<Json, std::string> parseFor(const std::string& text, const std::vector
   if (engine == json.end()) {
     refuseDocument(fmt::format(R"(the object {} has no "engine"; {})", quoteJson(json), expected));
   }
-  if (!engine->is_string() || std::find(names.begin(), names.end(), *engine) == names.end()) {
+  if (!engine->is_string() ||
+      std::find(names.begin(), names.end(), engine->get_ref<const std::string&>()) == names.end()) {
     refuseDocument(fmt::format(R"("engine" is {}; {})", quoteJson(*engine), expected));
   }
   auto name = engine->get<std::string>();
