@@ -195,8 +195,8 @@ class Soak(FaultTest):
             self.call("stop", begin)
         self.await_end_of_run(fault, begin)
         if died:
-            number = int(LAST_SIGNALS[fault])
-            self.await_line(rf"^notification EngineDied 0 engine process \d+ died: signal {number} ", begin)
+            how = "was killed by signal 9: " if fault == "stop ignored" else f"died: signal {int(LAST_SIGNALS[fault])} "
+            self.await_line(rf"^notification EngineDied 0 engine process \d+ {how}", begin)
         self.call("destroy", begin)
         self.expect_order(begin, ticks, commands, whole=not died)
         self.assertEqual(sum(line.startswith("notification EngineDied ") for line in self.said_since(begin)), int(died),

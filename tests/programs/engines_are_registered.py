@@ -114,9 +114,8 @@ class Registry(ProgramsTest):
             self.assertIn("it is not an engine library", host.errors())
 
     def test_survives_a_library_that_dies_while_it_is_loaded(self):
-        # The engine's process has the schemas of the channels, and dies when the plug-in brings them once more.
-        folder = self.registry("bad", plugin={"name": "plugin", "library": os.environ["TAMB_MULTIPROCESS"]})
-        host = self.host(self.file("workflow.json", {"engine": {"engine": "plugin"}}), "--engines", folder)
+        folder = self.registry("bad", dying={"name": "dying", "library": os.environ["DYING_LIBRARY"]})
+        host = self.host(self.file("workflow.json", {"engine": {"engine": "dying"}}), "--engines", folder)
         self.expect_exit(host, 4)
         self.assertRegex(host.errors(), r"tamb-host: cannot start the engine: engine process \d+ died: signal 6 ")
 
