@@ -61,8 +61,8 @@ EngineChild::EngineChild(const std::string& name, const std::function<int(const 
     // Line by line, as to a terminal: what a process has printed when it dies is not to die in its buffer.
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
     // The messaging context goes with the statics: what is unsent still gets its time.
-    std::exit(
-        life(EngineReporter(std::move(reports.write))));  // NOLINT(concurrency-mt-unsafe): the last thread
+    const int code = life(EngineReporter(std::move(reports.write)));
+    std::exit(code);  // NOLINT(concurrency-mt-unsafe): the last thread
   }
   reports_ = LineReader(std::move(reports.read));
   output_ = LineReader(std::move(output.read));

@@ -50,7 +50,7 @@ std::string contentOf(const fs::path& file) {
 
 /// Throws std::runtime_error, beginning with the place, for a file that is not there.
 fs::path existing(const std::string& path, const fs::path& folder, const std::string& place) {
-  const auto file = (folder / path).lexically_normal();
+  auto file = (folder / path).lexically_normal();
   std::error_code error;
   if (!fs::is_regular_file(file, error)) {
     throw std::runtime_error(fmt::format("{}: {:?} cannot be found: {}", place, file.string(),
@@ -79,7 +79,7 @@ fs::path userFolder() {
     // One that is relative is invalid and counts as missing.
     return path.is_absolute() ? path : fs::path();
   };
-  if (const auto data = variable("XDG_DATA_HOME"); !data.empty()) return data;
+  if (auto data = variable("XDG_DATA_HOME"); !data.empty()) return data;
   const auto home = variable("HOME");
   return home.empty() ? home : home / ".local" / "share";
 }

@@ -12,7 +12,6 @@ namespace {
 
 // Members in the order in which they are set.
 using Json = nlohmann::ordered_json;
-using tamb::TambType;
 
 /// Where texts begin, in columns.
 constexpr std::size_t textColumn = 24;
