@@ -139,7 +139,7 @@ int runEngine(int argumentCount, char** arguments, const engines::IEngineFactory
   const std::string name =
       argumentCount > 0 ? std::filesystem::path(arguments[0]).filename().string() : "engine";
   // The caller's, which outlives this call.
-  const auto shared = std::shared_ptr<const engines::IEngineFactory>(&factory, [](const auto*) {});
+  auto shared = std::shared_ptr<const engines::IEngineFactory>(&factory, [](const auto*) {});
   return runEngine(
       argumentCount, arguments,
       EngineRunner{.name = name, .summary = factory.describe().summary, .choose = [&](const EngineOptions&) {

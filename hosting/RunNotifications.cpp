@@ -35,7 +35,7 @@ bool isStopped(const tamb::INotificationMessage& notification) {
 }
 
 std::optional<RunEnd> endIn(const tamb::INotificationMessage& notification) {
-  const std::string line = notification.GetNotificationLine();
+  const std::string& line = notification.GetNotificationLine();
   if (line == names::failed) return RunEnd{RunEnd::Kind::Failed, console::oneLine(reasonIn(notification))};
   if (line != names::finished) return std::nullopt;
   return RunEnd{.kind = isStopped(notification) ? RunEnd::Kind::Stopped : RunEnd::Kind::Finished};
