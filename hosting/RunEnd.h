@@ -35,7 +35,7 @@ constexpr std::string_view nameOf(RunEnd::Kind kind) {
   return runEndNames.at(static_cast<std::size_t>(kind));
 }
 
-/// None when there is no such kind.
+/// Empty for an unknown name.
 constexpr std::optional<RunEnd::Kind> runEndNamed(std::string_view name) {
   for (std::size_t i = 0; i < runEndNames.size(); ++i) {
     if (runEndNames[i] == name) return static_cast<RunEnd::Kind>(i);

@@ -75,7 +75,7 @@ install_packages() {
       "\"apt-get update && apt-get install --no-install-recommends $missing\" as root first"
   fi
   step "package lists" "${root[@]}" apt-get update
-  # Of a configuration file that was edited, the edited version stays.
+  # Keeps configuration files that were edited.
   # shellcheck disable=SC2086 # one word a package
   step "packages" "${root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y \
     -o Dpkg::Options::=--force-confdef -o Dpkg::Options::=--force-confold --no-install-recommends $missing

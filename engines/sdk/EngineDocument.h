@@ -17,8 +17,8 @@ namespace qor::engines {
 class DocumentValues {
  public:
   bool isGiven(const std::string& key) const;
-  /// Of a text, a location (its bytes, which need not be UTF-8) or a choice; empty when it is not given and
-  /// has no default. Holds no null characters.
+  /// The value of a text, a location (bytes, not necessarily UTF-8) or a choice; empty when it is not given
+  /// and has no default. Holds no null characters.
   const std::string& text(const std::string& key) const;
   bool flag(const std::string& key) const;
   std::uint64_t count(const std::string& key) const;

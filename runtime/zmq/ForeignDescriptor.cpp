@@ -25,6 +25,7 @@ base::FileDescriptor ForeignDescriptor::duplicate() const noexcept {
 
 void ForeignDescriptor::waitUntilClosed(std::chrono::milliseconds atMost) const noexcept {
   const auto deadline = std::chrono::steady_clock::now() + atMost;
+  // libzmq's I/O thread closes it, and reports the end before that: nothing marks the moment.
   while (isOpen() && std::chrono::steady_clock::now() < deadline) {
     std::this_thread::sleep_for(std::chrono::microseconds(50));
   }

@@ -12,7 +12,7 @@ from programs_support import TEST_ENGINES, Program, ProgramsTest, clip
 NOT_LOADED = 127
 # What a thread that is left without memory is ended by.
 ABORTED = -signal.SIGABRT
-# Of a host whose run ended without a word of the engine's about it.
+# The exit code of a host whose engine did not report how the run ended.
 UNREPORTED = 5
 
 # As the system, the language and libraries call it.
