@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 #include <variant>
 
@@ -27,9 +28,10 @@ std::string complaintAbout(const std::string& path) {
 }
 
 TEST(EngineLibrary, OffersItsFactory) {
-  const auto& factory = loadEngineLibrary(TAMB_TEST_ENGINE);
+  const std::filesystem::path library(TAMB_TEST_ENGINE);
+  const auto& factory = loadEngineLibrary(library);
   EXPECT_EQ(factory.describe().name, "still");
-  EXPECT_EQ(&loadEngineLibrary(TAMB_TEST_ENGINE), &factory);
+  EXPECT_EQ(&loadEngineLibrary(library), &factory);
 }
 
 TEST(EngineLibrary, MakesEnginesThatOutliveNothingButTheProcess) {
