@@ -56,7 +56,7 @@ class ThePlugin(unittest.TestCase):
         used = run("ninja", "-C", self.folder / "build", "-t", "deps")
         self.assertIn(str(self.folder / "prefix/include/tamb/IEngineFrontEnd.h"), used)
         self.assertEqual([line for line in used.splitlines() if UNWANTED_HEADERS.search(line)], [])
-        self.assertNotIn(str(SOURCE), used)
+        self.assertEqual([line for line in used.splitlines() if line.strip().startswith(f"{SOURCE}/")], [])
         # Every symbol is looked up at once.
         entry_point = ctypes.CDLL(str(plugin), mode=os.RTLD_NOW).RegisterAll
         entry_point.restype = None
