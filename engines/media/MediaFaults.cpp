@@ -1,5 +1,7 @@
 #include "engines/media/MediaFaults.h"
 
+#include "engines/sdk/NotificationNames.h"
+
 namespace qor::engines {
 
 namespace {
@@ -19,7 +21,7 @@ void MediaFaults::undecodable(std::optional<int> stream, double at, const std::s
   if (stream) {
     values.emplace_back("stream", std::int64_t{*stream});
   }
-  values.emplace_back("reason", reason);
+  values.emplace_back(names::reason, reason);
   if (counts_.decodeErrors == 0) {
     firstError_ = reason;
   }
@@ -27,7 +29,7 @@ void MediaFaults::undecodable(std::optional<int> stream, double at, const std::s
 }
 
 void MediaFaults::leftOut(int stream, const std::string& reason) {
-  tell(++streamsLeftOut_, "StreamLeftOut", 0, {{"stream", std::int64_t{stream}}, {"reason", reason}});
+  tell(++streamsLeftOut_, "StreamLeftOut", 0, {{"stream", std::int64_t{stream}}, {names::reason, reason}});
 }
 
 void MediaFaults::timeJumped(int stream, double at, double by) {

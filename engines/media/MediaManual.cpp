@@ -2,6 +2,8 @@
 
 #include <vector>
 
+#include "engines/sdk/NotificationNames.h"
+
 namespace qor::engines {
 
 namespace {
@@ -55,21 +57,21 @@ std::vector<ManualCommand> commands() {
 
 std::vector<ManualNotification> notifications() {
   const ManualValue stream{.name = "stream", .type = TambType::Int64, .summary = "The stream's number"};
-  const ManualValue reason{.name = "reason"};
+  const ManualValue reason{.name = names::reason};
   std::vector<ManualNotification> all{
       {.line = "Started",
        .summary = "The input and the output are open",
        .values = {{"streams", TambType::Uint64, "How many there are"},
                   {"streamN", TambType::UTF8String, "What each holds: stream0, stream1, ..."},
                   {"duration", TambType::Double, "Seconds; 0 if unknown"}}},
-      {.line = "Progress",
+      {.line = names::progress,
        .summary = "The position has passed a half second of media",
-       .values = {{"position", TambType::Double, "Seconds of media"},
-                  {"percentage", TambType::Double, "0 if the duration is unknown"},
-                  {"speed", TambType::Double, "Media time by elapsed time"}}},
-      {.line = "Loudness",
+       .values = {{names::position, TambType::Double, "Seconds of media"},
+                  {names::percentage, TambType::Double, "0 if the duration is unknown"},
+                  {names::speed, TambType::Double, "Media time by elapsed time"}}},
+      {.line = names::loudness,
        .summary = "The measurement has passed a second of media",
-       .values = {{"momentary", TambType::Double, "LUFS"}, {"integrated", TambType::Double, "LUFS"}}},
+       .values = {{names::momentary, TambType::Double, "LUFS"}, {"integrated", TambType::Double, "LUFS"}}},
       {.line = "DecodeError",
        .summary = "A part of a stream, or of the file, was skipped; up to 20",
        .values = {stream, reason}},
@@ -85,12 +87,12 @@ std::vector<ManualNotification> notifications() {
       {.line = "GapFilled",
        .summary = "A gap of the sound was filled with silence; up to 20",
        .values = {{"duration", TambType::Double, "Seconds"}}},
-      {.line = "Finished",
+      {.line = names::finished,
        .summary = "The run has ended and did not fail",
        .values = {{"videoFrames", TambType::Uint64, "Decoded frames"},
                   {"audioFrames", TambType::Uint64, "Decoded frames"},
                   {"duration", TambType::Double, "Seconds of media"},
-                  {"stopped", TambType::Bool, "Whether it was stopped"},
+                  {names::stopped, TambType::Bool, "Whether it was stopped"},
                   {"decodeErrors", TambType::Uint64, "How many parts were skipped"},
                   {"timeJumps", TambType::Uint64, "How many were corrected"},
                   {"filledGaps", TambType::Uint64, "How many were filled"},

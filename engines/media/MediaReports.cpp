@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstddef>
 
+#include "engines/sdk/NotificationNames.h"
+
 namespace qor::engines {
 
 namespace {
@@ -37,12 +39,14 @@ void MediaReports::progress(double position, Clock::duration paused) {
   const std::chrono::duration<double> elapsed = Clock::now() - start_ - paused;
   const double percentage = duration_ > 0 ? std::min(position / duration_ * 100, 100.0) : 0.0;
   const double speed = elapsed.count() > 0 ? position / elapsed.count() : 0.0;
-  notifications_.publish("Progress", position,
-                         {{"position", position}, {"percentage", percentage}, {"speed", speed}});
+  notifications_.publish(
+      names::progress, position,
+      {{names::position, position}, {names::percentage, percentage}, {names::speed, speed}});
 }
 
 void MediaReports::loudness(double position, double momentary, double integrated) const {
-  notifications_.publish("Loudness", position, {{"momentary", momentary}, {"integrated", integrated}});
+  notifications_.publish(names::loudness, position,
+                         {{names::momentary, momentary}, {"integrated", integrated}});
 }
 
 void MediaReports::fault(const std::string& line, double position, const NotificationValues& values) const {
@@ -53,18 +57,18 @@ void MediaReports::finished(const MediaResult& result) const {
   NotificationValues values{{"videoFrames", result.videoFrames},
                             {"audioFrames", result.audioFrames},
                             {"duration", result.duration},
-                            {"stopped", result.stopped},
+                            {names::stopped, result.stopped},
                             {"decodeErrors", result.faults.decodeErrors},
                             {"timeJumps", result.faults.timeJumps},
                             {"filledGaps", result.faults.filledGaps}};
   if (result.integrated) {
     values.emplace_back("integrated", *result.integrated);
   }
-  notifications_.publish("Finished", result.duration, values);
+  notifications_.publish(names::finished, result.duration, values);
 }
 
 void MediaReports::failed(double position, const std::string& reason) const {
-  notifications_.publishError("Failed", position, {{"reason", reason}});
+  notifications_.publishError(names::failed, position, {{names::reason, reason}});
 }
 
 }  // namespace qor::engines

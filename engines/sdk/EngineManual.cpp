@@ -6,6 +6,8 @@
 #include <nlohmann/json.hpp>
 #include <variant>
 
+#include "engines/sdk/NotificationNames.h"
+
 namespace qor::engines {
 
 namespace {
@@ -130,17 +132,18 @@ void appendValues(Page& page, const std::vector<ManualValue>& values) {
 }  // namespace
 
 std::vector<ManualNotification> commonNotifications() {
-  const std::vector<ManualValue> answer{{.name = "command", .summary = "The command's name"},
-                                        {.name = "reason", .summary = "Why it failed; empty if it did not"}};
+  const std::vector<ManualValue> answer{
+      {.name = names::command, .summary = "The command's name"},
+      {.name = names::reason, .summary = "Why it failed; empty if it did not"}};
   return {
-      {.line = "CommandDone", .summary = "The command of this id was executed", .values = answer},
-      {.line = "CommandFailed",
+      {.line = names::commandDone, .summary = "The command of this id was executed", .values = answer},
+      {.line = names::commandFailed,
        .summary = "The command of this id was not executed",
        .values = answer,
        .isAnError = true},
-      {.line = "Failed",
+      {.line = names::failed,
        .summary = "The run has failed or was abandoned",
-       .values = {{.name = "reason"}},
+       .values = {{.name = names::reason}},
        .isAnError = true},
   };
 }

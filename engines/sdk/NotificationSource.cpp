@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "engines/sdk/NotificationNames.h"
 #include "runtime/tamb/CurrentException.h"
 #include "runtime/tamb/WriteLogRecord.h"
 
@@ -42,7 +43,7 @@ StepNotifications NotificationSource::notifications() const {
 void NotificationSource::publishFailure(const std::string& reason) const {
   if (*failurePublished_) return;
   try {
-    notifications().publishError("Failed", 0, {{"reason", reason}});
+    notifications().publishError(names::failed, 0, {{names::reason, reason}});
   } catch (...) {
     tamb::WriteLogRecord(
         tamb::LogLevel::Error,

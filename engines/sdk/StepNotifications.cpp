@@ -5,6 +5,7 @@
 #include <string_view>
 #include <type_traits>
 
+#include "engines/sdk/NotificationNames.h"
 #include "runtime/base/Utf8.h"
 #include "runtime/tamb/NotificationMessage.h"
 #include "tamb/LogContext.h"
@@ -75,16 +76,16 @@ void StepNotifications::publishBatch(
 }
 
 void StepNotifications::commandDone(const tamb::ICommandMessage& command, double seconds) const {
-  push(compose("CommandDone", seconds,
-               {{"command", cut(command.GetCommandName())}, {"reason", std::string()}},
+  push(compose(names::commandDone, seconds,
+               {{names::command, cut(command.GetCommandName())}, {names::reason, std::string()}},
                command.GetCommandId(), false));
 }
 
 void StepNotifications::commandFailed(const tamb::ICommandMessage& command, double seconds,
                                       const std::string& reason) const {
-  push(compose("CommandFailed", seconds,
-               {{"command", cut(command.GetCommandName())}, {"reason", cut(reason)}}, command.GetCommandId(),
-               true));
+  push(compose(names::commandFailed, seconds,
+               {{names::command, cut(command.GetCommandName())}, {names::reason, cut(reason)}},
+               command.GetCommandId(), true));
 }
 
 std::shared_ptr<const tamb::INotificationMessage> StepNotifications::compose(const std::string& line,
@@ -106,7 +107,7 @@ std::shared_ptr<const tamb::INotificationMessage> StepNotifications::compose(con
 }
 
 void StepNotifications::push(std::shared_ptr<const tamb::INotificationMessage> notification) const {
-  const bool isFailure = notification->GetNotificationLine() == "Failed";
+  const bool isFailure = notification->GetNotificationLine() == names::failed;
   if (hub_) {
     hub_->PushNotification(std::move(notification));
   }

@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <string_view>
 
+#include "engines/sdk/NotificationNames.h"
 #include "runtime/base/Utf8.h"
 #include "runtime/console/ErrorStream.h"
 #include "runtime/tamb/EscapedText.h"
@@ -18,6 +19,7 @@ namespace qor::programs {
 namespace {
 
 using nlohmann::json;
+namespace names = engines::names;
 using tamb::TambType;
 
 constexpr int barWidth = 40;
@@ -112,23 +114,23 @@ void Display::OnNotification(std::shared_ptr<const tamb::INotificationMessage> n
 
 void Display::showBar(const tamb::INotificationMessage& notification) {
   const json values = valuesOf(notification);
-  if (notification.GetNotificationLine() == "Loudness") {
-    loudness_ = numberIn(values, "momentary");
+  if (notification.GetNotificationLine() == names::loudness) {
+    loudness_ = numberIn(values, names::momentary);
     hasLoudness_ = true;
     return;
   }
-  if (notification.GetNotificationLine() != "Progress") {
+  if (notification.GetNotificationLine() != names::progress) {
     endBar();
     std::cout << lineOf(notification) << std::endl;
     return;
   }
-  const double number = numberIn(values, "percentage");
+  const double number = numberIn(values, names::percentage);
   const double percentage = std::isfinite(number) ? std::clamp(number, 0.0, 100.0) : 0;
   const auto filled = static_cast<int>(std::lround(percentage / 100 * barWidth));
   std::cout << '\r'
             << fmt::format("[{:<{}}] {:3.0f} %  {:.1f} s  {:.1f}x",
                            std::string(static_cast<std::size_t>(filled), '#'), barWidth, percentage,
-                           numberIn(values, "position"), numberIn(values, "speed"));
+                           numberIn(values, names::position), numberIn(values, names::speed));
   if (hasLoudness_) std::cout << fmt::format("  {:.1f} LUFS", loudness_);
   std::cout << "   " << std::flush;
   barShows_ = true;

@@ -5,12 +5,15 @@
 #include <algorithm>
 #include <utility>
 
+#include "engines/sdk/NotificationNames.h"
 #include "tamb/INotificationMessage.h"
 #include "tamb/IParametersCollection.h"
 
 namespace qor::programs {
 
 namespace {
+
+namespace names = engines::names;
 
 /// For whoever is shown a notification: a terminal may be paused for a moment.
 constexpr std::chrono::seconds longestDelivery{30};
@@ -66,14 +69,14 @@ void RunWatcher::note(const tamb::INotificationMessage& notification) {
   if (last_) return;
   const std::string& line = notification.GetNotificationLine();
   const unsigned int id = notification.GetCommandId();
-  if (line == "CommandDone" && textIn(notification, "command") == "Stop") stoppedByCommand_ = true;
-  if (line == "CommandFailed" && id >= 1 && id <= commandCount_ && ++failedCommands_ == 1) {
-    firstFailure_ = fmt::format("command {} (\"{}\"): {}", id, textIn(notification, "command"),
-                                textIn(notification, "reason"));
+  if (line == names::commandDone && textIn(notification, names::command) == "Stop") stoppedByCommand_ = true;
+  if (line == names::commandFailed && id >= 1 && id <= commandCount_ && ++failedCommands_ == 1) {
+    firstFailure_ = fmt::format("command {} (\"{}\"): {}", id, textIn(notification, names::command),
+                                textIn(notification, names::reason));
   }
-  if (line == "Finished") last_ = isSet(notification, "stopped") ? Last::Stopped : Last::Finished;
-  if (line == "Failed") last_ = Last::Failed;
-  if (line == "EngineDied") last_ = Last::EngineDied;
+  if (line == names::finished) last_ = isSet(notification, names::stopped) ? Last::Stopped : Last::Finished;
+  if (line == names::failed) last_ = Last::Failed;
+  if (line == names::engineDied) last_ = Last::EngineDied;
 }
 
 std::optional<RunWatcher::End> RunWatcher::waitForEnd(std::chrono::milliseconds silence, bool stopRequested) {
