@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "qor/socket/Socket.h"
 #include "runtime/processes/Cores.h"
 
 namespace qor::hosting {
@@ -21,12 +22,12 @@ using socket::SocketEndpoint;
 /// As many bytes of the standard input as --id-length names.
 std::string readWorkflowManagerId(std::size_t length) {
   // Longer than any that a submission can carry.
-  constexpr std::size_t longest = 65'536;
+  constexpr std::size_t longest = socket::Socket::maximumMessageSize;
   std::string id(std::min(length, longest), '\0');
   std::cin.read(id.data(), static_cast<std::streamsize>(id.size()));
   if (length > longest || static_cast<std::size_t>(std::cin.gcount()) != length) {
-    throw std::runtime_error("--id-length " + std::to_string(length) +
-                             ": expected an id of so many bytes, 65536 at most, on the standard input");
+    throw std::runtime_error("--id-length " + std::to_string(length) + ": expected an id of so many bytes, " +
+                             std::to_string(longest) + " at most, on the standard input");
   }
   return id;
 }

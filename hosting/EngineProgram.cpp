@@ -13,13 +13,15 @@
 
 #include "runtime/base/FileDescriptor.h"
 #include "runtime/console/LogLine.h"
-#include "runtime/processes/Pipe.h"
+#include "runtime/processes/ChildProcess.h"
 
 namespace qor::hosting {
 
 namespace {
 
-constexpr int reportDescriptor = 3;
+/// Where an engine program reports: the first one behind the standard streams, as for each child that
+/// reports.
+constexpr int reportDescriptor = processes::ChildProcess::lineDescriptor;
 
 /// A file without a name: unlike a pipe, it takes any text at once.
 base::FileDescriptor fileWith(const std::string& text) {

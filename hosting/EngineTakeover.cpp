@@ -1,6 +1,5 @@
 #include "hosting/EngineTakeover.h"
 
-#include <chrono>
 #include <exception>
 #include <future>
 #include <optional>
@@ -9,6 +8,7 @@
 #include "TcpEngineBackEnd.h"
 #include "TcpNotificationHubBackEnd.h"
 #include "hosting/RunNotifications.h"
+#include "hosting/TimeLimits.h"
 #include "qor/utils/Log.h"
 
 namespace qor::hosting {
@@ -18,8 +18,6 @@ namespace {
 using multiprocess_communication::EngineDeath;
 using multiprocess_communication::TcpEngineBackEnd;
 using multiprocess_communication::TcpNotificationHubBackEnd;
-
-constexpr std::chrono::milliseconds lookInterval{100};
 
 /// Empty when it cannot be opened, which is logged: hosts are answered all the same.
 void publishDeath(std::optional<TcpNotificationHubBackEnd>& hub, const DeadEngine& engine) {

@@ -33,6 +33,9 @@ inline constexpr std::chrono::seconds longestFreeze{10};
 /// How long hosts are answered for a dead engine, even when the process that does so is asked to exit.
 inline constexpr std::chrono::seconds shortestTakeover{2};
 
+/// How often a wait that several conditions can end looks at those that cannot wake it.
+inline constexpr std::chrono::milliseconds lookInterval{100};
+
 /// How many lines of its log a dead engine's cause ends in, and the length of each in bytes.
 inline constexpr std::size_t keptLogLines = 5;
 inline constexpr std::size_t longestLogLine = 300;

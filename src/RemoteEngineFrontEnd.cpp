@@ -1,8 +1,8 @@
 #include "RemoteEngineFrontEnd.h"
 
-#include <cstdint>
 #include <utility>
 
+#include "SubmissionVersion.h"
 #include "qor/proto/ApiService.pb.h"
 #include "qor/utils/Log.h"
 
@@ -16,7 +16,6 @@ using socket::SocketEndpoint;
 constexpr const char* source = "src/RemoteEngineFrontEnd";
 constexpr const char* serviceEndpointKey = "QorServiceEndpoint";
 constexpr const char* transportKey = "CommunicationTransport";
-constexpr std::int32_t submissionVersion = 2;
 constexpr unsigned int replySizeBound = 65'536;
 
 namespace ReportLine {

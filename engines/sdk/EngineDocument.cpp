@@ -20,8 +20,6 @@ namespace {
 using Json = nlohmann::json;
 
 constexpr std::size_t longestQuotation = 60;
-/// Objects and arrays in each other. A description needs two; quoting takes stack for each.
-constexpr int deepestNesting = 32;
 
 constexpr std::string_view expectedObject = R"(an object such as {"engine": "media", "input": "FILE"})";
 constexpr const char* engineKey = "engine";

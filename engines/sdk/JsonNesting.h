@@ -39,6 +39,10 @@ class JsonNesting : public nlohmann::json_sax<nlohmann::json> {
   int depth_ = 0;
 };
 
+/// How deep what people write may be nested: a workflow or a description needs three levels, and quoting what
+/// is wrong takes stack for each.
+inline constexpr int deepestNesting = 32;
+
 /// Whether objects and arrays are nested more than `deepest` levels deep, before the first error in the text
 /// if there is one. Takes time in proportion to the text: a parser with a callback, which could refuse such a
 /// text too, searches the whole enclosing list at the end of each object in it. Any thread.

@@ -26,7 +26,8 @@ namespace {
 /// The last notification of a run, which is its end, leaves the engine's process ahead of the status that
 /// ends Run. When none comes for as long as hosts of a dead engine are served, its channel is lost.
 constexpr std::chrono::milliseconds channelIsLostAfter = hosting::shortestTakeover;
-constexpr unsigned int endMilliseconds = 5'000;
+constexpr auto endMilliseconds =
+    static_cast<unsigned int>(std::chrono::milliseconds(hosting::engineStopsWithin).count());
 
 }  // namespace
 

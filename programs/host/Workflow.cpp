@@ -28,7 +28,6 @@ using nlohmann::json;
 constexpr std::uint32_t ticksPerSecond = 1'000'000;
 /// What can be counted in such ticks without rounding: 285 years.
 constexpr double latestCommand = 9e9;
-constexpr int deepestNesting = 32;
 
 /// What is quoted may hold anything, and be of any length.
 std::runtime_error wrong(const std::string& where, const std::string& what) {
@@ -87,8 +86,8 @@ std::string withoutTag(const std::string& text) {
 /// What is nested deeper is no workflow, and could not be quoted: that takes a stack as deep.
 json parsed(std::istream& in, const std::string& name) {
   const std::string text(std::istreambuf_iterator<char>(in), {});
-  if (engines::isNestedDeeper(text, deepestNesting)) {
-    throw wrong(name, fmt::format("is nested deeper than {} levels", deepestNesting));
+  if (engines::isNestedDeeper(text, engines::deepestNesting)) {
+    throw wrong(name, fmt::format("is nested deeper than {} levels", engines::deepestNesting));
   }
   try {
     return json::parse(text);

@@ -25,7 +25,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::milliseconds lookInterval{100};
 constexpr std::size_t longestQuotation = 200;
 
 /// An engine has one host: another reader could hold that up, or take what was kept for it. The host itself
@@ -56,7 +55,7 @@ std::optional<std::string> firstLineOf(ChildProcess& process, const std::functio
   const auto deadline = Clock::now() + hosting::supervisorReadyWithin;
   std::optional<std::string> line;
   while (!line && !process.reap() && Clock::now() < deadline && !shouldStop()) {
-    line = process.readLine(lookInterval);
+    line = process.readLine(hosting::lookInterval);
   }
   return line ? line : process.readLine(std::chrono::milliseconds(0));
 }

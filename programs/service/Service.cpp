@@ -1,12 +1,14 @@
 #include "programs/service/Service.h"
 
-#include <chrono>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <utility>
 
+#include "SubmissionVersion.h"
+#include "hosting/TimeLimits.h"
 #include "qor/proto/ApiService.pb.h"
+#include "qor/socket/Socket.h"
 #include "qor/utils/Log.h"
 #include "runtime/console/OneLine.h"
 
@@ -15,11 +17,7 @@ namespace qor::programs {
 namespace {
 
 namespace api = qor::proto::api_service;
-
-constexpr std::chrono::milliseconds pollInterval{100};
-constexpr unsigned int requestSizeBound = 65'536;
-/// The version of the exchange with hosts.
-constexpr std::int32_t submissionVersion = 2;
+using multiprocess_communication::submissionVersion;
 
 const api::EngineSubmission& submissionIn(const api::ApiToServiceRequest& request) {
   if (request.kind() != api::ApiToServiceRequest::ENGINE_SUBMISSION) {
@@ -90,7 +88,7 @@ void Service::serve(const std::function<bool()>& shouldStop) {
 
 void Service::takeSubmission() {
   api::ApiToServiceRequest message;
-  auto request = socket_.receive(pollInterval, message, requestSizeBound);
+  auto request = socket_.receive(hosting::lookInterval, message, socket::Socket::maximumMessageSize);
   if (!request) return;
   try {
     const auto& submission = submissionIn(message);
