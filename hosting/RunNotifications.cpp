@@ -86,7 +86,7 @@ void RunNotifications::PushNotifications(
     if (each && !end) end = endIn(*each);
   }
   hub_->PushNotifications(std::move(notifications));
-  const std::lock_guard lock(mutex_);
+  const base::Lock lock(mutex_);
   if (!end_) end_ = end;
 }
 
@@ -95,7 +95,7 @@ void RunNotifications::PushNotification(std::shared_ptr<const tamb::INotificatio
 }
 
 void RunNotifications::beginRun() {
-  const std::lock_guard lock(mutex_);
+  const base::Lock lock(mutex_);
   end_.reset();
 }
 
@@ -115,13 +115,13 @@ void RunNotifications::publish(const RunEnd& end) {
     utils::logError("The run has " + std::string(nameOf(end.kind)) +
                     (end.reason.empty() ? "" : " (" + end.reason + ")") +
                     ", which cannot be published: " + error.what());
-    const std::lock_guard lock(mutex_);
+    const base::Lock lock(mutex_);
     if (!end_) end_ = end;
   }
 }
 
 std::optional<RunEnd> RunNotifications::published() const {
-  const std::lock_guard lock(mutex_);
+  const base::Lock lock(mutex_);
   return end_;
 }
 

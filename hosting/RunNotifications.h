@@ -1,12 +1,12 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "hosting/RunEnd.h"
+#include "runtime/base/Mutex.h"
 #include "tamb/INotificationHub.h"
 
 namespace qor::hosting {
@@ -40,9 +40,9 @@ class RunNotifications final : public tamb::INotificationHubBackEnd {
   const std::shared_ptr<tamb::INotificationHubBackEnd> hub_;
   const std::string workflowManagerId_;
   const unsigned int engineId_;
-  mutable std::mutex mutex_;
+  mutable base::Mutex mutex_;
   /// The first one of the run that was published.
-  std::optional<RunEnd> end_;
+  std::optional<RunEnd> end_ QOR_GUARDED_BY(mutex_);
 };
 
 /// The notification that an engine's run ended so. Any thread.

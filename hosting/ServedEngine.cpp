@@ -36,7 +36,7 @@ void ServedEngine::RequestStop() {
 void ServedEngine::leave(const std::string& reason) {
   if (!stopWasRequested_) {
     {
-      const std::lock_guard lock(mutex_);
+      const base::Lock lock(mutex_);
       abandonReason_ = reason;
     }
     abandon(engine(), reason);
@@ -46,7 +46,7 @@ void ServedEngine::leave(const std::string& reason) {
 
 RunEnd ServedEngine::defaultEnd() const {
   if (stopWasRequested_) return {.kind = RunEnd::Kind::Stopped};
-  const std::lock_guard lock(mutex_);
+  const base::Lock lock(mutex_);
   if (abandonReason_) return {RunEnd::Kind::Failed, *abandonReason_};
   return {.kind = RunEnd::Kind::Finished};
 }

@@ -3,7 +3,6 @@
 #include <atomic>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
@@ -11,6 +10,7 @@
 #include "hosting/EngineReport.h"
 #include "hosting/ForwardingEngine.h"
 #include "hosting/RunNotifications.h"
+#include "runtime/base/Mutex.h"
 
 namespace qor::hosting {
 
@@ -47,8 +47,8 @@ class ServedEngine final : public ForwardingEngine {
   const Report report_;
   const std::atomic<bool>& processIsEnding_;
   std::atomic<bool> stopWasRequested_{false};
-  mutable std::mutex mutex_;
-  std::optional<std::string> abandonReason_;
+  mutable base::Mutex mutex_;
+  std::optional<std::string> abandonReason_ QOR_GUARDED_BY(mutex_);
 };
 
 /// Abandons the run of an engine that can be abandoned; see engines::IAbandonable.

@@ -49,43 +49,43 @@ EngineBase::~EngineBase() {
 }
 
 void EngineBase::SetInitConfig(std::shared_ptr<const tamb::IParametersCollectionInstance> config) {
-  const std::lock_guard lock(mutex_);
+  const base::Lock lock(mutex_);
   config_ = std::move(config);
 }
 
 void EngineBase::AddInputEndpoint(std::string name, std::shared_ptr<tamb::IInputEndpoint> endpoint) {
-  const std::lock_guard lock(mutex_);
+  const base::Lock lock(mutex_);
   inputs_[std::move(name)] = std::move(endpoint);
 }
 
 void EngineBase::AddOutputEndpoint(std::string name, std::shared_ptr<tamb::IOutputEndpoint> endpoint) {
-  const std::lock_guard lock(mutex_);
+  const base::Lock lock(mutex_);
   outputs_[std::move(name)] = std::move(endpoint);
 }
 
 void EngineBase::AddAllocator(std::string name, std::shared_ptr<tamb::IMemoryBlockAllocator> allocator) {
-  const std::lock_guard lock(mutex_);
+  const base::Lock lock(mutex_);
   allocators_[std::move(name)] = std::move(allocator);
 }
 
 void EngineBase::AddClock(std::string name, std::shared_ptr<tamb::IMediaClock> clock) {
-  const std::lock_guard lock(mutex_);
+  const base::Lock lock(mutex_);
   clocks_[std::move(name)] = std::move(clock);
 }
 
 void EngineBase::AddLogger(std::string name, std::shared_ptr<tamb::ILogger> logger) {
-  const std::lock_guard lock(mutex_);
+  const base::Lock lock(mutex_);
   loggers_[std::move(name)] = std::move(logger);
 }
 
 void EngineBase::AddBenchmarker(std::string name, void* benchmarker) {
-  const std::lock_guard lock(mutex_);
+  const base::Lock lock(mutex_);
   benchmarkers_[std::move(name)] = benchmarker;
 }
 
 void EngineBase::Run() {
   {
-    const std::lock_guard lock(mutex_);
+    const base::Lock lock(mutex_);
     if (status_ != EngineStatus::Idle) {
       throw TAMBRuntimeError(
           fmt::format("{}: Run is refused, since the engine {}; make a new engine to run again", name_,
@@ -98,7 +98,7 @@ void EngineBase::Run() {
                                          outputs_, allocators_, loggers_, benchmarkers_);
   }
   const auto leave = [this] {
-    const std::lock_guard lock(mutex_);
+    const base::Lock lock(mutex_);
     running_ = false;
     left_.notify_all();
   };
@@ -121,7 +121,7 @@ void EngineBase::Run() {
 
 void EngineBase::Ping(unsigned int timeout) {
   const auto idle = [this] {
-    const std::lock_guard lock(mutex_);
+    const base::Lock lock(mutex_);
     return !running_;
   };
   if (idle() || watch_.waitForBeat(std::chrono::milliseconds(timeout)) || idle()) {
@@ -135,8 +135,9 @@ void EngineBase::RequestStop() { watch_.requestStop(); }
 void EngineBase::Abandon(std::string reason) { watch_.abandon(std::move(reason)); }
 
 void EngineBase::WaitForStop(unsigned int timeout) {
-  std::unique_lock lock(mutex_);
-  if (!left_.wait_for(lock, std::chrono::milliseconds(timeout), [this] { return !running_; })) {
+  base::Lock lock(mutex_);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout);
+  if (!lock.waitUntil(left_, deadline, [this]() QOR_REQUIRES(mutex_) { return !running_; })) {
     throw TAMBRuntimeError(fmt::format("{}: it still runs after {} ms", name_, timeout));
   }
 }
@@ -154,24 +155,24 @@ void EngineBase::SetNotificationHubBackEnd(std::shared_ptr<tamb::INotificationHu
 }
 
 EngineStatus EngineBase::GetStatus() const {
-  const std::lock_guard lock(mutex_);
+  const base::Lock lock(mutex_);
   return status_;
 }
 
 std::string EngineBase::GetLastErrorMessage() const {
-  const std::lock_guard lock(mutex_);
+  const base::Lock lock(mutex_);
   return lastError_;
 }
 
 void EngineBase::requireNotRun(const std::string& what) const {
-  const std::lock_guard lock(mutex_);
+  const base::Lock lock(mutex_);
   if (status_ != EngineStatus::Idle) {
     throw TAMBRuntimeError(fmt::format("{}: {} comes too late: Run has been entered", name_, what));
   }
 }
 
 void EngineBase::conclude(EngineStatus status, const std::string& error) {
-  const std::lock_guard lock(mutex_);
+  const base::Lock lock(mutex_);
   status_ = status;
   lastError_ = error;
 }

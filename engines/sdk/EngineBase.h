@@ -3,7 +3,6 @@
 #include <condition_variable>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "engines/sdk/IAbandonable.h"
@@ -11,6 +10,7 @@
 #include "engines/sdk/RunWatch.h"
 #include "engines/sdk/StepControl.h"
 #include "engines/sdk/StepNotifications.h"
+#include "runtime/base/Mutex.h"
 #include "tamb/ICommandProcessor.h"
 #include "tamb/IEngineFrontEnd.h"
 
@@ -84,19 +84,19 @@ class EngineBase : public tamb::IEngineFrontEnd, public IAbandonable {
   const std::shared_ptr<NotificationSource> source_;
   RunWatch watch_;
 
-  mutable std::mutex mutex_;
+  mutable base::Mutex mutex_;
   std::condition_variable left_;
-  bool running_ = false;
-  tamb::EngineStatus status_ = tamb::EngineStatus::Idle;
-  std::string lastError_;
+  bool running_ QOR_GUARDED_BY(mutex_) = false;
+  tamb::EngineStatus status_ QOR_GUARDED_BY(mutex_) = tamb::EngineStatus::Idle;
+  std::string lastError_ QOR_GUARDED_BY(mutex_);
   // Kept for the log context, and because their givers may count on it; the document says what is read.
-  std::shared_ptr<const tamb::IParametersCollectionInstance> config_;
-  std::map<std::string, std::shared_ptr<tamb::IInputEndpoint>> inputs_;
-  std::map<std::string, std::shared_ptr<tamb::IOutputEndpoint>> outputs_;
-  std::map<std::string, std::shared_ptr<tamb::IMemoryBlockAllocator>> allocators_;
-  std::map<std::string, std::shared_ptr<tamb::IMediaClock>> clocks_;
-  std::map<std::string, std::shared_ptr<tamb::ILogger>> loggers_;
-  std::map<std::string, void*> benchmarkers_;
+  std::shared_ptr<const tamb::IParametersCollectionInstance> config_ QOR_GUARDED_BY(mutex_);
+  std::map<std::string, std::shared_ptr<tamb::IInputEndpoint>> inputs_ QOR_GUARDED_BY(mutex_);
+  std::map<std::string, std::shared_ptr<tamb::IOutputEndpoint>> outputs_ QOR_GUARDED_BY(mutex_);
+  std::map<std::string, std::shared_ptr<tamb::IMemoryBlockAllocator>> allocators_ QOR_GUARDED_BY(mutex_);
+  std::map<std::string, std::shared_ptr<tamb::IMediaClock>> clocks_ QOR_GUARDED_BY(mutex_);
+  std::map<std::string, std::shared_ptr<tamb::ILogger>> loggers_ QOR_GUARDED_BY(mutex_);
+  std::map<std::string, void*> benchmarkers_ QOR_GUARDED_BY(mutex_);
 };
 
 }  // namespace qor::engines

@@ -11,32 +11,32 @@ namespace qor::engines {
 NotificationSource::NotificationSource(std::string step) { origin_.stepId = std::move(step); }
 
 void NotificationSource::setHub(std::shared_ptr<tamb::INotificationHubBackEnd> hub) {
-  const std::lock_guard lock(mutex_);
+  const base::Lock lock(mutex_);
   hub_.swap(hub);  // The earlier one goes without the lock.
 }
 
 void NotificationSource::setWorkflowManagerId(std::string id) {
-  const std::lock_guard lock(mutex_);
+  const base::Lock lock(mutex_);
   origin_.workflowManagerId = std::move(id);
 }
 
 void NotificationSource::setEngineId(unsigned int id) {
-  const std::lock_guard lock(mutex_);
+  const base::Lock lock(mutex_);
   origin_.engineId = id;
 }
 
 std::string NotificationSource::workflowManagerId() const {
-  const std::lock_guard lock(mutex_);
+  const base::Lock lock(mutex_);
   return origin_.workflowManagerId;
 }
 
 unsigned int NotificationSource::engineId() const {
-  const std::lock_guard lock(mutex_);
+  const base::Lock lock(mutex_);
   return origin_.engineId;
 }
 
 StepNotifications NotificationSource::notifications() const {
-  const std::lock_guard lock(mutex_);
+  const base::Lock lock(mutex_);
   return {hub_, origin_, failurePublished_};
 }
 

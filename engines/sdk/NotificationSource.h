@@ -2,10 +2,10 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "engines/sdk/StepNotifications.h"
+#include "runtime/base/Mutex.h"
 #include "tamb/ICommandMessage.h"
 #include "tamb/INotificationHub.h"
 
@@ -30,9 +30,9 @@ class NotificationSource {
   void publishFailure(const std::string& reason) const;
 
  private:
-  mutable std::mutex mutex_;
-  NotificationOrigin origin_;
-  std::shared_ptr<tamb::INotificationHubBackEnd> hub_;
+  mutable base::Mutex mutex_;
+  NotificationOrigin origin_ QOR_GUARDED_BY(mutex_);
+  std::shared_ptr<tamb::INotificationHubBackEnd> hub_ QOR_GUARDED_BY(mutex_);
   const std::shared_ptr<std::atomic<bool>> failurePublished_ = std::make_shared<std::atomic<bool>>(false);
 };
 

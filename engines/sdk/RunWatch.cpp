@@ -5,13 +5,13 @@
 namespace qor::engines {
 
 void RunWatch::requestStop() {
-  const std::lock_guard lock(mutex_);
+  const base::Lock lock(mutex_);
   stopRequested_ = true;
   changed_.notify_all();
 }
 
 void RunWatch::abandon(std::string reason) {
-  const std::lock_guard lock(mutex_);
+  const base::Lock lock(mutex_);
   if (stopRequested_) return;
   abandonReason_ = std::move(reason);
   abandoned_ = true;
@@ -20,30 +20,30 @@ void RunWatch::abandon(std::string reason) {
 }
 
 std::string RunWatch::abandonReason() const {
-  const std::lock_guard lock(mutex_);
+  const base::Lock lock(mutex_);
   return abandonReason_;
 }
 
 void RunWatch::beat() {
   ++beats_;
   if (waiting_ > 0) {
-    const std::lock_guard lock(mutex_);
+    const base::Lock lock(mutex_);
     changed_.notify_all();
   }
 }
 
 bool RunWatch::waitForBeat(std::chrono::milliseconds timeout) {
-  std::unique_lock lock(mutex_);
+  base::Lock lock(mutex_);
   ++waiting_;
   const auto before = beats_.load();
-  const bool heard = changed_.wait_for(lock, timeout, [&] { return beats_ != before; });
+  const bool heard = lock.waitUntil(changed_, Clock::now() + timeout, [&] { return beats_ != before; });
   --waiting_;
   return heard;
 }
 
 void RunWatch::sleepUntil(Clock::time_point deadline) {
-  std::unique_lock lock(mutex_);
-  changed_.wait_until(lock, deadline, [this] { return stopRequested_.load(); });
+  base::Lock lock(mutex_);
+  lock.waitUntil(changed_, deadline, [this] { return stopRequested_.load(); });
 }
 
 }  // namespace qor::engines

@@ -4,9 +4,9 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <mutex>
 #include <string>
 
+#include "runtime/base/Mutex.h"
 namespace qor::engines {
 
 /// Between an engine's run and those who watch it: carries stop requests in, and signs of life out. Any
@@ -33,11 +33,11 @@ class RunWatch {
   void sleepUntil(Clock::time_point deadline);
 
  private:
-  mutable std::mutex mutex_;
+  mutable base::Mutex mutex_;
   std::condition_variable changed_;
   std::atomic<bool> stopRequested_{false};
   std::atomic<bool> abandoned_{false};
-  std::string abandonReason_;
+  std::string abandonReason_ QOR_GUARDED_BY(mutex_);
   std::atomic<std::uint64_t> beats_{0};
   std::atomic<int> waiting_{0};
 };

@@ -11,20 +11,20 @@ namespace qor::engines {
 StepControl::StepControl(std::string step) : step_(std::move(step)) {}
 
 StepControl::Serving::Serving(StepControl& control, Handler handler) : control_(control) {
-  const std::lock_guard lock(control_.mutex_);
+  const base::Lock lock(control_.mutex_);
   control_.thread_ = std::this_thread::get_id();
   control_.handler_ = std::move(handler);
 }
 
 StepControl::Serving::~Serving() {
-  const std::lock_guard lock(control_.mutex_);
+  const base::Lock lock(control_.mutex_);
   control_.thread_ = {};
   control_.handler_ = nullptr;
 }
 
 void StepControl::ExecuteCommand(const tamb::ICommandMessage& command) {
   {
-    const std::lock_guard lock(mutex_);
+    const base::Lock lock(mutex_);
     if (thread_ != std::this_thread::get_id()) {
       throw tamb::TAMBRuntimeError(
           fmt::format("Step {:?}: its commands are executed by the engine's run alone", step_));

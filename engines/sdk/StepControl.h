@@ -1,10 +1,10 @@
 #pragma once
 
 #include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
 
+#include "runtime/base/Mutex.h"
 #include "tamb/IBasicControl.h"
 
 namespace qor::engines {
@@ -34,8 +34,9 @@ class StepControl : public tamb::IBasicControl {
 
  private:
   const std::string step_;
-  std::mutex mutex_;
-  std::thread::id thread_;
+  base::Mutex mutex_;
+  std::thread::id thread_ QOR_GUARDED_BY(mutex_);
+  /// Changed with the mutex held, by the thread that has commands executed: that one reads it without.
   Handler handler_;
 };
 

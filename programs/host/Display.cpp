@@ -99,7 +99,7 @@ json jsonOf(const tamb::INotificationMessage& notification) {
 }  // namespace
 
 void Display::OnNotification(std::shared_ptr<const tamb::INotificationMessage> notification) {
-  const std::lock_guard lock(mutex_);
+  const base::TimedLock lock(mutex_);
   switch (style_) {
     case Style::Json:
       std::cout << printed(jsonOf(*notification)) << std::endl;
@@ -142,8 +142,9 @@ void Display::endBar() {
 }
 
 void Display::say(const std::string& text) {
-  const std::unique_lock lock(mutex_, timeForNotification);
-  if (lock) endBar();
+  if (!mutex_.tryLockFor(timeForNotification)) return console::writeErrorLine(text);
+  const base::TimedLock lock(mutex_, std::adopt_lock);
+  endBar();
   console::writeErrorLine(text);
 }
 

@@ -1,9 +1,9 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <string>
 
+#include "runtime/base/Mutex.h"
 #include "tamb/INotificationHub.h"
 
 namespace qor::programs {
@@ -30,14 +30,14 @@ class Display : public tamb::INotificationCallback {
   bool allWasWritten() const;
 
  private:
-  void showBar(const tamb::INotificationMessage& notification);
-  void endBar();
+  void showBar(const tamb::INotificationMessage& notification) QOR_REQUIRES(mutex_);
+  void endBar() QOR_REQUIRES(mutex_);
 
   const Style style_;
-  std::timed_mutex mutex_;
-  bool barShows_ = false;
-  double loudness_ = 0;
-  bool hasLoudness_ = false;
+  base::TimedMutex mutex_;
+  bool barShows_ QOR_GUARDED_BY(mutex_) = false;
+  double loudness_ QOR_GUARDED_BY(mutex_) = 0;
+  bool hasLoudness_ QOR_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace qor::programs

@@ -1,9 +1,9 @@
 #include "programs/host/HeldErrors.h"
 
-#include <mutex>
 #include <utility>
 #include <vector>
 
+#include "runtime/base/Mutex.h"
 #include "runtime/tamb/CurrentLoggerWriter.h"
 #include "tamb/LogContext.h"
 
@@ -34,7 +34,7 @@ class HeldErrors::Writer : public tamb::ILoggerWriter {
              const std::string& source, const std::string& line, const std::string& function,
              const std::string& threadId, const std::string& time) override {
     if (level == tamb::LogLevel::Error && threadId == threadId_) {
-      const std::lock_guard lock(mutex_);
+      const base::Lock lock(mutex_);
       records_.push_back({level, message, context, source, line, function, threadId, time});
     } else if (next_) {
       next_->Write(level, message, context, source, line, function, threadId, time);
@@ -42,7 +42,7 @@ class HeldErrors::Writer : public tamb::ILoggerWriter {
   }
 
   void drop(const std::string& exceptionText) {
-    const std::lock_guard lock(mutex_);
+    const base::Lock lock(mutex_);
     std::erase_if(records_, [&](const Record& record) {
       return record.message == exceptionText || record.message.find(terminationFailure) != std::string::npos;
     });
@@ -50,7 +50,7 @@ class HeldErrors::Writer : public tamb::ILoggerWriter {
 
   void release() {
     tamb::SetCurrentLoggerWriter(next_);
-    const std::lock_guard lock(mutex_);
+    const base::Lock lock(mutex_);
     for (const Record& record : records_) {
       if (!next_) continue;
       next_->Write(record.level, record.message, record.context, record.source, record.line, record.function,
@@ -61,8 +61,8 @@ class HeldErrors::Writer : public tamb::ILoggerWriter {
  private:
   const std::shared_ptr<tamb::ILoggerWriter> next_;
   const std::string threadId_ = tamb::GetThreadId();
-  std::mutex mutex_;
-  std::vector<Record> records_;
+  base::Mutex mutex_;
+  std::vector<Record> records_ QOR_GUARDED_BY(mutex_);
 };
 
 HeldErrors::HeldErrors() : writer_(std::make_shared<Writer>(tamb::GetCurrentLoggerWriter())) {

@@ -56,13 +56,13 @@ void RunWatcher::OnNotification(std::shared_ptr<const tamb::INotificationMessage
 }
 
 void RunWatcher::begin() {
-  const std::lock_guard lock(mutex_);
+  const base::Lock lock(mutex_);
   ++underWay_;
   lastChange_ = std::chrono::steady_clock::now();
 }
 
 void RunWatcher::note(const tamb::INotificationMessage& notification) {
-  const std::lock_guard lock(mutex_);
+  const base::Lock lock(mutex_);
   --underWay_;
   lastChange_ = std::chrono::steady_clock::now();
   changed_.notify_all();
@@ -80,13 +80,13 @@ void RunWatcher::note(const tamb::INotificationMessage& notification) {
 }
 
 std::optional<RunWatcher::End> RunWatcher::waitForEnd(std::chrono::milliseconds silence, bool stopRequested) {
-  std::unique_lock lock(mutex_);
+  base::Lock lock(mutex_);
   const auto start = std::chrono::steady_clock::now();
   while (!last_) {
     const auto deadline =
         underWay_ > 0 ? lastChange_ + longestDelivery : std::max(start, lastChange_) + silence;
     if (std::chrono::steady_clock::now() >= deadline) return std::nullopt;
-    changed_.wait_until(lock, deadline);
+    lock.waitUntil(changed_, deadline);
   }
   return endOf(*last_, stopRequested);
 }

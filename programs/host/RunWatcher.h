@@ -4,11 +4,11 @@
 #include <condition_variable>
 #include <cstddef>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
 #include "programs/host/Outcome.h"
+#include "runtime/base/Mutex.h"
 #include "tamb/INotificationHub.h"
 
 namespace qor::programs {
@@ -38,20 +38,19 @@ class RunWatcher : public tamb::INotificationCallback {
 
   void begin();
   void note(const tamb::INotificationMessage& notification);
-  /// With the mutex held.
-  End endOf(Last last, bool stopRequested) const;
+  End endOf(Last last, bool stopRequested) const QOR_REQUIRES(mutex_);
 
   const std::shared_ptr<tamb::INotificationCallback> next_;
   const std::size_t commandCount_;
-  std::mutex mutex_;
+  base::Mutex mutex_;
   std::condition_variable changed_;
   /// How many notifications are under way to `next_`, and when that changed.
-  int underWay_ = 0;
-  std::chrono::steady_clock::time_point lastChange_;
-  std::optional<Last> last_;
-  bool stoppedByCommand_ = false;
-  std::size_t failedCommands_ = 0;
-  std::string firstFailure_;  ///< as in: command 3 ("FilterCommand"): the reason
+  int underWay_ QOR_GUARDED_BY(mutex_) = 0;
+  std::chrono::steady_clock::time_point lastChange_ QOR_GUARDED_BY(mutex_);
+  std::optional<Last> last_ QOR_GUARDED_BY(mutex_);
+  bool stoppedByCommand_ QOR_GUARDED_BY(mutex_) = false;
+  std::size_t failedCommands_ QOR_GUARDED_BY(mutex_) = 0;
+  std::string firstFailure_ QOR_GUARDED_BY(mutex_);  ///< as in: command 3 ("FilterCommand"): the reason
 };
 
 }  // namespace qor::programs

@@ -130,7 +130,7 @@ Outcome Session::run() {
 }
 
 bool Session::mayRun(const std::shared_ptr<tamb::IEngineFrontEnd>& engine) {
-  const std::lock_guard lock(mutex_);
+  const base::Lock lock(mutex_);
   runningEngine_ = engine;
   return !stopped_;
 }
@@ -138,7 +138,7 @@ bool Session::mayRun(const std::shared_ptr<tamb::IEngineFrontEnd>& engine) {
 void Session::abandon() {
   std::shared_ptr<tamb::IEngineFrontEnd> engine;
   {
-    const std::lock_guard lock(mutex_);
+    const base::Lock lock(mutex_);
     stopped_ = true;
     engine = runningEngine_;
   }
@@ -151,7 +151,7 @@ void Session::abandon() {
 void Session::stop() {
   std::shared_ptr<tamb::IEngineFrontEnd> engine;
   {
-    const std::lock_guard lock(mutex_);
+    const base::Lock lock(mutex_);
     stopped_ = true;
     engine = runningEngine_;
   }

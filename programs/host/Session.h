@@ -3,7 +3,6 @@
 #include <condition_variable>
 #include <filesystem>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -12,6 +11,7 @@
 #include "programs/host/Outcome.h"
 #include "programs/host/RunWatcher.h"
 #include "programs/host/Workflow.h"
+#include "runtime/base/Mutex.h"
 #include "tamb/ElementFactory.h"
 
 namespace qor::programs {
@@ -64,9 +64,9 @@ class Session {
   const EngineSource source_;
   const std::shared_ptr<Display> display_;
   const std::shared_ptr<RunWatcher> watcher_;
-  std::mutex mutex_;
-  bool stopped_ = false;
-  std::shared_ptr<tamb::IEngineFrontEnd> runningEngine_;  ///< whom stop() asks; guarded by the mutex
+  base::Mutex mutex_;
+  bool stopped_ QOR_GUARDED_BY(mutex_) = false;
+  std::shared_ptr<tamb::IEngineFrontEnd> runningEngine_ QOR_GUARDED_BY(mutex_);  ///< whom stop() asks
 };
 
 }  // namespace qor::programs

@@ -45,14 +45,50 @@ class QOR_THREAD_ANNOTATION(scoped_lockable) Lock {
   void wait(std::condition_variable& changed, Condition condition) {
     changed.wait(lock_, condition);
   }
+  /// Waits for one notification, or returns early without one.
+  void wait(std::condition_variable& changed) { changed.wait(lock_); }
+  /// Whether the condition holds.
   template <class Condition>
-  void waitUntil(std::condition_variable& changed, std::chrono::steady_clock::time_point deadline,
+  bool waitUntil(std::condition_variable& changed, std::chrono::steady_clock::time_point deadline,
                  Condition condition) {
-    changed.wait_until(lock_, deadline, condition);
+    return changed.wait_until(lock_, deadline, condition);
+  }
+  std::cv_status waitUntil(std::condition_variable& changed, std::chrono::steady_clock::time_point deadline) {
+    return changed.wait_until(lock_, deadline);
   }
 
  private:
   std::unique_lock<std::mutex> lock_;
+};
+
+/// A std::timed_mutex that the analysis knows.
+class QOR_THREAD_ANNOTATION(capability("mutex")) TimedMutex {
+ public:
+  void lock() QOR_THREAD_ANNOTATION(acquire_capability()) { mutex_.lock(); }
+  void unlock() QOR_THREAD_ANNOTATION(release_capability()) { mutex_.unlock(); }
+  /// Waits at most so long; false when somebody else still holds it then.
+  bool tryLockFor(std::chrono::milliseconds time) QOR_THREAD_ANNOTATION(try_acquire_capability(true)) {
+    return mutex_.try_lock_for(time);
+  }
+
+ private:
+  std::timed_mutex mutex_;
+};
+
+/// Holds such a mutex while it lives.
+class QOR_THREAD_ANNOTATION(scoped_lockable) TimedLock {
+ public:
+  explicit TimedLock(TimedMutex& mutex) QOR_THREAD_ANNOTATION(acquire_capability(mutex)) : mutex_(mutex) {
+    mutex_.lock();
+  }
+  /// Takes over a mutex that the caller has locked.
+  TimedLock(TimedMutex& mutex, std::adopt_lock_t /*adopt*/) QOR_REQUIRES(mutex) : mutex_(mutex) {}
+  ~TimedLock() QOR_THREAD_ANNOTATION(release_capability()) { mutex_.unlock(); }
+  TimedLock(const TimedLock&) = delete;
+  TimedLock& operator=(const TimedLock&) = delete;
+
+ private:
+  TimedMutex& mutex_;
 };
 
 }  // namespace qor::base

@@ -8,10 +8,10 @@
 
 #include <climits>
 #include <cstddef>
-#include <mutex>
 #include <string>
 
 #include "runtime/base/FileDescriptor.h"
+#include "runtime/base/Mutex.h"
 #include "runtime/console/LogLine.h"
 #include "runtime/tamb/EscapedText.h"
 #include "tamb/LogContext.h"
@@ -21,10 +21,10 @@ namespace qor::console {
 namespace {
 
 /// It needs no destruction, hence can be locked as long as the process lives.
-std::mutex mutex;
-std::size_t dropped = 0;
+base::Mutex mutex;
+std::size_t dropped QOR_GUARDED_BY(mutex) = 0;
 /// Whether the last line was written in part.
-bool isInLine = false;
+bool isInLine QOR_GUARDED_BY(mutex) = false;
 
 /// One way of writing to a stream that does not wait. For a terminal or a file, the stream is asked before
 /// each piece. A pipe may be shared: whoever asks may find it full a moment later, so that it is opened once
@@ -70,7 +70,7 @@ std::string_view writeSome(int descriptor, std::string_view text) {
   return text;
 }
 
-bool writeLine(std::string line) {
+bool writeLine(std::string line) QOR_REQUIRES(mutex) {
   if (isInLine) line.insert(line.begin(), '\n');
   line += '\n';
   const auto rest = writeSome(STDERR_FILENO, line);
@@ -78,7 +78,7 @@ bool writeLine(std::string line) {
   return rest.empty();
 }
 
-void writeCount() {
+void writeCount() QOR_REQUIRES(mutex) {
   if (dropped == 0) return;
   const std::string prefix = logPrefix("Warning", tamb::GetThreadId());
   if (writeLine(prefix + "(" + std::to_string(dropped) + " lines could not be written here)")) dropped = 0;
@@ -87,13 +87,13 @@ void writeCount() {
 }  // namespace
 
 void writeErrorLine(std::string_view line) {
-  const std::lock_guard lock(mutex);
+  const base::Lock lock(mutex);
   writeCount();
   if (dropped > 0 || !writeLine(tamb::EscapedText(line))) ++dropped;
 }
 
 void writeDroppedLines() {
-  const std::lock_guard lock(mutex);
+  const base::Lock lock(mutex);
   writeCount();
 }
 

@@ -2,9 +2,9 @@
 
 #include <fmt/format.h>
 
-#include <mutex>
 #include <utility>
 
+#include "runtime/base/Mutex.h"
 #include "runtime/console/OneLine.h"
 #include "runtime/tamb/EscapedText.h"
 #include "tamb/LogContext.h"
@@ -18,8 +18,8 @@ constexpr std::size_t longestId = 200;
 constexpr std::size_t widthBeforeOrigin = 8 + std::string_view("2026-03-01T12:34:56.789012Z ").size();
 
 struct Origin {
-  std::mutex mutex;
-  std::string text;
+  base::Mutex mutex;
+  std::string text QOR_GUARDED_BY(mutex);
 };
 
 /// Never destroyed: objects that go after main() has returned still log.
@@ -29,8 +29,9 @@ Origin& origin() {
 }
 
 std::string logOrigin() {
-  const std::lock_guard lock(origin().mutex);
-  return origin().text;
+  Origin& now = origin();
+  const base::Lock lock(now.mutex);
+  return now.text;
 }
 
 }  // namespace
@@ -41,8 +42,9 @@ std::string engineName(std::string_view workflowManagerId, std::uint32_t engineI
 }
 
 void setLogOrigin(std::string newOrigin) {
-  const std::lock_guard lock(origin().mutex);
-  origin().text = std::move(newOrigin);
+  Origin& now = origin();
+  const base::Lock lock(now.mutex);
+  now.text = std::move(newOrigin);
 }
 
 std::string logPrefix(std::string_view level, std::string_view thread) {

@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <memory>
-#include <mutex>
 #include <sstream>
 #include <string>
 #include <string_view>
 #include <utility>
 
+#include "runtime/base/Mutex.h"
 #include "runtime/console/ErrorStream.h"
 #include "runtime/console/LogLine.h"
 #include "runtime/tamb/ConsoleLoggerWriter.h"
@@ -26,7 +26,7 @@ class TerminalWriter : public tamb::ILoggerWriter {
              const std::string& threadId, const std::string& time) override {
     if (!isShown(level)) return;
     const std::string origin = logOriginWith(context);
-    const std::lock_guard lock(mutex_);
+    const base::Lock lock(mutex_);
     // Each of its lines by itself, so that each says where it comes from.
     std::string_view rest(message);
     rest = rest.substr(0, rest.find_last_not_of("\r\n") + 1);
@@ -38,10 +38,9 @@ class TerminalWriter : public tamb::ILoggerWriter {
   }
 
  private:
-  /// With the mutex held.
   void writeOne(tamb::LogLevel level, const std::string& message, const std::string& origin,
                 const std::string& source, const std::string& line, const std::string& function,
-                const std::string& threadId, const std::string& time) {
+                const std::string& threadId, const std::string& time) QOR_REQUIRES(mutex_) {
     text_.str({});
     writer_.Write(level, message, origin, source, line, function, threadId, time);
     std::string record = text_.str();
@@ -63,9 +62,9 @@ class TerminalWriter : public tamb::ILoggerWriter {
   }
 
   const Shown shown_;
-  std::mutex mutex_;
-  std::ostringstream text_;
-  tamb::ConsoleLoggerWriter writer_{text_};
+  base::Mutex mutex_;
+  std::ostringstream text_ QOR_GUARDED_BY(mutex_);
+  tamb::ConsoleLoggerWriter writer_ QOR_GUARDED_BY(mutex_){text_};
 };
 
 /// Lives as long as the process: whatever logs last must find it.

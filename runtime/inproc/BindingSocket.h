@@ -19,14 +19,14 @@ class BindingSocket : public InprocSocket {
   const std::string& endpoint() const final { return key_; }
 
  private:
-  void enter(Switchboard::Lock& /*lock*/, std::chrono::milliseconds /*timeOut*/) final {
+  void enter(base::Lock& /*lock*/, std::chrono::milliseconds /*timeOut*/) QOR_REQUIRES(networkMutex) final {
     network().bind(*this, key_);
     if (endpoint_.reservation()) port_ = endpoint_.reservation()->take();
   }
 
   const SocketEndpoint endpoint_;
   const std::string key_;
-  base::FileDescriptor port_;
+  base::FileDescriptor port_ QOR_GUARDED_BY(networkMutex);
 };
 
 }  // namespace qor::socket::inproc

@@ -21,21 +21,22 @@ class ConnectingSocket : public InprocSocket {
 
   const std::string& endpoint() const final { return key_; }
 
-  virtual bool isConnected() const = 0;
+  virtual bool isConnected() const QOR_REQUIRES(networkMutex) = 0;
   /// Makes a connection, unless the peer has a role that does not go with this one.
-  virtual void joinPeer(InprocSocket& peer) = 0;
+  virtual void joinPeer(InprocSocket& peer) QOR_REQUIRES(networkMutex) = 0;
   /// Ends the connection, which stands.
-  virtual void leavePeer() = 0;
+  virtual void leavePeer() QOR_REQUIRES(networkMutex) = 0;
   /// Takes bytes as the peer's next message; throws std::runtime_error when it waits for none.
-  virtual void deliver(std::string encoded) = 0;
+  virtual void deliver(std::string encoded) QOR_REQUIRES(networkMutex) = 0;
 
  protected:
-  void enter(Switchboard::Lock& /*lock*/, std::chrono::milliseconds /*timeOut*/) override {
+  void enter(base::Lock& /*lock*/, std::chrono::milliseconds /*timeOut*/)
+      QOR_REQUIRES(networkMutex) override {
     network().connect(*this);
   }
 
  private:
-  std::size_t peers() const final { return isConnected() ? 1 : 0; }
+  std::size_t peers() const QOR_REQUIRES(networkMutex) final { return isConnected() ? 1 : 0; }
 
   const std::string key_;
 };

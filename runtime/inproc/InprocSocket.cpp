@@ -8,7 +8,7 @@ namespace qor::socket::inproc {
 InprocSocket::InprocSocket(SocketLabel label) : network_(Switchboard::instance()), label_(std::move(label)) {}
 
 void InprocSocket::open(ClosePolicy::ClosePolicy closePolicy, std::chrono::milliseconds timeOut) {
-  auto lock = network_.lock();
+  base::Lock lock(networkMutex);
   closePolicy_ = closePolicy;
   connectTimeOut_ = timeOut;
   throwPlanned(Operation::Open);
@@ -24,7 +24,7 @@ void InprocSocket::open(ClosePolicy::ClosePolicy closePolicy, std::chrono::milli
 }
 
 int InprocSocket::poll(std::chrono::milliseconds timeOut, std::string& errorText) {
-  auto lock = network_.lock();
+  base::Lock lock(networkMutex);
   pollTimeOut_ = timeOut;
   if (const auto planned = network_.takePlanned(label_.name, Operation::Poll)) {
     if (planned->failure == Failure::ContextTermination) throw ZmqContextTerminationException(planned->text);
@@ -41,7 +41,7 @@ int InprocSocket::poll(std::chrono::milliseconds timeOut, std::string& errorText
 void InprocSocket::send(const google::protobuf::Message& message, std::size_t size) {
   std::string encoded(size, '\0');
   encode(message, encoded.data());
-  auto lock = network_.lock();
+  base::Lock lock(networkMutex);
   throwPlanned(Operation::Send);
   checkContext();
   put(std::move(encoded), lock);
@@ -51,7 +51,7 @@ void InprocSocket::send(const google::protobuf::Message& message, std::size_t si
 int InprocSocket::receive(google::protobuf::Message* message, unsigned int sizeBound) {
   std::string encoded;
   {
-    auto lock = network_.lock();
+    base::Lock lock(networkMutex);
     throwPlanned(Operation::Receive);
     if (waitForMessage(lock, Operation::Receive, std::nullopt) == Woken::ByInterrupt) {
       throw failure("was closed while it waited for a message");
@@ -64,15 +64,15 @@ int InprocSocket::receive(google::protobuf::Message* message, unsigned int sizeB
 }
 
 void InprocSocket::interrupt() noexcept {
-  const auto lock = network_.lock();
+  const base::Lock lock(networkMutex);
   interrupted_ = true;
   wake();
 }
 
 std::size_t InprocSocket::close(std::chrono::milliseconds timeForUnsent) noexcept {
-  auto lock = network_.lock();
-  changed_.wait_until(lock, Deadline::clock::now() + timeForUnsent,
-                      [this] { return unsent() == 0 || isShutDown(); });
+  base::Lock lock(networkMutex);
+  lock.waitUntil(changed_, Deadline::clock::now() + timeForUnsent,
+                 [this]() QOR_REQUIRES(networkMutex) { return unsent() == 0 || isShutDown(); });
   network_.remove(*this);
   return unsent();
 }
@@ -101,9 +101,10 @@ std::runtime_error InprocSocket::failure(const std::string& reason) const {
   return std::runtime_error(label_.text() + ": " + reason);
 }
 
-InprocSocket::Woken InprocSocket::waitForMessage(Switchboard::Lock& lock, Operation operation,
+InprocSocket::Woken InprocSocket::waitForMessage(base::Lock& lock, Operation operation,
                                                  std::optional<Deadline> deadline) {
-  return wait(lock, operation, deadline, [this] { return canReceive() || !whyNoneCanCome().empty(); });
+  return wait(lock, operation, deadline,
+              [this]() QOR_REQUIRES(networkMutex) { return canReceive() || !whyNoneCanCome().empty(); });
 }
 
 void InprocSocket::throwPlanned(Operation operation) {

@@ -20,7 +20,7 @@ namespace qor::socket::inproc {
 /// waiting. The roles say what there is to receive and where a message goes. Messages travel as their
 /// encodings.
 ///
-/// The public operations lock the switchboard; everything else is called with it locked.
+/// The public operations lock the network; everything else is called with it locked.
 class InprocSocket : public OpenSocket {
  public:
   using Deadline = base::Deadline;
@@ -37,57 +37,60 @@ class InprocSocket : public OpenSocket {
   const SocketLabel& label() const { return label_; }
   /// What peers meet at: the address without parameters, and with the port that the system chose, if it did.
   virtual const std::string& endpoint() const = 0;
-  SocketState state() const;
+  SocketState state() const QOR_REQUIRES(networkMutex);
   /// The context that this socket was opened in is being shut down.
-  bool isShutDown() const { return context_ != network_.context(); }
+  bool isShutDown() const QOR_REQUIRES(networkMutex) { return context_ != network_.context(); }
   /// Lets whoever waits look again; from now on nobody is seen to be blocked here until he has.
-  void wake();
+  void wake() QOR_REQUIRES(networkMutex);
 
  protected:
   explicit InprocSocket(SocketLabel label);
 
   /// Becomes known to the switchboard, and waits for the peer if the role does.
-  virtual void enter(Switchboard::Lock& lock, std::chrono::milliseconds timeOut) = 0;
-  virtual std::size_t peers() const = 0;
-  virtual std::size_t unreceived() const = 0;
-  virtual std::size_t unsent() const { return 0; }
+  virtual void enter(base::Lock& lock, std::chrono::milliseconds timeOut) QOR_REQUIRES(networkMutex) = 0;
+  virtual std::size_t peers() const QOR_REQUIRES(networkMutex) = 0;
+  virtual std::size_t unreceived() const QOR_REQUIRES(networkMutex) = 0;
+  virtual std::size_t unsent() const QOR_REQUIRES(networkMutex) { return 0; }
   /// The encoding of the next message that has arrived; there is one.
-  virtual std::string take() = 0;
+  virtual std::string take() QOR_REQUIRES(networkMutex) = 0;
   /// Why no message can ever come as things are; empty when one can.
-  virtual std::string whyNoneCanCome() const { return {}; }
-  virtual void put(std::string encoded, Switchboard::Lock& lock) = 0;
+  virtual std::string whyNoneCanCome() const QOR_REQUIRES(networkMutex) { return {}; }
+  virtual void put(std::string encoded, base::Lock& lock) QOR_REQUIRES(networkMutex) = 0;
 
   enum class Woken { ByCondition, ByInterrupt, ByDeadline };
   /// Waits until `condition`, which changes only together with a call of wake(). Throws
   /// ZmqContextTerminationException when the context is shut down.
   template <class Condition>
-  Woken wait(Switchboard::Lock& lock, Operation operation, std::optional<Deadline> deadline,
-             Condition condition);
+  Woken wait(base::Lock& lock, Operation operation, std::optional<Deadline> deadline, Condition condition)
+      QOR_REQUIRES(networkMutex);
 
   Switchboard& network() { return network_; }
   std::runtime_error failure(const std::string& reason) const;
 
  private:
-  bool canReceive() const { return unreceived() != 0 && !network_.isFrozen(endpoint()); }
-  Woken waitForMessage(Switchboard::Lock& lock, Operation operation, std::optional<Deadline> deadline);
-  void throwPlanned(Operation operation);
-  void checkContext() const;
+  bool canReceive() const QOR_REQUIRES(networkMutex) {
+    return unreceived() != 0 && !network_.isFrozen(endpoint());
+  }
+  Woken waitForMessage(base::Lock& lock, Operation operation, std::optional<Deadline> deadline)
+      QOR_REQUIRES(networkMutex);
+  void throwPlanned(Operation operation) QOR_REQUIRES(networkMutex);
+  void checkContext() const QOR_REQUIRES(networkMutex);
 
   Switchboard& network_;
   const SocketLabel label_;
-  unsigned int context_ = 0;
-  bool isOpen_ = false;
-  bool interrupted_ = false;
-  std::optional<Operation> blockedIn_;
+  unsigned int context_ QOR_GUARDED_BY(networkMutex) = 0;
+  bool isOpen_ QOR_GUARDED_BY(networkMutex) = false;
+  bool interrupted_ QOR_GUARDED_BY(networkMutex) = false;
+  std::optional<Operation> blockedIn_ QOR_GUARDED_BY(networkMutex);
   // Only shown.
-  ClosePolicy::ClosePolicy closePolicy_ = ClosePolicy::Newest;
-  std::chrono::milliseconds connectTimeOut_{0};
-  std::optional<std::chrono::milliseconds> pollTimeOut_;
+  ClosePolicy::ClosePolicy closePolicy_ QOR_GUARDED_BY(networkMutex) = ClosePolicy::Newest;
+  std::chrono::milliseconds connectTimeOut_ QOR_GUARDED_BY(networkMutex){0};
+  std::optional<std::chrono::milliseconds> pollTimeOut_ QOR_GUARDED_BY(networkMutex);
   std::condition_variable changed_;
 };
 
 template <class Condition>
-InprocSocket::Woken InprocSocket::wait(Switchboard::Lock& lock, Operation operation,
+InprocSocket::Woken InprocSocket::wait(base::Lock& lock, Operation operation,
                                        std::optional<Deadline> deadline, Condition condition) {
   for (bool late = false;;) {
     checkContext();
@@ -97,9 +100,9 @@ InprocSocket::Woken InprocSocket::wait(Switchboard::Lock& lock, Operation operat
     blockedIn_ = operation;
     network_.tellObservers();
     if (deadline) {
-      late = changed_.wait_until(lock, *deadline) == std::cv_status::timeout;
+      late = lock.waitUntil(changed_, *deadline) == std::cv_status::timeout;
     } else {
-      changed_.wait(lock);
+      lock.wait(changed_);
     }
     blockedIn_.reset();
   }

@@ -19,7 +19,8 @@ constexpr std::chrono::seconds longestWait{10};
 
 /// The sockets of that name and kind; throws when there is none.
 template <class Kind>
-std::vector<Kind*> named(const Switchboard& network, const std::string& name, const std::string& what) {
+std::vector<Kind*> named(const Switchboard& network, const std::string& name, const std::string& what)
+    QOR_REQUIRES(networkMutex) {
   std::vector<Kind*> found;
   for (InprocSocket* const socket : network.sockets()) {
     auto* const wanted = dynamic_cast<Kind*>(socket);
@@ -32,8 +33,9 @@ std::vector<Kind*> named(const Switchboard& network, const std::string& name, co
 template <class Condition>
 bool waitForNetwork(Condition condition) {
   auto& network = Switchboard::instance();
-  auto lock = network.lock();
-  return network.changed().wait_for(lock, longestWait, [&] { return condition(network.sockets()); });
+  base::Lock lock(networkMutex);
+  return lock.waitUntil(network.changed(), base::Deadline::clock::now() + longestWait,
+                        [&]() QOR_REQUIRES(networkMutex) { return condition(network.sockets()); });
 }
 
 }  // namespace
@@ -44,37 +46,37 @@ void failNext(const std::string& name, Operation operation, Failure failure, con
     throw std::invalid_argument("only a poll fails by its result");
   }
   auto& network = Switchboard::instance();
-  const auto lock = network.lock();
+  const base::Lock lock(networkMutex);
   network.plan(name, operation, {failure, text}, times);
 }
 
 void disconnect(const std::string& where) {
   auto& network = Switchboard::instance();
-  const auto lock = network.lock();
+  const base::Lock lock(networkMutex);
   network.disconnect(where);
 }
 
 void reconnect(const std::string& where) {
   auto& network = Switchboard::instance();
-  const auto lock = network.lock();
+  const base::Lock lock(networkMutex);
   network.reconnect(where);
 }
 
 void freeze(const std::string& endpoint) {
   auto& network = Switchboard::instance();
-  const auto lock = network.lock();
+  const base::Lock lock(networkMutex);
   network.freeze(endpoint);
 }
 
 void thaw(const std::string& endpoint) {
   auto& network = Switchboard::instance();
-  const auto lock = network.lock();
+  const base::Lock lock(networkMutex);
   network.thaw(endpoint);
 }
 
 void deliver(const std::string& name, const std::string& bytes) {
   auto& network = Switchboard::instance();
-  const auto lock = network.lock();
+  const base::Lock lock(networkMutex);
   for (auto* const socket : named<ConnectingSocket>(network, name, "subscriber or requester")) {
     socket->deliver(bytes);
   }
@@ -82,7 +84,7 @@ void deliver(const std::string& name, const std::string& bytes) {
 
 std::future<std::string> request(const std::string& name, const std::string& bytes) {
   auto& network = Switchboard::instance();
-  const auto lock = network.lock();
+  const base::Lock lock(networkMutex);
   const auto repliers = named<ReplierSocket>(network, name, "replier");
   const auto promise = std::make_shared<std::promise<std::string>>();
   auto reply = promise->get_future();
@@ -95,18 +97,19 @@ std::future<std::string> request(const std::string& name, const std::string& byt
 
 std::vector<SocketState> sockets() {
   auto& network = Switchboard::instance();
-  const auto lock = network.lock();
+  const base::Lock lock(networkMutex);
   std::vector<SocketState> states;
   std::transform(network.sockets().begin(), network.sockets().end(), std::back_inserter(states),
-                 [](const InprocSocket* socket) { return socket->state(); });
+                 [](const InprocSocket* socket) QOR_REQUIRES(networkMutex) { return socket->state(); });
   return states;
 }
 
 bool waitUntil(const std::string& name, const std::function<bool(const SocketState&)>& condition) {
   return waitForNetwork([&](const std::vector<InprocSocket*>& sockets) {
-    return std::any_of(sockets.begin(), sockets.end(), [&](const InprocSocket* socket) {
-      return socket->label().name == name && condition(socket->state());
-    });
+    return std::any_of(sockets.begin(), sockets.end(),
+                       [&](const InprocSocket* socket) QOR_REQUIRES(networkMutex) {
+                         return socket->label().name == name && condition(socket->state());
+                       });
   });
 }
 
@@ -131,7 +134,7 @@ bool waitUntilClosed(const std::string& name) {
 
 void reset() {
   auto& network = Switchboard::instance();
-  const auto lock = network.lock();
+  const base::Lock lock(networkMutex);
   network.reset();
 }
 

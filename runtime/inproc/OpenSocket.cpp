@@ -44,7 +44,7 @@ std::unique_ptr<OpenSocket> openSocket(const SocketLabel& label, ClosePolicy::Cl
 
 void shutDownContext() {
   auto& network = inproc::Switchboard::instance();
-  const auto lock = network.lock();
+  const base::Lock lock(inproc::networkMutex);
   network.shutDownContext();
 }
 

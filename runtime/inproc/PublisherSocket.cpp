@@ -40,8 +40,10 @@ void PublisherSocket::remove(const SubscriberSocket& subscriber) {
   std::erase(subscribers_, &subscriber);
   std::erase(waiting_, &subscriber);
   // Unless all are being disconnected.
-  const auto next = std::ranges::find_if(
-      waiting_, [this](const SubscriberSocket* waiting) { return network().peerFor(*waiting) == this; });
+  const auto next =
+      std::ranges::find_if(waiting_, [this](const SubscriberSocket* waiting) QOR_REQUIRES(networkMutex) {
+        return network().peerFor(*waiting) == this;
+      });
   if (subscribers_.size() < limit_ && next != waiting_.end()) {
     SubscriberSocket& admitted = **next;
     waiting_.erase(next);
@@ -55,7 +57,7 @@ void PublisherSocket::logRefusals() {
   std::ranges::for_each(lines, utils::logWarning);
 }
 
-void PublisherSocket::put(std::string encoded, Switchboard::Lock& /*lock*/) {
+void PublisherSocket::put(std::string encoded, base::Lock& /*lock*/) {
   if (backlog_.isNewestOnly()) newest_ = encoded;
   const std::size_t size = encoded.size();
   backlog_.keep(std::move(encoded), size, label());
@@ -72,9 +74,10 @@ void PublisherSocket::handOver() {
 
 bool PublisherSocket::canHandOver() {
   return !backlog_.empty() && !subscribers_.empty() &&
-         std::all_of(subscribers_.begin(), subscribers_.end(), [this](const SubscriberSocket* subscriber) {
-           return subscriber->hasRoom(backlog_.oldest().size());
-         });
+         std::all_of(subscribers_.begin(), subscribers_.end(),
+                     [this](const SubscriberSocket* subscriber) QOR_REQUIRES(networkMutex) {
+                       return subscriber->hasRoom(backlog_.oldest().size());
+                     });
 }
 
 }  // namespace qor::socket::inproc

@@ -22,30 +22,34 @@ class PublisherSocket final : public BindingSocket {
   PublisherSocket(const PublisherSocket&) = delete;
   PublisherSocket& operator=(const PublisherSocket&) = delete;
 
-  void add(SubscriberSocket& subscriber);
-  void remove(const SubscriberSocket& subscriber);
+  void add(SubscriberSocket& subscriber) QOR_REQUIRES(networkMutex);
+  void remove(const SubscriberSocket& subscriber) QOR_REQUIRES(networkMutex);
   /// Hands over what is kept, as far as every subscriber has room for it.
-  void handOver();
+  void handOver() QOR_REQUIRES(networkMutex);
 
  private:
-  std::size_t peers() const override { return subscribers_.size(); }
+  std::size_t peers() const QOR_REQUIRES(networkMutex) override { return subscribers_.size(); }
   std::size_t unreceived() const override { return 0; }
-  std::size_t unsent() const override { return backlog_.count(); }
+  std::size_t unsent() const QOR_REQUIRES(networkMutex) override { return backlog_.count(); }
   std::string take() override { return {}; }
   std::string whyNoneCanCome() const override { return "a publisher receives nothing"; }
-  void put(std::string encoded, Switchboard::Lock& lock) override;
-  bool canHandOver();
+  void put(std::string encoded, base::Lock& lock) QOR_REQUIRES(networkMutex) override;
+  bool canHandOver() QOR_REQUIRES(networkMutex);
 
-  void admit(SubscriberSocket& subscriber);
+  void admit(SubscriberSocket& subscriber) QOR_REQUIRES(networkMutex);
 
-  void logRefusals();
+  void logRefusals() QOR_REQUIRES(networkMutex);
 
-  const std::size_t limit_;                     ///< of subscribers that are served at a time
-  std::vector<SubscriberSocket*> subscribers_;  ///< those that are served
-  std::vector<SubscriberSocket*> waiting_;      ///< those that are refused, in the order of their coming
-  RefusalLog refusals_;
-  SendBacklog<std::string> backlog_;
-  std::optional<std::string> newest_;  ///< where it is all that counts
+  /// Of subscribers that are served at a time.
+  const std::size_t limit_;
+  /// Those that are served.
+  std::vector<SubscriberSocket*> subscribers_ QOR_GUARDED_BY(networkMutex);
+  /// Those that are refused, in the order in which they came.
+  std::vector<SubscriberSocket*> waiting_ QOR_GUARDED_BY(networkMutex);
+  RefusalLog refusals_ QOR_GUARDED_BY(networkMutex);
+  SendBacklog<std::string> backlog_ QOR_GUARDED_BY(networkMutex);
+  /// Where it is all that counts.
+  std::optional<std::string> newest_ QOR_GUARDED_BY(networkMutex);
 };
 
 }  // namespace qor::socket::inproc

@@ -17,7 +17,7 @@ std::string ReplierSocket::take() {
   return std::move(request.encoded);
 }
 
-void ReplierSocket::put(std::string encoded, Switchboard::Lock& /*lock*/) {
+void ReplierSocket::put(std::string encoded, base::Lock& /*lock*/) {
   const Answer answer = std::exchange(pending_, nullptr);
   if (!answer) throw failure("there is no request to answer");
   if (!answer(std::move(encoded))) throw failure("the requester has gone before its reply");

@@ -17,10 +17,10 @@ class ReplierSocket final : public BindingSocket {
  public:
   using BindingSocket::BindingSocket;
 
-  void add() { ++requesters_; }
-  void remove() { --requesters_; }
-  bool hasRoom(std::size_t size) const { return inbox_.hasRoom(size); }
-  void deliver(std::string encoded, Answer answer);
+  void add() QOR_REQUIRES(networkMutex) { ++requesters_; }
+  void remove() QOR_REQUIRES(networkMutex) { --requesters_; }
+  bool hasRoom(std::size_t size) const QOR_REQUIRES(networkMutex) { return inbox_.hasRoom(size); }
+  void deliver(std::string encoded, Answer answer) QOR_REQUIRES(networkMutex);
 
  private:
   struct Request {
@@ -28,14 +28,15 @@ class ReplierSocket final : public BindingSocket {
     Answer answer;
   };
 
-  std::size_t peers() const override { return requesters_; }
-  std::size_t unreceived() const override { return inbox_.count(); }
-  std::string take() override;
-  void put(std::string encoded, Switchboard::Lock& lock) override;
+  std::size_t peers() const QOR_REQUIRES(networkMutex) override { return requesters_; }
+  std::size_t unreceived() const QOR_REQUIRES(networkMutex) override { return inbox_.count(); }
+  std::string take() QOR_REQUIRES(networkMutex) override;
+  void put(std::string encoded, base::Lock& lock) QOR_REQUIRES(networkMutex) override;
 
-  std::size_t requesters_ = 0;
-  SendBacklog<Request> inbox_{false};
-  Answer pending_;  ///< of the request received last; empty once it has been used
+  std::size_t requesters_ QOR_GUARDED_BY(networkMutex) = 0;
+  SendBacklog<Request> inbox_ QOR_GUARDED_BY(networkMutex){false};
+  /// Of the request received last; empty once it has been used.
+  Answer pending_ QOR_GUARDED_BY(networkMutex);
 };
 
 }  // namespace qor::socket::inproc

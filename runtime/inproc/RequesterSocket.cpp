@@ -8,10 +8,10 @@
 
 namespace qor::socket::inproc {
 
-void RequesterSocket::enter(Switchboard::Lock& lock, std::chrono::milliseconds timeOut) {
+void RequesterSocket::enter(base::Lock& lock, std::chrono::milliseconds timeOut) {
   ConnectingSocket::enter(lock, timeOut);
-  const auto woken =
-      wait(lock, Operation::Open, Deadline::clock::now() + timeOut, [this] { return isConnected(); });
+  const auto woken = wait(lock, Operation::Open, Deadline::clock::now() + timeOut,
+                          [this]() QOR_REQUIRES(networkMutex) { return isConnected(); });
   if (woken != Woken::ByCondition) {
     throw failure(fmt::format("nobody answered there within {} ms", timeOut.count()));
   }
@@ -31,12 +31,12 @@ void RequesterSocket::leavePeer() {
   wake();
 }
 
-void RequesterSocket::put(std::string encoded, Switchboard::Lock& lock) {
+void RequesterSocket::put(std::string encoded, base::Lock& lock) {
   ++exchange_;
   sentOver_.reset();
   reply_.reset();
   switch (wait(lock, Operation::Send, Deadline::clock::now() + reconnectTimeOut,
-               [this] { return isConnected(); })) {
+               [this]() QOR_REQUIRES(networkMutex) { return isConnected(); })) {
     case Woken::ByCondition:
       break;
     case Woken::ByInterrupt:
@@ -47,12 +47,12 @@ void RequesterSocket::put(std::string encoded, Switchboard::Lock& lock) {
   }
   if (!replier_->hasRoom(encoded.size())) throw failure("queue full: the peer takes no more requests");
   // While the connection stands this requester is open.
-  replier_->deliver(std::move(encoded),
-                    [this, connection = connection_, exchange = exchange_](std::string reply) {
-                      if (connection->isLost) return false;
-                      onReply(exchange, std::move(reply));
-                      return true;
-                    });
+  replier_->deliver(std::move(encoded), [this, connection = connection_,
+                                         exchange = exchange_](std::string reply) QOR_REQUIRES(networkMutex) {
+    if (connection->isLost) return false;
+    onReply(exchange, std::move(reply));
+    return true;
+  });
   sentOver_ = connection_;
 }
 

@@ -17,30 +17,33 @@ class RequesterSocket final : public ConnectingSocket {
  public:
   using ConnectingSocket::ConnectingSocket;
 
-  bool isConnected() const override { return replier_ != nullptr; }
-  void joinPeer(InprocSocket& peer) override;
-  void leavePeer() override;
-  void deliver(std::string encoded) override;
+  bool isConnected() const QOR_REQUIRES(networkMutex) override { return replier_ != nullptr; }
+  void joinPeer(InprocSocket& peer) QOR_REQUIRES(networkMutex) override;
+  void leavePeer() QOR_REQUIRES(networkMutex) override;
+  void deliver(std::string encoded) QOR_REQUIRES(networkMutex) override;
 
  private:
   /// Outlives the requester in the answers that repliers still hold.
   struct Connection {
-    bool isLost = false;
+    bool isLost QOR_GUARDED_BY(networkMutex) = false;
   };
 
   /// Waits for the handshake.
-  void enter(Switchboard::Lock& lock, std::chrono::milliseconds timeOut) override;
-  std::size_t unreceived() const override { return reply_ ? 1 : 0; }
-  std::string take() override;
-  std::string whyNoneCanCome() const override;
-  void put(std::string encoded, Switchboard::Lock& lock) override;
-  void onReply(std::uint64_t exchange, std::string encoded);
+  void enter(base::Lock& lock, std::chrono::milliseconds timeOut) QOR_REQUIRES(networkMutex) override;
+  std::size_t unreceived() const QOR_REQUIRES(networkMutex) override { return reply_ ? 1 : 0; }
+  std::string take() QOR_REQUIRES(networkMutex) override;
+  std::string whyNoneCanCome() const QOR_REQUIRES(networkMutex) override;
+  void put(std::string encoded, base::Lock& lock) QOR_REQUIRES(networkMutex) override;
+  void onReply(std::uint64_t exchange, std::string encoded) QOR_REQUIRES(networkMutex);
 
-  ReplierSocket* replier_ = nullptr;
-  std::shared_ptr<Connection> connection_;  ///< empty while there is none
-  std::uint64_t exchange_ = 0;              ///< the number of the present one
-  std::shared_ptr<Connection> sentOver_;    ///< what its request was sent over; empty without a request
-  std::optional<std::string> reply_;
+  ReplierSocket* replier_ QOR_GUARDED_BY(networkMutex) = nullptr;
+  /// Empty while there is none.
+  std::shared_ptr<Connection> connection_ QOR_GUARDED_BY(networkMutex);
+  /// The number of the present one.
+  std::uint64_t exchange_ QOR_GUARDED_BY(networkMutex) = 0;
+  /// What its request was sent over; empty without a request.
+  std::shared_ptr<Connection> sentOver_ QOR_GUARDED_BY(networkMutex);
+  std::optional<std::string> reply_ QOR_GUARDED_BY(networkMutex);
 };
 
 }  // namespace qor::socket::inproc

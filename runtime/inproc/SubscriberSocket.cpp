@@ -26,7 +26,7 @@ std::string SubscriberSocket::take() {
   return encoded;
 }
 
-void SubscriberSocket::put(std::string /*encoded*/, Switchboard::Lock& /*lock*/) {
+void SubscriberSocket::put(std::string /*encoded*/, base::Lock& /*lock*/) {
   throw failure("a subscriber sends nothing");
 }
 

@@ -3,9 +3,9 @@
 #include <fmt/format.h>
 
 #include <iostream>
-#include <mutex>
 #include <string_view>
 
+#include "runtime/base/Mutex.h"
 #include "runtime/tamb/EscapedText.h"
 
 namespace tamb {
@@ -14,7 +14,7 @@ namespace {
 
 /// One for all console writers, since several of them may share a stream. It needs no destruction, hence can
 /// be locked as long as the process lives.
-std::mutex outputMutex;
+qor::base::Mutex outputMutex;
 
 /// The message as it stands in a line: without trailing line breaks, its further lines indented, its other
 /// control characters, and what is not UTF-8, spelt out.
@@ -58,7 +58,7 @@ void ConsoleLoggerWriter::Write(LogLevel level, const std::string& message, cons
   }
   record += '\n';
 
-  const std::lock_guard lock(outputMutex);
+  const qor::base::Lock lock(outputMutex);
   stream_.write(record.data(), static_cast<std::streamsize>(record.size())).flush();
 }
 
