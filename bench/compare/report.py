@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Makes tables and plots of what the program "compare" has measured.
+"""Makes tables and plots from the results of the program "compare".
 
-Ratios are taken within each round, where both sides met the same moments of the machine; what stands first is their
-median, and behind it their quartiles. Writes DOCUMENT between its two marks, and the plots into the folder beside it that
-bears its name.
+Ratios are taken within each round, because both sides then ran under the same conditions. Each is printed as its median, with
+its quartiles in brackets. Writes the tables between the two marks of DOCUMENT, and the plots into the folder beside it with the
+same name.
 """
 
 import argparse
@@ -17,7 +17,7 @@ from aims import aims
 from results import PLACES, ROUND_TRIP_PLACES, ROUND_TRIPS, Runs, number, table
 
 matplotlib.use("svg")
-# The same results give the same files.
+# The same results produce identical files.
 matplotlib.rcParams.update({"svg.hashsalt": "compare", "font.size": 9, "axes.grid": True, "grid.alpha": 0.3,
                             "axes.spines.top": False, "axes.spines.right": False})
 import matplotlib.pyplot as plt  # noqa: E402: the kind of file is chosen first
@@ -30,12 +30,12 @@ COLOURS = {"ours": "#c0392b", "bare libzmq": "#2c3e50", "bare libzmq, guarded": 
 
 
 def spread(values, show):
-    """The median, and the least and greatest: there are too few for quartiles."""
+    """The median, with minimum and maximum: there are too few values for quartiles."""
     return f"{show(statistics.median(values))} ({show(min(values))}–{show(max(values))})"
 
 
 def ratios(runs, pairs, places=PLACES):
-    """A row for each (name, work, library, other) that was measured anywhere."""
+    """A row for each (name, work, library, other) with at least one result."""
     rows, rounds = [], []
     for name, work, library, other in pairs:
         row = [runs.ratio(work, place, library, other) for place in places]
@@ -46,7 +46,7 @@ def ratios(runs, pairs, places=PLACES):
 
 
 def beside(runs, other):
-    """Ours beside another library, work by work, and where ours is the worse one. Nothing when it was not measured."""
+    """Ours beside another library for each work, and a list of where ours is behind. Empty if that was not measured."""
     rows, rounds = ratios(runs, [(work, work, "ours", other) for work in runs.works()])
     if not rows:
         return []
@@ -65,7 +65,7 @@ def beside(runs, other):
 
 
 def streams(runs):
-    """Who is faster in round trips on free cores, ours or a gRPC stream."""
+    """Whether ours or a gRPC stream is faster in round trips on free cores."""
     found = [(f"{work.removeprefix('command to notification round trip, ')}, {place[0]}: {ratio.middle:.2f}", ratio.middle)
              for work in runs.works() if work.startswith("command to notification") for place in PLACES
              if place[1] == "free" and (ratio := runs.ratio(work, place, "ours", "gRPC"))]
@@ -75,12 +75,12 @@ def streams(runs):
     longer = sum(figure > 1 for _, figure in found)
     claim = ("A gRPC stream is faster than ours" if longer == len(found) else "Ours is faster than a gRPC stream"
              if longer == 0 else "Neither ours nor a gRPC stream is always the faster one")
-    return [f"{claim} in round trips of a command and its notification on free cores. Ours takes so many times as long: "
-            f"{figures}."]
+    return [f"{claim} in round trips of a command and its notification on free cores. Duration of ours, as a multiple of "
+            f"gRPC's: {figures}."]
 
 
 def extras(runs):
-    """What guarantees cost, and objects of the framework."""
+    """The cost of guarantees, and of framework objects."""
     guarded, plain = "bare libzmq, guarded", "bare libzmq, plain values"
     work = "control round trip"
     rows, rounds = ratios(runs, [(f"{one} beside {other}", work, one, other) for one, other in (
@@ -89,14 +89,14 @@ def extras(runs):
     places = [", ".join(place) for place in PLACES]
     if rows:
         sections += ["## What guarantees cost",
-                     "With guarantees, a bare requester may ask again after a missing reply, recognises late replies and notices "
-                     "a dead peer within 3 s, as ours does.", table([work] + places, rows, rounds)]
+                     "With guarantees, a bare requester can send another request after a missing reply, recognises late replies, "
+                     "and notices a dead peer within 3 s, as ours does.", table([work] + places, rows, rounds)]
     rows, rounds = ratios(runs, [(work, work, "ours", plain) for work in runs.works()])
     if rows:
         sections += ["## What framework objects cost",
-                     "Plain values are written into protobuf messages and read from them; collections of parameters do not exist "
-                     "on either side, nor do command and notification objects where they arrive. Ours makes all of these, "
-                     "since the framework's interfaces require them.",
+                     "Plain values are written directly into protobuf messages and read from them. Neither side creates "
+                     "collections of parameters, and the receiver creates no command or notification objects. Ours creates "
+                     "all of these, because the framework's interfaces require them.",
                      table(["ours beside " + plain] + places, rows, rounds)]
     return sections
 
@@ -117,7 +117,7 @@ def figures(runs, place):
 
 
 def placements(runs, works):
-    """What the cores are that the two processes have."""
+    """The effect of the cores that the two processes run on."""
     rows, rounds = [], []
     for work in works:
         ours = [runs.of(work, place, "ours") for place in ROUND_TRIP_PLACES]
@@ -229,20 +229,21 @@ def sections_of(report, folder):
                 f"{machine['libzmq']}, protobuf {machine['protobuf']}, gRPC {machine['gRPC']}."]
     judgement = aims(runs, remote)
     if judgement:
-        sections += ["## Aims", "Set before the channels were measured; that the cost of a command does not grow is read as: by a tenth at "
-                     "most. Each work counts once for each transport and placement of the processes. The figures are those of "
-                     "the tables below.", judgement]
+        sections += ["## Aims", "The aims were set before the channels were measured. A cost per command counts as constant if it grows "
+                     "by at most a tenth. Each work counts once for each transport and placement of the processes. The "
+                     "tables below contain the figures.", judgement]
     if runs.works():
         sections += ["## Ours beside bare libzmq and protobuf",
-                     "Round trips: how many times as long, so that less is better. Lists: how many times as many messages a "
-                     "second, so that more is better. Medians of the rounds' ratios, quartiles in brackets.",
+                     "Round trips: ratio of durations, less is better. Lists: ratio of messages per second, more is better. "
+                     "Medians of the rounds' ratios, quartiles in brackets.",
                      *beside(runs, "bare libzmq"), *extras(runs),
                      "## Ours beside gRPC",
-                     "As above. Without buffering each list is written at once; with it, a list may wait for the next.",
+                     "The figures are ratios as above. Without buffering, each list is written at once; with it, a list may wait "
+                     "for the next.",
                      *streams(runs), *beside(runs, "gRPC"), *beside(runs, "gRPC beside a stream"),
                      *beside(runs, "gRPC, buffered"),
                      *beside(runs, "gRPC client stream, buffered")]
-    # A part of the plan may have no work of a kind.
+    # A partial run may lack one kind of work.
     round_trips = [work for work in runs.works() if work.startswith(ROUND_TRIPS)]
     if round_trips:
         sections += ["## Where the processes run", placements(runs, round_trips),
@@ -253,13 +254,13 @@ def sections_of(report, folder):
         plot_throughput(runs, folder)
     if remote:
         sections += ["## A host with many remote engines",
-                     "Each engine has a process of its own. Medians, and the least and the greatest in brackets.",
+                     "Each engine has its own process. Medians, with minimum and maximum in brackets.",
                      remote_engines(remote)]
     if any(run.engines > 1 for run in runs.all):
         sections += ["## Growth",
                      "All engines of a run are in one engine process, and their front ends in one host process, both on one core, so "
-                     "that these figures leave out what more processes cost. Ours and bare libzmq do not take turns here, but "
-                     "follow each other: small differences between them mean nothing.",
+                     "these figures exclude the cost of further processes. Ours and bare libzmq are measured one after the "
+                     "other here, not in turns: ignore small differences between them.",
                      growth(runs), f"![Growth]({folder.name}/growth.svg)"]
         plot_growth(runs, folder)
     for place, title in ((("ipc", "one core"), "All figures on one core, over ipc"),
@@ -271,7 +272,7 @@ def sections_of(report, folder):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("results", type=pathlib.Path, help="the JSON file that compare has written")
+    parser.add_argument("results", type=pathlib.Path, help="the JSON file written by compare")
     parser.add_argument("document", type=pathlib.Path, help="the Markdown file with the two marks")
     arguments = parser.parse_args()
     folder = arguments.document.with_suffix("")
