@@ -18,7 +18,9 @@
 #include "qor/utils/Log.h"
 #include "runtime/base/FileDescriptor.h"
 #include "runtime/console/LogLine.h"
+#include "runtime/messaging/TcpListener.h"
 #include "runtime/processes/Pipe.h"
+#include "runtime/processes/SocketFiles.h"
 
 namespace qor::hosting {
 
@@ -64,6 +66,21 @@ class Signals {
 void setOriginOfBoth(pid_t supervisor, pid_t engine, const EngineOptions& options) {
   console::setLogOrigin(options.program + ' ' + std::to_string(supervisor) + '/' + std::to_string(engine) +
                         ", " + console::engineName(options.workflowManagerId, options.engineId));
+}
+
+/// Throws std::runtime_error, one line, when somebody listens on an endpoint that the engine is to bind.
+/// Another engine there would be taken for the new one, which binds on threads of its own: it answers as if
+/// that were ready.
+void requireNobodyListens(const EngineOptions& options) {
+  processes::requireNobodyListens(
+      {options.requestEndpoint, options.statusEndpoint, options.notificationEndpoint});
+  for (const auto* const endpoint :
+       {&options.requestEndpoint, &options.statusEndpoint, &options.notificationEndpoint}) {
+    // We listen ourselves on a port that is reserved.
+    const bool isToBeBound =
+        endpoint->transport() == socket::SocketEndpoint::Transport::Tcp && endpoint->reservation() == nullptr;
+    if (isToBeBound) static_cast<void>(socket::listenOnTcp(endpoint->host(), endpoint->port()));
+  }
 }
 
 /// The child's life.
@@ -172,9 +189,7 @@ EngineOutcome superviseEngine(const EngineOptions& options, const EngineToRun& e
                               const std::function<void(const std::string& reason)>& onFailure) {
   EngineOutcome outcome;
   try {
-    // Another engine there would be taken for the new one: it answers as if that were ready.
-    processes::requireNobodyListens(
-        {options.requestEndpoint, options.statusEndpoint, options.notificationEndpoint});
+    requireNobodyListens(options);
     outcome = Supervision(options, engine, onFailure).run(onReady);
   } catch (const std::exception& error) {
     onFailure(error.what());

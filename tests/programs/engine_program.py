@@ -85,6 +85,23 @@ class EngineProgram(ProgramsTest):
         first.signal(signal.SIGTERM)
         first.wait()
 
+    def test_refuses_a_port_that_another_engine_has(self):
+        first, _ = self.tcp_engine()
+        ready = first.wait_for_ready()
+        taken = {channel: ready[channel] for channel in CHANNELS}
+        # All of them, and one at a time.
+        for channels in (CHANNELS, *((channel,) for channel in CHANNELS if channel != "command")):
+            with self.subTest(channels):
+                free = dict.fromkeys(CHANNELS, "tcp://127.0.0.1:0") | {"command": taken["command"]}
+                second = self.engine(free | {channel: taken[channel] for channel in channels}, number=4)
+                self.expect_exit(second, 1)
+                port = taken[channels[0]].rpartition(":")[2]
+                self.assertEqual(second.notifications(), [
+                    {"event": "failed", "reason": f"cannot listen on port {port} of 127.0.0.1: Address already in use"}])
+        self.expect_served(ready)
+        first.signal(signal.SIGTERM)
+        first.wait()
+
     def test_tells_the_ports_that_it_was_left_to_choose(self):
         engine, endpoints = self.tcp_engine()
         ready = engine.wait_for_ready()
