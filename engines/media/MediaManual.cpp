@@ -58,7 +58,7 @@ std::vector<ManualCommand> commands() {
 std::vector<ManualNotification> notifications() {
   const ManualValue stream{.name = "stream", .type = TambType::Int64, .summary = "The stream's number"};
   const ManualValue reason{.name = names::reason};
-  std::vector<ManualNotification> all{
+  return {
       {.line = "Started",
        .summary = "The input and the output are open",
        .values = {{"streams", TambType::Uint64, "How many there are"},
@@ -98,22 +98,19 @@ std::vector<ManualNotification> notifications() {
                   {"filledGaps", TambType::Uint64, "How many were filled"},
                   {"integrated", TambType::Double, "LUFS; only if it was measured"}}},
   };
-  const auto common = commonNotifications();
-  all.insert(all.end(), common.begin(), common.end());
-  return all;
 }
 
 }  // namespace
 
 const EngineManual& mediaManual() {
-  static const EngineManual manual{
+  static const auto manual = withCommonNotifications({
       .name = "media",
       .summary = "Transcodes or analyses one media file, on FFmpeg's libraries",
       .step = "media",
       .keys = documentKeys(),
       .commands = commands(),
       .notifications = notifications(),
-  };
+  });
   return manual;
 }
 

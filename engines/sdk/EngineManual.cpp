@@ -4,6 +4,8 @@
 
 #include <iterator>
 #include <nlohmann/json.hpp>
+#include <set>
+#include <utility>
 #include <variant>
 
 #include "engines/sdk/NotificationNames.h"
@@ -141,11 +143,21 @@ std::vector<ManualNotification> commonNotifications() {
        .summary = "The command of this id was not executed",
        .values = answer,
        .isAnError = true},
+      {.line = names::finished,
+       .summary = "The run has ended and did not fail",
+       .values = {{names::stopped, tamb::TambType::Bool, "Whether it was stopped"}}},
       {.line = names::failed,
        .summary = "The run has failed or was abandoned",
        .values = {{.name = names::reason}},
        .isAnError = true},
   };
+}
+
+EngineManual withCommonNotifications(EngineManual manual) {
+  for (auto& common : commonNotifications()) manual.notifications.push_back(std::move(common));
+  std::set<std::string> seen;
+  std::erase_if(manual.notifications, [&](const auto& each) { return !seen.insert(each.line).second; });
+  return manual;
 }
 
 std::string manualText(const EngineManual& manual) {

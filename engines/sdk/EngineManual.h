@@ -72,8 +72,13 @@ struct EngineManual {
   std::vector<ManualNotification> notifications = {};
 };
 
-/// What every engine on EngineBase publishes: the answers to commands, and the failure of a run.
+/// What every engine on EngineBase publishes, or its process does in its place: the answers to commands, and
+/// the two ends of a run.
 std::vector<ManualNotification> commonNotifications();
+
+/// The manual with the common notifications behind those that it lists; of each line, the first one counts.
+/// EngineFactory describes every engine so: a manual need not list them, except for further values.
+EngineManual withCommonNotifications(EngineManual manual);
 
 /// The manual for people, in lines of the form that a terminal shows well; ends in a line end.
 std::string manualText(const EngineManual& manual);

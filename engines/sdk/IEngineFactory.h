@@ -15,7 +15,8 @@ class IEngineFactory {
  public:
   virtual ~IEngineFactory() = default;
 
-  /// Does not load or open anything.
+  /// Does not load or open anything. A factory that is written by hand adds what its engines publish without
+  /// their own doing: see withCommonNotifications.
   virtual EngineManual describe() const = 0;
   /// Makes an engine that executes the commands of `commands`. The description is there for factories that
   /// choose by it: the caller gives it to the engine itself, by AddEngineDescription, once the engine has its
@@ -29,7 +30,7 @@ class IEngineFactory {
 template <class Engine>
 class EngineFactory final : public IEngineFactory {
  public:
-  EngineManual describe() const override { return Engine::manual(); }
+  EngineManual describe() const override { return withCommonNotifications(Engine::manual()); }
   std::shared_ptr<tamb::IEngineFrontEnd> make(
       std::shared_ptr<tamb::IEngineDescription> /*description*/,
       std::shared_ptr<tamb::ICommandProcessorBackEnd> commands) const override {

@@ -4,9 +4,13 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
 
 #include "engines/media/MediaManual.h"
 #include "engines/sdk/EngineManual.h"
+#include "engines/sdk/IEngineFactory.h"
+#include "engines/sdk/NotificationNames.h"
+#include "examples/counter/CounterEngine.h"
 #include "tests/engines/EngineTest.h"
 #include "tests/engines/fault/TestDocument.h"
 
@@ -14,6 +18,7 @@ namespace qor::engines {
 namespace {
 
 using nlohmann::json;
+using testing::ElementsAre;
 using testing::HasSubstr;
 
 EngineManual mixerManual() {
@@ -93,6 +98,35 @@ TEST(EngineManual, IsJsonForPrograms) {
                   "arguments": [{"name": "to", "type": "Double", "summary": "Gain"}]}],
     "notifications": [{"line": "Clipped", "isAnError": true, "summary": "Too loud",
                        "values": [{"name": "by", "type": "Double", "summary": ""}]}]})"));
+}
+
+std::vector<std::string> linesIn(const EngineManual& manual) {
+  std::vector<std::string> lines;
+  for (const auto& each : manual.notifications) lines.push_back(each.line);
+  return lines;
+}
+
+/// One whose author lists nothing, or lists a notification with values of its own.
+struct SilentEngine {
+  static EngineManual manual() { return {.name = "silent"}; }
+};
+struct FrugalEngine {
+  static EngineManual manual() {
+    return {.name = "frugal", .notifications = {{.line = "Finished", .values = {{.name = "spent"}}}}};
+  }
+};
+
+TEST(EngineManual, HasWhatEveryEnginePublishesWithoutItsAuthorsDoing) {
+  EXPECT_THAT(linesIn(withCommonNotifications(SilentEngine::manual())),
+              ElementsAre("CommandDone", "CommandFailed", "Finished", "Failed"));
+  const auto frugal = withCommonNotifications(withCommonNotifications(FrugalEngine::manual()));
+  EXPECT_THAT(linesIn(frugal), ElementsAre("Finished", "CommandDone", "CommandFailed", "Failed"));
+  EXPECT_EQ(frugal.notifications.front().values.front().name, "spent");
+}
+
+TEST(EngineManual, OfAFactoryIsWhole) {
+  EXPECT_THAT(linesIn(EngineFactory<examples::CounterEngine>().describe()),
+              ElementsAre("Count", "CommandDone", "CommandFailed", "Finished", "Failed"));
 }
 
 }  // namespace

@@ -96,7 +96,7 @@ class PulseEngine(ProgramsTest):
         self.assertEqual(manual["keys"], [{"name": "pulses", "type": "count", "required": False, "default": 10,
                                            "summary": "How many"}])
         self.assertEqual([each["line"] for each in manual["notifications"]],
-                         ["Pulse", "Finished", "CommandDone", "CommandFailed", "Failed"])
+                         ["Pulse", "CommandDone", "CommandFailed", "Finished", "Failed"])
 
 
 if __name__ == "__main__":

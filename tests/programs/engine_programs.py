@@ -7,16 +7,21 @@ import pathlib
 import re
 import signal
 import stat
+import subprocess
 import sys
 import time
 import unittest
 
 from processes import only, process_table
 from programs_support import PATIENCE, ProgramsTest, processes_below, wait_until
+from promises import Bound
 
 PAGE = pathlib.Path(__file__).parents[2] / "docs" / "engine-programs.md"
-# A second, and what a busy machine takes.
-EXPLAINED_WITHIN = 5
+EXPLAINED_WITHIN = Bound(5, promised=1)
+# An engine that is kept stopped is killed after 10 s.
+ENDED_WITHIN = Bound(20, promised=11)
+# Several times what a pipe holds.
+LINES = 20_000
 
 
 def example():
@@ -64,10 +69,10 @@ class EnginePrograms(ProgramsTest):
     def engine_of(self, service):
         return self.child_of(self.supervisor_below(service))
 
-    def expect_death(self, host, pattern, start=None):
+    def expect_death(self, host, pattern, start=None, bound=EXPLAINED_WITHIN, what="a crash is explained at the host"):
         host.wait_for_notification("EngineDied")
         if start is not None:
-            self.assertLess(time.monotonic() - start, EXPLAINED_WITHIN)
+            self.expect_within(bound, what, time.monotonic() - start)
         self.assertRegex(host.notifications()[-1]["values"]["reason"], pattern)
         self.expect_exit(host, 3)
 
@@ -181,6 +186,51 @@ class TheCounter(EnginePrograms):
                 start = time.monotonic()
                 self.kill(self.engine_of(service), signal.SIGSEGV)
                 self.expect_death(host, r"^engine process \d+ died: signal 11 \(Segmentation fault\)", start)
+                self._services.pop()
+                service.signal(signal.SIGTERM)
+                self.assertEqual(service.wait(), 0)
+
+    def test_has_its_hang_ended(self):
+        for start_service in (self.supervised_by_itself, self.supervised_by_another):
+            with self.subTest(start_service.__name__):
+                service, endpoint = start_service()
+                host = self.running_on(endpoint)
+                start = time.monotonic()
+                self.kill(self.engine_of(service), signal.SIGSTOP)
+                self.expect_death(host, r"^engine process \d+ was killed by signal 9: it was kept stopped for 10 s", start,
+                                  ENDED_WITHIN, "a hang is ended, and explained at the host")
+                self._services.pop()
+                service.signal(signal.SIGTERM)
+                self.assertEqual(service.wait(), 0)
+
+    def test_may_print_what_it_likes_before_it_is_ready(self):
+        program = self.file("engine.sh", f"""#!/bin/sh
+            yes 'before it is ready' | head -n {LINES}
+            exec {os.environ['COUNTER_ENGINE']} "$@"
+            """.encode())
+        program.chmod(0o700)
+        service, endpoint = self.service_for(program)
+        host = self.running_on(endpoint)
+        host.interrupt()
+        self.expect_exit(host, 130)
+        service.wait_for_errors(": stopped\n")
+        self.assertEqual(len(service.captured_lines("before it is ready")), LINES)
+
+    def test_may_print_what_it_likes_while_it_runs(self):
+        for start_service in (self.supervised_by_itself, self.supervised_by_another):
+            with self.subTest(start_service.__name__):
+                service, endpoint = start_service()
+                host = self.running_on(endpoint)
+                # The engine's own standard output, as a library in it would use it.
+                with open(f"/proc/{self.engine_of(service)}/fd/1", "wb") as output:
+                    subprocess.run(["head", "-n", str(LINES)], input=b"while it runs\n" * LINES, stdout=output, check=True,
+                                   timeout=PATIENCE)
+                counts = host.lines().count("Count")
+                wait_until(lambda: host.lines().count("Count") > counts + 1, "the engine does not count on")
+                host.interrupt()
+                self.expect_exit(host, 130)
+                service.wait_for_errors(": stopped\n")
+                self.assertEqual(len(service.captured_lines("while it runs")), LINES)
                 self._services.pop()
                 service.signal(signal.SIGTERM)
                 self.assertEqual(service.wait(), 0)

@@ -9,7 +9,7 @@ namespace qor::engines {
 namespace {
 
 std::vector<ManualNotification> notifications() {
-  std::vector<ManualNotification> all{
+  return {
       {.line = "Tick",
        .summary = "One of those that the document asks for",
        .values = {{"value", tamb::TambType::Uint64, "Counts from 0"}}},
@@ -17,15 +17,12 @@ std::vector<ManualNotification> notifications() {
        .summary = "It was pinged",
        .values = {{"value", tamb::TambType::Uint64, "The ping's time-out, in milliseconds"}}},
   };
-  const auto common = commonNotifications();
-  all.insert(all.end(), common.begin(), common.end());
-  return all;
 }
 
 }  // namespace
 
 const EngineManual& testManual() {
-  static const EngineManual manual{
+  static const auto manual = withCommonNotifications({
       .name = "test",
       .summary = "Has no media; crashes, hangs or throws on demand, for tests of what is around engines",
       .step = "test",
@@ -47,7 +44,7 @@ const EngineManual& testManual() {
                 .summary = "How many lines it prints to its standard output just before"}},
       .commands = {{.name = "Fault", .summary = R"(Goes wrong, if "when" is "command")"}},
       .notifications = notifications(),
-  };
+  });
   return manual;
 }
 
