@@ -42,7 +42,9 @@ EndingSignals::EndingSignals(std::function<void()> prepare) : prepare_(std::move
 }
 
 EndingSignals::~EndingSignals() {
-  end_.write.close();
+  const char anything = 0;
+  // The pipe has room: nobody else writes to it.
+  [[maybe_unused]] const auto written = ::write(end_.write.get(), &anything, sizeof anything);
   thread_.join();
   ::pthread_sigmask(SIG_UNBLOCK, &set_, nullptr);
 }
@@ -50,7 +52,7 @@ EndingSignals::~EndingSignals() {
 void EndingSignals::attend() {
   ::prctl(PR_SET_NAME, "tamb-signals");
   std::array<pollfd, 2> awaited{{{.fd = signals_.get(), .events = POLLIN, .revents = 0},
-                                 {.fd = end_.read.get(), .events = 0, .revents = 0}}};
+                                 {.fd = end_.read.get(), .events = POLLIN, .revents = 0}}};
   while (awaited[1].revents == 0) {
     ::poll(awaited.data(), awaited.size(), -1);
     signalfd_siginfo signal{};

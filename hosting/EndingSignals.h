@@ -28,7 +28,8 @@ class EndingSignals {
   const std::function<void()> prepare_;
   sigset_t set_{};
   base::FileDescriptor signals_;
-  /// Closed to end the thread.
+  /// A byte in it ends the thread. To close it would not: a copy of this process that an engine has made with
+  /// fork() holds the other end open.
   processes::Pipe end_;
   std::thread thread_;
 };

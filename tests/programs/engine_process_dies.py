@@ -63,6 +63,13 @@ class Host(ProgramsTest):
                 host = self.host(self.faulty_engine_workflow(behaviour=behaviour, when="run", notifications=3))
                 self.expect_death_is_told(host, cause)
 
+    def test_leaves_an_engine_that_ends_well_although_a_process_of_its_own_goes_on(self):
+        service, endpoint = self.service()
+        workflow = self.faulty_engine_workflow(behaviour="throw", leavesProcess=True)
+        self.expect_exit(self.host("--service", endpoint, workflow), 1)
+        service.wait_for_errors(" ended after ")
+        self.assertRegex(service.errors(), r" ended after \d+ s: failed: TestEngine: thrown in the run\n")
+
     def test_is_told_how_its_engine_died_on_a_command(self):
         for behaviour, cause in FAULTS.items():
             with self.subTest(behaviour):

@@ -92,7 +92,8 @@ class Registry(ProgramsTest):
         engine = json.loads(self.printed("engine", "test", "--json", "--engines", TEST_ENGINES)[0])
         self.assertEqual(engine["file"], f"{TEST_ENGINES}/test.json")
         manual = engine["manual"]
-        self.assertEqual([key["name"] for key in manual["keys"]], ["behaviour", "when", "notifications", "prints"])
+        self.assertEqual([key["name"] for key in manual["keys"]], ["behaviour", "when", "notifications", "prints",
+                                                                 "leavesProcess"])
         self.assertEqual(manual["keys"][1]["default"], "run")
         self.assertEqual([command["name"] for command in manual["commands"]], ["Fault"])
         self.assertIn("Tick", [notification["line"] for notification in manual["notifications"]])

@@ -41,7 +41,10 @@ const EngineManual& testManual() {
                 .summary = "How many notifications Tick it publishes first"},
                {.name = "prints",
                 .type = KeyType::Count,
-                .summary = "How many lines it prints to its standard output just before"}},
+                .summary = "How many lines it prints to its standard output just before"},
+               {.name = "leavesProcess",
+                .type = KeyType::Flag,
+                .summary = "Whether it starts a copy of its process just before, which exits 10 s later"}},
       .commands = {{.name = "Fault", .summary = R"(Goes wrong, if "when" is "command")"}},
       .notifications = notifications(),
   });
@@ -53,7 +56,8 @@ TestDocument readTestDocument(const std::string& text) {
   return {.behaviour = values.choice<TestBehaviour>("behaviour"),
           .when = values.choice<TestMoment>("when"),
           .notifications = values.count("notifications"),
-          .prints = values.count("prints")};
+          .prints = values.count("prints"),
+          .leavesProcess = values.flag("leavesProcess")};
 }
 
 }  // namespace qor::engines

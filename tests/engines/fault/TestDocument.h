@@ -17,6 +17,8 @@ struct TestDocument {
   std::uint64_t notifications = 0;
   /// How many lines it prints to its standard output first.
   std::uint64_t prints = 0;
+  /// Whether it starts a copy of its process first, which has all descriptors open for 10 s.
+  bool leavesProcess = false;
 };
 
 /// What the test engine reports of itself; its document is read by it.
