@@ -73,6 +73,7 @@ EngineChild::~EngineChild() {
   if (!isAlive_) return;
   ::kill(process_, SIGKILL);
   processes::waitForEnd(process_, engineExitsWithin);
+  left_.end();
 }
 
 std::string EngineChild::cause() const {
@@ -94,9 +95,11 @@ std::string EngineChild::startFailure() const {
 }
 
 void EngineChild::await(Clock::time_point deadline, int alsoAwaited) {
-  if (askedToExit_) deadline = std::min(deadline, *askedToExit_ + engineExitsWithin);
-  if (stopIgnored_) deadline = std::min(deadline, *stopIgnored_ + engineStopsWithin);
-  if (frozen_) deadline = std::min(deadline, *frozen_ + longestFreeze);
+  // A killed process may take a while to exit.
+  const bool mayBeOverdue = whyKilled_.empty();
+  if (mayBeOverdue && askedToExit_) deadline = std::min(deadline, *askedToExit_ + engineExitsWithin);
+  if (mayBeOverdue && stopIgnored_) deadline = std::min(deadline, *stopIgnored_ + engineStopsWithin);
+  if (mayBeOverdue && frozen_) deadline = std::min(deadline, *frozen_ + longestFreeze);
   std::array<pollfd, 4> awaited{{{.fd = reports_.descriptor(), .events = POLLIN, .revents = 0},
                                  {.fd = output_.descriptor(), .events = POLLIN, .revents = 0},
                                  {.fd = errors_.descriptor(), .events = POLLIN, .revents = 0},
@@ -120,7 +123,11 @@ void EngineChild::requestExit() {
 
 void EngineChild::noticeChanges() {
   int status = 0;
-  while (isAlive_ && ::waitpid(process_, &status, WNOHANG | WUNTRACED | WCONTINUED) == process_) {
+  while (isAlive_) {
+    // Any child: orphans that it has left so far are reaped as well.
+    const pid_t child = ::waitpid(-1, &status, WNOHANG | WUNTRACED | WCONTINUED);
+    if (child <= 0) return;
+    if (child != process_) continue;
     if (WIFSTOPPED(status)) {
       frozen_ = Clock::now();
       utils::logWarning("Engine process " + std::to_string(process_) +
@@ -209,7 +216,7 @@ void EngineChild::passOn(LineReader& stream) {
 }
 
 /// What it wrote before it died is still in the pipes. A process that it started may hold them open, and go
-/// on writing: only what is in them now is read.
+/// on writing, when it has disconnected as it should: only what is in them now is read.
 void EngineChild::drain() {
   const auto drainOne = [](const LineReader& reader, const auto& read) {
     for (int reads = 0; reads < readsToDrain && reader.isOpen(); ++reads) {
@@ -219,6 +226,7 @@ void EngineChild::drain() {
     }
   };
   drainOne(reports_, [this] { takeReports(); });
+  if (!isLeaving_ || status_ != 0) left_.end();
   drainOne(output_, [this] { passOn(output_); });
   drainOne(errors_, [this] { passOn(errors_); });
 }

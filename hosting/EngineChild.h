@@ -10,6 +10,7 @@
 
 #include "hosting/EngineReport.h"
 #include "hosting/EngineReporter.h"
+#include "hosting/LeftProcesses.h"
 #include "runtime/base/FileDescriptor.h"
 #include "runtime/processes/Pipe.h"
 
@@ -24,7 +25,7 @@ class EngineChild {
   /// Forks. `life` is the child's whole life, to its exit code; `name` is its name in the process table.
   /// Throws std::system_error.
   EngineChild(const std::string& name, const std::function<int(const EngineReporter&)>& life);
-  /// Kills and reaps it, should it still be alive: within 5 s.
+  /// Kills and reaps it, with those that it leaves, should it still be alive: within 6 s.
   ~EngineChild();
   EngineChild(const EngineChild&) = delete;
   EngineChild& operator=(const EngineChild&) = delete;
@@ -47,8 +48,9 @@ class EngineChild {
   /// and processes the output.
   void await(Clock::time_point deadline, int alsoAwaited);
   /// Notices whether it was stopped or continued or has exited, and kills it when it is overdue: 5 s after
-  /// it, or a run of its engine, was asked to end, and when it has been kept stopped for 10 s. To be called
-  /// after every SIGCHLD, and before the next wait.
+  /// it, or a run of its engine, was asked to end, and when it has been kept stopped for 10 s. When it has
+  /// died, the processes that it leaves are killed as well. To be called after every SIGCHLD, and before the
+  /// next wait.
   void processPendingEvents();
   /// Asks it to exit. Repeated calls do nothing.
   void requestExit();
@@ -58,10 +60,12 @@ class EngineChild {
   void take(const EngineReport& report);
   /// Passes on what the child has written to one of its streams.
   void passOn(processes::LineReader& stream);
+  /// Takes what is left of its output, once it has exited.
   void drain();
   void noticeChanges();
   void killWhenOverdue();
 
+  const LeftProcesses left_;
   pid_t process_ = 0;
   processes::LineReader reports_{base::FileDescriptor()};
   processes::LineReader output_{base::FileDescriptor()};

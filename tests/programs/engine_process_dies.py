@@ -63,6 +63,11 @@ class Host(ProgramsTest):
                 host = self.host(self.faulty_engine_workflow(behaviour=behaviour, when="run", notifications=3))
                 self.expect_death_is_told(host, cause)
 
+    def test_is_told_even_though_its_engine_has_left_a_process_that_holds_its_sockets(self):
+        host = self.host(self.faulty_engine_workflow(behaviour="crash", notifications=3, leavesProcess=True))
+        # The last line of the log had no end.
+        self.expect_death_is_told(host, f"{CAUSES[signal.SIGSEGV]} | TestEngine: leaves a process")
+
     def test_leaves_an_engine_that_ends_well_although_a_process_of_its_own_goes_on(self):
         service, endpoint = self.service()
         workflow = self.faulty_engine_workflow(behaviour="throw", leavesProcess=True)
