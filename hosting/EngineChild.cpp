@@ -179,7 +179,7 @@ void EngineChild::take(const EngineReport& report) {
       isReady_ = true;
       break;
     case EngineEvent::Failed:
-      failure_ = report.reason;
+      failure_ = report.reason.empty() ? "no reason was given" : report.reason;
       break;
     case EngineEvent::Running:
       isRunning_ = true;

@@ -33,6 +33,8 @@ class EngineChild {
   pid_t process() const { return process_; }
   bool isAlive() const { return isAlive_; }
   bool isReady() const { return isReady_; }
+  /// Whether it has reported that it will not be ready.
+  bool hasFailed() const { return !failure_.empty(); }
   bool isLeaving() const { return isLeaving_; }
   /// As waitpid reports it, once it is not alive any more.
   int status() const { return status_; }

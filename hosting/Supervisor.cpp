@@ -103,8 +103,12 @@ class Supervision {
   }
 
   EngineOutcome run(const std::function<void(int)>& onReady) {
-    superviseUntil(Clock::now() + engineReadyWithin, [&] { return child_.isReady(); });
-    if (!child_.isReady()) return reportNotStarted();
+    superviseUntil(Clock::now() + engineReadyWithin, [&] { return child_.isReady() || child_.hasFailed(); });
+    if (!child_.isReady()) {
+      // What it logs on its way out belongs to the reason.
+      if (child_.hasFailed()) superviseUntil(Clock::now() + failedExitsWithin, [] { return false; });
+      return reportNotStarted();
+    }
     onReady(child_.process());
     // Its host bounds its life: it leaves when that is silent.
     superviseUntil(Clock::time_point::max(), [&] { return child_.isLeaving(); });

@@ -29,9 +29,10 @@ struct EngineOutcome {
 
 /// Runs the engine in a process of its own, this one's child, and takes over its endpoints when it dies.
 /// Returns once the child has exited and its host has been informed. Every wait is bounded: 20 s for the
-/// engine to be ready, 5 s for it to stop, 10 s of silence of the host, 10 s for a child that was stopped
-/// (SIGSTOP) to be continued, 5 s for a run to end that was asked to stop. SIGTERM, SIGINT and SIGHUP end the
-/// child, and with it the engine; it is killed when it is still alive 5 s later.
+/// engine to be ready, 2 s for a process to exit that has reported it will not be, 5 s for it to stop, 10 s
+/// of silence of the host, 10 s for a child that was stopped (SIGSTOP) to be continued, 5 s for a run to end
+/// that was asked to stop. SIGTERM, SIGINT and SIGHUP end the child, and with it the engine; it is killed
+/// when it is still alive 5 s later.
 ///
 /// To be called by a process that has one thread and has opened no sockets: the child is a copy of it, or
 /// becomes the engine's program. `onReady` is given the child's process id, `onFailure` one readable line. At

@@ -12,6 +12,8 @@ namespace qor::hosting {
 inline constexpr std::chrono::seconds socketsReadyWithin{5};
 /// A supervisor: from the start of the engine's process until it has reported "ready".
 inline constexpr std::chrono::seconds engineReadyWithin{20};
+/// From an engine's report that it has failed to be ready until its process has exited; it is killed then.
+inline constexpr std::chrono::seconds failedExitsWithin{2};
 /// A service: from the start of a supervisor until it has reported "ready".
 inline constexpr std::chrono::seconds supervisorReadyWithin{25};
 
