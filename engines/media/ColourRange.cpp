@@ -32,10 +32,10 @@ int option(AVFilterContext& filter, const char* name, int missing) {
 
 bool hasText(AVFilterContext& filter, const char* name) {
   std::uint8_t* text = nullptr;
-  const bool isThere = av_opt_get(&filter, name, AV_OPT_SEARCH_CHILDREN | AV_OPT_ALLOW_NULL, &text) >= 0 &&
-                       text != nullptr && *text != 0;
+  const bool isSet = av_opt_get(&filter, name, AV_OPT_SEARCH_CHILDREN | AV_OPT_ALLOW_NULL, &text) >= 0 &&
+                     text != nullptr && *text != 0;
   av_free(text);
-  return isThere;
+  return isSet;
 }
 
 /// None if the range stays as it is.

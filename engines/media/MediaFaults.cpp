@@ -8,12 +8,12 @@ namespace {
 
 /// How many faults of each kind are reported; the rest are counted only, since a broken file may have
 /// hundreds of thousands.
-constexpr std::uint64_t mostTold = 20;
+constexpr std::uint64_t mostPublished = 20;
 
 }  // namespace
 
 void MediaFaults::gapFilled(double from, double duration) {
-  tell(++counts_.filledGaps, "GapFilled", from, {{"duration", duration}});
+  publish(++counts_.filledGaps, "GapFilled", from, {{"duration", duration}});
 }
 
 void MediaFaults::undecodable(std::optional<int> stream, double at, const std::string& reason) {
@@ -25,19 +25,20 @@ void MediaFaults::undecodable(std::optional<int> stream, double at, const std::s
   if (counts_.decodeErrors == 0) {
     firstError_ = reason;
   }
-  tell(++counts_.decodeErrors, "DecodeError", at, values);
+  publish(++counts_.decodeErrors, "DecodeError", at, values);
 }
 
 void MediaFaults::leftOut(int stream, const std::string& reason) {
-  tell(++streamsLeftOut_, "StreamLeftOut", 0, {{"stream", std::int64_t{stream}}, {names::reason, reason}});
+  publish(++streamsLeftOut_, "StreamLeftOut", 0, {{"stream", std::int64_t{stream}}, {names::reason, reason}});
 }
 
 void MediaFaults::timeJumped(int stream, double at, double by) {
-  tell(++counts_.timeJumps, "TimeJump", at, {{"stream", std::int64_t{stream}}, {"by", by}});
+  publish(++counts_.timeJumps, "TimeJump", at, {{"stream", std::int64_t{stream}}, {"by", by}});
 }
 
 void MediaFaults::kindChanged(int stream, double at, const std::string& from, const std::string& to) {
-  tell(++kindChanges_, "FormatChanged", at, {{"stream", std::int64_t{stream}}, {"from", from}, {"to", to}});
+  publish(++kindChanges_, "FormatChanged", at,
+          {{"stream", std::int64_t{stream}}, {"from", from}, {"to", to}});
 }
 
 void MediaFaults::begin() {
@@ -48,9 +49,9 @@ void MediaFaults::begin() {
   waiting_.clear();
 }
 
-void MediaFaults::tell(std::uint64_t count, const std::string& line, double seconds,
-                       const NotificationValues& values) {
-  if (count > mostTold) {
+void MediaFaults::publish(std::uint64_t count, const std::string& line, double seconds,
+                          const NotificationValues& values) {
+  if (count > mostPublished) {
     return;
   }
   if (begun_) {

@@ -41,7 +41,8 @@ class MediaFaults {
   const MediaFaultCounts& counts() const { return counts_; }
 
  private:
-  void tell(std::uint64_t count, const std::string& line, double seconds, const NotificationValues& values);
+  void publish(std::uint64_t count, const std::string& line, double seconds,
+               const NotificationValues& values);
 
   struct Told {
     std::string line;

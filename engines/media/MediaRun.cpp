@@ -11,7 +11,7 @@
 
 #include "engines/media/AudioCut.h"
 #include "engines/media/FilePath.h"
-#include "engines/media/Moment.h"
+#include "engines/media/RationalTime.h"
 #include "engines/media/StoppedEarly.h"
 #include "runtime/tamb/WriteLogRecord.h"
 #include "tamb/TAMBRuntimeError.h"

@@ -101,7 +101,7 @@ void StreamDecoder::end() {
   }
 }
 
-Moment StreamDecoder::time() const {
+RationalTime StreamDecoder::time() const {
   if (frameRate_.num > 0 && frameRate_.den > 0 && codec_->codec_type == AVMEDIA_TYPE_VIDEO) {
     const auto frameDuration = av_inv_q(frameRate_);
     const auto number = av_rescale_q(frame_->pts, timeBase_, frameDuration);

@@ -7,7 +7,7 @@
 #include "engines/media/FfmpegHandles.h"
 #include "engines/media/MediaFaults.h"
 #include "engines/media/MediaInput.h"
-#include "engines/media/Moment.h"
+#include "engines/media/RationalTime.h"
 
 namespace qor::engines {
 
@@ -34,7 +34,7 @@ class StreamDecoder {
   const std::string& firstError() const { return firstError_; }
 
   /// When the frame of the last peek() is due.
-  Moment time() const;
+  RationalTime time() const;
   /// What the frames' time stamps count; they begin with the media at 0.
   AVRational timeBase() const { return timeBase_; }
   const AVStream& stream() const { return stream_; }

@@ -10,7 +10,7 @@ extern "C" {
 namespace qor::engines {
 
 /// An exact time of the media: so many units, each of so many seconds.
-struct Moment {
+struct RationalTime {
   std::int64_t units = 0;
   AVRational unit{1, 1};
 
