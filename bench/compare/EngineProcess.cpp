@@ -78,7 +78,7 @@ class Engines {
 
 }  // namespace
 
-void beTheEngine(const std::string& taskText) {
+void runEngineProcess(const std::string& taskText) {
   const auto task = nlohmann::json::parse(taskText).get<EngineTask>();
   if (task.run.cores == Cores::Each) stayOnCore(1);
   const Line line(Peer::lineDescriptor, enginePatience);

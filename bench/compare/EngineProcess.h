@@ -24,13 +24,13 @@ struct EngineResult {
   std::size_t wrong;
 };
 
-constexpr const char* engineRole = "--be-the-engine";
+constexpr const char* engineRole = "--engine-process";
 /// How long one of the two may say nothing.
 constexpr std::chrono::seconds enginePatience{100};
 
 /// Serves the host at the other end of the line. Gives a sign once it is ready; gives the EngineResult after
 /// the warm-up and all turns; ends when the host has gone. The warm-up and each turn lie between two signs:
 /// the host gives the first one, and whoever sends gives the second one.
-void beTheEngine(const std::string& task);
+void runEngineProcess(const std::string& task);
 
 }  // namespace qor::bench

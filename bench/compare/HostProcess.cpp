@@ -225,7 +225,7 @@ std::unique_ptr<Measured> setUp(const Case& run) {
 
 }  // namespace
 
-void beTheHost(const std::string& caseText) {
+void runHostProcess(const std::string& caseText) {
   const auto run = nlohmann::json::parse(caseText).get<Case>();
   const Line line(Peer::lineDescriptor, hostPatience);
   if (run.cores == Cores::One) stayOnCore(0);

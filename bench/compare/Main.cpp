@@ -141,11 +141,11 @@ int compare(const Options& options) {
 /// Whether that is the role of a process that this program has started.
 bool takeRole(const std::string& role, const std::string& task) {
   if (role == qor::bench::hostRole) {
-    qor::bench::beTheHost(task);
+    qor::bench::runHostProcess(task);
   } else if (role == qor::bench::engineRole) {
-    qor::bench::beTheEngine(task);
+    qor::bench::runEngineProcess(task);
   } else if (role == qor::bench::remoteEnginesRole) {
-    qor::bench::haveRemoteEngines(task);
+    qor::bench::runRemoteEngines(task);
   } else {
     return false;
   }

@@ -68,7 +68,7 @@ class Service {
 
 }  // namespace
 
-void haveRemoteEngines(const std::string& countText) {
+void runRemoteEngines(const std::string& countText) {
   const auto count = static_cast<std::size_t>(std::stoul(countText));
   const Line line(Peer::lineDescriptor, remoteEnginesPatience);
   const Service service(count);

@@ -17,10 +17,10 @@ struct RemoteResult {
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(RemoteResult, wiredMilliseconds, residentKibibytes, idleCorePercent,
                                    idleSwitchesPerSecond)
 
-constexpr const char* remoteEnginesRole = "--have-remote-engines";
+constexpr const char* remoteEnginesRole = "--remote-engines";
 constexpr std::chrono::seconds remoteEnginesPatience{300};
 
 /// Has so many in this process, and gives the RemoteResult at the other end of the line.
-void haveRemoteEngines(const std::string& count);
+void runRemoteEngines(const std::string& count);
 
 }  // namespace qor::bench
