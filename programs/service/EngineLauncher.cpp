@@ -194,7 +194,7 @@ EngineLauncher::Outcome EngineLauncher::conclude(Start& start) {
     engines_.push_back({name, identityOf(start.workflowManagerId, start.engineId, start.endpoints),
                         start.engineProcess, std::move(*start.process), start.directory.path(), start.started,
                         start.core});
-    start.directory.handOver();
+    start.directory.release();
   } else if (start.process) {
     groups_.push_back(start.process->pid());
   }

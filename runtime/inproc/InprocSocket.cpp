@@ -20,7 +20,7 @@ void InprocSocket::open(ClosePolicy::ClosePolicy closePolicy, std::chrono::milli
     throw;
   }
   isOpen_ = true;
-  network_.tellObservers();
+  network_.notifyObservers();
 }
 
 int InprocSocket::poll(std::chrono::milliseconds timeOut, std::string& errorText) {
@@ -45,7 +45,7 @@ void InprocSocket::send(const google::protobuf::Message& message, std::size_t si
   throwPlanned(Operation::Send);
   checkContext();
   put(std::move(encoded), lock);
-  network_.tellObservers();
+  network_.notifyObservers();
 }
 
 int InprocSocket::receive(google::protobuf::Message* message, unsigned int sizeBound) {
@@ -58,7 +58,7 @@ int InprocSocket::receive(google::protobuf::Message* message, unsigned int sizeB
     }
     if (!canReceive()) throw failure(whyNoneCanCome());
     encoded = take();
-    network_.tellObservers();
+    network_.notifyObservers();
   }
   return decode({.data = encoded.data(), .size = encoded.size(), .parts = 1}, sizeBound, message, label_);
 }
@@ -94,7 +94,7 @@ SocketState InprocSocket::state() const {
 void InprocSocket::wake() {
   blockedIn_.reset();
   changed_.notify_all();
-  network_.tellObservers();
+  network_.notifyObservers();
 }
 
 std::runtime_error InprocSocket::failure(const std::string& reason) const {

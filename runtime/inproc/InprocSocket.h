@@ -98,7 +98,7 @@ InprocSocket::Woken InprocSocket::wait(base::Lock& lock, Operation operation,
     if (condition()) return Woken::ByCondition;
     if (late) return Woken::ByDeadline;
     blockedIn_ = operation;
-    network_.tellObservers();
+    network_.notifyObservers();
     if (deadline) {
       late = lock.waitUntil(changed_, *deadline) == std::cv_status::timeout;
     } else {

@@ -33,7 +33,7 @@ void PublisherSocket::admit(SubscriberSocket& subscriber) {
     const std::size_t size = newest_->size();
     subscriber.hasRoom(size) ? subscriber.deliver(*newest_) : backlog_.keep(*newest_, size, label());
   }
-  handOver();
+  sendBacklog();
 }
 
 void PublisherSocket::remove(const SubscriberSocket& subscriber) {
@@ -49,7 +49,7 @@ void PublisherSocket::remove(const SubscriberSocket& subscriber) {
     waiting_.erase(next);
     admit(admitted);
   }
-  handOver();  // It may have been the one without room.
+  sendBacklog();  // It may have been the one without room.
 }
 
 void PublisherSocket::logRefusals() {
@@ -61,18 +61,18 @@ void PublisherSocket::put(std::string encoded, base::Lock& /*lock*/) {
   if (backlog_.isNewestOnly()) newest_ = encoded;
   const std::size_t size = encoded.size();
   backlog_.keep(std::move(encoded), size, label());
-  handOver();
+  sendBacklog();
 }
 
-void PublisherSocket::handOver() {
-  while (canHandOver()) {
+void PublisherSocket::sendBacklog() {
+  while (canSend()) {
     for (SubscriberSocket* const subscriber : subscribers_) subscriber->deliver(backlog_.oldest());
     backlog_.dropOldest();
     if (backlog_.empty()) wake();
   }
 }
 
-bool PublisherSocket::canHandOver() {
+bool PublisherSocket::canSend() {
   return !backlog_.empty() && !subscribers_.empty() &&
          std::all_of(subscribers_.begin(), subscribers_.end(),
                      [this](const SubscriberSocket* subscriber) QOR_REQUIRES(networkMutex) {

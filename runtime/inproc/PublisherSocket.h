@@ -25,7 +25,7 @@ class PublisherSocket final : public BindingSocket {
   void add(SubscriberSocket& subscriber) QOR_REQUIRES(networkMutex);
   void remove(const SubscriberSocket& subscriber) QOR_REQUIRES(networkMutex);
   /// Hands over what is kept, as far as every subscriber has room for it.
-  void handOver() QOR_REQUIRES(networkMutex);
+  void sendBacklog() QOR_REQUIRES(networkMutex);
 
  private:
   std::size_t peers() const QOR_REQUIRES(networkMutex) override { return subscribers_.size(); }
@@ -34,7 +34,7 @@ class PublisherSocket final : public BindingSocket {
   std::string take() override { return {}; }
   std::string whyNoneCanCome() const override { return "a publisher receives nothing"; }
   void put(std::string encoded, base::Lock& lock) QOR_REQUIRES(networkMutex) override;
-  bool canHandOver() QOR_REQUIRES(networkMutex);
+  bool canSend() QOR_REQUIRES(networkMutex);
 
   void admit(SubscriberSocket& subscriber) QOR_REQUIRES(networkMutex);
 

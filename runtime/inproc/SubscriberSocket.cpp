@@ -22,7 +22,7 @@ void SubscriberSocket::deliver(std::string encoded) {
 std::string SubscriberSocket::take() {
   std::string encoded = std::move(inbox_.oldest());
   inbox_.dropOldest();
-  if (publisher_ != nullptr) publisher_->handOver();
+  if (publisher_ != nullptr) publisher_->sendBacklog();
   return encoded;
 }
 

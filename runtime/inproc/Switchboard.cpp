@@ -37,7 +37,7 @@ void Switchboard::remove(const InprocSocket& socket) {
     connecting_.erase(leaving);
   }
   updateConnections();
-  tellObservers();
+  notifyObservers();
 }
 
 void Switchboard::shutDownContext() {
@@ -97,7 +97,7 @@ void Switchboard::updateConnections() {
     if (InprocSocket* const peer = peerFor(*socket); peer != nullptr && !peer->isShutDown())
       socket->joinPeer(*peer);
   }
-  tellObservers();
+  notifyObservers();
 }
 
 InprocSocket* Switchboard::peerFor(const ConnectingSocket& socket) const {
@@ -112,7 +112,7 @@ bool Switchboard::isCut(const InprocSocket& socket) const {
 
 void Switchboard::wakeAll() {
   for (InprocSocket* const socket : sockets_) socket->wake();
-  tellObservers();
+  notifyObservers();
 }
 
 }  // namespace qor::socket::inproc

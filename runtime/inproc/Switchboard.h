@@ -62,7 +62,7 @@ class Switchboard {
   void reset() QOR_REQUIRES(networkMutex);
 
   /// To be called after each change that somebody outside of the sockets may wait for.
-  void tellObservers() { changed_.notify_all(); }
+  void notifyObservers() { changed_.notify_all(); }
   std::condition_variable& changed() { return changed_; }
 
  private:

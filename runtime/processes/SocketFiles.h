@@ -34,7 +34,7 @@ class PrivateDirectory {
   PrivateDirectory& operator=(const PrivateDirectory&) = delete;
 
   const std::filesystem::path& path() const { return path_; }
-  void handOver() { isOurs_ = false; }
+  void release() { isOurs_ = false; }
 
  private:
   std::filesystem::path path_;

@@ -30,8 +30,8 @@ Connection::Connection(ZmqSocket& socket, Context& context, Reconnector reconnec
               ZMQ_EVENT_CONNECTED | ZMQ_EVENT_HANDSHAKE_SUCCEEDED | ZMQ_EVENT_DISCONNECTED |
                   ZMQ_EVENT_CONNECT_RETRIED,
               description),
-      news_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-  if (!news_.isOpen()) throw std::system_error(errno, std::generic_category(), description);
+      changes_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+  if (!changes_.isOpen()) throw std::system_error(errno, std::generic_category(), description);
   watch_.add(events_.descriptor(), *this);
 }
 
@@ -59,11 +59,11 @@ void Connection::onReconnect() {
 
 void Connection::interrupt() noexcept {
   interrupted_ = true;
-  tell();
+  signalChange();
 }
 
 bool Connection::wait(int descriptor, std::optional<Deadline> deadline) {
-  std::array<pollfd, 2> watched{{{.fd = news_.get(), .events = POLLIN, .revents = 0},
+  std::array<pollfd, 2> watched{{{.fd = changes_.get(), .events = POLLIN, .revents = 0},
                                  {.fd = descriptor, .events = POLLIN, .revents = 0}}};
   for (;;) {
     const int ready = ::poll(watched.data(), watched.size(), deadline ? base::pollTimeOut(*deadline) : -1);
@@ -71,7 +71,7 @@ bool Connection::wait(int descriptor, std::optional<Deadline> deadline) {
     if (ready < 0) throw std::system_error(errno, std::generic_category(), "cannot wait for a message");
     if (watched[0].revents != 0) {
       std::uint64_t count = 0;
-      [[maybe_unused]] const auto taken = ::read(news_.get(), &count, sizeof count);
+      [[maybe_unused]] const auto taken = ::read(changes_.get(), &count, sizeof count);
     }
     return ready != 0;
   }
@@ -85,7 +85,7 @@ bool Connection::onActivity() noexcept {
     // The context is being shut down; the socket is told so by libzmq itself.
     goesOn = false;
   }
-  tell();
+  signalChange();
   return goesOn;
 }
 
@@ -98,11 +98,11 @@ void Connection::onEvent(const SocketMonitor::Event& event) noexcept {
     case ZMQ_EVENT_HANDSHAKE_SUCCEEDED:
       downSince_ = never;
       timeBeforeNextTry_ = shortestTimeBetweenTries;
-      stands_ = true;
+      isConnected_ = true;
       break;
     case ZMQ_EVENT_DISCONNECTED:
       descriptor_ = noDescriptor;
-      hadStood_ = stands_.exchange(false);
+      wasConnected_ = isConnected_.exchange(false);
       downSince_ = now;
       ++losses_;
       break;
@@ -114,10 +114,10 @@ void Connection::onEvent(const SocketMonitor::Event& event) noexcept {
   }
 }
 
-void Connection::tell() noexcept {
+void Connection::signalChange() noexcept {
   const std::uint64_t one = 1;
   // Fails only when the count is at its limit, and then the descriptor is readable already.
-  [[maybe_unused]] const auto written = ::write(news_.get(), &one, sizeof one);
+  [[maybe_unused]] const auto written = ::write(changes_.get(), &one, sizeof one);
 }
 
 }  // namespace qor::socket

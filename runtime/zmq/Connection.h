@@ -30,9 +30,9 @@ class Connection : private Watched {
   Connection& operator=(const Connection&) = delete;
 
   /// The peer has answered the handshake and has not been lost since.
-  bool stands() const { return stands_; }
+  bool isConnected() const { return isConnected_; }
   /// The one that was lost last had stood: its peer does speak the protocol.
-  bool hadStood() const { return hadStood_; }
+  bool wasConnected() const { return wasConnected_; }
   /// How often a connection was lost so far.
   std::uint64_t losses() const { return losses_; }
   /// When the owner is to connect the socket again, unless there is news by then; nothing while there is no
@@ -56,14 +56,14 @@ class Connection : private Watched {
  private:
   bool onActivity() noexcept override;
   void onEvent(const SocketMonitor::Event& event) noexcept;
-  void tell() noexcept;
+  void signalChange() noexcept;
 
   SocketWatch& watch_;
   const Reconnector reconnector_;
-  SocketMonitor events_;       ///< used by the watch's thread alone, once it is watched
-  base::FileDescriptor news_;  ///< readable when something has changed since the last wait
-  std::atomic<bool> stands_{false};
-  std::atomic<bool> hadStood_{false};
+  SocketMonitor events_;          ///< used by the watch's thread alone, once it is watched
+  base::FileDescriptor changes_;  ///< readable when something has changed since the last wait
+  std::atomic<bool> isConnected_{false};
+  std::atomic<bool> wasConnected_{false};
   static constexpr int noDescriptor = -1;
   int descriptor_ = noDescriptor;  ///< libzmq's; used where events_ is
   bool isFollowed_ = true;

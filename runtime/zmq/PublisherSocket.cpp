@@ -83,7 +83,7 @@ void PublisherSocket::send(const google::protobuf::Message& message, std::size_t
     if (const auto now = coarseNow(); now - lastLook_ >= timeBetweenLooks) {
       lastLook_ = now;
       lookForSubscribers();
-      handOver();
+      sendBacklog();
     }
     if (backlog_.isNewestOnly()) newest_ = encoded.copy();
     if (!subscribed_ || !backlog_.empty() || socket().trySend(encoded) != ZmqSocket::Sent::Yes) {
@@ -115,7 +115,7 @@ bool PublisherSocket::onActivity() noexcept {
     const base::Lock lock(mutex_);
     try {
       lookForSubscribers();
-      handOver();
+      sendBacklog();
       if (readers_) warnings = readers_->refusals().takeLines();
     } catch (const std::exception&) {
       // The context is being shut down: nobody will subscribe any more, and the owner meets the same at its
@@ -165,7 +165,7 @@ void PublisherSocket::onSubscription() {
   if (newest_ && backlog_.empty()) backlog_.keep(newest_->copy(), newest_->size(), label());
 }
 
-void PublisherSocket::handOver() {
+void PublisherSocket::sendBacklog() {
   if (!subscribed_ || backlog_.empty()) return;
   for (unsigned int sent = 1; subscribed_ && !backlog_.empty(); ++sent) {
     if (socket().trySend(backlog_.oldest()) != ZmqSocket::Sent::Yes) break;

@@ -31,7 +31,7 @@ class PublisherSocket : public ZmqOpenSocket, private Watched {
  private:
   bool onActivity() noexcept override;
   void lookForSubscribers() QOR_REQUIRES(mutex_);
-  void handOver() QOR_REQUIRES(mutex_);
+  void sendBacklog() QOR_REQUIRES(mutex_);
   void onSubscription() QOR_REQUIRES(mutex_);
   /// The watch calls no more. Not with the mutex locked.
   void endReception();

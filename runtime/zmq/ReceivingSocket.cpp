@@ -48,7 +48,7 @@ ReceivingSocket::Waited ReceivingSocket::waitForMessage(std::optional<std::chron
     const ZmqSocket::Received received = socket().receive(content_, wait);
     if (received == ZmqSocket::Received::Nothing) {
       // Only now: connecting anew drops what has not been read.
-      lookAfterConnection();
+      maintainConnection();
       if (timeOut == wait) return Waited::TooLong;
     }
     if (received == ZmqSocket::Received::Part) {

@@ -27,7 +27,7 @@ class ReceivingSocket : public ZmqOpenSocket {
   /// and how many parts that has. What is unusable has been logged.
   virtual Taken takeRest(ZmqMessage& content, unsigned int& parts) = 0;
   /// Called when a wait, of at most 100 ms, was in vain: there is nothing left to be read.
-  virtual void lookAfterConnection() {}
+  virtual void maintainConnection() {}
   /// The message taken last is being handed over.
   virtual void onReceived() {}
 

@@ -78,7 +78,7 @@ void RequesterSocket::send(const google::protobuf::Message& message, std::size_t
     lossesWhenSent_ = connection_->losses();
     if (socket().trySend(encoded) == ZmqSocket::Sent::Yes) break;
     // The socket has yet to hear that there is room again.
-    socket().takeInNews();
+    socket().processPendingEvents();
     if (socket().trySend(encoded) == ZmqSocket::Sent::Yes) break;
     if (!connection_->wait(socket().descriptor(), deadline)) throw failure("the peer takes no more requests");
   }
@@ -125,14 +125,14 @@ bool RequesterSocket::onReply() {
 }
 
 bool RequesterSocket::waitForConnection(Deadline deadline) {
-  while (!connection_->stands()) {
+  while (!connection_->isConnected()) {
     if (connection_->isInterrupted()) throw failure("was closed while it waited for its connection");
     // Throws when the context is being shut down, which ends every wait.
-    socket().takeInNews();
+    socket().processPendingEvents();
     reconnectIfDue(*connection_);
     const Deadline nextLook = std::min(deadline, connection_->reconnectAt().value_or(deadline));
     if (!connection_->wait(socket().descriptor(), nextLook) && nextLook == deadline) {
-      return connection_->stands();
+      return connection_->isConnected();
     }
   }
   return true;
@@ -144,7 +144,7 @@ bool RequesterSocket::waitForSubscribers() {
   while (losses != lossesWaitedFor_) {
     if (connection_->isInterrupted()) throw failure("was closed while it waited for its connection");
     // Throws when the context is being shut down, which ends every wait.
-    socket().takeInNews();
+    socket().processPendingEvents();
     if (!connection_->wait(socket().descriptor(), deadline)) lossesWaitedFor_ = losses;
     if (connection_->losses() != losses) return false;
   }

@@ -45,8 +45,8 @@ std::size_t SubscriberSocket::close(std::chrono::milliseconds /*timeForUnsent*/)
 /// libzmq connects again by itself unless the peer broke the protocol; to announce a part that is too long
 /// counts as that. What was on its way is lost, and the peer does not learn why. libzmq does not report the
 /// reason: on a machine so busy that its thread stands still for 500 ms it may be another one.
-void SubscriberSocket::lookAfterConnection() {
-  if (!reconnectIfDue(*connection_) || !connection_->hadStood()) return;
+void SubscriberSocket::maintainConnection() {
+  if (!reconnectIfDue(*connection_) || !connection_->wasConnected()) return;
   ++cutsWithoutLine_;
   const Deadline now = Deadline::clock::now();
   if (lastLine_ && now - *lastLine_ < timeBetweenLines) return;

@@ -15,7 +15,7 @@ class SubscriberSocket : public ReceivingSocket {
   void send(const google::protobuf::Message& message, std::size_t size) override;
 
  private:
-  void lookAfterConnection() override;
+  void maintainConnection() override;
   Taken takeRest(ZmqMessage& content, unsigned int& parts) override;
 
   std::optional<Connection> connection_;

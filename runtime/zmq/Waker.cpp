@@ -27,7 +27,7 @@ void Waker::wake() noexcept {
   const base::Lock lock(mutex_);
   try {
     // An XPUB has to hear of its subscriber before it sends.
-    peer_.takeInNews();
+    peer_.processPendingEvents();
     ZmqMessage order;
     ::zmq_msg_init_data(order.get(), &orderMark, sizeof orderMark, nullptr, nullptr);
     peer_.trySend(order);

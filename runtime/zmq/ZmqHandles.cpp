@@ -131,7 +131,7 @@ ZmqSocket::Sent ZmqSocket::trySend(ZmqMessage& part, bool moreFollow) {
   }
 }
 
-void ZmqSocket::takeInNews() {
+void ZmqSocket::processPendingEvents() {
   isIdle_ = false;
   int events = 0;
   std::size_t size = sizeof events;

@@ -79,7 +79,7 @@ class ZmqSocket {
   /// somebody who has gone. Throws as throwZmqError.
   Sent trySend(ZmqMessage& part, bool moreFollow = false);
   /// Lets the socket take in what its I/O thread has told it, which a send does now and then only.
-  void takeInNews();
+  void processPendingEvents();
 
  private:
   Received receiveWhenWoken(ZmqMessage& part, std::chrono::milliseconds timeOut);

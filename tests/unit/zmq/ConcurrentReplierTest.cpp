@@ -260,7 +260,7 @@ class AServiceWithThreads : public AConcurrentReplier {
   void stop() {
     gate_.open();
     if (!serving_.joinable()) return;
-    isToEnd_ = true;
+    shouldStop_ = true;
     replier_->wake();
     serving_.join();
   }
@@ -271,7 +271,7 @@ class AServiceWithThreads : public AConcurrentReplier {
  private:
   void serve() {
     std::vector<std::thread> handlers;
-    while (!isToEnd_ || handling_ > 0) {
+    while (!shouldStop_ || handling_ > 0) {
       proto::EngineFrontEndRequest message;
       if (auto request = replier_->receive(patience, message, sizeBound)) {
         const auto number = message.timeoutmilliseconds();
@@ -304,7 +304,7 @@ class AServiceWithThreads : public AConcurrentReplier {
     }
   }
 
-  std::atomic<bool> isToEnd_{false};
+  std::atomic<bool> shouldStop_{false};
   std::atomic<std::size_t> handling_{0};
   std::mutex mutex_;
   std::vector<std::uint32_t> handled_;
