@@ -1,10 +1,9 @@
 #include "Serializers.h"
 
 #include <cstdint>
+#include <stdexcept>
 #include <string>
 #include <utility>
-
-#include "Checks.h"
 
 namespace qor::multiprocess_communication {
 
@@ -153,6 +152,16 @@ std::shared_ptr<IParametersCollectionInstance> Serializers::ParametersCollection
       ParametersCollectionPrototypeFromProtoBuf(message.prototype()));
   read(message.data(), SetValue{*instance});
   return instance;
+}
+
+std::shared_ptr<const IParametersCollectionInstance> Serializers::ReceivedParameters(
+    const proto::ParametersCollectionInstance& message, const Checks& checks, const char* failure, int line) {
+  try {
+    return ParametersCollectionInstanceFromProtoBuf(message);
+  } catch (const std::runtime_error& error) {
+    checks.log(failure + std::string(error.what()), line);
+    return nullptr;
+  }
 }
 
 void Serializers::MediaTimeToProtoBuf(const tamb::MediaTime& time, proto::MediaTime& message) {

@@ -5,9 +5,13 @@
 #include <atomic>
 #include <cstddef>
 #include <memory>
+#include <mutex>
+#include <string>
 #include <utility>
 
+#include "Checks.h"
 #include "CommandAndNotification.pb.h"
+#include "qor/socket/Socket.h"
 #include "tamb/IParametersCollection.h"
 #include "tamb/MediaTime.h"
 
@@ -41,6 +45,11 @@ std::shared_ptr<tamb::IParametersCollectionPrototype> ParametersCollectionProtot
 std::shared_ptr<tamb::IParametersCollectionInstance> ParametersCollectionInstanceFromProtoBuf(
     const proto::ParametersCollectionInstance& message);
 
+/// The collection that a received message carries. Empty where the conversion throws std::runtime_error,
+/// which is logged as `failure` with that line: a message is worth delivering without its parameters.
+std::shared_ptr<const tamb::IParametersCollectionInstance> ReceivedParameters(
+    const proto::ParametersCollectionInstance& message, const Checks& checks, const char* failure, int line);
+
 /// The clock of a time does not travel.
 void MediaTimeToProtoBuf(const tamb::MediaTime& time, proto::MediaTime& message);
 
@@ -50,7 +59,7 @@ tamb::MediaTime MediaTimeFromProtoBuf(const proto::MediaTime& message);
 
 }  // namespace qor::multiprocess_communication::Serializers
 
-/// Messages that are filled again and again, as both ends of a channel do.
+/// The two halves of a channel that carries lists of commands or notifications one way.
 namespace qor::multiprocess_communication {
 
 /// A message that is filled again and again: the memory of one use serves the next. One thread at a time.
@@ -120,6 +129,75 @@ class SpareMessage {
 
  private:
   std::atomic<Reused*> spare_ = nullptr;
+};
+
+/// The sending half: makes one message of each batch. Any thread, several at once, and nested: the lock is
+/// held for the send alone, never while an item is read.
+template <class List>
+class ListSender {
+ public:
+  /// Sends a list that `add(item, list)` has filled, item by item. Nothing is sent when `add` throws.
+  template <class Batch, class Add>
+  void send(socket::Socket& socket, const Batch& batch, const Add& add) {
+    // Freed if anything throws: a batch that cannot be sent may be far larger than any that can.
+    auto list = spareList_.take();
+    for (const auto& item : batch) add(item, list->get());
+    whileNobodySends([&] { socket.sendProtoBuf(&list->get()); });
+    // Cached when the list was sent.
+    list->account(static_cast<std::size_t>(list->get().GetCachedSize()));
+    spareList_.giveBack(std::move(list));
+  }
+
+  /// Calls `call` between two sends.
+  template <class Call>
+  void whileNobodySends(const Call& call) {
+    const std::lock_guard lock(mutex_);
+    call();
+  }
+
+ private:
+  std::mutex mutex_;
+  SpareMessage<List> spareList_;
+};
+
+/// The receiving half: what a reception thread does with its socket. That thread alone.
+template <class List>
+class ListReceiver {
+ public:
+  explicit ListReceiver(socket::Socket& socket) : socket_(socket) {}
+
+  /// Waits for a message, at most 100 ms; the result is that of Socket::poll.
+  int poll(std::string& errorText) { return socket_.poll(pollMilliseconds, errorText); }
+
+  /// Receives a message. A list that cannot be read is left empty; so is one whose receive throws, which may
+  /// have left parts of it.
+  void receive() {
+    try {
+      const bool isComplete = socket_.receiveProtoBuf(&list_.get(), sizeBound) == 0;
+      isComplete ? list_.account(sizeBound) : list_.accountForUnknown();
+    } catch (...) {
+      list_.accountForUnknown();
+      list_.clear();
+      throw;
+    }
+  }
+
+  /// Calls `receive()`, which polls and receives, and `handle(list)` with what came, if only an empty list,
+  /// until `stop` is set or `receive()` returns false.
+  template <class Receive, class Handle>
+  void run(const std::atomic<bool>& stop, const Receive& receive, const Handle& handle) {
+    while (!stop && receive()) {
+      handle(std::as_const(list_.get()));
+      list_.clear();
+    }
+  }
+
+ private:
+  static constexpr unsigned int pollMilliseconds = 100;
+  static constexpr unsigned int sizeBound = 65'536;
+
+  socket::Socket& socket_;
+  ReusedMessage<List> list_;
 };
 
 }  // namespace qor::multiprocess_communication

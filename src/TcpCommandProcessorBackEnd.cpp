@@ -4,14 +4,9 @@
 #include <stdexcept>
 #include <utility>
 
-#include "Serializers.h"
-
 namespace qor::multiprocess_communication {
 
 namespace {
-
-constexpr unsigned int pollMilliseconds = 100;
-constexpr unsigned int sizeBound = 65'536;
 
 namespace ReportLine {
 constexpr int failedCreatingSocket = 71;
@@ -122,27 +117,20 @@ void TcpCommandProcessorBackEnd::receptionLoop() {
     return checks().log("Cannot start reception loop, invalid command processor front end",
                         ReportLine::invalidFrontEnd);
   }
-  ReusedMessage<proto::CommandMessageList> list;
-  while (!stopRequest_ && receive(list)) {
-    receptionLoopHandleCommand(list.get());
-    list.clear();
-  }
+  ListReceiver<proto::CommandMessageList> receiver(commandSocket_);
+  receiver.run(
+      stopRequest_, [&] { return receive(receiver); },
+      [this](const proto::CommandMessageList& list) { receptionLoopHandleCommand(list); });
 }
 
-/// Leaves the list empty when nothing came in time, or nothing readable. False when reception is to end: the
-/// list must not be handled then, since a receive that throws may leave parts of a message in it.
-bool TcpCommandProcessorBackEnd::receive(ReusedMessage<proto::CommandMessageList>& list) {
+/// False when reception is to end: with the first failure of any kind.
+bool TcpCommandProcessorBackEnd::receive(ListReceiver<proto::CommandMessageList>& receiver) {
   try {
     std::string errorText;
-    const int polled = commandSocket_.poll(pollMilliseconds, errorText);
-    if (polled == 0) {
-      const bool isComplete = commandSocket_.receiveProtoBuf(&list.get(), sizeBound) == 0;
-      isComplete ? list.account(sizeBound) : list.accountForUnknown();
-    } else if (polled != 1) {
-      checks().log("Poll error in command reception loop: " + errorText, ReportLine::pollError);
-      return false;
-    }
-    return true;
+    const int polled = receiver.poll(errorText);
+    if (polled == 0) receiver.receive();
+    if (polled == 0 || polled == 1) return true;
+    checks().log("Poll error in command reception loop: " + errorText, ReportLine::pollError);
   } catch (const socket::ZmqContextTerminationException& termination) {
     checks().log(termination.what());
   } catch (const std::runtime_error& error) {
@@ -157,17 +145,12 @@ void TcpCommandProcessorBackEnd::receptionLoopHandleCommand(const proto::Command
   }
 }
 
-/// Arguments that cannot be rebuilt must not cost the command.
 std::shared_ptr<const tamb::IParametersCollectionInstance> TcpCommandProcessorBackEnd::argumentsOf(
     const proto::CommandMessage& message) const {
   if (!message.has_commandargs()) return nullptr;
-  try {
-    return Serializers::ParametersCollectionInstanceFromProtoBuf(message.commandargs());
-  } catch (const std::runtime_error& error) {
-    checks().log(std::string("Command: failed serializing parameters collection: ") + error.what(),
-                 ReportLine::failedArguments);
-    return nullptr;
-  }
+  return Serializers::ReceivedParameters(
+      message.commandargs(), checks(),
+      "Command: failed serializing parameters collection: ", ReportLine::failedArguments);
 }
 
 Checks TcpCommandProcessorBackEnd::checks() const { return Checks("src/TcpCommandProcessorBackEnd", this); }

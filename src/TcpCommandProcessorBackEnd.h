@@ -73,7 +73,7 @@ class TcpCommandProcessorBackEnd : public tamb::ICommandProcessorBackEnd, public
 
  private:
   void receptionLoop();
-  bool receive(ReusedMessage<proto::CommandMessageList>& list);
+  bool receive(ListReceiver<proto::CommandMessageList>& receiver);
   void receptionLoopHandleCommand(const proto::CommandMessageList& list);
   std::shared_ptr<const tamb::IParametersCollectionInstance> argumentsOf(
       const proto::CommandMessage& message) const;

@@ -1,9 +1,6 @@
 #include "TcpCommandProcessorFrontEnd.h"
 
-#include <cstddef>
 #include <utility>
-
-#include "Serializers.h"
 
 namespace qor::multiprocess_communication {
 
@@ -30,8 +27,8 @@ void TcpCommandProcessorFrontEnd::connectEndpoint(const socket::SocketEndpoint& 
   // createAndConnect refuses an open socket. Closing needs no lock, and may take 2 s that no push has to
   // wait.
   commandSocket_.close();
-  const std::lock_guard lock(socketMutex_);
-  commandSocket_.createAndConnect(socket::Protocol::Publisher, endpoint, 0);
+  sender_.whileNobodySends(
+      [&] { commandSocket_.createAndConnect(socket::Protocol::Publisher, endpoint, 0); });
 }
 
 std::shared_ptr<tamb::IBasicControl> TcpCommandProcessorFrontEnd::GetControl(std::string /*name*/) {
@@ -48,16 +45,7 @@ void TcpCommandProcessorFrontEnd::PushCommands(
   checks().isTrue(
       commandSocket_.isOpen(), [this] { return "Invalid socket: " + commandSocket_.debugString(); },
       ReportLine::invalidSocket);
-  // Freed if anything throws: a batch that cannot be sent may be far larger than any that can.
-  auto list = spareList_.take();
-  for (const auto& command : commands) add(command, list->get());
-  {
-    const std::lock_guard lock(socketMutex_);
-    commandSocket_.sendProtoBuf(&list->get());
-  }
-  // Cached when the list was sent.
-  list->account(static_cast<std::size_t>(list->get().GetCachedSize()));
-  spareList_.giveBack(std::move(list));
+  sender_.send(commandSocket_, commands, [this](const auto& command, auto& list) { add(command, list); });
 }
 
 void TcpCommandProcessorFrontEnd::add(const std::shared_ptr<const tamb::ICommandMessage>& command,

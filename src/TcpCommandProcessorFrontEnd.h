@@ -1,7 +1,6 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -59,8 +58,7 @@ class TcpCommandProcessorFrontEnd : public tamb::ICommandProcessorFrontEnd, publ
   std::string workflowManagerId_;
   unsigned int engineId_ = 0;
   socket::Socket commandSocket_;
-  std::mutex socketMutex_;  ///< held while the socket binds or sends, never while a command is read
-  SpareMessage<proto::CommandMessageList> spareList_;
+  ListSender<proto::CommandMessageList> sender_;
 };
 
 }  // namespace qor::multiprocess_communication

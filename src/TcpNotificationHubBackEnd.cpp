@@ -1,10 +1,7 @@
 #include "TcpNotificationHubBackEnd.h"
 
-#include <cstddef>
 #include <stdexcept>
 #include <utility>
-
-#include "Serializers.h"
 
 namespace qor::multiprocess_communication {
 
@@ -41,16 +38,8 @@ TcpNotificationHubBackEnd::~TcpNotificationHubBackEnd() = default;
 void TcpNotificationHubBackEnd::PushNotifications(
     std::vector<std::shared_ptr<const tamb::INotificationMessage>> notifications) {
   checks().isTrue(socket_.isOpen(), "Socket not initialized", ReportLine::socketNotInitialized);
-  // Freed if anything throws: a batch that cannot be sent may be far larger than any that can.
-  auto list = spareList_.take();
-  for (const auto& notification : notifications) add(notification, list->get());
-  {
-    const std::lock_guard lock(sendMutex_);
-    socket_.sendProtoBuf(&list->get());
-  }
-  // Cached when the list was sent.
-  list->account(static_cast<std::size_t>(list->get().GetCachedSize()));
-  spareList_.giveBack(std::move(list));
+  sender_.send(socket_, notifications,
+               [this](const auto& notification, auto& list) { add(notification, list); });
 }
 
 void TcpNotificationHubBackEnd::add(const std::shared_ptr<const tamb::INotificationMessage>& notification,

@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -51,8 +50,7 @@ class TcpNotificationHubBackEnd : public tamb::INotificationHubBackEnd, public u
   const std::string workflowManagerId_;
   const std::uint64_t engineId_;
   socket::Socket socket_;
-  std::mutex sendMutex_;  ///< held while the socket sends, never while a notification is read
-  SpareMessage<proto::NotificationMessageList> spareList_;
+  ListSender<proto::NotificationMessageList> sender_;
 };
 
 }  // namespace qor::multiprocess_communication

@@ -3,15 +3,11 @@
 #include <stdexcept>
 #include <utility>
 
-#include "Serializers.h"
 #include "tamb/LogContext.h"
 
 namespace qor::multiprocess_communication {
 
 namespace {
-
-constexpr unsigned int pollMilliseconds = 100;
-constexpr unsigned int sizeBound = 65'536;
 
 namespace ReportLine {
 constexpr int subscribe = 85;
@@ -171,40 +167,32 @@ void TcpNotificationHubFrontEnd::receptionLoop() {
     return checks().log("Cannot start reception loop, invalid notification hub back-end",
                         ReportLine::invalidHubBackEnd);
   }
-  ReusedMessage<proto::NotificationMessageList> list;
-  while (!stopRequest_ && receive(list)) {
-    receptionLoopHandleNotificationList(list.get());
-    list.clear();
-  }
+  ListReceiver<proto::NotificationMessageList> receiver(socket_);
+  receiver.run(
+      stopRequest_, [&] { return receive(receiver); },
+      [this](const proto::NotificationMessageList& list) { receptionLoopHandleNotificationList(list); });
 }
 
-/// Leaves the list empty when nothing came in time, or nothing readable. False when reception is to end.
-bool TcpNotificationHubFrontEnd::receive(ReusedMessage<proto::NotificationMessageList>& list) {
+/// False when reception is to end. A receive that fails does not end it; a poll that throws ends the process.
+bool TcpNotificationHubFrontEnd::receive(ListReceiver<proto::NotificationMessageList>& receiver) {
   try {
     std::string errorText;
-    const int polled = socket_.poll(pollMilliseconds, errorText);
-    if (polled == 1) return true;
-    if (polled == 0) return receiveWaiting(list);
+    const int polled = receiver.poll(errorText);
+    if (polled == 0) {
+      try {
+        receiver.receive();
+      } catch (const std::runtime_error& error) {
+        // Among others, of a socket that has just been closed for another endpoint.
+        logFailedHandling(error);
+      }
+    }
+    if (polled == 0 || polled == 1) return true;
     checks().log("Poll error in notification reception loop: " + errorText, ReportLine::pollError);
   } catch (const socket::ZmqContextTerminationException& termination) {
     checks().log(std::string("TCP notification hub: ") + termination.what(), ReportLine::contextTermination,
                  tamb::LogLevel::Info);
   }
   return false;
-}
-
-bool TcpNotificationHubFrontEnd::receiveWaiting(ReusedMessage<proto::NotificationMessageList>& list) {
-  try {
-    const bool isComplete = socket_.receiveProtoBuf(&list.get(), sizeBound) == 0;
-    isComplete ? list.account(sizeBound) : list.accountForUnknown();
-  } catch (const std::runtime_error& error) {
-    // A receive that throws may leave parts of a message, which must not be handled.
-    list.accountForUnknown();
-    list.clear();
-    // Among others, of a socket that has just been closed for another endpoint.
-    logFailedHandling(error);
-  }
-  return true;
 }
 
 void TcpNotificationHubFrontEnd::receptionLoopHandleNotificationList(
@@ -225,17 +213,12 @@ void TcpNotificationHubFrontEnd::logFailedHandling(const std::runtime_error& err
                ReportLine::failedHandling);
 }
 
-/// An object that cannot be rebuilt must not cost the notification.
 std::shared_ptr<const tamb::IParametersCollectionInstance> TcpNotificationHubFrontEnd::objectOf(
     const proto::NotificationMessage& message) const {
   if (!message.has_notificationobject()) return nullptr;
-  try {
-    return Serializers::ParametersCollectionInstanceFromProtoBuf(message.notificationobject());
-  } catch (const std::runtime_error& error) {
-    checks().log(std::string("Notification: failed serializing parameters collection: ") + error.what(),
-                 ReportLine::failedObject);
-    return nullptr;
-  }
+  return Serializers::ReceivedParameters(
+      message.notificationobject(), checks(),
+      "Notification: failed serializing parameters collection: ", ReportLine::failedObject);
 }
 
 Checks TcpNotificationHubFrontEnd::checks() const { return Checks("src/TcpNotificationHubFrontEnd", this); }

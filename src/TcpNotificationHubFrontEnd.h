@@ -84,8 +84,7 @@ class TcpNotificationHubFrontEnd : public tamb::INotificationHubFrontEnd, public
  private:
   void joinReceptionThread();
   void receptionLoop();
-  bool receive(ReusedMessage<proto::NotificationMessageList>& list);
-  bool receiveWaiting(ReusedMessage<proto::NotificationMessageList>& list);
+  bool receive(ListReceiver<proto::NotificationMessageList>& receiver);
   void receptionLoopHandleNotificationList(const proto::NotificationMessageList& list);
   void logFailedHandling(const std::runtime_error& error) const;
   std::shared_ptr<const tamb::IParametersCollectionInstance> objectOf(
