@@ -41,6 +41,7 @@ int InprocSocket::poll(std::chrono::milliseconds timeOut, std::string& errorText
 void InprocSocket::send(const google::protobuf::Message& message, std::size_t size) {
   std::string encoded(size, '\0');
   encode(message, encoded.data());
+  if (const auto hook = network_.hookFor(label_.name, Operation::Send)) (*hook)(message);
   base::Lock lock(networkMutex);
   throwPlanned(Operation::Send);
   checkContext();
@@ -60,7 +61,10 @@ int InprocSocket::receive(google::protobuf::Message* message, unsigned int sizeB
     encoded = take();
     network_.notifyObservers();
   }
-  return decode({.data = encoded.data(), .size = encoded.size(), .parts = 1}, sizeBound, message, label_);
+  const int result =
+      decode({.data = encoded.data(), .size = encoded.size(), .parts = 1}, sizeBound, message, label_);
+  if (const auto hook = network_.hookFor(label_.name, Operation::Receive)) (*hook)(*message);
+  return result;
 }
 
 void InprocSocket::interrupt() noexcept {

@@ -50,6 +50,15 @@ void failNext(const std::string& name, Operation operation, Failure failure, con
   network.plan(name, operation, {failure, text}, times);
 }
 
+void intercept(const std::string& name, Operation operation, MessageHook hook) {
+  if (operation != Operation::Send && operation != Operation::Receive) {
+    throw std::invalid_argument("only a send and a receive have a message");
+  }
+  auto& network = Switchboard::instance();
+  const base::Lock lock(networkMutex);
+  network.intercept(name, operation, std::make_shared<const MessageHook>(std::move(hook)));
+}
+
 void disconnect(const std::string& where) {
   auto& network = Switchboard::instance();
   const base::Lock lock(networkMutex);

@@ -10,6 +10,10 @@
 
 #include "qor/socket/Protocol.h"
 
+namespace google::protobuf {
+class Message;
+}
+
 /// The network that the message sockets of this process live in when they are the in-process ones: what a
 /// test makes go wrong in it, and what it can see of it.
 ///
@@ -30,6 +34,13 @@ enum class Failure { RuntimeError, ContextTermination, ErrorResult };
 /// calls.
 void failNext(const std::string& name, Operation operation, Failure failure, const std::string& text,
               unsigned int times = 1);
+
+using MessageHook = std::function<void(const google::protobuf::Message&)>;
+/// From now on calls `hook` with each message that a socket sends, before it is sent, or has received; on the
+/// thread that sends or receives. The network is not locked meanwhile: a hook may wait. What it throws is
+/// thrown by the send, which sends nothing then, or by the receive, which leaves the message as it is. A
+/// later hook replaces it.
+void intercept(const std::string& name, Operation operation, MessageHook hook);
 
 /// Breaks the connections of a socket, or all those of an endpoint, and lets no new ones come about. Both
 /// ends learn of it at once, as from a peer that has died. `where` is a socket's name or an endpoint's text.
@@ -91,8 +102,8 @@ bool waitUntilBlocked(const std::string& name, Operation operation);
 /// Waits, at most 10 s, until no socket of that name is open; false when one still is.
 bool waitUntilClosed(const std::string& name);
 
-/// Takes everything back that failNext, disconnect and freeze have said. Sockets stay open: they are their
-/// owners'.
+/// Takes everything back that failNext, intercept, disconnect and freeze have said. Sockets stay open: they
+/// are their owners'.
 void reset();
 
 }  // namespace qor::socket::inproc

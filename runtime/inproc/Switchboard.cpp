@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 #include "runtime/inproc/ConnectingSocket.h"
 #include "runtime/inproc/InprocSocket.h"
@@ -80,8 +81,22 @@ void Switchboard::thaw(const std::string& endpoint) {
   wakeAll();
 }
 
+void Switchboard::intercept(const std::string& name, Operation operation, Hook hook) {
+  hooks_[{name, operation}] = std::move(hook);
+  isIntercepting_ = true;
+}
+
+Switchboard::Hook Switchboard::hookFor(const std::string& name, Operation operation) const {
+  if (!isIntercepting_) return nullptr;
+  const base::Lock lock(networkMutex);
+  const auto found = hooks_.find({name, operation});
+  return found == hooks_.end() ? nullptr : found->second;
+}
+
 void Switchboard::reset() {
   planned_.clear();
+  hooks_.clear();
+  isIntercepting_ = false;
   cut_.clear();
   frozen_.clear();
   updateConnections();

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -52,6 +54,11 @@ class Switchboard {
   std::optional<PlannedFailure> takePlanned(const std::string& name, Operation operation)
       QOR_REQUIRES(networkMutex);
 
+  using Hook = std::shared_ptr<const MessageHook>;
+  void intercept(const std::string& name, Operation operation, Hook hook) QOR_REQUIRES(networkMutex);
+  /// Null when there is none. Locks the network, if there is any hook at all.
+  Hook hookFor(const std::string& name, Operation operation) const;
+
   void disconnect(const std::string& where) QOR_REQUIRES(networkMutex);
   void reconnect(const std::string& where) QOR_REQUIRES(networkMutex);
   void freeze(const std::string& endpoint) QOR_REQUIRES(networkMutex);
@@ -82,6 +89,8 @@ class Switchboard {
 
   std::map<std::pair<std::string, Operation>, std::deque<PlannedFailure>> planned_
       QOR_GUARDED_BY(networkMutex);
+  std::atomic<bool> isIntercepting_ = false;  ///< whether there are hooks
+  std::map<std::pair<std::string, Operation>, Hook> hooks_ QOR_GUARDED_BY(networkMutex);
   std::set<std::string> cut_ QOR_GUARDED_BY(networkMutex);  ///< names and endpoints
   std::set<std::string> frozen_ QOR_GUARDED_BY(networkMutex);
 };

@@ -1,4 +1,6 @@
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "tests/unit/inproc/NetworkTest.h"
 
@@ -84,6 +86,49 @@ TEST_F(Failures, ThatComeNoTimesAreNone) {
 TEST_F(Failures, ByResultAreForPollsOnly) {
   EXPECT_THROW(failNext("Subscriber", Operation::Send, Failure::ErrorResult, "no result"),
                std::invalid_argument);
+}
+
+/// What a test has said that is to happen with each message.
+class Interceptions : public NetworkTest {};
+
+TEST_F(Interceptions, SeeAMessageBeforeItIsSentAndAfterItWasReceived) {
+  openPublisherAndSubscriber();
+  std::vector<std::string> seen;
+  intercept("Publisher", Operation::Send, [&](const auto& message) {
+    seen.push_back("sent " + message.ShortDebugString());
+    EXPECT_EQ(poll(subscriber_), 1);
+  });
+  intercept("Subscriber", Operation::Receive,
+            [&](const auto& message) { seen.push_back("received " + message.ShortDebugString()); });
+  send(publisher_, 1);
+  EXPECT_EQ(receive(subscriber_), 1U);
+  ASSERT_EQ(seen.size(), 2U);
+  EXPECT_EQ(seen.at(1).substr(std::string("received ").size()),
+            seen.at(0).substr(std::string("sent ").size()));
+  reset();
+  send(publisher_, 2);
+  EXPECT_EQ(receive(subscriber_), 2U);
+  EXPECT_EQ(seen.size(), 2U);
+}
+
+TEST_F(Interceptions, ThatThrowSendNothingAndCostTheMessageThatWasReceived) {
+  openPublisherAndSubscriber();
+  intercept("Publisher", Operation::Send, [](const auto&) { throw std::runtime_error("not sent"); });
+  EXPECT_THAT([&] { send(publisher_, 1); }, ThrowsMessage<std::runtime_error>("not sent"));
+  EXPECT_EQ(poll(subscriber_), 1);
+  reset();
+  send(publisher_, 2);
+  send(publisher_, 3);
+  intercept("Subscriber", Operation::Receive, [](const auto&) { throw std::runtime_error("lost"); });
+  EXPECT_THAT([&] { receive(subscriber_); }, ThrowsMessage<std::runtime_error>("lost"));
+  reset();
+  EXPECT_EQ(receive(subscriber_), 3U);
+}
+
+TEST_F(Interceptions, AreOfSendsAndReceivesOnly) {
+  for (const auto operation : {Operation::Open, Operation::Poll}) {
+    EXPECT_THROW(intercept("Subscriber", operation, [](const auto&) {}), std::invalid_argument);
+  }
 }
 
 }  // namespace
