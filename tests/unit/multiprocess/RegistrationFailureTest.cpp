@@ -1,10 +1,11 @@
 #include <stdexcept>
+#include <string>
+#include <vector>
 
-#include "runtime/tamb/FactoryRegistry.h"
 #include "tambStepsRegistration.h"
+#include "tests/support/CapturedLog.h"
 #include "tests/support/MockCollections.h"
-#include "tests/unit/multiprocess/RemoteEngineTest.h"
-#include "tests/unit/multiprocess/WrappedCalls.h"
+#include "tests/unit/multiprocess/OwnFramework.h"
 
 namespace qor::multiprocess_communication {
 namespace {
@@ -24,22 +25,19 @@ const std::vector<std::string>& functions() {
 }
 
 /// How a registration meets a framework that fails.
-class RegistrationFailure : public RemoteEngineTest {
+class RegistrationFailure : public testing::Test {
  protected:
-  void TearDown() override {
-    // A test that fails leaves the others an empty registry.
-    for (const char* const registered : {name, ""}) tamb::UnregisterFactories(registered);
-    RemoteEngineTest::TearDown();
-  }
+  void TearDown() override { framework_ = {}; }
 
   template <class Error>
   void letFail(const std::string& wanted, const Error& error) {
-    calls_.before = [wanted, error](const std::string& function) {
+    framework_.before = [wanted, error](const std::string& function) {
       if (function == wanted) throw error;
     };
   }
 
-  WrappedCalls calls_;
+  OwnFramework& framework_ = OwnFramework::get();
+  const test::CapturedLog log_;
 };
 
 TEST_F(RegistrationFailure, WhereverItComesFromIsLoggedOnceAndLeavesNothingRegistered) {
@@ -49,7 +47,7 @@ TEST_F(RegistrationFailure, WhereverItComesFromIsLoggedOnceAndLeavesNothingRegis
     EXPECT_EQ(log_.recordsWith("RegisterRemoteEngine failed: not in " + function).size(), 1U);
   }
   EXPECT_EQ(log_.records().size(), functions().size());
-  EXPECT_THAT(tamb::GetFactoryRegistrations(), IsEmpty());
+  EXPECT_THAT(framework_.registered, IsEmpty());
 }
 
 TEST_F(RegistrationFailure, OfAnotherTypeThanTheStandardExceptionsLeavesItUnlogged) {
@@ -58,7 +56,7 @@ TEST_F(RegistrationFailure, OfAnotherTypeThanTheStandardExceptionsLeavesItUnlogg
     EXPECT_THROW(RegisterAll(name), int) << function;
   }
   EXPECT_THAT(log_.records(), IsEmpty());
-  EXPECT_THAT(tamb::GetFactoryRegistrations(), IsEmpty());
+  EXPECT_THAT(framework_.registered, IsEmpty());
 }
 
 TEST_F(RegistrationFailure, ForWantOfANameIsLoggedToo) {
@@ -66,7 +64,7 @@ TEST_F(RegistrationFailure, ForWantOfANameIsLoggedToo) {
   ASSERT_EQ(log_.records().size(), 1U);
   EXPECT_THAT(log_.records().front().message, StartsWith("RegisterRemoteEngine failed: "));
   EXPECT_EQ(log_.records().front().source, "src/tambStepsRegistration");
-  EXPECT_THAT(tamb::GetFactoryRegistrations(), IsEmpty());
+  EXPECT_THAT(framework_.registered, IsEmpty());
 }
 
 /// What a registration does one after the other.
@@ -74,9 +72,10 @@ class RegistrationOrder : public RegistrationFailure {};
 
 TEST_F(RegistrationOrder, IsEntryThenCoreIdThenFactory) {
   std::vector<std::string> called;
-  calls_.before = [&](const std::string& function) { called.push_back(function); };
+  framework_.before = [&](const std::string& function) { called.push_back(function); };
   RegisterRemoteEngine(name);
   EXPECT_EQ(called, functions());
+  EXPECT_THAT(framework_.registered, ElementsAre(name));
   EXPECT_THAT(log_.records(), IsEmpty());
 }
 
@@ -89,12 +88,8 @@ TEST_F(RegistrationOrder, OfAnEntryIsClassThenTypeThenImplementationThenConfigur
   ON_CALL(*entry, SetParametersCollectionPrototype).WillByDefault([&](const auto& key, const auto&) {
     note(key);
   });
-  calls_.instance = entry;
-  calls_.before = [&](const std::string& function) {
-    done.push_back(function);
-    // The framework's own registry could make nothing of such an entry.
-    if (function == "RegisterFactory") throw std::runtime_error("that is enough");
-  };
+  framework_.instance = entry;
+  framework_.before = [&](const std::string& function) { done.push_back(function); };
   RegisterRemoteEngine(name);
   EXPECT_THAT(done, ElementsAre("GetRegistryEntryPrototype", "CreateParametersCollectionInstance",
                                 "CreateParametersCollectionPrototype", "class", "type", "implementation",

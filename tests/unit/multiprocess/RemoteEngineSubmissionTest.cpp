@@ -4,7 +4,6 @@
 #include "qor/socket/ZmqContextTerminationException.h"
 #include "tests/unit/multiprocess/ProtoMatchers.h"
 #include "tests/unit/multiprocess/RemoteEngineTest.h"
-#include "tests/unit/multiprocess/WrappedCalls.h"
 
 namespace qor::multiprocess_communication {
 namespace {
@@ -133,21 +132,6 @@ TEST_F(RemoteEngineSubmission, ThatIsRefusedTellsTheRefusalOfTheService) {
   startService(reply);
   expectUnexpected(reply);
   EXPECT_EQ(log_.recordsWith("there is no engine \\\"Mixer\\\"").size(), 1U);
-}
-
-TEST_F(RemoteEngineSubmission, ThatIsRefusedTellsTheRefusalBehindTheDecoratedTextWhateverTheDecoration) {
-  Reply reply;
-  reply.set_kind(5);
-  startService(reply);
-  engine_->SetInitConfig(config());
-  WrappedCalls calls;
-  calls.decorate = [](const std::string& header, const std::string& text) {
-    return "<" + text + " (" + header + ")>";
-  };
-  EXPECT_THAT(
-      [&] { engine_->AddEngineDescription(description()); },
-      ThrowsMessage<tamb::TAMBRuntimeError>("[<Unexpected reply from service:  (Remote engine front end)>" +
-                                            reply.DebugString() + "] [ Condition is not true ]"));
 }
 
 TEST_F(RemoteEngineSubmission, IsNotTakenForGrantedWhenAnotherKindOfReplyHasEndpoints) {

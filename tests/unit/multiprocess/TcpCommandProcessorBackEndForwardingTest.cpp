@@ -3,7 +3,7 @@
 #include "runtime/tamb/CommandMessage.h"
 #include "tamb/TAMBRuntimeError.h"
 #include "tests/support/FakeEngine.h"
-#include "tests/unit/multiprocess/CommandBackEndTest.h"
+#include "tests/unit/multiprocess/CommandReceiving.h"
 #include "tests/unit/multiprocess/MockCommandBackEnd.h"
 
 namespace qor::multiprocess_communication {
@@ -17,16 +17,16 @@ using testing::Throw;
 using testing::ThrowsMessage;
 
 /// What the back end does in the place of the local one.
-class TcpCommandProcessorBackEndForwarding : public CommandBackEndTest {
+class TcpCommandProcessorBackEndForwarding : public CommandReceivingTest {
  protected:
   void TearDown() override {
-    CommandBackEndTest::TearDown();
+    CommandReceivingTest::TearDown();
     EXPECT_EQ(localBackEnd_.use_count(), 1);
   }
 
   /// Calls each operation, and checks that the local back end gets it once with the same argument.
   void expectForwarded() {
-    tamb::ICommandProcessorBackEnd& asBackEnd = *backEnd_;
+    tamb::ICommandProcessorBackEnd& asBackEnd = *receiver_;
     EXPECT_CALL(*localBackEnd_, ExecuteAllCommandsScheduledAt(12.5)).Times(1);
     asBackEnd.ExecuteAllCommandsScheduledAt(12.5);
     testing::Mock::VerifyAndClearExpectations(localBackEnd_.get());
@@ -60,7 +60,7 @@ TEST_F(TcpCommandProcessorBackEndForwarding, PassesEachOperationOnWithItsArgumen
 
 TEST_F(TcpCommandProcessorBackEndForwarding, GoesOnWithoutASocketAndWithoutALocalFrontEnd) {
   socket::inproc::failNext(socketName, Operation::Open, Failure::RuntimeError, "no room");
-  backEnd_.emplace(nullptr, localBackEnd_, endpoint());
+  receiver_.emplace(nullptr, localBackEnd_, endpoint());
   ASSERT_TRUE(log_.waitFor("invalid socket: "));
   expectForwarded();
 }
@@ -69,17 +69,17 @@ TEST_F(TcpCommandProcessorBackEndForwarding, GoesOnAfterReceptionHasEnded) {
   construct(localBackEnd_);
   socket::inproc::failNext(socketName, Operation::Poll, Failure::ErrorResult, "the poll is broken");
   ASSERT_TRUE(log_.waitFor("the poll is broken"));
-  ASSERT_TRUE(waitUntilGone(log_.records().back().threadId));
+  ASSERT_TRUE(reporterIsGone());
   expectForwarded();
 }
 
 TEST_F(TcpCommandProcessorBackEndForwarding, DoesNotWaitForAPushUnderWay) {
-  processor_->onPush = [this](const tamb::ICommandMessage&) { gate_.pass(); };
+  local_.processor->onPush = [this](const tamb::ICommandMessage&) { gate_.pass(); };
   construct(localBackEnd_);
-  deliver({"a name"});
+  deliverNames({"a name"});
   ASSERT_TRUE(gate_.waitUntilReached());
   BackgroundCall forwarding([&] { expectForwarded(); });
-  EXPECT_TRUE(forwarding.endsWithin(soon));
+  EXPECT_TRUE(forwarding.endsWithin(patience));
   gate_.open();
   EXPECT_NO_THROW(forwarding.get());
 }
@@ -87,14 +87,14 @@ TEST_F(TcpCommandProcessorBackEndForwarding, DoesNotWaitForAPushUnderWay) {
 TEST_F(TcpCommandProcessorBackEndForwarding, PassesTheLocalBackEndsExceptionOn) {
   construct(localBackEnd_);
   EXPECT_CALL(*localBackEnd_, ExecuteAllCommands()).WillOnce(Throw(std::logic_error("out of order")));
-  EXPECT_THAT([&] { backEnd_->ExecuteAllCommands(); }, ThrowsMessage<std::logic_error>("out of order"));
+  EXPECT_THAT([&] { receiver_->ExecuteAllCommands(); }, ThrowsMessage<std::logic_error>("out of order"));
   EXPECT_THAT(log_.records(), IsEmpty());
 }
 
 TEST_F(TcpCommandProcessorBackEndForwarding, FailsWithoutALocalBackEnd) {
   construct(nullptr);
   const auto expectFailure = [&](const auto& call, const std::string& operation, int line) {
-    const std::string message = std::string("[") + header + ": " + operation +
+    const std::string message = std::string("[") + CommandReceiving::header + ": " + operation +
                                 ": Invalid command processor back-end] [ Condition is not true ]";
     const auto before = log_.records().size();
     EXPECT_THAT(call, ThrowsMessage<tamb::TAMBRuntimeError>(message));
@@ -106,14 +106,14 @@ TEST_F(TcpCommandProcessorBackEndForwarding, FailsWithoutALocalBackEnd) {
     EXPECT_EQ(records.back().line, std::to_string(line));
     EXPECT_EQ(records.back().function, "");
   };
-  expectFailure([&] { backEnd_->ExecuteAllCommandsScheduledAt(1); }, "ExecuteAllCommandsScheduledAt", 94);
-  expectFailure([&] { backEnd_->ExecuteAllCommands(); }, "ExecuteAllCommands", 106);
-  expectFailure([&] { backEnd_->EraseAllCommandsInStack(); }, "EraseAllCommandsInStack", 118);
-  expectFailure([&] { backEnd_->EraseAllCommandsInStackBefore(1); }, "EraseAllCommandsInStackBefore", 130);
-  expectFailure([&] { backEnd_->DefineEngine(&engine_); }, "DefineEngine", 142);
+  expectFailure([&] { receiver_->ExecuteAllCommandsScheduledAt(1); }, "ExecuteAllCommandsScheduledAt", 94);
+  expectFailure([&] { receiver_->ExecuteAllCommands(); }, "ExecuteAllCommands", 106);
+  expectFailure([&] { receiver_->EraseAllCommandsInStack(); }, "EraseAllCommandsInStack", 118);
+  expectFailure([&] { receiver_->EraseAllCommandsInStackBefore(1); }, "EraseAllCommandsInStackBefore", 130);
+  expectFailure([&] { receiver_->DefineEngine(&engine_); }, "DefineEngine", 142);
   // Reception is not touched by it.
-  deliver({"still received"});
-  EXPECT_THAT(arrivedNames(1), ElementsAre("still received"));
+  deliverNames({"still received"});
+  EXPECT_THAT(arrivedNames(), ElementsAre("still received"));
 }
 
 TEST_F(TcpCommandProcessorBackEndForwarding, DoesNothingWithControlsAndSingleCommands) {
@@ -126,18 +126,18 @@ TEST_F(TcpCommandProcessorBackEndForwarding, DoesNothingWithControlsAndSingleCom
   for (const bool hasLocalBackEnd : {true, false}) {
     construct(hasLocalBackEnd ? localBackEnd_ : nullptr);
     for (int twice = 0; twice < 2; ++twice) {
-      EXPECT_NO_THROW(backEnd_->AddControl("a step", control));
-      EXPECT_NO_THROW(backEnd_->AddStatusControl("a step", status));
-      EXPECT_NO_THROW(backEnd_->ExecuteCommand(command));
+      EXPECT_NO_THROW(receiver_->AddControl("a step", control));
+      EXPECT_NO_THROW(receiver_->AddStatusControl("a step", status));
+      EXPECT_NO_THROW(receiver_->ExecuteCommand(command));
     }
-    EXPECT_NO_THROW(backEnd_->AddControl("", nullptr));
-    EXPECT_NO_THROW(backEnd_->AddStatusControl("", nullptr));
-    EXPECT_NO_THROW(backEnd_->ExecuteCommand(nullptr));
+    EXPECT_NO_THROW(receiver_->AddControl("", nullptr));
+    EXPECT_NO_THROW(receiver_->AddStatusControl("", nullptr));
+    EXPECT_NO_THROW(receiver_->ExecuteCommand(nullptr));
     EXPECT_EQ(control.use_count(), 1);
     EXPECT_EQ(status.use_count(), 1);
     EXPECT_EQ(command.use_count(), 1);
   }
-  EXPECT_THAT(processor_->commands.all(), IsEmpty());
+  EXPECT_THAT(local_.processor->commands.all(), IsEmpty());
   EXPECT_THAT(log_.records(), IsEmpty());
 }
 

@@ -1,9 +1,10 @@
-#include <algorithm>
-#include <cstdint>
-#include <limits>
+#include <atomic>
+#include <cstddef>
+#include <thread>
 
 #include "qor/socket/ZmqContextTerminationException.h"
-#include "tests/unit/multiprocess/CommandFrontEndTest.h"
+#include "tests/support/Eventually.h"
+#include "tests/unit/multiprocess/CommandSending.h"
 
 namespace qor::multiprocess_communication {
 namespace {
@@ -14,24 +15,14 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::ThrowsMessage;
 
-class SomeClock : public tamb::IClockInfo {
- public:
-  std::string GetClockName() const override { return "some clock"; }
-};
+constexpr const char* otherAddress = "inproc://other-commands";
 
-/// What the front end sends.
-class TcpCommandProcessorFrontEndMessages : public CommandFrontEndTest {
+/// What commands are sent as.
+class TcpCommandProcessorFrontEndMessages : public CommandSendingTest {
  protected:
   void SetUp() override {
-    connect();
+    open();
     listen();
-  }
-
-  proto::CommandMessage only() {
-    const auto list = next();
-    if (list.messages_size() != 1) throw std::runtime_error("not one command was sent");
-    EXPECT_TRUE(nothingWasSent());
-    return list.messages(0);
   }
 };
 
@@ -56,8 +47,8 @@ TEST_F(TcpCommandProcessorFrontEndMessages, HoldEveryFieldOfACommandUnderItsName
 }
 
 TEST_F(TcpCommandProcessorFrontEndMessages, HoldEveryFieldEvenWhereItIsEmptyOrZero) {
-  frontEnd_->SetWorkflowManagerId("");
-  frontEnd_->SetEngineId(0);
+  sender_->SetWorkflowManagerId("");
+  sender_->SetEngineId(0);
   push({std::make_shared<tamb::CommandMessage>(
       tamb::CommandFields{.time = tamb::MediaTime(tamb::EditRate(0, 0), 0, nullptr)})});
   const auto message = only();
@@ -73,194 +64,33 @@ TEST_F(TcpCommandProcessorFrontEndMessages, HoldEveryFieldEvenWhereItIsEmptyOrZe
   EXPECT_FALSE(message.has_commandargs());
 }
 
-TEST_F(TcpCommandProcessorFrontEndMessages, ExtendIdsWithZerosAndNotWithTheirSigns) {
-  frontEnd_->SetEngineId(4'294'967'295);
-  auto its = fields();
-  its.commandId = 2'147'483'648;
-  its.engineId = 4'294'967'295;
-  push({std::make_shared<tamb::CommandMessage>(its)});
-  const auto message = only();
-  EXPECT_EQ(message.commandid(), std::uint64_t{2'147'483'648});
-  EXPECT_EQ(message.engineid(), std::uint64_t{4'294'967'295});
-}
-
-TEST_F(TcpCommandProcessorFrontEndMessages, HoldTimesToTheirLimits) {
-  constexpr auto most = std::numeric_limits<std::uint32_t>::max();
-  for (const auto timeNumber :
-       {std::numeric_limits<std::int64_t>::min(), std::numeric_limits<std::int64_t>::max()}) {
-    auto its = fields();
-    its.time = tamb::MediaTime(tamb::EditRate(most, most - 1), timeNumber, nullptr);
-    push({std::make_shared<tamb::CommandMessage>(its)});
-    const auto message = only();
-    EXPECT_EQ(message.mediatime().editrate().numerator(), most);
-    EXPECT_EQ(message.mediatime().editrate().denominator(), most - 1);
-    EXPECT_EQ(message.mediatime().timenumber(), timeNumber);
-  }
-}
-
-TEST_F(TcpCommandProcessorFrontEndMessages, AreTheSameWithAndWithoutTheClockOfATime) {
-  auto its = fields();
-  push({std::make_shared<tamb::CommandMessage>(its)});
-  its.time = tamb::MediaTime(its.time.GetEditRate(), its.time.GetTimeNumber(), std::make_shared<SomeClock>());
-  push({std::make_shared<tamb::CommandMessage>(its)});
-  EXPECT_EQ(next().SerializeAsString(), next().SerializeAsString());
-}
-
-TEST_F(TcpCommandProcessorFrontEndMessages, HoldTextsByteForByte) {
-  using namespace std::string_literals;
-  frontEnd_->SetWorkflowManagerId("manager\0 \xc3\xa4"s);
-  auto its = fields();
-  its.workflowManagerId = "manager\0 \xc3\xa4"s;
-  its.commandName = "\0name\r\n"s;
-  its.stepId = "step\0"s;
-  push({std::make_shared<tamb::CommandMessage>(its)});
-  const auto message = only();
-  EXPECT_EQ(message.workflowmanagerid(), "manager\0 \xc3\xa4"s);
-  EXPECT_EQ(message.commandname(), "\0name\r\n"s);
-  EXPECT_EQ(message.stepid(), "step\0"s);
-}
-
-TEST_F(TcpCommandProcessorFrontEndMessages, HoldArgumentsOfTheFiveTypesWithTheirDefaults) {
-  const auto prototype = tamb::CreateParametersCollectionPrototype();
-  prototype->AddUTF8StringKey("text", "default text", "described");
-  prototype->AddDoubleKey("real", -0.5, "");
-  prototype->AddUint64Key("unsigned", 1, "");
-  prototype->AddInt64Key("signed", -1, "");
-  prototype->AddBoolKey("flag", false, "");
-  const auto arguments = tamb::CreateParametersCollectionInstance(prototype);
-  arguments->SetUTF8String("text", "a text");
-  arguments->SetDouble("real", 1e300);
-  arguments->SetUint64("unsigned", std::numeric_limits<std::uint64_t>::max());
-  arguments->SetInt64("signed", std::numeric_limits<std::int64_t>::min());
-  arguments->SetBool("flag", true);
-  push({commandWith(arguments)});
-
-  const auto message = only();
-  const auto expectData = [](const proto::ParametersCollectionCommon& data, bool flag, std::int64_t number,
-                             std::uint64_t natural, double real, const std::string& text) {
-    ASSERT_EQ(data.boolparams_size(), 1);
-    EXPECT_EQ(data.boolparams(0).key(), "flag");
-    EXPECT_EQ(data.boolparams(0).value(), flag);
-    ASSERT_EQ(data.int64params_size(), 1);
-    EXPECT_EQ(data.int64params(0).key(), "signed");
-    EXPECT_EQ(data.int64params(0).value(), number);
-    ASSERT_EQ(data.uint64params_size(), 1);
-    EXPECT_EQ(data.uint64params(0).key(), "unsigned");
-    EXPECT_EQ(data.uint64params(0).value(), natural);
-    ASSERT_EQ(data.doubleparams_size(), 1);
-    EXPECT_EQ(data.doubleparams(0).key(), "real");
-    EXPECT_EQ(data.doubleparams(0).value(), real);
-    ASSERT_EQ(data.utf8stringparams_size(), 1);
-    EXPECT_EQ(data.utf8stringparams(0).key(), "text");
-    EXPECT_EQ(data.utf8stringparams(0).value(), text);
-    EXPECT_EQ(data.utf16stringparams_size(), 0);
-  };
-  expectData(message.commandargs().prototype().data(), false, -1, 1, -0.5, "default text");
-  expectData(message.commandargs().data(), true, std::numeric_limits<std::int64_t>::min(),
-             std::numeric_limits<std::uint64_t>::max(), 1e300, "a text");
-}
-
-TEST_F(TcpCommandProcessorFrontEndMessages, TellNoArgumentsFromArgumentsWithoutKeys) {
-  const auto empty = tamb::CreateParametersCollectionInstance(tamb::CreateParametersCollectionPrototype());
-  push({command(), commandWith(empty), command()});
-  const auto list = next();
-  ASSERT_EQ(list.messages_size(), 3);
-  EXPECT_FALSE(list.messages(0).has_commandargs());
-  ASSERT_TRUE(list.messages(1).has_commandargs());
-  EXPECT_TRUE(list.messages(1).commandargs().prototype().has_data());
-  EXPECT_TRUE(list.messages(1).commandargs().has_data());
-  EXPECT_EQ(list.messages(1).commandargs().data().ByteSizeLong(), 0U);
-  EXPECT_FALSE(list.messages(2).has_commandargs());
-}
-
-TEST_F(TcpCommandProcessorFrontEndMessages, HoldOneBatchEachInItsOrder) {
-  const auto twice = command("twice");
-  push({command("first"), twice, command("second"), twice});
-  push({command("third")});
-  EXPECT_THAT(nextNames(), ElementsAre("first", "twice", "second", "twice"));
-  EXPECT_THAT(nextNames(), ElementsAre("third"));
-  EXPECT_TRUE(nothingWasSent());
-  EXPECT_THAT(log_.records(), IsEmpty());
-}
-
-TEST_F(TcpCommandProcessorFrontEndMessages, AreSentForBatchesWithoutCommandsToo) {
-  push({});
-  EXPECT_EQ(next().SerializeAsString(), "");
-  EXPECT_TRUE(nothingWasSent());
-}
-
-TEST_F(TcpCommandProcessorFrontEndMessages, HoldOneCommandThatIsPushedAlone) {
-  frontEnd_->PushCommand(command("alone"));
-  EXPECT_THAT(nextNames(), ElementsAre("alone"));
-  EXPECT_TRUE(nothingWasSent());
-}
-
-TEST_F(TcpCommandProcessorFrontEndMessages, HoldNothingOfTheBatchesBefore) {
-  const auto prototype = tamb::CreateParametersCollectionPrototype();
-  prototype->AddUTF8StringKey("text", std::string(1'000, 'x'), "");
-  const auto arguments = tamb::CreateParametersCollectionInstance(prototype);
-  push({command("lonely")});
-  const std::string alone = next().SerializeAsString();
-  push({commandWith(arguments), commandWith(arguments), commandWith(arguments)});
-  next();
-  push({command("lonely")});
-  EXPECT_EQ(next().SerializeAsString(), alone);
-  // Refused in its second command, and refused by the socket.
-  EXPECT_ANY_THROW(push({commandWith(arguments), nullptr}));
-  push({command("lonely")});
-  EXPECT_EQ(next().SerializeAsString(), alone);
-  EXPECT_ANY_THROW(push({commandWith(arguments), commandOfListSize(65'536)}));
-  push({command("lonely")});
-  EXPECT_EQ(next().SerializeAsString(), alone);
-  EXPECT_TRUE(nothingWasSent());
-}
-
-TEST_F(TcpCommandProcessorFrontEndMessages, AreKeptForTheFirstSubscriberCompleteAndInOrder) {
-  listener_.close();
-  for (int i = 0; i < 1'000; ++i) {
-    push({command("first of " + std::to_string(i)), command("second of " + std::to_string(i))});
-  }
-  push({});
-  listen();
-  for (int i = 0; i < 1'000; ++i) {
-    ASSERT_THAT(nextNames(), ElementsAre("first of " + std::to_string(i), "second of " + std::to_string(i)));
-  }
-  EXPECT_THAT(nextNames(), IsEmpty());
-  EXPECT_TRUE(nothingWasSent());
-}
-
-TEST_F(TcpCommandProcessorFrontEndMessages, ReachEverySubscriber) {
-  socket::Socket second("SecondListener", socket::ClosePolicy::Newest);
-  second.createAndConnect(socket::Protocol::Subscriber, endpoint(), 0);
-  push({command("for both")});
-  EXPECT_THAT(nextNames(), ElementsAre("for both"));
-  proto::CommandMessageList list;
-  ASSERT_EQ(second.receiveProtoBuf(&list, 65'536), 0);
-  EXPECT_EQ(list.messages(0).commandname(), "for both");
-}
-
-/// The object itself: its ids, its endpoint and its end.
-class TcpCommandProcessorFrontEndLife : public CommandFrontEndTest {
+/// The ids, the endpoint, and what cannot be had.
+class TcpCommandProcessorFrontEndLife : public CommandSendingTest {
  protected:
-  static std::vector<std::string> openSockets() {
-    std::vector<std::string> names;
-    for (const auto& state : socket::inproc::sockets()) names.push_back(state.name);
-    return names;
+  /// A front end whose endpoint is not bound yet.
+  void construct() {
+    sender_.emplace();
+    sender_->SetWorkflowManagerId(manager);
+    sender_->SetEngineId(engine);
+  }
+  static std::string invalidSocket(const std::string& description) {
+    return std::string("[TcpCommandProcessorFrontEnd: Invalid socket: ") + socketName + description +
+           " [not open]" + isNotTrue;
   }
 };
 
 TEST_F(TcpCommandProcessorFrontEndLife, BeginsWithoutIdsAndWithoutAnEndpoint) {
-  frontEnd_.emplace();
-  EXPECT_EQ(frontEnd_->GetWorkflowManagerId(), "");
-  EXPECT_EQ(frontEnd_->GetEngineId(), 0U);
-  EXPECT_EQ(frontEnd_->messageHeader(), "TcpCommandProcessorFrontEnd");
+  sender_.emplace();
+  EXPECT_EQ(sender_->GetWorkflowManagerId(), "");
+  EXPECT_EQ(sender_->GetEngineId(), 0U);
+  EXPECT_EQ(sender_->messageHeader(), "TcpCommandProcessorFrontEnd");
   EXPECT_THAT(openSockets(), IsEmpty());
 }
 
 TEST_F(TcpCommandProcessorFrontEndLife, KeepsTheIdsThatItIsGiven) {
-  frontEnd_.emplace();
+  sender_.emplace();
   const std::string id("manager\0two", 11);
-  tamb::ICommandProcessorFrontEnd& asCommandProcessor = *frontEnd_;
+  tamb::ICommandProcessorFrontEnd& asCommandProcessor = *sender_;
   asCommandProcessor.SetWorkflowManagerId(id);
   asCommandProcessor.SetEngineId(4'294'967'295);
   EXPECT_EQ(asCommandProcessor.GetWorkflowManagerId(), id);
@@ -271,35 +101,13 @@ TEST_F(TcpCommandProcessorFrontEndLife, KeepsTheIdsThatItIsGiven) {
   EXPECT_EQ(asCommandProcessor.GetEngineId(), 0U);
 }
 
-TEST_F(TcpCommandProcessorFrontEndLife, BindsItsEndpointAsAPublisher) {
-  connect();
-  const auto sockets = socket::inproc::sockets();
-  ASSERT_EQ(sockets.size(), 1U);
-  EXPECT_EQ(sockets.front().name, socketName);
-  EXPECT_EQ(sockets.front().protocol, socket::Protocol::Publisher);
-  EXPECT_EQ(sockets.front().endpoint, address);
-}
-
-TEST_F(TcpCommandProcessorFrontEndLife, PushesASingleCommandThroughTheVirtualBatch) {
-  class Intercepted : public TcpCommandProcessorFrontEnd {
-   public:
-    std::vector<Batch> batches;
-    void PushCommands(Batch commands) override { batches.push_back(std::move(commands)); }
-  };
-  Intercepted frontEnd;
-  const auto pushed = command();
-  frontEnd.PushCommand(pushed);
-  frontEnd.PushCommand(nullptr);
-  EXPECT_THAT(frontEnd.batches, ElementsAre(ElementsAre(pushed), ElementsAre(nullptr)));
-}
-
 TEST_F(TcpCommandProcessorFrontEndLife, MovesToAnotherEndpointWhenItIsConnectedAgain) {
-  connect();
+  open();
   listen();
-  push({command("before")});
+  push({item("before")});
   EXPECT_THAT(nextNames(), ElementsAre("before"));
-  frontEnd_->connectEndpoint(endpoint(otherAddress));
-  push({command("after")});
+  sender_->connectEndpoint(endpoint(otherAddress));
+  push({item("after")});
   EXPECT_TRUE(nothingWasSent());
   listen(otherAddress);
   EXPECT_THAT(nextNames(), ElementsAre("after"));
@@ -309,52 +117,114 @@ TEST_F(TcpCommandProcessorFrontEndLife, MovesToAnotherEndpointWhenItIsConnectedA
 }
 
 TEST_F(TcpCommandProcessorFrontEndLife, MayBeConnectedToItsEndpointOnceMore) {
-  connect();
+  open();
   listen();
-  frontEnd_->connectEndpoint(endpoint());
-  push({command("after")});
+  sender_->connectEndpoint(endpoint());
+  push({item("after")});
   EXPECT_THAT(nextNames(), ElementsAre("after"));
 }
 
 TEST_F(TcpCommandProcessorFrontEndLife, PassesTheFailureOfAConnectionOnAndCanBeConnectedLater) {
-  connect();
+  open();
   socket::Socket occupant("Occupant", socket::ClosePolicy::Newest);
   occupant.createAndConnect(socket::Protocol::Publisher, endpoint(otherAddress), 0);
-  EXPECT_THAT([&] { frontEnd_->connectEndpoint(endpoint(otherAddress)); },
+  EXPECT_THAT([&] { sender_->connectEndpoint(endpoint(otherAddress)); },
               ThrowsMessage<std::runtime_error>(HasSubstr("already in use")));
   // Left before the other one was tried.
   EXPECT_THAT(openSockets(), ElementsAre("Occupant"));
-  EXPECT_THAT([&] { push({command()}); },
+  EXPECT_THAT([&] { push({item()}); },
               ThrowsMessage<tamb::TAMBRuntimeError>(
                   AllOf(HasSubstr("Invalid socket: "), HasSubstr(socketName), HasSubstr(otherAddress))));
   occupant.close();
-  frontEnd_->connectEndpoint(endpoint(otherAddress));
+  sender_->connectEndpoint(endpoint(otherAddress));
   listen(otherAddress);
-  push({command("at last")});
+  push({item("at last")});
   EXPECT_THAT(nextNames(), ElementsAre("at last"));
 }
 
 TEST_F(TcpCommandProcessorFrontEndLife, PassesTheEndOfTheContextOn) {
   construct();
   socket::inproc::failNext(socketName, Operation::Open, Failure::ContextTermination, "the end");
-  EXPECT_THAT([&] { frontEnd_->connectEndpoint(endpoint()); },
+  EXPECT_THAT([&] { sender_->connectEndpoint(endpoint()); },
               ThrowsMessage<socket::ZmqContextTerminationException>("the end"));
   EXPECT_THAT(log_.records(), IsEmpty());
 }
 
-TEST_F(TcpCommandProcessorFrontEndLife, ClosesItsSocketAtItsEnd) {
-  connect();
-  frontEnd_.reset();
-  EXPECT_THAT(openSockets(), IsEmpty());
+TEST_F(TcpCommandProcessorFrontEndLife, RefusesEveryBatchBeforeItIsConnectedWithoutALookAtIt) {
+  construct();
+  const auto watched = std::make_shared<WatchedCommand>(fields());
+  expectFailure([&] { push({watched, nullptr}); }, invalidSocket(" (no endpoint)"), 40);
+  expectFailure([&] { push({}); }, invalidSocket(" (no endpoint)"), 40);
+  EXPECT_THAT(watched->asked(), IsEmpty());
+  sender_->connectEndpoint(endpoint());
+  expectUsable();
 }
 
-TEST_F(TcpCommandProcessorFrontEndLife, GivesWhatNobodyHasTakenTwoSecondsAtItsEnd) {
-  connect();
-  push({command()});
-  frontEnd_.reset();
-  ASSERT_EQ(log_.records().size(), 1U);
-  EXPECT_THAT(log_.records().front().message,
-              AllOf(HasSubstr(socketName), HasSubstr("1 messages"), HasSubstr("within 2000 ms")));
+TEST_F(TcpCommandProcessorFrontEndLife, RefusesEveryBatchAfterAConnectionThatFailed) {
+  construct();
+  socket::inproc::failNext(socketName, Operation::Open, Failure::RuntimeError, "no room");
+  EXPECT_THAT([&] { sender_->connectEndpoint(endpoint()); }, ThrowsMessage<std::runtime_error>("no room"));
+  expectFailure([&] { push({item()}); }, invalidSocket(" (Publisher inproc://commands)"), 40);
+  sender_->connectEndpoint(endpoint());
+  expectUsable();
+}
+
+TEST_F(TcpCommandProcessorFrontEndLife, HasNoControlsWhateverTheirNameAndWhetherOrNotItIsConnected) {
+  construct();
+  for (const bool isConnected : {false, true}) {
+    if (isConnected) sender_->connectEndpoint(endpoint());
+    for (const std::string name : {"", "a control"}) {
+      expectFailure([&] { sender_->GetControl(name); },
+                    "[TcpCommandProcessorFrontEnd: GetControl cannot work]", 21);
+      expectFailure([&] { sender_->GetStatusControl(name); },
+                    "[TcpCommandProcessorFrontEnd: GetStatusControl: what the hell is this?]", 28);
+    }
+  }
+  expectUsable();
+}
+
+TEST_F(TcpCommandProcessorFrontEndLife, RefusesBatchesDuringANewConnectionOrSendsThemOnceAndWhole) {
+  open();
+  listen();
+  socket::Socket elsewhere("ListenerElsewhere", socket::ClosePolicy::Newest);
+  elsewhere.createAndConnect(socket::Protocol::Subscriber, endpoint(otherAddress), 0);
+  std::atomic<std::size_t> sent = 0;
+  {
+    const std::jthread pushing([&](const std::stop_token& stop) {
+      while (!stop.stop_requested()) {
+        try {
+          push(Batch(3, item(std::to_string(sent))));
+          ++sent;
+        } catch (const std::runtime_error&) {
+          // The socket was closed just then.
+          std::this_thread::yield();
+        }
+      }
+    });
+    for (int i = 1; i <= 60; ++i) {
+      sender_->connectEndpoint(endpoint(i % 2 == 0 ? address : otherAddress));
+      ASSERT_TRUE(test::eventually([&, before = sent.load()] { return sent > before; }));
+    }
+  }
+  // Each listener got some of them, in order.
+  std::vector<bool> arrived(sent);
+  const auto takeFrom = [&](socket::Socket& listener) {
+    std::string errorText;
+    for (std::size_t from = 0; listener.poll(0, errorText) == 0;) {
+      proto::CommandMessageList list;
+      ASSERT_EQ(listener.receiveProtoBuf(&list, 65'536), 0);
+      ASSERT_EQ(list.messages_size(), 3);
+      const std::size_t number = std::stoul(list.messages(0).commandname());
+      ASSERT_LT(number, arrived.size());
+      ASSERT_GE(number, from);
+      ASSERT_FALSE(arrived.at(number));
+      arrived.at(number) = true;
+      from = number;
+    }
+  };
+  takeFrom(listener_);
+  takeFrom(elsewhere);
+  EXPECT_THAT(arrived, testing::Each(true));
 }
 
 }  // namespace

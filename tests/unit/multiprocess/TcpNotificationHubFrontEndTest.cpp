@@ -1,6 +1,7 @@
 #include <functional>
 
-#include "tests/unit/multiprocess/NotificationFrontEndTest.h"
+#include "tamb/TAMBRuntimeError.h"
+#include "tests/unit/multiprocess/NotificationReceiving.h"
 #include "tests/unit/tamb/FunctionCallback.h"
 
 namespace qor::multiprocess_communication {
@@ -32,10 +33,10 @@ class FakeSubscription : public tamb::INotificationSubscriptionFrontEnd {
 };
 
 /// The front end in the place of its local hub.
-class TcpNotificationHubFrontEndForwarding : public NotificationFrontEndTest {
+class TcpNotificationHubFrontEndForwarding : public NotificationReceivingTest {
  protected:
   void SetUp() override {
-    hubFrontEnd_ = mock_;
+    local_.hubFrontEnd = mock_;
     construct();
   }
   void TearDown() override {
@@ -43,7 +44,7 @@ class TcpNotificationHubFrontEndForwarding : public NotificationFrontEndTest {
     EXPECT_THAT(socket::inproc::sockets(), IsEmpty());
     EXPECT_TRUE(threadsFallTo(threadsBefore_));
     EXPECT_THAT(log_.records(), IsEmpty());
-    NotificationFrontEndTest::TearDown();
+    NotificationReceivingTest::TearDown();
   }
 
   std::shared_ptr<testing::StrictMock<MockHubFrontEnd>> mock_ =
@@ -55,66 +56,66 @@ class TcpNotificationHubFrontEndForwarding : public NotificationFrontEndTest {
 
 TEST_F(TcpNotificationHubFrontEndForwarding, SubscribeIsTheLocalHubs) {
   EXPECT_CALL(*mock_, Subscribe(callback_)).WillOnce(Return(subscription_));
-  EXPECT_EQ(frontEnd_->Subscribe(callback_), subscription_);
+  EXPECT_EQ(receiver_->Subscribe(callback_), subscription_);
   EXPECT_CALL(*mock_, Subscribe(testing::IsNull())).WillOnce(Return(nullptr));
-  EXPECT_EQ(frontEnd_->Subscribe(nullptr), nullptr);
+  EXPECT_EQ(receiver_->Subscribe(nullptr), nullptr);
 }
 
 TEST_F(TcpNotificationHubFrontEndForwarding, SubscribeToCommandResponseIsTheLocalHubs) {
   EXPECT_CALL(*mock_, SubscribeToCommandResponse(7, 4'294'967'295, callback_))
       .WillOnce(Return(subscription_));
-  EXPECT_EQ(frontEnd_->SubscribeToCommandResponse(7, 4'294'967'295, callback_), subscription_);
+  EXPECT_EQ(receiver_->SubscribeToCommandResponse(7, 4'294'967'295, callback_), subscription_);
 }
 
 TEST_F(TcpNotificationHubFrontEndForwarding, SubscribeToStepIsTheLocalHubs) {
   EXPECT_CALL(*mock_, SubscribeToStep(7, "the step", callback_)).WillOnce(Return(subscription_));
-  EXPECT_EQ(frontEnd_->SubscribeToStep(7, "the step", callback_), subscription_);
+  EXPECT_EQ(receiver_->SubscribeToStep(7, "the step", callback_), subscription_);
 }
 
 TEST_F(TcpNotificationHubFrontEndForwarding, UnsubscribeIsTheLocalHubs) {
   EXPECT_CALL(*mock_, Unsubscribe(subscription_));
-  frontEnd_->Unsubscribe(subscription_);
+  receiver_->Unsubscribe(subscription_);
   EXPECT_CALL(*mock_, Unsubscribe(testing::IsNull()));
-  frontEnd_->Unsubscribe(nullptr);
+  receiver_->Unsubscribe(nullptr);
 }
 
 TEST_F(TcpNotificationHubFrontEndForwarding, TheIdsAreTheLocalHubs) {
   EXPECT_CALL(*mock_, SetWorkflowManagerId("manager-17"));
-  frontEnd_->SetWorkflowManagerId("manager-17");
+  receiver_->SetWorkflowManagerId("manager-17");
   EXPECT_CALL(*mock_, SetEngineId(4'711));
-  frontEnd_->SetEngineId(4'711);
+  receiver_->SetEngineId(4'711);
   EXPECT_CALL(*mock_, GetWorkflowManagerId()).WillOnce(Return("manager-18"));
-  EXPECT_EQ(frontEnd_->GetWorkflowManagerId(), "manager-18");
+  EXPECT_EQ(receiver_->GetWorkflowManagerId(), "manager-18");
   EXPECT_CALL(*mock_, GetEngineId()).WillOnce(Return(4'712));
-  EXPECT_EQ(frontEnd_->GetEngineId(), 4'712U);
+  EXPECT_EQ(receiver_->GetEngineId(), 4'712U);
 }
 
 TEST_F(TcpNotificationHubFrontEndForwarding, WhatTheLocalHubThrowsReachesTheCaller) {
   EXPECT_CALL(*mock_, Subscribe).WillOnce(testing::Throw(std::logic_error("no more of you")));
-  EXPECT_THROW(frontEnd_->Subscribe(callback_), std::logic_error);
+  EXPECT_THROW(receiver_->Subscribe(callback_), std::logic_error);
   EXPECT_CALL(*mock_, GetEngineId).WillOnce(testing::Throw(std::logic_error("no more of you")));
-  EXPECT_THROW(frontEnd_->GetEngineId(), std::logic_error);
+  EXPECT_THROW(receiver_->GetEngineId(), std::logic_error);
 }
 
 /// A real local hub behind it, in every state of the reception.
-class TcpNotificationHubFrontEndWithAHub : public NotificationFrontEndTest {
+class TcpNotificationHubFrontEndWithAHub : public NotificationReceivingTest {
  protected:
-  void SetUp() override { frontEnd_.emplace(faces_.first, faces_.second); }
+  void SetUp() override { receiver_.emplace(faces_.first, faces_.second); }
 
   void expectThatForwardingWorks() {
     const auto callback = tamb::test::callback([](const auto&) {});
-    const auto subscription = frontEnd_->SubscribeToStep(7, "a step", callback);
+    const auto subscription = receiver_->SubscribeToStep(7, "a step", callback);
     ASSERT_NE(subscription, nullptr);
     EXPECT_TRUE(subscription->IsActive());
-    frontEnd_->Unsubscribe(subscription);
+    receiver_->Unsubscribe(subscription);
     EXPECT_FALSE(subscription->IsActive());
     ++engineId_;
-    frontEnd_->SetEngineId(engineId_);
+    receiver_->SetEngineId(engineId_);
     EXPECT_EQ(faces_.first->GetEngineId(), engineId_);
-    EXPECT_EQ(frontEnd_->GetEngineId(), engineId_);
-    frontEnd_->SetWorkflowManagerId("manager-" + std::to_string(engineId_));
-    EXPECT_EQ(faces_.first->GetWorkflowManagerId(), frontEnd_->GetWorkflowManagerId());
-    EXPECT_EQ(frontEnd_->GetWorkflowManagerId(), "manager-" + std::to_string(engineId_));
+    EXPECT_EQ(receiver_->GetEngineId(), engineId_);
+    receiver_->SetWorkflowManagerId("manager-" + std::to_string(engineId_));
+    EXPECT_EQ(faces_.first->GetWorkflowManagerId(), receiver_->GetWorkflowManagerId());
+    EXPECT_EQ(receiver_->GetWorkflowManagerId(), "manager-" + std::to_string(engineId_));
   }
 
   std::pair<std::shared_ptr<tamb::INotificationHubFrontEnd>, std::shared_ptr<tamb::INotificationHubBackEnd>>
@@ -136,9 +137,9 @@ TEST_F(TcpNotificationHubFrontEndWithAHub, ForwardsBeforeDuringAndAfterReception
 }
 
 TEST_F(TcpNotificationHubFrontEndWithAHub, ForwardsWhileAListIsHandled) {
-  frontEnd_->Subscribe(tamb::test::callback([&](const auto&) { gate_.pass(); }));
+  receiver_->Subscribe(tamb::test::callback([&](const auto&) { gate_.pass(); }));
   start();
-  deliverLines({"held up"});
+  deliverNames({"held up"});
   ASSERT_TRUE(gate_.waitUntilReached());
   expectThatForwardingWorks();
 }
@@ -152,33 +153,33 @@ TEST_F(TcpNotificationHubFrontEndWithAHub, LetsTheHubMatchWhatComesWithWhatIsSub
     return tamb::test::callback(
         [arrivals](const auto& notification) { arrivals->add(notification->GetNotificationLine()); });
   };
-  frontEnd_->SubscribeToCommandResponse(7, 99, into(ofTheCommand));
-  frontEnd_->SubscribeToStep(7, "the step", into(ofTheStep));
-  const auto subscription = frontEnd_->Subscribe(into(ofAll));
+  receiver_->SubscribeToCommandResponse(7, 99, into(ofTheCommand));
+  receiver_->SubscribeToStep(7, "the step", into(ofTheStep));
+  const auto subscription = receiver_->Subscribe(into(ofAll));
   start();
-  auto response = message("response");
+  auto response = wire("response");
   response.set_commandid(99);
-  auto step = message("step");
+  auto step = wire("step");
   step.set_workflowstep("the step");
-  deliver(encoded(std::vector{message("neither"), response, step}));
+  deliver(listOf(std::vector{wire("neither"), response, step}));
   EXPECT_THAT(ofAll->waitFor(3), ElementsAre("neither", "response", "step"));
   ASSERT_TRUE(allIsHandled());
   EXPECT_THAT(ofTheCommand->all(), ElementsAre("response"));
   EXPECT_THAT(ofTheStep->all(), ElementsAre("step"));
-  frontEnd_->Unsubscribe(subscription);
-  deliver(encoded(std::vector{message("unheard"), step}));
+  receiver_->Unsubscribe(subscription);
+  deliver(listOf(std::vector{wire("unheard"), step}));
   EXPECT_THAT(ofTheStep->waitFor(2), ElementsAre("step", "step"));
   EXPECT_EQ(ofAll->all().size(), 3U);
 }
 
 /// Without a local hub.
-class TcpNotificationHubFrontEndWithoutAHub : public NotificationFrontEndTest {
+class TcpNotificationHubFrontEndWithoutAHub : public NotificationReceivingTest {
  protected:
-  void SetUp() override { frontEnd_.emplace(nullptr, hub_); }
+  void SetUp() override { receiver_.emplace(nullptr, local_.hub); }
 
   void expectThrown(const std::function<void()>& call, const std::string& operation, int line) {
-    const std::string message =
-        std::string("[") + header + operation + ": Invalid notification hub front-end] [ Pointer is null ]";
+    const std::string message = "[TcpNotificationHubFrontEnd: " + operation +
+                                ": Invalid notification hub front-end] [ Pointer is null ]";
     const auto before = log_.records().size();
     try {
       call();
@@ -187,25 +188,33 @@ class TcpNotificationHubFrontEndWithoutAHub : public NotificationFrontEndTest {
       EXPECT_EQ(error.what(), message);
     }
     ASSERT_EQ(log_.records().size(), before + 1) << operation;
-    expectRecord(log_.records().back(), message, line);
+    expectRecordOf(message, line);
   }
   void expectLogged(const std::function<void()>& call, const std::string& operation, int line) {
     const auto before = log_.records().size();
     EXPECT_NO_THROW(call()) << operation;
     ASSERT_EQ(log_.records().size(), before + 1) << operation;
-    expectRecord(log_.records().back(), header + operation + ": Invalid notification hub front-end", line);
+    expectRecordOf("TcpNotificationHubFrontEnd: " + operation + ": Invalid notification hub front-end", line);
+  }
+  void expectRecordOf(const std::string& message, int line) const {
+    const auto record = log_.records().back();
+    EXPECT_EQ(record.message, message);
+    EXPECT_EQ(static_cast<int>(record.level), 2);
+    EXPECT_EQ(record.source, NotificationReceiving::source);
+    EXPECT_EQ(record.line, std::to_string(line));
+    EXPECT_EQ(record.function, "");
   }
   void expectAllReports() {
-    expectThrown([&] { frontEnd_->Subscribe(nullptr); }, "Subscribe", 85);
-    expectThrown([&] { frontEnd_->SubscribeToCommandResponse(1, 2, nullptr); }, "SubscribeToCommandResponse",
+    expectThrown([&] { receiver_->Subscribe(nullptr); }, "Subscribe", 85);
+    expectThrown([&] { receiver_->SubscribeToCommandResponse(1, 2, nullptr); }, "SubscribeToCommandResponse",
                  99);
-    expectThrown([&] { frontEnd_->SubscribeToStep(1, "a step", nullptr); }, "SubscribeToStep", 113);
-    expectLogged([&] { frontEnd_->SetWorkflowManagerId("manager-17"); }, "SetWorkflowManagerId", 123);
-    expectLogged([&] { frontEnd_->SetEngineId(7); }, "SetEngineId", 134);
-    expectThrown([&] { frontEnd_->Unsubscribe(nullptr); }, "Unsubscribe", 147);
-    expectLogged([&] { EXPECT_EQ(frontEnd_->GetWorkflowManagerId(), ""); }, "GetWorkflowManagerId", 157);
+    expectThrown([&] { receiver_->SubscribeToStep(1, "a step", nullptr); }, "SubscribeToStep", 113);
+    expectLogged([&] { receiver_->SetWorkflowManagerId("manager-17"); }, "SetWorkflowManagerId", 123);
+    expectLogged([&] { receiver_->SetEngineId(7); }, "SetEngineId", 134);
+    expectThrown([&] { receiver_->Unsubscribe(nullptr); }, "Unsubscribe", 147);
+    expectLogged([&] { EXPECT_EQ(receiver_->GetWorkflowManagerId(), ""); }, "GetWorkflowManagerId", 157);
     // The text names the other id.
-    expectLogged([&] { EXPECT_EQ(frontEnd_->GetEngineId(), 0U); }, "GetWorkflowManagerId", 169);
+    expectLogged([&] { EXPECT_EQ(receiver_->GetEngineId(), 0U); }, "GetWorkflowManagerId", 169);
   }
 };
 

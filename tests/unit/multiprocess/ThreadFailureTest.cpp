@@ -1,36 +1,60 @@
-#include <cerrno>
-#include <stdexcept>
+#include <pthread.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <fstream>
 #include <system_error>
 
 #include "tests/unit/multiprocess/BackEndTest.h"
-#include "tests/unit/multiprocess/FrontEndTest.h"
-#include "tests/unit/multiprocess/NotificationFrontEndTest.h"
-#include "tests/unit/multiprocess/WrappedCalls.h"
+#include "tests/unit/multiprocess/NotificationReceiving.h"
 
 namespace qor::multiprocess_communication {
 namespace {
 
-/// Lets the start of one thread fail, as it does when the system has no more.
+/// A system that has room for so many more threads and no other. Threads ask for far more of the process's
+/// addresses than they need, and the process may have those of that many threads.
 class NoMoreThreads {
  public:
-  /// So many are still had.
-  explicit NoMoreThreads(int remaining) {
-    calls_.before = [remaining](const std::string& function) mutable {
-      if (function == "std::thread" && remaining-- == 0) {
-        throw std::system_error(EAGAIN, std::generic_category(), "no more threads");
-      }
-    };
+  explicit NoMoreThreads(std::size_t remaining) {
+    ::getrlimit(RLIMIT_AS, &limitBefore_);
+    ::pthread_getattr_default_np(&attributesBefore_);
+    pthread_attr_t attributes;
+    ::pthread_getattr_default_np(&attributes);
+    ::pthread_attr_setstacksize(&attributes, stackSize);
+    ::pthread_setattr_default_np(&attributes);
+    ::pthread_attr_destroy(&attributes);
+    const rlimit limit{.rlim_cur = addressesInUse() + remaining * stackSize + stackSize / 2,
+                       .rlim_max = limitBefore_.rlim_max};
+    ::setrlimit(RLIMIT_AS, &limit);
   }
+  ~NoMoreThreads() {
+    ::setrlimit(RLIMIT_AS, &limitBefore_);
+    ::pthread_setattr_default_np(&attributesBefore_);
+    ::pthread_attr_destroy(&attributesBefore_);
+  }
+  NoMoreThreads(const NoMoreThreads&) = delete;
+  NoMoreThreads& operator=(const NoMoreThreads&) = delete;
 
  private:
-  WrappedCalls calls_;
+  /// Far more than what else is allocated meanwhile.
+  static constexpr std::size_t stackSize = std::size_t{8} << 30U;
+
+  static std::size_t addressesInUse() {
+    std::size_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    return pages * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+  }
+
+  rlimit limitBefore_{};
+  pthread_attr_t attributesBefore_{};
 };
 
 /// How a back end meets a system that has no more threads.
 using TcpEngineBackEndWithoutThreads = BackEndTest;
 
 TEST_F(TcpEngineBackEndWithoutThreads, CannotBeMadeAndLeavesNothingOpen) {
-  for (const int remaining : {0, 1}) {
+  for (const std::size_t remaining : {0U, 1U}) {
     const NoMoreThreads system(remaining);
     EXPECT_THROW(construct(), std::system_error) << remaining;
     EXPECT_FALSE(backEnd_.has_value());
@@ -44,51 +68,14 @@ TEST_F(TcpEngineBackEndWithoutThreads, RefusesARunWithTheReasonAndTakesALaterOne
   start();
   {
     const NoMoreThreads system(0);
-    EXPECT_EQ(replyTo(Request::Run),
-              failure("TcpEngineBackEnd: no more threads: Resource temporarily unavailable"));
+    EXPECT_EQ(replyTo(Request::Run), failure("TcpEngineBackEnd: Resource temporarily unavailable"));
   }
   EXPECT_EQ(replyTo(Request::Run), success);
   EXPECT_TRUE(engine_->waitUntilRunning());
 }
 
-/// Lets no socket be made.
-class NoMoreSockets {
- public:
-  NoMoreSockets() {
-    calls_.before = [](const std::string& function) {
-      if (function == "qor::socket::Socket") throw std::runtime_error("no more sockets");
-    };
-  }
-
- private:
-  WrappedCalls calls_;
-};
-
-/// How the threads of the engine control channel meet it.
-using TcpEngineBackEndWithoutSockets = BackEndTest;
-
-TEST_F(TcpEngineBackEndWithoutSockets, LogsItAndLives) {
-  const NoMoreSockets system;
-  construct();
-  expectLogged(tamb::LogLevel::Error,
-               "TcpEngineBackEnd: commandListenThreadFunction: failed binding socket: no more sockets");
-  expectLogged(tamb::LogLevel::Error,
-               "TcpEngineBackEnd: statusPublicationThreadFunction: failed binding socket: no more sockets");
-  stop();
-}
-
-using TcpEngineFrontEndWithoutSockets = FrontEndTest;
-
-TEST_F(TcpEngineFrontEndWithoutSockets, LogsItAndLives) {
-  const NoMoreSockets system;
-  frontEnd_->SetInitConfig(TcpEngineFrontEnd::GenerateConfig(requestAddress, statusAddress));
-  expectLogged(
-      "TcpEngineFrontEnd: engineStatusReceptionThreadFunction: Failed creating socket: no more sockets");
-  frontEnd_.reset();
-}
-
-/// How a hub's front end meets it.
-using TcpNotificationHubFrontEndWithoutThreads = NotificationFrontEndTest;
+/// How a hub's front end meets one.
+using TcpNotificationHubFrontEndWithoutThreads = NotificationReceivingTest;
 
 TEST_F(TcpNotificationHubFrontEndWithoutThreads, DoesNotStartAndHasNoSocketOpenUntilItDoes) {
   construct();
@@ -99,8 +86,8 @@ TEST_F(TcpNotificationHubFrontEndWithoutThreads, DoesNotStartAndHasNoSocketOpenU
   }
   start();
   ASSERT_TRUE(socket::inproc::waitUntilOpen(socketName));
-  deliverLines({"a line"});
-  EXPECT_EQ(pushedLines(), std::vector<std::string>{"a line"});
+  deliverNames({"a line"});
+  EXPECT_EQ(arrivedNames(), std::vector<std::string>{"a line"});
 }
 
 }  // namespace
