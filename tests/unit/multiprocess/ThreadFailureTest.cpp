@@ -37,8 +37,8 @@ class NoMoreThreads {
   NoMoreThreads& operator=(const NoMoreThreads&) = delete;
 
  private:
-  /// Far more than what else is allocated meanwhile.
-  static constexpr std::size_t stackSize = std::size_t{8} << 30U;
+  /// Far more than everything else that is allocated meanwhile.
+  static constexpr std::size_t stackSize = std::size_t{1} << 30U;
 
   static std::size_t addressesInUse() {
     std::size_t pages = 0;
