@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include "TcpCommandProcessorBackEnd.h"
 #include "TcpEngineBackEnd.h"
@@ -25,6 +26,7 @@
 #include "qor/socket/Socket.h"
 #include "qor/utils/Log.h"
 #include "runtime/base/FileDescriptor.h"
+#include "runtime/base/Mutex.h"
 #include "runtime/processes/Cores.h"
 #include "runtime/processes/Pipe.h"
 #include "runtime/tamb/EngineDescription.h"
@@ -87,8 +89,37 @@ void endRun(tamb::IEngineFrontEnd& engine) {
   }
 }
 
+/// Lets a signal that ends the process end the run first, once there is an engine. To be made ahead of all
+/// other threads, also those that an engine or its library starts: whichever of them had the signals
+/// unblocked would be given them, and the process end at once. Any thread.
+class RunEnding {
+ public:
+  /// Whether the process is ending by a signal.
+  const std::atomic<bool>& hasBegun() const { return hasBegun_; }
+  /// The engine whose run is to be ended; none, when empty.
+  void setEngine(std::shared_ptr<tamb::IEngineFrontEnd> engine) {
+    const base::Lock lock(mutex_);
+    engine_ = std::move(engine);
+  }
+
+ private:
+  void begin() {
+    hasBegun_ = true;
+    const auto engine = [this] {
+      const base::Lock lock(mutex_);
+      return engine_;
+    }();
+    if (engine) endRun(*engine);
+  }
+
+  std::atomic<bool> hasBegun_{false};
+  base::Mutex mutex_;
+  std::shared_ptr<tamb::IEngineFrontEnd> engine_ QOR_GUARDED_BY(mutex_);
+  const EndingSignals signals_{[this] { begin(); }};
+};
+
 void serveEngine(const EngineOptions& options, const engines::IEngineFactory& factory,
-                 const EngineReporter& parent) {
+                 const EngineReporter& parent, RunEnding& ending) {
   const auto made = engines::makeLocalEngine(
       tamb::EngineDescription(options.workflowManagerId, options.description, options.engineId), factory);
   // The channels' threads get the cores of this one.
@@ -97,12 +128,7 @@ void serveEngine(const EngineOptions& options, const engines::IEngineFactory& fa
     allCores = processes::usableCores();
     processes::useCores({*options.core});
   }
-  // Before there are threads of the channels, and as long as there is anything to put in order.
-  std::atomic<bool> processIsEnding{false};
-  const EndingSignals signals([&] {
-    processIsEnding = true;
-    endRun(*made.engine);
-  });
+  ending.setEngine(made.engine);
   // Commands arrive by the channel, notifications leave by it, and the engine is run by it: they are made in
   // the order in which they are needed, and destroyed in the opposite order.
   const auto notifications = std::make_shared<RunNotifications>(
@@ -117,7 +143,7 @@ void serveEngine(const EngineOptions& options, const engines::IEngineFactory& fa
     if (options.core && what.event == EngineEvent::Running) useIfPossible(allCores);
     parent.report(what);
   };
-  const auto served = std::make_shared<ServedEngine>(made.engine, notifications, report, processIsEnding);
+  const auto served = std::make_shared<ServedEngine>(made.engine, notifications, report, ending.hasBegun());
   TcpEngineBackEnd control(served, options.requestEndpoint, options.statusEndpoint);
   parent.report({.event = EngineEvent::Made});
   awaitEngineControl(options);
@@ -132,8 +158,10 @@ void serveEngine(const EngineOptions& options, const engines::IEngineFactory& fa
 int runEngineChild(const EngineOptions& options, const EngineLoader& loader, const EngineReporter& parent) {
   const pid_t supervisor = ::getppid();
   try {
-    const auto factory = loader();
-    serveEngine(options, *factory, parent);
+    std::shared_ptr<const engines::IEngineFactory> factory;  // outlives the engine
+    RunEnding ending;
+    factory = loader();
+    serveEngine(options, *factory, parent, ending);
     // A supervisor that was killed removes nothing.
     if (::getppid() != supervisor) removeFilesOf(options, processes::BoundBy::Us);
     return EXIT_SUCCESS;

@@ -75,6 +75,13 @@ class Host(ProgramsTest):
         service.wait_for_errors(" ended after ")
         self.assertRegex(service.errors(), r" ended after \d+ s: failed: TestEngine: thrown in the run\n")
 
+    def test_is_told_of_the_end_of_a_run_although_its_engine_has_threads_of_its_own(self):
+        host = self.host(self.faulty_engine_workflow(behaviour="ignoreStop", notifications=1, startsThread=True))
+        host.wait_for_notification("Tick")
+        self.kill(self.engine_process(), signal.SIGTERM)
+        # The run was asked to stop first: a thread that knows nothing of it has not taken the signal.
+        self.expect_death_is_told(host, "it still runs after 3000 ms")
+
     def test_is_told_how_its_engine_died_on_a_command(self):
         for behaviour, cause in FAULTS.items():
             with self.subTest(behaviour):

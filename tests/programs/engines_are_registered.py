@@ -93,7 +93,7 @@ class Registry(ProgramsTest):
         self.assertEqual(engine["file"], f"{TEST_ENGINES}/test.json")
         manual = engine["manual"]
         self.assertEqual([key["name"] for key in manual["keys"]], ["behaviour", "when", "notifications", "prints",
-                                                                 "leavesProcess"])
+                                                                 "startsThread", "leavesProcess"])
         self.assertEqual(manual["keys"][1]["default"], "run")
         self.assertEqual([command["name"] for command in manual["commands"]], ["Fault"])
         self.assertIn("Tick", [notification["line"] for notification in manual["notifications"]])

@@ -29,8 +29,8 @@ const EngineManual& testManual() {
       .keys = {{.name = "behaviour",
                 .type = KeyType::Choice,
                 .summary = "What goes wrong",
-                .choices = {"run", "ignoreStop", "crash", "abort", "kill", "exit", "freeze", "stall",
-                            "throw"}},
+                .choices = {"run", "ignoreStop", "crash", "abort", "kill", "exit", "freeze", "stall", "throw",
+                            "throwNumber"}},
                {.name = "when",
                 .type = KeyType::Choice,
                 .summary = "While the engine is made, in its run, or on a command Fault",
@@ -42,6 +42,9 @@ const EngineManual& testManual() {
                {.name = "prints",
                 .type = KeyType::Count,
                 .summary = "How many lines it prints to its standard output just before"},
+               {.name = "startsThread",
+                .type = KeyType::Flag,
+                .summary = "Whether it starts a thread of its own while it is made"},
                {.name = "leavesProcess",
                 .type = KeyType::Flag,
                 .summary = "Whether it starts a copy of its process just before, which exits 10 s later"}},
@@ -57,6 +60,7 @@ TestDocument readTestDocument(const std::string& text) {
           .when = values.choice<TestMoment>("when"),
           .notifications = values.count("notifications"),
           .prints = values.count("prints"),
+          .startsThread = values.flag("startsThread"),
           .leavesProcess = values.flag("leavesProcess")};
 }
 

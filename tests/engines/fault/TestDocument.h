@@ -7,7 +7,7 @@
 
 namespace qor::engines {
 
-enum class TestBehaviour { Run, IgnoreStop, Crash, Abort, Kill, Exit, Freeze, Stall, Throw };
+enum class TestBehaviour { Run, IgnoreStop, Crash, Abort, Kill, Exit, Freeze, Stall, Throw, ThrowNumber };
 enum class TestMoment { Construct, Run, Command };
 
 /// What a test engine does, and when what it does wrong.
@@ -17,6 +17,8 @@ struct TestDocument {
   std::uint64_t notifications = 0;
   /// How many lines it prints to its standard output first.
   std::uint64_t prints = 0;
+  /// Whether it starts a thread while it is made, which goes on for ever.
+  bool startsThread = false;
   /// Whether it starts a copy of its process first, which has all descriptors open for 10 s.
   bool leavesProcess = false;
 };

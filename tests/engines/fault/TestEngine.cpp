@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -48,6 +49,11 @@ void TestEngine::AddEngineDescription(std::shared_ptr<tamb::IEngineDescription> 
     throw tamb::TAMBRuntimeError("TestEngine: the description is empty");
   }
   document_ = readTestDocument(description->GetDescription());
+  if (document_.startsThread) {
+    std::thread([] {
+      for (;;) ::pause();
+    }).detach();
+  }
   if (document_.when == TestMoment::Construct) {
     commitFault("on construction");
   }
@@ -142,6 +148,8 @@ void TestEngine::commitFault(const std::string& when) {
       return watch().sleepUntil(RunWatch::Clock::now() + longestStall);
     case TestBehaviour::Throw:
       throw tamb::TAMBRuntimeError("TestEngine: thrown " + when);
+    case TestBehaviour::ThrowNumber:
+      throw 42;
   }
 }
 
