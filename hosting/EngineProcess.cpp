@@ -29,6 +29,7 @@
 #include "runtime/base/Mutex.h"
 #include "runtime/processes/Cores.h"
 #include "runtime/processes/Pipe.h"
+#include "runtime/tamb/CurrentException.h"
 #include "runtime/tamb/EngineDescription.h"
 
 namespace qor::hosting {
@@ -165,8 +166,8 @@ int runEngineChild(const EngineOptions& options, const EngineLoader& loader, con
     // A supervisor that was killed removes nothing.
     if (::getppid() != supervisor) removeFilesOf(options, processes::BoundBy::Us);
     return EXIT_SUCCESS;
-  } catch (const std::exception& error) {
-    parent.report({.event = EngineEvent::Failed, .reason = error.what()});
+  } catch (...) {
+    parent.report({.event = EngineEvent::Failed, .reason = tamb::CurrentExceptionText()});
     return EXIT_FAILURE;
   }
 }

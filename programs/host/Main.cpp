@@ -26,6 +26,7 @@
 #include "runtime/console/Limits.h"
 #include "runtime/console/LogLine.h"
 #include "runtime/console/TerminalLog.h"
+#include "runtime/tamb/CurrentException.h"
 
 namespace {
 
@@ -218,8 +219,9 @@ int print(const Arguments& arguments) {
     } else {
       qor::programs::describeEngine(arguments.engineFolders, arguments.engineName, arguments.json, std::cout);
     }
-  } catch (const std::exception& error) {
-    qor::console::writeErrorLine("tamb-host: " + qor::console::withLimit(error.what()));
+  } catch (...) {
+    // An engine library may throw anything.
+    qor::console::writeErrorLine("tamb-host: " + qor::console::withLimit(tamb::CurrentExceptionText()));
     return static_cast<int>(Outcome::NotStarted);
   }
   if (std::cout.flush()) return static_cast<int>(Outcome::Finished);

@@ -15,6 +15,7 @@
 #include "runtime/console/Limits.h"
 #include "runtime/console/LogLine.h"
 #include "runtime/console/OneLine.h"
+#include "runtime/tamb/CurrentException.h"
 #include "runtime/tamb/EngineDescription.h"
 #include "runtime/tamb/FactoryRegistry.h"
 #include "runtime/tamb/PluginLoader.h"
@@ -99,10 +100,11 @@ std::optional<Session::Engine> Session::tryToStartEngine() {
   if (!source_.logsEverything) held.emplace();
   try {
     return startEngine();
-  } catch (const std::exception& error) {
+  } catch (...) {
+    const std::string text = tamb::CurrentExceptionText();
     // Also when there is no memory left for it.
-    if (held) held->dropWhatFollowsFrom(error.what());
-    display_->say(startFailure(error.what()));
+    if (held) held->dropWhatFollowsFrom(text);
+    display_->say(startFailure(text));
     return std::nullopt;
   }
 }
@@ -114,8 +116,8 @@ Outcome Session::run() {
   if (!mayRun(engine)) return Outcome::Interrupted;
   try {
     engine->Run();
-  } catch (const std::runtime_error& error) {
-    display_->say("tamb-host: the run failed: " + console::oneLine(reasonIn(error.what())));
+  } catch (...) {
+    display_->say("tamb-host: the run failed: " + console::oneLine(reasonIn(tamb::CurrentExceptionText())));
   }
   const bool wasStopped = !mayRun(nullptr);
   // An engine of this process delivers within its run.

@@ -36,6 +36,9 @@ class FailedRun(ProgramsTest):
         self.expect_failure('Cannot use the audio filter "nosuch": .*No such filter: \'nosuch\'',
                             "--input", clip(), "--audio-filter", "nosuch")
 
+    def test_of_whatever_the_engine_has_thrown_says_so(self):
+        self.expect_failure("std::exception", self.faulty_engine_workflow(behaviour="throwNumber"))
+
     def test_leaves_no_output(self):
         output = self.folder / "out.mkv"
         host = self.host("--input", clip(), "--output", output, "--video-filter", "nosuch")
@@ -110,6 +113,11 @@ class MissingEngine(ProgramsTest):
         for place in ([], ["--local"]):
             document = {"engine": "media", "inptu": str(clip())}
             self.expect_no_engine(self.host(self.engine(document), *place), "inptu", "expected one of", "input")
+
+    def test_that_throws_whatever_it_likes_while_it_is_made_is_told_in_one_line(self):
+        workflow = self.faulty_engine_workflow(behaviour="throwNumber", when="construct")
+        for place in ([], ["--local"]):
+            self.expect_no_engine(self.host(workflow, *place), "std::exception")
 
     def test_that_dies_while_it_is_made_is_told_with_the_cause_in_one_line(self):
         workflow = self.faulty_engine_workflow(behaviour="crash", when="construct")
