@@ -267,9 +267,9 @@ int main(int argumentCount, char** values) {
     command->add_flag("--json", arguments.json, "Print JSON");
   }
   if (const auto exitCode = qor::console::parseCommandLine(app, argumentCount, values)) return *exitCode;
-  // Other processes have other current folders.
-  for (auto& folder : arguments.engineFolders) folder = std::filesystem::absolute(folder);
   try {
+    // Other processes have other current folders.
+    for (auto& folder : arguments.engineFolders) folder = std::filesystem::absolute(folder);
     if (enginesCommand.parsed() || engineCommand.parsed()) return print(arguments);
     return run(arguments);
   } catch (const std::exception& error) {

@@ -109,7 +109,6 @@ int main(int argumentCount, char** values) {
   using qor::console::Shown;
   qor::console::setLogOrigin("qor-engine-service " + std::to_string(::getpid()));
   qor::console::showLog(arguments.quiet ? Shown::Failures : Shown::Events);
-  for (auto& folder : arguments.engineFolders) folder = std::filesystem::absolute(folder);
   // Engines whose supervisors are killed are its children from then on.
   ::prctl(PR_SET_CHILD_SUBREAPER, 1);
   for (const int signal : {SIGTERM, SIGINT}) std::signal(signal, [](int) { endIsAskedFor = 1; });
@@ -119,6 +118,7 @@ int main(int argumentCount, char** values) {
     if (::getppid() != arguments.parent) endIsAskedFor = 1;
   }
   try {
+    for (auto& folder : arguments.engineFolders) folder = std::filesystem::absolute(folder);
     return run(arguments);
   } catch (const std::exception& error) {
     qor::console::writeErrorLine("qor-engine-service: " + qor::console::withLimit(error.what()));

@@ -4,7 +4,7 @@ import os
 import time
 import unittest
 
-from programs_support import ProgramsTest, clip, processes_below, wait_until
+from programs_support import Program, ProgramsTest, clip, processes_below, wait_until
 
 
 class FailedRun(ProgramsTest):
@@ -212,6 +212,15 @@ class WrongUsage(ProgramsTest):
     def test_without_anything_to_run_is_told(self):
         self.expect_usage("^tamb-host: nothing to run: give a workflow, or --input FILE", "run")
         self.expect_usage(r"^tamb-host: a subcommand is required; see --help\n$")
+
+    def test_in_a_folder_that_was_removed_is_told_in_one_line(self):
+        removed = self.folder / "removed"
+        for program, words in (("TAMB_HOST", ["engines"]), ("QOR_ENGINE_SERVICE", [f"--endpoint=ipc://{self.folder / 'one'}"])):
+            removed.mkdir()
+            started = self.watched(Program(["/bin/sh", "-c", 'rmdir "$PWD" && exec "$@"', "sh", os.environ[program], *words,
+                                            "--engines=."], removed, self._environment))
+            self.assertIn(started.wait(), (1, 2))
+            self.assertRegex(started.errors(), r"^(tamb-host|qor-engine-service): .*No such file or directory.*\n$")
 
     def test_of_flags_is_told(self):
         self.expect_usage(r"^tamb-host: .*not expected: --nosuch; see --help\n$", "run", "--nosuch")
