@@ -1,6 +1,8 @@
 #include "runtime/console/CommandLine.h"
 
+#include <fcntl.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <cctype>
 #include <csignal>
@@ -19,6 +21,16 @@ std::string failureMessage(const CLI::App* app, const CLI::Error& error) {
   return app->get_name() + ": " + what + "; see --help\n";
 }
 
+/// What is opened next would otherwise take the number of a stream that is closed, and be given what is
+/// printed. Reading and writing fail as before.
+void occupyStandardStreams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (::fcntl(stream, F_GETFD) >= 0) continue;
+    // The lowest number that is free.
+    [[maybe_unused]] const int same = ::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+  }
+}
+
 }  // namespace
 
 std::optional<int> parseCommandLine(CLI::App& app, int argumentCount, char** arguments) {
@@ -29,6 +41,7 @@ std::optional<int> parseCommandLine(CLI::App& app, int argumentCount, char** arg
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : 2;
   }
+  occupyStandardStreams();
   std::signal(SIGPIPE, SIG_IGN);
   std::signal(SIGCHLD, SIG_DFL);
   rlimit descriptors{};

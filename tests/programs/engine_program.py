@@ -1,5 +1,7 @@
 """The program of one engine, without a service: what it says of itself, and how it ends."""
 
+import json
+import os
 import signal
 import socket
 import time
@@ -7,7 +9,8 @@ import unittest
 
 import zmq
 
-from programs_support import CORES, ENGINE, PATIENCE, ProgramsTest, clip, cores_of_threads, processes_below, wait_until
+from programs_support import (CORES, ENGINE, PATIENCE, TEST_ENGINES, Program, ProgramsTest, clip, cores_of_threads,
+                              processes_below, wait_until)
 
 # TcpEngine.proto's messages, whose only required field is the first one.
 PING, RUN, GOODBYE, SUCCESS, IDLE = b"\x08\x01", b"\x08\x00", b"\x08\x05", b"\x08\x01", b"\x08\x02"
@@ -67,6 +70,24 @@ class EngineProgram(ProgramsTest):
         self.expect_served(ready)
         engine.signal(signal.SIGTERM)
         engine.wait()
+
+    def test_serves_without_standard_streams(self):
+        directory = self.temporary / "qor-one"
+        directory.mkdir()
+        endpoints = {channel: f"ipc://{directory / channel}" for channel in CHANNELS}
+        description = self.file("description.json", {"engine": "test"})
+        reports = self.folder / "reports"
+        engine = self.watched(Program(
+            ["/bin/sh", "-c", 'exec "$@" 5>"$0" 0<&- 1>&- 2>&-', reports, os.environ["TAMB_ENGINE"], f"--engines={TEST_ENGINES}",
+             "--workflow-manager-id=studio", "--engine-id=3", "--ready-fd=5", f"--description={description}",
+             f"--directory={directory}", *(f"--{channel}={endpoints[channel]}" for channel in CHANNELS)],
+            self.folder, self._environment))
+        line = wait_until(lambda: reports.exists() and reports.read_text(), "nothing is reported")
+        self.assertEqual(json.loads(line)["event"], "ready")
+        self.expect_served(endpoints)
+        self.ask(self.stock(zmq.REQ, endpoints["request"]), GOODBYE)
+        self.expect_exit(engine, 0)
+        self.expect_nothing_left()
 
     def test_leaves_the_files_of_another_on_its_endpoints_alone(self):
         first, endpoints = self.ipc_engine()
