@@ -24,7 +24,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     require(read.library.empty() != read.program.empty(), "an engine is a library or a program");
     require(read.library.empty() || read.arguments.empty(), "arguments are those of a program");
     require(read.summary.find('\n') == std::string::npos, "a summary is one line");
-    for (const auto& path : {read.library, read.program})
+    require(read.library.empty() || read.manual.empty(), "a manual is that of a program");
+    for (const auto& path : {read.library, read.program, read.manual})
       require(path.find('\0') == std::string::npos, "no path ends before its end");
     require(!read.pathPlace.empty(), "a path has its place");
   } catch (const std::runtime_error& error) {

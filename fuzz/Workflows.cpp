@@ -7,6 +7,7 @@
 #include <string>
 
 #include "fuzz/ReadableLine.h"
+#include "programs/host/KnownManual.h"
 #include "programs/host/Workflow.h"
 #include "runtime/console/OneLine.h"
 
@@ -25,8 +26,9 @@ void mayRefuse(const std::function<void()>& call) {
 }
 
 void use(const Workflow& workflow) {
+  const auto manual = qor::programs::assumedManual(qor::programs::engineNameIn(workflow.engine));
   mayRefuse([&] {
-    const auto messages = workflow.messages();
+    const auto messages = workflow.messages(manual);
     require(messages.size() >= workflow.commands.size(), "every command is sent");
     for (std::size_t i = 0; i < messages.size(); ++i) {
       require(messages[i]->GetCommandId() == i + 1, "the ids tell the order");
@@ -34,7 +36,7 @@ void use(const Workflow& workflow) {
     }
   });
   mayRefuse([&] {
-    require(nlohmann::json::parse(workflow.description()).is_object(), "the engine is given an object");
+    require(nlohmann::json::parse(workflow.description(manual)).is_object(), "the engine is given an object");
   });
 }
 

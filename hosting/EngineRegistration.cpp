@@ -26,7 +26,8 @@ constexpr std::string_view marks = "._-";
 /// What stands between two tokens.
 constexpr std::string_view separators = " \t\r\n,:";
 constexpr std::string_view expectedObject = R"(an object such as {"name": "NAME", "library": "FILE"})";
-constexpr std::array<std::string_view, 5> keys{"name", "summary", "library", "program", "arguments"};
+constexpr std::array<std::string_view, 6> keys{"name",    "summary",   "library",
+                                               "program", "arguments", "manual"};
 
 std::string quote(std::string_view text) {
   if (text.size() <= longestQuotation) return fmt::format("{:?}", text);
@@ -191,9 +192,16 @@ class Reader final : public nlohmann::json_sax<Json> {
       registration_.summary = value;
     } else {
       if (value.empty()) fail(describe("is", "\"\"") + "; expected the path of a file");
-      registration_.pathPlace = placeIn(text_, token_);
-      (key_ == "library" ? registration_.library : registration_.program) = value;
+      takePath(value);
     }
+  }
+
+  void takePath(const std::string& value) {
+    const bool isManual = key_ == "manual";
+    (isManual ? registration_.manualPlace : registration_.pathPlace) = placeIn(text_, token_);
+    (isManual            ? registration_.manual
+     : key_ == "library" ? registration_.library
+                         : registration_.program) = value;
   }
 
   /// At the object's end.
@@ -205,6 +213,8 @@ class Reader final : public nlohmann::json_sax<Json> {
                                          : R"(both "library" and "program" are given; expected one of them)");
     if (!registration_.library.empty() && !registration_.arguments.empty())
       fail(R"("arguments" are given for a library; expected them for a program only)");
+    if (!registration_.library.empty() && !registration_.manual.empty())
+      fail(R"("manual" is given for a library, which has its own; expected it for a program only)");
   }
 
   const std::string_view text_;

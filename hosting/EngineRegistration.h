@@ -20,8 +20,11 @@ struct EngineRegistration {
   std::string program;
   /// The program's own arguments.
   std::vector<std::string> arguments;
-  /// Where the path of the library or the program stands, as "LINE:COLUMN".
+  /// A file with the program's manual, as JSON; empty when there is none. A library has its own.
+  std::string manual;
+  /// Where the path of the library or the program stands, and that of the manual, as "LINE:COLUMN".
   std::string pathPlace;
+  std::string manualPlace;
 };
 
 /// Reads the content of one file of an engine registry, a JSON object with the members above. Throws

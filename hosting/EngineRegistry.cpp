@@ -111,16 +111,18 @@ void EngineRegistry::readFile(const fs::path& file) {
     const auto content = contentOf(file);
     hasPlace = true;
     auto read = parseEngineRegistration(content);
-    const auto resolved = [&](const std::string& path) {
-      return path.empty() ? fs::path() : existing(path, fs::absolute(file).parent_path(), read.pathPlace);
+    const auto resolved = [&](const std::string& path, const std::string& place) {
+      return path.empty() ? fs::path() : existing(path, fs::absolute(file).parent_path(), place);
     };
-    const auto library = resolved(read.library);
-    const auto program = resolved(read.program);
+    const auto library = resolved(read.library, read.pathPlace);
+    const auto program = resolved(read.program, read.pathPlace);
+    const auto manual = resolved(read.manual, read.manualPlace);
     add({.name = std::move(read.name),
          .summary = std::move(read.summary),
          .library = library,
          .program = program,
          .arguments = std::move(read.arguments),
+         .manual = manual,
          .file = file});
   } catch (const std::runtime_error& error) {
     problems_.push_back(
@@ -157,6 +159,17 @@ const RegisteredEngine& EngineRegistry::engineFor(const std::string& description
     if (problems_.empty()) throw;
     throw tamb::TAMBRuntimeError(
         fmt::format("{}; not registered: {}", error.what(), fmt::join(problems_, "; ")));
+  }
+}
+
+std::optional<engines::EngineManual> manualOf(const RegisteredEngine& engine) {
+  if (!engine.library.empty()) return loadEngineLibrary(engine.library).describe();
+  if (engine.manual.empty()) return std::nullopt;
+  try {
+    return engines::manualFrom(contentOf(engine.manual));
+  } catch (const std::runtime_error& error) {
+    throw tamb::TAMBRuntimeError(
+        fmt::format("cannot read the manual {:?}: {}", engine.manual.string(), error.what()));
   }
 }
 

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "engines/sdk/EngineManual.h"
 #include "hosting/EngineToRun.h"
 
 namespace qor::hosting {
@@ -17,6 +19,8 @@ struct RegisteredEngine {
   std::filesystem::path library = {};
   std::filesystem::path program = {};
   std::vector<std::string> arguments = {};
+  /// The program's manual; empty when it has none, and for a library, which has its own.
+  std::filesystem::path manual = {};
   /// The file that registers it.
   std::filesystem::path file = {};
 };
@@ -52,6 +56,10 @@ class EngineRegistry {
   std::vector<RegisteredEngine> engines_;
   std::vector<std::string> problems_;
 };
+
+/// The manual of a registered engine; none for a program that registers none. Loads an engine library into
+/// this process. Throws TAMBRuntimeError, one line, when that fails or the program's manual cannot be read.
+std::optional<engines::EngineManual> manualOf(const RegisteredEngine& engine);
 
 /// What the process of a registered engine runs. A library is loaded by the loader, there.
 EngineToRun toRun(const RegisteredEngine& engine);

@@ -24,24 +24,6 @@ Json jsonOf(const NotificationValue& value) {
   return std::visit([](const auto& held) { return Json(held); }, value);
 }
 
-std::string typeName(KeyType type) {
-  switch (type) {
-    case KeyType::Text:
-      return "string";
-    case KeyType::Location:
-      return "location";
-    case KeyType::Flag:
-      return "boolean";
-    case KeyType::Count:
-      return "count";
-    case KeyType::Choice:
-      return "choice";
-    case KeyType::Object:
-      return "object";
-  }
-  return "unknown";
-}
-
 /// Null when there is none.
 Json defaultOf(const ManualKey& key) {
   if (key.isRequired || key.type == KeyType::Object) return nullptr;
@@ -56,7 +38,7 @@ Json keysJson(const std::vector<ManualKey>& keys) {
   Json list = Json::array();
   for (const auto& key : keys) {
     Json json{{"name", key.name},
-              {"type", typeName(key.type)},
+              {"type", keyTypeName(key.type)},
               {"required", key.isRequired},
               {"default", defaultOf(key)},
               {"summary", key.summary}};
@@ -103,7 +85,7 @@ class Page {
 };
 
 std::string describe(const ManualKey& key) {
-  std::string text = typeName(key.type);
+  std::string text = keyTypeName(key.type);
   if (key.type == KeyType::Choice) {
     std::vector<std::string> choices;
     for (const auto& choice : key.choices) choices.push_back(fmt::format("{:?}", choice));
@@ -132,6 +114,24 @@ void appendValues(Page& page, const std::vector<ManualValue>& values) {
 }
 
 }  // namespace
+
+std::string keyTypeName(KeyType type) {
+  switch (type) {
+    case KeyType::Text:
+      return "string";
+    case KeyType::Location:
+      return "location";
+    case KeyType::Flag:
+      return "boolean";
+    case KeyType::Count:
+      return "count";
+    case KeyType::Choice:
+      return "choice";
+    case KeyType::Object:
+      return "object";
+  }
+  return "unknown";
+}
 
 std::vector<ManualNotification> commonNotifications() {
   const std::vector<ManualValue> answer{

@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "engines/sdk/StepNotifications.h"
@@ -24,6 +25,9 @@ enum class KeyType {
   /// An object with keys of its own.
   Object,
 };
+
+/// As a manual names it: "string", "location", "boolean", "count", "choice" or "object".
+std::string keyTypeName(KeyType type);
 
 /// One key of an engine's document.
 struct ManualKey {
@@ -86,5 +90,10 @@ std::string manualText(const EngineManual& manual);
 /// The manual for programs: a JSON object, indented, without a line end behind it. docs/engine-libraries.md
 /// describes its members.
 std::string manualJson(const EngineManual& manual);
+
+/// Reads a manual of that form. Members that it does not know are ignored; of those that it knows, only
+/// names, types and "step" have to be there. Throws TAMBRuntimeError, one line that quotes what is wrong and
+/// states what is expected. Takes time and memory in proportion to the text. Any thread.
+EngineManual manualFrom(std::string_view json);
 
 }  // namespace qor::engines

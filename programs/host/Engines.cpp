@@ -9,7 +9,6 @@
 #include <stdexcept>
 
 #include "engines/sdk/EngineManual.h"
-#include "hosting/EngineLibrary.h"
 #include "hosting/EngineRegistry.h"
 #include "runtime/console/ErrorStream.h"
 
@@ -31,6 +30,7 @@ Json jsonOf(const RegisteredEngine& engine) {
   } else {
     json["program"] = engine.program.string();
     json["arguments"] = engine.arguments;
+    if (!engine.manual.empty()) json["manualFile"] = engine.manual.string();
   }
   json["file"] = engine.file.string();
   return json;
@@ -65,11 +65,14 @@ std::string noEngine(const EngineRegistry& registry, const std::string& name) {
 }
 
 void describeAsText(const RegisteredEngine& engine, std::ostream& out) {
-  if (!engine.library.empty()) {
-    out << engines::manualText(hosting::loadEngineLibrary(engine.library).describe());
-    out << "\nLibrary:\n  " << engine.library.string();
+  if (const auto manual = hosting::manualOf(engine)) {
+    out << engines::manualText(*manual);
   } else {
     out << fmt::format("Engine:\n  {:<22}{}\n  {:<22}{}\n", "Name", engine.name, "Summary", engine.summary);
+  }
+  if (!engine.library.empty()) {
+    out << "\nLibrary:\n  " << engine.library.string();
+  } else {
     out << "\nProgram:\n  " << engine.program.string();
     for (const auto& argument : engine.arguments) out << ' ' << argument;
   }
@@ -90,10 +93,8 @@ void describeEngine(const std::vector<std::filesystem::path>& folders, const std
   if (engine == nullptr) throw std::runtime_error(noEngine(registry, name));
   if (!asJson) return describeAsText(*engine, out);
   Json json = jsonOf(*engine);
-  json["manual"] =
-      engine->library.empty()
-          ? Json()
-          : Json::parse(engines::manualJson(hosting::loadEngineLibrary(engine->library).describe()));
+  const auto manual = hosting::manualOf(*engine);
+  json["manual"] = manual ? Json::parse(engines::manualJson(*manual)) : Json();
   out << dumped(json) << '\n';
 }
 

@@ -53,12 +53,14 @@ json locationValue(const std::string& location) {
   return {{percentEncodedKey, engines::percentEncoded(location)}};
 }
 
-void makeLocationsAbsolute(json& engine, const std::filesystem::path& folder) {
-  const auto kind = engine.find("engine");
-  if (kind != engine.end() && *kind != "media") return;
-  for (const char* const key : {"input", "output"}) {
-    const auto value = engine.find(key);
-    if (value == engine.end()) continue;
+void makeLocationsAbsolute(json& description, const std::vector<engines::ManualKey>& keys,
+                           const std::filesystem::path& folder) {
+  if (!description.is_object()) return;
+  for (const auto& key : keys) {
+    const auto value = description.find(key.name);
+    if (value == description.end()) continue;
+    if (key.type == engines::KeyType::Object) makeLocationsAbsolute(*value, key.keys, folder);
+    if (key.type != engines::KeyType::Location) continue;
     if (const auto location = locationIn(*value)) *value = locationValue(absoluteLocation(*location, folder));
   }
 }

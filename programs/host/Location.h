@@ -3,6 +3,9 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
+
+#include "engines/sdk/EngineManual.h"
 
 namespace qor::programs {
 
@@ -17,8 +20,9 @@ std::string absoluteLocation(const std::string& location, const std::filesystem:
 /// {"percentEncoded": "caf%E9.mov"}.
 nlohmann::json locationValue(const std::string& location);
 
-/// Makes both locations of a media engine's description absolute. What is not a location is left for the
-/// engine to refuse.
-void makeLocationsAbsolute(nlohmann::json& engine, const std::filesystem::path& folder);
+/// Makes the locations of a description absolute: the values of those keys that hold one, also of objects in
+/// it. What is not a location is left for the engine to refuse.
+void makeLocationsAbsolute(nlohmann::json& description, const std::vector<engines::ManualKey>& keys,
+                           const std::filesystem::path& folder);
 
 }  // namespace qor::programs

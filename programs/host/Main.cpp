@@ -18,6 +18,7 @@
 
 #include "hosting/EnginesOption.h"
 #include "programs/host/Engines.h"
+#include "programs/host/KnownManual.h"
 #include "programs/host/Location.h"
 #include "programs/host/PrivateService.h"
 #include "programs/host/Session.h"
@@ -105,9 +106,6 @@ Workflow workflowFrom(const Arguments& arguments) {
   set("videoFilter", arguments.videoFilter);
   if (arguments.loudness) workflow.engine["loudness"] = true;
   if (arguments.realTime) workflow.engine["realTime"] = true;
-  // The engine's process runs in another folder. Should this one have been removed, paths stay relative.
-  std::error_code ignored;
-  qor::programs::makeLocationsAbsolute(workflow.engine, std::filesystem::current_path(ignored));
   for (const auto& words : arguments.commands) workflow.commands.push_back(qor::programs::commandFrom(words));
   return workflow;
 }
@@ -167,6 +165,11 @@ Outcome attend(Session& session, std::future<Outcome>& outcome, const sigset_t& 
 int run(const Arguments& arguments) {
   const auto display = std::make_shared<Display>(styleFor(arguments));
   Workflow workflow = workflowFrom(arguments);
+  const auto manual =
+      qor::programs::knownManual(qor::programs::engineNameIn(workflow.engine), arguments.engineFolders);
+  // The engine's process runs in another folder. Should this one have been removed, paths stay relative.
+  std::error_code ignored;
+  qor::programs::makeLocationsAbsolute(workflow.engine, manual.keys, std::filesystem::current_path(ignored));
   // Before any thread is there: all of them are to have them blocked.
   sigset_t signals;
   ::sigemptyset(&signals);
@@ -188,7 +191,7 @@ int run(const Arguments& arguments) {
       return static_cast<int>(Outcome::NotStarted);
     }
   }
-  Session session(std::move(workflow),
+  Session session(std::move(workflow), manual,
                   {.isLocal = arguments.isLocal,
                    .plugin = pluginFor(arguments),
                    .serviceEndpoint = service ? service->endpoint() : arguments.service,

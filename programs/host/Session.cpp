@@ -32,11 +32,12 @@ constexpr auto endMilliseconds =
 
 }  // namespace
 
-Session::Session(Workflow workflow, EngineSource source, std::shared_ptr<Display> display)
+Session::Session(Workflow workflow, const engines::EngineManual& manual, EngineSource source,
+                 std::shared_ptr<Display> display)
     : workflow_(std::move(workflow)),
-      messages_(workflow_.messages()),
-      description_(std::make_shared<tamb::EngineDescription>(workflow_.workflowManagerId,
-                                                             workflow_.description(), workflow_.engineId)),
+      messages_(workflow_.messages(manual)),
+      description_(std::make_shared<tamb::EngineDescription>(
+          workflow_.workflowManagerId, workflow_.description(manual), workflow_.engineId)),
       source_(std::move(source)),
       display_(std::move(display)),
       watcher_(std::make_shared<RunWatcher>(display_, workflow_.commands.size())) {}

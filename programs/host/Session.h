@@ -31,8 +31,10 @@ struct EngineSource {
 /// One workflow on one engine. run() is called once, on a thread of its own; stop() by any other.
 class Session {
  public:
-  /// Throws std::runtime_error for a workflow whose commands or description cannot be carried.
-  Session(Workflow workflow, EngineSource source, std::shared_ptr<Display> display);
+  /// `manual` is what is known of the workflow's engine. Throws std::runtime_error for a workflow whose
+  /// commands or description cannot be carried.
+  Session(Workflow workflow, const engines::EngineManual& manual, EngineSource source,
+          std::shared_ptr<Display> display);
   ~Session();
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;

@@ -16,6 +16,7 @@
 #include <system_error>
 
 #include "engines/sdk/JsonNesting.h"
+#include "programs/host/KnownManual.h"
 #include "runtime/console/OneLine.h"
 #include "runtime/tamb/CommandMessage.h"
 
@@ -70,11 +71,6 @@ std::uint32_t engineIdIn(const json& document) {
     throw wrong("document", "\"engineId\" is " + id.dump() + "; expected a number from 0 to 4294967295");
   }
   return id.get<std::uint32_t>();
-}
-
-/// The kind of engine that is described.
-std::string kindOf(const json& engine) {
-  return valueOr(engine, "engine", "engine", "a text", std::string("media"));
 }
 
 /// Without the library's name for the kind of error, "[json.exception.parse_error.101] ".
@@ -140,8 +136,8 @@ std::string uniqueWorkflowManagerId() {
   return fmt::format("tamb-host-{}-{:08x}", ::getpid(), static_cast<std::uint32_t>(std::random_device()()));
 }
 
-std::vector<std::shared_ptr<const tamb::ICommandMessage>> Workflow::messages() const {
-  const std::string defaultStep = kindOf(engine);
+std::vector<std::shared_ptr<const tamb::ICommandMessage>> Workflow::messages(
+    const engines::EngineManual& manual) const {
   std::vector<std::shared_ptr<const tamb::ICommandMessage>> messages;
   const auto add = [&](const TimedCommand& command) {
     messages.push_back(std::make_shared<tamb::CommandMessage>(tamb::CommandFields{
@@ -151,17 +147,19 @@ std::vector<std::shared_ptr<const tamb::ICommandMessage>> Workflow::messages() c
         .commandId = static_cast<unsigned int>(messages.size() + 1),
         .workflowManagerId = workflowManagerId,
         .engineId = engineId,
-        .stepId = command.step.empty() ? defaultStep : command.step,
+        .stepId = command.step.empty() ? manual.step : command.step,
     }));
   };
   for (const auto& command : commands) add(command);
-  if (defaultStep == "media") add({.at = 0, .name = "Resume", .step = {}, .arguments = json::object()});
+  if (canStartPaused(manual)) {
+    add({.at = 0, .name = resumeCommand, .step = {}, .arguments = json::object()});
+  }
   return messages;
 }
 
-std::string Workflow::description() const {
+std::string Workflow::description(const engines::EngineManual& manual) const {
   json description = engine;
-  if (kindOf(engine) == "media") description["startPaused"] = true;
+  if (canStartPaused(manual)) description[startPausedKey] = true;
   try {
     return description.dump();
   } catch (const json::exception&) {

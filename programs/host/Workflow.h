@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "engines/sdk/EngineManual.h"
 #include "tamb/ICommandMessage.h"
 
 namespace qor::programs {
@@ -35,12 +36,14 @@ struct Workflow {
   nlohmann::json engine;
   std::vector<TimedCommand> commands;
 
-  /// The commands with the ids 1, 2 and so on, and a last one that lets the engine, which waits for it,
-  /// begin. Throws std::runtime_error for a time or an argument that cannot be carried.
-  std::vector<std::shared_ptr<const tamb::ICommandMessage>> messages() const;
-  /// The description as the engine is given it: it waits at its start until its commands are there. Throws
-  /// std::runtime_error for a text that is not UTF-8.
-  std::string description() const;
+  /// The commands with the ids 1, 2 and so on, for the engine of that manual; for one that can wait at its
+  /// start, a last one resumes it. Throws std::runtime_error for a time or an argument that cannot be
+  /// carried.
+  std::vector<std::shared_ptr<const tamb::ICommandMessage>> messages(
+      const engines::EngineManual& manual) const;
+  /// The description as the engine is given it: one that can wait at its start does so until its commands are
+  /// there. Throws std::runtime_error for a text that is not UTF-8.
+  std::string description(const engines::EngineManual& manual) const;
 };
 
 /// Reads a workflow, a JSON object:

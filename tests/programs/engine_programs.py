@@ -104,6 +104,33 @@ class AProgramInPython(EnginePrograms):
         engine = json.loads(listed.output())
         self.assertEqual((engine["program"], engine["manual"]), (str(self.folder / "engine.py"), None))
 
+    def test_has_the_locations_of_its_manual_made_absolute(self):
+        # It refuses with what it is given.
+        program = self.program(example().replace(
+            'report("ready")', 'report("failed", reason=json.dumps(json.loads(text[options.id_length:])))'))
+        (self.folder / "engines.d").mkdir()
+        self.file("engines.d/counter.json", {"name": "counter", "program": str(program), "manual": "../counter-manual.json"})
+        keys = [{"name": "log", "type": "location"}, {"name": "title", "type": "string"},
+                {"name": "more", "type": "object", "keys": [{"name": "script", "type": "location"}]}]
+        manual = {"name": "counter", "step": "main", "summary": "Counts", "keys": keys}
+        self.file("counter-manual.json", manual)
+        document = {"engine": "counter", "log": "a.log", "title": "a.log", "more": {"script": "../b.lua"}}
+        workflow = self.file("workflow.json", {"engine": document})
+        # Where the host's program runs.
+        absolute = {**document, "log": f"{self.folder}/a.log", "more": {"script": f"{self.folder}/../b.lua"}}
+        _, endpoint = self.service("--engines", self.folder / "engines.d", test_engine=False)
+        for registry, expected in ((["--engines", self.folder / "engines.d"], absolute), ([], document)):
+            with self.subTest(registry=registry):
+                host = self.start("TAMB_HOST", "run", "--json", "--service", endpoint, *registry, workflow, test_engine=False)
+                self.expect_exit(host, 4)
+                self.assertEqual(json.loads(host.errors().partition("the engine: ")[2]), expected)
+        printed = self.start("TAMB_HOST", "engine", "counter", "--json", "--engines", self.folder / "engines.d")
+        self.expect_exit(printed, 0)
+        self.assertEqual([key["name"] for key in json.loads(printed.output())["manual"]["keys"]], ["log", "title", "more"])
+        text = self.start("TAMB_HOST", "engine", "counter", "--engines", self.folder / "engines.d")
+        self.expect_exit(text, 0)
+        self.assertIn("  Step                  main\n", text.output())
+
     def test_stops_when_its_host_is_interrupted(self):
         service, endpoint = self.service_of(example())
         host = self.running_on(endpoint, last=10_000)

@@ -42,6 +42,15 @@ TEST(EngineRegistration, NamesAProgramWithItsArguments) {
   EXPECT_THAT(read.arguments, ElementsAre("--fast", ""));
   EXPECT_EQ(read.library, "");
   EXPECT_EQ(read.summary, "");
+  EXPECT_EQ(read.manual, "");
+}
+
+TEST(EngineRegistration, NamesTheManualOfAProgram) {
+  const auto read =
+      parseEngineRegistration(R"({"manual": "mix.manual", "program": "./mix.py", "name": "mixer"})");
+  EXPECT_EQ(read.manual, "mix.manual");
+  EXPECT_EQ(read.manualPlace, "1:12");
+  EXPECT_EQ(read.pathPlace, "1:37");
 }
 
 struct Complaint {
@@ -69,7 +78,7 @@ INSTANTIATE_TEST_SUITE_P(
         Complaint{"\"a\"", "1:1", "this is \"a\""}, Complaint{"{}", "1:2", "no \"name\" is given"},
         Complaint{
             "{\"name\": \"a\",\n \"nme\": 1}", "2:2",
-            R"(unknown key "nme"; expected one of "name", "summary", "library", "program", "arguments")"},
+            R"(unknown key "nme"; expected one of "name", "summary", "library", "program", "arguments", "manual")"},
         Complaint{"{\"name\": \"a\",\n \"name\": \"b\"}", "2:2", "\"name\" is there twice"},
         Complaint{R"({"name": 5})", "1:10", R"("name" is 5; expected a string)"},
         Complaint{R"({"name": -5})", "1:10", R"("name" is -5)"},
@@ -92,6 +101,8 @@ INSTANTIATE_TEST_SUITE_P(
         Complaint{"{\"name\": \"a\"\n}", "2:1", R"(neither "library" nor "program")"},
         Complaint{R"({"name": "a", "library": "b", "program": "c"})", "1:45", "both"},
         Complaint{R"({"name": "a", "library": "b", "arguments": ["c"]})", "1:49", "for a library"},
+        Complaint{R"({"name": "a", "library": "b", "manual": "c"})", "1:44", "which has its own"},
+        Complaint{R"({"manual": ""})", "1:12", "expected the path of a file"},
         Complaint{"{\"summary\": \"\xc3\xa9\", \"x\": 1}", "1:18", "unknown key"}));
 
 TEST(EngineRegistration, CutsLongQuotationsBetweenCharacters) {

@@ -68,6 +68,23 @@ TEST_F(EngineRegistryTest, FindsWhatFilesRegister) {
   EXPECT_EQ(found.find("other"), nullptr);
 }
 
+TEST_F(EngineRegistryTest, ReadsTheManualOfAProgram) {
+  write("a/cut.py", "");
+  write("a/cut.json", R"({"name": "cut", "program": "cut.py", "manual": "cut.manual"})");
+  EXPECT_THAT(registry({"a"}).problems(),
+              ElementsAre(AllOf(HasSubstr("cut.json:1:48: "), HasSubstr("No such file"))));
+  const auto manual = write("a/cut.manual", R"({"name": "cut", "step": "scissors"})");
+  const auto found = registry({"a"});
+  ASSERT_TRUE(found.find("cut"));
+  EXPECT_EQ(found.find("cut")->manual, manual);
+  EXPECT_EQ(manualOf(*found.find("cut"))->step, "scissors");
+  write("a/cut.manual", R"({"name": 5})");
+  EXPECT_THAT([&] { static_cast<void>(manualOf(*found.find("cut"))); },
+              testing::ThrowsMessage<tamb::TAMBRuntimeError>(
+                  AllOf(HasSubstr(manual.string()), HasSubstr(R"("name" is 5; expected a string)"))));
+  EXPECT_FALSE(manualOf({.name = "cut", .program = "/opt/cut"}));
+}
+
 TEST_F(EngineRegistryTest, HasNothingWhereThereIsNoFolder) {
   const auto found = registry({"nowhere"});
   EXPECT_THAT(found.engines(), IsEmpty());

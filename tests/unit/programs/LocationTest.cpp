@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
+#include "programs/host/KnownManual.h"
 #include "programs/host/Location.h"
 
 namespace qor::programs {
@@ -38,7 +40,7 @@ TEST(ALocationsValue, IsATextIfItCanBe) {
 }
 
 json madeAbsolute(json engine, const std::string& folder = "/home") {
-  makeLocationsAbsolute(engine, folder);
+  makeLocationsAbsolute(engine, assumedManual("media").keys, folder);
   return engine;
 }
 
@@ -61,9 +63,35 @@ TEST(AnEnginesLocations, AreLeftToTheEngineWhenTheyAreNone) {
   }
 }
 
-TEST(AnEnginesLocations, AreOnlyThoseOfAMediaEngine) {
-  const json engine{{"engine", "mixer"}, {"input", "left"}};
-  EXPECT_EQ(madeAbsolute(engine), engine);
+TEST(AnEnginesLocations, AreThoseOfItsManual) {
+  using engines::KeyType;
+  json mixer{{"engine", "mixer"},
+             {"input", "left"},
+             {"tape", "a.wav"},
+             {"bus", {{"script", "b.lua"}, {"law", "log"}}}};
+  makeLocationsAbsolute(mixer,
+                        {{.name = "input"},
+                         {.name = "tape", .type = KeyType::Location},
+                         {.name = "bus",
+                          .type = KeyType::Object,
+                          .keys = {{.name = "script", .type = KeyType::Location}, {.name = "law"}}}},
+                        "/home");
+  EXPECT_EQ(mixer, (json{{"engine", "mixer"},
+                         {"input", "left"},
+                         {"tape", "/home/a.wav"},
+                         {"bus", {{"script", "/home/b.lua"}, {"law", "log"}}}}));
+}
+
+TEST(AnEnginesLocations, AreLeftAloneInWhatIsNotTheObjectOfTheManual) {
+  const std::vector<engines::ManualKey> keys{
+      {.name = "bus",
+       .type = engines::KeyType::Object,
+       .keys = {{.name = "script", .type = engines::KeyType::Location}}}};
+  for (const json& bus : {json(5), json("a"), json::array({"script"})}) {
+    json mixer{{"bus", bus}};
+    makeLocationsAbsolute(mixer, keys, "/home");
+    EXPECT_EQ(mixer, (json{{"bus", bus}}));
+  }
 }
 
 }  // namespace

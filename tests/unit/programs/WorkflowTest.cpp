@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "programs/host/KnownManual.h"
 #include "programs/host/Workflow.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -20,6 +21,8 @@ using nlohmann::json;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
+
+const engines::EngineManual media = assumedManual("media");
 
 /// The refusal is one line with these texts.
 template <class... Texts>
@@ -99,7 +102,7 @@ TEST_F(AWorkflowFile, IsQuotedOnOneReadableLine) {
   };
   const auto complaint = [&](const std::string& text) -> std::string {
     try {
-      read(text).messages();
+      read(text).messages(media);
       return "(none)";
     } catch (const std::runtime_error& error) {
       return error.what();
@@ -154,7 +157,7 @@ TEST(AWorkflowsMessages, AreItsCommandsInMicrosecondsAndThenTheOneThatLetsTheEng
   workflow.engineId = 7;
   workflow.engine = {{"engine", "media"}};
   workflow.commands = {{.at = 2.5, .name = "FilterCommand", .step = {}, .arguments = {{"target", "volume"}}}};
-  const auto messages = workflow.messages();
+  const auto messages = workflow.messages(media);
   ASSERT_EQ(messages.size(), 2U);
   EXPECT_EQ(messages[0]->GetCommandName(), "FilterCommand");
   EXPECT_EQ(messages[0]->GetTime().GetTimeNumber(), 2'500'000);
@@ -165,29 +168,30 @@ TEST(AWorkflowsMessages, AreItsCommandsInMicrosecondsAndThenTheOneThatLetsTheEng
   EXPECT_EQ(messages[0]->GetEngineId(), 7U);
   EXPECT_EQ(messages[0]->GetCommandArgs()->GetUTF8String("target"), "volume");
   EXPECT_EQ(messages[1]->GetCommandName(), "Resume");
-  EXPECT_EQ(json::parse(workflow.description()), (json{{"engine", "media"}, {"startPaused", true}}));
+  EXPECT_EQ(json::parse(workflow.description(media)), (json{{"engine", "media"}, {"startPaused", true}}));
 }
 
 TEST(AWorkflowsMessages, KeepNumbersThatAreLargerThanSignedOnes) {
   Workflow workflow;
   workflow.engine = json::object();
   workflow.commands = {{.at = 0, .name = "X", .step = {}, .arguments = {{"large", 18446744073709551615U}}}};
-  EXPECT_EQ(workflow.messages()[0]->GetCommandArgs()->GetUint64("large"), 18446744073709551615U);
+  EXPECT_EQ(workflow.messages(media)[0]->GetCommandArgs()->GetUint64("large"), 18446744073709551615U);
 }
 
 TEST(AWorkflowsDescription, IsRefusedWhenItCannotBeCarried) {
   Workflow workflow;
   workflow.engine = {{"input", "caf\xe9.mov"}};
-  EXPECT_THAT([&] { static_cast<void>(workflow.description()); }, refuses("not UTF-8", "caf"));
+  EXPECT_THAT([&] { static_cast<void>(workflow.description(media)); }, refuses("not UTF-8", "caf"));
   workflow.engine = {{"engine", 5}};
-  EXPECT_THAT([&] { static_cast<void>(workflow.description()); }, refuses("\"engine\" is 5", "a text"));
+  EXPECT_THAT([&] { static_cast<void>(engineNameIn(workflow.engine)); },
+              refuses("\"engine\" is 5", "a text"));
 }
 
 TEST(AWorkflowsMessages, DoNotMakeAnotherEngineBeginThatDoesNotWait) {
   Workflow workflow;
   workflow.engine = {{"engine", "test"}};
-  EXPECT_TRUE(workflow.messages().empty());
-  EXPECT_EQ(json::parse(workflow.description()), (json{{"engine", "test"}}));
+  EXPECT_TRUE(workflow.messages(assumedManual("test")).empty());
+  EXPECT_EQ(json::parse(workflow.description(assumedManual("test"))), (json{{"engine", "test"}}));
 }
 
 TEST(AWorkflowsMessages, AreRefusedForTimesThatAreNone) {
@@ -196,7 +200,7 @@ TEST(AWorkflowsMessages, AreRefusedForTimesThatAreNone) {
     Workflow workflow;
     workflow.engine = json::object();
     workflow.commands = {{.at = at, .name = "Pause", .step = {}, .arguments = json::object()}};
-    EXPECT_THAT([&] { static_cast<void>(workflow.messages()); }, refuses("\"Pause\"", "seconds")) << at;
+    EXPECT_THAT([&] { static_cast<void>(workflow.messages(media)); }, refuses("\"Pause\"", "seconds")) << at;
   }
 }
 
@@ -204,7 +208,7 @@ TEST(AWorkflowsMessages, AreRefusedForArgumentsThatCannotBeCarried) {
   Workflow workflow;
   workflow.engine = json::object();
   workflow.commands = {{.at = 0, .name = "Pause", .step = {}, .arguments = {{"list", {1, 2}}}}};
-  EXPECT_THAT([&] { static_cast<void>(workflow.messages()); }, refuses("\"list\"", "[1,2]", "a text"));
+  EXPECT_THAT([&] { static_cast<void>(workflow.messages(media)); }, refuses("\"list\"", "[1,2]", "a text"));
 }
 
 }  // namespace

@@ -9,9 +9,14 @@ namespace {
 class StillEngine final : public qor::engines::EngineBase {
  public:
   explicit StillEngine(std::shared_ptr<tamb::ICommandProcessorBackEnd> commands)
-      : EngineBase("StillEngine", "still", std::move(commands)) {}
+      : EngineBase("StillEngine", "rest", std::move(commands)) {}
 
-  static qor::engines::EngineManual manual() { return {.name = "still", .summary = "", .step = "still"}; }
+  static qor::engines::EngineManual manual() {
+    return {.name = "still",
+            .summary = "",
+            .step = "rest",
+            .keys = {{.name = "tape", .type = qor::engines::KeyType::Location}}};
+  }
 
   void AddEngineDescription(std::shared_ptr<tamb::IEngineDescription> description) override {
     qor::engines::readDocument(description->GetDescription(), manual());
