@@ -52,6 +52,7 @@ RequesterSocket::RequesterSocket(const SocketLabel& label, const SocketEndpoint&
   if (!waitForConnection(Deadline::clock::now() + timeOut)) {
     throw failure(fmt::format("nobody answered there within {} ms", timeOut.count()));
   }
+  hasBeenOpen_ = true;
 }
 
 int RequesterSocket::poll(std::chrono::milliseconds timeOut, std::string& errorText) {
@@ -129,6 +130,9 @@ bool RequesterSocket::waitForConnection(Deadline deadline) {
     if (connection_->isInterrupted()) throw failure("was closed while it waited for its connection");
     // Throws when the context is being shut down, which ends every wait.
     socket().processPendingEvents();
+    // Once it has been open, a short shortage costs no more than the time for which a request waits.
+    const std::optional<Deadline> due = connection_->reconnectAt();
+    if (!hasBeenOpen_ && due && *due <= Deadline::clock::now()) requireDescriptor();
     reconnectIfDue(*connection_);
     const Deadline nextLook = std::min(deadline, connection_->reconnectAt().value_or(deadline));
     if (!connection_->wait(socket().descriptor(), nextLook) && nextLook == deadline) {

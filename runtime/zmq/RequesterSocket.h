@@ -31,7 +31,8 @@ class RequesterSocket : public ZmqOpenSocket {
   bool waitForReply(std::optional<std::chrono::milliseconds> timeOut);
   /// The first part of a reply has been taken; true.
   bool onReply();
-  /// False when the connection does not stand by the deadline.
+  /// False when the connection does not stand by the deadline. Throws when there is no descriptor for the
+  /// first connection.
   bool waitForConnection(Deadline deadline);
   /// After a loss, gives this process's subscribers to the same peer time to connect again: what the peer
   /// publishes on the next request would not reach them. Blocks at most 200 ms; false when the connection is
@@ -39,6 +40,7 @@ class RequesterSocket : public ZmqOpenSocket {
   bool waitForSubscribers();
 
   std::optional<Connection> connection_;
+  bool hasBeenOpen_ = false;  ///< its peer has answered the first handshake
   Exchange exchange_ = Exchange::None;
   std::uint64_t lossesWhenSent_ = 0;
   std::uint64_t lossesWaitedFor_ = 0;  ///< so many losses have been followed by waitForSubscribers()

@@ -1,12 +1,16 @@
 #include "runtime/zmq/ZmqOpenSocket.h"
 
+#include <sys/eventfd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "qor/socket/ZmqContextTerminationException.h"
+#include "runtime/base/FileDescriptor.h"
 
 namespace qor::socket {
 
@@ -57,6 +61,7 @@ void ZmqOpenSocket::connect(const SocketEndpoint& endpoint) {
   if (endpoint.transport() == SocketEndpoint::Transport::Tcp && endpoint.port() == 0) {
     throw failure("port 0 can be bound, but not connected to");
   }
+  requireDescriptor();
   allowIpv6(endpoint);
   address_ = zmqAddress(endpoint);
   if (::zmq_connect(socket_->get(), address_.c_str()) != 0) throwZmqError(label_.text(), "cannot connect");
@@ -90,6 +95,11 @@ void ZmqOpenSocket::throwIfShutDown() const {
 
 std::runtime_error ZmqOpenSocket::failure(const std::string& reason) const {
   return std::runtime_error(label_.text() + ": " + reason);
+}
+
+void ZmqOpenSocket::requireDescriptor() const {
+  const base::FileDescriptor probe(::eventfd(0, EFD_CLOEXEC));
+  if (!probe.isOpen()) throw failure("cannot connect: " + std::generic_category().message(errno));
 }
 
 std::size_t ZmqOpenSocket::close(std::chrono::milliseconds timeForUnsent) noexcept {

@@ -59,6 +59,9 @@ class ZmqOpenSocket : public OpenSocket {
   /// Of a socket that is bound.
   const Listener& listener() const { return *listener_; }
   std::runtime_error failure(const std::string& reason) const;
+  /// Throws if this process cannot open a descriptor, which a connection needs: libzmq's thread would retry
+  /// in vain, and report nothing.
+  void requireDescriptor() const;
 
   /// Takes the parts behind `part` out of the socket and counts them.
   unsigned int dropFurtherParts(ZmqMessage& part);
