@@ -11,7 +11,7 @@ namespace qor::console {
 ///
 /// Sets what two signals do, whatever the process was started with: SIGPIPE is ignored, since whoever reads
 /// our output may go before us, and that ends nothing; SIGCHLD is not, since children are waited for. Takes
-/// as many descriptors as the system allows: libzmq ends a process that has none for a peer that connects. To
+/// as many descriptors as the system allows: a peer that connects when none is free is refused. To
 /// be called before anything is opened: the numbers of standard streams that are closed are occupied.
 std::optional<int> parseCommandLine(CLI::App& app, int argumentCount, char** arguments);
 

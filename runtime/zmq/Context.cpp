@@ -12,6 +12,7 @@
 #include "qor/socket/Socket.h"
 #include "runtime/base/FileDescriptor.h"
 #include "runtime/base/Mutex.h"
+#include "runtime/zmq/AcceptGuard.h"
 #include "runtime/zmq/ZmqHandles.h"
 
 namespace qor::socket {
@@ -40,6 +41,8 @@ struct Current {
     if (::getpid() == owner) context.reset();
   }
 
+  /// Created first, to be destroyed after the threads that it guards.
+  [[maybe_unused]] AcceptGuard& guard = AcceptGuard::instance();
   const pid_t owner = ::getpid();
   base::Mutex mutex;
   /// Outlives this object, for a child to leave it alone.

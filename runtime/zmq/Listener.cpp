@@ -10,6 +10,7 @@
 
 #include "runtime/base/RandomUuid.h"
 #include "runtime/messaging/TcpListener.h"
+#include "runtime/zmq/AcceptGuard.h"
 #include "runtime/zmq/LocalListener.h"
 
 namespace qor::socket {
@@ -89,6 +90,7 @@ Listener::Listener(ZmqSocket& socket, const SocketEndpoint& endpoint, const Sock
   const std::string who = label.text();
   base::FileDescriptor listener;
   try {
+    AcceptGuard::instance().install();
     listener = listenOnceFree(endpoint);
   } catch (const std::runtime_error& error) {
     throw std::runtime_error(who + ": " + error.what());

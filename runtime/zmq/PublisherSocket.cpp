@@ -10,6 +10,7 @@
 
 #include "qor/utils/Log.h"
 #include "runtime/messaging/MessageRules.h"
+#include "runtime/zmq/AcceptGuard.h"
 
 namespace qor::socket {
 
@@ -92,6 +93,7 @@ void PublisherSocket::send(const google::protobuf::Message& message, std::size_t
     if (readers_) warnings = readers_->refusals().takeLines();
   }
   std::ranges::for_each(warnings, utils::logWarning);
+  AcceptGuard::instance().logShortage();
 }
 
 std::size_t PublisherSocket::close(std::chrono::milliseconds timeForUnsent) noexcept {

@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "runtime/messaging/MessageRules.h"
+#include "runtime/zmq/AcceptGuard.h"
 
 namespace qor::socket {
 
@@ -38,6 +39,7 @@ int ReceivingSocket::receive(google::protobuf::Message* message, unsigned int si
 ReceivingSocket::Waited ReceivingSocket::waitForMessage(std::optional<std::chrono::milliseconds> timeOut) {
   throwIfShutDown();
   if (ready_) return Waited::Ready;
+  AcceptGuard::instance().logShortage();
   // The clock is read only once a wait has been disturbed, which is rare: what is there costs no look at it.
   std::optional<Deadline> deadline;
   while (!ready_) {

@@ -25,6 +25,9 @@ SUBSCRIPTION = b"\0\1\1"
 TOO_LONG = b"\2" + (1 << 20).to_bytes(8, "big")
 
 
+REFUSED_CONNECTIONS = re.compile(r"Warning refused (a connection|\d+ connections): Too many open files")
+
+
 def subscribe_and_break(path):
     """Subscribes, and breaks the protocol in the same write."""
     with socket.socket(socket.AF_UNIX) as peer:
@@ -44,6 +47,17 @@ def subscribe_and_break(path):
         except (ConnectionResetError, BrokenPipeError):
             # Disconnected earlier, because it could not be told from the one before.
             pass
+
+
+def connected_to(address):
+    """A connection that nothing is sent on."""
+    if address.startswith("ipc://"):
+        stranger = socket.socket(socket.AF_UNIX)
+        stranger.settimeout(PATIENCE)
+        stranger.connect(address.removeprefix("ipc://"))
+        return stranger
+    host, port = address.removeprefix("tcp://").split(":")
+    return socket.create_connection((host, int(port)), PATIENCE)
 
 
 def address_of(endpoint):
@@ -220,9 +234,12 @@ class APublisherForOneReader(WireTest):
 
 
     def test_admits_one_that_waits_when_strangers_have_used_up_its_descriptors(self):
-        # libzmq aborts a process that has none left for an ipc connection.
-        ours, address = self.limited("tcp://127.0.0.1:0")
-        host, port = address.removeprefix("tcp://").split(":")
+        for transport in ("tcp", "ipc"):
+            with self.subTest(transport=transport):
+                self.expect_admission_without_descriptors(transport)
+
+    def expect_admission_without_descriptors(self, transport):
+        ours, address = self.limited("tcp://127.0.0.1:0" if transport == "tcp" else None)
         ours.send_numbered(0, 1)
         first = self.stock_process("SUB", address)
         self.assertEqual(number_of(first.receive()), 0)
@@ -232,10 +249,10 @@ class APublisherForOneReader(WireTest):
         limit = max(in_use) + 1
         before = resource.prlimit(ours.pid, resource.RLIMIT_NOFILE)
         resource.prlimit(ours.pid, resource.RLIMIT_NOFILE, (limit, before[1]))
-        # Those beyond the free numbers wait, and take each number that becomes free.
+        # Those beyond the free numbers are refused.
         strangers = []
         for _ in range(limit - len(in_use) + 20):
-            strangers.append(socket.create_connection((host, int(port)), PATIENCE))
+            strangers.append(connected_to(address))
         monitor = second.get_monitor_socket(zmq.EVENT_DISCONNECTED)
         first.kill()
         self.assertNotEqual(monitor.poll(1000 * PATIENCE), 0, "the publisher does not let the other one try again")
@@ -245,6 +262,7 @@ class APublisherForOneReader(WireTest):
             stranger.close()
         resource.prlimit(ours.pid, resource.RLIMIT_NOFILE, before)
         self.send_until_heard_by(ours, second, 1)
+        self.assertTrue(any(REFUSED_CONNECTIONS.match(line) for line in ours.log()))
 
     def test_is_not_left_to_a_peer_that_breaks_the_protocol(self):
         ours, address = self.limited()

@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -12,9 +11,9 @@
 #include <optional>
 #include <string>
 #include <system_error>
-#include <vector>
 
 #include "runtime/zmq/AcceptedConnections.h"
+#include "tests/support/NoDescriptorsLeft.h"
 #include "tests/support/TemporaryDirectory.h"
 
 namespace qor::socket {
@@ -24,30 +23,6 @@ base::FileDescriptor opened(int descriptor) {
   if (descriptor < 0) throw std::system_error(errno, std::generic_category(), "cannot open a descriptor");
   return base::FileDescriptor(descriptor);
 }
-
-/// While it lives, this process can open no descriptor.
-class NoDescriptorsLeft {
- public:
-  NoDescriptorsLeft() {
-    ::getrlimit(RLIMIT_NOFILE, &before_);
-    const base::FileDescriptor next = opened(::dup(STDIN_FILENO));
-    rlimit few = before_;
-    few.rlim_cur = static_cast<rlim_t>(next.get()) + 16;
-    if (::setrlimit(RLIMIT_NOFILE, &few) != 0) {
-      throw std::system_error(errno, std::generic_category(), "cannot limit descriptors");
-    }
-    for (int filler = ::dup(STDIN_FILENO); filler >= 0; filler = ::dup(STDIN_FILENO)) {
-      fillers_.emplace_back(filler);
-    }
-  }
-  ~NoDescriptorsLeft() { ::setrlimit(RLIMIT_NOFILE, &before_); }
-  NoDescriptorsLeft(const NoDescriptorsLeft&) = delete;
-  NoDescriptorsLeft& operator=(const NoDescriptorsLeft&) = delete;
-
- private:
-  rlimit before_{};
-  std::vector<base::FileDescriptor> fillers_;
-};
 
 class AcceptedConnectionsTest : public ::testing::Test {
  protected:
@@ -83,15 +58,9 @@ TEST_F(AcceptedConnectionsTest, AreDisconnected) {
   EXPECT_TRUE(isPeerDisconnected());
 }
 
-#ifdef __has_feature
-#define HAS_UBSAN __has_feature(undefined_behavior_sanitizer)
-#else
-#define HAS_UBSAN false
-#endif
-
 TEST_F(AcceptedConnectionsTest, AreDisconnectedByAProcessThatHasNoDescriptorsLeft) {
-  if (HAS_UBSAN) GTEST_SKIP() << "UBSan needs descriptors to look at objects with virtual functions";
-  const NoDescriptorsLeft full;
+  if (test::sanitizerNeedsDescriptors) GTEST_SKIP();
+  const test::NoDescriptorsLeft full;
   EXPECT_EQ(connections_->peer(accepted_->get()), "process " + std::to_string(::getpid()));
   connections_->disconnect(accepted_->get());
   EXPECT_TRUE(isPeerDisconnected());
