@@ -99,7 +99,13 @@ int serveInThisProcess(const EngineOptions& options, const EngineRunner& runner)
   // Line by line, as to a terminal: what a process has printed when it dies is not to die in its buffer.
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
   const EngineReporter supervisor{base::FileDescriptor(options.readyDescriptor)};
-  const EngineToRun engine = runner.choose(options);
+  EngineToRun engine;
+  try {
+    engine = runner.choose(options);
+  } catch (const std::exception& error) {
+    supervisor.report({.event = EngineEvent::Failed, .reason = error.what()});
+    return static_cast<int>(EngineEnd::NotStarted);
+  }
   if (const auto* const loader = std::get_if<EngineLoader>(&engine)) {
     return runEngineChild(options, *loader, supervisor);
   }
