@@ -35,6 +35,8 @@ class EngineChild {
   bool isReady() const { return isReady_; }
   /// Whether it has reported that it will not be ready.
   bool hasFailed() const { return !failure_.empty(); }
+  /// Whether it has its end of the pipe for reports open, as far as is known.
+  bool canReport() const { return reports_.isOpen(); }
   bool isLeaving() const { return isLeaving_; }
   /// As waitpid reports it, once it is not alive any more.
   int status() const { return status_; }

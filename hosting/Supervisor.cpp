@@ -103,10 +103,12 @@ class Supervision {
   }
 
   EngineOutcome run(const std::function<void(int)>& onReady) {
-    superviseUntil(Clock::now() + engineReadyWithin, [&] { return child_.isReady() || child_.hasFailed(); });
+    superviseUntil(Clock::now() + engineReadyWithin,
+                   [&] { return child_.isReady() || child_.hasFailed() || !child_.canReport(); });
     if (!child_.isReady()) {
       // What it logs on its way out belongs to the reason.
-      if (child_.hasFailed()) superviseUntil(Clock::now() + failedExitsWithin, [] { return false; });
+      if (child_.hasFailed() || !child_.canReport())
+        superviseUntil(Clock::now() + failedExitsWithin, [] { return false; });
       return reportNotStarted();
     }
     onReady(child_.process());
@@ -140,12 +142,16 @@ class Supervision {
   }
 
   EngineOutcome reportNotStarted() {
-    const bool wasSlow = child_.isAlive();
     const std::string failure = child_.startFailure();
-    onFailure_(!failure.empty() ? failure
-               : wasSlow
-                   ? "the engine was not ready within " + std::to_string(engineReadyWithin.count()) + " s"
-                   : child_.cause());
+    if (!failure.empty()) {
+      onFailure_(failure);
+    } else if (!child_.isAlive()) {
+      onFailure_(child_.cause());
+    } else if (!child_.canReport()) {
+      onFailure_("the engine closed its report descriptor before it was ready");
+    } else {
+      onFailure_("the engine was not ready within " + std::to_string(engineReadyWithin.count()) + " s");
+    }
     return {};
   }
 

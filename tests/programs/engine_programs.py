@@ -173,14 +173,19 @@ class AProgramInPython(EnginePrograms):
         self.assertIn("no licence", host.errors())
 
     def test_is_killed_when_it_has_refused_and_does_not_exit(self):
-        failed = 'report("failed", reason="no licence")\ntime.sleep(1000)'
-        _, endpoint = self.service_of(example().replace('report("ready")', failed))
-        start = time.monotonic()
-        host = self.run_on(endpoint)
-        self.expect_exit(host, 4)
-        self.assertIn("no licence", host.errors())
-        # Not as late as one that has reported nothing.
-        self.assertLess(time.monotonic() - start, 15)
+        for instead, reason in (('report("failed", reason="no licence")', "no licence"),
+                                ("os.close(options.ready_fd)", "closed its report descriptor before it was ready")):
+            with self.subTest(reason):
+                service, endpoint = self.service_of(example().replace('report("ready")', instead + "\ntime.sleep(1000)"))
+                start = time.monotonic()
+                host = self.run_on(endpoint)
+                self.expect_exit(host, 4)
+                self.assertIn(reason, host.errors())
+                # Not as late as one that has reported nothing.
+                self.assertLess(time.monotonic() - start, 15)
+                self._services.remove(service)
+                service.signal(signal.SIGTERM)
+                self.assertEqual(service.wait(), 0)
 
     def test_that_cannot_be_run_is_reported(self):
         for mode, reason in ((0o600, "Permission denied"), (0o700, "No such file")):
