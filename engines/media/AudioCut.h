@@ -4,11 +4,11 @@
 
 namespace qor::engines {
 
-/// `count` samples of an audio frame, from number `first` on, as a frame of their own. A copy: filters count
-/// on aligned data.
+/// Copies `count` samples of an audio frame, from number `first` on, into a new frame. A copy, because
+/// filters rely on aligned data.
 FrameHandle cutAudio(const AVFrame& frame, int first, int count);
 
-/// So many samples of silence, of the same kind as the frame given.
+/// A frame of `count` samples of silence, of the same kind as the given frame.
 FrameHandle makeSilence(const AVFrame& like, int count);
 
 }  // namespace qor::engines

@@ -38,7 +38,7 @@ bool hasText(AVFilterContext& filter, const char* name) {
   return isSet;
 }
 
-/// None if the range stays as it is.
+/// Empty if the range does not change.
 std::optional<AVColorRange> scaledTo(AVFilterContext& scale) {
   const auto& in = *scale.inputs[0];
   const auto& out = *scale.outputs[0];
@@ -50,14 +50,14 @@ std::optional<AVColorRange> scaledTo(AVFilterContext& scale) {
   if (range != AVCOL_RANGE_UNSPECIFIED) {
     return static_cast<AVColorRange>(range);
   }
-  // Whatever comes in.
+  // Regardless of the input.
   const auto* const format = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(out.format));
   const bool isFull =
       (format->flags & AV_PIX_FMT_FLAG_RGB) != 0 || std::string_view(format->name).starts_with("yuvj");
   return isFull ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
 }
 
-/// The range that the filter gives all pictures; none if they keep theirs.
+/// The range that the filter gives to all pictures; empty if it does not change their range.
 std::optional<AVColorRange> rangeGivenBy(AVFilterContext& filter) {
   const std::string_view kind = filter.filter->name;
   if (kind == "scale") {
@@ -68,7 +68,7 @@ std::optional<AVColorRange> rangeGivenBy(AVFilterContext& filter) {
     return range < 0 ? std::nullopt : std::optional(static_cast<AVColorRange>(range));
   }
   if (kind == "zscale") {
-    const int range = option(filter, "range", -1);  // It has numbers of its own.
+    const int range = option(filter, "range", -1);  // It numbers ranges differently.
     return range < 0 ? std::nullopt : std::optional(range == 1 ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG);
   }
   if (kind == "colorspace") {
@@ -80,8 +80,8 @@ std::optional<AVColorRange> rangeGivenBy(AVFilterContext& filter) {
 
 }  // namespace
 
-// Only pictures carry their range before FFmpeg 7, and the encoder is open before the first one: hence what
-// the filters do to it, back from the sink along the first inputs.
+// Before FFmpeg 7, only pictures carry their range, and the encoder is opened before the first one. So this
+// derives what the filters do to the range, from the sink backwards along the first inputs.
 AVColorRange rangeBehind(const AVFilterContext& sink, AVColorRange fed) {
   const auto* filter = &sink;
   while (filter->nb_inputs > 0 && filter->inputs[0] != nullptr) {

@@ -4,8 +4,8 @@
 
 namespace qor::engines {
 
-/// The range of the pictures that come out of a configured graph's video sink. `fed` is that of the pictures
-/// that go into the graph's source.
+/// The colour range of the pictures at a configured graph's video sink. `fed` is the range of the pictures
+/// that are pushed into the graph's source.
 AVColorRange rangeBehind(const AVFilterContext& sink, AVColorRange fed);
 
 }  // namespace qor::engines

@@ -19,7 +19,7 @@ bool isOneOf(const AVOutputFormat& container, const std::array<std::string_view,
 
 constexpr std::array<std::string_view, 3> ofSoundAndPictures{"mp3", "flac", "aiff"};
 constexpr std::array<std::string_view, 4> withPictureStreams{"mp3", "flac", "mp4", "ipod"};
-/// Their samples have times, but those of PCM are only counted.
+/// They store times of samples, but only count samples of PCM.
 constexpr std::array<std::string_view, 8> ofQuickTimesFamily{"mov", "mp4",  "ipod", "3gp",
                                                              "3g2", "ismv", "psp",  "f4v"};
 constexpr std::array<std::string_view, 6> withTimes{"matroska", "webm", "nut", "mpegts", "asf", "flv"};

@@ -4,24 +4,24 @@
 
 namespace qor::engines {
 
-// What containers hold, as far as FFmpeg does not tell.
+// Properties of containers that FFmpeg does not report.
 
-/// Whether it is a container of sound that has room for pictures of an album, but for no video: FFmpeg names
-/// a video codec for it, too.
+/// Whether it is an audio container that supports album pictures but no video. FFmpeg names a video codec for
+/// such containers, too.
 bool holdsNoVideo(const AVOutputFormat& container);
 
-/// How a container holds the picture of an album.
+/// How a container stores an album picture.
 enum class PictureKind {
-  /// Not at all.
+  /// Not supported.
   None,
   /// As a stream of one packet.
   Stream,
-  /// As a file within the file.
+  /// As an attached file.
   Attachment,
 };
 PictureKind pictureKind(const AVOutputFormat& container, AVCodecID codec);
 
-/// Whether the container tells when each packet of sound begins; in all others, sound has no gaps.
+/// Whether the container stores the start time of each audio packet; in all others, sound has no gaps.
 bool holdsGaps(const AVOutputFormat& container, AVCodecID audioCodec);
 
 }  // namespace qor::engines

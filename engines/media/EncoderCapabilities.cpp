@@ -2,7 +2,7 @@
 
 namespace qor::engines {
 
-// FFmpeg 7.1 has a function for what FFmpeg 5 keeps in fields, and deprecates the fields.
+// FFmpeg 7.1 replaces the fields of FFmpeg 5 by a function, and deprecates them.
 #if LIBAVCODEC_VERSION_INT >= AV_VERSION_INT(61, 13, 100)
 
 namespace {
@@ -11,7 +11,7 @@ template <class Entry>
 std::span<const Entry> capabilities(const AVCodec& encoder, AVCodecConfig kind) {
   const void* entries = nullptr;
   int count = 0;
-  // An error means that the codec has no such property at all.
+  // An error means that the codec does not have this property.
   if (avcodec_get_supported_config(nullptr, &encoder, kind, 0, &entries, &count) < 0 || entries == nullptr) {
     return {};
   }

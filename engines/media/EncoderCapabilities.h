@@ -8,8 +8,8 @@ extern "C" {
 
 namespace qor::engines {
 
-/// What an encoder takes, best first. FFmpeg's own arrays, which are never freed; empty when the encoder
-/// takes anything. Any thread.
+/// The formats that an encoder accepts, best first. FFmpeg's own arrays, which are never freed; empty if the
+/// encoder accepts any. Any thread.
 std::span<const AVPixelFormat> pixelFormats(const AVCodec& encoder);
 std::span<const AVSampleFormat> sampleFormats(const AVCodec& encoder);
 std::span<const int> sampleRates(const AVCodec& encoder);

@@ -28,7 +28,7 @@ struct UsualEncoders {
   const char* audio;
 };
 
-/// Quick and repeatable. Containers that are not here take what FFmpeg thinks usual.
+/// Fast and reproducible. Other containers use FFmpeg's defaults.
 constexpr std::array<UsualEncoders, 6> usualEncoders{{
     {"mp4", "mpeg4", "aac"},
     {"mov", "mpeg4", "aac"},
@@ -48,7 +48,7 @@ const AVCodec* usualEncoder(AVMediaType type, const AVOutputFormat& container) {
   return avcodec_find_encoder(video ? container.video_codec : container.audio_codec);
 }
 
-/// "name=a|b|c", for the texts of the entries; empty without entries.
+/// "name=a|b|c" for the texts of the entries; empty without entries.
 template <class Entry, class Text>
 std::string option(const char* name, std::span<const Entry> entries, const Text& text) {
   if (entries.empty()) {

@@ -6,13 +6,13 @@
 
 namespace qor::engines {
 
-/// FFmpeg's text for the error, and the first error line of the call if there is one.
+/// FFmpeg's text for the error, and the first error line of the call if there was one.
 std::string ffmpegErrorText(int error);
 
-/// Throws TAMBRuntimeError in one line: what was tried, and FFmpeg's text for the error.
+/// Throws TAMBRuntimeError with a line of `tried` and FFmpeg's text for the error.
 [[noreturn]] void throwFfmpegError(int error, const std::string& tried);
 
-/// Makes a call into FFmpeg and throws if it fails. `tried` composes its text only then.
+/// Calls FFmpeg and throws on failure. `tried` composes its text only then.
 template <class Call, class Text>
 int ffmpegCall(const Call& call, const Text& tried) {
   forgetFfmpegErrorLine();

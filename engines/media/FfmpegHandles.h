@@ -45,7 +45,7 @@ using PacketHandle = std::unique_ptr<AVPacket, FreePacket>;
 using GraphHandle = std::unique_ptr<AVFilterGraph, FreeGraph>;
 using InOutHandle = std::unique_ptr<AVFilterInOut, FreeInOut>;
 
-/// What an allocation of FFmpeg's gave; throws std::bad_alloc when it is null.
+/// Checks the result of an FFmpeg allocation; throws std::bad_alloc if it is null.
 template <class Handle>
 Handle allocated(typename Handle::pointer pointer) {
   if (pointer == nullptr) {

@@ -21,7 +21,7 @@ namespace {
 
 /// FFmpeg's log of one thread.
 struct ThreadLog {
-  /// A line comes in several calls at times.
+  /// FFmpeg may write a line in several calls.
   std::string pending;
   std::string lastWritten;
   std::string firstError;
@@ -38,7 +38,7 @@ tamb::LogLevel frameworkLevel(int level) {
   return tamb::LogLevel::Debug;
 }
 
-/// "name: ", without the address that FFmpeg's own prefix has.
+/// "name: ", without the address in FFmpeg's own prefix.
 std::string prefix(void* object) {
   const AVClass* const itsClass = object == nullptr ? nullptr : *static_cast<AVClass**>(object);
   if (itsClass == nullptr || itsClass->item_name == nullptr) {
@@ -53,7 +53,7 @@ void writeLine(int level, std::string line) {
   if (level <= AV_LOG_ERROR && log.firstError.empty()) {
     log.firstError = line;
   }
-  // A broken file has FFmpeg say the same thousands of times.
+  // For a broken file FFmpeg repeats the same line thousands of times.
   if (line == log.lastWritten) {
     return;
   }
@@ -62,7 +62,7 @@ void writeLine(int level, std::string line) {
 }
 
 void receive(void* object, int level, const char* format, va_list arguments) {
-  level &= 0xff;  // The rest is a colour.
+  level &= 0xff;  // The other bits are a colour.
   if (level > AV_LOG_INFO) {
     return;
   }
@@ -84,13 +84,13 @@ void receive(void* object, int level, const char* format, va_list arguments) {
     while (!line.empty() && (line.back() == '\n' || line.back() == '\r' || line.back() == ' ')) {
       line.pop_back();
     }
-    // Some records have several lines, and some quote what is in files, which may be no text at all.
+    // Some records have several lines, and some quote bytes of files that are not text.
     std::replace(line.begin(), line.end(), '\n', ' ');
     std::replace_if(
         line.begin(), line.end(), [](char each) { return each < ' ' || each > '~'; }, '?');
     writeLine(level, std::move(line));
   } catch (...) {
-    // FFmpeg is C: nothing may pass through it, and a lost log line is no reason to end.
+    // Exceptions must not pass through FFmpeg, which is C; a lost log line is no reason to terminate.
     tamb::WriteLogRecord(tamb::LogLevel::Warning, "FFmpeg: a log line was lost");
   }
 }

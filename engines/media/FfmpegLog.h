@@ -4,13 +4,14 @@
 
 namespace qor::engines {
 
-/// From now on, FFmpeg's log lines of this process go to the framework's log: warnings and errors at their
-/// levels, what is less as debug records, FFmpeg's own debug lines nowhere. Any thread, any number of times.
+/// Redirects FFmpeg's log lines of this process to the framework's log: warnings and errors keep their
+/// levels, lower levels become debug records, and FFmpeg's own debug lines are discarded. Any thread, any
+/// number of times.
 void sendFfmpegLogToFramework();
 
-/// The first error line that FFmpeg wrote on this thread since the line was forgotten, empty when it wrote
-/// none. The first one names the cause; FFmpeg's callers only repeat that something failed. An engine runs
-/// FFmpeg without threads of its own, hence the line belongs to the call before.
+/// The first error line that FFmpeg wrote on this thread since the last forgetFfmpegErrorLine(); empty if
+/// it wrote none. The first line names the cause; later ones only report that a caller failed. An engine runs
+/// FFmpeg without threads, so the line belongs to the previous call.
 std::string firstFfmpegErrorLine();
 void forgetFfmpegErrorLine();
 

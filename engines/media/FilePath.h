@@ -4,8 +4,7 @@
 
 namespace qor::engines {
 
-/// The path of a location that FFmpeg opens as a file, whether it begins with "file:" or not; empty of an
-/// URL.
+/// The path of a location that FFmpeg opens as a file, with or without "file:" in front; empty for a URL.
 std::string filePath(const std::string& location);
 
 }  // namespace qor::engines

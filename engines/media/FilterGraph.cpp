@@ -109,14 +109,14 @@ FilterGraph::FilterGraph(const AVFrame& like, AVRational timeBase, AVRational fr
   ffmpegCall([&] { return avfilter_graph_config(graph_.get(), nullptr); }, text);
 }
 
-/// Through the filters that were given.
+/// Connects them by the given filters.
 void FilterGraph::connect(AVFilterContext* from, AVFilterContext* to) const {
   const auto text = [this] { return "Cannot use " + quotedFilters(); };
   if (filters_.empty()) {
     ffmpegCall([&] { return avfilter_link(from, 0, to, 0); }, text);
     return;
   }
-  // Seen from the filters: what goes into them comes out of the source.
+  // Named from the filters' side: their input is the source's output.
   auto* outputs = openEnd("in", from).release();
   auto* inputs = openEnd("out", to).release();
   forgetFfmpegErrorLine();
@@ -134,16 +134,16 @@ void FilterGraph::push(FrameHandle frame) {
   requireSameKind(*frame);
   end_ = av_sat_add64(frame->pts, isVideo(*frame) ? frameDuration_ : frame->nb_samples);
   forgetFfmpegErrorLine();
-  // Without this flag, the frame would wait in front of the filters, where a command would overtake it.
+  // Without this flag, the frame would wait before the filters, where a command would overtake it.
   const int result = av_buffersrc_add_frame_flags(source_, frame.get(), AV_BUFFERSRC_FLAG_PUSH);
-  // Since FFmpeg 7, the end of the filters is reported here, as that of "trim=end=1".
+  // Since FFmpeg 7, AVERROR_EOF reports here that a filter such as "trim=end=1" has ended.
   if (result < 0 && result != AVERROR_EOF) {
     throwFfmpegError(result, quotedFilters() + " failed");
   }
 }
 
 void FilterGraph::finish() {
-  // With the end, a filter that repeats frames knows how often the last one is due.
+  // From the end time, a filter that repeats frames computes how often to repeat the last one.
   ffmpegCall([&] { return av_buffersrc_close(source_, end_, AV_BUFFERSRC_FLAG_PUSH); },
              [this] { return quotedFilters() + " failed at the end"; });
 }

@@ -8,48 +8,48 @@
 
 namespace qor::engines {
 
-/// What comes out of a filter graph.
+/// The properties of a filter graph's output.
 struct FilteredFormat {
   AVRational timeBase{0, 1};
-  /// 0/1 when it is not known or varies.
+  /// 0/1 if it is unknown or varies.
   AVRational frameRate{0, 1};
 };
 
-/// What frames pass through, in this order.
+/// The filters of a graph, in this order.
 struct FilterTexts {
-  /// Each one filter with its arguments, as in "transpose=clock".
+  /// Each entry is one filter with its arguments, as in "transpose=clock".
   std::vector<std::string> first = {};
-  /// FFmpeg's text of the filters, or empty.
+  /// Filters in FFmpeg's syntax, or empty.
   std::string filters = {};
   /// One filter with its arguments, as in "format=pix_fmts=yuv420p", or empty.
   std::string last = {};
 };
 
-/// Passes frames of one stream through filters, without threads: as soon as a frame is in, everything that it
-/// brings about can be pulled.
+/// Passes frames of one stream through filters, without threads: after a push, all resulting frames can be
+/// pulled.
 class FilterGraph {
  public:
-  /// `like` is a frame as they will be pushed, `frameRate` that of video.
+  /// `like` has the properties of the frames that will be pushed; `frameRate` is that of video.
   FilterGraph(const AVFrame& like, AVRational timeBase, AVRational frameRate, const FilterTexts& texts);
 
-  /// Each audio frame that is pulled, but the last, has so many samples.
+  /// Every pulled audio frame except the last then has that many samples.
   void setFrameSize(unsigned int samples);
 
-  /// Drops the frame if the filters take no more, since one of them has ended. Throws when the frame is of
-  /// another kind than that which the graph was made for.
+  /// Drops the frame if the filters accept no more frames because one of them has ended. Throws if the frame
+  /// is of another kind than `like`.
   void push(FrameHandle frame);
-  /// No more frames are to be pushed.
+  /// Marks the end of the frames.
   void finish();
-  /// Null when there is no frame now.
+  /// Null if no frame is available now.
   FrameHandle pull();
 
   FilteredFormat format() const;
-  /// A frame like those that will be pulled, without data.
+  /// A frame without data that has the properties of the frames that will be pulled.
   FrameHandle outputLike() const;
 
   enum class Answer { NoSuchFilter, UnknownCommand, Done };
-  /// Has each filter of that name or kind, or "all", carry out a command. Done when one did; throws when one
-  /// refuses.
+  /// Sends a command to each filter of that name or kind, or to "all". Succeeds if one filter executes it;
+  /// throws if one rejects it.
   Answer command(const std::string& target, const std::string& name, const std::string& argument);
 
  private:
@@ -59,7 +59,7 @@ class FilterGraph {
 
   const std::string filters_;
   const std::int64_t frameDuration_;  ///< of video, in units of the source's time base
-  std::int64_t end_ = 0;              ///< of the last frame pushed
+  std::int64_t end_ = 0;              ///< end of the last frame pushed
   FrameHandle like_;                  ///< without data
   GraphHandle graph_;
   AVFilterContext* source_ = nullptr;

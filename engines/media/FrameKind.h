@@ -6,13 +6,13 @@
 
 namespace qor::engines {
 
-/// Whether a frame holds a picture; otherwise, it holds sound.
+/// Whether a frame contains a picture; otherwise, it contains sound.
 inline bool isVideo(const AVFrame& frame) { return frame.width > 0; }
 
 /// Whether frames have the same format and size, or the same format, rate and channels.
 bool sameKind(const AVFrame& left, const AVFrame& right);
 
-/// As in "64x48 yuv420p", or "48000 Hz 2 channels s16".
+/// For example "64x48 yuv420p", or "48000 Hz 2 channels s16".
 std::string kindText(const AVFrame& frame);
 
 /// A frame of the same kind, without data.

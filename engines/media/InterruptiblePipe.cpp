@@ -46,7 +46,7 @@ void InterruptiblePipe::openToRead(const std::string& path, RunWatch& watch) {
   if (!pipe_.isOpen()) {
     fail(path);
   }
-  // Until there is a writer, reading would find an end.
+  // A read before a writer has connected would return the end of the file.
   pollfd readable{pipe_.get(), POLLIN, 0};
   while (!watch.stopRequested() && ::poll(&readable, 1, static_cast<int>(lookInterval.count())) == 0) {
     watch.beat();
@@ -54,7 +54,7 @@ void InterruptiblePipe::openToRead(const std::string& path, RunWatch& watch) {
 }
 
 void InterruptiblePipe::openToWrite(const std::string& path, RunWatch& watch) {
-  // There is nothing to wait on for a reader: its coming is only seen by trying again.
+  // The kernel offers no way to wait for a reader; only opening the pipe again detects one.
   for (;;) {
     pipe_ = base::FileDescriptor(::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
     if (pipe_.isOpen()) {
@@ -69,7 +69,7 @@ void InterruptiblePipe::openToWrite(const std::string& path, RunWatch& watch) {
     watch.beat();
     watch.sleepUntil(RunWatch::Clock::now() + lookInterval);
   }
-  // What is written to a slow reader is to wait for it, as it is to be complete.
+  // Writes have to wait for a slow reader, so that the output is complete.
   if (::fcntl(pipe_.get(), F_SETFL, 0) != 0) {
     fail(path);
   }

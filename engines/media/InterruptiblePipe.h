@@ -7,25 +7,25 @@
 
 namespace qor::engines {
 
-/// A named pipe as FFmpeg can use it without being stuck in its opening. Locations that are no pipes are left
-/// alone.
+/// Opens a named pipe for FFmpeg so that a stop request interrupts the opening. Does nothing for other
+/// locations.
 class InterruptiblePipe {
  public:
   enum class Direction {
-    /// Waits until somebody writes. Reading does not block, which has FFmpeg look at its interrupt callback
-    /// while no data comes.
+    /// Waits for a writer. Reads do not block, so that FFmpeg checks its interrupt callback while no data
+    /// arrives.
     Read,
-    /// Waits until somebody reads. Writing blocks.
+    /// Waits for a reader. Writes block.
     Write,
   };
 
-  /// Waits no longer when a stop is requested; a pipe that is to be written throws StoppedEarly then.
+  /// A stop request ends the wait; for a pipe to be written, this then throws StoppedEarly.
   InterruptiblePipe(const std::string& location, Direction direction, RunWatch& watch);
   InterruptiblePipe(const InterruptiblePipe&) = delete;
   InterruptiblePipe& operator=(const InterruptiblePipe&) = delete;
 
   bool isPipe() const { return pipe_.isOpen(); }
-  /// What FFmpeg opens it by, while this lives.
+  /// The location to pass to FFmpeg, valid during the lifetime of this object.
   std::string url() const;
 
  private:

@@ -19,7 +19,7 @@ namespace {
 
 FilterTexts conversionTo(const AVFrame& like) {
   if (isVideo(like)) {
-    // Not told of a range, it would change the full one to the limited one.
+    // Without an output range, it would convert the full range to the limited one.
     const auto* const range = like.color_range == AVCOL_RANGE_JPEG   ? ":out_range=pc"
                               : like.color_range == AVCOL_RANGE_MPEG ? ":out_range=tv"
                                                                      : "";
@@ -29,7 +29,7 @@ FilterTexts conversionTo(const AVFrame& like) {
   }
   std::array<char, 128> layout{};
   av_channel_layout_describe(&like.ch_layout, layout.data(), layout.size());
-  // Without the limit, two equal channels mix to one that is louder by 3 dB.
+  // Without this limit, mixing two equal channels increases the loudness by 3 dB.
   return {.filters = "aresample=rematrix_maxval=1",
           .last = fmt::format("aformat=sample_fmts={}:sample_rates={}:channel_layouts={}",
                               av_get_sample_fmt_name(static_cast<AVSampleFormat>(like.format)),

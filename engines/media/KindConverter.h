@@ -11,14 +11,14 @@ namespace qor::engines {
 /// frame, so that filters keep their state and encoders their settings.
 class KindConverter {
  public:
-  /// `like` is the first frame, `timeBase` that of the converted frames.
+  /// `like` is the first frame, `timeBase` the time base of the converted frames.
   KindConverter(const AVFrame& like, AVRational timeBase);
 
-  /// The frames that come of one whose times count in units of `timeBase`: those held back of an earlier
-  /// kind, then its own. A frame like the first one passes as it is. Throws TAMBRuntimeError when the frame
-  /// cannot be converted; later ones may be.
+  /// The frames that result from a frame with times in units of `timeBase`: first those held back of an
+  /// earlier kind, then its own. A frame like the first one passes unchanged. Throws TAMBRuntimeError if the
+  /// frame cannot be converted; later ones may succeed.
   std::vector<FrameHandle> convert(FrameHandle frame, AVRational timeBase);
-  /// The frames that are held back.
+  /// The frames that were held back.
   std::vector<FrameHandle> finish();
 
  private:
@@ -26,7 +26,7 @@ class KindConverter {
 
   const FrameHandle like_;  ///< without data
   const AVRational timeBase_;
-  FrameHandle from_;                    ///< the kind that graph_ converts, without data
+  FrameHandle from_;                    ///< the kind that graph_ converts from, without data
   std::unique_ptr<FilterGraph> graph_;  ///< null while frames are like the first one
 };
 

@@ -15,11 +15,11 @@ namespace qor::engines {
 
 namespace {
 
-/// Seconds; ends of 100 ms steps are sums that are not exact.
+/// Seconds; the ends of 100 ms steps are inexact sums.
 constexpr double tolerance = 1e-6;
 
-/// Leaves `known` as it is when the frame does not tell: what remains at the end is less than a block of
-/// 100 ms, which nothing is measured for.
+/// Leaves `known` unchanged if the frame has no value: the rest at the end is shorter than a block of 100 ms,
+/// for which nothing is measured.
 void readValue(const AVFrame& frame, const char* key, double least, double& known) {
   if (const auto* const entry = av_dict_get(frame.metadata, key, nullptr, 0)) {
     const double number = std::strtod(entry->value, nullptr);

@@ -7,7 +7,7 @@
 
 namespace qor::engines {
 
-/// Measures audio by EBU R128. It stands beside the way of the audio, which it leaves as it is.
+/// Measures audio by EBU R128. Does not change the audio.
 class LoudnessMeter {
  public:
   /// `everySecond` is called for each whole second of media time, from within measure() and finish().
@@ -17,13 +17,13 @@ class LoudnessMeter {
   void measure(const AVFrame& frame, AVRational timeBase);
   void finish();
 
-  /// LUFS, of everything measured so far; -70 is silence, or less than 400 ms.
+  /// LUFS, of everything measured so far; -70 means silence, or less than 400 ms.
   double integrated() const { return integrated_; }
 
  private:
-  /// LUFS. What silence measures, which is no number in decibels.
+  /// LUFS. The value for silence, whose level in decibels would be infinite.
   static constexpr double silence = -120;
-  /// LUFS. What is less does not count for the integrated loudness, by EBU R128.
+  /// LUFS. Lower values do not count for the integrated loudness, by EBU R128.
   static constexpr double gate = -70;
 
   void read();

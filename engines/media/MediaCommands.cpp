@@ -16,7 +16,7 @@ namespace {
 using tamb::CommandTime;
 using tamb::TAMBRuntimeError;
 
-/// How long a pause takes at most to hear of a command: the command processor calls nobody.
+/// Poll interval for commands during a pause, because the command processor does not notify of new ones.
 constexpr std::chrono::milliseconds pauseInterval{20};
 
 std::string argument(const tamb::ICommandMessage& command, const std::string& key) {
@@ -53,7 +53,7 @@ void MediaCommands::executeUntil(double seconds) {
   executeDeferred(nullptr);
   while (paused_) {
     waitWhilePaused();
-    // A run that is stopped in a pause ends there.
+    // A run that is stopped during a pause ends there.
     if (!watch_.stopRequested()) {
       executeDeferred(nullptr);
     }
@@ -70,7 +70,7 @@ void MediaCommands::refuseRest(const std::string& reason) {
 }
 
 void MediaCommands::receive(const tamb::ICommandMessage& command) {
-  // What was deferred was pushed earlier: of the same time, it comes first.
+  // Deferred commands were pushed earlier, so they precede new ones of the same time.
   executeDeferred(&command);
   if (isDue(command) || (paused_ && isUrgent(command))) {
     execute(command);
@@ -80,7 +80,7 @@ void MediaCommands::receive(const tamb::ICommandMessage& command) {
 }
 
 void MediaCommands::executeDeferred(const tamb::ICommandMessage* before) {
-  // What is due changes on the way: one of them may be a pause.
+  // Evaluated for each command, because a pause changes which commands are due.
   const auto isNext = [&](const tamb::ICommandMessage& command) {
     return isDue(command) &&
            (before == nullptr || CommandTime(command.GetTime()) <= CommandTime(before->GetTime()));
@@ -98,12 +98,12 @@ void MediaCommands::execute(const tamb::ICommandMessage& command) {
                                         refusal_.empty() ? "nothing is running" : refusal_);
   }
   try {
-    // What ends a pause takes effect where the run stands; behind a stop, no media is due.
+    // Commands that end a pause take effect at the current position; after a stop, no media is due.
     if (!stopping_ && !(paused_ && isUrgent(command))) {
       target_->advanceTo(command.GetTime());
     }
   } catch (...) {
-    // The command processor would only log it, but it is the end of the run.
+    // The command processor would only log the exception, but it ends the run.
     failure_ = std::current_exception();
     refusal_ = "the run has failed: " + tamb::CurrentExceptionText();
     return notifications_.commandFailed(command, target_->position(), refusal_);
@@ -187,7 +187,7 @@ bool MediaCommands::isUrgent(const tamb::ICommandMessage& command) {
 }
 
 bool MediaCommands::isDue(const tamb::ICommandMessage& command) const {
-  // Whoever refuses waits for nothing.
+  // Refused commands are answered at once.
   return !refusal_.empty() || dueTime(command) <= (paused_ ? std::min(limit_, target_->position()) : limit_);
 }
 

@@ -13,11 +13,11 @@
 
 namespace qor::engines {
 
-/// What the commands of a run act upon. Failures are TAMBRuntimeErrors.
+/// The target of a run's commands. Failures are TAMBRuntimeErrors.
 class MediaCommandTarget {
  public:
   virtual ~MediaCommandTarget() = default;
-  /// Processes the media before that time, as far as it is at hand.
+  /// Processes the media before that time, as far as it has been decoded.
   virtual void advanceTo(const tamb::MediaTime& time) = 0;
   virtual void commandFilter(const std::string& target, const std::string& command,
                              const std::string& argument) = 0;
@@ -26,41 +26,41 @@ class MediaCommandTarget {
   virtual double position() const = 0;
 };
 
-/// Executes the commands of a run at their media times, and answers each of them. Belongs to the run's
-/// thread, like everything of the run.
+/// Executes the commands of a run at their media times, and answers each of them. Used on the run's thread
+/// only.
 class MediaCommands {
  public:
   MediaCommands(tamb::ICommandProcessorBackEnd& processor, StepControl& control,
                 const StepNotifications& notifications, RunWatch& watch);
 
-  /// Nobody, at first and at last: commands then fail.
+  /// Null before and after the run; commands then fail.
   void setTarget(MediaCommandTarget* target) { target_ = target; }
 
-  /// Waits at the start of the media for a command that lets the run go on. Throws as executeUntil does.
+  /// Waits at the start of the media for a command that continues the run. Throws as executeUntil does.
   void waitAtStart();
 
-  /// Executes what is due by then, in the order of the media times; while a command has the run paused, it
-  /// does not return. Rethrows what keeps the run from going on.
+  /// Executes the commands due by then, in the order of their media times; does not return while the run is
+  /// paused. Rethrows exceptions that end the run.
   void executeUntil(double seconds);
 
-  /// Answers every command that waits with a failure, and those that come yet.
+  /// Answers every waiting and every future command with a failure.
   void refuseRest(const std::string& reason);
 
-  /// How long the run has been paused altogether.
+  /// The total duration of all pauses.
   RunWatch::Clock::duration paused() const { return pausedTime_; }
 
  private:
   using Command = std::shared_ptr<const tamb::ICommandMessage>;
 
   void receive(const tamb::ICommandMessage& command);
-  /// Those that are due and come before that one; all that are due without one.
+  /// The due commands that come before that one; all due commands if it is null.
   void executeDeferred(const tamb::ICommandMessage* before);
   void execute(const tamb::ICommandMessage& command);
   void perform(const tamb::ICommandMessage& command);
   void defer(const tamb::ICommandMessage& command);
-  /// Never called while a command is executed: a pause within a pause would not be one.
+  /// Must not be called while a command is executed: pauses do not nest.
   void waitWhilePaused();
-  /// What ends a pause whatever its time is.
+  /// Whether the command ends a pause regardless of its time.
   static bool isUrgent(const tamb::ICommandMessage& command);
   bool isDue(const tamb::ICommandMessage& command) const;
 
@@ -71,7 +71,7 @@ class MediaCommands {
   double limit_ = 0;
   bool paused_ = false;
   bool stopping_ = false;
-  /// Taken from the command processor during a pause, before their time; in the order of their times.
+  /// Commands taken from the command processor during a pause, before their time; ordered by time.
   std::deque<Command> deferred_;
   std::string refusal_;
   std::exception_ptr failure_;

@@ -50,7 +50,8 @@ void MediaEngine::runOnce() {
     if (!document_) {
       throw TAMBRuntimeError("There is no description that says what to run");
     }
-    // Gone before anybody is told how it ended: files are closed then, and what is incomplete is removed.
+    // The run is destroyed before its end is reported, so that files are closed and an incomplete output is
+    // removed by then.
     result = MediaRun(*document_, mediaCommands, reports, watch(), position_).run();
   } catch (const StoppedEarly&) {
     if (watch().abandoned()) return giveUp(mediaCommands, reports);

@@ -14,23 +14,23 @@ namespace qor::engines {
 class MediaCommands;
 class MediaReports;
 
-/// An engine that transcodes or analyses one file, on FFmpeg's libraries. Run does all of it on the calling
-/// thread. What goes wrong with the media is no exception of Run's: the run notifies "Failed" and returns,
-/// the status is Failed, and the last error message is the reason. An engine runs once.
+/// An engine that transcodes or analyses one file, on FFmpeg's libraries. Run does all work on the calling
+/// thread. Run does not throw for errors in the media: the run publishes "Failed" and returns, the status is
+/// Failed, and the last error message is the reason. An engine runs once.
 class MediaEngine final : public EngineBase {
  public:
   explicit MediaEngine(std::shared_ptr<tamb::ICommandProcessorBackEnd> commands);
 
   static EngineManual manual();
 
-  /// Throws TAMBRuntimeError when its document is not one for a media engine.
+  /// Throws TAMBRuntimeError if its document is not one for a media engine.
   void AddEngineDescription(std::shared_ptr<tamb::IEngineDescription> description) override;
-  /// The step "media" is all that has a time: in milliseconds, at 1000/1.
+  /// Only the step "media" has a time: in milliseconds, at 1000/1.
   tamb::TimeInfo GetCurrentTimeInfo(const std::string& name) const override;
 
  private:
   void runOnce() override;
-  /// The end of a run that was abandoned, once nothing is left of its output.
+  /// Ends a run that was abandoned, after its output has been removed.
   void giveUp(MediaCommands& mediaCommands, const MediaReports& reports);
 
   std::optional<MediaDocument> document_;

@@ -6,7 +6,7 @@ namespace qor::engines {
 
 namespace {
 
-/// How many faults of each kind are reported; the rest are counted only, since a broken file may have
+/// How many faults of each kind are reported; the rest are only counted, because a broken file may have
 /// hundreds of thousands.
 constexpr std::uint64_t mostPublished = 20;
 

@@ -13,13 +13,13 @@ namespace qor::engines {
 
 namespace {
 
-/// Compressed, that is seconds to minutes; reached only where one stream has a gap or ends early.
+/// Of compressed data; this is seconds to minutes, reached only if one stream has a gap or ends early.
 constexpr std::size_t longestQueueBytes = 32U << 20U;
 constexpr std::size_t longestQueue = 20'000;
 
 int stopRequested(void* watch) {
   auto& itsWatch = *static_cast<RunWatch*>(watch);
-  itsWatch.beat();  // Whoever can be interrupted is alive, however long the data stays away.
+  itsWatch.beat();  // An interruptible read is a sign of life, however long it waits for data.
   return itsWatch.stopRequested() ? 1 : 0;
 }
 
@@ -40,7 +40,7 @@ MediaInput::MediaInput(const std::string& location, MediaFaults& faults, RunWatc
   const auto url = pipe_.isPipe() ? pipe_.url() : location;
   const auto text = [&] { return fmt::format("Cannot open {:?}", location_); };
   try {
-    // It frees the context when it fails.
+    // On failure it frees the context.
     ffmpegCall([&] { return avformat_open_input(&context, url.c_str(), nullptr, nullptr); }, text);
     context_.reset(context);
     forgetFfmpegErrorLine();
@@ -144,7 +144,7 @@ AVStream* MediaInput::findBest(AVMediaType type) {
   int index = av_find_best_stream(context_.get(), type, -1, -1, nullptr, 0);
   if (index >= 0 && faults_.skipsErrors() &&
       avcodec_find_decoder(context_->streams[index]->codecpar->codec_id) == nullptr) {
-    const AVCodec* decoder = nullptr;  // Given, it leaves out what cannot be decoded.
+    const AVCodec* decoder = nullptr;  // With this argument, FFmpeg skips streams without a decoder.
     const int other = av_find_best_stream(context_.get(), type, -1, -1, &decoder, 0);
     if (other < 0) {
       faults_.leftOut(index, "there is no decoder for it");
@@ -154,7 +154,8 @@ AVStream* MediaInput::findBest(AVMediaType type) {
   if (index < 0 || !isPicture(*context_->streams[index])) {
     return index < 0 ? nullptr : context_->streams[index];
   }
-  // The picture of an album has come before the video: then the first one that is no picture.
+  // FFmpeg prefers an album picture that comes before the video: choose the first stream that is not a
+  // picture.
   for (unsigned int other = 0; other < context_->nb_streams; ++other) {
     auto* const stream = context_->streams[other];
     if (stream->codecpar->codec_type == type && !isPicture(*stream) &&
@@ -169,7 +170,8 @@ void MediaInput::readOne() {
   auto packet = makePacket();
   forgetFfmpegErrorLine();
   const int result = av_read_frame(context_.get(), packet.get());
-  // Not an error of the disk or the network: FFmpeg returns it, even where a demuxer takes it for the end.
+  // The end of the data. FFmpeg returns errors of disk and network even if a demuxer mistakes them for the
+  // end.
   if (result == AVERROR_EOF || (result < 0 && watch_.stopRequested())) {
     ended_ = true;
     return;
@@ -210,7 +212,7 @@ void MediaInput::reportLeftOut(const AVStream& stream) {
 }
 
 void MediaInput::breakOff(int error) {
-  // After an error of the disk or the network, it is not known what the data would have been.
+  // After an error of disk or network, the rest of the data is unknown.
   const bool isDamaged = context_->pb != nullptr && context_->pb->error >= 0;
   if (!isDamaged || !faults_.skipsErrors()) {
     throwFfmpegError(error, fmt::format("Cannot read {:?}", location_));

@@ -17,43 +17,43 @@
 
 namespace qor::engines {
 
-/// Opens a file or an URL and hands out the packets of its best video and its best audio stream, of each in
-/// the order in which they are to be decoded. A stop request ends reads that are under way.
+/// Opens a file or a URL and delivers the packets of its best video and its best audio stream, each in
+/// decoding order. A stop request interrupts pending reads.
 class MediaInput {
  public:
-  /// What is given has to outlive it.
+  /// The arguments have to outlive this object.
   MediaInput(const std::string& location, MediaFaults& faults, RunWatch& watch);
 
   const std::string& location() const { return location_; }
-  /// Null when there is no such stream.
+  /// Null if there is no such stream.
   AVStream* video() const { return video_; }
   AVStream* audio() const { return audio_; }
-  /// Those of an album: each is one packet, which its stream keeps.
+  /// Album pictures: each is one packet, which its stream keeps.
   std::vector<const AVStream*> pictures() const;
   AVRational guessedFrameRate() const;
-  /// Seconds; 0 when it is not known.
+  /// Seconds; 0 if unknown.
   double duration() const;
-  /// The time that the media begins with, in the units of that stream.
+  /// The start time of the media, in the units of that stream.
   std::int64_t startTime(const AVStream& stream) const;
   const AVDictionary* metadata() const { return context_->metadata; }
 
-  /// Only packets of streams that were selected are handed out. All of them before the first packet.
+  /// Only packets of selected streams are delivered. Select all before the first packet.
   void select(AVStream& stream);
-  /// Nobody takes the packets of that stream any more: they are not to keep the other one waiting.
+  /// Discards the packets of that stream from now on, so that they do not block the other one.
   void deselect(AVStream& stream);
 
   enum class Outcome {
     Packet,
     End,
-    /// The other stream's packets that wait have grown too many: they are to be taken first.
+    /// Too many packets of the other stream are waiting: take them first.
     OthersFirst,
   };
   Outcome nextPacket(const AVStream& stream, PacketHandle& packet);
-  /// Whether a later packet of a selected stream is due before a time. Reads on up to the first packet that
-  /// is due at `until` or later, as far as packets may wait. Both times are in the stream's units.
+  /// Whether a later packet of a selected stream is due before a time. Reads up to the first packet that is
+  /// due at `until` or later, as far as packets may wait. Both times are in the stream's units.
   bool stepsBack(const AVStream& stream, std::int64_t before, std::int64_t until);
-  /// Grows with each packet that is handed out and each stream that is deselected: as long as it stays the
-  /// same, nobody gets on.
+  /// Grows with each delivered packet and each deselected stream; while it stays the same, there is no
+  /// progress.
   std::uint64_t progress() const { return progress_; }
 
  private:
@@ -64,11 +64,11 @@ class MediaInput {
 
   AVStream* findBest(AVMediaType type);
   void readOne();
-  /// Reports, once, a further stream of video or audio where streams may come and go, as in joined transport
-  /// streams: it may be the rest of the one that is taken.
+  /// Reports, once, a further video or audio stream in formats where streams may come and go, such as joined
+  /// transport streams: it may continue the selected one.
   void reportLeftOut(const AVStream& stream);
-  /// Ends the input where reading failed. Throws if the run is to fail for it, or if it is not the data that
-  /// is damaged.
+  /// Ends the input where reading failed. Throws if the run should fail in that case, or if the cause is not
+  /// damaged data.
   void breakOff(int error);
   bool queueIsFull() const;
 
@@ -77,13 +77,13 @@ class MediaInput {
   RunWatch& watch_;
   InterruptiblePipe pipe_;
   InputHandle context_;
-  std::optional<PacketTimes> times_;  ///< there once the input is open
+  std::optional<PacketTimes> times_;  ///< empty until the input is open
   AVStream* video_ = nullptr;
   AVStream* audio_ = nullptr;
   std::map<int, Queue> queues_;  ///< by stream index
-  std::set<int> leftOut_;        ///< the further streams that were reported
+  std::set<int> leftOut_;        ///< further streams that were reported
   std::uint64_t progress_ = 0;
-  double lastSeconds_ = 0;  ///< the time of the last packet that was read
+  double lastSeconds_ = 0;  ///< time of the last packet that was read
   bool ended_ = false;
 };
 

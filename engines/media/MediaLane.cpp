@@ -11,7 +11,7 @@ namespace qor::engines {
 
 namespace {
 
-/// Of audio that is not encoded.
+/// For audio that is not encoded.
 constexpr unsigned int analysisFrameSize = 1'024;
 
 FilterTexts textsFor(const AVFrame& first, const AVStream& stream, const std::string& filters,
@@ -44,7 +44,7 @@ MediaLane::MediaLane(const AVFrame& first, const StreamDecoder& decoder, AVRatio
 }
 
 bool MediaLane::push(FrameHandle frame, RunWatch& watch) {
-  // The pictures are upright behind the filters: whoever plays the output is not to turn them again.
+  // After the filters the pictures are upright, so players must not rotate them again.
   av_frame_remove_side_data(frame.get(), AV_FRAME_DATA_DISPLAYMATRIX);
   for (auto& each : converted(std::move(frame))) {
     if (!filter(std::move(each), watch)) {
@@ -77,7 +77,7 @@ std::vector<FrameHandle> MediaLane::converted(FrameHandle frame) {
 
 bool MediaLane::filter(FrameHandle frame, RunWatch& watch) {
   graph_.push(std::move(frame));
-  // A filter that fills gaps makes hours of frames of one.
+  // A filter that fills gaps may turn one frame into hours of frames.
   while (const auto filtered = graph_.pull()) {
     take(*filtered);
     watch.beat();

@@ -14,26 +14,26 @@
 
 namespace qor::engines {
 
-/// The way of one stream from its decoded frames through the filters to the output.
+/// Takes one stream from its decoded frames through the filters to the output.
 class MediaLane {
  public:
-  /// `first` is the first frame that will come. Without an output, frames end behind the filters. What is
-  /// given has to outlive the lane.
+  /// `first` is the first frame that will be pushed. Without an output, frames are discarded after the
+  /// filters. The arguments have to outlive the lane.
   MediaLane(const AVFrame& first, const StreamDecoder& decoder, AVRational frameRate,
             const std::string& filters, MediaOutput* output, LoudnessMeter* meter, MediaFaults& faults);
 
-  /// Everything that the frame brings about is done on return, unless a stop was requested on the way: false
-  /// then.
+  /// Processes the frame and all frames that result from it. Returns false if a stop was requested before the
+  /// end.
   bool push(FrameHandle frame, RunWatch& watch);
 
-  /// Takes out what the filters hold back, for as long as `wanted` says so of a frame's time in seconds:
-  /// there are filters that never end.
+  /// Pulls the frames that the filters hold back, as long as `wanted` returns true for a frame's time in
+  /// seconds, because some filters never end.
   void finish(const std::function<bool(double)>& wanted);
 
   FilterGraph& filters() { return graph_; }
 
  private:
-  /// The frames to be filtered for this one: none if it is of another kind and cannot be converted.
+  /// The frames to filter in place of this one: none if it is of another kind and cannot be converted.
   std::vector<FrameHandle> converted(FrameHandle frame);
   bool filter(FrameHandle frame, RunWatch& watch);
   void take(AVFrame& frame);
@@ -42,7 +42,7 @@ class MediaLane {
   MediaFaults& faults_;
   FilterGraph graph_;
   KindConverter converter_;
-  FrameHandle kind_;  ///< that of the last frame, without data
+  FrameHandle kind_;  ///< kind of the last frame, without data
   const AVRational timeBase_;
   LoudnessMeter* const meter_;
   StreamEncoder* encoder_ = nullptr;

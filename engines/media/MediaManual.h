@@ -4,7 +4,7 @@
 
 namespace qor::engines {
 
-/// What the media engine reports of itself; its document is read by it.
+/// The manual of the media engine, which also defines its document.
 const EngineManual& mediaManual();
 
 }  // namespace qor::engines

@@ -69,7 +69,7 @@ void MediaOutput::addPicture(const AVStream& picture) {
     return;
   }
   ffmpegCall([&] { return avcodec_parameters_copy(stream.codecpar, picture.codecpar); }, text);
-  stream.codecpar->codec_tag = 0;  // That of the other container.
+  stream.codecpar->codec_tag = 0;  // Removes the tag of the input's container.
   stream.disposition = AV_DISPOSITION_ATTACHED_PIC;
   stream.time_base = picture.time_base;
   auto packet = makePacket();
@@ -105,7 +105,7 @@ void MediaOutput::attach(AVStream& stream, const AVStream& picture) const {
     ffmpegCall([&] { return av_dict_set(&stream.metadata, key, value, AV_DICT_DONT_OVERWRITE); },
                [this] { return failed(); });
   };
-  // The names by which players know the picture of an album.
+  // Players recognise an album picture by these names.
   set("filename", png ? "cover.png" : "cover.jpg");
   set("mimetype", png ? "image/png" : "image/jpeg");
 }
@@ -140,7 +140,7 @@ void MediaOutput::write(const AVStream& stream, AVRational timeBase, AVPacket& p
 
 void MediaOutput::close() {
   if (context_->pb != nullptr) {
-    // What it still buffers is written now, or fails now.
+    // Writes its buffer now, so that an error is noticed.
     const int earlier = context_->pb->error;
     ffmpegCall(
         [&] {

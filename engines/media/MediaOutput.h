@@ -14,28 +14,29 @@
 
 namespace qor::engines {
 
-/// Writes the encoded streams to a container, which is the same for the same packets: no times of day, no
-/// random numbers, no versions are in it.
+/// Writes the encoded streams to a container. The same packets give the same bytes: the container holds no
+/// times of day, random numbers or versions.
 class MediaOutput {
  public:
-  /// Nothing is opened before start().
+  /// Opens nothing before start().
   MediaOutput(const std::string& location, const MediaSettings& settings, RunWatch& watch);
-  /// What has not been finished is removed.
+  /// Removes an unfinished output.
   ~MediaOutput();
   MediaOutput(const MediaOutput&) = delete;
   MediaOutput& operator=(const MediaOutput&) = delete;
 
-  /// Null when the container takes no such streams.
+  /// Null if the container does not support such streams.
   const AVCodec* encoder(AVMediaType type) const { return chosen(type); }
 
-  /// Whether sound may begin late and pause there.
+  /// Whether sound may begin late and pause in this container.
   bool holdsGaps() const;
 
-  /// Adds a stream for frames like the first. All of them before start().
+  /// Adds a stream for frames like `first`. Add all streams before start().
   StreamEncoder& addStream(AVMediaType type, const AVFrame& first, const FilteredFormat& format);
-  /// Adds a picture of an album as it is; not, when the container has no room for it. All before start().
+  /// Adds an album picture unchanged, unless the container does not support it. Add all pictures before
+  /// start().
   void addPicture(const AVStream& picture);
-  /// Throws StoppedEarly when a stop is requested while nobody reads a named pipe.
+  /// Throws StoppedEarly if a stop is requested while a named pipe has no reader.
   void start(const AVDictionary* metadata);
   /// Flushes the encoders and completes the file.
   void finish();

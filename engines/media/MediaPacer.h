@@ -6,12 +6,12 @@
 
 namespace qor::engines {
 
-/// Tells when media is due that takes as long as it lasts. Pauses do not count.
+/// Computes when media is due in real time. Pauses do not count.
 class MediaPacer {
  public:
   using Clock = RunWatch::Clock;
 
-  /// `paused` is how long the run has been paused so far. The first call is due at once.
+  /// `paused` is the total pause of the run so far. The first call is due at once.
   Clock::time_point due(double mediaSeconds, Clock::duration paused) {
     const auto offset =
         std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(mediaSeconds));

@@ -4,7 +4,7 @@
 
 namespace qor::engines {
 
-/// Where a run stands, for those who ask meanwhile. Seconds of media; any thread.
+/// The current position of a run, for other threads. Seconds of media; any thread.
 struct MediaPosition {
   std::atomic<double> position{0};
   std::atomic<double> duration{0};

@@ -10,21 +10,21 @@
 
 namespace qor::engines {
 
-/// How often something was wrong with the media, and the run went on.
+/// Counts of the faults that a run survived.
 struct MediaFaultCounts {
   std::uint64_t decodeErrors = 0;
   std::uint64_t timeJumps = 0;
   std::uint64_t filledGaps = 0;
 };
 
-/// What a run came to.
+/// The result of a run.
 struct MediaResult {
-  /// Decoded frames that went into the filters.
+  /// Decoded frames that were pushed into the filters.
   std::uint64_t videoFrames = 0;
   std::uint64_t audioFrames = 0;
   /// Seconds of media, to the end of the last frame.
   double duration = 0;
-  /// LUFS; empty when it was not asked for.
+  /// LUFS; empty if it was not requested.
   std::optional<double> integrated = {};
   bool stopped = false;
   MediaFaultCounts faults = {};
@@ -38,8 +38,8 @@ class MediaReports {
   explicit MediaReports(const StepNotifications& notifications);
 
   void started(const std::vector<std::string>& streams, double duration);
-  /// Publishes when the position has passed the next half second of media, so that the same media notifies
-  /// alike on every machine. `paused` is how long the run has been paused so far.
+  /// Publishes when the position has passed the next half second of media, so that the same media causes the
+  /// same notifications on every machine. `paused` is the total pause of the run so far.
   void progress(double position, Clock::duration paused);
   void loudness(double position, double momentary, double integrated) const;
   void fault(const std::string& line, double position, const NotificationValues& values) const;

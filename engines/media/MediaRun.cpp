@@ -22,13 +22,13 @@ namespace {
 
 using tamb::TAMBRuntimeError;
 
-/// How long a run at the media's own speed takes at most to hear of a command.
+/// Poll interval for commands while a run in real time waits.
 constexpr std::chrono::milliseconds waitInterval{20};
 
-/// Seconds. A file that ends so much before the end that it tells has lost something.
+/// Seconds. A file that ends earlier than its stated duration by more than this is incomplete.
 constexpr double shortfall = 1;
 
-/// Where a command's time falls among samples: the first one that is not before it.
+/// The number of the first sample at or after a command's time.
 std::int64_t firstSample(const tamb::MediaTime& time, int sampleRate) {
   const auto& rate = time.GetEditRate();
   if (rate.GetNumerator() == 0 || rate.GetDenominator() == 0) {
@@ -65,7 +65,7 @@ MediaResult MediaRun::run() {
   requireNoStop();
   if (output_) {
     for (const auto* picture : input_->pictures()) {
-      output_->addPicture(*picture);  // Where there is no room for it, it is left out.
+      output_->addPicture(*picture);  // Left out if the container does not support it.
     }
     output_->start(input_->metadata());
   }
@@ -114,7 +114,7 @@ const char* MediaRun::asked(AVMediaType type) const {
 }
 
 void MediaRun::openDecoders() {
-  // What the container cannot take, and nobody asked for, is left out.
+  // Leaves out streams that the container does not support, unless the document requires them.
   const auto wanted = [this](AVMediaType type) {
     if (!output_ || output_->encoder(type) != nullptr) {
       return true;
@@ -144,7 +144,7 @@ void MediaRun::openLanes() {
       reports_.loudness(seconds, momentary, integrated);
     });
   }
-  // An empty stream is left out, as long as there is another one.
+  // Leaves out an empty stream if the other one is not empty.
   if (const auto* frame = videoDecoder_ ? videoDecoder_->peek() : nullptr) {
     video_.emplace(*frame, *videoDecoder_, input_->guessedFrameRate(), document_.videoFilter, output, nullptr,
                    faults_);
@@ -153,7 +153,7 @@ void MediaRun::openLanes() {
     audio_.emplace(*sound_, *audioDecoder_, AVRational{0, 1}, document_.audioFilter, output,
                    meter_ ? &*meter_ : nullptr, faults_);
   }
-  // A stop ends the reading: a stream without a frame need not be empty then.
+  // A stop interrupts the reading, so a stream without a frame is not necessarily empty then.
   requireNoStop();
   if (!video_ && !audio_) {
     const auto& error = faults_.firstError();
@@ -202,7 +202,7 @@ void MediaRun::process() {
       if ((!video_ || videoDecoder_->ended()) && (!audio_ || audioDecoder_->ended())) {
         return;
       }
-      // Each has asked to take the other's packets first, and has done so by now.
+      // Each stream has deferred to the other, whose packets have been taken since.
       if (waitedAt == input_->progress()) {
         throw TAMBRuntimeError(
             fmt::format("Cannot go on with {:?} at {:.3f} s: each of its streams waits for the other",
@@ -243,7 +243,7 @@ void MediaRun::requireWanted() const {
 void MediaRun::finish() {
   requireWanted();
   result_.stopped = stopping();
-  // A run that is stopped takes out no more than went in.
+  // A stopped run pulls no more than it has pushed.
   const auto wanted = [this](double seconds) {
     watch_.beat();
     commands_.executeUntil(position());
@@ -382,7 +382,7 @@ void MediaRun::waitFor(double mediaSeconds) {
 }
 
 void MediaRun::reach(double position, double end) {
-  // Where one stream was taken first for lack of the other, time steps back.
+  // Time steps back if one stream was processed first because the other had no packets.
   position_.position = std::max(position_.position.load(), position);
   result_.duration = std::max(result_.duration, end);
   reports_.progress(position_.position, commands_.paused());

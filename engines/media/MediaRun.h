@@ -21,22 +21,21 @@
 
 namespace qor::engines {
 
-/// One run of a media engine: takes the frames of video and audio in the order of their times through the
-/// filters to the output. A command of time t comes after every frame and every sample before t, and before
-/// all others: an audio frame is cut for it. The times of frames decide alone which step is next; hence the
+/// One run of a media engine: takes the frames of video and audio through the filters to the output, in the
+/// order of their times. A command of time t is executed after every frame and every sample before t, and
+/// before all others; audio frames are split for it. Only the times of frames determine the next step, so the
 /// same input, filters and timed commands give the same output.
 class MediaRun final : public MediaCommandTarget {
  public:
-  /// What is given has to outlive the run.
+  /// The arguments have to outlive the run.
   MediaRun(const MediaDocument& document, MediaCommands& commands, MediaReports& reports, RunWatch& watch,
            MediaPosition& position);
   ~MediaRun() override;
   MediaRun(const MediaRun&) = delete;
   MediaRun& operator=(const MediaRun&) = delete;
 
-  /// Returns when the output is complete. Throws TAMBRuntimeError when something fails, and StoppedEarly
-  /// when a stop was requested before input and output were open, or when the run was abandoned before its
-  /// end.
+  /// Returns when the output is complete. Throws TAMBRuntimeError on failure, and StoppedEarly if a stop was
+  /// requested before input and output were open, or if the run was abandoned before its end.
   MediaResult run();
 
   void advanceTo(const tamb::MediaTime& time) override;
@@ -46,25 +45,25 @@ class MediaRun final : public MediaCommandTarget {
   double position() const override { return position_.position; }
 
  private:
-  /// What the document asks for and the input has to have.
+  /// Checks that the input has the streams that the document requires.
   void requireStreams() const;
   void requireOtherFile() const;
   void openDecoders();
   void openLanes();
-  /// What the document asks of a stream of that type; null when there is nothing.
+  /// The setting that requires a stream of that type, for error texts; null if there is none.
   const char* asked(AVMediaType type) const;
-  /// Goes on without a stream that gave no frame. Throws if it begins too far behind the other one, or if it
-  /// cannot be decoded and the document asks something of it.
+  /// Continues without a stream that gave no frame. Throws if it begins too long after the other one, or if
+  /// it cannot be decoded and the document requires it.
   void leaveOut(StreamDecoder& decoder);
   void process();
   void finish();
-  /// Throws StoppedEarly when a stop was requested, as long as nothing has been written.
+  /// Throws StoppedEarly if a stop was requested before anything was written.
   void requireNoStop() const;
-  /// Throws when a run has been cut short whose output nobody wants.
+  /// Throws if the run was abandoned.
   void requireWanted() const;
 
   void showPicture();
-  /// Processes the audio at hand up to that sample.
+  /// Processes the decoded audio up to that sample.
   void playSound(std::int64_t end);
   void advanceSound(std::int64_t end);
   /// The number of the next sample.
@@ -89,9 +88,9 @@ class MediaRun final : public MediaCommandTarget {
   std::optional<MediaLane> video_;
   std::optional<MediaLane> audio_;
   MediaPacer pacer_;
-  FrameHandle sound_;  ///< the audio frame at hand
+  FrameHandle sound_;  ///< the current audio frame
   bool soundIsFill_ = false;
-  int soundOffset_ = 0;          ///< how many of its samples are done
+  int soundOffset_ = 0;          ///< number of its samples that are processed
   std::int64_t soundLimit_ = 0;  ///< the sample that commands may advance to
   bool stopped_ = false;
   MediaResult result_;

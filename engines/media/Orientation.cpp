@@ -18,7 +18,7 @@ namespace qor::engines {
 
 namespace {
 
-/// Where a picture's point goes: x' = a x + c y, y' = b x + d y; y counts downwards.
+/// The linear map of a picture's points: x' = a x + c y, y' = b x + d y; y counts downwards.
 struct Turn {
   double a = 1;
   double b = 0;
@@ -26,7 +26,8 @@ struct Turn {
   double d = 1;
 };
 
-/// A matrix as FFmpeg keeps it: nine numbers in rows, of which the first four here are of 16.16 bits.
+/// FFmpeg's matrix has nine numbers in rows; the four used here are fixed-point numbers with 16 fractional
+/// bits.
 Turn turnOf(const std::uint8_t* bytes) {
   std::array<std::int32_t, 9> matrix{};
   std::memcpy(matrix.data(), bytes, sizeof(matrix));
@@ -61,7 +62,7 @@ std::optional<Turn> turnOf(const AVStream& stream) {
 #endif
 }
 
-/// Degrees; what is less is rounding.
+/// Degrees; smaller angles are rounding errors.
 constexpr double tolerance = 1;
 
 }  // namespace
@@ -78,7 +79,7 @@ std::vector<std::string> uprightFilters(const AVStream& stream, const AVFrame& f
   const double along = std::hypot(a, c);
   const double down = std::hypot(b, d);
   if (along == 0 || down == 0) {
-    return {};  // Nothing would be left of the picture: that is no orientation.
+    return {};  // A degenerate matrix would collapse the picture.
   }
   const double slant = std::sin(tolerance * std::acos(-1) / 180);
   if (std::abs(b) < slant * down && std::abs(c) < slant * along) {
@@ -88,7 +89,7 @@ std::vector<std::string> uprightFilters(const AVStream& stream, const AVFrame& f
     return filters;
   }
   if (std::abs(a) < slant * along && std::abs(d) < slant * down) {
-    // A plain exchange of x and y is FFmpeg's "cclock_flip".
+    // Swapping x and y is FFmpeg's "cclock_flip".
     if (b > 0) return {c > 0 ? "transpose=cclock_flip" : "transpose=clock"};
     return {c > 0 ? "transpose=cclock" : "transpose=clock_flip"};
   }
@@ -97,7 +98,7 @@ std::vector<std::string> uprightFilters(const AVStream& stream, const AVFrame& f
   if (mirrored) {
     filters.emplace_back("hflip");
   }
-  // What is left behind the mirror turns x to (a, b).
+  // After the mirror, the remaining map takes x to (a, b).
   const double angle = mirrored ? std::atan2(-b, -a) : std::atan2(b, a);
   filters.push_back(fmt::format("rotate={:.6f}", angle));
   return filters;

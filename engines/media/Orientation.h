@@ -7,8 +7,8 @@
 
 namespace qor::engines {
 
-/// The filters, with their arguments, that turn and mirror pictures as a player would show them. What the
-/// first frame says comes before what the container says; none are needed when neither says anything.
+/// The filters, with their arguments, that rotate and mirror pictures as a player would. The first frame's
+/// data take precedence over the container's; empty if neither has any.
 std::vector<std::string> uprightFilters(const AVStream& stream, const AVFrame& first);
 
 }  // namespace qor::engines

@@ -22,17 +22,17 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// Nobody meets so many files of the same name by chance.
+/// More collisions of random names than this are not accidental.
 constexpr int mostAttempts = 100;
-/// Without those bits that run a program as somebody else.
+/// Without the set-user-ID, set-group-ID and sticky bits.
 constexpr mode_t permissions = S_IRWXU | S_IRWXG | S_IRWXO;
 
-/// As many as Linux follows.
+/// The limit that Linux has.
 constexpr int mostLinks = 40;
-/// Bytes that a slow disk writes well within the time-out of a ping.
+/// Bytes. A slow disk writes this much well within the time-out of a ping.
 constexpr off_t flushedAtOnce = off_t{16} << 20;
 
-/// As in ".k3x9qa.part".
+/// For example ".k3x9qa.part".
 std::string randomEnding() {
   constexpr std::string_view characters = "abcdefghijklmnopqrstuvwxyz0123456789";
   constexpr int length = 6;
@@ -45,14 +45,14 @@ std::string randomEnding() {
   return ending + ".part";
 }
 
-/// A name beside the path that is no longer than names may be.
+/// A temporary name in the same folder, cut to the longest valid file name.
 std::string nameBeside(const fs::path& path) {
   const auto ending = randomEnding();
   return (path.parent_path() / (path.filename().string().substr(0, NAME_MAX - ending.size()) + ending))
       .string();
 }
 
-/// None when there is no regular file.
+/// Empty if the path is not a regular file.
 std::optional<struct stat> statusOf(const fs::path& path) {
   struct stat status {};
   if (::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
@@ -61,8 +61,8 @@ std::optional<struct stat> statusOf(const fs::path& path) {
   return status;
 }
 
-/// Gives a file the owner, the group and the mode of the one that it replaces, as far as this process may:
-/// the group alone, when only root may give files away. A file system without modes is no reason to fail.
+/// Gives a file the owner, the group and the mode of the file that it replaces, as far as permitted: only the
+/// group if this process is not root. Errors are ignored, because some file systems have no modes.
 void takeOver(const struct stat& replaced, const std::string& file) {
   if (::chown(file.c_str(), replaced.st_uid, replaced.st_gid) != 0) {
     static_cast<void>(::chown(file.c_str(), static_cast<uid_t>(-1), replaced.st_gid) == 0);
@@ -70,12 +70,13 @@ void takeOver(const struct stat& replaced, const std::string& file) {
   auto mode = replaced.st_mode & permissions;
   const auto own = statusOf(file);
   if (!own || own->st_gid != replaced.st_gid) {
-    mode &= ~static_cast<mode_t>(S_IRWXG);  // They were meant for another group.
+    mode &= ~static_cast<mode_t>(S_IRWXG);  // These rights were meant for another group.
   }
   static_cast<void>(::chmod(file.c_str(), mode) == 0);
 }
 
-/// What a path names behind its symbolic links, whether it exists or not: a rename would replace the link.
+/// The target of a path after following its symbolic links, whether it exists or not. Renaming to the path
+/// itself would replace the link.
 fs::path followed(fs::path path) {
   std::error_code error;
   for (int count = 0; count < mostLinks && fs::is_symlink(path, error); ++count) {
@@ -89,7 +90,8 @@ fs::path followed(fs::path path) {
   return error || canonical.empty() ? path : canonical;
 }
 
-/// Writes a file to the disk part by part, since a system may keep gigabytes back. 0, or an error.
+/// Synchronises a file to disk part by part, because the kernel may cache gigabytes. Returns 0 or an error
+/// number.
 int flushParts(int descriptor, const std::function<void()>& beat) {
   struct stat status {};
   if (::fstat(descriptor, &status) != 0) {
@@ -98,7 +100,7 @@ int flushParts(int descriptor, const std::function<void()>& beat) {
   for (off_t at = 0; at < status.st_size; at += flushedAtOnce) {
     constexpr auto andWait = SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
     if (::sync_file_range(descriptor, at, flushedAtOnce, andWait) != 0) {
-      // A file system that cannot do it, or a system: fsync() does everything then.
+      // The file system or the kernel may not support it; fsync() then does all the work.
       return errno == EIO || errno == ENOSPC || errno == EDQUOT ? errno : 0;
     }
     beat();
@@ -113,7 +115,7 @@ OutputFile::OutputFile(const std::string& location, Sync sync) : location_(locat
   std::error_code error;
   const auto type = fs::status(path, error).type();
   if (!path.empty() && (type == fs::file_type::not_found || type == fs::file_type::regular)) {
-    // From the root: FFmpeg would take the beginning of a relative "x:y.wav" for a scheme.
+    // An absolute path, because FFmpeg would mistake the beginning of a relative "x:y.wav" for a scheme.
     const auto absolute = fs::absolute(path, error);
     final_ = followed(error ? fs::path(path) : absolute);
   }
@@ -130,12 +132,11 @@ const std::string& OutputFile::create() {
   if (final_.empty()) {
     return location_;
   }
-  // Not readable by more users than the file that it replaces, from the start: its group is not yet that
-  // one's.
+  // From the start, no user may read it who cannot read the file that it replaces; its group is set later.
   const mode_t mode = statusOf(final_) ? S_IRUSR | S_IWUSR : 0666;
   for (int attempt = 0; attempt < mostAttempts; ++attempt) {
     auto name = nameBeside(final_);
-    // Never one that is there already: that would be another run's, or the user's.
+    // O_EXCL: an existing file belongs to another run or to the user.
     const int descriptor = ::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
     if (descriptor >= 0) {
       ::close(descriptor);
@@ -158,7 +159,7 @@ void OutputFile::complete(const std::function<void()>& beat) {
   if (const auto replaced = statusOf(final_)) {
     takeOver(*replaced, written_);
   }
-  // Whatever follows, the complete file is not removed.
+  // From here on, the complete file is not removed, whatever happens.
   const auto written = std::exchange(written_, {});
   std::error_code error;
   fs::rename(written, final_, error);
@@ -166,7 +167,7 @@ void OutputFile::complete(const std::function<void()>& beat) {
     throw tamb::TAMBRuntimeError(fmt::format("Cannot rename {:?} to {:?}: {}; the complete file stays there",
                                              written, location_, error.message()));
   }
-  // A folder that cannot be synced has the new name all the same.
+  // Ignores errors: the new name is visible even if the folder cannot be synchronised.
   if (const int folder = ::open(final_.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
       folder >= 0) {
     static_cast<void>(sync_(folder) == 0);
@@ -177,7 +178,7 @@ void OutputFile::complete(const std::function<void()>& beat) {
 void OutputFile::flush(const std::function<void()>& beat) const {
   const int file = ::open(written_.c_str(), O_WRONLY | O_CLOEXEC);
   int error = file < 0 ? errno : flushParts(file, beat);
-  // EINVAL and EROFS: the file system has nothing to sync.
+  // EINVAL and EROFS: the file system does not support synchronisation.
   if (error == 0 && sync_(file) != 0 && errno != EINVAL && errno != EROFS) {
     error = errno;
   }

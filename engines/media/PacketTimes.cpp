@@ -15,8 +15,8 @@ namespace qor::engines {
 
 namespace {
 
-/// The program's defaults: -dts_delta_threshold 10, -dts_error_threshold 30 h, and how far a stream may step
-/// back.
+/// The defaults of the `ffmpeg` program: -dts_delta_threshold 10, -dts_error_threshold 30 h, and the longest
+/// step back of a stream.
 constexpr std::int64_t jumpThreshold = std::int64_t{10} * AV_TIME_BASE;
 constexpr std::int64_t errorThreshold = std::int64_t{30} * 3600 * AV_TIME_BASE;
 constexpr std::int64_t longestStepBack = AV_TIME_BASE / 10;
@@ -41,7 +41,7 @@ void shift(AVPacket& packet, std::int64_t microseconds, AVRational unit) {
   }
 }
 
-/// From one packet to the next.
+/// The distance from one packet to the next.
 std::int64_t durationOf(const AVPacket& packet, const AVStream& stream) {
   const auto& parameters = *stream.codecpar;
   if (parameters.codec_type == AVMEDIA_TYPE_AUDIO && parameters.sample_rate > 0 &&
@@ -82,7 +82,7 @@ void PacketTimes::correct(AVPacket& packet) {
 
 std::int64_t PacketTimes::jumpOf(const Track& track, std::int64_t time) const {
   if (track.next == AV_NOPTS_VALUE) {
-    // The first packet of a stream is compared to the other stream.
+    // The first packet of a stream is compared with the other stream.
     const auto difference = lastTime_ == AV_NOPTS_VALUE ? 0 : av_sat_sub64(time, lastTime_);
     return exceeds(difference, jumpThreshold) ? difference : 0;
   }
@@ -132,7 +132,7 @@ void PacketTimes::expect(const AVPacket& packet, const AVStream& stream, Track& 
   } else if (track.next != AV_NOPTS_VALUE) {
     track.last = track.next;
   } else if (packet.pts != AV_NOPTS_VALUE) {
-    // A decoder reorders pictures: the first one is decoded so many pictures before it is due.
+    // Pictures are reordered: the first one is decoded this many pictures before it is displayed.
     const auto rate = stream.avg_frame_rate;
     const auto delay = rate.num > 0 && rate.den > 0
                            ? av_rescale_q(stream.codecpar->video_delay, av_inv_q(rate), microsecond)

@@ -9,16 +9,16 @@ extern "C" {
 
 namespace qor::engines {
 
-/// An exact time of the media: so many units, each of so many seconds.
+/// An exact media time: a number of units, each of `unit` seconds.
 struct RationalTime {
   std::int64_t units = 0;
   AVRational unit{1, 1};
 
-  /// The double that is nearest, as a command's time is told in.
+  /// The nearest double; commands have their times in this form.
   double seconds() const {
     return static_cast<double>(units) * static_cast<double>(unit.num) / static_cast<double>(unit.den);
   }
-  /// The number of the first sample that is not before this time.
+  /// The number of the first sample at or after this time.
   std::int64_t firstSample(int sampleRate) const {
     return av_rescale_q_rnd(units, unit, AVRational{1, sampleRate}, AV_ROUND_UP);
   }

@@ -2,7 +2,7 @@
 
 namespace qor::engines {
 
-/// Thrown when a stop was requested before there was anything to stop, or when the run was abandoned.
+/// Thrown if a stop was requested before the run had written anything, or if the run was abandoned.
 struct StoppedEarly {};
 
 }  // namespace qor::engines

@@ -19,19 +19,20 @@ namespace qor::engines {
 
 namespace {
 
-/// Containers round the times of audio; up to here a difference is rounding, above it is a gap.
+/// Containers round the times of audio: smaller differences are rounding, larger ones are gaps.
 constexpr std::int64_t audioToleranceMilliseconds = 50;
-/// Beyond it, a time stamp is taken for damage, as by the `ffmpeg` program.
+/// A time stamp with a larger gap is damaged, as for the `ffmpeg` program.
 constexpr double longestGapSeconds = 30 * 3600;
-/// Up to here, a gap is filled as it comes; behind a longer one, the times of so many seconds have to agree.
-/// The `ffmpeg` program, too, takes more than 10 s for a jump in formats whose times may jump.
+/// A gap up to this length is filled at once; a longer one only if the times of as many seconds after it
+/// agree. The `ffmpeg` program, too, considers more than 10 s a jump in formats whose times may jump.
 constexpr std::int64_t longestDoubtlessGapSeconds = 10;
 /// Ten years.
 constexpr double longestMediaSeconds = 3650.0 * 24 * 3600;
-/// Errors in a row without a packet taken: the decoder is stuck. None is known to give more than a few.
+/// After this many consecutive errors without consuming a packet, the decoder is stuck. No known decoder
+/// returns more than a few.
 constexpr int mostLostWithoutPacket = 1'000;
-/// The length of one frame of the silence that fills gaps, in samples. Frames are made one at a time, so that
-/// a long gap takes no more memory than a short one.
+/// The length of one frame of silence, in samples. Frames are created one at a time, so that a long gap takes
+/// no more memory than a short one.
 constexpr std::int64_t silenceFrameSize = 1'024;
 
 std::string layoutText(const AVChannelLayout& layout) {
@@ -105,7 +106,7 @@ RationalTime StreamDecoder::time() const {
   if (frameRate_.num > 0 && frameRate_.den > 0 && codec_->codec_type == AVMEDIA_TYPE_VIDEO) {
     const auto frameDuration = av_inv_q(frameRate_);
     const auto number = av_rescale_q(frame_->pts, timeBase_, frameDuration);
-    // Containers round: a frame that is as near to its place as they can tell, is there.
+    // Containers round: a frame within one unit of its position counts as exactly there.
     const auto distance = av_sat_sub64(av_rescale_q(number, frameDuration, timeBase_), frame_->pts);
     if (distance >= -1 && distance <= 1) {
       return {number, frameDuration};
@@ -133,7 +134,7 @@ bool StreamDecoder::decode() {
       return true;
     }
     if (result == AVERROR_EOF || lostWithoutPacket > mostLostWithoutPacket) {
-      // It may do so before its packets have come to an end.
+      // The decoder may end before its packets do.
       end();
       return false;
     }
@@ -159,13 +160,13 @@ void StreamDecoder::feed() {
       starved_ = true;
       return;
     }
-    // An empty packet, which some containers hold, would be taken for the end.
+    // The decoder would mistake an empty packet, which some containers have, for the end.
   } while (packet && packet->size == 0);
   if (packet) {
     const auto time = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
     packetSeconds_ = time == AV_NOPTS_VALUE ? expectedSeconds() : seconds(av_sat_sub64(time, startTime_));
   }
-  // Without a packet it is told that there are no more.
+  // A null packet marks the end.
   const int result = avcodec_send_packet(codec_.get(), packet.get());
   if (result < 0 && result != AVERROR_EOF) {
     lose(result);
@@ -195,7 +196,7 @@ bool StreamDecoder::stamp() {
   } else {
     stampAudio(time);
   }
-  // Hence whoever counts on from here, in samples or in units of the stream, is far from an overflow.
+  // This bound prevents overflows in later arithmetic with samples or units of the stream.
   const double reached = static_cast<double>(frame_->pts) * av_q2d(timeBase_);
   if (reached > longestMediaSeconds) {
     throw tamb::TAMBRuntimeError(fmt::format("Cannot decode stream {} of {:?}: its time has come to {:.3f} s",
@@ -215,7 +216,7 @@ void StreamDecoder::dropTime(double expected, double given) {
 
 bool StreamDecoder::isBeyondSilence(std::int64_t time) {
   if (damagedFrom_ && time >= *damagedFrom_) {
-    return true;  // Of one damaged cluster, each packet is late.
+    return true;  // Every packet of a damaged cluster is late.
   }
   damagedFrom_.reset();
   const auto inUnits = [this](std::int64_t seconds) {
@@ -243,7 +244,7 @@ void StreamDecoder::stampVideo(std::int64_t time) {
   next_ = av_sat_add64(frame_->pts, std::max<std::int64_t>(usual, 1));
 }
 
-// Audio counts samples: its time base becomes the sample duration with the first frame.
+// Audio counts samples: the first frame sets the time base to the duration of a sample.
 void StreamDecoder::stampAudio(std::int64_t time) {
   if (frame_->ch_layout.order == AV_CHANNEL_ORDER_UNSPEC) {
     av_channel_layout_default(&frame_->ch_layout, frame_->ch_layout.nb_channels);
@@ -258,7 +259,7 @@ void StreamDecoder::stampAudio(std::int64_t time) {
   if (time != AV_NOPTS_VALUE) {
     const auto given = av_rescale_q(time, stream_.time_base, sample);
     const auto tolerance = frame_->sample_rate * audioToleranceMilliseconds / 1000;
-    // Audio never steps back: what overlaps is put behind.
+    // Audio never steps back: overlapping audio is moved behind the earlier one.
     if (av_sat_sub64(given, next_) > tolerance || next_ == 0) {
       frame_->pts = std::max(given, next_);
     }
@@ -272,7 +273,7 @@ void StreamDecoder::openGap() {
     soundEnd_ = next_;
     return;
   }
-  // What begins a little later is no gap to tell of, and yet it keeps its place.
+  // A short delay is filled as well, but not reported as a gap.
   if (gap > frame_->sample_rate * audioToleranceMilliseconds / 1000) {
     const auto inSeconds = [&](std::int64_t samples) {
       return static_cast<double>(samples) / frame_->sample_rate;

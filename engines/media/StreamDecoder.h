@@ -11,52 +11,52 @@
 
 namespace qor::engines {
 
-/// Decodes one stream, without threads, so that the same file gives the same frames. Skips what cannot be
-/// decoded and counts it among the faults, or throws, as the faults are set.
+/// Decodes one stream, without threads, so that the same file gives the same frames. Depending on the setting
+/// of the faults, it skips and counts data that cannot be decoded, or throws.
 class StreamDecoder {
  public:
-  /// What is given has to outlive it. `fillGaps` puts silence where sound has gaps, for outputs that cannot
-  /// hold them.
+  /// The arguments have to outlive this object. `fillGaps` fills gaps in the sound with silence, for outputs
+  /// that cannot represent them.
   StreamDecoder(MediaInput& input, AVStream& stream, MediaFaults& faults, bool fillGaps);
 
-  /// The next frame in presentation order; stays there until it is taken. Null when there is none now: see
+  /// The next frame in presentation order, which stays until it is taken. Null if none is available now: see
   /// ended().
   AVFrame* peek();
   FrameHandle take();
-  /// Whether the frame of the last peek() is silence that was put into a gap.
+  /// Whether the frame of the last peek() is silence that fills a gap.
   bool isFill() const { return isFill_; }
-  /// False after a null peek() when the input has to be asked for the other stream first.
+  /// False after a null peek() if the other stream has to be read first.
   bool ended() const { return ended_; }
-  /// Gives the stream up: its packets no longer keep the other one waiting.
+  /// Abandons the stream: its packets no longer block the other one.
   void end();
 
-  /// Why the first part that was skipped could not be decoded; empty if there was none.
+  /// Why the first skipped part could not be decoded; empty if none was skipped.
   const std::string& firstError() const { return firstError_; }
 
-  /// When the frame of the last peek() is due.
+  /// The time of the frame of the last peek().
   RationalTime time() const;
-  /// What the frames' time stamps count; they begin with the media at 0.
+  /// The unit of the frames' time stamps; the media begins at 0.
   AVRational timeBase() const { return timeBase_; }
   const AVStream& stream() const { return stream_; }
-  /// As in "1: audio aac 48000 Hz stereo".
+  /// For example "1: audio aac 48000 Hz stereo".
   std::string text() const;
 
  private:
-  /// False when no frame is to be had now.
+  /// False if no frame is available now.
   bool decode();
   void feed();
-  /// False when the frame is useless.
+  /// False if the frame is unusable.
   bool stamp();
-  /// Counts a time stamp that is damage. Throws if the run is to fail for it.
+  /// Counts a damaged time stamp. Throws if the run should fail in that case.
   void dropTime(double expected, double given);
-  /// Whether a frame is so late that silence up to it would be too long, and later packets belong before it:
-  /// its time is damage then.
+  /// Whether a frame is so late that the silence before it would be too long, while later packets are earlier
+  /// than it: its time is then damaged.
   bool isBeyondSilence(std::int64_t time);
   void stampVideo(std::int64_t time);
   void stampAudio(std::int64_t time);
   void openGap();
   void nextOfGap();
-  /// Counts what could not be decoded. Throws if the run is to fail for it.
+  /// Counts a part that could not be decoded. Throws if the run should fail in that case.
   void lose(int error);
   double expectedSeconds() const;
   double seconds(std::int64_t time) const;
@@ -67,7 +67,7 @@ class StreamDecoder {
   AVStream& stream_;
   CodecHandle codec_;
   FrameHandle frame_;
-  FrameHandle behindGap_;  ///< the frame that was decoded, as long as silence comes before it
+  FrameHandle behindGap_;  ///< decoded frame, while silence comes before it
   bool hasFrame_ = false;
   bool isFill_ = false;
   bool ended_ = false;
@@ -75,13 +75,13 @@ class StreamDecoder {
   AVRational timeBase_;
   std::int64_t startTime_;
   AVRational frameRate_{0, 1};
-  /// Where the next frame is expected, in units of the time base.
+  /// The expected time of the next frame, in units of the time base.
   std::int64_t next_ = 0;
-  /// Where the sound that was handed out ends, in samples.
+  /// The end of the delivered sound, in samples.
   std::int64_t soundEnd_ = 0;
-  /// As long as times are damage: from here on, in units of the stream.
+  /// While times are damaged: the start of the damage, in units of the stream.
   std::optional<std::int64_t> damagedFrom_;
-  double packetSeconds_ = 0;  ///< the time of the last packet
+  double packetSeconds_ = 0;  ///< time of the last packet
   std::string firstError_;
 };
 

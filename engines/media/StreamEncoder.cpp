@@ -18,9 +18,9 @@ namespace qor::engines {
 
 namespace {
 
-/// MPEG-4 cannot count finer.
+/// The finest unit of MPEG-4.
 constexpr int finestUnit = 65'535;
-/// Good quality without much thought: 1 is best, 31 worst.
+/// Good quality for most material: 1 is best, 31 worst.
 constexpr int quantizer = 3;
 constexpr unsigned int usualFrameSize = 1'024;
 
@@ -102,20 +102,20 @@ void StreamEncoder::encode(AVFrame& frame, AVRational timeBase) {
                                           : av_rescale_q(frame.pts, timeBase, codec_->time_base);
   if (time < next_) {
     if (video) {
-      return;  // Two frames for one place: the first one has it.
+      return;  // If two frames have the same position, the first one is kept.
     }
     time = next_;
   }
   next_ = av_sat_add64(time, video ? 1 : frame.nb_samples);  // Filters may set any time.
   frame.pts = time;
-  frame.pict_type = AV_PICTURE_TYPE_NONE;  // What it was in the input is nothing to the encoder.
+  frame.pict_type = AV_PICTURE_TYPE_NONE;  // The picture's type in the input must not influence the encoder.
   send(&frame);
 }
 
 void StreamEncoder::finish() { send(nullptr); }
 
 unsigned int StreamEncoder::frameSize() const {
-  // The sizes of packets are not to depend on where the audio was cut for commands.
+  // Packet sizes must not depend on where audio was split for commands.
   return codec_->frame_size > 0 ? static_cast<unsigned int>(codec_->frame_size) : usualFrameSize;
 }
 

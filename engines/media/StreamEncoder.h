@@ -12,20 +12,20 @@ namespace qor::engines {
 /// Encodes one stream, without threads, so that the same frames give the same bytes.
 class StreamEncoder {
  public:
-  /// Gets each packet, in the units of timeBase().
+  /// Receives each packet, with times in units of timeBase().
   using Writer = std::function<void(AVPacket&)>;
 
-  /// `first` is the first frame that will come, of the format given. `globalHeader` is what the container
-  /// wants.
+  /// `first` is the first frame that will be encoded, in the given format. `globalHeader` is the container's
+  /// requirement.
   StreamEncoder(const AVCodec& encoder, const AVFrame& first, const FilteredFormat& format, bool globalHeader,
                 Writer writer);
 
   void encode(AVFrame& frame, AVRational timeBase);
-  /// Hands out what the encoder holds back; nothing can be encoded after it.
+  /// Delivers the packets that the encoder holds back; nothing can be encoded afterwards.
   void finish();
 
   const AVCodecContext& context() const { return *codec_; }
-  /// Of audio: how many samples each frame but the last is to have.
+  /// For audio: the required number of samples per frame, except the last.
   unsigned int frameSize() const;
 
  private:
@@ -34,11 +34,12 @@ class StreamEncoder {
   void send(const AVFrame* frame);
 
   CodecHandle codec_;
-  /// As in `the video encoder "mpeg4" (64x48)`. An encoder that did not open knows nothing of it any more.
+  /// For example `the video encoder "mpeg4" (64x48)`. Stored, because an encoder that failed to open has lost
+  /// these values.
   std::string text_;
   const Writer writer_;
   PacketHandle packet_;
-  std::int64_t next_;  ///< no frame may have an earlier time stamp
+  std::int64_t next_;  ///< minimum time stamp of the next frame
 };
 
 }  // namespace qor::engines

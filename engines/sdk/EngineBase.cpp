@@ -17,7 +17,7 @@ using tamb::TAMBRuntimeError;
 
 namespace {
 
-/// Null for a command processor of somebody else's, which answers for itself.
+/// Null for a foreign command processor, which has to answer refused commands itself.
 tamb::ICommandRefusals* refusalsOf(tamb::ICommandProcessorBackEnd& commands) {
   return dynamic_cast<tamb::ICommandRefusals*>(&commands);
 }
@@ -42,7 +42,7 @@ EngineBase::EngineBase(std::string name, const std::string& step,
   }
 }
 
-// The command processor may outlive the engine that it was told of.
+// Unregisters from the command processor, which may outlive the engine.
 EngineBase::~EngineBase() {
   commands_->DefineEngine(nullptr);
   if (auto* const refusals = refusalsOf(*commands_)) refusals->SetRefusalHandler(nullptr);

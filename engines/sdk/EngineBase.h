@@ -16,11 +16,11 @@
 
 namespace qor::engines {
 
-/// What engines have in common: what their user gives them, the states of their one run, and the step whose
-/// commands and notifications are theirs. Any thread.
+/// The common part of all engines: it keeps what the user sets, manages the states of the single run, and
+/// owns the step that receives commands and publishes notifications. Any thread.
 ///
-/// Every command is answered. Commands that nobody can execute get "CommandFailed": those for a step that
-/// there is not, those whose execution throws, and those that come, or still wait, when the run has ended.
+/// Every command is answered. Commands that cannot be executed get "CommandFailed": those for an unknown
+/// step, those whose execution throws, and those that arrive, or are still waiting, when the run has ended.
 class EngineBase : public tamb::IEngineFrontEnd, public IAbandonable {
  public:
   ~EngineBase() override;
@@ -34,13 +34,13 @@ class EngineBase : public tamb::IEngineFrontEnd, public IAbandonable {
   void AddClock(std::string name, std::shared_ptr<tamb::IMediaClock> clock) override;
   void AddLogger(std::string name, std::shared_ptr<tamb::ILogger> logger) override;
   void AddBenchmarker(std::string name, void* benchmarker) override;
-  /// An engine runs once: entering it again throws TAMBRuntimeError and changes nothing. When the run throws,
-  /// "Failed" is published with the exception's text, unless the run has published it, and the exception
-  /// passes through.
+  /// An engine runs once: a second call throws TAMBRuntimeError and changes nothing. If the run throws,
+  /// "Failed" is published with the exception's text, unless the run has published it, and the exception is
+  /// rethrown.
   void Run() override;
-  /// Returns at once when nothing runs.
+  /// Returns at once if the engine is not running.
   void Ping(unsigned int timeout) override;
-  /// Before Run, it has the run end at its start.
+  /// A call before Run makes the run end at its start.
   void RequestStop() override;
   void Abandon(std::string reason) override;
   void WaitForStop(unsigned int timeout) override;
@@ -53,18 +53,18 @@ class EngineBase : public tamb::IEngineFrontEnd, public IAbandonable {
   std::string GetLastErrorMessage() const override;
 
  protected:
-  /// `name` stands in texts, `step` is where commands come to and notifications come from.
+  /// `name` begins error texts; `step` receives the commands and publishes the notifications.
   EngineBase(std::string name, const std::string& step,
              std::shared_ptr<tamb::ICommandProcessorBackEnd> commands);
 
-  /// The run; what it throws passes through Run.
+  /// The run. Run rethrows its exceptions.
   virtual void runOnce() = 0;
 
-  /// Throws TAMBRuntimeError once Run has been entered.
+  /// Throws TAMBRuntimeError once Run has been called.
   void requireNotRun(const std::string& what) const;
-  /// The status from now on, for runs that end with a notification; without it, Run sets it.
+  /// Sets the final status, for runs that report failures by notification. Otherwise Run sets it.
   void conclude(tamb::EngineStatus status, const std::string& error);
-  /// Notifications with the ids and the hub that the engine has now.
+  /// Notifications with the current ids and hub.
   StepNotifications notifications() const { return source_->notifications(); }
 
   const std::string& name() const { return name_; }
@@ -74,7 +74,7 @@ class EngineBase : public tamb::IEngineFrontEnd, public IAbandonable {
   StepControl& control() { return *control_; }
 
  private:
-  /// From now on, commands that come or wait are refused.
+  /// Refuses all waiting and all future commands.
   void refuseCommands(const std::string& reason);
 
   const std::string name_;
@@ -89,7 +89,8 @@ class EngineBase : public tamb::IEngineFrontEnd, public IAbandonable {
   bool running_ QOR_GUARDED_BY(mutex_) = false;
   tamb::EngineStatus status_ QOR_GUARDED_BY(mutex_) = tamb::EngineStatus::Idle;
   std::string lastError_ QOR_GUARDED_BY(mutex_);
-  // Kept for the log context, and because their givers may count on it; the document says what is read.
+  // Kept for the log context, and for callers that rely on their lifetime. The engine reads only what its
+  // document names.
   std::shared_ptr<const tamb::IParametersCollectionInstance> config_ QOR_GUARDED_BY(mutex_);
   std::map<std::string, std::shared_ptr<tamb::IInputEndpoint>> inputs_ QOR_GUARDED_BY(mutex_);
   std::map<std::string, std::shared_ptr<tamb::IOutputEndpoint>> outputs_ QOR_GUARDED_BY(mutex_);

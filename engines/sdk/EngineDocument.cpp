@@ -55,7 +55,7 @@ Json parse(const std::string& text) {
         position == text.size() ? "where it ends" : quoteText(std::string_view(text).substr(position)),
         expectedObject));
   } catch (const Json::out_of_range& error) {
-    // Its text ends in the number, in single quotes.
+    // The library's text ends with the number, in single quotes.
     std::string_view number = error.what();
     number.remove_prefix(number.find('\'') + 1);
     if (number.ends_with('\'')) number.remove_suffix(1);
@@ -82,7 +82,7 @@ std::pair<Json, std::string> parseFor(const std::string& text, const std::vector
   return {std::move(json), std::move(name)};
 }
 
-/// Not empty, and without null characters.
+/// A text that is not empty and has no null characters; refuses any other value.
 std::string textIn(const std::string& key, const Json& value) {
   if (!value.is_string() || value.get_ref<const std::string&>().empty()) {
     refuseDocument(fmt::format("{:?} is {}; expected a string that is not empty", key, quoteJson(value)));
@@ -95,7 +95,7 @@ std::string textIn(const std::string& key, const Json& value) {
   return text;
 }
 
-/// A text, or the bytes of an object that holds them percent-encoded.
+/// A text, or the bytes of an object that contains them percent-encoded.
 std::string locationIn(const std::string& key, const Json& value) {
   if (value.is_string()) return textIn(key, value);
   const bool isEncoded = value.is_object() && value.size() == 1 && value.contains(percentEncodedKey) &&
@@ -130,7 +130,7 @@ std::size_t choiceNumbered(const ManualKey& key, const std::string& name) {
 /// Reads objects by the keys of a manual.
 class DocumentReader {
  public:
-  /// `place` is how texts call the object; `others` are keys that may be there and are not read.
+  /// `place` names the object in error texts; `others` are valid keys that are not read here.
   static DocumentValues read(const Json& object, const std::string& place, const std::vector<ManualKey>& keys,
                              std::vector<std::string> others) {
     if (!object.is_object()) {

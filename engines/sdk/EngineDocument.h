@@ -12,13 +12,13 @@
 namespace qor::engines {
 
 /// The values of an engine's document, or of one object within it: checked against the keys of a manual, with
-/// the manual's defaults for the keys that are not given. Asking for a key that the manual does not have, or
-/// that has another type there, throws std::logic_error. Immutable, hence for any thread.
+/// the manual's defaults for missing keys. Access to a key that the manual does not contain, or contains with
+/// another type, throws std::logic_error. Immutable, therefore usable on any thread.
 class DocumentValues {
  public:
   bool isGiven(const std::string& key) const;
-  /// The value of a text, a location (bytes, not necessarily UTF-8) or a choice; empty when it is not given
-  /// and has no default. Holds no null characters.
+  /// The value of a text, a location (bytes, not necessarily UTF-8) or a choice; empty if it is missing and
+  /// has no default. Contains no null characters.
   const std::string& text(const std::string& key) const;
   bool flag(const std::string& key) const;
   std::uint64_t count(const std::string& key) const;
@@ -27,9 +27,9 @@ class DocumentValues {
   Enumeration choice(const std::string& key) const {
     return static_cast<Enumeration>(choiceNumber(key));
   }
-  /// The values of an object; all of them defaults when it is not given.
+  /// The values of an object; only defaults if it is missing.
   const DocumentValues& object(const std::string& key) const;
-  /// A given value as the document has it, cut to 60 bytes, for the text of a failure.
+  /// The text of a given value, cut to 60 bytes, for error messages.
   const std::string& quoted(const std::string& key) const;
 
  private:
@@ -51,16 +51,16 @@ class DocumentValues {
   std::map<std::string, Value> values_;
 };
 
-/// Reads a description, a JSON object, for the engine of that manual. Throws TAMBRuntimeError when it is not
-/// an object, is for another engine, or has a key that is unknown, missing or of a wrong type: one line that
-/// quotes the offending part and states what is expected.
+/// Reads a description, a JSON object, for the engine with that manual. Throws TAMBRuntimeError if it is not
+/// an object, is for another engine, or has a key that is unknown, missing or of a wrong type. The text is
+/// one line that quotes the wrong part and states what was expected.
 DocumentValues readDocument(const std::string& text, const EngineManual& manual);
 
-/// The value of a description's key "engine". Throws TAMBRuntimeError, as readDocument does, when it is not
-/// one of these names.
+/// The value of a description's key "engine". Throws TAMBRuntimeError, as readDocument does, if it is not one
+/// of `names`.
 std::string engineNamedIn(const std::string& text, const std::vector<std::string>& names);
 
-/// Throws the TAMBRuntimeError of a document that is wrong in a way that a manual cannot express.
+/// Throws the TAMBRuntimeError for an error that a manual cannot express.
 [[noreturn]] void refuseDocument(const std::string& what);
 
 }  // namespace qor::engines

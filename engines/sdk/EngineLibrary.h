@@ -6,13 +6,13 @@
 
 namespace qor::engines {
 
-/// What an engine library and the program that loads it have to agree in: the classes of tamb/ and of
-/// IEngineFactory.h, which both are compiled with. It is counted up whenever one of them changes.
+/// The version of the classes that an engine library and the program that loads it share: those of tamb/ and
+/// IEngineFactory.h. Incremented whenever one of them changes.
 inline constexpr std::uint32_t engineInterfaceVersion = 1;
 
-/// The type of the one function that an engine library exports. It is given the version that the program was
-/// compiled with, writes its own to `libraryVersion`, and returns null when the two differ. The factory
-/// belongs to the library, and lives as long as the process.
+/// The type of the only function that an engine library exports. The program passes the version that it was
+/// compiled with; the function writes the library's version to `libraryVersion`, and returns null if the two
+/// differ. The library owns the factory, which lives as long as the process.
 using EngineFactoryFunction = const IEngineFactory* (*)(std::uint32_t programVersion,
                                                         std::uint32_t* libraryVersion);
 
@@ -21,7 +21,7 @@ inline constexpr const char* engineFactoryFunctionName = "TambEngineFactory";
 
 }  // namespace qor::engines
 
-/// Defines the exported function of an engine library, with a factory of that class. Once in each library,
+/// Defines the exported function of an engine library, with a factory of that class. Use it once per library,
 /// outside of all namespaces:
 ///
 ///   TAMB_ENGINE_LIBRARY(qor::engines::EngineFactory<MixerEngine>)

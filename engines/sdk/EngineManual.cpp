@@ -17,14 +17,14 @@ namespace {
 // Members in the order in which they are set.
 using Json = nlohmann::ordered_json;
 
-/// Where texts begin, in columns.
+/// The column where the descriptions begin.
 constexpr std::size_t textColumn = 24;
 
 Json jsonOf(const NotificationValue& value) {
   return std::visit([](const auto& held) { return Json(held); }, value);
 }
 
-/// Null when there is none.
+/// Null if the key has no default.
 Json defaultOf(const ManualKey& key) {
   if (key.isRequired || key.type == KeyType::Object) return nullptr;
   if (key.defaultValue) return jsonOf(*key.defaultValue);

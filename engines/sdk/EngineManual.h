@@ -10,19 +10,19 @@
 
 namespace qor::engines {
 
-/// What a key of an engine's document holds.
+/// The type of a key in an engine's document.
 enum class KeyType {
-  /// A text that is not empty.
+  /// A non-empty text.
   Text,
   /// A file or a URL: a text, or an object with the percent-encoded bytes of a name that is not UTF-8.
   Location,
   /// true or false.
   Flag,
-  /// A whole number from 0 to 2^64 - 1.
+  /// An integer from 0 to 2^64 - 1.
   Count,
   /// One of the choices, a text.
   Choice,
-  /// An object with keys of its own.
+  /// An object with its own keys.
   Object,
 };
 
@@ -35,7 +35,8 @@ struct ManualKey {
   KeyType type = KeyType::Text;
   std::string summary = {};
   bool isRequired = false;
-  /// Empty for a choice whose default is the first one, a flag that is false and a count that is 0.
+  /// Empty for a choice that defaults to the first one, a flag that defaults to false, and a count that
+  /// defaults to 0.
   std::optional<NotificationValue> defaultValue = std::nullopt;
   std::vector<std::string> choices = {};
   std::vector<ManualKey> keys = {};
@@ -56,38 +57,39 @@ struct ManualCommand {
 };
 
 struct ManualNotification {
-  /// Its notification line.
+  /// The notification line.
   std::string line = {};
   std::string summary = {};
   std::vector<ManualValue> values = {};
   bool isAnError = false;
 };
 
-/// What an engine reports of itself, for people and for programs: what its description may hold, which
-/// commands it executes and what it publishes. The key "engine", which every document has, is not listed.
+/// An engine's description of itself, for people and for programs: the keys of its document, the commands
+/// that it executes and the notifications that it publishes. The key "engine", which every document has, is
+/// not listed.
 struct EngineManual {
   /// The value of the document's key "engine".
   std::string name = {};
   std::string summary = {};
-  /// Where its commands are sent to and its notifications come from.
+  /// The step that its commands are addressed to and its notifications come from.
   std::string step = {};
   std::vector<ManualKey> keys = {};
   std::vector<ManualCommand> commands = {};
   std::vector<ManualNotification> notifications = {};
 };
 
-/// What every engine on EngineBase publishes, or its process does in its place: the answers to commands, and
-/// the two ends of a run.
+/// The notifications of every engine derived from EngineBase, published by the engine or by its process: answers
+/// to commands, and the two ends of a run.
 std::vector<ManualNotification> commonNotifications();
 
-/// The manual with the common notifications behind those that it lists; of each line, the first one counts.
-/// EngineFactory describes every engine so: a manual need not list them, except for further values.
+/// The manual with the common notifications after its own; if both list a line, the manual's entry counts.
+/// EngineFactory adds them for every engine, so a manual lists them only if they have further values.
 EngineManual withCommonNotifications(EngineManual manual);
 
-/// The manual for people, in lines of the form that a terminal shows well; ends in a line end.
+/// The manual as text for a terminal; ends with a line end.
 std::string manualText(const EngineManual& manual);
 
-/// The manual for programs: a JSON object, indented, without a line end behind it. docs/engine-libraries.md
+/// The manual for programs: an indented JSON object without a final line end. docs/engine-libraries.md
 /// describes its members.
 std::string manualJson(const EngineManual& manual);
 

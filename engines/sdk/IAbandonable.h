@@ -4,14 +4,13 @@
 
 namespace qor::engines {
 
-/// An engine whose run can be given up when nobody is there any more who wants its result. Any thread.
+/// An engine whose run can be abandoned when its result is no longer wanted. Any thread.
 class IAbandonable {
  public:
   virtual ~IAbandonable() = default;
-  /// Stops the run as RequestStop does, but leaves nothing of its output: what was there before the run
-  /// stays. Means nothing once a stop was requested, which completes the output. `reason` is what the run
-  /// reports as its failure; when it is empty, whoever ends the process reports it, and the run reports
-  /// nothing.
+  /// Stops the run as RequestStop does, but removes its output and keeps an earlier one. Has no effect after
+  /// a stop request, which completes the output. The run reports `reason` as its failure; if it is empty, the
+  /// run reports nothing, because the caller, which ends the process, does.
   virtual void Abandon(std::string reason) = 0;
 };
 

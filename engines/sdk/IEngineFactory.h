@@ -10,7 +10,7 @@
 
 namespace qor::engines {
 
-/// Makes engines of one kind: all that the process around an engine has to know of it. Any thread.
+/// Creates engines of one kind; this is the only interface that the process needs for that. Any thread.
 class IEngineFactory {
  public:
   virtual ~IEngineFactory() = default;
@@ -18,9 +18,9 @@ class IEngineFactory {
   /// Does not load or open anything. A factory that is written by hand adds what its engines publish without
   /// their own doing: see withCommonNotifications.
   virtual EngineManual describe() const = 0;
-  /// Makes an engine that executes the commands of `commands`. The description is there for factories that
-  /// choose by it: the caller gives it to the engine itself, by AddEngineDescription, once the engine has its
-  /// ids. Throws TAMBRuntimeError when no engine can be made.
+  /// Creates an engine that executes the commands of `commands`. A factory may use the description to choose
+  /// between engines; the caller passes it to the engine by AddEngineDescription, after setting the ids.
+  /// Throws TAMBRuntimeError if the engine cannot be created.
   virtual std::shared_ptr<tamb::IEngineFrontEnd> make(
       std::shared_ptr<tamb::IEngineDescription> description,
       std::shared_ptr<tamb::ICommandProcessorBackEnd> commands) const = 0;

@@ -6,7 +6,7 @@
 
 namespace qor::engines {
 
-/// Reads a JSON text without building anything, up to the first error or to what is nested too deep.
+/// Parses a JSON text without building values, up to the first error or until it is nested too deep.
 class JsonNesting : public nlohmann::json_sax<nlohmann::json> {
  public:
   explicit JsonNesting(int deepest) : deepest_(deepest) {}
@@ -39,13 +39,13 @@ class JsonNesting : public nlohmann::json_sax<nlohmann::json> {
   int depth_ = 0;
 };
 
-/// How deep what people write may be nested: a workflow or a description needs three levels, and quoting what
-/// is wrong takes stack for each.
+/// The deepest nesting accepted in user input: a workflow or a description needs three levels, and quoting a
+/// wrong part uses stack for each.
 inline constexpr int deepestNesting = 32;
 
 /// Whether objects and arrays are nested more than `deepest` levels deep, before the first error in the text
-/// if there is one. Takes time in proportion to the text: a parser with a callback, which could refuse such a
-/// text too, searches the whole enclosing list at the end of each object in it. Any thread.
+/// if there is one. The time is proportional to the length of the text. A parser with a callback could reject
+/// such a text as well, but searches the whole enclosing list at the end of each object. Any thread.
 inline bool isNestedDeeper(std::string_view text, int deepest) {
   JsonNesting nesting(deepest);
   nlohmann::json::sax_parse(text, &nesting);

@@ -2,20 +2,20 @@
 
 namespace qor::engines::names {
 
-/// The notification lines, and the keys of their values, that engines and the processes around them share;
-/// engines may publish others as well.
+/// The notification lines, and the keys of their values, that engines and the processes around them share.
+/// Engines may publish others.
 
-/// The answers to commands: the text "command" and, of a failure, the text "reason".
+/// The answers to commands: the text "command" and, for a failure, the text "reason".
 inline constexpr const char* commandDone = "CommandDone";
 inline constexpr const char* commandFailed = "CommandFailed";
 
-/// The ends of a run, one of which is the last notification of each run. "Finished" has the flag "stopped",
-/// which is true when the run was stopped early; the others have the text "reason".
+/// The last notification of each run is one of these. "Finished" has the flag "stopped", which is true if the
+/// run was stopped early; the others have the text "reason".
 inline constexpr const char* finished = "Finished";
 inline constexpr const char* failed = "Failed";
 inline constexpr const char* engineDied = "EngineDied";
 
-/// What host programs show as a bar: the media time in seconds, the percentage of it, the media time by
+/// Host programs display these as a bar: the media time in seconds, its percentage, media time divided by
 /// elapsed time, and the momentary loudness in LUFS, each a double.
 inline constexpr const char* progress = "Progress";
 inline constexpr const char* loudness = "Loudness";

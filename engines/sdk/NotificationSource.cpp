@@ -12,7 +12,7 @@ NotificationSource::NotificationSource(std::string step) { origin_.stepId = std:
 
 void NotificationSource::setHub(std::shared_ptr<tamb::INotificationHubBackEnd> hub) {
   const base::Lock lock(mutex_);
-  hub_.swap(hub);  // The earlier one goes without the lock.
+  hub_.swap(hub);  // Destroys the previous hub without holding the lock.
 }
 
 void NotificationSource::setWorkflowManagerId(std::string id) {

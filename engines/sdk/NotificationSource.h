@@ -11,8 +11,8 @@
 
 namespace qor::engines {
 
-/// Whose notifications an engine publishes, and where to: what its user has given it so far. Shared with the
-/// command processor, which may outlive the engine. Any thread.
+/// The origin and the hub of an engine's notifications, as set by its user. Shared with the command
+/// processor, which may outlive the engine. Any thread.
 class NotificationSource {
  public:
   explicit NotificationSource(std::string step);
@@ -23,10 +23,10 @@ class NotificationSource {
   std::string workflowManagerId() const;
   unsigned int engineId() const;
 
-  /// Notifications with the hub and the ids of this moment.
+  /// Notifications with the current hub and ids.
   StepNotifications notifications() const;
-  /// Publishes "Failed" with the reason, unless the engine has done so itself. Does not throw: what keeps it
-  /// from being published is logged.
+  /// Publishes "Failed" with the reason, unless the engine has already done so. Does not throw: an error
+  /// while publishing is logged.
   void publishFailure(const std::string& reason) const;
 
  private:

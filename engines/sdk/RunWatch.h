@@ -9,24 +9,24 @@
 #include "runtime/base/Mutex.h"
 namespace qor::engines {
 
-/// Between an engine's run and those who watch it: carries stop requests in, and signs of life out. Any
-/// thread.
+/// Connects an engine's run with its observers: passes stop requests to the run, and its signs of life to
+/// them. Any thread.
 class RunWatch {
  public:
   using Clock = std::chrono::steady_clock;
 
   void requestStop();
-  /// Requests a stop whose result nobody wants, for that reason. Nothing once a stop was requested.
+  /// Requests a stop whose result is not wanted, for that reason. Has no effect after a stop request.
   void abandon(std::string reason);
-  /// Whether a stop was requested, in either way.
+  /// Whether requestStop() or abandon() was called.
   bool stopRequested() const { return stopRequested_; }
   bool abandoned() const { return abandoned_; }
-  /// Why it was abandoned.
+  /// The reason passed to abandon().
   std::string abandonReason() const;
 
-  /// A sign of life of the run. Cheap: it takes no lock unless somebody waits for it.
+  /// A sign of life of the run. Cheap: it takes no lock unless a thread waits for it.
   void beat();
-  /// Waits for the next sign of life; false when none came in time.
+  /// Waits for the next sign of life; returns false after the time-out.
   bool waitForBeat(std::chrono::milliseconds timeout);
 
   /// Waits until the deadline or until a stop is requested.

@@ -9,15 +9,15 @@
 
 namespace qor::engines {
 
-/// Hands the commands of one step to the run that is under way. The command processor owns it, and may keep
-/// it for longer than the engine lives.
+/// Passes the commands of one step to the current run. The command processor owns it, and may keep it longer
+/// than the engine lives.
 class StepControl : public tamb::IBasicControl {
  public:
   using Handler = std::function<void(const tamb::ICommandMessage&)>;
 
   explicit StepControl(std::string step);
 
-  /// While this lives, the handler gets the commands that its thread executes.
+  /// During the lifetime of this object, the handler receives the commands that the creating thread executes.
   class Serving {
    public:
     Serving(StepControl& control, Handler handler);
@@ -29,14 +29,15 @@ class StepControl : public tamb::IBasicControl {
     StepControl& control_;
   };
 
-  /// Throws TAMBRuntimeError on any thread but the run's: the media is that thread's alone.
+  /// Throws TAMBRuntimeError on any thread but the run's, because only that thread may access the media.
   void ExecuteCommand(const tamb::ICommandMessage& command) override;
 
  private:
   const std::string step_;
   base::Mutex mutex_;
   std::thread::id thread_ QOR_GUARDED_BY(mutex_);
-  /// Changed with the mutex held, by the thread that has commands executed: that one reads it without.
+  /// Only the thread that executes commands changes it, with the mutex held; that thread reads it without the
+  /// mutex.
   Handler handler_;
 };
 

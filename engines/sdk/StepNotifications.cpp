@@ -37,7 +37,7 @@ std::shared_ptr<const tamb::IParametersCollectionInstance> collection(const Noti
   return tamb::CreateParametersCollectionInstance(prototype);  // Its values are the defaults.
 }
 
-/// In bytes. A value is in its message twice, and a message holds at most 65 536 bytes.
+/// In bytes. A message contains each value twice, and has at most 65 536 bytes.
 constexpr std::size_t longestText = 8'000;
 
 std::string cut(const std::string& text) {

@@ -16,7 +16,7 @@ namespace qor::engines {
 using NotificationValue = std::variant<bool, std::int64_t, std::uint64_t, double, std::string>;
 using NotificationValues = std::vector<std::pair<std::string, NotificationValue>>;
 
-/// Who notifies.
+/// The origin of notifications.
 struct NotificationOrigin {
   std::string stepId;
   std::string workflowManagerId;
@@ -24,10 +24,10 @@ struct NotificationOrigin {
 };
 
 /// Composes and pushes the notifications of one step. Media times are in milliseconds, at 1000/1. Without a
-/// hub, nobody is told.
+/// hub, notifications are discarded.
 class StepNotifications {
  public:
-  /// `failurePublished`, if there is one, becomes true once a notification "Failed" has been published.
+  /// `failurePublished`, if not null, becomes true once a notification "Failed" has been published.
   StepNotifications(std::shared_ptr<tamb::INotificationHubBackEnd> hub, NotificationOrigin origin,
                     std::shared_ptr<std::atomic<bool>> failurePublished = nullptr);
 
