@@ -14,15 +14,15 @@
 
 namespace tamb {
 
-/// Makes elements of one kind; what it makes them from depends on the kind: see ElementFactory. Any thread;
-/// does not block or throw.
+/// Creates elements of one kind; the arguments depend on the kind: see ElementFactory. Any thread; does not
+/// block or throw.
 class IElementFactory {
  public:
   virtual ~IElementFactory() = default;
   virtual ElementFactoryType GetFactoryType() const = 0;
 };
 
-/// What the factories of a kind make; specialised for each kind that has factories.
+/// The results of the factories of a kind; specialised for each kind that has factories.
 template <ElementFactoryType T>
 struct ElementFactoryProduct;
 
@@ -32,7 +32,7 @@ struct ElementFactoryProduct<ElementFactoryType::Engine> {
                           std::shared_ptr<INotificationHubFrontEnd>>;
 };
 
-/// The factory of kind T, around the function that makes an element from its configuration.
+/// The factory of kind T; wraps the function that creates an element from its configuration.
 template <ElementFactoryType T>
 class ElementFactory : public IElementFactory {
  public:
@@ -43,8 +43,8 @@ class ElementFactory : public IElementFactory {
 
   ElementFactoryType GetFactoryType() const override { return T; }
 
-  /// A new element. Any thread, if the creation function allows it; blocks as it does, and its exceptions
-  /// pass through.
+  /// A new element. Any thread, if the creation function allows it; blocks as it does, and passes its
+  /// exceptions on.
   Product Create(std::shared_ptr<const IParametersCollectionInstance> config) const {
     return create_(std::move(config));
   }
@@ -57,12 +57,12 @@ class ElementFactory : public IElementFactory {
 /// "init_config" (ParametersCollectionPrototype), in this order. Any thread.
 std::shared_ptr<const IParametersCollectionPrototype> GetRegistryEntryPrototype();
 
-/// The text by which a factory states which framework version it was built for. Any thread.
+/// The text that states the framework version a factory was built for. Any thread.
 std::string GetTAMBCoreIdInternal(std::string version);
 
-/// Makes a factory known to this process under `registryEntry`. Throws TAMBRuntimeError when the factory or
-/// the entry is empty, when the entry's "class" is not the factory's kind, or when the same class, type and
-/// implementation are registered already. Any thread.
+/// Registers a factory in this process under `registryEntry`. Throws TAMBRuntimeError if the factory or the
+/// entry is empty, if the entry's "class" is not the factory's kind, or if the same class, type and
+/// implementation are already registered. Any thread.
 void RegisterFactory(std::string name, std::string coreId, std::shared_ptr<IElementFactory> factory,
                      std::shared_ptr<const IParametersCollectionInstance> registryEntry);
 

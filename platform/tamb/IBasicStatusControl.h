@@ -29,9 +29,9 @@ class IBasicStatusControl {
   virtual ~IBasicStatusControl() = default;
   /// Undefined when it is not known, as at the proxy of a remote engine. Does not throw.
   virtual EngineStatus GetStatus() const = 0;
-  /// Why the element failed, in one line for people; empty when nothing has failed. Does not throw.
+  /// Why the element failed, in one line for people; empty if it has not failed. Does not throw.
   virtual std::string GetLastErrorMessage() const = 0;
-  /// The time of the step, input or output of that name; throws TAMBRuntimeError when there is none.
+  /// The time of the step, input or output of that name; throws TAMBRuntimeError if the name is unknown.
   virtual TimeInfo GetCurrentTimeInfo(const std::string& name) const = 0;
 };
 

@@ -4,7 +4,7 @@
 
 namespace tamb {
 
-/// Which clock a media time was read from. Immutable: any thread; does not block or throw.
+/// Identifies the clock of a media time. Immutable: any thread; does not block or throw.
 class IClockInfo {
  public:
   virtual ~IClockInfo() = default;

@@ -8,17 +8,17 @@
 
 namespace tamb {
 
-/// One command to an engine. Immutable once it has been pushed: then any thread may read it. Nothing here
-/// blocks or throws.
+/// One command to an engine. Immutable once it has been pushed; then any thread may read it. Its operations
+/// neither block nor throw.
 class ICommandMessage {
  public:
   virtual ~ICommandMessage() = default;
-  /// Empty when the command takes no arguments.
+  /// Empty if the command has no arguments.
   virtual std::shared_ptr<const IParametersCollectionInstance> GetCommandArgs() const = 0;
-  /// When the command takes effect; a time without a usable edit rate means at once.
+  /// When the command takes effect; a time without a valid edit rate means at once.
   virtual const MediaTime& GetTime() const = 0;
   virtual const std::string& GetCommandName() const = 0;
-  /// Names the command among those of its workflow manager; the notifications that answer it carry it.
+  /// Identifies the command within its workflow manager; the notifications that answer it contain this id.
   virtual unsigned int GetCommandId() const = 0;
   virtual const std::string& GetWorkflowManagerId() const = 0;
   virtual unsigned int GetEngineId() const = 0;

@@ -4,7 +4,7 @@
 
 namespace tamb {
 
-/// Where an engine reads media from. Any thread; does not block or throw.
+/// A source of media for an engine. Any thread; does not block or throw.
 class IInputEndpoint {
  public:
   virtual ~IInputEndpoint() = default;
@@ -12,7 +12,7 @@ class IInputEndpoint {
   virtual std::string GetLocation() const = 0;
 };
 
-/// Where an engine writes media to. Any thread; does not block or throw.
+/// A destination of media for an engine. Any thread; does not block or throw.
 class IOutputEndpoint {
  public:
   virtual ~IOutputEndpoint() = default;

@@ -14,26 +14,17 @@
 
 namespace tamb {
 
-/// An engine as its user drives it: set it up, run it, release it.
-///
-/// Threads: one thread sets it up, by SetInitConfig and the operations that begin with Add or Set, before it
-/// calls Run; these do not overlap with each other. While Run is under way any thread may call Ping,
-/// RequestStop, WaitForStop and the operations that begin with Get, and these may overlap.
-///
-/// Errors: TAMBRuntimeError with a text for people, and std::runtime_error of what the engine uses. The proxy
-/// of an engine in another process logs failed requests instead of throwing, except where noted. The engine
-/// shares what it is given, and ignores what it has no use for: the proxy ignores every part, since parts
-/// cannot leave their process.
+/// An engine as its user controls it: set it up, run it, release it.
 class IEngineFrontEnd : public IBasicStatusControl {
  public:
-  /// The configuration, by the schema that the engine's factory has registered. The proxy of a remote engine
-  /// needs it and a description; the call that brings the second of them submits the engine and blocks until
-  /// its process is connected or that has failed; connecting alone may take 30 s. Throws when it has failed,
-  /// and when called twice.
+  /// Sets the configuration, in the schema that the engine's factory has registered. The proxy of a remote
+  /// engine needs it and a description; the call that sets the second of them submits the engine and blocks
+  /// until its process is connected or has failed; connecting alone may take 30 s. Throws on failure, and
+  /// when called twice.
   virtual void SetInitConfig(std::shared_ptr<const IParametersCollectionInstance> config) = 0;
-  /// The job and the ids of the engine. Blocks and throws as SetInitConfig.
+  /// Sets the job and the ids of the engine. Blocks and throws as SetInitConfig.
   virtual void AddEngineDescription(std::shared_ptr<IEngineDescription> description) = 0;
-  /// The parts by name. Do not block.
+  /// Add parts by name. Do not block.
   virtual void AddInputEndpoint(std::string name, std::shared_ptr<IInputEndpoint> endpoint) = 0;
   virtual void AddOutputEndpoint(std::string name, std::shared_ptr<IOutputEndpoint> endpoint) = 0;
   virtual void AddAllocator(std::string name, std::shared_ptr<IMemoryBlockAllocator> allocator) = 0;
@@ -41,17 +32,17 @@ class IEngineFrontEnd : public IBasicStatusControl {
   virtual void AddLogger(std::string name, std::shared_ptr<ILogger> logger) = 0;
   /// Not owned: `benchmarker` must outlive the engine.
   virtual void AddBenchmarker(std::string name, void* benchmarker) = 0;
-  /// Blocks while the engine runs, without limit. One call at a time. An engine throws what made its run
-  /// fail. The proxy returns when the remote run has ended, for whatever reason, or the engine process has
-  /// disappeared, and throws when the remote engine does not start to run within 2 s; notifications carry the
-  /// reason.
+  /// Blocks while the engine runs, without limit. One call at a time. An engine throws the error that made
+  /// its run fail. The proxy returns when the remote run has ended, for whatever reason, or the engine
+  /// process has disappeared, and throws if the remote engine does not start to run within 2 s; notifications
+  /// contain the reason.
   virtual void Run() = 0;
-  /// Asks the engine for a sign of life within `timeout` milliseconds. An engine blocks no longer than that,
-  /// the proxy as long as the engine process takes to answer.
+  /// Requests a sign of life from the engine within `timeout` milliseconds. An engine blocks no longer than
+  /// that; the proxy blocks until the engine process answers.
   virtual void Ping(unsigned int timeout) = 0;
-  /// Asks the engine to leave Run soon, and does not wait until it has. Without a run it has no effect.
+  /// Asks the engine to leave Run soon; does not wait for it. Has no effect without a run.
   virtual void RequestStop() = 0;
-  /// Blocks until the engine has left Run, at most `timeout` milliseconds; throws when it has not by then.
+  /// Blocks until the engine has left Run, at most `timeout` milliseconds; throws if it has not left by then.
   virtual void WaitForStop(unsigned int timeout) = 0;
   /// The ids that address the engine's commands and notifications. None of the four blocks.
   virtual void SetWorkflowManagerId(std::string id) = 0;

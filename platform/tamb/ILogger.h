@@ -6,7 +6,7 @@
 
 namespace tamb {
 
-/// A log that an engine writes its own lines to. Any thread.
+/// A log that receives an engine's own lines. Any thread.
 class ILogger {
  public:
   virtual ~ILogger() = default;

@@ -17,8 +17,8 @@ using KeysAndTypes = std::vector<std::pair<std::string, TambType>>;
 /// A schema: typed keys with default values and descriptions, in the order in which they were declared.
 /// Keys, strings and descriptions are byte strings.
 ///
-/// Declaring a key twice, asking for a key that was never declared, or asking for it as another type throws
-/// TAMBRuntimeError naming the key, the type held and the type asked for. Any thread; does not block.
+/// Declaring a key twice, reading an undeclared key, or reading a key as another type throws TAMBRuntimeError
+/// with the key, its type and the requested type. Any thread; does not block.
 class IParametersCollectionPrototype {
  public:
   virtual ~IParametersCollectionPrototype() = default;
@@ -57,8 +57,8 @@ class IParametersCollectionPrototype {
   virtual std::string GetDescription(const std::string& key) const = 0;
 };
 
-/// Values for the keys of one prototype. A key holds the prototype's default until it is set; the keys are
-/// those that the prototype had when the instance was made. Errors and threads as for the prototype.
+/// Values for the keys of one prototype. A key has the prototype's default until it is set; the keys are
+/// those that the prototype had when the instance was created. Errors and threads as for the prototype.
 class IParametersCollectionInstance {
  public:
   virtual ~IParametersCollectionInstance() = default;
@@ -93,8 +93,7 @@ class IParametersCollectionInstance {
 /// A new prototype without keys. Any thread.
 std::shared_ptr<IParametersCollectionPrototype> CreateParametersCollectionPrototype();
 
-/// A new instance holding the defaults of `prototype`; throws TAMBRuntimeError when that is empty. Any
-/// thread.
+/// A new instance with the defaults of `prototype`; throws TAMBRuntimeError if that is empty. Any thread.
 std::shared_ptr<IParametersCollectionInstance> CreateParametersCollectionInstance(
     std::shared_ptr<const IParametersCollectionPrototype> prototype);
 

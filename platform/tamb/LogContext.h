@@ -11,8 +11,8 @@
 
 namespace tamb {
 
-/// Sets the context string of the calling thread, which its log records carry from now on, from the engine's
-/// name and number. The other arguments are what the engine was given; none of them is kept.
+/// Sets the context string of the calling thread, for its later log records, from the engine's name and
+/// number. The other arguments are those that the engine was given; they are not kept.
 void DefineContextEngine_deprecated(
     const std::string& name, unsigned int engineId, std::shared_ptr<const IMediaClock> clock,
     const std::map<std::string, std::shared_ptr<IInputEndpoint>>& inputEndpoints,
@@ -24,17 +24,17 @@ void DefineContextEngine_deprecated(
 /// The context string of the calling thread; empty until it is set. Does not block.
 std::string GetCurrentContextString();
 
-/// The calling thread's kernel id in decimal, as tools outside the process show it.
+/// The calling thread's kernel id in decimal, as external tools display it.
 std::string GetThreadId();
 
-/// Now, in UTC, as in 2026-03-01T12:34:56.789012Z. Any thread.
+/// The current time in UTC, as in 2026-03-01T12:34:56.789012Z. Any thread.
 std::string GetCurrentTimeString();
 
-/// A new random UUID: 36 characters in lower case. Any thread. Throws std::runtime_error when the system
-/// gives no random bytes.
+/// A new random UUID: 36 characters in lower case. Any thread. Throws std::runtime_error if the system
+/// provides no random bytes.
 std::string GetUUIDString();
 
-/// The decimal text.
+/// The number in decimal.
 std::string ToString(int number);
 
 }  // namespace tamb

@@ -4,7 +4,7 @@
 
 namespace tamb {
 
-/// The weight of a log record.
+/// The severity of a log record.
 enum class LogLevel : int {
   Info = 0,
   Warning = 1,

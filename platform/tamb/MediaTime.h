@@ -9,7 +9,7 @@
 
 namespace tamb {
 
-/// A point in media time: a count of units at an edit rate, and the clock it belongs to, if any is known.
+/// A point in media time: a count of units at an edit rate, and its clock, if known.
 class MediaTime {
  public:
   MediaTime() = default;
@@ -18,7 +18,7 @@ class MediaTime {
 
   const EditRate& GetEditRate() const { return editRate_; }
   std::int64_t GetTimeNumber() const { return timeNumber_; }
-  /// Empty when the clock is not known.
+  /// Empty if the clock is unknown.
   std::shared_ptr<const IClockInfo> GetClockInfo() const { return clockInfo_; }
 
  private:

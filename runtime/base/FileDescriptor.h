@@ -10,7 +10,7 @@ namespace qor::base {
 class FileDescriptor {
  public:
   FileDescriptor() = default;
-  /// Takes over what a system call returned: a negative value, its failure, means no descriptor.
+  /// Owns the result of a system call: a negative value means failure and no descriptor.
   explicit FileDescriptor(int descriptor) : descriptor_(descriptor) {}
   FileDescriptor(FileDescriptor&& other) noexcept : descriptor_(other.release()) {}
   FileDescriptor& operator=(FileDescriptor&& other) noexcept {
@@ -25,11 +25,11 @@ class FileDescriptor {
   ~FileDescriptor() { close(); }
 
   bool isOpen() const { return descriptor_ >= 0; }
-  /// Negative when it is not open.
+  /// Negative if it is not open.
   int get() const { return descriptor_; }
-  /// Passes the descriptor, and the duty to close it, to the caller.
+  /// Transfers the ownership of the descriptor to the caller.
   int release() { return std::exchange(descriptor_, none); }
-  /// Does nothing when it is not open.
+  /// Does nothing if it is not open.
   void close() {
     if (isOpen()) ::close(release());
   }

@@ -4,26 +4,26 @@
 #include <condition_variable>
 #include <mutex>
 
-// Annotations for clang's thread-safety analysis, on in every build of ours with clang: code that touches a
-// guarded member without its mutex does not compile. The analysis covers what no test run reaches, and
-// sanitizers cannot follow libzmq.
+// Annotations for clang's thread-safety analysis, which is enabled in all our clang builds: code that
+// accesses a guarded member without its mutex does not compile. The analysis covers code that no test runs,
+// and sanitizers cannot follow libzmq.
 #ifdef __clang__
 #define QOR_THREAD_ANNOTATION(annotation) __attribute__((annotation))
 #else
 #define QOR_THREAD_ANNOTATION(annotation)
 #endif
 
-/// On a member: touched with that mutex held only, except in constructors and destructors.
+/// For a member: accessed only with that mutex held, except in constructors and destructors.
 #define QOR_GUARDED_BY(mutex) QOR_THREAD_ANNOTATION(guarded_by(mutex))
-/// On a function or a lambda: called with that mutex held.
+/// For a function or a lambda: called with that mutex held.
 #define QOR_REQUIRES(mutex) QOR_THREAD_ANNOTATION(requires_capability(mutex))
 
 namespace qor::base {
 
-/// A std::mutex that the analysis knows.
+/// A std::mutex with annotations.
 class QOR_THREAD_ANNOTATION(capability("mutex")) Mutex {
  public:
-  /// For the analysis alone: no other thread knows what is guarded yet, so that it is touched without a lock.
+  /// For the analysis only: until other threads know the guarded members, they are accessed without a lock.
   void assumeNotShared() const QOR_THREAD_ANNOTATION(assert_capability(this)) {}
 
  private:
@@ -31,11 +31,11 @@ class QOR_THREAD_ANNOTATION(capability("mutex")) Mutex {
   std::mutex mutex_;
 };
 
-/// Holds a mutex while it lives, and waits with it.
+/// Holds a mutex during its lifetime, and waits with it.
 class QOR_THREAD_ANNOTATION(scoped_lockable) Lock {
  public:
   explicit Lock(Mutex& mutex) QOR_THREAD_ANNOTATION(acquire_capability(mutex)) : lock_(mutex.mutex_) {}
-  // Defaulted it could not bear its annotation.
+  // A defaulted destructor could not have the annotation.
   // NOLINTNEXTLINE(modernize-use-equals-default)
   ~Lock() QOR_THREAD_ANNOTATION(release_capability()) {}
   Lock(const Lock&) = delete;
@@ -45,7 +45,7 @@ class QOR_THREAD_ANNOTATION(scoped_lockable) Lock {
   void wait(std::condition_variable& changed, Condition condition) {
     changed.wait(lock_, condition);
   }
-  /// Waits for one notification, or returns early without one.
+  /// Waits for one notification; may return early without one.
   void wait(std::condition_variable& changed) { changed.wait(lock_); }
   /// Whether the condition holds.
   template <class Condition>
@@ -61,12 +61,12 @@ class QOR_THREAD_ANNOTATION(scoped_lockable) Lock {
   std::unique_lock<std::mutex> lock_;
 };
 
-/// A std::timed_mutex that the analysis knows.
+/// A std::timed_mutex with annotations.
 class QOR_THREAD_ANNOTATION(capability("mutex")) TimedMutex {
  public:
   void lock() QOR_THREAD_ANNOTATION(acquire_capability()) { mutex_.lock(); }
   void unlock() QOR_THREAD_ANNOTATION(release_capability()) { mutex_.unlock(); }
-  /// Waits at most so long; false when somebody else still holds it then.
+  /// Waits at most that long; false if another thread still holds it.
   bool tryLockFor(std::chrono::milliseconds time) QOR_THREAD_ANNOTATION(try_acquire_capability(true)) {
     return mutex_.try_lock_for(time);
   }
@@ -75,13 +75,13 @@ class QOR_THREAD_ANNOTATION(capability("mutex")) TimedMutex {
   std::timed_mutex mutex_;
 };
 
-/// Holds such a mutex while it lives.
+/// Holds a timed mutex during its lifetime.
 class QOR_THREAD_ANNOTATION(scoped_lockable) TimedLock {
  public:
   explicit TimedLock(TimedMutex& mutex) QOR_THREAD_ANNOTATION(acquire_capability(mutex)) : mutex_(mutex) {
     mutex_.lock();
   }
-  /// Takes over a mutex that the caller has locked.
+  /// Adopts a mutex that the caller has locked.
   TimedLock(TimedMutex& mutex, std::adopt_lock_t /*adopt*/) QOR_REQUIRES(mutex) : mutex_(mutex) {}
   ~TimedLock() QOR_THREAD_ANNOTATION(release_capability()) { mutex_.unlock(); }
   TimedLock(const TimedLock&) = delete;

@@ -16,16 +16,16 @@ namespace qor::base {
 
 namespace {
 
-/// A forked child must not use the bytes that its parent uses too.
+/// A forked child must not use the bytes that its parent uses.
 std::atomic<unsigned int> forks{0};
-/// Fails only for want of memory, with which no program could be loaded.
+/// Fails only if memory is exhausted; then the program could not have been loaded.
 [[maybe_unused]] const int forksAreCounted = ::pthread_atfork(nullptr, nullptr, [] { ++forks; });
 
-/// Random bytes of one thread, a block at a time: every received notification gets an identifier, and a
+/// Random bytes of one thread, fetched in blocks: every received notification needs an identifier, and a
 /// system call for each would cost more than the rest of its reception. Trivially destructible, because
-/// identifiers are also made while a thread ends.
+/// identifiers are also created while a thread exits.
 struct RandomBytes {
-  std::array<unsigned char, 256> bytes;  ///< as many as getentropy gives at once
+  std::array<unsigned char, 256> bytes;  ///< the most that getentropy returns at once
   std::size_t used = sizeof bytes;
   unsigned int forksSeen = 0;
 
@@ -50,7 +50,7 @@ thread_local RandomBytes randomBytes;
 std::string randomUuid() {
   uuid_t uuid;
   randomBytes.take(uuid);
-  // Version 4, random, of the variant that RFC 4122 describes.
+  // Version 4 (random), in the variant of RFC 4122.
   uuid[6] = static_cast<unsigned char>((uuid[6] & 0x0fU) | 0x40U);
   uuid[8] = static_cast<unsigned char>((uuid[8] & 0x3fU) | 0x80U);
   std::array<char, UUID_STR_LEN> text{};

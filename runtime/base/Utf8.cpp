@@ -4,15 +4,15 @@ namespace qor::base {
 
 namespace {
 
-/// How a character of several bytes goes on after its first one.
+/// The bytes that follow the first one of a character.
 struct Continuation {
   std::size_t count = 0;
   unsigned char lowestSecond = 0x80;
   unsigned char highestSecond = 0xBF;
 };
 
-/// The bounds of the second byte leave out overlong forms, surrogates and what lies beyond U+10FFFF. A count
-/// of 0 for a byte that begins no character.
+/// The bounds of the second byte exclude overlong forms, surrogates and code points beyond U+10FFFF. The
+/// count is 0 for a byte that does not begin a character.
 Continuation continuationOf(unsigned char first) {
   if (first >= 0xC2 && first <= 0xDF) return {.count = 1};
   if (first == 0xE0) return {.count = 2, .lowestSecond = 0xA0};
@@ -52,7 +52,7 @@ bool isUtf8(std::string_view text) {
 
 std::string_view cutUtf8(std::string_view text, std::size_t longest) {
   if (text.size() <= longest) return text;
-  // All bytes of a character but its first begin with the bits 10.
+  // All bytes of a character except its first begin with the bits 10.
   const auto isWithin = [&](std::size_t i) { return (static_cast<unsigned char>(text[i]) & 0xC0U) == 0x80U; };
   std::size_t end = longest;
   while (end > 0 && longest - end < 3 && isWithin(end)) --end;

@@ -9,7 +9,7 @@ namespace qor::base {
 struct Utf8Character {
   /// In bytes: 1 to 4, and 1 for a byte that is not UTF-8.
   std::size_t length = 1;
-  /// The code point; that byte, when it is not UTF-8.
+  /// The code point; the byte itself if it is not UTF-8.
   char32_t codePoint = 0;
   bool isUtf8 = false;
 };
@@ -21,8 +21,8 @@ Utf8Character firstCharacter(std::string_view text);
 /// Any thread.
 bool isUtf8(std::string_view text);
 
-/// The beginning of the text that fits into `longest` bytes and does not end within a character. Where the
-/// bytes are not UTF-8 it ends within the last four that fit. Any thread.
+/// The longest beginning of the text that has at most `longest` bytes and does not end within a character. If
+/// the bytes are not UTF-8, it ends within the last four that fit. Any thread.
 std::string_view cutUtf8(std::string_view text, std::size_t longest);
 
 }  // namespace qor::base

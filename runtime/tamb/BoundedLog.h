@@ -8,24 +8,24 @@
 
 namespace tamb {
 
-/// Records of one kind that others can cause without end. The first ten are written as they are; of the rest,
-/// the count is written at each further power of ten, and the total at the end. Any thread.
+/// Records of one kind that a peer can cause without limit. The first ten are written unchanged; for the
+/// rest, the count is written at each further power of ten, and the total in the destructor. Any thread.
 class BoundedLog {
  public:
-  /// `kind` is how the counts call such events, as in "Command processor: commands that failed".
+  /// `kind` names these events in the counts, as in "Command processor: commands that failed".
   BoundedLog(LogLevel level, std::string kind);
   ~BoundedLog();
   BoundedLog(const BoundedLog&) = delete;
   BoundedLog& operator=(const BoundedLog&) = delete;
 
-  /// `text` makes the record's text, if it is to be written.
+  /// `text` composes the record's text; called only if it is written.
   template <class Text>
   void Write(const Text& text) {
     if (Count()) WriteLogRecord(level_, text());
   }
 
  private:
-  /// True when the event is to be written as it is.
+  /// Whether the event itself is written.
   bool Count();
   void WriteCount(std::uint64_t count) const;
 

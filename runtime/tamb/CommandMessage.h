@@ -8,7 +8,7 @@
 
 namespace tamb {
 
-/// What a command says; the names are those of ICommandMessage's operations.
+/// The content of a command; the names are those of ICommandMessage's operations.
 struct CommandFields {
   std::shared_ptr<const IParametersCollectionInstance> commandArgs = {};
   MediaTime time = {};
@@ -19,7 +19,7 @@ struct CommandFields {
   std::string stepId = {};
 };
 
-/// A command to push. Immutable, hence for any thread.
+/// A command to push. Immutable, therefore usable on any thread.
 class CommandMessage : public ICommandMessage {
  public:
   explicit CommandMessage(CommandFields fields) : fields_(std::move(fields)) {}

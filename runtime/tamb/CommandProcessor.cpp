@@ -51,7 +51,7 @@ void requireTime(double time) {
 template <typename Control>
 class Controls {
  public:
-  /// `kind` is how texts call such a control.
+  /// `kind` names such a control in error texts.
   explicit Controls(std::string kind) : kind_(std::move(kind)) {}
 
   void Add(std::string name, std::shared_ptr<Control> control) {
@@ -65,7 +65,7 @@ class Controls {
     }
   }
 
-  /// Empty when there is none.
+  /// Empty if there is none.
   std::shared_ptr<Control> Find(const std::string& name) const {
     const auto position = controls_.find(name);
     return position == controls_.end() ? nullptr : position->second;
@@ -125,10 +125,10 @@ class CommandProcessor : public ICommandProcessorFrontEnd,
   void RefuseAll(std::string reason) override;
 
  private:
-  /// Where a command stands among those that wait.
+  /// The position of a command among the waiting ones.
   struct Place {
     CommandTime time;
-    /// Counts the pushed commands.
+    /// The number of the push.
     std::uint64_t number;
 
     friend bool operator<(const Place& left, const Place& right) {
@@ -136,22 +136,22 @@ class CommandProcessor : public ICommandProcessorFrontEnd,
     }
   };
 
-  /// One execution under way.
+  /// One running execution.
   struct Execution {
     double until;
     /// The number of the first command that was pushed too late for it.
     std::uint64_t endNumber;
-    /// The last place looked at, so that no command is looked at twice.
+    /// The last position visited, so that no command is visited twice.
     std::optional<Place> position;
   };
 
   void ExecuteUntil(double time);
-  /// The next command of the execution, which then waits no more; empty when there is none left.
+  /// Removes and returns the next command of the execution; empty if none is left.
   Command TakeNext(Execution& execution);
-  /// Logs and refuses what cannot be executed.
+  /// Logs and refuses a command that cannot be executed.
   void Execute(const ICommandMessage& command);
   void RefuseUnknownStep(const ICommandMessage& command);
-  /// False when nobody answers refused commands.
+  /// False if no handler answers refused commands.
   bool Refuse(const ICommandMessage& command, const std::string& reason);
   void RefuseLate(const ICommandMessage& command, const std::string& reason);
 
@@ -164,7 +164,7 @@ class CommandProcessor : public ICommandProcessorFrontEnd,
   std::string workflowManagerId_ QOR_GUARDED_BY(mutex_);
   unsigned int engineId_ QOR_GUARDED_BY(mutex_) = 0;
   Handler refusalHandler_ QOR_GUARDED_BY(mutex_);
-  /// Why no command is executed any more; empty until then.
+  /// The reason for refusing all commands; empty until RefuseAll.
   std::optional<std::string> refusal_ QOR_GUARDED_BY(mutex_);
   BoundedLog untimed_{LogLevel::Warning, "Command processor: commands without a time, due at once"};
   BoundedLog dropped_{LogLevel::Warning, "Command processor: commands for a step without a control"};
@@ -265,7 +265,7 @@ void CommandProcessor::ExecuteAllCommandsScheduledAt(double time) {
 void CommandProcessor::ExecuteAllCommands() { ExecuteUntil(std::numeric_limits<double>::infinity()); }
 
 void CommandProcessor::EraseAllCommandsInStack() {
-  std::map<Place, Command> erased;  // Commands are anyone's classes: they go without the lock.
+  std::map<Place, Command> erased;  // Commands may be foreign classes: destroyed without the lock.
   const qor::base::Lock lock(mutex_);
   erased.swap(commands_);
 }
@@ -285,7 +285,7 @@ void CommandProcessor::DefineEngine(IEngineFrontEnd* engine) {
 }
 
 void CommandProcessor::ExecuteUntil(double time) {
-  const auto self = shared_from_this();  // A control may let go of the command processor.
+  const auto self = shared_from_this();  // A control may release the command processor.
   Execution execution{time, 0, std::nullopt};
   {
     const qor::base::Lock lock(mutex_);
@@ -373,7 +373,7 @@ void CommandProcessor::SetRefusalHandler(Handler handler) {
 }
 
 void CommandProcessor::RefuseAll(std::string reason) {
-  const auto self = shared_from_this();  // The handler may let go of the command processor.
+  const auto self = shared_from_this();  // The handler may release the command processor.
   std::map<Place, Command> waiting;
   {
     const qor::base::Lock lock(mutex_);

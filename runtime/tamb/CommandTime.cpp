@@ -14,8 +14,8 @@ double quotient(Uint128 dividend, std::uint32_t divisor) {
   if (dividend == 0) {
     return 0.0;
   }
-  // Scaled so far that the quotient has more bits than a double. The lowest of them stands for all that
-  // follow, so that rounding sees on which side of a middle the exact quotient lies.
+  // Scaled so that the quotient has more bits than a double. Its lowest bit stands for all further bits, so
+  // that rounding sees on which side of a midpoint the exact quotient lies.
   int shift = 0;
   while ((dividend >> 95) == 0) {
     dividend <<= 1;

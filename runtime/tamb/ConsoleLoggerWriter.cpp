@@ -12,12 +12,12 @@ namespace tamb {
 
 namespace {
 
-/// One for all console writers, since several of them may share a stream. It needs no destruction, hence can
-/// be locked as long as the process lives.
+/// Shared by all console writers, because several of them may share a stream. It has a trivial destructor, so
+/// it can be locked until the process exits.
 qor::base::Mutex outputMutex;
 
-/// The message as it stands in a line: without trailing line breaks, its further lines indented, its other
-/// control characters, and what is not UTF-8, spelt out.
+/// The message as it is printed: without trailing line breaks, with its further lines indented, and with its
+/// other control characters and invalid UTF-8 escaped.
 std::string readable(std::string_view message) {
   message = message.substr(0, message.find_last_not_of("\r\n") + 1);
   std::string text;
@@ -27,7 +27,7 @@ std::string readable(std::string_view message) {
     if (message.front() == '\n') {
       text += "\n    ";
     } else if (message.starts_with("\r\n")) {
-      // The line end follows.
+      // The line end follows below.
     } else if (message.front() == '\t' || (character.isUtf8 && !IsControlCharacter(character.codePoint))) {
       text += message.substr(0, character.length);
     } else {

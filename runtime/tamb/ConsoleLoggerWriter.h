@@ -6,20 +6,20 @@
 
 namespace tamb {
 
-/// Writes each record as one line that people can read:
+/// Writes each record as one line for people:
 ///
 ///   Warning 2026-03-01T12:34:56.789012Z [mixer (engine 7)] 4711 disk almost full (src/Disk:42)
 ///
-/// that is level, time, the context in brackets if there is one, thread, message, and the source with its
-/// line in parentheses if there is one. The further lines of a message are indented, so that each line that
-/// starts with a level starts a record. Control characters and bytes that are not UTF-8 are written as in
-/// \x1b and \u009b: what a peer sent cannot steer the terminal. Any thread; the records of all console
-/// writers of the process stay whole among each other.
+/// with level, time, the context in brackets if there is one, thread, message, and the source with its line
+/// in parentheses if there is one. Further lines of a message are indented, so that each line that starts
+/// with a level starts a record. Control characters and bytes that are not UTF-8 are escaped, as in \x1b and
+/// \u009b, so that text from a peer cannot control the terminal. Any thread; records of all console writers
+/// of the process are never interleaved.
 class ConsoleLoggerWriter : public ILoggerWriter {
  public:
   /// Writes to the standard error stream.
   ConsoleLoggerWriter();
-  /// Writes to `stream`, which has to outlive the writer and to be written to by console writers only.
+  /// Writes to `stream`, which has to outlive the writer. Only console writers may write to it.
   explicit ConsoleLoggerWriter(std::ostream& stream);
 
   void Write(LogLevel level, const std::string& message, const std::string& context,

@@ -4,8 +4,7 @@
 
 namespace tamb {
 
-/// What the exception that is being handled says of itself, for a log line. To be called within a catch
-/// block.
+/// The text of the exception that is being handled, for a log line. Call it within a catch block.
 std::string CurrentExceptionText();
 
 }  // namespace tamb

@@ -15,13 +15,13 @@ struct Current {
   std::shared_ptr<ILoggerWriter> writer QOR_GUARDED_BY(mutex);
 };
 
-/// Never destroyed: objects that go after main() has returned still report through it.
+/// Never destroyed, because objects destroyed after main() still log.
 Current& current() {
   static auto& instance = *new Current;
   return instance;
 }
 
-/// The sink of all log records of this process. False when there is no writer.
+/// The sink of all log records of this process. False if there is no writer.
 bool writeToCurrentWriter(LogLevel level, const std::string& message) {
   const auto writer = GetCurrentLoggerWriter();
   if (!writer) return false;

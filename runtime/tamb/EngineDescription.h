@@ -8,7 +8,7 @@
 
 namespace tamb {
 
-/// An engine description that holds its texts. Immutable, hence for any thread.
+/// An engine description that owns its texts. Immutable, therefore usable on any thread.
 class EngineDescription : public IEngineDescription {
  public:
   EngineDescription(std::string workflowManagerId, std::string description, std::uint32_t engineId)

@@ -18,7 +18,7 @@ struct Registry {
   std::vector<FactoryRegistration> registrations QOR_GUARDED_BY(mutex);
 };
 
-/// Never destroyed: a factory's code is the plug-in's, whose own statics may be gone before ours.
+/// Never destroyed: a factory's code belongs to its plug-in, whose statics may be destroyed before ours.
 Registry& registry() {
   static auto& instance = *new Registry;
   return instance;
@@ -33,7 +33,7 @@ std::string describe(const FactoryRegistration& registration) {
                      registration.implementation);
 }
 
-/// What engines there are, for an error text.
+/// The registered engines, for an error text.
 std::string registeredEngines() {
   std::vector<std::string> engines;
   for (const auto& registration : GetFactoryRegistrations()) {
@@ -125,7 +125,7 @@ ElementFactory<ElementFactoryType::Engine>::Product InstantiateEngine(
 }
 
 std::size_t UnregisterFactories(const std::string& name) {
-  std::vector<FactoryRegistration> retired;  // Factories are anyone's classes: they go without the lock.
+  std::vector<FactoryRegistration> retired;  // Factories may be foreign classes: destroyed without the lock.
   Registry& known = registry();
   const qor::base::Lock lock(known.mutex);
   auto& registrations = known.registrations;

@@ -10,14 +10,14 @@
 
 namespace tamb {
 
-/// One factory that this process knows.
+/// One registered factory of this process.
 struct FactoryRegistration {
-  /// Whose factory it is: the plug-in's name.
+  /// The name of the plug-in that registered it.
   std::string name;
   std::string coreId;
   std::shared_ptr<IElementFactory> factory;
   std::shared_ptr<const IParametersCollectionInstance> registryEntry;
-  /// What the entry said when it was registered; no two registrations agree in all three.
+  /// The entry's values at registration; two registrations never have all three in common.
   ElementFactoryType kind = ElementFactoryType::Undefined;
   std::string type;
   std::string implementation;
@@ -26,21 +26,21 @@ struct FactoryRegistration {
 /// Every registration, in the order of registration. Any thread, like all operations of this header.
 std::vector<FactoryRegistration> GetFactoryRegistrations();
 
-/// The registration of that kind and type, of that implementation if one is given and else the first; empty
-/// when there is none.
+/// The registration of that kind and type with the given implementation, or the first one without it; empty
+/// if there is none.
 std::optional<FactoryRegistration> FindFactory(
     ElementFactoryType kind, const std::string& type,
     const std::optional<std::string>& implementation = std::nullopt);
 
-/// A new engine of that type, with its command processor and its notification hub, made from `config` by the
-/// factory that FindFactory finds. Throws TAMBRuntimeError when there is none, telling what is registered,
-/// and when one of the three was not made. What the factory throws passes through.
+/// A new engine of that type, with its command processor and its notification hub, created from `config` by
+/// the factory that FindFactory finds. Throws TAMBRuntimeError with the registered types if there is none,
+/// and if the factory did not create one of the three. Passes exceptions of the factory on.
 ElementFactory<ElementFactoryType::Engine>::Product InstantiateEngine(
     const std::string& type, std::shared_ptr<const IParametersCollectionInstance> config,
     const std::optional<std::string>& implementation = std::nullopt);
 
-/// Takes back everything that was registered under that name, for a plug-in that is retired, and returns how
-/// many registrations there were. Elements that its factories made live on.
+/// Removes all registrations of a plug-in by its name, and returns their number. Elements that its factories
+/// created stay alive.
 std::size_t UnregisterFactories(const std::string& name);
 
 }  // namespace tamb

@@ -13,8 +13,8 @@ namespace tamb {
 
 namespace {
 
-/// Outlives `context`, whose destructor sets it: a thread's last log lines may come from objects that go
-/// after its thread-local ones, at the latest from the statics when the main thread ends.
+/// Outlives `context`, whose destructor sets it: a thread's last log lines may come from objects destroyed
+/// after its thread-local ones, in the main thread even from statics.
 thread_local bool contextGone = false;
 
 struct Context {

@@ -18,7 +18,8 @@ namespace {
 using Notification = std::shared_ptr<const INotificationMessage>;
 using Subscriptions = std::vector<std::shared_ptr<NotificationSubscription>>;
 
-/// A push under way on the calling thread, while it lives. Pushes nest when a callback pushes to another hub.
+/// A push in progress on the calling thread, during its lifetime. Pushes nest when a callback pushes to
+/// another hub.
 class Push {
  public:
   Push(const INotificationHubBackEnd* hub, std::vector<Notification> notifications)
@@ -50,7 +51,7 @@ class Push {
     }
   }
 
-  /// The next notification to deliver; empty when there is none left.
+  /// The next notification to deliver; empty if none is left.
   Notification Next() { return next_ == pending_.size() ? nullptr : std::move(pending_[next_++]); }
 
  private:
@@ -64,8 +65,8 @@ class Push {
 
 thread_local Push* Push::innermost_ = nullptr;
 
-/// Both faces of a hub. A push goes through a snapshot of the subscriptions, so that no lock is held while
-/// callbacks run; each subscription itself makes sure that it is not called once it has ended.
+/// Both interfaces of a hub. A push iterates over a snapshot of the subscriptions, so that no lock is held
+/// during callbacks; each subscription ensures that it is not called once it has ended.
 class NotificationHub : public INotificationHubFrontEnd,
                         public INotificationHubBackEnd,
                         public std::enable_shared_from_this<NotificationHub> {
@@ -110,7 +111,7 @@ class NotificationHub : public INotificationHubFrontEnd,
     }
     Remove(own);
     own->End();
-    if (!Push::IsAnyUnderWay()) {  // Within a callback, we might wait for ourselves.
+    if (!Push::IsAnyUnderWay()) {  // Within a callback, this thread might wait for itself.
       own->WaitForCalls();
     }
   }
@@ -120,11 +121,11 @@ class NotificationHub : public INotificationHubFrontEnd,
       throw TAMBRuntimeError("Notification hub: cannot push an empty notification");
     }
     if (auto* const underWay = Push::UnderWay(this)) {
-      // From within a callback: every subscriber is to see the notification that caused this one first.
+      // Within a callback: every subscriber has to receive the current notification first.
       underWay->Append(std::move(notifications));
       return;
     }
-    const auto self = shared_from_this();  // A callback may let go of the hub.
+    const auto self = shared_from_this();  // A callback may release the hub.
     Push push(this, std::move(notifications));
     while (const auto notification = push.Next()) {
       const auto subscriptions = CurrentSubscriptions();
@@ -181,7 +182,7 @@ class NotificationHub : public INotificationHubFrontEnd,
   }
 
   mutable qor::base::Mutex mutex_;
-  /// Replaced, never changed: pushes under way go on with what they have.
+  /// Replaced, never changed, because pushes in progress iterate over it.
   std::shared_ptr<const Subscriptions> subscriptions_ QOR_GUARDED_BY(mutex_) =
       std::make_shared<const Subscriptions>();
   std::string workflowManagerId_ QOR_GUARDED_BY(mutex_);

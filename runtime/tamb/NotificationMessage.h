@@ -8,7 +8,7 @@
 
 namespace tamb {
 
-/// What a notification says; the names are those of INotificationMessage's operations.
+/// The content of a notification; the names are those of INotificationMessage's operations.
 struct NotificationFields {
   MediaTime time = {};
   std::string stepId = {};
@@ -21,7 +21,7 @@ struct NotificationFields {
   bool isAnError = false;
 };
 
-/// A notification to push. Immutable, hence for any thread.
+/// A notification to push. Immutable, therefore usable on any thread.
 class NotificationMessage : public INotificationMessage {
  public:
   explicit NotificationMessage(NotificationFields fields) : fields_(std::move(fields)) {}

@@ -39,7 +39,8 @@ void NotificationSubscription::Deliver(const std::shared_ptr<const INotification
         fmt::format("Notification hub: a subscriber failed on notification {:?} of engine {}: {}",
                     notification->GetNotificationId(), notification->GetEngineId(), CurrentExceptionText()));
   }
-  callback.reset();  // Perhaps the last reference: whoever waits for the end of the call waits for this too.
+  // This may be the last reference; waiting for the end of the call includes its destruction.
+  callback.reset();
   EndCall();
 }
 

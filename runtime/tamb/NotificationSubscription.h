@@ -9,30 +9,30 @@
 
 namespace tamb {
 
-/// One subscription to a hub: whom to call, for what, and whether still. Any thread.
+/// One subscription to a hub: its callback, its filter and whether it is active. Any thread.
 class NotificationSubscription : public INotificationSubscriptionFrontEnd {
  public:
   using Filter = std::function<bool(const INotificationMessage&)>;
 
-  /// `hub` only tells whose subscription this is.
+  /// `hub` only identifies the owner of this subscription.
   NotificationSubscription(std::weak_ptr<const INotificationHubFrontEnd> hub, Filter filter,
                            std::shared_ptr<INotificationCallback> callback);
 
   bool IsActive() const override;
   bool BelongsTo(const INotificationHubFrontEnd& hub) const;
 
-  /// Calls the callback on this thread if the subscription is active and wants the notification; what the
-  /// callback throws is logged.
+  /// Calls the callback on this thread if the subscription is active and its filter matches; logs exceptions
+  /// of the callback.
   void Deliver(const std::shared_ptr<const INotificationMessage>& notification);
 
-  /// Ends the subscription: no call begins any more. Ending it again is no error.
+  /// Ends the subscription: no further call begins. May be called again.
   void End();
 
-  /// After End(): waits until no call is under way. Not from within a callback, which might wait for itself.
+  /// Waits after End() until no call is running. Not within a callback, which might wait for itself.
   void WaitForCalls();
 
  private:
-  /// The callback for one call, or empty when the subscription has ended. Let go of it before EndCall.
+  /// The callback for one call; empty if the subscription has ended. Release it before EndCall.
   std::shared_ptr<INotificationCallback> BeginCall();
   void EndCall();
 

@@ -22,7 +22,7 @@ void ParameterTable::Add(const std::string& key, ParameterValue value, const std
   try {
     for (auto i = positions_.size(); i < parameters_.size(); ++i) positions_.emplace(parameters_[i].key, i);
   } catch (...) {
-    parameters_.pop_back();  // it would be found by nobody
+    parameters_.pop_back();  // without its index entry it could not be found
     throw;
   }
 }

@@ -21,7 +21,7 @@ using ParameterValue =
     std::variant<bool, std::int32_t, std::int64_t, std::uint64_t, float, double, std::string, std::u16string,
                  ElementFactoryType, std::shared_ptr<const IParametersCollectionPrototype>>;
 
-/// The tag of the type that `value` holds.
+/// The tag of the type of `value`.
 inline TambType TypeOf(const ParameterValue& value) {
   constexpr std::array<TambType, std::variant_size_v<ParameterValue>> tags = {
       TambType::Bool,
@@ -38,14 +38,14 @@ inline TambType TypeOf(const ParameterValue& value) {
   return tags[value.index()];
 }
 
-/// Described values by key, in the order in which they were added; a key keeps its type for good. This is
-/// what prototypes and instances have in common: errors and threads are as their interfaces say.
+/// Described values by key, in the order in which they were added; the type of a key never changes. The
+/// common part of prototypes and instances: errors and threads are as in their interfaces.
 class ParameterTable {
  public:
   void Add(const std::string& key, ParameterValue value, const std::string& description);
 
-  /// Makes this the table of the other's keys and values, without the descriptions. For a table that is not
-  /// shared yet.
+  /// Copies the other table's keys and values, without the descriptions. Call it only before this table is
+  /// shared.
   void CopyValues(const ParameterTable& other);
 
   template <typename T>
@@ -71,14 +71,14 @@ class ParameterTable {
     std::string description;
   };
 
-  /// Collections of up to so many parameters are searched from the front: most have a handful, and are made
-  /// and dropped with every command.
+  /// Collections of up to this many parameters are searched linearly: most are small, and are created and
+  /// destroyed with every command.
   static constexpr std::size_t searchedFromTheFront = 8;
 
-  /// The number of parameters when there is no such key.
+  /// The number of parameters if the key does not exist.
   std::size_t PositionOf(const std::string& key) const QOR_REQUIRES(mutex_);
 
-  /// The value of a table that is const or not.
+  /// The value in a const or non-const table.
   template <typename T, typename Table>
   static auto& HeldValue(Table& table, const std::string& key) QOR_REQUIRES(table.mutex_) {
     const std::size_t position = table.PositionOf(key);
@@ -94,7 +94,7 @@ class ParameterTable {
 
   mutable qor::base::Mutex mutex_;
   std::vector<Parameter> parameters_ QOR_GUARDED_BY(mutex_);
-  /// By key, once there are many.
+  /// Index by key, for large collections.
   std::unordered_map<std::string, std::size_t> positions_ QOR_GUARDED_BY(mutex_);
 };
 

@@ -43,7 +43,7 @@ ParameterValue defaultOf(const IParametersCollectionPrototype& prototype, const 
   }
 }
 
-/// The table under the names and types of the interface.
+/// Adapts the table to the names and types of the interface.
 class ParametersCollectionInstance : public IParametersCollectionInstance {
  public:
   explicit ParametersCollectionInstance(PrototypePointer prototype) : prototype_(std::move(prototype)) {
@@ -51,7 +51,7 @@ class ParametersCollectionInstance : public IParametersCollectionInstance {
       table_.CopyValues(own->table());
       return;
     }
-    // Anyone's implementation. Its keys can only grow, hence need no lock over all of them.
+    // A foreign implementation. Its set of keys can only grow, so no lock over all of them is needed.
     for (const auto& [key, type] : prototype_->GetKeysAndTypes()) {
       table_.Add(key, defaultOf(*prototype_, key, type), "");
     }

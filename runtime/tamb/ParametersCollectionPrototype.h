@@ -10,7 +10,7 @@
 
 namespace tamb {
 
-/// The table under the names and types of the interface; the defaults are the table's values.
+/// Adapts the table to the names and types of the interface; the defaults are the table's values.
 class ParametersCollectionPrototype final : public IParametersCollectionPrototype {
  public:
   void AddBoolKey(const std::string& key, bool defaultValue, const std::string& description) override {

@@ -24,9 +24,9 @@ struct Unmap {
   throw TAMBRuntimeError(fmt::format("Cannot load plug-in {:?}: {}", path.string(), reason));
 }
 
-/// What the dynamic linker says, without the path that it usually begins with.
+/// The dynamic linker's message, without the path that it usually begins with.
 std::string linkerError(const std::filesystem::path& path) {
-  // The message belongs to the calling thread, and is there, since a call has just failed.
+  // Called after a failure, so there is a message; it belongs to the calling thread.
   const std::string error = dlerror();  // NOLINT(concurrency-mt-unsafe)
   const std::string prefix = path.string() + ": ";
   return error.starts_with(prefix) ? error.substr(prefix.size()) : error;
@@ -42,7 +42,7 @@ std::string pluginName(const std::filesystem::path& path) {
 
 std::string LoadPlugin(const std::filesystem::path& path) {
   std::error_code error;
-  // The dynamic linker takes a path without a slash for a name to search for.
+  // The dynamic linker searches for a path without a slash in its own folders.
   const auto file = std::filesystem::absolute(path, error);
   if (error || !std::filesystem::exists(file, error)) {
     fail(path, error ? error.message() : "there is no such file");
@@ -56,7 +56,7 @@ std::string LoadPlugin(const std::filesystem::path& path) {
   if (registerAll == nullptr) {
     fail(path, "it has no function RegisterAll, so it is no plug-in");
   }
-  static_cast<void>(library.release());  // From here on, something may point into it.
+  static_cast<void>(library.release());  // From here on, pointers into the library may exist.
   auto name = pluginName(path);
   try {
     registerAll(name.c_str());

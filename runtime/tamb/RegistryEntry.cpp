@@ -5,7 +5,7 @@
 namespace tamb {
 
 std::shared_ptr<const IParametersCollectionPrototype> GetRegistryEntryPrototype() {
-  // Never destroyed, like the registry: plug-ins may register and retire while the process ends.
+  // Never destroyed, like the registry: plug-ins may register and retire while the process exits.
   static const auto& prototype = *new std::shared_ptr<const IParametersCollectionPrototype>([] {
     auto entry = CreateParametersCollectionPrototype();
     entry->AddElementFactoryTypeKey("class", ElementFactoryType::Undefined, "What the factory makes");

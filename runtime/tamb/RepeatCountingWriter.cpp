@@ -14,7 +14,7 @@ namespace {
 constexpr std::size_t mostRecords = 16;
 constexpr std::size_t longestMessage = std::size_t{8} * 1024;
 constexpr std::chrono::seconds timeBetweenCounts{60};
-/// A heartbeat may take as long as a lost connection is waited for, and comes again a second later.
+/// Longer than a heartbeat that waits for a lost connection, plus the second until the next one.
 constexpr std::chrono::seconds timeToForget{30};
 
 bool isCounted(LogLevel level, const std::string& message) {
@@ -62,7 +62,7 @@ void RepeatCountingWriter::Write(LogLevel level, const std::string& message, con
 void RepeatCountingWriter::flush() {
   const qor::base::Lock lock(mutex_);
   const auto now = now_();
-  // As they came.
+  // In the order of their arrival.
   std::for_each(records_.rbegin(), records_.rend(),
                 [&](Record& record) QOR_REQUIRES(mutex_) { writeCount(record, now); });
   records_.clear();

@@ -12,14 +12,14 @@
 
 namespace tamb {
 
-/// Passes log records on to another writer, and identical warnings and errors as a count: a peer that is not
-/// available makes each heartbeat fail with the same text, once a second. The first such record is written at
-/// once, those that repeat it are counted. The count is written, as " (repeated 57 times)" behind the
-/// message, when a minute has passed, when the record has not come again for 30 s, and by flush(). Records
-/// are identical when they differ in thread and time only.
+/// Forwards log records to another writer, and identical warnings and errors as a count: if a peer is not
+/// available, each heartbeat fails with the same text, once a second. The first such record is written at
+/// once, repetitions are counted. The count is written as " (repeated 57 times)" after the message when a
+/// minute has passed, when the record has not been repeated for 30 s, and by flush(). Records are identical
+/// if only thread and time differ.
 ///
-/// The last 16 different records are remembered, unless they are longer than 8 KiB. Any thread; one record is
-/// passed on at a time. Does not wait for time to pass: a count that is due is written with the next record.
+/// Remembers the last 16 different records, except those longer than 8 KiB. Any thread; forwards one record
+/// at a time. Uses no timer: a due count is written with the next record.
 class RepeatCountingWriter : public ILoggerWriter {
  public:
   using Clock = std::chrono::steady_clock;
@@ -30,7 +30,7 @@ class RepeatCountingWriter : public ILoggerWriter {
   void Write(LogLevel level, const std::string& message, const std::string& context,
              const std::string& source, const std::string& line, const std::string& function,
              const std::string& threadId, const std::string& time) override;
-  /// Writes the counts that have not been written yet, and forgets the records.
+  /// Writes all pending counts, and forgets the records.
   void flush();
 
  private:
@@ -54,8 +54,8 @@ class RepeatCountingWriter : public ILoggerWriter {
 
   const std::shared_ptr<ILoggerWriter> writer_;
   const std::function<Clock::time_point()> now_;
-  qor::base::Mutex mutex_;                            ///< held while a record is passed on, too
-  std::list<Record> records_ QOR_GUARDED_BY(mutex_);  ///< the one that came last is the first
+  qor::base::Mutex mutex_;                            ///< also held while a record is forwarded
+  std::list<Record> records_ QOR_GUARDED_BY(mutex_);  ///< the most recent one first
 };
 
 }  // namespace tamb

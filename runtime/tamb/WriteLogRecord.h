@@ -6,9 +6,9 @@
 
 namespace tamb {
 
-/// Reports an event of the calling thread: to the current logger writer or, when there is none or it throws,
-/// to the standard error stream. A record that can be written nowhere is given up. Any thread, also while the
-/// process ends.
+/// Logs an event of the calling thread to the current logger writer or, if there is none or it throws, to the
+/// standard error stream. A record that cannot be written anywhere is dropped. Any thread, also while the
+/// process exits.
 void WriteLogRecord(LogLevel level, const std::string& message) noexcept;
 
 }  // namespace tamb

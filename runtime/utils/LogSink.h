@@ -6,17 +6,17 @@
 
 namespace qor::utils {
 
-/// Takes one record of the calling thread. False when it has nowhere to put it. May throw anything. Called
-/// from any thread, also while the process ends, so that it must never be unloaded.
+/// Receives one record of the calling thread. Returns false if it cannot write the record. May throw
+/// anything. Called on any thread, also while the process exits, so it must never be unloaded.
 using LogSink = bool (*)(tamb::LogLevel level, const std::string& message);
 
-/// Every log record of this process goes to `sink` from now on. The framework sets its own with the first
-/// logger writer; sockets and programs without the framework need none. Any thread.
+/// Sends every further log record of this process to `sink`. The framework sets its own with the first logger
+/// writer; sockets and programs without the framework need none. Any thread.
 void setLogSink(LogSink sink);
 
-/// Writes a record to the sink or, when there is none or it does not take the record, as "LEVEL message" to
-/// the standard error stream. A record that can be written nowhere is given up. Any thread, also while the
-/// process ends; blocks as long as the sink or the stream does.
+/// Writes a record to the sink or, if there is none or it returns false, as "LEVEL message" to the standard
+/// error stream. A record that cannot be written anywhere is dropped. Any thread, also while the process
+/// exits; blocks as long as the sink or the stream does.
 void writeLogRecord(tamb::LogLevel level, const std::string& message) noexcept;
 
 }  // namespace qor::utils

@@ -6,7 +6,7 @@ std::string IMessageFormatter::formatMessage(const std::string& text) const {
   return messageHeader() + ": " + text;
 }
 
-// The signature is the utilities' own.
+// The platform declares this signature.
 // NOLINTNEXTLINE(modernize-pass-by-value)
 MessageFormatter::MessageFormatter(const std::string& header) : header_(header) {}
 

@@ -6,7 +6,7 @@ namespace Protocol {
 
 /// The role of a socket, and with it whether it binds or connects.
 enum Protocol : int {
-  /// No role: renders an endpoint as the text that FromString reads back.
+  /// No role: formats an endpoint as the text that FromString parses.
   Plain = 0,
   /// Binds; sends to every subscriber.
   Publisher = 1,
@@ -22,10 +22,10 @@ enum Protocol : int {
 
 namespace ClosePolicy {
 
-/// How long close() lets messages that have not left yet go on trying.
+/// How long close() waits for unsent messages.
 enum ClosePolicy : int {
-  /// For messages that the next one supersedes: nothing is waited for. A publisher without subscribers keeps
-  /// its newest message only; what a connected peer is about to take may still leave within 200 ms.
+  /// For messages that are superseded by the next one: close() does not wait. A publisher without subscribers
+  /// keeps only its newest message; messages in transit to a connected peer may still leave within 200 ms.
   Newest = 0,
   /// At most 1 s.
   Brief = 1,

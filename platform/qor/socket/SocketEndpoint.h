@@ -12,14 +12,15 @@ namespace qor::socket {
 /// A transport address: a value, safe to copy between threads.
 ///
 /// Text forms: `tcp://HOST:PORT` (a name, an IPv4 address, or an IPv6 address in brackets), `ipc://PATH` (a
-/// socket file; `ipc://@NAME` names none) and `inproc://NAME` (within this process). Each may be followed by
-/// parameters, `?name=value&…`; hence no path and no name holds a '?'. There is one parameter, `readers`,
-/// from 1 to 65535: how many subscribers a Publisher that binds the endpoint serves at a time.
+/// socket file; `ipc://@NAME` creates no file) and `inproc://NAME` (within this process). Each may be
+/// followed by parameters, `?name=value&…`; therefore paths and names cannot contain a '?'. The only
+/// parameter is `readers`, from 1 to 65535: how many subscribers a Publisher that binds the endpoint serves
+/// at a time.
 class SocketEndpoint {
  public:
   enum class Transport { Tcp, Ipc, Inproc };
 
-  /// Reads the text form; throws std::runtime_error quoting `text` and saying what is expected.
+  /// Parses the text form; throws std::runtime_error that quotes `text` and states what was expected.
   static SocketEndpoint FromString(const std::string& text);
 
   SocketEndpoint(const SocketEndpoint&) = default;
@@ -31,7 +32,7 @@ class SocketEndpoint {
   /// The text form, parameters included, for `Plain`; for a role, the same followed by " as " and the role's
   /// name.
   std::string toString(Protocol::Protocol protocol) const;
-  /// The text form without parameters: where peers meet, whatever each of them was told besides.
+  /// The text form without parameters. Peers with equal results reach each other, whatever their parameters.
   std::string address() const;
 
   Transport transport() const { return transport_; }
@@ -39,21 +40,22 @@ class SocketEndpoint {
   const std::string& host() const { return host_; }
   /// 0 unless the transport is tcp.
   std::uint16_t port() const { return port_; }
-  /// How many subscribers a publisher serves at a time; 0 for any number.
+  /// How many subscribers a publisher serves at a time; 0 means no limit.
   std::uint16_t readers() const { return readers_; }
 
-  /// This address with port 0 replaced by a free port that is held, listening, from now on, so that it can be
-  /// told to a peer before the socket is opened. The first binding createAndConnect with the result or a copy
-  /// takes the port over; it is let go with the last copy otherwise. An address that names its port, and any
-  /// that is not tcp, is returned unchanged. Throws std::runtime_error when no port can be had on the host.
+  /// This address with port 0 replaced by a free port, which is reserved from now on by a listening
+  /// descriptor, so that it can be passed to a peer before the socket is opened. The first binding
+  /// createAndConnect with the result or a copy takes the port over; otherwise the last copy releases it. An
+  /// address with a port other than 0, or with another transport, is returned unchanged. Throws
+  /// std::runtime_error if no port is available on the host.
   SocketEndpoint withReservedPort() const;
 
-  /// A held port: a listening descriptor with one owner.
+  /// A reserved port: a listening descriptor with one owner.
   class Reservation;
-  /// The reservation behind this address; empty when there is none.
+  /// The reservation of this address; empty if there is none.
   const std::shared_ptr<Reservation>& reservation() const { return reservation_; }
 
-  /// Same address and parameters; a reservation makes no difference.
+  /// Whether address and parameters are equal; ignores reservations.
   friend bool operator==(const SocketEndpoint& left, const SocketEndpoint& right);
 
  private:

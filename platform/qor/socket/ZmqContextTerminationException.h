@@ -6,8 +6,8 @@
 
 namespace qor::socket {
 
-/// The messaging context is being shut down: the order to end whatever loop meets it. Deliberately no
-/// std::runtime_error, which means one failed operation.
+/// The messaging context is being shut down; any loop that catches this has to end. Deliberately not a
+/// std::runtime_error, which means that one operation failed.
 class ZmqContextTerminationException : public std::exception {
  public:
   explicit ZmqContextTerminationException(std::string text) : text_(std::move(text)) {}

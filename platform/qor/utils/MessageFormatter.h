@@ -4,8 +4,8 @@
 
 namespace qor::utils {
 
-/// Puts an object's own header ahead of its texts, so that a log line names its origin. Nobody owns an object
-/// by this interface. Any thread; does not block.
+/// Prefixes texts with an object's header, so that a log line names its origin. Objects are not owned through
+/// this interface. Any thread; does not block.
 class IMessageFormatter {
  public:
   virtual std::string messageHeader() const = 0;
@@ -21,8 +21,8 @@ class IMessageFormatter {
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
-/// The mix-in for classes that log, usable on its own as well: the header is fixed at construction. Whoever
-/// inherits it is not deleted through it: its destructor is not virtual.
+/// The mix-in for classes that log, also usable on its own. The header is fixed at construction. Do not
+/// delete derived objects through this class: its destructor is not virtual.
 class MessageFormatter : public IMessageFormatter {
  public:
   explicit MessageFormatter(const std::string& header);
