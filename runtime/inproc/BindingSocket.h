@@ -9,8 +9,8 @@
 
 namespace qor::socket::inproc {
 
-/// A socket that others connect to. A port that was reserved for it stays taken while it is open, so that
-/// nobody else in this process is told the same one.
+/// A socket that binds. It keeps a port that was reserved for it while it is open, so that the port is not
+/// given to another socket of this process.
 class BindingSocket : public InprocSocket {
  public:
   BindingSocket(const SocketLabel& label, const SocketEndpoint& endpoint)

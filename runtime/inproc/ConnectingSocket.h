@@ -8,8 +8,8 @@
 
 namespace qor::socket::inproc {
 
-/// A socket that joins whoever has bound its endpoint. The switchboard says when; it is called with it
-/// locked.
+/// A socket that connects to whichever socket has bound its endpoint. The switchboard makes the connections,
+/// and is locked during its calls.
 class ConnectingSocket : public InprocSocket {
  public:
   ConnectingSocket(const SocketLabel& label, const SocketEndpoint& endpoint)
@@ -22,11 +22,12 @@ class ConnectingSocket : public InprocSocket {
   const std::string& endpoint() const final { return key_; }
 
   virtual bool isConnected() const QOR_REQUIRES(networkMutex) = 0;
-  /// Makes a connection, unless the peer has a role that does not go with this one.
+  /// Connects to the peer, unless its role does not match.
   virtual void joinPeer(InprocSocket& peer) QOR_REQUIRES(networkMutex) = 0;
-  /// Ends the connection, which stands.
+  /// Ends the current connection.
   virtual void leavePeer() QOR_REQUIRES(networkMutex) = 0;
-  /// Takes bytes as the peer's next message; throws std::runtime_error when it waits for none.
+  /// Delivers bytes as the peer's next message; throws std::runtime_error if this socket does not expect a
+  /// message.
   virtual void deliver(std::string encoded) QOR_REQUIRES(networkMutex) = 0;
 
  protected:

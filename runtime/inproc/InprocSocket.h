@@ -16,16 +16,16 @@
 
 namespace qor::socket::inproc {
 
-/// What the four roles share: the operations as the owner calls them, planned failures first, and all
-/// waiting. The roles say what there is to receive and where a message goes. Messages travel as their
+/// The common part of the four roles: the owner's operations, which check planned failures first, and all
+/// waiting. The roles define what can be received and where messages go. Messages are passed on as their
 /// encodings.
 ///
-/// The public operations lock the network; everything else is called with it locked.
+/// The public operations lock the network; all others are called with it locked.
 class InprocSocket : public OpenSocket {
  public:
   using Deadline = base::Deadline;
 
-  /// Joins the network; leaves no trace in it when it throws.
+  /// Joins the network; leaves it unchanged if it throws.
   void open(ClosePolicy::ClosePolicy closePolicy, std::chrono::milliseconds timeOut);
 
   int poll(std::chrono::milliseconds timeOut, std::string& errorText) final;
@@ -35,31 +35,32 @@ class InprocSocket : public OpenSocket {
   std::size_t close(std::chrono::milliseconds timeForUnsent) noexcept final;
 
   const SocketLabel& label() const { return label_; }
-  /// What peers meet at: the address without parameters, and with the port that the system chose, if it did.
+  /// The address where peers find this socket: without parameters, and with the port that the system chose,
+  /// if any.
   virtual const std::string& endpoint() const = 0;
   SocketState state() const QOR_REQUIRES(networkMutex);
-  /// The context that this socket was opened in is being shut down.
+  /// Whether the context in which this socket was opened is being shut down.
   bool isShutDown() const QOR_REQUIRES(networkMutex) { return context_ != network_.context(); }
-  /// Lets whoever waits look again; from now on nobody is seen to be blocked here until he has.
+  /// Makes waiting threads evaluate their conditions again; until they have, none counts as blocked here.
   void wake() QOR_REQUIRES(networkMutex);
 
  protected:
   explicit InprocSocket(SocketLabel label);
 
-  /// Becomes known to the switchboard, and waits for the peer if the role does.
+  /// Registers with the switchboard, and waits for the peer if the role does.
   virtual void enter(base::Lock& lock, std::chrono::milliseconds timeOut) QOR_REQUIRES(networkMutex) = 0;
   virtual std::size_t peers() const QOR_REQUIRES(networkMutex) = 0;
   virtual std::size_t unreceived() const QOR_REQUIRES(networkMutex) = 0;
   virtual std::size_t unsent() const QOR_REQUIRES(networkMutex) { return 0; }
-  /// The encoding of the next message that has arrived; there is one.
+  /// The encoding of the next message; called only if there is one.
   virtual std::string take() QOR_REQUIRES(networkMutex) = 0;
-  /// Why no message can ever come as things are; empty when one can.
+  /// Why no message can arrive in the current state; empty if one can.
   virtual std::string whyNoneCanCome() const QOR_REQUIRES(networkMutex) { return {}; }
   virtual void put(std::string encoded, base::Lock& lock) QOR_REQUIRES(networkMutex) = 0;
 
   enum class Woken { ByCondition, ByInterrupt, ByDeadline };
-  /// Waits until `condition`, which changes only together with a call of wake(). Throws
-  /// ZmqContextTerminationException when the context is shut down.
+  /// Waits until `condition` is true; every change of it has to call wake(). Throws
+  /// ZmqContextTerminationException if the context is shut down.
   template <class Condition>
   Woken wait(base::Lock& lock, Operation operation, std::optional<Deadline> deadline, Condition condition)
       QOR_REQUIRES(networkMutex);
@@ -82,7 +83,7 @@ class InprocSocket : public OpenSocket {
   bool isOpen_ QOR_GUARDED_BY(networkMutex) = false;
   bool interrupted_ QOR_GUARDED_BY(networkMutex) = false;
   std::optional<Operation> blockedIn_ QOR_GUARDED_BY(networkMutex);
-  // Only shown.
+  // Only reported in SocketState.
   ClosePolicy::ClosePolicy closePolicy_ QOR_GUARDED_BY(networkMutex) = ClosePolicy::Newest;
   std::chrono::milliseconds connectTimeOut_ QOR_GUARDED_BY(networkMutex){0};
   std::optional<std::chrono::milliseconds> pollTimeOut_ QOR_GUARDED_BY(networkMutex);

@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::chrono::seconds longestWait{10};
 
-/// The sockets of that name and kind; throws when there is none.
+/// The sockets of that name and kind; throws if there is none.
 template <class Kind>
 std::vector<Kind*> named(const Switchboard& network, const std::string& name, const std::string& what)
     QOR_REQUIRES(networkMutex) {

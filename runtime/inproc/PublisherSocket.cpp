@@ -39,7 +39,7 @@ void PublisherSocket::admit(SubscriberSocket& subscriber) {
 void PublisherSocket::remove(const SubscriberSocket& subscriber) {
   std::erase(subscribers_, &subscriber);
   std::erase(waiting_, &subscriber);
-  // Unless all are being disconnected.
+  // None while all are being disconnected.
   const auto next =
       std::ranges::find_if(waiting_, [this](const SubscriberSocket* waiting) QOR_REQUIRES(networkMutex) {
         return network().peerFor(*waiting) == this;
@@ -49,7 +49,7 @@ void PublisherSocket::remove(const SubscriberSocket& subscriber) {
     waiting_.erase(next);
     admit(admitted);
   }
-  sendBacklog();  // It may have been the one without room.
+  sendBacklog();  // The removed subscriber may have been the one without room.
 }
 
 void PublisherSocket::logRefusals() {

@@ -12,9 +12,9 @@ namespace qor::socket::inproc {
 
 class SubscriberSocket;
 
-/// Puts each message into the inbox of every subscriber, and keeps it as long as there is none, or one
-/// without room. Where each message supersedes those before it, whoever joins is told the newest. A publisher
-/// whose endpoint limits its readers leaves the others waiting until a reader disconnects.
+/// Puts each message into the inbox of every subscriber; keeps it while there is no subscriber, or one has no
+/// room. If each message supersedes the earlier ones, a new subscriber receives the newest. If the endpoint
+/// limits the readers, further subscribers wait until a reader disconnects.
 class PublisherSocket final : public BindingSocket {
  public:
   PublisherSocket(const SocketLabel& label, bool newestOnly, const SocketEndpoint& endpoint);
@@ -24,7 +24,7 @@ class PublisherSocket final : public BindingSocket {
 
   void add(SubscriberSocket& subscriber) QOR_REQUIRES(networkMutex);
   void remove(const SubscriberSocket& subscriber) QOR_REQUIRES(networkMutex);
-  /// Hands over what is kept, as far as every subscriber has room for it.
+  /// Sends the backlog, as far as every subscriber has room.
   void sendBacklog() QOR_REQUIRES(networkMutex);
 
  private:
@@ -40,15 +40,15 @@ class PublisherSocket final : public BindingSocket {
 
   void logRefusals() QOR_REQUIRES(networkMutex);
 
-  /// Of subscribers that are served at a time.
+  /// The maximum number of subscribers that are served at a time.
   const std::size_t limit_;
-  /// Those that are served.
+  /// The subscribers that are served.
   std::vector<SubscriberSocket*> subscribers_ QOR_GUARDED_BY(networkMutex);
-  /// Those that are refused, in the order in which they came.
+  /// The refused subscribers, in the order of their arrival.
   std::vector<SubscriberSocket*> waiting_ QOR_GUARDED_BY(networkMutex);
   RefusalLog refusals_ QOR_GUARDED_BY(networkMutex);
   SendBacklog<std::string> backlog_ QOR_GUARDED_BY(networkMutex);
-  /// Where it is all that counts.
+  /// The newest message, if it supersedes all earlier ones.
   std::optional<std::string> newest_ QOR_GUARDED_BY(networkMutex);
 };
 

@@ -8,11 +8,10 @@
 
 namespace qor::socket::inproc {
 
-/// Hands a reply to the sender of one request; false when he has gone.
+/// Passes a reply to the sender of one request; false if the sender has disconnected.
 using Answer = std::function<bool(std::string encoded)>;
 
-/// Answers one request after the other, each of any requester. Only the request received last can be
-/// answered.
+/// Answers requests of any requesters, one after the other. Only the request received last can be answered.
 class ReplierSocket final : public BindingSocket {
  public:
   using BindingSocket::BindingSocket;
@@ -35,7 +34,7 @@ class ReplierSocket final : public BindingSocket {
 
   std::size_t requesters_ QOR_GUARDED_BY(networkMutex) = 0;
   SendBacklog<Request> inbox_ QOR_GUARDED_BY(networkMutex){false};
-  /// Of the request received last; empty once it has been used.
+  /// Answers the request received last; empty once it has been used.
   Answer pending_ QOR_GUARDED_BY(networkMutex);
 };
 

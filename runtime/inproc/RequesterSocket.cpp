@@ -46,7 +46,7 @@ void RequesterSocket::put(std::string encoded, base::Lock& lock) {
           fmt::format("the connection is lost and did not come back within {} ms", reconnectTimeOut.count()));
   }
   if (!replier_->hasRoom(encoded.size())) throw failure("queue full: the peer takes no more requests");
-  // While the connection stands this requester is open.
+  // `this` is valid as long as the connection is not lost.
   replier_->deliver(std::move(encoded), [this, connection = connection_,
                                          exchange = exchange_](std::string reply) QOR_REQUIRES(networkMutex) {
     if (connection->isLost) return false;
@@ -57,7 +57,7 @@ void RequesterSocket::put(std::string encoded, base::Lock& lock) {
 }
 
 void RequesterSocket::onReply(std::uint64_t exchange, std::string encoded) {
-  // To a request that was given up, or that a test has answered already, it comes too late.
+  // Too late: the request was abandoned, or a test has already answered it.
   if (exchange == exchange_ && sentOver_ && !reply_) deliver(std::move(encoded));
 }
 

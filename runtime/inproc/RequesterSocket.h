@@ -11,7 +11,7 @@ namespace qor::socket::inproc {
 
 class ReplierSocket;
 
-/// Sends a request and receives its reply: one exchange at a time, over the connection that stood when it
+/// Sends a request and receives its reply: one exchange at a time, over the connection that existed when it
 /// began.
 class RequesterSocket final : public ConnectingSocket {
  public:
@@ -23,7 +23,7 @@ class RequesterSocket final : public ConnectingSocket {
   void deliver(std::string encoded) QOR_REQUIRES(networkMutex) override;
 
  private:
-  /// Outlives the requester in the answers that repliers still hold.
+  /// Shared with the answers that repliers still have, so it may outlive the requester.
   struct Connection {
     bool isLost QOR_GUARDED_BY(networkMutex) = false;
   };
@@ -37,11 +37,11 @@ class RequesterSocket final : public ConnectingSocket {
   void onReply(std::uint64_t exchange, std::string encoded) QOR_REQUIRES(networkMutex);
 
   ReplierSocket* replier_ QOR_GUARDED_BY(networkMutex) = nullptr;
-  /// Empty while there is none.
+  /// Empty without a connection.
   std::shared_ptr<Connection> connection_ QOR_GUARDED_BY(networkMutex);
-  /// The number of the present one.
+  /// The number of the current exchange.
   std::uint64_t exchange_ QOR_GUARDED_BY(networkMutex) = 0;
-  /// What its request was sent over; empty without a request.
+  /// The connection over which the request was sent; empty without a request.
   std::shared_ptr<Connection> sentOver_ QOR_GUARDED_BY(networkMutex);
   std::optional<std::string> reply_ QOR_GUARDED_BY(networkMutex);
 };

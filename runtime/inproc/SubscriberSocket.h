@@ -9,7 +9,7 @@ namespace qor::socket::inproc {
 
 class PublisherSocket;
 
-/// Receives what its publisher sends, out of an inbox as large as what a publisher may keep.
+/// Receives its publisher's messages from an inbox that is as large as a publisher's backlog.
 class SubscriberSocket final : public ConnectingSocket {
  public:
   using ConnectingSocket::ConnectingSocket;

@@ -20,28 +20,28 @@ namespace qor::socket::inproc {
 class InprocSocket;
 class ConnectingSocket;
 
-/// Guards the switchboard and the insides of all sockets: whoever holds it sees the whole network at rest.
-/// Like the switchboard it is never destroyed, since its destructor does nothing.
+/// Guards the switchboard and the state of all sockets: with it held, the whole network is consistent.
+/// Trivially destructible, so that it works until the process exits, like the switchboard.
 inline base::Mutex networkMutex;
 static_assert(std::is_trivially_destructible_v<base::Mutex>);
 
-/// Knows every socket of the process, connects those that belong together, and holds what tests have said is
-/// to go wrong.
+/// Registers every socket of the process, connects matching ones, and stores the faults that tests have
+/// injected.
 class Switchboard {
  public:
-  /// Never destroyed: sockets may be closed by destructors of static objects.
+  /// Never destroyed, because destructors of static objects may close sockets.
   static Switchboard& instance();
 
-  /// Adds a socket that binds; throws std::runtime_error when its endpoint is bound.
+  /// Adds a socket that binds; throws std::runtime_error if its endpoint is already bound.
   void bind(InprocSocket& socket, const std::string& endpoint) QOR_REQUIRES(networkMutex);
   /// Adds a socket that connects.
   void connect(ConnectingSocket& socket) QOR_REQUIRES(networkMutex);
   void remove(const InprocSocket& socket) QOR_REQUIRES(networkMutex);
-  /// Whom a socket is, or is to be, connected to; null when nobody is there, or the connection is cut.
+  /// The peer that a socket is or will be connected to; null if there is none, or if the connection is cut.
   InprocSocket* peerFor(const ConnectingSocket& socket) const QOR_REQUIRES(networkMutex);
   const std::vector<InprocSocket*>& sockets() const QOR_REQUIRES(networkMutex) { return sockets_; }
 
-  /// Which messaging context is the present one: a socket of an earlier one is being shut down.
+  /// The number of the current messaging context: sockets of earlier ones are being shut down.
   unsigned int context() const QOR_REQUIRES(networkMutex) { return context_; }
   void shutDownContext() QOR_REQUIRES(networkMutex);
 
@@ -68,14 +68,14 @@ class Switchboard {
   }
   void reset() QOR_REQUIRES(networkMutex);
 
-  /// To be called after each change that somebody outside of the sockets may wait for.
+  /// Call it after each change that a thread outside of the sockets may wait for.
   void notifyObservers() { changed_.notify_all(); }
   std::condition_variable& changed() { return changed_; }
 
  private:
   Switchboard() = default;
 
-  /// Ends the connections that must not be any more, then makes those that can be.
+  /// Ends the connections that are no longer allowed, then makes those that are possible.
   void updateConnections() QOR_REQUIRES(networkMutex);
   bool isCut(const InprocSocket& socket) const QOR_REQUIRES(networkMutex);
   void wakeAll() QOR_REQUIRES(networkMutex);

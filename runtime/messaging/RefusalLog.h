@@ -9,9 +9,9 @@
 
 namespace qor::socket {
 
-/// The log lines about subscribers that a publisher refuses. They come from outside, as often as somebody
-/// likes: each gets a line, up to ten within ten seconds; those beyond are counted. The lines are handed out
-/// rather than written, so that nothing is locked while they are. Not thread-safe.
+/// The log lines about subscribers that a publisher refuses. Peers can cause any number of refusals: each
+/// gets a line, up to ten within ten seconds; further ones are counted. The lines are returned rather than
+/// written, so that no lock is held while they are written. Not thread-safe.
 class RefusalLog {
  public:
   using Clock = std::chrono::steady_clock;
@@ -20,11 +20,11 @@ class RefusalLog {
 
   RefusalLog(const SocketLabel& label, unsigned int readers);
 
-  /// `who` is what is known of the subscriber.
+  /// `who` describes the subscriber.
   void note(const std::string& who, Clock::time_point now = Clock::now());
-  /// Adds the count of those that got no line.
+  /// Adds a line with the count of refusals without a line.
   void conclude();
-  /// The lines since the last call; each is to be logged as a warning.
+  /// The lines since the last call; log each as a warning.
   std::vector<std::string> takeLines();
 
  private:

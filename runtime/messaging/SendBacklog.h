@@ -12,17 +12,17 @@
 namespace qor::socket {
 
 /// The messages that a publisher keeps until its subscribers can take them, in order and bounded. A publisher
-/// whose messages supersede each other keeps the newest only. Not thread-safe.
+/// whose messages supersede each other keeps only the newest. Not thread-safe.
 template <class Message>
 class SendBacklog {
  public:
-  /// About half a minute of the busiest channel, and what a host can spare for each of a hundred engines.
+  /// About half a minute of the busiest channel, and affordable for a host with a hundred engines.
   static constexpr std::size_t maximumCount = 100'000;
   static constexpr std::size_t maximumBytes = std::size_t{64} * 1024 * 1024;
 
   explicit SendBacklog(bool newestOnly) : newestOnly_(newestOnly) {}
 
-  /// Throws std::runtime_error, keeping nothing of `message`, when there is no room left.
+  /// Throws std::runtime_error, without keeping `message`, if there is no room.
   void keep(Message message, std::size_t size, const SocketLabel& label) {
     if (newestOnly_) clear();
     if (!hasRoom(size)) {
@@ -35,7 +35,7 @@ class SendBacklog {
     bytes_ += size;
   }
 
-  /// Whether keep would take a message of that size.
+  /// Whether keep would accept a message of that size.
   bool hasRoom(std::size_t size) const {
     return newestOnly_ || (messages_.size() < maximumCount && bytes_ + size <= maximumBytes);
   }

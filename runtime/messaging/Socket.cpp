@@ -31,8 +31,8 @@ std::chrono::milliseconds timeForUnsent(ClosePolicy::ClosePolicy policy) {
 
 }  // namespace
 
-/// Opening and closing, around whatever socket is open. The gate keeps the open socket alive for whoever is
-/// inside; the mutex is held for moments only, never while a socket is opened, closed or used.
+/// Opens and closes the underlying socket. The gate keeps the open socket alive for threads inside; the mutex
+/// is held only briefly, never while a socket is opened, closed or used.
 class Socket::Implementation {
  public:
   Implementation(const std::string& name, ClosePolicy::ClosePolicy policy)
@@ -72,8 +72,7 @@ class Socket::Implementation {
   void send(const google::protobuf::Message* message) {
     const UseGate::Visit visit(gate_);
     if (!visit) throw notOpen();
-    // Ahead of the call, whose arguments are evaluated in any order: `message` may be null until it is
-    // checked.
+    // Before the call, whose arguments are evaluated in any order: `message` may be null until it is checked.
     const std::size_t size = checkSendable(message, label_);
     open_->send(*message, size);
   }
@@ -104,7 +103,7 @@ class Socket::Implementation {
     return label_;
   }
 
-  /// False when there is nothing to close; then another thread's close has ended too.
+  /// False if there is nothing to close; then another thread's close has ended, too.
   bool beginClosing() {
     base::Lock lock(mutex_);
     lock.wait(phaseChanged_, [this]() QOR_REQUIRES(mutex_) { return phase_ != Phase::Closing; });
@@ -121,8 +120,9 @@ class Socket::Implementation {
     phaseChanged_.notify_all();
   }
 
-  /// A loop that polls may meet a socket that was closed behind its back, perhaps to be opened on another
-  /// endpoint: nothing can come in from it, which is no error. A socket that was never opened is.
+  /// A polling loop may find that another thread has closed the socket, perhaps to open it on another
+  /// endpoint: that is not an error, although no message can arrive. Polling a socket that was never opened
+  /// is an error.
   int pollWhileClosed(std::chrono::milliseconds timeOut, std::string& errorText) {
     base::Lock lock(mutex_);
     if (phase_ == Phase::NeverOpen || phase_ == Phase::Opening) {
@@ -146,7 +146,8 @@ class Socket::Implementation {
   mutable base::Mutex mutex_;
   std::condition_variable phaseChanged_;
   Phase phase_ QOR_GUARDED_BY(mutex_) = Phase::NeverOpen;
-  /// Changes with the mutex held while nobody is inside the gate: whoever is inside needs no lock to read it.
+  /// Changed only with the mutex held and while no thread is inside the gate, so threads inside read it
+  /// without a lock.
   SocketLabel label_;
   UseGate gate_;
   std::unique_ptr<OpenSocket> open_;

@@ -24,12 +24,12 @@ constexpr std::string_view tcpScheme = "tcp://";
 constexpr std::string_view ipcScheme = "ipc://";
 constexpr std::string_view inprocScheme = "inproc://";
 
-/// What the kernel's socket address holds, without the terminating zero.
+/// The capacity of the kernel's socket address, without the terminating zero.
 constexpr std::size_t maximumPathLength = sizeof(sockaddr_un::sun_path) - 1;
-/// Leaves room for what makes a name unique to its process, within the same address.
+/// Leaves room in the same address for a suffix that makes a name unique to its process.
 constexpr std::size_t maximumNameLength = 64;
 
-/// The text in quotes, on one line and of bounded length, whatever it holds.
+/// The text in quotes, on one line and cut to a bounded length, whatever it contains.
 std::string quoted(std::string_view text) {
   constexpr std::size_t maximumShown = 200;
   const std::string_view shown = base::cutUtf8(text, maximumShown);
@@ -45,7 +45,7 @@ std::string quoted(std::string_view text) {
 
 bool isControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }
 
-/// Nothing when the digits are not a number from 0 to 65535.
+/// Empty if the digits are not a number from 0 to 65535.
 std::optional<std::uint16_t> parseNumber(std::string_view digits) {
   std::uint16_t number = 0;
   const char* const end = digits.data() + digits.size();
@@ -70,7 +70,8 @@ void readParameter(std::string_view text, std::string_view parameter, Parameters
   if (equals == std::string_view::npos) {
     refuse(text, "what follows the '?' is not a list of parameters, name=value&name=value");
   }
-  // Peers are given the same text: whoever ignored a parameter might serve whom another one keeps out.
+  // Rejects unknown parameters: peers get the same text, and ignoring one might serve a peer that another end
+  // keeps out.
   if (parameter.substr(0, equals) != "readers") refuse(text, "it has an unknown parameter");
   if (parameters.readers) refuse(text, "the parameter readers is given twice");
   const auto readers = parseNumber(parameter.substr(equals + 1));
@@ -88,7 +89,7 @@ Parameters readParameters(std::string_view text, std::string_view list) {
   }
 }
 
-/// The shortest spelling of an IPv6 address; nothing when it is none.
+/// The shortest form of an IPv6 address; empty if the text is not one.
 std::optional<std::string> canonicalIpv6(std::string_view host) {
   in6_addr address{};
   std::array<char, INET6_ADDRSTRLEN> buffer{};
@@ -150,7 +151,7 @@ SocketEndpoint SocketEndpoint::FromString(const std::string& text) {
   return endpoint;
 }
 
-/// `text` is what a refusal quotes, parameters included.
+/// `text` is quoted in refusals, including the parameters.
 SocketEndpoint SocketEndpoint::parseAddress(std::string_view text, std::string_view address) {
   if (address.starts_with(ipcScheme)) {
     return {Transport::Ipc, readName(text, address.substr(ipcScheme.size()), "path", maximumPathLength), 0};

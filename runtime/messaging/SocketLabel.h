@@ -6,18 +6,18 @@
 
 namespace qor::socket {
 
-/// How a socket is called in every diagnostic.
+/// The description of a socket in every diagnostic.
 struct SocketLabel {
   std::string name;
   Protocol::Protocol protocol = Protocol::Plain;
-  /// Empty as long as the socket was never given one.
+  /// Empty until the socket gets its first endpoint.
   std::string endpoint{};
 
   /// "NAME (Role ENDPOINT)", or "NAME (no endpoint)".
   std::string text() const;
 };
 
-/// "Publisher", "Subscriber", …; a text holding the number for a value that is no role.
+/// "Publisher", "Subscriber", …; a text with the number for an invalid value.
 std::string roleName(Protocol::Protocol protocol);
 
 }  // namespace qor::socket

@@ -25,7 +25,7 @@ std::string systemReason() { return std::generic_category().message(errno); }
 base::FileDescriptor listenOnTcp(const std::string& host, std::uint16_t port) {
   addrinfo hints{};
   hints.ai_socktype = SOCK_STREAM;
-  // A name may mean addresses of both families; who connects to it takes the one of IPv4.
+  // A name may have addresses of both families; connecting peers prefer the IPv4 address.
   hints.ai_family = host.find(':') == std::string::npos ? AF_INET : AF_INET6;
   hints.ai_flags = AI_PASSIVE | AI_NUMERICSERV;
   addrinfo* found = nullptr;
@@ -37,7 +37,8 @@ base::FileDescriptor listenOnTcp(const std::string& host, std::uint16_t port) {
 
   base::FileDescriptor listener(
       ::socket(address->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, address->ai_protocol));
-  // Without SO_REUSEADDR the port could not be bound again while connections of its last owner fade out.
+  // Without SO_REUSEADDR the port could not be bound again until the connections of its last owner have timed
+  // out.
   const int on = 1;
   if (!listener.isOpen() || ::setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
       ::bind(listener.get(), address->ai_addr, address->ai_addrlen) != 0 ||
@@ -52,7 +53,7 @@ std::uint16_t portOf(const base::FileDescriptor& listener) {
   sockaddr_storage address{};
   socklen_t size = sizeof address;
   std::array<char, NI_MAXSERV> service{};
-  // The casts are the sockets interface's own way to pass an address of any family.
+  // The sockets API requires these casts for addresses of any family.
   auto* any = reinterpret_cast<sockaddr*>(&address);
   if (::getsockname(listener.get(), any, &size) != 0) throw std::runtime_error(systemReason());
   if (const int error = ::getnameinfo(any, size, nullptr, 0, service.data(), service.size(), NI_NUMERICSERV);

@@ -11,20 +11,20 @@
 
 namespace qor::socket {
 
-/// Somebody listens on the address already.
+/// Another socket already listens on the address.
 class AddressInUse : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// A non-blocking descriptor that listens on the address; port 0 means any free one. Throws AddressInUse, or
-/// another std::runtime_error, that names the address and the system's reason.
+/// A non-blocking descriptor that listens on the address; port 0 means any free one. Throws AddressInUse or
+/// another std::runtime_error, with the address and the system's reason.
 base::FileDescriptor listenOnTcp(const std::string& host, std::uint16_t port);
 
-/// The connections that may wait to be accepted: more than any host opens at once.
+/// The length of the accept queue: more connections than any host opens at once.
 constexpr int listenBacklog = 1'024;
 
-/// The port that a listening descriptor got.
+/// The port of a listening descriptor.
 std::uint16_t portOf(const base::FileDescriptor& listener);
 
 /// Shared by the copies of one endpoint.
@@ -32,7 +32,7 @@ class SocketEndpoint::Reservation {
  public:
   explicit Reservation(base::FileDescriptor listener) : listener_(std::move(listener)) {}
 
-  /// The listening descriptor; empty for everyone but the first to take it. Any thread.
+  /// The listening descriptor; only the first call gets it, later ones get an empty one. Any thread.
   base::FileDescriptor take() {
     const base::Lock lock(mutex_);
     return std::move(listener_);

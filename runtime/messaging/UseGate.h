@@ -5,11 +5,11 @@
 
 namespace qor::socket {
 
-/// Lets users into something while it is open, and lets whoever shuts it wait until the last one has left.
-/// Going in and out costs one atomic operation each: every send and receive passes here.
+/// Admits users while it is open; shutting it can wait until the last user has left. Entering and leaving
+/// cost one atomic operation each, because every send and receive does both.
 class UseGate {
  public:
-  /// One user's stay; false when the gate was shut.
+  /// One user's stay; converts to false if the gate was shut.
   class Visit {
    public:
     explicit Visit(UseGate& gate) : gate_(gate), inside_(gate.enter()) {}
@@ -27,9 +27,9 @@ class UseGate {
 
   bool isOpen() const { return (state_.load() & shutBit) == 0; }
   void open() { state_.fetch_and(~shutBit); }
-  /// Nobody comes in from now on; those inside may still be there.
+  /// Admits no new users from now on; some may still be inside.
   void shut() { state_.fetch_or(shutBit); }
-  /// Waits, after shut(), until nobody is inside: as long as the longest stay that is under way.
+  /// Waits after shut() until no user is inside: as long as the longest current stay.
   void waitUntilEmpty() {
     for (auto state = state_.load(); state != shutBit; state = state_.load()) state_.wait(state);
   }
@@ -38,7 +38,7 @@ class UseGate {
   static constexpr std::uint32_t shutBit = 1U << 31U;
 
   bool enter() {
-    // Who finds the gate shut is not counted: many who try again and again would keep it from being empty.
+    // Rejected users are not counted: frequent retries would otherwise keep the gate from becoming empty.
     if (!isOpen()) return false;
     if ((state_.fetch_add(1) & shutBit) == 0) return true;
     leave();
@@ -48,7 +48,7 @@ class UseGate {
     if (state_.fetch_sub(1) == (shutBit | 1U)) state_.notify_all();
   }
 
-  /// The number of users inside, and the bit that says that the gate is shut.
+  /// The number of users inside, and a bit that is set while the gate is shut.
   std::atomic<std::uint32_t> state_{shutBit};
 };
 
