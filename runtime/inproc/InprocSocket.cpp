@@ -34,7 +34,7 @@ int InprocSocket::poll(std::chrono::milliseconds timeOut, std::string& errorText
   }
   if (waitForMessage(lock, Operation::Poll, Deadline::clock::now() + timeOut) != Woken::ByCondition) return 1;
   if (canReceive()) return 0;
-  errorText = label_.text() + ": " + whyNoneCanCome();
+  errorText = label_.text() + ": " + whyNothingCanArrive();
   return -1;
 }
 
@@ -57,7 +57,7 @@ int InprocSocket::receive(google::protobuf::Message* message, unsigned int sizeB
     if (waitForMessage(lock, Operation::Receive, std::nullopt) == Woken::ByInterrupt) {
       throw failure("was closed while it waited for a message");
     }
-    if (!canReceive()) throw failure(whyNoneCanCome());
+    if (!canReceive()) throw failure(whyNothingCanArrive());
     encoded = take();
     network_.notifyObservers();
   }
@@ -108,7 +108,7 @@ std::runtime_error InprocSocket::failure(const std::string& reason) const {
 InprocSocket::Woken InprocSocket::waitForMessage(base::Lock& lock, Operation operation,
                                                  std::optional<Deadline> deadline) {
   return wait(lock, operation, deadline,
-              [this]() QOR_REQUIRES(networkMutex) { return canReceive() || !whyNoneCanCome().empty(); });
+              [this]() QOR_REQUIRES(networkMutex) { return canReceive() || !whyNothingCanArrive().empty(); });
 }
 
 void InprocSocket::throwPlanned(Operation operation) {

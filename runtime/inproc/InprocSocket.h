@@ -55,7 +55,7 @@ class InprocSocket : public OpenSocket {
   /// The encoding of the next message; called only if there is one.
   virtual std::string take() QOR_REQUIRES(networkMutex) = 0;
   /// Why no message can arrive in the current state; empty if one can.
-  virtual std::string whyNoneCanCome() const QOR_REQUIRES(networkMutex) { return {}; }
+  virtual std::string whyNothingCanArrive() const QOR_REQUIRES(networkMutex) { return {}; }
   virtual void put(std::string encoded, base::Lock& lock) QOR_REQUIRES(networkMutex) = 0;
 
   enum class Woken { ByCondition, ByInterrupt, ByDeadline };

@@ -32,7 +32,7 @@ class PublisherSocket final : public BindingSocket {
   std::size_t unreceived() const override { return 0; }
   std::size_t unsent() const QOR_REQUIRES(networkMutex) override { return backlog_.count(); }
   std::string take() override { return {}; }
-  std::string whyNoneCanCome() const override { return "a publisher receives nothing"; }
+  std::string whyNothingCanArrive() const override { return "a publisher receives nothing"; }
   void put(std::string encoded, base::Lock& lock) QOR_REQUIRES(networkMutex) override;
   bool canSend() QOR_REQUIRES(networkMutex);
 

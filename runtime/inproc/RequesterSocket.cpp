@@ -72,7 +72,7 @@ std::string RequesterSocket::take() {
   return *std::exchange(reply_, std::nullopt);
 }
 
-std::string RequesterSocket::whyNoneCanCome() const {
+std::string RequesterSocket::whyNothingCanArrive() const {
   if (!sentOver_) return "there is no request that a reply could come to";
   return sentOver_->isLost ? "the connection was lost before the reply came" : "";
 }

@@ -32,7 +32,7 @@ class RequesterSocket final : public ConnectingSocket {
   void enter(base::Lock& lock, std::chrono::milliseconds timeOut) QOR_REQUIRES(networkMutex) override;
   std::size_t unreceived() const QOR_REQUIRES(networkMutex) override { return reply_ ? 1 : 0; }
   std::string take() QOR_REQUIRES(networkMutex) override;
-  std::string whyNoneCanCome() const QOR_REQUIRES(networkMutex) override;
+  std::string whyNothingCanArrive() const QOR_REQUIRES(networkMutex) override;
   void put(std::string encoded, base::Lock& lock) QOR_REQUIRES(networkMutex) override;
   void onReply(std::uint64_t exchange, std::string encoded) QOR_REQUIRES(networkMutex);
 
