@@ -23,7 +23,7 @@ BareSocket::BareSocket(int type, const std::string& address, bool binds, Guarant
     : socket_(::zmq_socket(context(), type)) {
   require(socket_ != nullptr);
   setOption(ZMQ_LINGER, 0);
-  // A benchmark fails when its other side has failed. Costs a receive that blocks a look at the clock.
+  // Makes a benchmark fail if its other side has failed. Costs a blocking receive one clock read.
   setOption(ZMQ_RCVTIMEO, 60'000);
   if (type == ZMQ_XPUB) setOption(ZMQ_XPUB_NODROP, 1);
   if (type == ZMQ_SUB) require(::zmq_setsockopt(socket_, ZMQ_SUBSCRIBE, "", 0) == 0);

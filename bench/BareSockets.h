@@ -6,24 +6,24 @@
 
 namespace qor::bench {
 
-/// What a REQ socket does about a peer that dies or falls silent.
+/// How a REQ socket handles a peer that dies or falls silent.
 enum class Guarantees {
-  None,        ///< libzmq's defaults: it waits for the reply for ever
-  AsOursGives  ///< it can ask again, tells late replies apart, and notices within 3 s that the peer is dead
+  None,        ///< libzmq's defaults: waits for the reply without limit
+  AsOursGives  ///< can send again, recognises late replies, and notices a dead peer within 3 s
 };
 
-/// What an engineer would write on libzmq and protobuf without a library in between: blocking calls, one
-/// message reused, nothing checked but errors. Publishers wait for slow subscribers and drop nothing.
+/// A direct implementation on libzmq and protobuf: blocking calls, one reused message, no checks except for
+/// errors. Publishers wait for slow subscribers and drop nothing.
 class BareSocket {
  public:
-  /// A libzmq socket type, bound or connected. Only ZMQ_REQ takes guarantees.
+  /// A libzmq socket type, bound or connected. Only ZMQ_REQ uses the guarantees.
   BareSocket(int type, const std::string& address, bool binds, Guarantees guarantees = Guarantees::None);
   ~BareSocket();
   BareSocket(const BareSocket&) = delete;
   BareSocket& operator=(const BareSocket&) = delete;
 
   void send(const google::protobuf::Message& message);
-  /// False when the sockets have been shut down.
+  /// False if the sockets have been shut down.
   bool receive(google::protobuf::Message& message);
   /// Waits until a subscriber of this XPUB has subscribed.
   void waitForSubscriber();
@@ -34,7 +34,7 @@ class BareSocket {
   void* socket_;
 };
 
-/// Ends every receive for good, under way or to come, on any thread.
+/// Ends every current and future receive, on any thread.
 void shutDownBareSockets();
 
 }  // namespace qor::bench

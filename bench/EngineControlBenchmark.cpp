@@ -21,7 +21,7 @@ using multiprocess_communication::TcpEngineFrontEnd;
 constexpr int exchanges = 10'000;
 constexpr unsigned int timeOutMilliseconds = 1'000;
 
-/// One iteration is a Ping of the front end, as a host calls it, through to the engine and back.
+/// One iteration is a Ping of the front end, as a host calls it, to the engine and back.
 void pingOurs(benchmark::State& state) {
   const PrivateEndpoint request;
   const PrivateEndpoint status;
@@ -31,7 +31,7 @@ void pingOurs(benchmark::State& state) {
   for ([[maybe_unused]] auto _ : state) frontEnd.Ping(timeOutMilliseconds);
 }
 
-/// The same messages between bare sockets, in objects that are reused.
+/// The same messages between bare sockets, in reused objects.
 void pingBare(benchmark::State& state) {
   const PrivateEndpoint endpoint;
   BareSocket replier(ZMQ_REP, endpoint.text(), true);

@@ -8,7 +8,7 @@
 
 namespace qor::bench {
 
-/// Keeps the records of ordinary life out of the report.
+/// Keeps records of normal operation out of the report.
 class FailuresOnly : public tamb::ConsoleLoggerWriter {
  public:
   void Write(tamb::LogLevel level, const std::string& message, const std::string& context,

@@ -10,7 +10,7 @@
 
 namespace qor::bench {
 
-/// An endpoint in a private directory, as hosts use it.
+/// An endpoint in a private directory, like those of hosts.
 class PrivateEndpoint {
  public:
   PrivateEndpoint() {

@@ -19,7 +19,7 @@ double median(std::vector<double> values) {
   return *middle;
 }
 
-/// Whether a benchmark failed and hence has no times. Google Benchmark 1.8 renamed the member.
+/// Whether a benchmark failed and therefore has no times. Google Benchmark 1.8 renamed the member.
 template <class Run>
 bool hasFailed(const Run& run) {
   if constexpr (requires { run.error_occurred; }) {
@@ -37,7 +37,7 @@ RatioReporter::RatioReporter()
 void RatioReporter::ReportRuns(const std::vector<Run>& runs) {
   ConsoleReporter::ReportRuns(runs);
   for (const Run& run : runs) {
-    // When repetitions are not reported, their median is.
+    // If repetitions are not reported, their median is.
     if (hasFailed(run) || (run.run_type != Run::RT_Iteration && run.aggregate_name != "median")) continue;
     nanoseconds_[run.run_name.function_name + '/' + run.run_name.args].push_back(run.GetAdjustedRealTime());
   }

@@ -8,8 +8,8 @@
 
 namespace qor::bench {
 
-/// The console report, followed by one line for each pair NAME/ours and NAME/bare: the median times, and how
-/// the one compares to the other.
+/// The console report, followed by one line for each pair NAME/ours and NAME/bare with the median times and
+/// their ratio.
 class RatioReporter : public benchmark::ConsoleReporter {
  public:
   RatioReporter();

@@ -21,10 +21,10 @@ using socket::ClosePolicy::Patient;
 
 constexpr unsigned int sizeBound = 65'536;
 constexpr unsigned int pollMilliseconds = 100;
-/// How many lists are under way at once: enough to keep both sides busy, less than any queue holds.
+/// The number of lists in transit: enough to keep both sides busy, less than any queue's capacity.
 constexpr int listsInFlight = 1'000;
 
-/// Commands as they are sent: ids of 36 characters, five arguments, one of each carried type.
+/// Typical commands: ids of 36 characters, five arguments, one of each supported type.
 proto::CommandMessageList typicalCommands(int count) {
   proto::CommandMessageList list;
   for (int i = 0; i < count; ++i) {
@@ -74,7 +74,7 @@ proto::EngineBackEndReply success() {
   return reply;
 }
 
-/// Counts batches on the receiving side, for the sending side to wait for.
+/// Counts batches on the receiving side; the sending side waits for them.
 class BatchCounter {
  public:
   void countOne() {
@@ -87,11 +87,11 @@ class BatchCounter {
   }
 
  private:
-  int lists_ = 0;  ///< the receiving thread's
+  int lists_ = 0;  ///< used by the receiving thread only
   std::atomic<int> batches_{0};
 };
 
-/// One iteration is a batch of lists from here to the other thread. An empty list ends that thread.
+/// One iteration sends a batch of lists to the other thread. An empty list ends that thread.
 template <class Send, class Receive>
 void publish(benchmark::State& state, const Send& send, const Receive& receive) {
   BatchCounter counter;
@@ -138,7 +138,7 @@ void publishBare(benchmark::State& state) {
       [&](proto::CommandMessageList& list) { subscriber.receive(list); });
 }
 
-/// One iteration is a request there and its reply back. A FrontEndTermination request ends the other thread.
+/// One iteration is a request and its reply. A FrontEndTermination request ends the other thread.
 template <class Exchange, class Serve>
 void roundTrip(benchmark::State& state, const Exchange& exchange, const Serve& serve) {
   std::thread replier([&] {

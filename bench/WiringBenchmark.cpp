@@ -19,7 +19,7 @@ using processes::ChildProcess;
 constexpr const char* description = R"({"engine": "test"})";
 constexpr std::chrono::seconds patience{20};
 
-/// The registry of the engine without media.
+/// The registry of the test engine, which needs no media.
 std::string testEngines() { return processes::siblingProgram("../share/tamb/test-engines.d").string(); }
 
 void requireReady(ChildProcess& process) {
@@ -28,8 +28,8 @@ void requireReady(ChildProcess& process) {
     throw std::runtime_error("a program is not ready");
 }
 
-/// One iteration is what a host waits for: from the last thing that an engine is given until it is connected.
-/// Another process than this one starts the engine's process.
+/// One iteration is the time that a host waits: from the last set-up call of an engine until it is connected.
+/// Another process than this one starts the engine process.
 void wireOurs(benchmark::State& state) {
   const PrivateEndpoint endpoint;
   ChildProcess service(processes::siblingProgram("qor-engine-service"),
@@ -48,7 +48,7 @@ void wireOurs(benchmark::State& state) {
   service.end(patience);
 }
 
-/// The bare start of the same process, until it says that it can be connected to.
+/// Only the start of the same process, until it reports that it is ready.
 void wireBare(benchmark::State& state) {
   for ([[maybe_unused]] auto _ : state) {
     const processes::PrivateDirectory directory;

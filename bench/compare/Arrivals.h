@@ -10,14 +10,14 @@
 
 namespace qor::bench {
 
-/// Judges the messages of a run as they come, each engine's by itself.
+/// Checks the messages of a run as they arrive, for each engine separately.
 class Arrivals {
  public:
-  /// `onCredit` is called, on a thread that receives, when so many more have come as the sender is told of at
-  /// once.
+  /// `onCredit` is called on a receiving thread whenever as many messages have arrived as the sender gets
+  /// credit for at once.
   Arrivals(const Case& run, std::function<void()> onCredit) : run_(run), onCredit_(std::move(onCredit)) {}
 
-  /// One engine's messages. One thread.
+  /// One engine's messages. Used on one thread.
   class OfEngine {
    public:
     OfEngine(Arrivals& all, std::size_t number) : all_(all), number_(number) {}

@@ -15,8 +15,8 @@ namespace qor::bench {
 
 namespace {
 
-/// Receives messages of one type into one that is used again and again, on a thread of its own, until the
-/// bare sockets are shut down.
+/// Receives messages of one type into one reused message, on its own thread, until the bare sockets are shut
+/// down.
 template <class Message>
 class Reception {
  public:
@@ -26,7 +26,7 @@ class Reception {
           try {
             for (Message message; socket.receive(message);) handle(message);
           } catch (const std::exception& error) {
-            // Whoever waits for what does not come any more tells of it.
+            // The thread that waits for messages reports that they are missing.
             std::fprintf(stderr, "bare reception ended: %s\n", error.what());
           }
         }) {}
@@ -35,7 +35,7 @@ class Reception {
   std::jthread thread_;
 };
 
-/// Before the threads that are to end are joined.
+/// Called before the receiving threads are joined.
 class ShutDown {
  public:
   ShutDown() = default;

@@ -13,8 +13,8 @@ namespace qor::bench {
 
 namespace {
 
-// All carriers convert collections with the library's own functions: the carriers are compared, and not who
-// converts faster. What collections cost is measured by Conversion::PlainValues, which has none.
+// All carriers convert collections with the library's functions, so that the carriers are compared rather
+// than their conversions. Conversion::PlainValues, without collections, measures the cost of collections.
 using multiprocess_communication::Serializers::ParametersCollectionInstanceFromProtoBuf;
 using multiprocess_communication::Serializers::ParametersCollectionInstanceToProtoBuf;
 
@@ -43,7 +43,7 @@ void write(const TypicalValues& values, wire::ParametersCollectionCommon& data) 
   set(*data.add_utf8stringparams(), "target", std::string(values.target));
 }
 
-/// The typical parameters, or none.
+/// The typical parameters, or null.
 void write(const std::shared_ptr<const tamb::IParametersCollectionInstance>& parameters,
            wire::ParametersCollectionInstance& message, Conversion conversion) {
   if (conversion == Conversion::Objects) return ParametersCollectionInstanceToProtoBuf(parameters, message);

@@ -9,14 +9,13 @@ namespace qor::bench {
 
 namespace wire = multiprocess_communication::proto;
 
-/// What messages are made of, and what becomes of those that arrive. The wire carries the same either way.
+/// How messages are composed and read. The wire format is the same.
 enum class Conversion {
-  Objects,     ///< framework objects there and here; parameters by the library's own functions
-  PlainValues  ///< parameters from values into the message, and read from it; no framework object is made
+  Objects,     ///< framework objects on both sides; parameters by the library's functions
+  PlainValues  ///< parameters as plain values on both sides; no framework objects
 };
 
-/// Writes into a list that is used again and again. As whoever speaks to libzmq or gRPC alone would do it,
-/// without any check.
+/// Writes into a reused list, without any check, like a direct implementation on libzmq or gRPC.
 void write(const CommandList& commands, wire::CommandMessageList& list,
            Conversion conversion = Conversion::Objects);
 void write(const NotificationList& notifications, wire::NotificationMessageList& list,

@@ -15,10 +15,10 @@ namespace qor::bench {
 using CommandList = std::vector<std::shared_ptr<const tamb::ICommandMessage>>;
 using NotificationList = std::vector<std::shared_ptr<const tamb::INotificationMessage>>;
 
-/// What is looked at of a message that has come.
+/// The parts of a received message that are checked.
 struct Arrival {
-  std::size_t id = 0;          ///< of the command that it is, or is about
-  bool hasParameters = false;  ///< a collection of them, or the right ones
+  std::size_t id = 0;          ///< of the command, or of the command that it answers
+  bool hasParameters = false;  ///< has a collection, or the right values
 };
 inline Arrival arrivalOf(const tamb::ICommandMessage& command) {
   return {.id = command.GetCommandId(), .hasParameters = command.GetCommandArgs() != nullptr};
@@ -28,10 +28,10 @@ inline Arrival arrivalOf(const tamb::INotificationMessage& notification) {
           .hasParameters = notification.GetNotificationObject() != nullptr};
 }
 
-/// Called on the thread that receives, one message after the other. Does not throw.
+/// Called on the receiving thread, one message after the other. Does not throw.
 using Arrived = std::function<void(const Arrival&)>;
 
-/// Where one host and one engine meet, as texts of endpoints.
+/// The endpoints between one host and one engine, as texts.
 struct Addresses {
   std::string request;
   std::string status;
@@ -40,14 +40,13 @@ struct Addresses {
 };
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Addresses, request, status, command, notification)
 
-/// A host's end of one engine, as framework objects go in and come out. Calls must not overlap, but come from
-/// any thread.
+/// A host's end of one engine; sends and receives framework objects. Any thread, but calls must not overlap.
 class HostEnd {
  public:
   virtual ~HostEnd() = default;
-  /// A request of the control channel, and its reply.
+  /// Sends a request of the control channel, and receives its reply.
   virtual void ping() = 0;
-  /// `moreFollow`: nobody waits for these yet.
+  /// `moreFollow`: these messages may wait for later ones.
   virtual void push(const CommandList& commands, bool moreFollow) = 0;
 };
 

@@ -16,7 +16,7 @@ namespace qor::bench {
 
 namespace {
 
-/// The engines of a run, all in one process, and what they are measured by.
+/// The engines of a run, all in one process, and their measurement.
 class Engines {
  public:
   Engines(const EngineTask& task, const Line& line)
@@ -56,7 +56,7 @@ class Engines {
     }
     const EngineResult result{time.processorMicrosecondsFor(run_.perTurn() * run_.turns), arrivals_.wrong()};
     line_.give(&result, sizeof result);
-    // The host goes first.
+    // The host disconnects first.
     line_.takeSign();
   }
 

@@ -11,26 +11,26 @@
 
 namespace qor::bench {
 
-/// What the engine's process is told.
+/// The engine process's parameters.
 struct EngineTask {
   Case run;
   std::vector<Addresses> addresses;
 };
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(EngineTask, run, addresses)
 
-/// What the engine's process tells at its end. Trivially copyable: it travels as it is.
+/// The engine process's result. Trivially copyable, because it is sent as raw bytes.
 struct EngineResult {
-  double microseconds;  ///< of processor time for each message
+  double microseconds;  ///< processor time per message
   std::size_t wrong;
 };
 
 constexpr const char* engineRole = "--engine-process";
-/// How long one of the two may say nothing.
+/// How long either process may be silent.
 constexpr std::chrono::seconds enginePatience{100};
 
-/// Serves the host at the other end of the line. Gives a sign once it is ready; gives the EngineResult after
-/// the warm-up and all turns; ends when the host has gone. The warm-up and each turn lie between two signs:
-/// the host gives the first one, and whoever sends gives the second one.
+/// Serves the host at the other end of the line until the host disconnects. Sends a signal when it is ready,
+/// and the EngineResult after the warm-up and all turns. The warm-up and each turn lie between two signals:
+/// the host sends the first, and the side that sends messages sends the second.
 void runEngineProcess(const std::string& task);
 
 }  // namespace qor::bench

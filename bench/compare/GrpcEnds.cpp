@@ -19,7 +19,7 @@ namespace {
 
 constexpr std::chrono::seconds patience{60};
 
-/// "unix:PATH" or "HOST:PORT", as gRPC has them.
+/// "unix:PATH" or "HOST:PORT", in gRPC's syntax.
 std::string addressOf(const Addresses& addresses) {
   const std::string_view address = addresses.request;
   constexpr std::string_view ipc = "ipc://";
@@ -39,12 +39,12 @@ bool isUnaryOnly(const Case& run) {
   return run.measure == Measure::ControlRoundTrip && run.library == Library::Grpc;
 }
 
-/// A connection of its own: channels to one address share theirs otherwise, and two threads that wait on one
-/// connection hand its events over to each other. Blocks until it is made.
+/// A separate connection: channels to one address otherwise share theirs, and two threads that wait on one
+/// connection pass its events to each other. Blocks until it is connected.
 std::shared_ptr<grpc::Channel> connect(const std::string& address) {
   grpc::ChannelArguments arguments;
   arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);
-  // By default a client that finds no server waits a second before it tries again.
+  // By default a client that finds no server waits a second before it retries.
   arguments.SetInt(GRPC_ARG_INITIAL_RECONNECT_BACKOFF_MS, 100);
   auto channel = grpc::CreateCustomChannel(address, grpc::InsecureChannelCredentials(), arguments);
   if (!channel->WaitForConnected(std::chrono::system_clock::now() + patience)) {
@@ -67,7 +67,8 @@ class GrpcHostEnd : public HostEnd {
  public:
   GrpcHostEnd(const Case& run, const Addresses& addresses, Arrived arrived)
       : buffers_(isBuffered(run)), controlStub_(proto::Compare::NewStub(connect(addressOf(addresses)))) {
-    // Even on another connection an open stream slows calls: the threads of a process share one poller.
+    // Even on another connection an open stream slows down calls, because the threads of a process share one
+    // poller.
     if (isUnaryOnly(run)) return;
     exchangeStub_ = proto::Compare::NewStub(connect(addressOf(addresses)));
     exchange_ = exchangeStub_->Exchange(&exchangeContext_);
@@ -115,7 +116,7 @@ class GrpcHostEnd : public HostEnd {
   proto::Nothing nothing_;
   grpc::ClientContext exchangeContext_;
   grpc::ClientContext commandsContext_;
-  // One for each: a thread is blocked in the read of the exchange all the time.
+  // One thread per engine: it is blocked in the read of the exchange all the time.
   const std::unique_ptr<proto::Compare::Stub> controlStub_;
   std::unique_ptr<proto::Compare::Stub> exchangeStub_;
   std::unique_ptr<proto::Compare::Stub> commandsStub_;
@@ -156,8 +157,8 @@ class GrpcEngineEnd : public EngineEnd, private proto::Compare::Service {
     return grpc::Status::OK;
   }
   grpc::Status Exchange(grpc::ServerContext* /*context*/, Stream* stream) override {
-    // Otherwise it would wait, with the first message, for a message that may not wait, and the writer for
-    // it.
+    // Without this, the first message would wait for a message that must not wait, which waits for the
+    // writer.
     stream->SendInitialMetadata();
     opened_.set_value(stream);
     for (wire::CommandMessageList list; stream->Read(&list);) read(list, arrived_);

@@ -27,10 +27,10 @@ namespace qor::bench {
 
 namespace {
 
-/// The host of a run, and what its round trips are measured by.
+/// The host of a run, and the measurement of its round trips.
 class Host {
  public:
-  /// `onCredit` is called for each so many notifications as their sender has to be told of.
+  /// `onCredit` is called whenever the sender of notifications gets credit.
   Host(const Case& run, std::function<void()> onCredit)
       : run_(run),
         commands_(run_, typicalCommand),
@@ -49,13 +49,13 @@ class Host {
   }
   void add(std::unique_ptr<HostEnd> end) { ends_.push_back(std::move(end)); }
   void push(std::size_t list, bool moreFollow) {
-    // The answer to the first command may come while it is still being pushed, on the thread that pushes the
-    // next one. In one process that is the same thread.
+    // The answer to the first command may arrive while that is still being pushed, on the thread that pushes
+    // the next one. Within one process that is the same thread.
     std::unique_lock lock(pushing_, std::defer_lock);
     if (run_.library != Library::InProcess) lock.lock();
     ends_[list % ends_.size()]->push(commands_.list(list), moreFollow);
   }
-  /// So many, of either kind.
+  /// The number of messages of either kind.
   Latencies makeRoundTrips(std::size_t count) {
     return run_.measure == Measure::CommandRoundTrip ? roundTrips_.run(count) : ping(count);
   }
@@ -80,7 +80,7 @@ class Host {
   std::vector<std::unique_ptr<HostEnd>> ends_;
 };
 
-/// A case that is set up, and measured turn by turn.
+/// A case that is set up once and measured turn by turn.
 class Measured {
  public:
   explicit Measured(const Case& run) : run_(run) {}
@@ -90,7 +90,7 @@ class Measured {
 
   void warmUp() { step(run_.warmUp()); }
   void takeTurn() {
-    // The first ones find the caches as somebody else has left them: more than one in a hundred would.
+    // The first round trips find cold caches: they would exceed one in a hundred.
     if (run_.isRoundTrip()) host().makeRoundTrips(20);
     time_.start();
     const Latencies latencies = step(run_.perTurn());
@@ -111,11 +111,11 @@ class Measured {
   const Case& run() const { return run_; }
 
  private:
-  /// So many messages or round trips, from the first one's start to the last one's arrival, and how long each
-  /// round trip took.
+  /// Measures this many messages or round trips, from the start of the first to the arrival of the last, and
+  /// the duration of each round trip.
   virtual Latencies step(std::size_t count) = 0;
   virtual Host& host() = 0;
-  /// What the host does not know by itself.
+  /// Adds the values that only the engine process knows.
   virtual void finish(Result& result) = 0;
 
   const Case run_;
@@ -130,7 +130,7 @@ class BetweenProcesses : public Measured {
         place_(run.transport, run.engines),
         engine_(engineRole, nlohmann::json(EngineTask{run, place_.ofEngines()}).dump(), enginePatience),
         sender_(run, line(), [this](std::size_t list, bool moreFollow) { host_->push(list, moreFollow); }) {
-    // The engine's process had to be started first: it would stay there as well.
+    // Started before this process is confined, because the child inherits the confinement.
     if (run.cores == Cores::Each) stayOnCore(0);
     host_ = std::make_unique<Host>(run, [this] {
       if (this->run().measure == Measure::Notifications) line().giveSign();

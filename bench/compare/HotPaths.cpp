@@ -1,6 +1,6 @@
-// The four hot paths of the channels, for callgrind, which counts instructions: the main thread pushes, and
-// once it has, one other thread receives. On the in-process sockets, since how libzmq's threads meet differs
-// from run to run.
+// The four hot paths of the channels, for callgrind, which counts instructions: the main thread pushes
+// everything, then one other thread receives. Uses the in-process sockets, because the interaction of
+// libzmq's threads differs from run to run.
 
 #include <chrono>
 #include <cstdio>
@@ -29,7 +29,7 @@ using namespace multiprocess_communication;
 
 constexpr std::chrono::minutes patience{5};
 
-/// Marks the thread that receives: callgrind's file of that thread names it.
+/// Marks the receiving thread: callgrind's file of that thread contains this name.
 [[gnu::noinline]] void receiveOnThisThread(const std::function<void()>& handle) { handle(); }
 
 /// Waits for all messages of a run.

@@ -6,7 +6,8 @@
 
 namespace qor::bench {
 
-/// Destroys all at once: each waits for polls and threads of its own, and many in a row would take minutes.
+/// Destroys all elements at once: each waits for its own polls and threads, and destroying many in turn would
+/// take minutes.
 template <class Object>
 void destroyInParallel(std::vector<std::unique_ptr<Object>>& objects) {
   std::vector<std::jthread> threads;

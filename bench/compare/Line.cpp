@@ -15,7 +15,8 @@ namespace qor::bench {
 Line::Line(int descriptor, std::chrono::seconds patience) : descriptor_(descriptor) {
   const timeval timeOut{.tv_sec = patience.count(), .tv_usec = 0};
   ::setsockopt(descriptor_, SOL_SOCKET, SO_RCVTIMEO, &timeOut, sizeof timeOut);
-  // It would not end with its owner if a program that the owner has started held it as well.
+  // Not inherited: the connection would not end with its owner if a program started by the owner held it as
+  // well.
   ::fcntl(descriptor_, F_SETFD, FD_CLOEXEC);
 }
 

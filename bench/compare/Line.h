@@ -5,18 +5,19 @@
 
 namespace qor::bench {
 
-/// What the two processes of a run tell each other aside from what is measured. One thread gives, one takes.
+/// The connection between the two processes of a run, apart from the measured channels. One thread sends, one
+/// receives.
 class Line {
  public:
-  /// Takes a connected stream socket over. `patience` is how long the other process may say nothing.
+  /// Owns a connected stream socket. `patience` is how long the other process may be silent.
   Line(int descriptor, std::chrono::seconds patience);
   ~Line();
   Line(const Line&) = delete;
   Line& operator=(const Line&) = delete;
 
-  /// A process that has gone is told by what does not come any more.
+  /// Ignores errors: a receive notices that the other process has exited.
   void give(const void* bytes, std::size_t count) const;
-  /// Throws std::runtime_error when the other process says nothing any more.
+  /// Throws std::runtime_error if the other process is silent for too long or has exited.
   void take(void* bytes, std::size_t count) const;
 
   void giveSign() const;

@@ -30,8 +30,7 @@ class NotificationCallback : public tamb::INotificationCallback {
   const Arrived arrived_;
 };
 
-/// Commands run as soon as they are pushed, on the pusher's thread; those that are pushed meanwhile, after
-/// that.
+/// Commands run as soon as they are pushed, on the pusher's thread; those pushed meanwhile run afterwards.
 class LocalHostEnd : public HostEnd {
  public:
   explicit LocalHostEnd(Arrived arrived) {

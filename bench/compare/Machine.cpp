@@ -25,7 +25,7 @@ std::string firstAfter(const char* path, const std::string& label) {
   return "unknown";
 }
 
-/// Tells builds apart: of this program and of the libraries that were built with it, what they contain.
+/// Identifies the build by the contents of this program and of the libraries built with it.
 std::string build() {
   std::size_t hash = 0;
   const auto add = [](dl_phdr_info* loaded, std::size_t, void* sum) {

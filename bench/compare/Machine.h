@@ -4,7 +4,7 @@
 
 namespace qor::bench {
 
-/// What results are comparable by: the machine, the libraries' versions and this build.
+/// The conditions of comparable results: the machine, the libraries' versions and this build.
 nlohmann::json machine();
 
 }  // namespace qor::bench

@@ -25,7 +25,7 @@ namespace {
 using nlohmann::json;
 using qor::bench::Case;
 
-/// As --only and --list name them.
+/// The names used by --only and --list.
 constexpr const char* remoteEngines = "remote engines";
 struct Options {
   std::size_t rounds = 7;
@@ -40,7 +40,7 @@ struct Options {
   std::string file;
 };
 
-/// All that is wanted, without a result.
+/// All selected runs, without results.
 json plannedRuns(const Options& options) {
   json runs = json::array();
   for (const Case& run : qor::bench::plan(options.scale)) {
@@ -50,7 +50,7 @@ json plannedRuns(const Options& options) {
   return runs;
 }
 
-/// As many remote engines as are measured, without a result.
+/// The selected numbers of remote engines, without results.
 json plannedRemoteEngines(const Options& options) {
   json all = json::array();
   if (!options.wants(remoteEngines)) return all;
@@ -60,8 +60,8 @@ json plannedRemoteEngines(const Options& options) {
   return all;
 }
 
-/// Two hundred engines in one host hold more descriptors than a shell usually allows, and libzmq ends a
-/// process that finds none. Those that are started inherit it.
+/// Two hundred engines in one host need more descriptors than a shell usually allows, and libzmq aborts a
+/// process that has none left. Child processes inherit the limit.
 void allowDescriptors() {
   rlimit limit{};
   if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
@@ -69,14 +69,13 @@ void allowDescriptors() {
   ::setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-/// A plan whose results are left out.
+/// A plan without its results.
 json withoutResults(json plan) {
   for (json& part : plan) part.at("results").clear();
   return plan;
 }
 
-/// What has been measured so far, or nothing yet. Throws when that was another machine or build, or something
-/// else.
+/// The earlier results, or an empty plan. Throws if they are of another machine, build or plan.
 json begunReport(const Options& options) {
   json report{{"machine", qor::bench::machine()},
               {"rounds", 0},
@@ -99,7 +98,7 @@ json begunReport(const Options& options) {
   return begun;
 }
 
-/// Whether no message of any run was wrong.
+/// Whether all messages of all runs were correct.
 bool isRight(const json& report) {
   for (const json& run : report.at("runs")) {
     for (const json& result : run.at("results")) {
@@ -109,7 +108,7 @@ bool isRight(const json& report) {
   return true;
 }
 
-/// Whole or not at all: the program may be interrupted at any time.
+/// Replaces the file atomically, because the program may be interrupted at any time.
 void write(const json& report, const std::string& name) {
   const std::string unfinished = name + ".part";
   std::ofstream file(unfinished);
@@ -138,7 +137,7 @@ int compare(const Options& options) {
   return isRight(report) ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
-/// Whether that is the role of a process that this program has started.
+/// Whether the argument is the role of a process that this program has started.
 bool takeRole(const std::string& role, const std::string& task) {
   if (role == qor::bench::hostRole) {
     qor::bench::runHostProcess(task);

@@ -13,7 +13,7 @@ namespace qor::bench {
 
 namespace {
 
-/// Ports that nobody listens on. They stay reserved until all are known, so that each comes once.
+/// Free ports. They stay reserved until all are chosen, so that each is chosen once.
 class FreePorts {
  public:
   FreePorts() = default;

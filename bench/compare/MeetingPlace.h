@@ -7,8 +7,8 @@
 
 namespace qor::bench {
 
-/// Where the host and the engines of one run meet: sockets in a private directory, or free ports of the
-/// loopback interface. The directory goes with this object.
+/// The endpoints between the host and the engines of one run: sockets in a private directory, or free ports
+/// of the loopback interface. The destructor removes the directory.
 class MeetingPlace {
  public:
   MeetingPlace(Transport transport, std::size_t engines);

@@ -9,7 +9,8 @@
 
 namespace qor::bench {
 
-/// The lists of a run, made beforehand: making framework objects is their owner's work, not the channel's.
+/// The lists of a run, created in advance, because the creation of framework objects is not the channel's
+/// work.
 template <class Message>
 class MessagePool {
  public:
@@ -23,7 +24,7 @@ class MessagePool {
     }
   }
 
-  /// The list of that number; they go round.
+  /// The list of that number, modulo the number of lists.
   const List& list(std::size_t number) const { return lists_[number % lists_.size()]; }
 
  private:

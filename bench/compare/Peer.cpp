@@ -22,7 +22,7 @@ namespace qor::bench {
 
 namespace {
 
-/// A part of its patience that a process whose line has gone gets to tidy up.
+/// The share of its patience in which a process may clean up after the end of its line.
 constexpr int partToTidyUp = 10;
 
 pid_t spawn(std::string role, std::string task, int line) {
@@ -31,7 +31,7 @@ pid_t spawn(std::string role, std::string task, int line) {
   pid_t process = 0;
   posix_spawnattr_t attributes;
   ::posix_spawnattr_init(&attributes);
-  // What interrupts this program is not to kill those that it has started: they are to tidy up.
+  // An interrupt of this program must not kill its child processes: they have to clean up.
   ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
   posix_spawn_file_actions_t actions;
   ::posix_spawn_file_actions_init(&actions);

@@ -10,22 +10,23 @@
 
 namespace qor::bench {
 
-/// This program once more, in another role.
+/// This program in another process and another role.
 class Peer {
  public:
-  /// `role` is its first argument, `task` its second one. `patience` is how long it may say nothing; those
-  /// that it starts itself get less, so that it is the one to tell of their failure.
+  /// `role` is its first argument, `task` its second. `patience` is how long it may be silent; processes that
+  /// it starts get less, so that it can report their failures.
   Peer(const char* role, const std::string& task, std::chrono::seconds patience);
-  /// Ends it, should it still run, and reaps it: one whose line has gone gets some time to tidy up.
+  /// Ends the process if it is still running, and reaps it: after the end of its line it has some time to
+  /// clean up.
   ~Peer();
   Peer(const Peer&) = delete;
   Peer& operator=(const Peer&) = delete;
 
   const Line& line() const { return *line_; }
-  /// Throws std::runtime_error when it has failed, or does not end in time.
+  /// Throws std::runtime_error if it has failed, or does not exit in time.
   void waitForItsEnd();
 
-  /// Its end of the line, which it inherits.
+  /// The child's end of the line, which it inherits.
   static constexpr int lineDescriptor = 3;
 
  private:

@@ -7,7 +7,8 @@
 
 namespace qor::bench {
 
-/// This thread, and all that it starts from now on, runs on the core of that number among those it may use.
+/// Confines this thread, and all threads that it starts from now on, to the core of that number among the
+/// allowed ones.
 inline void stayOnCore(std::size_t number) {
   const processes::Cores cores = processes::usableCores();
   if (number >= cores.size()) {

@@ -9,7 +9,7 @@ namespace qor::bench {
 
 namespace {
 
-/// What a message of the channels may have at most.
+/// The maximum size of a message of the channels.
 constexpr std::size_t largestMessage = 65'536;
 
 template <class List, class Message>
@@ -42,10 +42,10 @@ std::vector<Library> librariesFor(Measure measure, bool withParameters) {
   return libraries;
 }
 
-/// Turns of whole windows, which come to about so many. There are as many turns as can be: a machine that is
-/// shared is twice as fast in one second as in the next, and that has to meet everybody alike.
+/// Turns of whole windows, about this many messages in total. As many turns as possible: a shared machine may
+/// be twice as fast in one second as in the next, and that has to affect every carrier alike.
 void measure(Case& run, double messages) {
-  // Filling the window and draining it is the least of a turn, with many engines as well.
+  // Filling and draining the window takes only a small part of a turn, with many engines as well.
   constexpr std::size_t leastWindows = 4;
   const double leastPerTurn = std::max(static_cast<double>(leastWindows * run.window()), 100.0);
   run.turns = std::clamp<std::size_t>(static_cast<std::size_t>(messages / leastPerTurn), 1, 20);
@@ -64,12 +64,12 @@ class Planner {
           run.transport = transport;
           run.cores = cores;
           run.library = library;
-          // One process knows no transport, and has no second core of its own.
+          // A single process has no transport and no second core.
           if (library == Library::InProcess && (transport != Transport::Ipc || cores != Cores::One)) continue;
-          // What a placement of its own gives is a matter of round trips.
+          // Only round trips depend on a dedicated core.
           if (cores == Cores::Each && !run.isRoundTrip()) continue;
           const double some = run.withParameters ? 30'000 : 75'000;
-          // Long lists pass faster.
+          // Messages in long lists pass faster.
           const double messages = run.isRoundTrip() ? 2'500 : run.perList < 100 ? some : 2 * some;
           measure(run, scale_ * messages);
           cases_.push_back(run);
@@ -78,7 +78,7 @@ class Planner {
     }
   }
 
-  /// Engines of ours in one host, and batches of all sizes, to see what a command costs then.
+  /// Many engines in one host, and all batch sizes, to see how the cost of a command grows.
   void addGrowth() {
     for (const std::size_t engines : {1U, 2U, 5U, 10U, 20U, 50U, 100U, 200U}) addOfOurs(engines, 10);
     for (const std::size_t perList : {2U, 5U, 20U, 50U, 200U}) addOfOurs(1, perList);

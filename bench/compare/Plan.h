@@ -8,10 +8,10 @@
 
 namespace qor::bench {
 
-/// Everything that is compared. `scale` makes each run shorter or longer.
+/// All runs of the comparison. `scale` makes each run shorter or longer.
 std::vector<Case> plan(double scale);
 
-/// As people and the option --only name it: "commands in lists of 100, 5 parameters, ours, ipc, free".
+/// The name for people and for the option --only: "commands in lists of 100, 5 parameters, ours, ipc, free".
 std::string nameOf(const Case& run);
 
 }  // namespace qor::bench

@@ -28,7 +28,7 @@ namespace {
 using multiprocess_communication::RemoteEngineFrontEnd;
 
 constexpr std::chrono::seconds patience{20};
-/// How long the host is watched while it has nothing to do.
+/// How long the idle host is observed.
 constexpr std::chrono::seconds idleTime{5};
 
 double residentKibibytes() {

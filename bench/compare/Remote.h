@@ -6,13 +6,13 @@
 
 namespace qor::bench {
 
-/// What remote engines cost the host that has them, each in a process of its own behind a real submission
-/// service. Trivially copyable: it travels as it is.
+/// The cost of remote engines for their host, each in its own process behind a real submission service.
+/// Trivially copyable, because it is sent as raw bytes.
 struct RemoteResult {
-  double wiredMilliseconds = 0;      ///< median time from a submission until all three channels are connected
-  double residentKibibytes = 0;      ///< more resident memory of the host for each engine after the first
-  double idleCorePercent = 0;        ///< of one core, of the host's process, while nothing is said
-  double idleSwitchesPerSecond = 0;  ///< times that a thread of the host gave up its core
+  double wiredMilliseconds = 0;  ///< median time from a submission until all three channels are connected
+  double residentKibibytes = 0;  ///< additional resident memory of the host for each engine after the first
+  double idleCorePercent = 0;    ///< of one core, of the host process, while no messages are sent
+  double idleSwitchesPerSecond = 0;  ///< context switches of all threads of the host
 };
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(RemoteResult, wiredMilliseconds, residentKibibytes, idleCorePercent,
                                    idleSwitchesPerSecond)
@@ -20,7 +20,7 @@ NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(RemoteResult, wiredMilliseconds, residentKibi
 constexpr const char* remoteEnginesRole = "--remote-engines";
 constexpr std::chrono::seconds remoteEnginesPatience{300};
 
-/// Has so many in this process, and gives the RemoteResult at the other end of the line.
+/// Creates that many in this process, and sends the RemoteResult to the other end of the line.
 void runRemoteEngines(const std::string& count);
 
 }  // namespace qor::bench

@@ -10,7 +10,7 @@
 
 namespace qor::bench {
 
-/// How long each of many round trips took.
+/// The durations of many round trips.
 class Latencies {
  public:
   using Clock = std::chrono::steady_clock;
@@ -28,16 +28,17 @@ class Latencies {
   std::vector<double> microseconds_;
 };
 
-/// One round trip after the other; each begins where the one before has ended, on the thread that saw its
-/// end.
+/// Runs one round trip after the other; each starts when the previous one has ended, on the thread that
+/// noticed its end.
 class RoundTrips {
  public:
-  /// `begin` begins the round trip of that number. They are counted through all runs.
+  /// `begin` starts the round trip of that number. The numbers continue through all runs.
   explicit RoundTrips(std::function<void(std::size_t number)> begin);
 
-  /// Runs so many. Throws what `begin` has thrown, and std::runtime_error when they take more than a minute.
+  /// Runs that many. Rethrows exceptions of `begin`, and throws std::runtime_error if they take more than a
+  /// minute.
   Latencies run(std::size_t count);
-  /// The round trip under way has ended.
+  /// Marks the end of the current round trip.
   void ended() noexcept;
 
  private:

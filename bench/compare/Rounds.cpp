@@ -24,7 +24,7 @@ std::mt19937& random() {
   return random;
 }
 
-/// Failures bear the name of what has failed.
+/// Adds the name of the failed run to the text of a failure.
 template <class Step>
 void naming(const std::string& name, const Step& step) {
   try {
@@ -34,8 +34,7 @@ void naming(const std::string& name, const Step& step) {
   }
 }
 
-/// A run whose host and engine have been set up, in processes of their own. They wait while it is not their
-/// turn.
+/// A run whose host and engine are set up, in their own processes. They wait until it is their turn.
 class RunUnderWay {
  public:
   explicit RunUnderWay(json& run) : run_(run), host_(hostRole, run.at("case").dump(), hostPatience) {
@@ -49,7 +48,7 @@ class RunUnderWay {
     });
   }
 
-  /// Ends it, without waiting for that.
+  /// Ends it, without waiting for the end.
   void end() const { host_.line().giveSign(); }
 
   void takeResult() {
@@ -73,8 +72,8 @@ class RunUnderWay {
 
 using Work = std::vector<json*>;
 
-/// What does the same work, whichever library carries it. Many engines are not idle enough to be there while
-/// somebody else is measured.
+/// Groups runs of the same work with different libraries. Runs with many engines are separate: even idle,
+/// they would disturb the measurement of others.
 std::vector<Work> works(json& runs) {
   std::map<std::string, Work> byText;
   for (json& run : runs) {

@@ -6,12 +6,13 @@
 
 namespace qor::bench {
 
-/// One more result for each of the runs, which have a name, a case and results. Runs that do the same work
-/// take turns. Tells on standard error, under that title, how far it is. Throws std::runtime_error, which
-/// names the run, when one fails.
+/// Adds one result to each of the runs, which have a name, a case and results. Runs of the same work take
+/// turns. Reports the progress on the standard error stream, under that title. Throws std::runtime_error,
+/// with the name of the run, if one fails.
 void measureRound(nlohmann::json& runs, const std::string& title);
 
-/// As many results for each number of remote engines as there are rounds, three at most: they hardly differ.
+/// Adds as many results for each number of remote engines as there are rounds, at most three, because they
+/// hardly differ.
 void measureRemoteEngines(nlohmann::json& all, std::size_t rounds);
 
 }  // namespace qor::bench

@@ -9,11 +9,11 @@
 #include "tamb/ICommandProcessor.h"
 #include "tamb/INotificationHub.h"
 
-// Where what the channels carry comes out, as framework objects.
+// Receivers of framework objects at the ends of the channels.
 
 namespace qor::bench {
 
-/// The host's hub, as it publishes.
+/// The host's notification hub.
 class NotificationSink : public tamb::INotificationHubBackEnd {
  public:
   explicit NotificationSink(Arrived arrived) : arrived_(std::move(arrived)) {}

@@ -6,8 +6,7 @@
 
 namespace qor::bench {
 
-/// The time that passes from each start to its stop, and the processor time of this process meanwhile, all
-/// threads.
+/// The time from each start to its stop, and this process's processor time meanwhile, of all threads.
 class Stopwatch {
  public:
   void start() {

@@ -9,7 +9,7 @@
 
 namespace qor::bench {
 
-/// Sends lists, with at most a window of messages under way.
+/// Sends lists, with at most a window of messages in transit.
 class WindowedSender {
  public:
   /// Sends the list of that number.
@@ -18,14 +18,14 @@ class WindowedSender {
   WindowedSender(const Case& run, const Line& line, Push push)
       : run_(run), line_(line), push_(std::move(push)) {}
 
-  /// Returns when all have come.
+  /// Returns when all messages have arrived.
   void send(std::size_t messages) {
     const std::size_t total = sent_ + messages;
     while (sent_ < total) {
       while (sent_ - credited_ >= run_.window()) awaitCredit();
       const std::size_t list = sent_ / run_.perList;
       sent_ += run_.perList;
-      // The receiver's credit for these is waited for next.
+      // At a credit boundary no more follow: the next step waits for this credit.
       push_(list, sent_ % run_.perCredit() != 0);
     }
     while (credited_ < total) awaitCredit();

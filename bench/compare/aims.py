@@ -1,4 +1,4 @@
-"""The aims that were set before anything was measured, and whether they are met."""
+"""The aims, set before the first measurement, and whether they are met."""
 
 import statistics
 
@@ -8,13 +8,13 @@ ONE_CORE = [place for place in PLACES if place[1] == "one core"]
 
 
 class Aim:
-    """A bound of the ratios of two libraries, wherever the works of that kind were measured."""
+    """A bound for the ratios of two libraries, in all measured works of some kinds."""
 
     def __init__(self, text, kinds, bound, library="ours", other="bare libzmq", places=PLACES):
         self.text, self.kinds, self.bound, self.library, self.other, self.places = text, kinds, bound, library, other, places
 
     def figures(self, runs):
-        """Where, the figure, its rounds, whether it meets the aim, and by how much it is off. Figures count as printed."""
+        """Work and place, figure, rounds, whether the aim is met, and the distance to it. Compares figures as printed."""
         for work in runs.works():
             if not any(kind in work for kind in self.kinds):
                 continue
@@ -31,7 +31,7 @@ AIMS = [
         ["control round trip", "command to notification"], 1.05, places=ONE_CORE),
     Aim("lists of 1: at least 0.9 times as many messages as on bare libzmq", [", lists of 1,"], 0.9),
     Aim("lists of 100: at least 0.95 times as many messages as on bare libzmq", [", lists of 100,"], 0.95),
-    # Figures have two places: less than 1.
+    # Less than 1, because figures have two decimals.
     Aim("control round trips take less time than gRPC's unary calls", ["control round trip"], 0.99, other="gRPC"),
     Aim("lists of 1: at least 4 times as many messages as on a gRPC stream", [", lists of 1,"], 4, other="gRPC"),
     Aim("lists of 1: at least 1.7 times as many messages as on a buffered gRPC stream", [", lists of 1,"], 1.7,
@@ -62,7 +62,7 @@ def remote_figures(entries, what, most, unit, scale=1):
 
 
 def judged(text, figures):
-    """A row of the table, and the rounds of its figures. None when nothing of it was measured."""
+    """A row of the table, and the rounds of its figures. None if nothing of it was measured."""
     figures = list(figures)
     if not figures:
         return None
@@ -73,7 +73,7 @@ def judged(text, figures):
 
 
 def aims(runs, remote_entries):
-    """The table, or None when nothing was measured that there is an aim for."""
+    """The table, or None if no aim was measured."""
     rows = [judged(aim.text, aim.figures(runs)) for aim in AIMS] + [
         judged(f"a command costs the host at most {MOST_GROWTH} times the processor time that it costs with two engines, "
                "with up to 200", growth_figures(runs)),

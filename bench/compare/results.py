@@ -38,7 +38,7 @@ class Run:
 
     @property
     def work(self):
-        """What is done, whoever does it and wherever."""
+        """The work, whatever the library and the place."""
         text = self.measure
         if not self.is_round_trip:
             text += f", lists of {self.perList}"
@@ -48,7 +48,7 @@ class Run:
 
 
 class Ratio:
-    """How many times as long a round trip takes, or how many times as many messages pass. Two runs of the same work."""
+    """The ratio of durations of round trips, or of messages per second, of two runs of the same work."""
 
     def __init__(self, one, other):
         what = "p50" if one.is_round_trip else "perSecond"
@@ -72,7 +72,7 @@ class Runs:
         self.planned = {(run.work, run.transport, run.cores, run.library): run for run in self.all if run.engines == 1}
 
     def works(self):
-        """What everybody does, and not only to show growth."""
+        """The works of all libraries, except those that only measure growth."""
         return list(dict.fromkeys(run.work for run in self.all if run.engines == 1 and any(
             self.of(run.work, place, "gRPC") for place in PLACES)))
 
@@ -80,7 +80,7 @@ class Runs:
         return self.planned.get((work, *place, library))
 
     def ratio(self, work, place, library, other):
-        """None when it was not measured."""
+        """None if it was not measured."""
         one, two = self.of(work, place, library), self.of(work, place, other)
         return Ratio(one, two) if one and two else None
 
@@ -98,7 +98,7 @@ class Runs:
 
 
 def table(head, rows, rounds):
-    """`rounds` are those of each figure: the table states them."""
+    """`rounds` has the number of rounds of each figure; the table states them."""
     lines = ["| " + " | ".join(head) + " |", "|" + "---|" * len(head)]
     lines += ["| " + " | ".join(row) + " |" for row in rows]
     few, many = min(rounds), max(rounds)

@@ -19,7 +19,7 @@ std::vector<Arrival> arrivalsOf(const List& list, Conversion conversion) {
   return arrivals;
 }
 
-/// The messages of both conversions, each into a list that has been used before.
+/// The messages of both conversions, each in a reused list.
 template <class WireList, class List>
 void expectTheSameMessages(const List& messages) {
   WireList ofObjects;

@@ -10,7 +10,7 @@
 namespace qor::bench {
 namespace {
 
-/// Established connections that the port's listener has accepted, as one table of the kernel has them.
+/// Established connections that the port's listener has accepted, from one of the kernel's tables.
 int connectionsTo(int port, const char* table) {
   constexpr int established = 1;
   constexpr auto wholeLine = std::numeric_limits<std::streamsize>::max();
@@ -25,7 +25,7 @@ int connectionsTo(int port, const char* table) {
   return count;
 }
 
-/// gRPC listens at an IPv4 address with an IPv6 socket where it can.
+/// gRPC listens on an IPv4 address with an IPv6 socket if possible.
 int connectionsTo(int port) {
   return connectionsTo(port, "/proc/self/net/tcp") + connectionsTo(port, "/proc/self/net/tcp6");
 }
