@@ -1,6 +1,6 @@
 # tamb_add_engine_library(TARGET NAME name SUMMARY text SOURCES file... LINK library... [REGISTRY folder]): the shared
-# library libtamb_engine_NAME.so, which exports its factory function alone, and the file that registers it,
-# FOLDER/NAME.json, where FOLDER is engines.d in the current binary folder unless it is given.
+# library libtamb_engine_NAME.so, which exports only its factory function, and the file that registers it,
+# FOLDER/NAME.json, where FOLDER defaults to engines.d in the current binary folder.
 set(TAMB_ENGINE_EXPORTS ${CMAKE_CURRENT_LIST_DIR}/tamb_engine.exports)
 function(tamb_add_engine_library target)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "NAME;SUMMARY;REGISTRY" "SOURCES;LINK")

@@ -1,5 +1,5 @@
-# The platform as somebody else provides it: its headers and libraries, found along CMAKE_PREFIX_PATH. Only with
-# QOR_PLATFORM=installed. Makes the targets of platform/ and runtime/ that src/ uses.
+# An installed platform: its headers and libraries are found along CMAKE_PREFIX_PATH. Only with QOR_PLATFORM=installed.
+# Creates the targets of platform/ and runtime/ that src/ uses.
 
 set(QOR_PLATFORM_LIBRARIES "tamb_runtime;qor_sockets;qor_utils;qor_service_schema" CACHE STRING
   "The platform's libraries, by name or path: framework, message sockets, utilities, and the service's messages")
@@ -21,5 +21,5 @@ foreach(library IN LISTS QOR_PLATFORM_LIBRARIES)
   target_link_libraries(platform_libraries INTERFACE ${QOR_PLATFORM_LIBRARY_${name}})
 endforeach()
 
-# Its headers are among the platform's, and its library among the platform's libraries.
+# Its headers belong to the platform's, and its library to the platform's libraries.
 add_library(qor_service_schema INTERFACE)

@@ -1,5 +1,5 @@
-# Generated protobuf classes. They are built without our warnings, and always with NDEBUG: byte strings travel
-# in the schemas' string fields, and only a debug build of the classes complains that they are no UTF-8.
+# Generated protobuf classes. They are built without our warnings, and always with NDEBUG: the schemas' string fields
+# contain arbitrary bytes, and a debug build of the classes would complain that they are not UTF-8.
 
 # qor_add_schemas(TARGET TYPE ROOT SCHEMA...): a library of that type with the classes of the schemas, whose
 # paths are relative to ROOT and to the include directory.
