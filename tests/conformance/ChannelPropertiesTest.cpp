@@ -6,8 +6,8 @@
 namespace qor::test {
 namespace {
 
-/// The command channel and the notification channel, with random messages: see TestSeed for how to have the
-/// same ones again.
+/// The command channel and the notification channel, with random messages. TestSeed describes how to repeat a
+/// run.
 class MessageChannels : public SocketTest {
  protected:
   static constexpr std::size_t batches = 500;

@@ -11,10 +11,10 @@ namespace {
 
 using ::testing::HasSubstr;
 
-/// What becomes of messages that have not left when their socket is closed.
+/// What happens to unsent messages when their socket is closed.
 class Closing : public SocketTest {
  protected:
-  /// Closes a publisher, or lets its destructor do so, that keeps three messages for nobody.
+  /// Closes a publisher with a backlog of three messages, explicitly or by its destructor.
   std::chrono::milliseconds closeWithThreeUnsent(ClosePolicy::ClosePolicy policy, bool byDestructor) {
     std::optional<Socket> publisher(std::in_place, "ClosingPublisher", policy);
     publisher->createAndConnect(Protocol::Publisher, endpoint_, 0);

@@ -27,7 +27,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::ThrowsMessage;
 
-/// The two ends of the command channel with each other, as a host and an engine process have them.
+/// Both ends of the command channel, connected as in a host and an engine process.
 class CommandChannel : public SocketTest {
  protected:
   using Batch = std::vector<std::shared_ptr<const tamb::ICommandMessage>>;
@@ -46,7 +46,7 @@ class CommandChannel : public SocketTest {
     frontEnd_->SetEngineId(engine);
     frontEnd_->connectEndpoint(endpoint_);
   }
-  /// A new one takes the place of an earlier one, and what arrives is counted anew.
+  /// Replaces an earlier one, and resets the count of arrivals.
   void startBackEnd() {
     backEnd_.reset();
     processor_ = std::make_shared<RecordingCommandProcessor>();
@@ -71,7 +71,7 @@ class CommandChannel : public SocketTest {
     for (const auto& command : processor_->commands.all()) ids.push_back(command->GetCommandId());
     return ids;
   }
-  /// Waits for so many commands, and checks that their ids count up from `first`.
+  /// Waits for that many commands, and checks that their ids count up from `first`.
   void expectArrived(unsigned int first, std::size_t count) const {
     const auto arrived = processor_->commands.waitFor(count);
     ASSERT_EQ(arrived.size(), count);
@@ -81,7 +81,7 @@ class CommandChannel : public SocketTest {
       ASSERT_EQ(arrived[i]->GetCommandName(), "command " + std::to_string(id));
     }
   }
-  /// Pushes commands, counting on from `last`, until the present back end has got one; its id.
+  /// Pushes commands with ids after `last` until the current back end has received one, and returns its id.
   unsigned int pushUntilOneArrives(unsigned int& last) {
     if (!eventually([&] {
           if (!processor_->commands.all().empty()) return true;
@@ -182,8 +182,8 @@ TEST_P(CommandChannel, LetsTheBackEndBeThereFirst) {
 TEST_P(CommandChannel, ServesABackEndThatComesAgainWithoutAGapFromTheFirstCommandThatItGets) {
   connectFrontEnd();
   unsigned int last = 0;
-  // The front end learns of a back end's end a little later, and what it pushes until then is lost with that
-  // back end. The more is pushed, the surer some of it is kept for the next one.
+  // The front end notices the end of a back end a little later; commands pushed until then are lost with that
+  // back end. The more are pushed, the more likely some of them are kept for the next one.
   bool wasKept = false;
   for (unsigned int unheard = 100; !wasKept && unheard < 50'000; unheard *= 2) {
     startBackEnd();
@@ -226,7 +226,7 @@ TEST_P(CommandChannel, MovesWithItsFrontEndToAnotherEndpoint) {
   EXPECT_THAT(arrivedIds(), ElementsAre(1));
   startBackEnd();
   expectArrived(2, 1);
-  // Nobody holds the endpoint that was left.
+  // The previous endpoint is free.
   Socket successor("Successor", ClosePolicy::Newest);
   EXPECT_NO_THROW(successor.createAndConnect(Protocol::Publisher, left, 0));
 }

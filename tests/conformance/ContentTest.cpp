@@ -13,7 +13,7 @@ using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::ThrowsMessage;
 
-/// What may be sent, and what a receive makes of what comes.
+/// Which messages may be sent, and how a receiver handles what arrives.
 class Content : public SocketTest {
  protected:
   Content() {
@@ -21,8 +21,8 @@ class Content : public SocketTest {
     subscriber_.createAndConnect(Protocol::Subscriber, endpoint_, 0);
   }
 
-  /// Receives into a message that still holds something; expects that it is refused and cleared, and that one
-  /// error line, and nothing else, says who refused it, its size, and why.
+  /// Receives into a message that is not empty; expects that the bytes are rejected, that the message is
+  /// cleared, and that exactly one error line names the socket, the size and the reason.
   void expectRefused(google::protobuf::Message& message, unsigned int sizeBound, std::size_t size,
                      const std::string& reason) {
     const CapturedLog log;
@@ -143,7 +143,7 @@ TEST_P(Content, IsAcceptedWhenItIsAsLargeAsTheBound) {
 }
 
 TEST_P(Content, IsRefusedWhenItCannotBeParsed) {
-  // Field 2 is a text here and a message there, in which the length of a text goes beyond the end.
+  // Field 2 is a text in one schema and a message in the other, where the length of a text exceeds the end.
   proto::EngineBackEndReply reply;
   reply.set_type(proto::EngineBackEndReply::Failure);
   reply.set_errorstring("\n\x7f");
@@ -158,7 +158,7 @@ TEST_P(Content, IsRefusedWhenARequiredFieldIsMissing) {
   proto::EngineBackEndReply reply;
   reply.set_type(proto::EngineBackEndReply::Failure);
   publisher_.sendProtoBuf(&reply);
-  proto::EditRate message;  // Its numerator is there, its denominator is not.
+  proto::EditRate message;  // Has a numerator, but no denominator.
   message.set_denominator(1);
   expectRefused(message, Socket::maximumMessageSize, reply.ByteSizeLong(), "denominator");
   expectNextIsReceived();
@@ -174,7 +174,7 @@ TEST_P(Content, IsRefusedWhenItIsEmptyAndSomethingIsRequired) {
 
 TEST_P(Content, IsRefusedWhenARequiredEnumerationHasAnUnknownValue) {
   proto::EngineFrontEndRequest request;
-  request.set_type(proto::EngineFrontEndRequest::HeartBeat);  // No status has its number.
+  request.set_type(proto::EngineFrontEndRequest::HeartBeat);  // No status has this number.
   publisher_.sendProtoBuf(&request);
   auto message = usedStatus();
   expectRefused(message, Socket::maximumMessageSize, request.ByteSizeLong(), "status");

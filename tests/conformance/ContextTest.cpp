@@ -8,8 +8,8 @@ namespace {
 
 constexpr unsigned int veryLong = 600'000;
 
-/// The end of the messaging context: every loop that uses a socket is told to stop, and a new beginning is
-/// possible.
+/// The shutdown of the messaging context: every loop that uses a socket gets the exception, and new sockets
+/// can be opened afterwards.
 class ContextShutDown : public SocketTest {
  protected:
   void openRequesterAndReplier() {
@@ -21,7 +21,7 @@ class ContextShutDown : public SocketTest {
     subscriber_.createAndConnect(Protocol::Subscriber, endpoint_, 0);
   }
 
-  /// Shuts the context down while the call is blocked, and expects that it ends at once as told.
+  /// Shuts the context down while the call is blocked, and expects that the call throws at once.
   template <class Call>
   static void expectEndOf(Call call) {
     BackgroundCall blocked(call);
@@ -76,7 +76,7 @@ TEST_P(ContextShutDown, EndsAnOpeningThatWaitsForItsPeer) {
 }
 
 TEST_P(ContextShutDown, EndsASendThatWaitsForItsConnection) {
-  // That wait is short: on a slow machine it may have ended by itself, and then the next one is tried.
+  // The wait is short: on a slow machine it may have timed out; then the next one is tried.
   for (int attempt = 0; attempt < 10; ++attempt) {
     openRequesterAndReplier();
     sendNumber(requester_, 1);
@@ -103,7 +103,7 @@ TEST_P(ContextShutDown, FailsEveryLaterOperationOfTheSocketsThatWereOpen) {
   const SocketEndpoint news = newEndpoint();
   publisher_.createAndConnect(Protocol::Publisher, news, 0);
   subscriber_.createAndConnect(Protocol::Subscriber, news, 0);
-  // Neither what has arrived nor what is missing makes a difference.
+  // Independent of messages that have arrived or are missing.
   sendNumber(requester_, 1);
   awaitMessage(replier_);
   sendNumber(publisher_, 1);

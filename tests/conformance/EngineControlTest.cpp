@@ -22,7 +22,7 @@ using multiprocess_communication::TcpEngineBackEnd;
 using multiprocess_communication::TcpEngineFrontEnd;
 using std::chrono::milliseconds;
 
-/// The two ends of the engine control channel with each other, as a host and an engine process have them.
+/// Both ends of the engine control channel, connected as in a host and an engine process.
 class EngineControl : public SocketTest {
  protected:
   void TearDown() override {
@@ -37,7 +37,7 @@ class EngineControl : public SocketTest {
     frontEnd_->SetInitConfig(TcpEngineFrontEnd::GenerateConfig(requestEndpoint_, statusEndpoint_));
   }
 
-  /// Waits for statuses until that one comes.
+  /// Receives statuses until that one arrives.
   static bool comesTo(Socket& subscriber, proto::EngineStatus::Status status) {
     std::string errorText;
     proto::EngineStatus message;
@@ -79,7 +79,7 @@ TEST_P(EngineControl, DrivesAnEngineFromItsFirstPingToItsEnd) {
   ASSERT_TRUE(engine_->waitUntilRunning());
   frontEnd_->Ping(4'321);
   EXPECT_EQ(pinged, 4'321U);
-  // Longer than the engine is given to start.
+  // Longer than the time-out for the start of a run.
   EXPECT_FALSE(running.endsWithin(milliseconds(2'500)));
   EXPECT_THROW(frontEnd_->WaitForStop(0), tamb::TAMBRuntimeError);
   frontEnd_->RequestStop();
@@ -87,7 +87,7 @@ TEST_P(EngineControl, DrivesAnEngineFromItsFirstPingToItsEnd) {
   EXPECT_TRUE(running.endsWithin(atOnce));
   EXPECT_NO_THROW(running.get());
 
-  // One back end runs its engine once.
+  // A back end runs its engine only once.
   EXPECT_NO_THROW(frontEnd_->Run());
   EXPECT_EQ(engine_->runs(), 1);
   EXPECT_EQ(log_.recordsWith("Failed sending ping to remote engine on:").size(), 1U);
@@ -106,7 +106,7 @@ TEST_P(EngineControl, ABackEndThatGoesEndsTheRunOfItsFrontEnd) {
   ASSERT_TRUE(engine_->waitUntilRunning());
   EXPECT_FALSE(running.endsWithin(milliseconds(500)));
   BackgroundCall destroying([&] { backEnd_.reset(); });
-  // The engine itself has not noticed anything.
+  // The engine itself is not affected.
   EXPECT_TRUE(running.endsWithin(atOnce));
   EXPECT_NO_THROW(running.get());
   engine_->finish();
@@ -135,7 +135,7 @@ TEST_P(EngineControl, APeerThatDiesInTheMiddleOfAPingFailsThePing) {
   peer.createAndConnect(Protocol::Replier, requestEndpoint_, 0);
   frontEnd_.emplace();
   frontEnd_->SetInitConfig(TcpEngineFrontEnd::GenerateConfig(requestEndpoint_, statusEndpoint_));
-  awaitMessage(peer);  // the heartbeat, which stays unanswered
+  awaitMessage(peer);  // the heartbeat, which gets no reply
   BackgroundCall pinging([&] { frontEnd_->Ping(1); });
   ASSERT_TRUE(pinging.waitUntilBlocked());
   peer.close();
@@ -156,7 +156,7 @@ TEST_P(EngineControl, ARequestThatIsNeverAnsweredWedgesNobody) {
   BackgroundCall pinging([&] { frontEnd_->Ping(1); });
   EXPECT_TRUE(pinging.endsWithin(atOnce));
   EXPECT_TRUE(log_.recordsWith("Failed sending ping").empty());
-  // The requester itself goes on too.
+  // The requester continues as well.
   request.set_type(proto::EngineFrontEndRequest::HeartBeat);
   silent.sendProtoBuf(&request);
   awaitMessage(silent);
@@ -168,7 +168,7 @@ TEST_P(EngineControl, ARequestThatIsNeverAnsweredWedgesNobody) {
 TEST_P(EngineControl, TheContextsEndEndsBothSidesWithoutAnException) {
   startBackEnd();
   connectFrontEnd();
-  // All four sockets are open once the front end has seen the engine run.
+  // All four sockets are open once the front end has received the status Running.
   BackgroundCall running([&] { frontEnd_->Run(); });
   ASSERT_TRUE(eventually([&] { return seesTheEngineRun(); }));
   frontEnd_->RequestStop();
@@ -187,7 +187,7 @@ TEST_P(EngineControl, TheContextsEndEndsBothSidesWithoutAnException) {
   }
 }
 
-/// The rest of the machine: two threads that always have something to do.
+/// Simulates a busy machine: two threads that never wait.
 class BusyMachine {
  public:
   BusyMachine() = default;
@@ -208,7 +208,7 @@ class BusyMachine {
 
 TEST_P(EngineControl, EachOfManyRunsThatTakeNoTimeIsSeen) {
   constexpr int lanes = 10;
-  // By hand: more of them.
+  // More of them in a manual run.
   const char* const wanted = std::getenv("QOR_SHORT_RUNS");  // NOLINT(concurrency-mt-unsafe)
   const int runs = wanted == nullptr ? 200 : std::stoi(wanted);
   const BusyMachine busy;

@@ -12,13 +12,13 @@ using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::ThrowsMessage;
 
-/// What a publisher keeps for subscribers that are not there, or not fast enough.
+/// The backlog of a publisher whose subscribers are missing or too slow.
 class Keeping : public SocketTest {
  protected:
   SocketEndpoint endpoint_ = newEndpoint();
   Socket publisher_{"KeepingPublisher", ClosePolicy::Patient};
 
-  /// Sends one number after another until the subscriber has one.
+  /// Sends consecutive numbers until the subscriber has received one.
   std::uint32_t sendUntilHeardBy(Socket& subscriber) {
     std::string errorText;
     while (subscriber.poll(1, errorText) == 1) sendNumber(publisher_, ++sent_);
@@ -45,9 +45,9 @@ TEST_P(Keeping, KeepsWhatIsSentBeforeTheFirstSubscriberAndLosesNothingWhileItJoi
 
 TEST_P(Keeping, KeepsAgainWhenTheLastSubscriberHasGone) {
   publisher_.createAndConnect(Protocol::Publisher, endpoint_, 0);
-  // The publisher learns of a subscriber's end a little later, and what it sends until then is lost with that
-  // subscriber. From the first message it keeps there must be no gap; the more is sent, the surer one is
-  // kept.
+  // The publisher notices the end of a subscriber a little later; messages sent until then are lost with that
+  // subscriber. From the first kept message on there must be no gap; the more are sent, the more likely one
+  // is kept.
   bool wasKept = false;
   for (std::uint32_t unheard = 100; !wasKept && unheard < 100'000; unheard *= 2) {
     {
@@ -89,7 +89,7 @@ TEST_P(Keeping, TellsWhoeverJoinsTheNewestWhenMessagesSupersedeEachOther) {
   sendNumber(status, 2);
   EXPECT_EQ(receiveNumber(first), 2U);
 
-  // Beside one that is there, and when the others have gone.
+  // While one is connected, and after the others have disconnected.
   for (const char* const name : {"SecondSubscriber", "ThirdSubscriber"}) {
     Socket joining(name, ClosePolicy::Newest);
     joining.createAndConnect(Protocol::Subscriber, endpoint_, 0);
@@ -157,7 +157,7 @@ TEST_P(Keeping, LosesNothingToASubscriberThatTakesNothingForAWhile) {
   sendNumber(publisher_, 1);
   ASSERT_EQ(receiveNumber(subscriber), 1U);
 
-  // More than all queues on the way hold together, unless they have no bound.
+  // More than all queues together can contain, if they are bounded.
   constexpr std::uint32_t more = 250'000;
   std::uint32_t lastAccepted = 1;
   try {

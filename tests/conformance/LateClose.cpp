@@ -1,5 +1,5 @@
-// Loaded ahead of a program: the address of a listening socket is freed some time after its descriptor's
-// number. That may happen any time, since the system does the one after the other.
+// Preloaded into a program: frees the address of a listening socket some time after its descriptor's number.
+// The kernel may do that at any time, because it does one after the other.
 
 #include <dlfcn.h>
 #include <sys/socket.h>
@@ -12,7 +12,7 @@
 
 namespace {
 
-/// Longer than it takes to try the address for the first time, and far less than the 100 ms that it is tried.
+/// Longer than the first attempt to bind takes, and far less than the 100 ms of retries.
 constexpr std::chrono::milliseconds delay{5};
 
 int closeNow(int descriptor) {
@@ -28,7 +28,7 @@ bool isListening(int descriptor) {
 
 void closeLater(int descriptor) {
   static std::mutex mutex;
-  static std::list<std::jthread> closing;  // joined when the program ends
+  static std::list<std::jthread> closing;  // joined when the program exits
   const std::lock_guard lock(mutex);
   closing.emplace_back([descriptor] {
     std::this_thread::sleep_for(delay);

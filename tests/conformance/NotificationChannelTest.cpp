@@ -24,15 +24,15 @@ using testing::IsEmpty;
 
 using Notification = std::shared_ptr<const tamb::INotificationMessage>;
 
-/// A subscriber that keeps what it is called with.
+/// A subscriber that records its calls.
 class KeepingCallback : public tamb::INotificationCallback {
  public:
   Arrivals<Notification> notifications;
   void OnNotification(Notification notification) override { notifications.add(std::move(notification)); }
 };
 
-/// The two ends of the notification channel with each other, as an engine process and a host have them, and a
-/// subscriber at the host.
+/// Both ends of the notification channel, connected as in an engine process and a host, and a subscriber in
+/// the host.
 class NotificationChannel : public SocketTest {
  protected:
   static constexpr const char* manager = "manager-17";
@@ -44,7 +44,7 @@ class NotificationChannel : public SocketTest {
     frontEnd_->Subscribe(subscriber_);
   }
   void TearDown() override {
-    // A back end that goes waits for what it keeps, and the front end takes it.
+    // A back end waits in its destructor until the front end has received its backlog.
     backEnd_.reset();
     frontEnd_.reset();
   }
@@ -66,7 +66,7 @@ class NotificationChannel : public SocketTest {
   }
   static Notification numbered(std::size_t number) { return notification(std::to_string(number)); }
 
-  /// The lines of what the subscriber has, once it is so many.
+  /// The lines that the subscriber has received, once there are that many.
   std::vector<std::string> linesOf(std::size_t count) const {
     std::vector<std::string> lines;
     for (const auto& notification : subscriber_->notifications.waitFor(count)) {
@@ -74,7 +74,7 @@ class NotificationChannel : public SocketTest {
     }
     return lines;
   }
-  /// Checks that the subscriber gets the numbers below `count` in their order, and nothing else.
+  /// Checks that the subscriber receives the numbers below `count` in order, and nothing else.
   void expectNumbersBelow(std::size_t count) const {
     const auto lines = linesOf(count);
     ASSERT_EQ(lines.size(), count);
@@ -199,7 +199,7 @@ TEST_P(NotificationChannel, SendsNothingOfARefusedBatch) {
 TEST_P(NotificationChannel, CarriesAsMuchAsAMessageMayHold) {
   startBackEnd();
   startFrontEnd();
-  // The line, and little more.
+  // Only the line, and few bytes more.
   const std::string large(65'400, 'x');
   backEnd_->PushNotification(notification(large));
   backEnd_->PushNotification(notification(large));
@@ -217,12 +217,12 @@ TEST_P(NotificationChannel, LetsTheHostMoveToAnotherBackEnd) {
   frontEnd_->startSubscriptionThread(otherEndpoint);
   other.PushNotification(notification("of the other"));
   EXPECT_THAT(linesOf(3), ElementsAre("of the first", "of the other, early", "of the other"));
-  // Whoever is at the first one now gets what is pushed there, and the host does not.
+  // A subscriber at the first endpoint now receives the notifications, and the host does not.
   Socket listener("NotificationListener", ClosePolicy::Newest);
   listener.createAndConnect(Protocol::Subscriber, endpoint_, 0);
   std::string errorText;
   EXPECT_TRUE(eventually([&] {
-    // The first ones may go to where the host was.
+    // The first ones may go to the previous endpoint.
     backEnd_->PushNotification(notification("of the first, unheard"));
     return listener.poll(20, errorText) == 0;
   }));

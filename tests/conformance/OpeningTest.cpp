@@ -19,10 +19,10 @@ std::ptrdiff_t openDescriptors() {
   return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
-/// Opening sockets, again and again, and what may not be opened.
+/// Opening sockets repeatedly, and invalid openings.
 class Opening : public SocketTest {
  protected:
-  /// One exchange shows that both are what they should be.
+  /// Checks by one exchange that both have the right roles.
   static void expectExchange(Socket& requester, Socket& replier, std::uint32_t number) {
     sendNumber(requester, number);
     answerOne(replier);
@@ -166,7 +166,7 @@ TEST_P(Opening, LeavesNoDescriptorsBehindFiveHundredTimes) {
     requester.createAndConnect(Protocol::Requester, endpoint_, 0);
     expectExchange(requester, replier, 1);
   };
-  // What belongs to the messaging context comes with the first sockets and stays.
+  // The resources of the messaging context are created with the first sockets and stay.
   cycle();
   const auto before = openDescriptors();
   for (int i = 0; i < 500; ++i) cycle();

@@ -15,7 +15,7 @@ using ::testing::ThrowsMessage;
 
 constexpr unsigned int veryLong = 600'000;
 
-/// Waiting for a message, and what ends it.
+/// Waiting for a message, and everything that ends the wait.
 class Poll : public SocketTest {
  protected:
   SocketEndpoint endpoint_ = newEndpoint();
@@ -43,10 +43,10 @@ TEST_P(Poll, InVainAgainEndsNoLaterThanItsTimeOut) {
   publisher_.createAndConnect(Protocol::Publisher, endpoint_, 0);
   subscriber_.createAndConnect(Protocol::Subscriber, endpoint_, 0);
   EXPECT_EQ(subscriber_.poll(100, errorText_), 1) << errorText_;
-  // The machine may be late as well, but not each time.
+  // The machine may be late as well, but not every time.
   auto least = Clock::duration::max();
   for (int i = 0; i < 10; ++i) {
-    // From where an end that is rounded to the next hundredth of a second is 4 ms late.
+    // From here, an end that is rounded to the next hundredth of a second is 4 ms late.
     constexpr std::chrono::milliseconds step{10};
     const auto now = Clock::now();
     std::this_thread::sleep_until(now - now.time_since_epoch() % step + step + std::chrono::milliseconds(6));
@@ -118,7 +118,7 @@ TEST_P(Poll, SeesARequestThatCameWhileTheOneBeforeWasAnswered) {
     EXPECT_EQ(receiveNumber(replier_), number);
     EXPECT_EQ(replier_.poll(100, errorText_), 1) << errorText_;
     sendNumber(other, number + 1'000);
-    // It is there before the reply is sent: what was sent later has gone there and back on the same threads.
+    // It arrives before the reply is sent: later messages have already made a round trip on the same threads.
     for (std::uint32_t later = 1; later <= 3; ++later) {
       sendNumber(guest, later);
       answerOne(host);

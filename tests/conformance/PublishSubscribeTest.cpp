@@ -54,7 +54,7 @@ TEST_P(PublishSubscribe, EverySubscriberGetsEverything) {
   sendNumber(publisher_, ++sent);
   ASSERT_EQ(receiveNumber(subscriber_), 1U);
 
-  // Nothing is kept for a second one: it hears what is sent once it is there.
+  // No backlog for a second one: it receives only messages sent after it has connected.
   Socket second("SecondSubscriber", ClosePolicy::Patient);
   second.createAndConnect(Protocol::Subscriber, endpoint_, 0);
   std::string errorText;

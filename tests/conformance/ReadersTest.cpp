@@ -12,20 +12,20 @@ namespace {
 using ::testing::AllOf;
 using ::testing::HasSubstr;
 
-/// How long a test watches that nothing comes.
+/// How long a test checks that nothing arrives.
 constexpr unsigned int brieflyMilliseconds = 200;
 
-/// A publisher whose endpoint says how many subscribers it serves at a time.
+/// A publisher whose endpoint limits the number of subscribers.
 class Readers : public SocketTest {
  protected:
-  /// One more subscriber; it stays open until the test ends.
+  /// Opens another subscriber, until the end of the test.
   Socket& subscribe() {
     auto& socket = sockets_.emplace_back(
         std::make_unique<Socket>("Subscriber" + std::to_string(sockets_.size()), ClosePolicy::Patient));
     socket->createAndConnect(Protocol::Subscriber, endpoint_, 0);
     return *socket;
   }
-  /// The same, once the publisher has refused it.
+  /// The same; returns when the publisher has refused it.
   Socket& subscribeInVain() {
     const std::size_t before = log_.recordsWith("refused a subscriber").size();
     Socket& socket = subscribe();
@@ -66,7 +66,7 @@ TEST_P(Readers, TheFirstGetsEverythingAndTheOthersGetNothing) {
 }
 
 TEST_P(Readers, AnotherThatReadsNothingHoldsNobodyUp) {
-  // Far more than all queues on the way hold together: with a second reader, sending would come to a halt.
+  // Far more than all queues together can contain: with a second reader, sending would block.
   constexpr std::uint32_t more = 250'000;
   publisher_.createAndConnect(Protocol::Publisher, endpoint_, 0);
   sendNumber(publisher_, 1);
@@ -86,7 +86,7 @@ TEST_P(Readers, TheNextIsAdmittedOnceTheFirstHasGoneAndGetsWhatIsKept) {
   EXPECT_EQ(receiveNumber(first), 1U);
   Socket& second = subscribeInVain();
   first.close();
-  // What is sent before the first one's end is noticed is lost with it; from then on there is no gap.
+  // Messages sent before the first one's end is noticed are lost with it; after that there is no gap.
   std::string errorText;
   std::uint32_t sent = 1;
   while (second.poll(1, errorText) == 1) sendNumber(publisher_, ++sent);

@@ -11,7 +11,7 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::ThrowsMessage;
 
-/// The side that answers: whatever one requester does, the next one is served.
+/// The replying side: whatever one requester does, the next one is served.
 class Replier : public SocketTest {
  protected:
   Replier() { replier_.createAndConnect(Protocol::Replier, endpoint_, 0); }
@@ -40,7 +40,7 @@ TEST_P(Replier, IsNotHeldUpByARequestThatItDoesNotAnswer) {
 }
 
 TEST_P(Replier, IsToldThatTheRequesterHasGoneBeforeItsReply) {
-  // Who vanishes is missed a little later; a poll gives it the time.
+  // A vanished requester is noticed a little later; the poll waits for that.
   bool wasTold = false;
   for (unsigned int time = 1; !wasTold && time < 10'000; time *= 2) {
     {

@@ -10,7 +10,7 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::ThrowsMessage;
 
-/// The side that asks: it waits for the living as long as it takes, and never for the dead.
+/// The requesting side: it waits for a live peer without limit, but not for a dead one.
 class Requester : public SocketTest {
  protected:
   void openBoth() {
@@ -18,8 +18,8 @@ class Requester : public SocketTest {
     requester_.createAndConnect(Protocol::Requester, endpoint_, 0);
   }
 
-  /// Sends a request whose reply never comes, for the replier closes: the requester then knows that it is
-  /// alone.
+  /// Sends a request without a reply, because the replier closes: the requester then knows that it has no
+  /// peer.
   void loseReplier() {
     sendNumber(requester_, 0);
     awaitMessage(replier_);
@@ -27,7 +27,7 @@ class Requester : public SocketTest {
     EXPECT_THROW(receiveReply(requester_), std::runtime_error);
   }
 
-  /// Asks until the request leaves, as an owner does whose peer comes back some time.
+  /// Retries until the request is sent, like an owner whose peer comes back at some time.
   bool sendEventually(std::uint32_t number) {
     return eventually([&] {
       try {
@@ -60,7 +60,7 @@ TEST_P(Requester, GetsTheReplyToEachOfItsRequests) {
 
 TEST_P(Requester, IsOpenedAsSoonAsItsReplierIsThereHoweverBusy) {
   replier_.createAndConnect(Protocol::Replier, endpoint_, 0);
-  // Nobody polls the replier.
+  // No thread polls the replier.
   requester_.createAndConnect(Protocol::Requester, endpoint_, 0);
   EXPECT_TRUE(requester_.isOpen());
 }
@@ -119,7 +119,7 @@ TEST_P(Requester, WaitsForASlowReplierLongerThanForADeadOne) {
   openBoth();
   sendNumber(requester_, 7);
   BackgroundCall reply([&] { return receiveReply(requester_); });
-  // A connection whose peer is dead is given up within 3 s.
+  // The connection to a dead peer is closed within 3 s.
   EXPECT_FALSE(reply.endsWithin(std::chrono::seconds(4)));
   answerOne(replier_);
   EXPECT_EQ(reply.get(), 7U);
@@ -179,9 +179,9 @@ TEST_P(Requester, AsksAfterALossOnceASubscriberOfTheSamePeerIsConnectedAgain) {
   publisher.createAndConnect(Protocol::Publisher, statuses, 0);
   subscriber.createAndConnect(Protocol::Subscriber, statuses, 0);
   openBoth();
-  // The longer an outage lasts, the less often is a connection tried.
+  // The longer an outage lasts, the rarer are attempts to connect.
   for (const auto outage : {0, 20, 60, 100, 150, 200, 250, 300, 0}) {
-    // Its owner polls all the time: so it learns of the loss.
+    // Its owner polls all the time, and so notices the loss.
     BackgroundCall receiving([&] {
       const auto first = receiveNumber(subscriber);
       return std::pair(first, receiveNumber(subscriber));
@@ -200,7 +200,7 @@ TEST_P(Requester, AsksAfterALossOnceASubscriberOfTheSamePeerIsConnectedAgain) {
     EXPECT_TRUE(sending.get());
     sendReply(replier_, 3);
     EXPECT_EQ(receiveReply(requester_), 3U);
-    // One that lacks the first waits for another.
+    // If the subscriber has missed the first, it waits for another.
     if (!receiving.endsWithin(atOnce)) sendNumber(publisher, 0);
     ASSERT_EQ(receiving.get(), std::pair(1U, 2U)) << "after an outage of " << outage << " ms";
   }
@@ -244,7 +244,7 @@ TEST_P(Requester, GivesUpARequestWhoseReplyItHasPolledForInVain) {
   EXPECT_EQ(requester_.poll(20, errorText), 1) << errorText;
   answerOne(replier_);
   awaitMessage(requester_);
-  // The reply is there, and not wanted any more.
+  // The reply has arrived, but is no longer wanted.
   sendNumber(requester_, 2);
   answerOne(replier_);
   EXPECT_EQ(receiveReply(requester_), 2U);

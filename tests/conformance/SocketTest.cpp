@@ -48,7 +48,7 @@ SocketEndpoint SocketTest::newEndpoint(const std::string& parameters) {
 }
 
 SocketEndpoint SocketTest::newSilentEndpoint() {
-  // The text does not carry the port's reservation.
+  // The text does not include the port's reservation.
   return SocketEndpoint::FromString(newEndpoint().toString(Protocol::Plain));
 }
 

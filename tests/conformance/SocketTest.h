@@ -15,7 +15,7 @@
 
 namespace qor::socket {
 
-/// How a transport is called in the names and the reports of tests.
+/// The name of a transport in the names and reports of tests.
 void PrintTo(SocketEndpoint::Transport transport, std::ostream* stream);
 
 }  // namespace qor::socket
@@ -30,22 +30,22 @@ using socket::SocketEndpoint;
 using socket::ZmqContextTerminationException;
 using Transport = SocketEndpoint::Transport;
 
-/// For what has to happen, however slow the machine.
+/// The deadline for events that have to happen, however slow the machine is.
 constexpr std::chrono::seconds patience{20};
-/// For what has to happen at once: far more than it takes, and far less than any wait that it might be
-/// mistaken for.
+/// The deadline for events that have to happen at once: far more than they take, and far less than any
+/// time-out they could be mistaken for.
 constexpr std::chrono::seconds atOnce{5};
 
 /// Each test of the suite runs over each transport.
 class SocketTest : public ::testing::TestWithParam<Transport> {
  public:
-  /// An endpoint that is not bound. Its port, if it has one, is held for the first socket that binds it, so
-  /// that a peer meets somebody who listens and says nothing. The parameters end its text.
+  /// An endpoint that is not bound. Its port, if any, is reserved for the first socket that binds it, so that
+  /// a peer finds a listener that does not answer. The text ends with the parameters.
   SocketEndpoint newEndpoint(const std::string& parameters = "");
-  /// An endpoint where nobody listens.
+  /// An endpoint without a listener.
   SocketEndpoint newSilentEndpoint();
 
-  /// Checks that no socket file is left, once the sockets of the derived fixture are closed.
+  /// Checks that no socket file remains, once the sockets of the derived fixture are closed.
   ~SocketTest() override;
 
  protected:
@@ -56,7 +56,7 @@ class SocketTest : public ::testing::TestWithParam<Transport> {
   unsigned int endpoints_ = 0;
 };
 
-/// To instantiate the tests of one file with.
+/// Instantiates the tests of one file.
 const auto everyTransport = ::testing::Values(Transport::Tcp, Transport::Ipc, Transport::Inproc);
 std::string transportName(const ::testing::TestParamInfo<Transport>& info);
 
@@ -70,20 +70,20 @@ class Stopwatch {
   std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
-/// Waits until a message can be received; throws when none comes.
+/// Waits until a message can be received; throws if none arrives.
 void awaitMessage(Socket& socket);
 
-/// Messages are told apart by a number.
+/// A number identifies each message.
 proto::EngineFrontEndRequest numbered(std::uint32_t number);
 void sendNumber(Socket& socket, std::uint32_t number);
-/// Waits for one; throws when none comes or its content is not as it was sent.
+/// Waits for one; throws if none arrives or its content has changed.
 std::uint32_t receiveNumber(Socket& socket);
 /// Receives the numbers from `first` to `last`, in order and without a gap.
 void expectNumbers(Socket& socket, std::uint32_t first, std::uint32_t last);
 
-/// A reply that carries a number.
+/// A reply that contains a number.
 void sendReply(Socket& replier, std::uint32_t number);
-/// Waits for one without a poll; throws when its content is not as it was sent.
+/// Waits for one without a poll; throws if its content has changed.
 std::uint32_t receiveReply(Socket& requester);
 /// Receives one request and sends its number back.
 void answerOne(Socket& replier);

@@ -15,7 +15,7 @@ using qor::test::readBack;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-/// The colours that an output claims are those that its pictures have.
+/// The colour range that an output declares is that of its pictures.
 class Colours : public EngineTest {
  protected:
   /// Black pictures of the full range, from 0, or of the limited one, from 16.
@@ -46,7 +46,7 @@ TEST_P(ColourRanges, AreThoseOfThePictures) {
   ASSERT_TRUE(heard_->only("Finished")) << failure();
   const auto result = readBack(path("out.mkv"));
   ASSERT_THAT(result.pictures, SizeIs(5));
-  // FFmpeg's releases differ in the range that they scale to.
+  // The default range of scale differs between releases of FFmpeg.
   EXPECT_EQ(result.colourRange, output.empty() ? result.colourRange : output);
   EXPECT_NEAR(result.pictures.front().luma, result.colourRange == "pc" ? 0 : 16, 0.5) << result.colourRange;
   EXPECT_THAT(log_.recordsWith("FFmpeg: "), IsEmpty());

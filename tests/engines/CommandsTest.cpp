@@ -20,7 +20,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::SizeIs;
 
-/// Timed commands to the media engine, on a clip whose every audio sample is 0.5.
+/// Timed commands to the media engine, on a clip in which every audio sample is 0.5.
 class Commands : public EngineTest {
  protected:
   Commands() {
@@ -46,7 +46,7 @@ class Commands : public EngineTest {
                : "(not refused)";
   }
 
-  /// The first sample that is about 0; all after it have to be, too.
+  /// The first sample that is about 0; checks that all later ones are, too.
   static std::size_t firstSilent(const std::vector<float>& samples) {
     std::size_t first = samples.size();
     while (first > 0 && std::abs(samples[first - 1]) < 0.001F) --first;
@@ -55,7 +55,7 @@ class Commands : public EngineTest {
     }
     return first;
   }
-  /// The first picture without colours; all after it have to be, too.
+  /// The first picture without colours; checks that all later ones are, too.
   static std::size_t firstGrey(const std::vector<qor::test::PictureMeans>& pictures) {
     std::size_t first = pictures.size();
     while (first > 0 && pictures[first - 1].colour < 1) --first;

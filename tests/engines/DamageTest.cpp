@@ -74,11 +74,11 @@ TEST_P(DamageOfBits, LeavesWhatTheFfmpegProgramDecodes) {
     if (expected.video + expected.audio > 0) {
       EXPECT_TRUE(heard_->only("Finished")) << "trial " << trial << ": " << failure();
       EXPECT_EQ(finished("videoFrames"), expected.video) << "trial " << trial;
-      if (heard_->ofLine("FormatChanged").empty()) {  // The program counts behind its conversion.
+      if (heard_->ofLine("FormatChanged").empty()) {  // The program counts after its conversion.
         EXPECT_EQ(finished("audioFrames"), expected.audio) << "trial " << trial;
       }
     }
-    // The program gives up on some of the files of which one stream can be decoded.
+    // The program rejects some of the files in which only one stream can be decoded.
     EXPECT_EQ(heard_->only("Finished") != nullptr, std::filesystem::exists(path("out.mkv")));
     if (std::filesystem::exists(path("out.mkv"))) {
       EXPECT_NO_THROW(readBack(path("out.mkv"))) << "trial " << trial;
@@ -193,7 +193,7 @@ TEST_F(Damage, OfEverythingFailsTheRun) {
   EXPECT_FALSE(std::filesystem::exists(path("out.mkv")));
 }
 
-/// Sound, and pictures that are nothing but zeros.
+/// Sound, and pictures that consist of zeros only.
 std::string withoutPictures(std::string bytes) {
   for (auto at = bytes.find("\xff\xd8\xff"); at != std::string::npos; at = bytes.find("\xff\xd8\xff")) {
     const auto size = bytes.find("\xff\xd9", at) + 2 - at;
@@ -220,7 +220,7 @@ TEST_F(Damage, OfAWholeStreamLeavesTheOther) {
   EXPECT_EQ(finished("decodeErrors"), 50U);
 }
 
-/// A stream that cannot be decoded, beside more of the other one than may wait.
+/// A stream that cannot be decoded, beside more packets of the other one than may wait.
 class DamageBesideALongStream : public Damage {
  protected:
   /// "dark.nut": 21 000 packets of sound, and pictures that cannot be decoded.
@@ -291,7 +291,7 @@ TEST_F(Damage, OfAWholeStreamFailsTheRunThatIsToFilterIt) {
 
 TEST_F(Damage, IsToldOfTwentyTimesAndCountedFurther) {
   auto bytes = bytesOf({.audio = "sine=sample_rate=48000:duration=10", .audioCodec = "mp2"}, "whole.mkv");
-  // Of every other frame of 384 bytes, the header.
+  // The header of every other frame of 384 bytes.
   int broken = 0;
   for (auto at = bytes.find("\xff\xfd"); at != std::string::npos; at = bytes.find("\xff\xfd", at + 2)) {
     if (++broken % 2 == 0) bytes.replace(at, 2, 2, '\0');

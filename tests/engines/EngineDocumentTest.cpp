@@ -18,7 +18,7 @@ using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
-/// Of choosing one of these engines by the document, or of that engine's reading it.
+/// The error text of choosing one of these engines by the document, or of that engine's parsing.
 std::string complaintAbout(const std::string& text,
                            const std::vector<std::string>& names = {"media", "test"}) {
   try {

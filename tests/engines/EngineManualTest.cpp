@@ -134,7 +134,7 @@ TEST(EngineManual, OfAFactoryIsWhole) {
 namespace test {
 namespace {
 
-/// Numbered names stand in a manual with an N for the number.
+/// In a manual, N stands for the number in numbered names.
 std::string inManual(std::string name) {
   const auto digits = name.find_first_of("0123456789");
   if (digits != std::string::npos) name.replace(digits, std::string::npos, "N");
@@ -143,7 +143,7 @@ std::string inManual(std::string name) {
 
 class PublishedNotifications : public EngineTest {
  protected:
-  /// That all notifications so far are as the manual has them.
+  /// Checks that all notifications so far match the manual.
   void expectIn(const EngineManual& manual) const {
     for (const auto& each : heard_->all()) {
       const auto& line = each->GetNotificationLine();

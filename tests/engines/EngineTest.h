@@ -20,24 +20,24 @@
 
 namespace qor::engines::test {
 
-/// A text as a description has it.
+/// A text as a JSON string.
 inline std::string quoted(const std::string& text) { return '"' + text + '"'; }
 
 using Notification = std::shared_ptr<const tamb::INotificationMessage>;
 
-/// Keeps the notifications of an engine. Any thread.
+/// Records the notifications of an engine. Any thread.
 class Notifications : public tamb::INotificationCallback {
  public:
   void OnNotification(Notification notification) override;
 
   std::vector<Notification> all() const;
   std::vector<Notification> ofLine(const std::string& line) const;
-  /// The only notification of that line; null when there is not exactly one.
+  /// The only notification of that line; null unless there is exactly one.
   Notification only(const std::string& line) const;
-  /// The answer to a command; null when there is none.
+  /// The answer to a command; null if there is none.
   Notification answerTo(unsigned int commandId) const;
   std::vector<std::string> lines() const;
-  /// Waits, at most 20 s, until there are so many of that line.
+  /// Waits, at most 20 s, until there are that many of that line.
   bool waitFor(const std::string& line, std::size_t count = 1) const;
 
  private:
@@ -46,24 +46,24 @@ class Notifications : public tamb::INotificationCallback {
   std::vector<Notification> notifications_;
 };
 
-/// A local engine with a hub, and a folder for its files that goes with the test.
+/// A local engine with a hub, and a folder for its files that the destructor removes.
 class EngineTest : public testing::Test {
  protected:
   ~EngineTest() override;
 
-  /// A name in the test's folder, which is made on the first use: programs that die leave none behind.
+  /// A path in the test's folder, which is created on first use: programs that die leave none behind.
   std::string path(const std::string& name) const;
-  /// What is in the test's folder.
+  /// The files in the test's folder.
   std::vector<std::string> fileNames() const;
   /// A clip of two seconds that all tests share: testsrc2 at 64x48 and 25/1, a sine of 1 kHz at 48 kHz in
-  /// stereo, without loss.
+  /// stereo, lossless.
   static const std::string& sharedClip();
 
-  /// Makes the engine that the document names, media or test.
+  /// Creates the engine that the document names, media or test.
   void make(const std::string& document);
   /// make() and Run.
   void run(const std::string& document);
-  /// A document's text, with the keys given and their values in JSON.
+  /// The text of a document with the given keys and their values in JSON.
   static std::string media(const std::vector<std::pair<std::string, std::string>>& keys);
 
   /// Pushes a command that is due at that time, and returns its id.
@@ -77,7 +77,7 @@ class EngineTest : public testing::Test {
   static tamb::MediaTime now() { return {}; }
 
   std::string reasonOf(const Notification& notification) const;
-  /// The reason of the run's failure; what is there instead, when it has not failed.
+  /// The reason of the run's failure; another text if it has not failed.
   std::string failure() const;
 
   tamb::IEngineFrontEnd& engine() { return *local_.engine; }

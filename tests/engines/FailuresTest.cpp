@@ -24,14 +24,14 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::SizeIs;
 
-/// What goes wrong with the media ends with a notification that tells why, and with nothing half done.
+/// Errors in the media end with a notification that gives the reason, and without incomplete output.
 class Failures : public EngineTest {
  protected:
   void write(const std::string& name, const std::string& bytes) const {
     std::ofstream(path(name), std::ios::binary) << bytes;
   }
 
-  /// Runs what has to fail, and gives the reason.
+  /// Runs a document that has to fail, and returns the reason.
   std::string reasonOfRunning(const std::vector<std::pair<std::string, std::string>>& keys) {
     run(media(keys));
     auto reason = failure();

@@ -20,17 +20,17 @@ struct Turn {
   int b;
   int c;
   int d;
-  /// The lumas of the four quarters that are seen: upper left, upper right, lower left, lower right. They are
+  /// The lumas of the four quarters as displayed: upper left, upper right, lower left, lower right. They are
   /// 40, 90, 140 and 190 in the file.
   std::array<int, 4> seen;
 };
 
-/// Pictures of cameras that were held upright, on their side or upside down, or that look into a mirror.
+/// Pictures of cameras held upright, on their side or upside down, or in front of a mirror.
 class Orientation : public EngineTest {
  protected:
   static std::string quoted(const std::string& text) { return '"' + text + '"'; }
 
-  /// A clip of four quarters of different lumas, 64x48, that is to be shown turned.
+  /// A clip of four quarters with different lumas, 64x48, with a display matrix.
   std::string turnedClip(const Turn& turn) const {
     auto name = path("in.mov");
     writeClip({.video = "color=size=64x48:rate=25:duration=0.4,format=yuv420p,"
@@ -60,7 +60,7 @@ class Orientation : public EngineTest {
     EXPECT_TRUE(heard_->only("Finished")) << failure();
     const auto pictures = readBack(path("quarter.mkv")).pictures;
     EXPECT_THAT(pictures, SizeIs(10));
-    // Ten apart are different quarters.
+    // A difference of ten means another quarter.
     return pictures.empty() ? 0 : static_cast<int>((pictures.back().luma + 5) / 10) * 10;
   }
 };

@@ -26,7 +26,7 @@ using testing::Ne;
 using testing::SizeIs;
 using testing::StartsWith;
 
-/// Under what name an output is written, and what becomes of the files beside it.
+/// The name of an output during the run, and the files beside it.
 class OutputFileTest : public EngineTest {
  protected:
   static void write(const std::string& path, const std::string& bytes) {
@@ -90,7 +90,7 @@ TEST_F(OutputFileTest, IsNotReadableByOthersBeforeItIsComplete) {
   EXPECT_EQ(modeOf(file.create()), 0600U);
 }
 
-/// Another user than root as long as it lives, with the same groups.
+/// During its lifetime, the process is another user than root, with the same groups.
 class OtherUser {
  public:
   OtherUser() { EXPECT_EQ(::seteuid(65'534), 0); }

@@ -11,21 +11,21 @@ using qor::examples::writeClip;
 using qor::test::fileBytes;
 using testing::HasSubstr;
 
-/// A number as FLAC and PNG hold it.
+/// A number in the encoding of FLAC and PNG.
 std::string inFourBytes(std::size_t number) {
   std::string bytes;
   for (int shift = 24; shift >= 0; shift -= 8) bytes += static_cast<char>(number >> shift & 0xFFU);
   return bytes;
 }
 
-/// A PNG of one grey point, by its bytes.
+/// The bytes of a PNG with one grey pixel.
 std::string onePoint() {
   using namespace std::string_literals;
   return "\x89PNG\r\n\x1a\n"s + "\0\0\0\x0dIHDR\0\0\0\x01\0\0\0\x01\x08\0\0\0\0\x3a\x7e\x9b\x55"s +
          "\0\0\0\x0aIDAT\x78\x9c\x63\x68\0\0\0\x82\0\x81\x77\xcd\x72\xb6"s + "\0\0\0\0IEND\xae\x42\x60\x82"s;
 }
 
-/// Pictures of albums, and outputs that have room for such pictures and for no video.
+/// Album pictures, and outputs that support such pictures but no video.
 class Picture : public EngineTest {
  protected:
   /// A FLAC of one second, with a picture.
@@ -39,7 +39,7 @@ class Picture : public EngineTest {
     const std::size_t behindTheFirstBlock = 4 + 4 + 34;
     auto bytes = plain.substr(0, behindTheFirstBlock) + '\6' + inFourBytes(block.size()).substr(1) + block +
                  plain.substr(behindTheFirstBlock);
-    bytes[4] = 0;  // It is not the last block any more.
+    bytes[4] = 0;  // It is no longer the last block.
     std::ofstream(path("album.flac"), std::ios::binary) << bytes;
     return path("album.flac");
   }

@@ -6,7 +6,7 @@
 
 namespace qor::test {
 
-/// The means of one picture's planes; a colour that is not there is 128.
+/// The means of one picture's planes; 128 for a missing colour.
 struct PictureMeans {
   double seconds = 0;
   double luma = 0;
@@ -37,10 +37,10 @@ struct ReadBack {
   double rms(double from, double to) const;
 };
 
-/// Reads and decodes everything; throws std::runtime_error when that fails. The pictures have to be planar.
+/// Reads and decodes everything; throws std::runtime_error on failure. The pictures have to be planar.
 ReadBack readBack(const std::string& path);
 
-/// The bytes of a file; throws std::runtime_error when there is none.
+/// The bytes of a file; throws std::runtime_error if it does not exist.
 std::string fileBytes(const std::string& path);
 
 }  // namespace qor::test

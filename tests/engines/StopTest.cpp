@@ -25,7 +25,7 @@ using qor::test::readBack;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-/// Looks until it holds, at most 20 s; false when it does not by then.
+/// Polls, at most 20 s, until the condition holds; returns false if it does not.
 bool eventually(const std::function<bool()>& holds) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
   while (!holds()) {
@@ -35,7 +35,7 @@ bool eventually(const std::function<bool()>& holds) {
   return true;
 }
 
-/// Publishes to a test's function.
+/// A hub that passes notifications to a test's function.
 class FunctionHub : public tamb::INotificationHubBackEnd {
  public:
   explicit FunctionHub(std::function<void(const Notification&)> function) : function_(std::move(function)) {}
@@ -48,7 +48,7 @@ class FunctionHub : public tamb::INotificationHubBackEnd {
   std::function<void(const Notification&)> function_;
 };
 
-/// How a run of the media engine ends when it is asked to, and how its signs of life are read.
+/// How a run of the media engine ends on request, and how its signs of life are read.
 class Stop : public EngineTest {
  protected:
   void onNotification(const std::function<void(const Notification&)>& function) {
@@ -62,7 +62,7 @@ class Stop : public EngineTest {
     const auto finished = heard_->only("Finished");
     return finished && finished->GetNotificationObject()->GetBool("stopped");
   }
-  /// The engine writes to a named pipe, "out.fifo", that nobody reads yet.
+  /// Makes the engine write to a named pipe, "out.fifo", that has no reader yet.
   void makeForAPipe() {
     ASSERT_EQ(::mkfifo(path("out.fifo").c_str(), 0600), 0);
     make(media({{"input", quoted(sharedClip())},
@@ -86,7 +86,7 @@ class Pipe {
   void write(const std::string& bytes) const {
     EXPECT_EQ(::write(descriptor_, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
   }
-  /// Whether its reader has taken everything.
+  /// Whether its reader has read everything.
   bool isEmpty() const {
     int bytes = 0;
     EXPECT_EQ(::ioctl(descriptor_, FIONREAD, &bytes), 0);
@@ -216,7 +216,7 @@ TEST_F(Stop, EndsAFilterThatFillsALongGap) {
               {"output", quoted(path("out.nut"))},
               {"videoFilter", R"("fps=25")"}}));
   BackgroundCall running([&] { engine().Run(); });
-  // More than what comes before the gap.
+  // More than there is before the gap.
   ASSERT_TRUE(eventually([&] {
     for (const auto& name : fileNames()) {
       std::error_code gone;

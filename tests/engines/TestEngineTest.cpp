@@ -198,7 +198,7 @@ TEST_F(FaultyEngineDeathTest, Freezes) {
   int status = 0;
   ASSERT_EQ(::waitpid(child, &status, WUNTRACED), child);
   EXPECT_TRUE(WIFSTOPPED(status));
-  ASSERT_EQ(::kill(child, SIGCONT), 0);  // It goes on as if nothing had been.
+  ASSERT_EQ(::kill(child, SIGCONT), 0);  // It continues as if it had not been stopped.
   ASSERT_EQ(::waitpid(child, &status, 0), child);
   EXPECT_EQ(WEXITSTATUS(status), 42);
 }

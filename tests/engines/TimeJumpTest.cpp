@@ -27,14 +27,14 @@ using testing::UnorderedElementsAre;
 constexpr const char* twoSeconds = "testsrc2=size=64x48:rate=25:duration=2,format=yuv420p";
 constexpr const char* twoSecondsOfTone = "sine=sample_rate=48000:duration=2";
 
-/// Files in which the time jumps.
+/// Files with jumps of time stamps.
 class TimeJumps : public EngineTest {
  protected:
   void write(const std::string& name, const std::string& bytes) const {
     std::ofstream(path(name), std::ios::binary) << bytes;
   }
 
-  /// Two seconds of a container that times may jump in.
+  /// Two seconds in a container whose times may jump.
   std::string part(const std::string& container) const {
     writeClip({.video = twoSeconds,
                .videoCodec = container == "ts" ? "libx264" : "mpeg1video",
@@ -66,7 +66,7 @@ class TimeJumps : public EngineTest {
     return notification ? notification->GetNotificationObject()->GetDouble("duration") : 0;
   }
 
-  /// The frames are those of the `ffmpeg` program, and last as long.
+  /// Checks that the frames, and their durations, are those of the `ffmpeg` program.
   void expectWhatTheProgramDoes(const std::string& input) const {
     const auto expected = ffmpegFrames(path(input));
     EXPECT_EQ(finished("videoFrames"), expected.video);
@@ -108,7 +108,7 @@ TEST_F(TimeJumps, OfPartsWithOtherStreamsAreReported) {
   const auto bytes = fileBytes(path("one.ts")) + fileBytes(path("other.ts"));
   write("in.ts", bytes);
   const HttpServer server(bytes, bytes.size());
-  // The last two streams are found at the end of a file while it is opened, and otherwise on the way.
+  // The last two streams are found at the end of a file when it is opened, or else during the run.
   for (const auto& input : {path("in.ts"), server.url("in.ts")}) {
     heard_ = std::make_shared<Notifications>();
     run(media({{"input", quoted(input)}, {"output", quoted(path("out.mkv"))}}));
@@ -144,7 +144,7 @@ TEST_F(TimeJumps, BelowTheThresholdStay) {
 }
 
 TEST_F(TimeJumps, OverTheEndOfTheClockAreNone) {
-  // The clock of transport streams begins anew after 26.5 h.
+  // The clock of transport streams restarts after 26.5 h.
   constexpr double clock = 8'589'934'592.0 / 90'000;
   write("in.ts", partAt(clock - 3) + partAt(clock - 1) + partAt(clock + 1));
   convert("in.ts", "out.mkv");

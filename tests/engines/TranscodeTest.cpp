@@ -19,7 +19,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-/// What a run of the media engine writes and says.
+/// The outputs and notifications of a run of the media engine.
 class Transcode : public EngineTest {
  protected:
   /// Runs the shared clip into a file of that name.
@@ -239,7 +239,7 @@ TEST_F(Transcode, GoesOnWithOneStreamWhenTheOtherEndsEarly) {
   EXPECT_THAT(result.samples, SizeIs(48'000));
 }
 
-/// More packets than are kept waiting.
+/// More packets than may wait.
 class TranscodeLong : public Transcode {
  protected:
   void write(const std::string& audioSeconds) {

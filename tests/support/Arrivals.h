@@ -9,7 +9,7 @@
 
 namespace qor::test {
 
-/// What has arrived somewhere, in order. Any thread.
+/// Records arrivals in order. Any thread.
 template <class Item>
 class Arrivals {
  public:
@@ -24,7 +24,7 @@ class Arrivals {
     return items_;
   }
 
-  /// Waits, at most 20 s, until there are `count` of them, and returns what there is then.
+  /// Waits, at most 20 s, until there are `count` of them, and returns all so far.
   std::vector<Item> waitFor(std::size_t count) const {
     std::unique_lock lock(mutex_);
     added_.wait_for(lock, std::chrono::seconds(20), [&] { return items_.size() >= count; });

@@ -14,7 +14,7 @@
 
 namespace qor::test {
 
-/// One call on a thread of its own, for tests of what blocks. The destructor waits for the call to end.
+/// One call on its own thread, for tests of blocking calls. The destructor waits for its end.
 template <class Result>
 class BackgroundCall {
  public:
@@ -31,8 +31,8 @@ class BackgroundCall {
   BackgroundCall(const BackgroundCall&) = delete;
   BackgroundCall& operator=(const BackgroundCall&) = delete;
 
-  /// Waits, at most 20 s, until the thread sleeps in the kernel and goes on sleeping: then the call is
-  /// blocked. False when the call ends instead.
+  /// Waits, at most 20 s, until the thread sleeps in the kernel and stays asleep, so that the call is
+  /// blocked. False if the call ends instead.
   bool waitUntilBlocked() const {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     std::string before;
@@ -49,18 +49,18 @@ class BackgroundCall {
     return result_.wait_for(time) == std::future_status::ready;
   }
 
-  /// What the call returns or throws; throws std::runtime_error when it has not ended after 60 s.
+  /// Returns or throws the result of the call; throws std::runtime_error if it has not ended after 60 s.
   Result get() {
     if (!endsWithin(std::chrono::seconds(60))) {
       throw std::runtime_error("the call in the background does not end");
     }
-    // The thread is gone before its exception is looked at: nobody else holds a part of it any more.
+    // Joins the thread before reading its exception, so that no other thread shares it.
     thread_.join();
     return result_.get();
   }
 
  private:
-  /// How often the thread went to sleep so far; empty when it is awake.
+  /// How often the thread has gone to sleep so far; empty while it is awake.
   std::string sleepCount() const {
     std::ifstream status("/proc/self/task/" + std::to_string(threadId_) + "/status");
     std::string line;

@@ -9,7 +9,7 @@
 
 namespace qor::test {
 
-/// One record as the logger writer got it.
+/// One record as passed to the logger writer.
 struct LogRecord {
   tamb::LogLevel level;
   std::string message;
@@ -21,8 +21,8 @@ struct LogRecord {
   std::string time;
 };
 
-/// Takes every log record of the process, from all threads, while it lives, and gives the records back to the
-/// previous writer when it goes.
+/// During its lifetime, captures every log record of the process, from all threads. The destructor restores
+/// the previous writer.
 class CapturedLog {
  public:
   CapturedLog();
@@ -33,7 +33,7 @@ class CapturedLog {
   std::vector<LogRecord> records() const;
   /// The records whose message contains `text`.
   std::vector<LogRecord> recordsWith(const std::string& text) const;
-  /// Waits, at most 10 s, until `count` records contain `text`; false when they have not come by then.
+  /// Waits, at most 10 s, until `count` records contain `text`; returns false if they do not.
   bool waitFor(const std::string& text, std::size_t count = 1) const;
 
  private:

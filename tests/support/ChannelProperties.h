@@ -21,12 +21,12 @@
 #include "tests/support/RecordingCommandProcessor.h"
 #include "tests/support/RecordingHub.h"
 
-/// What holds for the two message channels whatever is sent, and over whichever message sockets: for programs
-/// that link both the channels and sockets.
+/// Properties of the two message channels with any messages, over any message sockets: for programs that link
+/// both the channels and sockets.
 namespace qor::test {
 
-/// Pushes random batches with `push`, which also keeps what it pushes in `sent`, and checks what arrives. A
-/// number of batches is on its way at once. Fails fatally.
+/// Pushes random batches with `push`, which also records them in `sent`, and checks the arrivals. Several
+/// batches are in transit at once. Fails fatally.
 template <class Message>
 void expectBatchesToCross(RandomMessages& random, std::size_t batches,
                           const std::function<std::shared_ptr<const Message>()>& makeMessage,
@@ -52,7 +52,7 @@ void expectBatchesToCross(RandomMessages& random, std::size_t batches,
   }
 }
 
-/// The life of one command channel, in which random batches of commands cross it.
+/// The life of one command channel that carries random batches of commands.
 inline void expectCommandsToCross(const socket::SocketEndpoint& endpoint, RandomMessages& random,
                                   std::size_t batches) {
   const std::string workflowManagerId = random.text();
@@ -62,7 +62,7 @@ inline void expectCommandsToCross(const socket::SocketEndpoint& endpoint, Random
   frontEnd.SetWorkflowManagerId(workflowManagerId);
   frontEnd.SetEngineId(engineId);
   std::optional<multiprocess_communication::TcpCommandProcessorBackEnd> backEnd;
-  // It makes no difference who comes first.
+  // Both orders of creation have to work.
   const bool engineComesFirst = random.boolean();
   if (engineComesFirst) backEnd.emplace(processor, nullptr, endpoint);
   frontEnd.connectEndpoint(endpoint);
@@ -80,8 +80,8 @@ inline void expectCommandsToCross(const socket::SocketEndpoint& endpoint, Random
   EXPECT_EQ(processor->commands.all().size(), pushed);
 }
 
-/// The same for a notification channel. `ids` has those of all notifications that arrived before, none of
-/// which may come again.
+/// The same for a notification channel. `ids` contains those of all earlier notifications, none of which may
+/// occur again.
 inline void expectNotificationsToCross(const socket::SocketEndpoint& endpoint, RandomMessages& random,
                                        std::size_t batches, std::set<std::string>& ids) {
   const std::string workflowManagerId = random.text();

@@ -4,7 +4,7 @@
 
 namespace qor::test {
 
-/// For a process that is meant to be killed by a signal.
+/// Suppresses the core file of a process that is meant to be killed by a signal.
 inline void leaveNoCoreFile() {
   const rlimit none{.rlim_cur = 0, .rlim_max = 0};
   ::setrlimit(RLIMIT_CORE, &none);

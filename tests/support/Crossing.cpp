@@ -17,7 +17,7 @@ namespace qor::test {
 
 namespace {
 
-/// A double whose bits tell it apart: a NaN equals itself, and zeros of two signs differ.
+/// A double identified by its bits: a NaN equals itself, and zeros of different signs differ.
 struct Real {
   std::uint64_t bits;
   bool operator==(const Real&) const = default;
@@ -129,7 +129,7 @@ std::string differenceOfCollections(
 std::string differenceAfterCrossing(const tamb::IParametersCollectionInstance& sent,
                                     const tamb::IParametersCollectionInstance& arrived) {
   std::vector<Parameter> expected = parametersOf(sent);
-  // The carried types come in the order of their tags.
+  // The supported types come in the order of their tags.
   std::stable_sort(expected.begin(), expected.end(),
                    [](const auto& left, const auto& right) { return left.type < right.type; });
   const std::vector<Parameter> found = parametersOf(arrived);

@@ -8,10 +8,10 @@
 
 namespace qor::test {
 
-/// The first difference between what arrived at the other side of the process boundary and what has to arrive
-/// when this is sent, in words; empty when there is none. Keys have to come grouped by type and without
-/// descriptions, the edit rate with its members exchanged, the time without clock, and a notification with
-/// another id and never as an error. Doubles are told apart by their bits.
+/// The first difference between a message that arrived on the other side of the process boundary and the
+/// expected result of sending `sent`, as a text; empty if there is none. Keys have to be grouped by type and
+/// without descriptions, the edit rate with its members swapped, the time without clock, and a notification
+/// with another id and never as an error. Doubles are compared by their bits.
 std::string differenceAfterCrossing(const tamb::IParametersCollectionInstance& sent,
                                     const tamb::IParametersCollectionInstance& arrived);
 std::string differenceAfterCrossing(const tamb::ICommandMessage& sent, const tamb::ICommandMessage& arrived);

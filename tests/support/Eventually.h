@@ -5,9 +5,8 @@
 
 namespace qor::test {
 
-/// Looks again and again until the condition holds; false when it does not within the time. For what tells
-/// nobody that it has changed, such as the system's lists of threads and files; all else has something better
-/// to wait for.
+/// Polls until the condition holds; returns false after the time-out. For state without notifications of
+/// changes, such as the system's lists of threads and files; other state offers better ways to wait.
 template <class Condition>
 bool eventually(const Condition& condition, std::chrono::milliseconds time = std::chrono::seconds(20)) {
   const auto deadline = std::chrono::steady_clock::now() + time;

@@ -12,16 +12,15 @@
 
 namespace qor::test {
 
-/// An engine that runs until it is asked to stop, and whose calls a test can replace. Callable from any
-/// thread.
+/// An engine that runs until it is asked to stop, and whose calls a test can replace. Any thread.
 class FakeEngine : public tamb::IEngineFrontEnd {
  public:
-  /// What the calls do, instead of what they do by themselves. To be set before the engine is used.
+  /// Replacements for the calls. Set them before the engine is used.
   std::function<void()> onRun;
   std::function<void(unsigned int timeOut)> onPing;
   std::function<void()> onRequestStop;
 
-  /// Waits, at most 10 s, until Run has been entered; false when it has not been by then.
+  /// Waits, at most 10 s, until Run has been entered; returns false if it has not.
   bool waitUntilRunning() {
     std::unique_lock lock(mutex_);
     return changed_.wait_for(lock, std::chrono::seconds(10), [this] { return runs_ > 0; });
@@ -30,7 +29,7 @@ class FakeEngine : public tamb::IEngineFrontEnd {
     const std::lock_guard lock(mutex_);
     return runs_;
   }
-  /// Ends a run under way, or the next one at its start.
+  /// Ends the current run, or the next one at its start.
   void finish() {
     const std::lock_guard lock(mutex_);
     finished_ = true;

@@ -6,10 +6,10 @@
 
 namespace qor::test {
 
-/// Holds up whoever passes it until it is opened. Any thread.
+/// Blocks threads that pass it until it is opened. Any thread.
 class Gate {
  public:
-  /// At most 20 s: a test that fails does not hang.
+  /// Waits at most 20 s, so that a failing test does not hang.
   void pass() {
     std::unique_lock lock(mutex_);
     isReached_ = true;

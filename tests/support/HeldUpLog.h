@@ -9,7 +9,7 @@
 
 namespace qor::test {
 
-/// Holds up, while it lives, the thread that logs a certain text, until the gate is opened. Other records of
+/// During its lifetime, blocks the thread that logs a certain text until the gate is opened. Other records of
 /// that time are dropped.
 class HeldUpLog {
  public:

@@ -32,7 +32,8 @@ bool ManualClock::waitFor(const Wait& wait, std::unique_lock<std::mutex>& lock) 
     waits_.push_back(wait);
     waitsChanged_.notify_all();
   }
-  // advance() takes the waiter's mutex to notify it: it cannot do so between the check above and this wait.
+  // advance() locks the waiter's mutex to notify it, so it cannot do so between the check above and this
+  // wait.
   wait.changed->wait(lock);
   const std::lock_guard guard(mutex_);
   waits_.erase(std::find_if(waits_.begin(), waits_.end(), [&](const Wait& each) {

@@ -9,7 +9,7 @@
 
 namespace qor::test {
 
-/// A clock that a test moves on. Waits end when they are notified, or when advance() passes their deadline.
+/// A clock that a test advances. Waits end when they are notified, or when advance() passes their deadline.
 class ManualClock : public multiprocess_communication::IClock {
  public:
   TimePoint now() const override;
@@ -19,12 +19,13 @@ class ManualClock : public multiprocess_communication::IClock {
   bool waitUntil(std::condition_variable& changed, std::unique_lock<std::mutex>& lock,
                  SteadyTimePoint deadline) override;
 
-  /// Moves the time on, and wakes whoever's deadline has come. Whoever waits must not be destroyed meanwhile.
+  /// Advances the time, and wakes all waits whose deadline has passed. Their objects must not be destroyed
+  /// meanwhile.
   void advance(std::chrono::milliseconds time);
-  /// Has somebody set the time of day back. The steady time stays.
+  /// Sets the time of day back. Does not change the steady time.
   void setTimeOfDayBack(std::chrono::milliseconds time);
-  /// Waits, at most 10 s of real time, until so many waits are under way whose deadline is `time` from now;
-  /// false when there are fewer by then.
+  /// Waits, at most 10 s of real time, until there are that many waits with a deadline `time` from now;
+  /// returns false if there are fewer.
   bool waitForWaitOf(std::chrono::milliseconds time, long count = 1) const;
 
  private:

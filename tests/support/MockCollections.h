@@ -10,8 +10,8 @@
 
 namespace qor::test {
 
-/// Collections with whatever keys, types and values a test says, also such as the framework never makes. What
-/// their many mocked functions consist of is compiled once, with the destructors.
+/// Collections with arbitrary keys, types and values, including those that the framework never creates. Their
+/// many mocked functions are compiled once, with the destructors.
 class MockPrototype : public tamb::IParametersCollectionPrototype {
  public:
   using Key = const std::string&;

@@ -9,8 +9,8 @@
 
 namespace qor::test {
 
-/// The encoding of a message, of exactly that size in bytes: a field that no schema knows makes it so large.
-/// Receivers read it as they read the message itself. Throws std::logic_error when there is no such field.
+/// The encoding of a message, padded to exactly that size in bytes by a field that no schema contains.
+/// Receivers parse it like the message itself. Throws std::logic_error if such a field is impossible.
 template <class Message>
 std::string paddedTo(std::size_t size, Message message) {
   constexpr int unknownField = 1'000;
@@ -18,7 +18,7 @@ std::string paddedTo(std::size_t size, Message message) {
   std::string* const padding = fields->AddLengthDelimited(unknownField);
   if (message.ByteSizeLong() > size) throw std::logic_error("the message is larger than that");
   padding->assign(size - message.ByteSizeLong(), 'x');
-  // Its length takes more bytes than that of nothing.
+  // The encoding of its length needs more bytes than that of 0.
   padding->resize(padding->size() - (message.ByteSizeLong() - size));
   if (message.ByteSizeLong() != size) throw std::logic_error("no padding makes it that large");
   return message.SerializeAsString();

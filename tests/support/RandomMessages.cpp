@@ -60,7 +60,7 @@ std::uint64_t RandomMessages::uint64() {
   constexpr auto extremes = std::to_array<std::uint64_t>(
       {0, 1, 0x7F, 0x80, 0xFFFF'FFFF, 0x1'0000'0000, 0x7FFF'FFFF'FFFF'FFFF, 0x8000'0000'0000'0000,
        Limits<std::uint64_t>::max() - 1, Limits<std::uint64_t>::max()});
-  // Numbers of every length are as frequent as each other: encodings differ in it.
+  // Numbers of all lengths are equally frequent, because their encodings differ.
   return boolean() ? extremes[upTo(extremes.size() - 1)] : random_() >> upTo(63);
 }
 
@@ -79,7 +79,7 @@ double RandomMessages::real() {
        Limits<double>::quiet_NaN(), -Limits<double>::quiet_NaN(), Limits<double>::denorm_min(),
        -Limits<double>::denorm_min(), Limits<double>::min(), Limits<double>::max(), Limits<double>::lowest(),
        Limits<double>::epsilon()});
-  // Any bits: NaNs of every kind are among them.
+  // Arbitrary bits, including NaNs of every kind.
   return boolean() ? extremes[upTo(extremes.size() - 1)] : std::bit_cast<double>(random_());
 }
 
@@ -88,7 +88,7 @@ std::uint32_t RandomMessages::character() {
     std::uint32_t first;
     std::uint32_t last;
   };
-  // What takes one, two, three and four bytes; there are no characters between the two ranges of three.
+  // Characters of one to four bytes; there are none between the two ranges of three.
   constexpr auto ranges = std::to_array<Range>(
       {{0, 0x7F}, {0x80, 0x7FF}, {0x800, 0xD7FF}, {0xE000, 0xFFFF}, {0x10000, 0x10FFFF}});
   const Range& range = ranges[upTo(ranges.size() - 1)];
@@ -114,7 +114,8 @@ std::string RandomMessages::text() {
 std::shared_ptr<const tamb::IParametersCollectionInstance> RandomMessages::collection() {
   hadLongText_ = false;
   const auto prototype = tamb::CreateParametersCollectionPrototype();
-  const std::size_t keys = upTo(upTo(mostKeys));  // small ones are cheap, and fail as well as large ones
+  const std::size_t keys =
+      upTo(upTo(mostKeys));  // small ones are cheap, and find errors as well as large ones
   for (std::size_t i = 0; i < keys; ++i) {
     std::string key;
     do {
@@ -165,7 +166,7 @@ tamb::MediaTime RandomMessages::time() {
 
 std::shared_ptr<const tamb::ICommandMessage> RandomMessages::command(const std::string& workflowManagerId,
                                                                      unsigned int engineId) {
-  // One by one, in a fixed order: compilers evaluate arguments in orders of their own.
+  // One by one, in a fixed order: the order of evaluation of arguments depends on the compiler.
   tamb::CommandFields fields;
   fields.commandArgs = collectionOrNone();
   fields.time = time();

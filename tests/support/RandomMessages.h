@@ -30,8 +30,8 @@ class RandomMessages {
   double real();
   std::string text();
 
-  /// Has between 0 and 12 keys of the types that are carried, in any order, with defaults and descriptions.
-  /// Some of them are set.
+  /// Has between 0 and 12 keys of the supported types, in any order, with defaults and descriptions. Some of
+  /// them are set.
   std::shared_ptr<const tamb::IParametersCollectionInstance> collection();
   /// Addressed to an engine; everything else is random. One in four has no collection, and every other time a
   /// clock.
@@ -47,7 +47,7 @@ class RandomMessages {
   std::shared_ptr<const tamb::IParametersCollectionInstance> collectionOrNone();
 
   std::mt19937_64 random_;
-  bool hadLongText_ = false;  ///< in the message that is being made: one is enough
+  bool hadLongText_ = false;  ///< in the current message: one is enough
 };
 
 }  // namespace qor::test

@@ -11,10 +11,10 @@
 
 namespace qor::test {
 
-/// A local command processor that keeps what is pushed, one command at a time. Callable from any thread.
+/// A local command processor that records pushes, one command at a time. Any thread.
 class RecordingCommandProcessor : public tamb::ICommandProcessorFrontEnd {
  public:
-  /// Called with each command after it was kept. To be set before the object is used.
+  /// Called with each command after it was recorded. Set it before the object is used.
   std::function<void(const tamb::ICommandMessage& command)> onPush;
 
   Arrivals<std::shared_ptr<const tamb::ICommandMessage>> commands;

@@ -10,11 +10,10 @@
 
 namespace qor::test {
 
-/// The publishing face of a local hub that keeps what is pushed, one notification at a time. Callable from
-/// any thread.
+/// The publishing interface of a local hub that records pushes, one notification at a time. Any thread.
 class RecordingHub : public tamb::INotificationHubBackEnd {
  public:
-  /// Called with each notification after it was kept. To be set before the object is used.
+  /// Called with each notification after it was recorded. Set it before the object is used.
   std::function<void(const tamb::INotificationMessage& notification)> onPush;
 
   Arrivals<std::shared_ptr<const tamb::INotificationMessage>> notifications;

@@ -8,7 +8,7 @@
 
 namespace qor::test {
 
-/// A new directory of its own below the one for temporary files, gone with everything in it at the end.
+/// A new directory for temporary files; the destructor removes it with everything in it.
 class TemporaryDirectory {
  public:
   TemporaryDirectory() {

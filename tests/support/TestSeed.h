@@ -11,9 +11,9 @@
 
 namespace qor::test {
 
-/// The seed of a test's random values: another one in each run, or the number in the environment variable
-/// QOR_TEST_SEED. The output of the test tells it, and every failure of its thread while this lives, so that
-/// what has failed can be run again:
+/// The seed of a test's random values: a new one in each run, or the number in the environment variable
+/// QOR_TEST_SEED. The test prints it, also with every failure on its thread during the lifetime of this
+/// object, so that a failed run can be repeated:
 ///
 ///     QOR_TEST_SEED=4711 unit_multiprocess --gtest_filter=CommandChannelProperties.*
 class TestSeed {

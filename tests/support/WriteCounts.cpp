@@ -1,5 +1,5 @@
-// Linked into the programs whose coverage is counted. A process that ends at once, or by a signal that it
-// sends to itself, would lose what it has counted: it writes that first. Wrapped by the linker, for C++ and C
+// Linked into the programs whose coverage is measured. A process that exits at once, or by a signal that it
+// sends to itself, would lose its counts: this writes them before. Wrapped by the linker, for C++ and C
 // alike.
 
 #include <sys/types.h>

@@ -10,12 +10,12 @@ namespace qor::engines {
 enum class TestBehaviour { Run, IgnoreStop, Crash, Abort, Kill, Exit, Freeze, Stall, Throw, ThrowNumber };
 enum class TestMoment { Construct, Run, Command };
 
-/// What a test engine does, and when what it does wrong.
+/// The fault that a test engine commits, and when.
 struct TestDocument {
   TestBehaviour behaviour = TestBehaviour::Run;
   TestMoment when = TestMoment::Run;
   std::uint64_t notifications = 0;
-  /// How many lines it prints to its standard output first.
+  /// How many lines it prints to its standard output before the fault.
   std::uint64_t prints = 0;
   /// Whether it starts a thread while it is made, which goes on for ever.
   bool startsThread = false;
@@ -23,7 +23,7 @@ struct TestDocument {
   bool leavesProcess = false;
 };
 
-/// What the test engine reports of itself; its document is read by it.
+/// The manual of the test engine, which also defines its document.
 const EngineManual& testManual();
 
 /// Reads a description. Throws TAMBRuntimeError, as readDocument does.

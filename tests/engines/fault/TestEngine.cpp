@@ -23,7 +23,7 @@ constexpr std::chrono::milliseconds commandInterval{5};
 constexpr std::uint64_t batchSize = 100;
 constexpr std::chrono::hours longestStall{1};
 
-/// Ends the process by that signal, whatever handlers there are.
+/// Ends the process by that signal, regardless of its handler.
 void dieBy(int signalNumber) {
   std::signal(signalNumber, SIG_DFL);
   std::raise(signalNumber);

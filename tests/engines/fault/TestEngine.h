@@ -9,9 +9,8 @@
 
 namespace qor::engines {
 
-/// An engine without media, for tests of what goes wrong around engines: it runs until it is stopped, and
-/// crashes, hangs or throws as its document says. Commands are executed as they come, whatever their media
-/// times.
+/// An engine without media, for tests of failures: it runs until it is stopped, and crashes, hangs or throws
+/// as its document says. Commands are executed at once, whatever their media times.
 class TestEngine final : public EngineBase {
  public:
   explicit TestEngine(std::shared_ptr<tamb::ICommandProcessorBackEnd> commands);
@@ -22,20 +21,20 @@ class TestEngine final : public EngineBase {
   void AddEngineDescription(std::shared_ptr<tamb::IEngineDescription> description) override;
   void RequestStop() override;
   void Abandon(std::string reason) override;
-  /// Publishes that it is pinged, and goes on as other engines do.
+  /// Publishes "Pinged", then does what other engines do.
   void Ping(unsigned int timeout) override;
-  /// Throws always: there is no media.
+  /// Always throws: there is no media.
   tamb::TimeInfo GetCurrentTimeInfo(const std::string& name) const override;
 
  private:
   void runOnce() override;
   void publishTicks(const StepNotifications& notifications) const;
   void execute(const StepNotifications& notifications, const tamb::ICommandMessage& command);
-  /// Prints first, also where there is no fault.
+  /// Prints first, even without a fault.
   void commitFault(const std::string& when);
 
   TestDocument document_;
-  /// What a command had the run throw: the command processor lets nothing through.
+  /// The exception that a command caused: the command processor passes none on.
   std::exception_ptr thrown_;
 };
 
