@@ -1,4 +1,4 @@
-"""The ways between host and engine are cut, are slow, or carry what nobody of ours has sent."""
+"""The connections between host and engine are cut, are slow, or carry foreign bytes."""
 
 import random
 import re
@@ -15,7 +15,7 @@ SHORT_CUTS = 8
 
 
 class RelayedTest(FaultTest):
-    """A host whose engine is reached on ways that the test has in its hand."""
+    """A host whose connections to its engine are controlled by the test."""
 
     def reach(self, stage):
         self.stage = stage
@@ -37,7 +37,7 @@ class RelayedTest(FaultTest):
 
 class Cut(RelayedTest):
     fault = "connection: cut, restored after 5 s"
-    # What it carries meanwhile, a heartbeat or the goodbye.
+    # Traffic during the cut: a heartbeat or the disconnection.
     logs = "the connection was lost|nobody answered|failed sending heartbeat|timeout on frontend heartbeat"
 
     def cut(self):
@@ -45,7 +45,7 @@ class Cut(RelayedTest):
         self.struck = time.monotonic()
 
     def wait_and_restore(self):
-        # The fault lasts that long.
+        # The duration of the fault.
         time.sleep(CUT_SECONDS)
         self.relayed.restore()
 
@@ -69,7 +69,7 @@ class Cut(RelayedTest):
         self.conclude("heartbeats that fail are logged; commands wait and arrive")
 
     def test_run_that_takes_no_time(self):
-        """Requested during a short cut, it has ended before the host could wait for the next periodic status."""
+        """A run requested during a short cut ends before the host could wait for the next periodic status."""
         self.stage, self.fault = IDLE, "connection: cut, restored after 0.2 s"
         runs = 0
         for number in range(SHORT_CUTS):
@@ -81,11 +81,11 @@ class Cut(RelayedTest):
             self.host.call(f'wire {self.relayed.endpoint} {{"engine": "test", "behaviour": "throw"}}')
             self.cut()
             self.host.begin("run")
-            # The fault lasts that long.
+            # The duration of the fault.
             time.sleep(0.2)
             self.relayed.restore()
             self.expect_told("run", AT_ONCE)
-            # On a busy machine the connection may come back too late for the request.
+            # On a busy machine the connection may be restored too late for the request.
             runs += "Failed sending ping" not in self.host.errors()
             self.expect_destroyed()
             self.expect_engines_gone(CUT_SECONDS + 20)
@@ -119,7 +119,7 @@ class Cut(RelayedTest):
         call = self.reach(STOPPING)
         self.cut()
         self.wait_and_restore()
-        # The engine ignores its stop, and is killed for it meanwhile.
+        # The engine ignores its stop, and is killed meanwhile.
         self.expect_told(call, 20)
         self.host.wait_for("^notification EngineDied 0 .*did not stop within 5 s")
         self.expect_destroyed()
@@ -192,7 +192,7 @@ class SlowPeer(FaultTest):
 
 
 class Noise(FaultTest):
-    """A stranger says what nobody of ours understands to every endpoint of the engine, and to the service."""
+    """A stranger sends invalid bytes to every endpoint of the engine, and to the service."""
 
     fault = "stranger: random bytes to every endpoint"
 
@@ -239,7 +239,7 @@ class Noise(FaultTest):
 
 
 class SecondHost(RelayedTest):
-    """Another host is given the endpoints of an engine that has its host already."""
+    """A second host gets the endpoints of an engine that already has a host."""
 
     fault = "host: a second one for the same engine"
 
@@ -249,14 +249,14 @@ class SecondHost(RelayedTest):
         wait_until(lambda: len(self.answered()) == 10, "not all commands are answered")
         self.struck = time.monotonic()
         second = self.staged_host()
-        # It gets no commands through: their endpoint is the first host's.
+        # It cannot send commands, because the first host has bound their endpoint.
         second.begin(f"wire {self.relayed.endpoint} {self.document(RUNNING)}")
         end = second.wait_for_end_of("wire")
         self.told = self.since_fault()
         self.assertEqual(end[1], "threw", second.everything())
         self.assertIn(str(self.relayed.path("host", "command")), end[2])
         self.assertEqual(second.quit(), 0)
-        # The first one has noticed nothing.
+        # The first host is not affected.
         self.host.call("push 10 Hello")
         wait_until(lambda: len(self.answered()) == 20, "not all commands are answered")
         self.host.call("stop")

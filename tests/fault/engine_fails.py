@@ -1,4 +1,4 @@
-"""The engine's process dies, or stops for a while."""
+"""The engine process dies, or is stopped for a while."""
 
 import re
 import signal
@@ -11,7 +11,7 @@ FROZEN_SECONDS = 5
 
 
 class Killed(FaultTest):
-    """Rows of deaths, each by a signal."""
+    """Rows of deaths by signals."""
 
     number = signal.SIGKILL
     fault = "engine: SIGKILL"
@@ -25,7 +25,7 @@ class Killed(FaultTest):
         call = self.reach(WIRING)
         self.strike(self.engine_process(), self.number)
         if self.number != signal.SIGKILL:
-            # What is frozen dies of it when it is continued.
+            # A frozen process dies of the signal when it is continued.
             self.kill(self.engine_process(), signal.SIGCONT)
         self.expect_told(call, AT_ONCE, self.cause)
         self.expect_engines_gone(AT_ONCE)
@@ -37,7 +37,7 @@ class Killed(FaultTest):
         self.strike(self.engine_process(), self.number)
         self.expect_last_words()
         self.told = self.since_fault()
-        # Later calls do not wait either, and say why in the log.
+        # Later calls do not wait either, and log the cause.
         self.host.call("run", AT_ONCE)
         self.host.wait_for_errors("Failed sending ping to remote engine on:")
         self.assertRegex(self.host.errors(), self.cause)
@@ -104,7 +104,7 @@ class Exits(FaultTest):
     logs = r"ended after \d+ s: died: engine process \d+ died: exit code 3"
 
     def document(self, stage):
-        # The host after this one has an engine without faults.
+        # The next host gets an engine without faults.
         return super().document(stage) if hasattr(self, "struck") else (
             '{"engine": "test", "behaviour": "exit", "when": "command", "notifications": 1}')
 
@@ -124,7 +124,7 @@ class Throws(FaultTest):
     logs = r"ended after \d+ s: failed: TestEngine: thrown on a command"
 
     def document(self, stage):
-        # The host after this one has an engine without faults.
+        # The next host gets an engine without faults.
         return super().document(stage) if hasattr(self, "struck") else (
             '{"engine": "test", "behaviour": "throw", "when": "command", "notifications": 1}')
 
@@ -134,7 +134,7 @@ class Throws(FaultTest):
         self.host.call("push 1 Fault")
         self.expect_told(call, AT_ONCE)
         self.host.wait_for("^notification Failed 0 TestEngine: thrown on a command")
-        # The engine's process is as well as before, and answers commands that come too late.
+        # The engine process is not affected, and answers commands that come too late.
         self.host.call("push 2 Hello")
         self.host.wait_for("^notification CommandFailed 2 the run has failed: TestEngine: thrown on a command")
         self.expect_destroyed()
@@ -147,15 +147,15 @@ class Stopped(FaultTest):
     logs = r"Engine process \d+ was stopped; it is killed when nobody continues it within 10 s"
 
     def freeze(self):
-        """Stops it, and continues it."""
+        """Stops the process, and continues it."""
         engine = self.engine_process()
         self.strike(engine, signal.SIGSTOP)
-        # The fault lasts that long.
+        # The duration of the fault.
         time.sleep(FROZEN_SECONDS)
         self.kill(engine, signal.SIGCONT)
 
     def expect_whole_rest(self):
-        """The host goes on with its engine as if nothing had been."""
+        """The host continues with its engine as before the fault."""
         self.host.call("push 1 Hello")
         self.host.wait_for("^notification CommandDone 1 ")
         self.host.call("stop", 20)
@@ -198,7 +198,7 @@ class Stopped(FaultTest):
         self.conclude("Ping logs and returns; Run goes on")
 
     def test_stopping(self):
-        # The engine ignores the stop, and is killed for it, frozen or not.
+        # The engine ignores the stop, and is therefore killed, frozen or not.
         call = self.reach(STOPPING)
         self.strike(self.engine_process(), signal.SIGSTOP)
         self.expect_told(call, Bound(10, promised=6))

@@ -18,15 +18,15 @@ from promises import Bound
 from programs_support import (
     ENGINE, PATIENCE, SUPERVISOR, Program, ProgramsTest, only, processes_below, state_of, wait_until)
 
-# The stages. At the last one the engine's process is frozen, so that the goodbye takes its time.
+# The stages. In the last one the engine process is frozen, so that the disconnection takes some time.
 BEFORE, WIRING, IDLE, RUNNING, PINGING, STOPPING, DESTRUCTION = (
     "before wiring", "during wiring", "idle", "running", "ping pending", "stopping", "destruction")
 STAGES = (BEFORE, WIRING, IDLE, RUNNING, PINGING, STOPPING, DESTRUCTION)
 
-# Within what time a host learns of a death.
+# The time until a host notices a death.
 AT_ONCE = Bound(5, promised=1)
 
-# What the engine is like, so that the stage lasts.
+# The engine's behaviour that makes the stage last.
 DOCUMENTS = {
     WIRING: {"behaviour": "freeze", "when": "construct"},
     PINGING: {"behaviour": "stall", "notifications": 1},
@@ -37,7 +37,7 @@ STOP_MILLISECONDS = 60000
 
 
 class StagedHost(Program):
-    """A host that does what it is told, call by call, each on a thread of its own."""
+    """A host controlled by the test; each call runs on its own thread."""
 
     def __init__(self, folder, environment):
         super().__init__([os.environ["STAGED_HOST"], os.environ["TAMB_MULTIPROCESS"]], folder, environment,
@@ -54,7 +54,7 @@ class StagedHost(Program):
         return match
 
     def wait_for_end_of(self, call, seconds=PATIENCE):
-        """How a call ended: "returned", or what it threw."""
+        """The result of a call: "returned", or the text of its exception."""
         return self.wait_for(rf"^{call} (returned|threw) after \d+(?:: )?(.*)$", seconds)
 
     def call(self, line, seconds=PATIENCE):
@@ -70,7 +70,7 @@ class StagedHost(Program):
 
 
 class Table:
-    """The cells that were run, with what was measured; printed at the end of the program."""
+    """The executed cells with their measurements; printed at the end of the program."""
 
     rows = []
 
@@ -93,7 +93,7 @@ class Table:
 
 # A warning or an error of any of our programs, with its time and its text.
 FAILURE = re.compile(r"(?:Warning|Error  ) (\S+Z) \[.*?\] \d+ (.*)")
-# What the test's own commands cause, which have no edit rate, and its own freezing of engines so that a stage lasts.
+# Caused by the test's own commands, which have no edit rate, and by its own freezing of engines for a stage.
 NOISE = "is due at once: its edit rate|commands without a time, due at once"
 FREEZING = "was stopped; it is killed when nobody continues it"
 
@@ -102,9 +102,9 @@ class FaultTest(ProgramsTest):
     """One row of the matrix: the tests are its cells."""
 
     fault = ""
-    # What stands in the log of host, service or engine after the fault, as a pattern; None where nothing has to.
+    # A pattern that the log of host, service or engine has to contain after the fault; None if none is required.
     logs = None
-    # Whether the service of the cell still serves at its end.
+    # Whether the service of the cell still runs at its end.
     service_survives = True
 
     def setUp(self):
@@ -121,7 +121,7 @@ class FaultTest(ProgramsTest):
         return json.dumps({"engine": "test", "notifications": 1, **DOCUMENTS.get(stage, {})})
 
     def reach(self, stage):
-        """A service and a host at that stage, and the call that the host waits for; None when it waits for none."""
+        """A service and a host at that stage, and the pending call of the host; None if there is none."""
         self.stage = stage
         self.service_program, self.endpoint = self.service()
         self.host = self.staged_host()
@@ -163,7 +163,7 @@ class FaultTest(ProgramsTest):
         return wait_until(lambda: only(processes_below(os.getpid(), SUPERVISOR)), "there is no supervisor")
 
     def strike(self, process, number):
-        """The fault: from now on the time counts."""
+        """Marks the fault: times count from now on."""
         self.kill(process, number)
         self.struck = time.monotonic()
 
@@ -174,7 +174,7 @@ class FaultTest(ProgramsTest):
         return time.monotonic() - self.struck
 
     def expect_told(self, call, within, pattern="^returned$"):
-        """The call that the host waits for ends in time, and like that."""
+        """The host's pending call ends in time, with that result."""
         end = self.host.wait_for_end_of(call, within + PATIENCE)
         self.told = self.since_fault()
         self.assertRegex(end[2] or end[1], pattern, self.host.everything())
@@ -188,7 +188,7 @@ class FaultTest(ProgramsTest):
         self.expect_within(within, self.name_of("the engine's processes have exited"), self.gone)
 
     def expect_destroyed(self, within=10):
-        """The host lets go of its engine, and ends by itself."""
+        """The host releases its engine, and exits by itself."""
         if not re.search("^destroying$", self.host.output(), re.MULTILINE):
             self.host.begin("destroy")
         start = time.monotonic()
@@ -197,7 +197,7 @@ class FaultTest(ProgramsTest):
         self.assertEqual(self.host.quit(), 0, self.host.everything())
 
     def expect_nothing_left_but(self, *programs, within=20):
-        """No process but those, and no file."""
+        """No other process than those exists, and no file."""
         pids = {program.pid for program in programs}
 
         def left():
@@ -208,7 +208,7 @@ class FaultTest(ProgramsTest):
         wait_until(lambda: not left(), lambda: f"left behind: {left()}", within)
 
     def expect_service_serves(self):
-        """Another host has a whole life of an engine."""
+        """Another host runs a complete life of an engine."""
         host = self.staged_host()
         host.call(f"wire {self.endpoint} {self.document(RUNNING)}")
         host.begin("run")
@@ -222,7 +222,7 @@ class FaultTest(ProgramsTest):
         self.assertEqual(host.quit(), 0)
 
     def failures_logged(self):
-        """The texts of warnings and errors each once, of all its programs; ids and paths left out."""
+        """The different texts of warnings and errors of all its programs, without ids and paths."""
         lines = [line for program in self._processes for line in program.errors().splitlines()]
         noise = NOISE if "engine: SIGSTOP" in self.fault else f"{NOISE}|{FREEZING}"
         found = sorted(match.groups() for match in map(FAILURE.match, lines) if match and not re.search(noise, match[2]))
@@ -230,18 +230,18 @@ class FaultTest(ProgramsTest):
         return list(dict.fromkeys(texts))
 
     def expect_logged(self, pattern):
-        """That stands in a log, at the latest soon."""
+        """A log contains the text, or will soon."""
         if pattern is not None:
             wait_until(lambda: any(re.search(pattern, program.errors()) for program in self._processes),
                        lambda: f"not logged: {pattern}: {[program.errors() for program in self._processes]}")
 
     def files_left(self):
-        """Files of the programs that are left, except for the socket of a service that serves."""
+        """The remaining files of the programs, except for the socket of a running service."""
         return sorted(path.name for path in self.folder.iterdir()
                       if path != self.temporary and not (path.name == "service" and not self.service_program.has_ended()))
 
     def conclude(self, said="", logs=None):
-        """What every cell ends with."""
+        """The checks at the end of every cell."""
         self.expect_nothing_left_but(self.service_program)
         self.assertEqual(self.files_left(), [])
         self.expect_logged(logs or self.logs)

@@ -1,4 +1,4 @@
-"""The host, the service or the supervisor of an engine dies, or the host stops for a while."""
+"""The host, the service or the supervisor of an engine dies, or the host is stopped for a while."""
 
 import signal
 import time
@@ -7,17 +7,17 @@ from fault_support import (
     AT_ONCE, BEFORE, DESTRUCTION, IDLE, PINGING, RUNNING, STAGES, STOPPING, WIRING, FaultTest, main)
 from promises import Bound
 
-# An engine's process gives its controller 10 s, its engine 5 s to stop; one that is frozen is killed after 10 s, and
-# its supervisor then waits 10 s for somebody to tell.
+# An engine process allows its host 10 s of silence and its engine 5 s to stop; a frozen one is killed after 10 s, and
+# its supervisor then waits 10 s for a host.
 ENGINE_GONE = 20
 FROZEN_ENGINE_GONE = 28
-# The same of a host that was killed: with an engine that answers its ping first, ignores its stop, or is frozen.
+# The same for a killed host: its engine answers a ping first, ignores its stop, or is frozen.
 GONE_WITH_ITS_HOST = {stage: Bound(ENGINE_GONE, promised=11) for stage in STAGES} | {
     PINGING: Bound(25, promised=19), STOPPING: Bound(25, promised=18), DESTRUCTION: Bound(FROZEN_ENGINE_GONE, promised=23)}
-# Within what time a host learns of a death from the service, which looks every 100 ms.
+# The time until a host notices a death through the service, which polls every 100 ms.
 SOON = Bound(10, promised=2)
 WITHOUT_SUPERVISOR = r"engine process \d+ died: signal 9 \(Killed\); its supervisor had died: signal 9 \(Killed\)"
-# For how long a host takes the last status that it has received for the engine's.
+# How long a host considers the last received status valid.
 SILENCE = 15
 
 
@@ -54,7 +54,7 @@ class HostStopped(FaultTest):
             # The service gave up a moment before its host did.
             self.expect_told(call, ENGINE_GONE + AT_ONCE, "kept stopped|not ready|Unexpected reply")
         elif call:
-            # At once, or, when the last status is still on its way to the host as it is continued, after its silence.
+            # At once, or, if the last status is still in transit when the host is continued, after 15 s of silence.
             self.expect_told(call, FROZEN_ENGINE_GONE + SILENCE + AT_ONCE)
         if stage in (RUNNING, PINGING, STOPPING) and call != "run":
             self.assertEqual(self.host.wait_for_end_of("run", 20)[1], "returned")
@@ -63,10 +63,10 @@ class HostStopped(FaultTest):
 
 
 class EngineServesOn(FaultTest):
-    """Rows of faults that an engine which can be connected to survives."""
+    """Rows of faults that a connected engine survives."""
 
     def expect_run_unharmed(self, stage, call):
-        """A run that goes on, or begins, is driven to its end."""
+        """A run that continues, or starts, is driven to its end."""
         if stage == IDLE:
             self.host.begin("run")
         if stage == PINGING:
@@ -86,7 +86,7 @@ class ServiceKilled(EngineServesOn):
         call = self.reach(stage)
         self.strike(self.service_program.pid, signal.SIGKILL)
         self.assertEqual(self.service_program.wait(), -signal.SIGKILL)
-        # It stays until another one takes its place.
+        # It remains until another service replaces it.
         self.assertEqual(self.files_left(), ["service"])
         said = "nothing: its engine serves on"
         if stage == BEFORE:
@@ -107,7 +107,7 @@ class ServiceKilled(EngineServesOn):
             self.expect_run_unharmed(stage, call)
         self.expect_destroyed()
         self.expect_engines_gone(60)
-        # Where the service listened, another one can.
+        # Another service can bind the endpoint.
         self.service_program, self.endpoint = self.service()
         self.expect_service_serves()
         self.conclude(said)
@@ -128,7 +128,7 @@ class SupervisorKilled(EngineServesOn):
             self.kill(engine, signal.SIGCONT)
             self.expect_told(call, AT_ONCE)
         elif stage == STOPPING:
-            # Nobody is there any more to end an engine that ignores its stop, but the engine's process itself.
+            # Only the engine process itself can end an engine that ignores its stop.
             self.kill(engine, signal.SIGKILL)
             self.expect_told(call, SOON)
             self.host.wait_for(f"^notification EngineDied 0 {WITHOUT_SUPERVISOR}")
@@ -141,14 +141,14 @@ class SupervisorKilled(EngineServesOn):
 
 
 class BothKilled(FaultTest):
-    """The service, whose child the engine's process becomes, answers for it."""
+    """The service adopts the engine process, and takes over its endpoints."""
 
     fault = "supervisor and engine: SIGKILL"
     logs = rf"ended after \d+ s: died: {WITHOUT_SUPERVISOR}"
 
     def strike_both(self):
         engine, supervisor = self.engine_process(), self.supervisor_process()
-        # In this order: the supervisor is not to see the other one's death.
+        # In this order: the supervisor must not notice the engine's death.
         self.strike(supervisor, signal.SIGKILL)
         self.kill(engine, signal.SIGKILL)
 
@@ -167,7 +167,7 @@ class BothKilled(FaultTest):
             self.expect_cause()
             self.told = self.told or self.since_fault()
         if stage == IDLE:
-            # Later calls do not wait either, and say why in the log.
+            # Later calls do not wait either, and log the cause.
             self.host.call("run", SOON)
             self.assertRegex(self.host.errors(), WITHOUT_SUPERVISOR)
         elif stage in (PINGING, STOPPING):
@@ -180,7 +180,7 @@ class BothKilled(FaultTest):
         self.reach(RUNNING)
         self.strike_both()
         self.expect_cause()
-        # This host stays connected, and the service goes on answering it.
+        # This host stays connected, and the service keeps answering it.
         self.expect_service_serves()
         self.host.call("ping 1000")
         self.host.wait_for_errors("Failed sending ping to remote engine on:")

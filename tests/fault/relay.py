@@ -11,12 +11,12 @@ import zmq
 from qor.proto import ApiService_pb2 as api
 
 PIECE = 1 << 16
-# For a peer to notice that its connection has gone.
+# For a peer to notice that its connection is lost.
 PATIENCE = 20
 
 
 class Relay:
-    """Listens on one path and passes what comes on to another, and back. Its threads end with `close`."""
+    """Listens on one path and forwards data to another, in both directions. `close` ends its threads."""
 
     def __init__(self, here, there):
         self._here, self._there = str(here), str(there)
@@ -25,12 +25,12 @@ class Relay:
         self._threads = []
         self._listener = None
         self._is_refusing = False
-        # Of bytes in a second, in each direction; None for as many as there are.
+        # In bytes per second, for each direction; None for no limit.
         self.rate = None
         self.restore()
 
     def restore(self):
-        """Connections are taken again."""
+        """Accepts connections again."""
         self._listener = socket.socket(socket.AF_UNIX)
         self._listener.bind(self._here)
         self._listener.listen()
@@ -41,7 +41,7 @@ class Relay:
         """Breaks all connections, and takes no more. Returns when the peers have noticed: what they send until then is lost."""
         self._refuse()
         for connection in self._connections:
-            # They read the end, and close; what they write meanwhile is taken and dropped.
+            # The peers read the end, and close; data that they write meanwhile is discarded.
             self._try_shutdown(connection, socket.SHUT_WR)
         deadline = time.monotonic() + PATIENCE
         for thread in self._threads:
@@ -59,7 +59,7 @@ class Relay:
         self._connections, self._threads = [], []
 
     def _refuse(self):
-        """No connection is added any more."""
+        """Adds no more connections."""
         with self._lock:
             self._is_refusing = True
             self._end(self._listener)
@@ -74,7 +74,7 @@ class Relay:
 
     @classmethod
     def _end(cls, connection):
-        # Whoever waits in another thread is woken by the one, not by the other.
+        # shutdown() wakes a thread that waits in accept(); close() does not.
         cls._try_shutdown(connection, socket.SHUT_RDWR)
         connection.close()
 
@@ -93,7 +93,7 @@ class Relay:
             try:
                 far.connect(self._there)
             except OSError:
-                # As it is without a relay: nobody is there.
+                # As without a relay: nothing listens there.
                 near.close()
                 far.close()
                 continue
@@ -117,7 +117,7 @@ class Relay:
                     time.sleep(len(piece) / self.rate)
         except OSError:
             pass
-        # Whoever reads it closes, and so ends the other direction too.
+        # The reader closes its socket, and so ends the other direction, too.
         self._try_shutdown(sink, socket.SHUT_WR)
 
 
@@ -178,7 +178,7 @@ class RelayedService:
             (self._folder / side).mkdir()
         description = self._folder / "description.json"
         description.write_text(submission.description)
-        # The host binds one of the four, the engine's process the others.
+        # The host binds one of the four endpoints, the engine process the others.
         self.relays.append(Relay(self.path("engine", "command"), self.path("host", "command")))
         arguments = ["--workflow-manager-id", submission.workflowManagerId, "--engine-id", submission.engineId,
                      "--description", description]

@@ -11,7 +11,7 @@ import unittest
 from fault_support import AT_ONCE, BEFORE, IDLE, RUNNING, FaultTest, Table, main
 from programs_support import PATIENCE, Program, clip, wait_until
 
-# Of a clip that has no room there.
+# The duration of a clip that does not fit there.
 DISK = "64k"
 # More free descriptors than a host needs to wire an engine.
 ENOUGH_TO_WIRE = 40
@@ -31,7 +31,7 @@ class FullDisk(FaultTest):
         disk = self.folder / "disk"
         disk.mkdir(exist_ok=True)
         left = self.folder / "left"
-        # A file system that only this host and what it starts can see.
+        # A file system in the mount namespace of this host and its children.
         script = f'mount -t tmpfs -o size={DISK} none "{disk}" || exit 99; "$@"; code=$?; ls -A "{disk}" > "{left}"; exit $code'
         start = time.monotonic()
         host = self.watched(Program(
@@ -57,9 +57,9 @@ class DescriptorLimit(FaultTest):
     fault = "descriptors: none left"
 
     def limited(self, process, spare):
-        """Lets a process open so many more descriptors than it has; what it was allowed before."""
+        """Limits a process to that many descriptors more than it has open; returns the previous limit."""
         numbers = set(map(int, os.listdir(f"/proc/{process}/fd")))
-        # The limit is one of numbers, not of how many are open: those above it stay.
+        # The limit applies to numbers, not to the count of open ones: higher ones stay open.
         free = (number for number in itertools.count() if number not in numbers)
         limit = next(itertools.islice(free, spare, None))
         _, hard = before = resource.prlimit(process, resource.RLIMIT_NOFILE)
@@ -68,7 +68,7 @@ class DescriptorLimit(FaultTest):
         return before
 
     def expect_refused_without(self, descriptors, pattern):
-        """A host wires while the service may open no more than so many."""
+        """A host wires while the service may open only that many more descriptors."""
         before = self.limited(self.service_program.pid, descriptors)
         self.host.begin(f"wire {self.endpoint} {self.document(IDLE)}")
         self.expect_told("wire", 15, pattern)
@@ -104,7 +104,7 @@ class DescriptorLimit(FaultTest):
 
     def test_of_the_engine(self):
         call = self.reach(RUNNING)
-        # What connects later would find no descriptor.
+        # Later connections find no descriptor.
         self.host.call("push 1 Hello")
         self.host.wait_for("^notification CommandDone 1 ")
         self.limited(self.engine_process(), 0)

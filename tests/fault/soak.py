@@ -17,7 +17,7 @@ import unittest
 from fault_support import FaultTest
 from programs_support import PATIENCE, clip, wait_until
 
-# How often a life meets each of them. Those with "media" are lives of media engines, the others of test engines.
+# The relative frequency of each fault. Those with "media" use media engines, the others test engines.
 FAULTS = {
     None: 40,
     "engine SIGKILL": 8,
@@ -35,9 +35,9 @@ FAULTS = {
     "media, stopped": 4,
     "media, flood of standard output": 6,
 }
-# What ends a host or a service before its time.
+# Faults that end a host or a service early.
 UNSTEADY = {"host SIGKILL", "host SIGKILL during wiring", "service SIGKILL"}
-# What the media engine is to do besides. The flood is half a MiB; a pipe that nobody reads holds 64 KiB.
+# Additional work of the media engine. The flood is half a MiB; a pipe without a reader holds 64 KiB.
 MEDIA = {
     "media": {},
     "media, engine SIGKILL": {"realTime": True},
@@ -45,16 +45,16 @@ MEDIA = {
     "media, flood of standard output": {"videoFilter": "signalstats,metadata=mode=print:file=-"},
 }
 DEATHS = {"engine SIGKILL": signal.SIGKILL, "engine SIGSEGV": signal.SIGSEGV, "engine SIGABRT": signal.SIGABRT}
-# What ends an engine that does not end when asked is SIGKILL.
+# An engine that does not end on request is killed by SIGKILL.
 LAST_SIGNALS = {**DEATHS, "stop ignored": signal.SIGKILL, "media, engine SIGKILL": signal.SIGKILL}
-# Faults during which a run may not be heard of.
+# Faults during which a run may be silent.
 EXCUSES = {*DEATHS, "engine SIGSTOP and SIGCONT", "host SIGSTOP and SIGCONT"}
-# Within what time all has arrived, or has gone, however busy the machine is.
+# The time until everything has arrived, or has ended, however busy the machine is.
 ARRIVED = 60
 GONE = 40
-# After so many lives with the same host and service, all that is kept for the next life is there.
+# After this many lives with the same host and service, they have allocated everything that they keep.
 WARM_UP = 10
-# What may come on top of that, in KiB: the allocator's, once, and of each life.
+# The permitted growth in KiB: once for the allocator, and for each life.
 GROWTH, GROWTH_OF_A_LIFE = 6144, 4
 
 
@@ -66,14 +66,14 @@ class Soak(FaultTest):
     def setUp(self):
         super().setUp()
         self.seconds = float(os.environ["SOAK_SECONDS"])
-        # Of this host with this service.
+        # Counted for this pair of host and service.
         self.lives_together = 0
         self.chance = random.Random(int(os.environ["SOAK_SEED"]))
         steady = os.environ.get("SOAK_STEADY") == "1"
         self.faults = {fault: often for fault, often in FAULTS.items() if not (steady and fault in UNSTEADY)}
-        # What a media engine wrote that was left alone, by the kind of life.
+        # The complete outputs of media engines, by the kind of life.
         self.whole_outputs = {}
-        # How many commands this host has pushed: their ids go on from engine to engine.
+        # The number of commands of this host: their ids continue from engine to engine.
         self.pushed = 0
         self.summary = {"lives": 0, "faults": {}, "hosts": 1, "services": 1, "runs not heard of": 0,
                         **{f"{what}, {whose}": 0 for whose in ("both live", "one dies")
@@ -92,7 +92,7 @@ class Soak(FaultTest):
             self.summary["lives"] += 1
             self.summary["faults"][str(fault)] = self.summary["faults"].get(str(fault), 0) + 1
             self.lives_together += 1
-            # By the third, all has been needed once.
+            # By the third life, everything has been used once.
             if self.lives_together == 3:
                 self.note("start")
             elif self.lives_together > 3:
@@ -117,12 +117,12 @@ class Soak(FaultTest):
 
     def kill_host_during_wiring(self):
         self.host.begin(f'wire {self.endpoint} {{"engine": "test"}}')
-        # The fault's moment: wiring takes about as long.
+        # The time of the fault: wiring takes about as long.
         time.sleep(self.chance.uniform(0, 0.1))
         self.replace_killed_host()
 
     def replace_killed_host(self):
-        """Another host takes its place, once the engine has gone with this one."""
+        """Starts another host, once the engine has exited with this one."""
         self.host.signal(signal.SIGKILL)
         self.host.wait()
         self.expect_nothing_left_but(self.service_program, within=GONE)
@@ -139,7 +139,7 @@ class Soak(FaultTest):
         self.host.begin("run")
         self.await_line("^notification Started ", begin)
         if fault in ("media, engine SIGKILL", "media, stopped"):
-            # The fault's moment: the media last 6 s.
+            # The time of the fault: the media last 6 s.
             time.sleep(self.chance.uniform(0, 2))
         if fault == "media, engine SIGKILL":
             self.kill(self.engine_process(), signal.SIGKILL)
@@ -154,7 +154,7 @@ class Soak(FaultTest):
         self.expect_output(fault, output)
 
     def expect_output(self, fault, output):
-        """A killed engine leaves no output but an unfinished one; one that was left alone writes the same each time."""
+        """A killed engine leaves only an unfinished output; an undisturbed one always writes the same."""
         if fault == "media, engine SIGKILL":
             self.assertFalse(output.exists())
         else:
@@ -175,7 +175,7 @@ class Soak(FaultTest):
         if fault == "stop ignored":
             document["behaviour"] = "ignoreStop"
         self.call(f"wire {self.endpoint} {json.dumps(document)}", begin)
-        # Pushed before the run, in it, or both.
+        # Pushed before the run, during it, or both.
         if before:
             self.call(f"push {before} Hello", begin)
         self.host.begin("run")
@@ -208,7 +208,7 @@ class Soak(FaultTest):
             self.begin_anew()
 
     def begin_anew(self):
-        """With another host or service, what is held is compared from its own third life on."""
+        """With another host or service, resources are compared from its own third life on."""
         self.lives_together = -1
         self.summary.pop("start", None)
         self.summary.pop("warm", None)
@@ -233,12 +233,12 @@ class Soak(FaultTest):
 
     def pause(self, process):
         self.kill(process, signal.SIGSTOP)
-        # The fault lasts that long: less than the 10 s after which a side that is silent is taken for gone.
+        # The duration of the fault: less than the 10 s after which a silent side is considered dead.
         time.sleep(self.chance.uniform(0.1, 5))
         self.kill(process, signal.SIGCONT)
 
     def said_since(self, begin):
-        """What the host has said in this life, in whole lines."""
+        """The complete lines that the host has printed in this life."""
         return self.host.output(begin).rpartition("\n")[0].splitlines()
 
     def await_line(self, pattern, begin, seconds=PATIENCE):
@@ -252,7 +252,7 @@ class Soak(FaultTest):
         self.assertEqual(end[1], "returned", f"{end[0]}: {self.tail(begin)}")
 
     def await_end_of_run(self, fault, begin):
-        """A fault may come before the host has heard that the engine runs: then its run fails, and says so."""
+        """The fault may come before the host has received the status Running: then its run fails with a reason."""
         end = self.await_line(r"^run (returned|threw) after \d+(?:: )?(.*)$", begin)
         if end[1] == "threw" and fault in EXCUSES:
             self.assertIn("not switching to Running state", end[2], self.tail(begin))
@@ -272,14 +272,14 @@ class Soak(FaultTest):
         return [int(match[group]) for match in found if match]
 
     def expect_all(self, begin, ticks, commands):
-        """While both live, all arrives."""
+        """While both sides live, everything arrives."""
         wait_until(lambda: len(self.ids("CommandDone", begin, 1)) >= commands
                    and len(self.ids("Tick", begin, 2)) >= ticks,
                    lambda: f"{len(self.ids('CommandDone', begin, 1))} of {commands} answers, "
                            f"{len(self.ids('Tick', begin, 2))} of {ticks} ticks: {self.tail(begin)}", ARRIVED)
 
     def expect_order(self, begin, ticks, commands, whole=False):
-        """In order, once each, and none that was not sent: all of them, or the first ones when a side died."""
+        """In order, once each, and nothing that was not sent: all of them, or the first ones if a side died."""
         arrived, answered = self.ids("Tick", begin, 2), self.ids("CommandDone", begin, 1)
         self.assertEqual(arrived, list(range(len(arrived))))
         self.assertEqual(answered, list(range(self.pushed + 1, self.pushed + 1 + len(answered))))
@@ -293,7 +293,7 @@ class Soak(FaultTest):
             self.summary[f"{what}, {whose}"] += number
 
     def note(self, moment):
-        """What the processes hold that have lived since the start, or since the one before was killed."""
+        """The resources of the processes that have lived since the start, or since their predecessor was killed."""
         begin = self.host.output_size()
         self.host.begin("held")
         held = self.await_line(r"^held (\d+) (\d+) (\d+)$", begin)
@@ -305,7 +305,7 @@ class Soak(FaultTest):
                         "KiB": int(resident)}}
 
     def expect_no_growth(self):
-        """Between two lives, the processes hold what they held before."""
+        """Between two lives, the processes have the same resources as before."""
         for process in ("host", "service"):
             for what in ("descriptors", "threads"):
                 start, end = (self.summary[moment][process][what] for moment in ("start", "end"))

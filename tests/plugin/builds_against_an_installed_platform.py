@@ -10,7 +10,7 @@ import tempfile
 import unittest
 
 SOURCE = pathlib.Path(os.environ["SOURCE"])
-# What the rest of the project needs and the plug-in does not.
+# Required by the rest of the project, but not by the plug-in.
 UNWANTED_PACKAGES = ("fmt", "nlohmann_json", "CLI11", "GTest", "benchmark", "PkgConfig")
 UNWANTED_HEADERS = re.compile(r"/(zmq\.h|fmt/|nlohmann/|CLI/|gtest/|gmock/|benchmark/|uuid/|libav\w+/|libsw\w+/)")
 
@@ -57,7 +57,7 @@ class ThePlugin(unittest.TestCase):
         self.assertIn(str(self.folder / "prefix/include/tamb/IEngineFrontEnd.h"), used)
         self.assertEqual([line for line in used.splitlines() if UNWANTED_HEADERS.search(line)], [])
         self.assertEqual([line for line in used.splitlines() if line.strip().startswith(f"{SOURCE}/")], [])
-        # Every symbol is looked up at once.
+        # RTLD_NOW: every symbol is resolved at once.
         entry_point = ctypes.CDLL(str(plugin), mode=os.RTLD_NOW).RegisterAll
         entry_point.restype = None
         entry_point(b"installed")

@@ -1,4 +1,4 @@
-"""The plug-in's dynamic symbols: whatever else it showed could meet its like in a host's process."""
+"""The plug-in's dynamic symbols: any other exported symbol could clash with one of a host's process."""
 
 import os
 import re
@@ -10,7 +10,7 @@ SHARED = "std::shared_ptr<{}>".format
 ENDPOINT = "qor::socket::SocketEndpoint const&"
 STRING = "std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char>> const&"
 STATUS_TO_STRING = f"EngineStatus::ToString[abi:cxx11]({NAMESPACE}EngineStatus::EngineStatus)"
-# What each back end can be made of.
+# The constructors of the back ends.
 BACK_ENDS = {
     "TcpEngineBackEnd": {
         (SHARED("tamb::IEngineFrontEnd"), ENDPOINT, ENDPOINT),
@@ -25,7 +25,7 @@ BACK_ENDS = {
 
 
 def defined_symbols(*options):
-    """The names that the plug-in defines for others, as nm writes them with these options."""
+    """The names that the plug-in exports, as nm prints them with these options."""
     output = subprocess.run(
         [os.environ["NM"], "--dynamic", "--defined-only", *options, os.environ["PLUGIN"]],
         check=True, capture_output=True, text=True).stdout
@@ -44,7 +44,7 @@ class ThePlugin(unittest.TestCase):
         self.assertEqual([name for name in defined_symbols("--demangle") if not allowed.fullmatch(name)], [])
 
     def test_makes_its_back_ends_of_what_their_users_were_built_with(self):
-        # Some write the ends of nested templates apart.
+        # Some print the ends of nested templates with a space.
         shown = {name.replace("> >", ">>") for name in defined_symbols("--demangle")}
         for back_end, constructors in BACK_ENDS.items():
             start = f"{NAMESPACE}{back_end}::{back_end}("
@@ -56,7 +56,7 @@ class ThePlugin(unittest.TestCase):
         shown = defined_symbols("--demangle")
         for back_end in BACK_ENDS:
             wanted = [f"{NAMESPACE}{back_end}::~{back_end}()"]
-            # It has no virtual function of its own: each user's compiler makes the table that it needs.
+            # It has no virtual function of its own, so each user's compiler generates its table.
             if back_end != "TcpEngineBackEnd":
                 wanted += [f"{what} for {NAMESPACE}{back_end}" for what in ("vtable", "typeinfo", "typeinfo name")]
             for start in wanted:

@@ -1,11 +1,11 @@
-"""The plug-in's undefined symbols: whoever provides the platform has to provide these and needs to provide no others."""
+"""The plug-in's undefined symbols: a platform has to provide all of these, and no others."""
 
 import os
 import re
 import subprocess
 import unittest
 
-# By qualified name, whatever the arguments.
+# By qualified name, regardless of the arguments.
 FRAMEWORK = {f"tamb::{name}" for name in (
     "CreateNotificationHub", "CreateParametersCollectionInstance", "CreateParametersCollectionPrototype",
     "DefineContextEngine_deprecated", "GetCurrentContextString", "GetCurrentLoggerWriter", "GetCurrentTimeString",
@@ -19,23 +19,23 @@ UTILITIES = {f"qor::utils::{name}" for name in (
     "logDebug", "logError", "logInfo", "logWarning")} | {
         "typeinfo for qor::utils::MessageFormatter", "vtable for qor::utils::MessageFormatter"}
 OFFERED = FRAMEWORK | SOCKETS | UTILITIES
-# The generated classes of the service's messages and the library that they are generated for.
+# The generated classes of the service's messages and their library.
 GENERATED = ("google::protobuf::", "qor::proto::api_service::")
-# What the compiler's and the system's libraries define carries their version.
+# Symbols of the compiler's and the system's libraries have a version.
 SYSTEM = re.compile(r"@@?(GLIBC|GLIBCXX|CXXABI|GCC)_")
-# Hooks that the start-up code asks for and does without.
+# Optional hooks of the start-up code.
 OPTIONAL = {"_ITM_deregisterTMCloneTable", "_ITM_registerTMCloneTable", "__gmon_start__"}
 
 
 def qualified(symbol):
-    """The name of a function without its tags, template arguments and parameters; of anything else all of it."""
+    """The name of a function without its tags, template arguments and parameters; other names in full."""
     return re.sub(r"\[abi:\w+\]|\(.*", "", symbol)
 
 
 def undefined_symbols():
     output = subprocess.run([os.environ["NM"], "--dynamic", "--undefined-only", "--demangle", os.environ["PLUGIN"]],
                             check=True, capture_output=True, text=True).stdout
-    # Kind and name: without an address.
+    # Kind and name, without an address.
     return [line.split(maxsplit=1) for line in output.splitlines()]
 
 
@@ -51,7 +51,7 @@ class ThePlugin(unittest.TestCase):
 
     def test_the_list_names_only_what_is_needed(self):
         needed = {qualified(name) for _, name in undefined_symbols()}
-        # Whether a base class's table is needed is up to the optimiser.
+        # The optimiser decides whether a base class's table is needed.
         self.assertEqual({name for name in OFFERED - needed if " for " not in name}, set())
 
 

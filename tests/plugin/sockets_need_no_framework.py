@@ -1,4 +1,4 @@
-"""What the message sockets load: a peer that speaks to an engine needs the sockets, but not the host framework."""
+"""The libraries that the message sockets load: a peer of an engine needs the sockets, but not the framework."""
 
 import os
 import pathlib
@@ -7,7 +7,7 @@ import unittest
 
 
 def loaded_by(library):
-    """The file names of all libraries that the loader loads with this one, directly or not."""
+    """The file names of all libraries that the loader loads with this one, directly or indirectly."""
     output = subprocess.run(["ldd", library], check=True, capture_output=True, text=True).stdout
     return {pathlib.Path(line.split()[0]).name for line in output.splitlines() if line.strip()}
 

@@ -1,4 +1,4 @@
-"""A host commands an engine in another process and hears its answers; both leave nothing behind."""
+"""A host commands an engine in another process and receives its answers; no resources remain."""
 
 import os
 import unittest
@@ -15,7 +15,7 @@ LIVES = WARM_UP + 18
 
 
 def answer_to(described):
-    """As the host has it: the members of the edit rate have come back to where they were."""
+    """As the host receives it: the members of the edit rate have been swapped twice."""
     there = arrived_command(described)
     return arrived_notification(notification(
         time=there["time"], line=described["name"], commandId=described["id"], stepId=described["stepId"],
@@ -73,7 +73,7 @@ class OurChannels(ChannelsTest):
             self.assertEqual((host.end(), engine.end()), (0, 0))
 
     def live(self, host, number):
-        """One engine's whole life, from its first command to its last answer."""
+        """One engine's complete life, from its first command to its last answer."""
         engine = self.engine_process()
         engine.call("answer")
         self.connect(host, engine, *self.each_pair_of_endpoints()[number % 2])
@@ -91,7 +91,7 @@ class OurChannels(ChannelsTest):
             # The host moves its command channel with the next engine.
             self.assertLessEqual(set(os.listdir(self.folder)), {"commands"})
             if number + 1 == WARM_UP:
-                # All that stays is the socket that it listens with for the next engine.
+                # Only the socket remains that listens for the next engine.
                 self.wait_until_gone(host, 1)
                 descriptors = host.open_descriptors()
         self.wait_until(lambda: host.open_descriptors() <= descriptors, "the host's descriptors grow in number")

@@ -1,4 +1,4 @@
-"""Commands of a host reach an engine in another process: none is lost while that process is not there."""
+"""Commands of a host reach an engine in another process; none is lost while that process is not running."""
 
 import unittest
 

@@ -215,7 +215,7 @@ class Counter(ProgramsTest):
         self.expect_nothing_left()
 
     def test_reports_what_is_wrong_with_its_endpoints(self):
-        # The one of setUp leaves with its host.
+        # The host of setUp has left.
         self.run_until_commands_arrive()
         self.expect_end()
         wrong = self.counter_program(dict.fromkeys(CHANNELS, "carrier-pigeon://roof"))

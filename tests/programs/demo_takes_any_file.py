@@ -1,4 +1,4 @@
-"""The demo transcodes whatever it is given: also a file without a picture, without sound, or of less than 4 s."""
+"""The demo transcodes any file: also without a picture, without sound, or shorter than 4 s."""
 
 import os
 import unittest
@@ -8,7 +8,7 @@ from programs_support import ProgramsTest, clip
 
 class Demo(ProgramsTest):
     def expect_demo(self, source, lines, counts):
-        """The demo of that file succeeds, does its commands, and its result has so many pictures and so much sound."""
+        """The demo of that file succeeds and executes its commands; its result has that many pictures and that much sound."""
         output = self.folder / "result.mkv"
         demo = self.start("DEMO", os.environ["TAMB_HOST"], source, output,
                           test_engine=False)
@@ -20,7 +20,7 @@ class Demo(ProgramsTest):
         self.assertEqual(tuple(last[key] > 0 for key in ("videoFrames", "audioFrames")), counts)
 
     def part(self, name, *arguments):
-        """A file made of the clip."""
+        """A file created from the clip."""
         part = self.folder / name
         self.expect_exit(self.host("--input", clip(), "--output", part, *arguments), 0)
         return part

@@ -1,4 +1,4 @@
-"""An engine library that is written and built as docs/engine-libraries.md has it, outside of this tree."""
+"""An engine library that is written and built according to docs/engine-libraries.md, outside of this tree."""
 
 import json
 import os
@@ -16,7 +16,7 @@ BUILD_TIME = 300
 
 
 def listing(name):
-    """The listing that the page calls so."""
+    """The listing with that name on the page."""
     found = re.search(rf"^`{re.escape(name)}`:\n\n```\w+\n(.*?)^```$", PAGE.read_text(), re.MULTILINE | re.DOTALL)
     return found[1]
 

@@ -16,7 +16,7 @@ from programs_support import NOTICED_WITHIN, PATIENCE, TEST_ENGINES, Program, Pr
 # TcpEngine.proto's messages, whose only required field is the first one.
 PING, RUN, GOODBYE, SUCCESS, END_OF_LIFE = b"\x08\x01", b"\x08\x00", b"\x08\x05", b"\x08\x01", b"\x08\x03"
 CHANNELS = ("request", "status", "command", "notification")
-# Several times what a pipe holds.
+# Several times the capacity of a pipe.
 LINES = 20_000
 LAST_LINE = f"TestEngine: line {LINES}"
 
@@ -31,7 +31,7 @@ class Prints(ProgramsTest):
         host.interrupt()
         self.expect_exit(host, 130)
         self.assertEqual(len(host.captured_lines("TestEngine: line ")), LINES)
-        # Notifications alone.
+        # Notifications only.
         self.assertEqual(set(host.lines()), {"Tick", "Finished"})
 
     def test_in_a_run_that_goes_on(self):
@@ -47,12 +47,12 @@ class Prints(ProgramsTest):
         self.expect_exit(host, 0)
         self.assertEqual(host.lines()[-1], "Finished")
         self.assertTrue(output.stat().st_size)
-        # Several times what a pipe holds.
+        # Several times the capacity of a pipe.
         lines = host.captured_lines("lavfi.signalstats.YMIN=")
         self.assertEqual(len(lines), host.notifications()[-1]["values"]["videoFrames"])
 
     def test_do_not_drive_the_terminal(self):
-        # Resets it, erases it, and rings, as the metadata of a file could.
+        # Resets and erases the terminal, and rings its bell, as the metadata of a file could.
         host = self.host("--input", clip(), "--at", "0.5", "Stop", "--video-filter",
                          "metadata=mode=add:key=title:value=\x1bc\u009bJ\a,metadata=mode=print:file=-")
         self.expect_exit(host, 0)
@@ -80,7 +80,7 @@ class Prints(ProgramsTest):
 
 
 class NeverRead(ProgramsTest):
-    """One pipe that is full from the start is what a program has for its log, or for all of its output."""
+    """A program's log, or all of its output, goes to one pipe that is full from the start."""
 
     def full_pipe(self):
         reading, writing = os.pipe()
@@ -157,7 +157,7 @@ class NeverRead(ProgramsTest):
         host = self.watched(Program([os.environ["TAMB_HOST"], "run", f"--engines={TEST_ENGINES}", "--json", workflow],
                                     self.folder, self._environment, stderr=writing))
         os.close(writing)
-        # It is executed behind the lines.
+        # It is executed after the lines were printed.
         host.wait_for_notification("CommandDone")
         with os.fdopen(reading, "rb") as errors, concurrent.futures.ThreadPoolExecutor() as readers:
             read = readers.submit(errors.read)
@@ -167,7 +167,7 @@ class NeverRead(ProgramsTest):
         lines = said.count("TestEngine: line ")
         counts = re.findall(r"^Warning .*\] \d+ \((\d+) lines could not be written here\)$", said, re.MULTILINE)
         self.assertLess(lines, LINES)
-        # Other lines may be among those that were dropped.
+        # Other lines may have been dropped.
         self.assertGreaterEqual(lines + sum(map(int, counts)), LINES, said[-500:])
 
 

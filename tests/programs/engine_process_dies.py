@@ -1,4 +1,4 @@
-"""A host whose engine's process dies ends soon, and says how it died."""
+"""A host whose engine process dies exits soon, and reports the cause."""
 
 import signal
 import time

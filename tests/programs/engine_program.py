@@ -1,4 +1,4 @@
-"""The program of one engine, without a service: what it says of itself, and how it ends."""
+"""The program of one engine, without a service: its reports, and how it ends."""
 
 import json
 import os
@@ -15,7 +15,7 @@ from programs_support import (CORES, ENGINE, PATIENCE, TEST_ENGINES, Program, Pr
 # TcpEngine.proto's messages, whose only required field is the first one.
 PING, RUN, GOODBYE, SUCCESS, IDLE = b"\x08\x01", b"\x08\x00", b"\x08\x05", b"\x08\x01", b"\x08\x02"
 CHANNELS = ("request", "status", "command", "notification")
-# How long a controller may be silent, and how late that may be noticed on a busy machine.
+# How long a host may be silent, and how late that may be noticed on a busy machine.
 SILENCE = 10
 LATEST = 15
 
@@ -36,7 +36,7 @@ class EngineProgram(ProgramsTest):
 
     def tcp_engine(self):
         endpoints = dict.fromkeys(CHANNELS, "tcp://127.0.0.1:0")
-        # The host's own endpoint is not for the engine to choose.
+        # The engine must not choose the host's own endpoint.
         with socket.socket() as reserved:
             reserved.bind(("127.0.0.1", 0))
             endpoints["command"] = f"tcp://127.0.0.1:{reserved.getsockname()[1]}"
@@ -56,7 +56,7 @@ class EngineProgram(ProgramsTest):
         return requester.recv()
 
     def expect_served(self, ready):
-        """Control and status answer there."""
+        """Control and status answer at these endpoints."""
         self.assertTrue(self.ask(self.stock(zmq.REQ, ready["request"]), PING).startswith(SUCCESS))
         self.assertTrue(self.stock(zmq.SUB, ready["status"]).recv().startswith(IDLE))
 
@@ -95,7 +95,7 @@ class EngineProgram(ProgramsTest):
         directory = self.temporary / "qor-one"
         files = {file: file.stat().st_ino for file in directory.iterdir()}
         self.assertEqual(len(files), 3)
-        # By the same paths, and by others that lead to the same files.
+        # By the same paths, and by others to the same files.
         respelled = {channel: endpoint.replace("/qor-one/", "/./qor-one/") for channel, endpoint in endpoints.items()}
         for used, given in ((endpoints, directory), (respelled, None)):
             second = self.engine(used, directory=given)
@@ -163,7 +163,7 @@ class EngineProgram(ProgramsTest):
         engine, endpoints = self.ipc_engine()
         ready = engine.wait_for_ready()
         self.kill(ready["enginePid"], signal.SIGSTOP)
-        # The fault lasts that long.
+        # The duration of the fault.
         time.sleep(5)
         self.kill(ready["enginePid"], signal.SIGCONT)
         self.expect_served(ready)
@@ -226,7 +226,7 @@ class EngineProgram(ProgramsTest):
         requester = self.stock(zmq.REQ, endpoints["request"])
         status = self.stock(zmq.SUB, endpoints["status"])
         start = time.monotonic()
-        # A status comes once a second: one ping with each.
+        # A status is published once a second: one ping with each.
         while time.monotonic() - start < SILENCE + 4:
             self.assertTrue(status.recv().startswith(IDLE))
             self.assertTrue(self.ask(requester, PING).startswith(SUCCESS))

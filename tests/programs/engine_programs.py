@@ -18,9 +18,9 @@ from promises import Bound
 
 PAGE = pathlib.Path(__file__).parents[2] / "docs" / "engine-programs.md"
 EXPLAINED_WITHIN = Bound(5, promised=1)
-# An engine that is kept stopped is killed after 10 s.
+# A stopped engine is killed after 10 s.
 ENDED_WITHIN = Bound(20, promised=11)
-# Several times what a pipe holds.
+# Several times the capacity of a pipe.
 LINES = 20_000
 
 
@@ -30,18 +30,18 @@ def example():
 
 
 class EnginePrograms(ProgramsTest):
-    """What its tests share."""
+    """The common part of these tests."""
 
     def program(self, text):
         """An executable, in a folder outside of the repository."""
         path = self.folder / "engine.py"
-        # The modules of its messages and of ZeroMQ are where the tests have them.
+        # The tests know the paths of the modules of its messages and of ZeroMQ.
         path.write_text(f"#!{sys.executable} -B\n{text}")
         path.chmod(path.stat().st_mode | stat.S_IXUSR)
         return path
 
     def service_for(self, program):
-        """A service whose registry has that program as the engine "counter"."""
+        """A service that registers that program as the engine "counter"."""
         folder = self.folder / "engines.d"
         folder.mkdir(exist_ok=True)
         self.file("engines.d/counter.json", {"name": "counter", "program": os.path.relpath(program, folder)})
@@ -210,7 +210,7 @@ class AProgramInPython(EnginePrograms):
 
 
 class TheCounter(EnginePrograms):
-    """A program with a supervisor of its own, started by a service; and by another supervisor, for which it serves alone."""
+    """A program with its own supervisor, started by a service; and by another supervisor, under which it only serves."""
 
     def supervised_by_itself(self):
         return self.service("--engine-program", os.environ["COUNTER_ENGINE"], test_engine=False)
@@ -223,7 +223,7 @@ class TheCounter(EnginePrograms):
             with self.subTest(start_service.__name__):
                 service, endpoint = start_service()
                 host = self.running_on(endpoint)
-                # One supervisor, and below it the engine alone.
+                # One supervisor with the engine as its only child.
                 self.assertEqual(len(processes_below(service.pid)), 2)
                 start = time.monotonic()
                 self.kill(self.engine_of(service), signal.SIGSEGV)

@@ -12,7 +12,7 @@ OWN_ENGINES = TEST_ENGINES.parent / "engines.d"
 
 class Registry(ProgramsTest):
     def registry(self, name, **files):
-        """A folder of such files, by their names without ".json"."""
+        """A folder of registrations, by their names without ".json"."""
         folder = self.folder / name
         folder.mkdir(parents=True)
         for file, content in files.items():
@@ -21,7 +21,7 @@ class Registry(ProgramsTest):
         return folder
 
     def printed(self, *arguments, code=0):
-        """What tamb-host prints, and its errors."""
+        """The output and the errors of tamb-host."""
         host = self.start("TAMB_HOST", *arguments)
         self.expect_exit(host, code)
         return host.output(), host.errors()
@@ -52,7 +52,7 @@ class Registry(ProgramsTest):
         output, errors = self.printed("engines", "--json", "--engines", folder)
         self.assertEqual(errors, "")
         self.assertEqual(len(json.loads(output)["problems"]), 2)
-        # Whoever misses the engine is told, wherever it is looked up.
+        # The user is told wherever the engine is looked up.
         workflow = self.file("workflow.json", {"engine": {"engine": "gone"}})
         _, endpoint = self.service("--engines", folder)
         for place in (["--local", "--engines", folder], ["--engines", folder], ["--service", endpoint]):

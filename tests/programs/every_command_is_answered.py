@@ -1,4 +1,4 @@
-"""Whatever becomes of a command, its host is told; and so it is of a run that ends in an exception."""
+"""Each command is answered, whatever happens to it; and so is a run that ends with an exception."""
 
 import unittest
 
@@ -28,7 +28,7 @@ class Command(ProgramsTest):
         workflow = self.faulty_engine_workflow([{"name": "Hello", "step": "nobody"}] * count)
         host = self.host(workflow)
         host.wait_for_errors("commands for a step without a control: 10000 so far")
-        # Whoever interrupts a run does not wait for further answers.
+        # A user who interrupts a run does not wait for further answers.
         wait_until(lambda: host.output().count("CommandFailed") >= count, lambda: host.output()[-1000:])
         host.interrupt()
         host.wait()

@@ -1,4 +1,4 @@
-"""Ctrl-C ends a host at any time, and its engine with it, also one that ignores that it is to stop."""
+"""Ctrl-C ends a host at any time, together with its engine, even one that ignores a stop request."""
 
 import signal
 import time
@@ -32,7 +32,7 @@ class Interruption(ProgramsTest):
                 last = host.notifications()[-1]
                 self.assertEqual((last["line"], last["values"]["stopped"]), ("Finished", True))
                 self.assertLess(last["values"]["videoFrames"], 150)
-                # What is there of it can be read again.
+                # The existing part can be read.
                 again = self.host("--input", self.folder / "out.mkv")
                 self.expect_exit(again, 0)
                 self.assertGreater(again.notifications()[-1]["values"]["videoFrames"], 0)
@@ -52,7 +52,7 @@ class Interruption(ProgramsTest):
         self.expect_interrupted(host)
 
     def test_during_the_wiring_ends_the_host_once_that_is_done(self):
-        # The moments follow each other; the engine's own process is the last one.
+        # The moments are in order; the engine process appears last.
         for moment in (SERVICE, SUPERVISOR, ENGINE):
             with self.subTest(moment):
                 host = self.host_at_work()
@@ -61,7 +61,7 @@ class Interruption(ProgramsTest):
                 self.expect_interrupted(host)
 
     def test_right_after_the_start_ends_the_host(self):
-        # Before the host looks after signals, they end it by themselves: to shells that is the same.
+        # Before the host handles signals, they kill it: to shells that is the same.
         for _ in range(3):
             host = self.host_at_work()
             host.interrupt()
@@ -76,7 +76,7 @@ class Interruption(ProgramsTest):
     def test_while_there_is_no_service_ends_the_host(self):
         host = self.host("--input", clip(), "--service", f"ipc://{self.folder / 'nobody'}")
         host.interrupt()
-        # The wait for the service has its own end, and then the host says that there was none.
+        # The wait for the service has its own time-out, after which the host reports that no service answered.
         self.expect_interrupted(host, (INTERRUPTED, -signal.SIGINT, 4))
 
     def test_twice_in_the_wiring_leaves_at_once_and_nothing_behind(self):

@@ -1,4 +1,4 @@
-"""When a host is killed, everything that it has started ends by itself, and takes its socket files along."""
+"""When a host is killed, all processes that it has started exit by themselves, and remove their socket files."""
 
 import os
 import signal
@@ -43,7 +43,7 @@ class Killed(ProgramsTest):
         self.kill(host.wait_for_process(SERVICE), signal.SIGKILL)
         self.kill_host(host)
         wait_until(lambda: not processes_below(os.getpid()), "processes are left", 20)
-        # Nobody is there who could remove the service's.
+        # No process remains that could remove the service's.
         remains = [path.name for folder in self.temporary.iterdir() for path in folder.iterdir()]
         self.assertEqual(remains, ["service"])
         for folder in self.temporary.iterdir():

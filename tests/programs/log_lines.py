@@ -1,4 +1,4 @@
-"""Log lines of all programs say when and of whom they are; the service logs what became of each job."""
+"""Log lines of all programs contain their time and origin; the service logs how each job ended."""
 
 import re
 import unittest
@@ -6,10 +6,10 @@ import unittest
 from programs_support import SUPERVISOR, ProgramsTest, clip, only, processes_below, wait_until
 
 TIME = r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{6}Z"
-# Level, time, program, its process or the supervisor's and the engine's, the engine's name, thread, text.
+# Level, time, program, its process (or supervisor and engine), the engine's name, thread, text.
 LINE = re.compile(rf"(Info   |Warning|Error  |Debug  |Output ) {TIME} "
                   r"\[(tamb-host|qor-engine-service|tamb-engine) (\d+)(?:/(\d+))?(?:, (engine \d+ of \".*?\"))?(?:; [^]]+)?\] (\d+) (.*)")
-# A program's own words for whoever has started it.
+# A program's messages for the user who started it.
 WORDS = "tamb-host: "
 
 
@@ -23,7 +23,7 @@ class LogLine:
 
 
 def log_of(program):
-    # Not splitlines, which takes other characters for line ends, too.
+    # Not splitlines, which treats other characters as line ends, too.
     return [LogLine(line) for line in program.errors().split("\n") if line and not line.startswith(WORDS)]
 
 
@@ -82,12 +82,12 @@ class EachLine(ProgramsTest):
         for program in (service, host, refused):
             self.assertNotRegex(program.errors(), "[\x00-\x09\x0b-\x1f\x7f-\x9f]")
             log_of(program)
-        # The engine is named once.
+        # The engine is named only once.
         self.assertTrue(refused.errors().startswith("tamb-host: cannot start the engine: Engine description: "), refused.errors())
 
 
 class TheService(ProgramsTest):
-    """What it logs of jobs; the level is for whoever looks for those that failed."""
+    """Its log lines about jobs; the level identifies failed ones."""
 
     def expect_logged(self, service, level, text):
         wait_until(lambda: re.search(" ended after ", service.errors()), service.errors)

@@ -12,7 +12,7 @@ from programs_support import CORES, ENGINE, SUPERVISOR, ProgramsTest, clip, core
 class OneService(ProgramsTest):
     def test_runs_eight_engines_of_eight_hosts_at_once(self):
         service, endpoint = self.service()
-        # They pause: all of them are there until they are told to stop.
+        # They pause, so that all of them run until they are stopped.
         hosts = [self.host("--input", clip(), "--loudness", "--audio-filter", f"volume={0.5 ** number}",
                            "--at", 2.5, "Pause", "--service", endpoint) for number in range(8)]
         wait_until(lambda: all(host.lines().count("CommandDone") == 2 or host.has_ended() for host in hosts),
@@ -23,7 +23,7 @@ class OneService(ProgramsTest):
             host.interrupt()
         for number, host in enumerate(hosts):
             self.expect_exit(host, 130)
-            # Each has its own engine's notifications, and only those: half the volume is 6 dB less.
+            # Each receives only its own engine's notifications: half the volume is 6 dB less.
             done = [n["values"]["command"] for n in host.notifications() if n["line"] == "CommandDone"]
             self.assertEqual(done, ["Resume", "Pause"])
             self.assertEqual(host.lines().count("Started"), 1)
@@ -51,7 +51,7 @@ class OneService(ProgramsTest):
         self.assertIn("--engine-cores: core 1000000 cannot be used: expected is one of ", service.errors())
 
     def service_with_a_start_that_hangs(self, *arguments):
-        """A service, its endpoint, and a host whose engine's program never becomes ready: that of engine 99."""
+        """A service, its endpoint, and a host whose engine program never becomes ready: that of engine 99."""
         program = self.folder / "engine"
         program.write_text(f"""#!/bin/sh
 case " $* " in *" --engine-id=99 "*) trap 'exit 1' TERM; touch hanging; while :; do sleep 0.05; done;; esac
@@ -70,14 +70,14 @@ exec '{os.environ["TAMB_ENGINE"]}' "$@"
         hosts = [self.host(workflow, "--service", endpoint) for _ in range(10)]
         for host in hosts:
             host.wait_for_notification("Tick")
-        # Not timed: all of them have their engines while the one that came first still waits for its answer.
+        # Not timed: all of them have their engines while the first one is still waiting for its answer.
         self.assertFalse(hanging.has_ended(), hanging.everything())
         self.assertNotIn("cannot start", hanging.errors())
         for host in hosts:
             host.interrupt()
         for host in hosts:
             self.expect_exit(host, 130)
-        # The one that hangs is given up after 25 s.
+        # The start that hangs is given up after 25 s.
         self.expect_exit(hanging, 4, 60)
         self.assertIn("its process did not report within 25 s", hanging.errors())
 
@@ -87,7 +87,7 @@ exec '{os.environ["TAMB_ENGINE"]}' "$@"
         self.expect_exit(refused, 4)
         self.assertIn("too many engines: 0 are running and 1 are starting, and the limit is 1", refused.errors())
         self.assertFalse(hanging.has_ended())
-        # Whoever still waits is told, and the start is ended.
+        # A waiting host gets a reply, and the start is ended.
         service.signal(signal.SIGTERM)
         self.expect_exit(service, 0)
         self.expect_exit(hanging, 4)
@@ -140,13 +140,13 @@ exec '{os.environ["TAMB_ENGINE"]}' "$@"
                 self.expect_exit(self.host(workflow, "--service", endpoint), 3)
             else:
                 self.expect_exit(self.host("--input", clip(), "--service", endpoint), 0)
-            # Each has ended for the service too.
+            # The service has noticed the end of each.
             wait_until(lambda: service.errors().count(" ended after ") == number + 1, service.errors)
 
         for number in range(4):
             live(number)
         self.assertEqual(processes_below(service.pid), {})
-        # The hosts' connections are closed soon, but not before the hosts have ended.
+        # The hosts' connections are closed soon, but not before the hosts have exited.
         idle = wait_until(lambda: descriptors() <= 20 and descriptors(), lambda: f"{descriptors()} descriptors")
         its_threads = threads()
         for number in range(4, 20):

@@ -1,4 +1,4 @@
-"""One host has many engines, at once and again and again."""
+"""One host has many engines, at once and repeatedly."""
 
 import os
 import subprocess
@@ -8,15 +8,15 @@ from programs_support import ProgramsTest, processes_below, wait_until
 
 HOST = os.environ["MANY_ENGINES_HOST"]
 PLUGIN = os.environ["TAMB_MULTIPROCESS"]
-# Allocators, thread pools and pages of code are there after a few lives.
+# Allocators, thread pools and pages of code reach their size after a few lives.
 WARM_UP = 3
-# What an allocator may keep of the lives of eight engines at once.
+# The memory that an allocator may keep from the lives of eight engines at once.
 MEMORY_GROWTH_KIBIBYTES = 4096
 
 
 class OneHost(ProgramsTest):
     def lives(self, endpoint, at_once, lives):
-        """What the host holds after each life: descriptors, threads and resident KiB."""
+        """The resources of the host after each life: descriptors, threads and resident KiB."""
         host = subprocess.run([HOST, PLUGIN, endpoint, str(at_once), str(lives)], stdout=subprocess.PIPE,
                               stderr=subprocess.PIPE, text=True, timeout=240, check=False)
         self.assertEqual(host.returncode, 0, host.stderr)

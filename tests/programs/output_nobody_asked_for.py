@@ -1,4 +1,4 @@
-"""What becomes of an output whose run is cut: it takes the place of an earlier file only if the host asked for that."""
+"""The output of an interrupted run replaces an earlier file only if the host asked for that."""
 
 import os
 import signal
@@ -14,7 +14,7 @@ STOPPED_SECONDS = 12
 
 class Output(ProgramsTest):
     def host_at_work(self, *arguments):
-        """A host whose run has made half a second of an output that replaces an earlier one, and waits."""
+        """A paused host whose run has written half a second of an output that would replace an earlier one."""
         self.output = self.folder / "out.mkv"
         self.output.write_bytes(EARLIER)
         host = self.host("--input", clip(), "--output", self.output, "--at", 0.5, "Pause", *arguments)
@@ -63,7 +63,7 @@ class Output(ProgramsTest):
     def test_of_a_host_that_was_stopped_for_long_is_removed_and_the_host_is_told(self):
         host = self.host_at_work()
         self.kill(host.pid, signal.SIGSTOP)
-        # The fault lasts that long.
+        # The duration of the fault.
         time.sleep(STOPPED_SECONDS)
         self.kill(host.pid, signal.SIGCONT)
         self.assertEqual(host.wait(), 1, host.everything())

@@ -1,4 +1,4 @@
-"""A program that needs /proc says so where there is none. AddressSanitizer needs it as well."""
+"""A program that needs /proc reports its absence. AddressSanitizer needs /proc as well."""
 
 import os
 import unittest

@@ -1,4 +1,4 @@
-"""A workflow does the same on an engine in another process as on one in the host's."""
+"""A workflow has the same results on an engine in another process as on one in the host's process."""
 
 import os
 import pathlib
@@ -36,7 +36,7 @@ class OneWorkflow(ProgramsTest):
                                             "commands": COMMANDS})]
 
     def result(self, arguments, output):
-        """What a run writes, and what it says, but for what differs from run to run."""
+        """The output and the notifications of a run, without the values that differ between runs."""
         host = self.host(*arguments)
         self.expect_exit(host, 0)
         notifications = host.notifications()
@@ -49,7 +49,7 @@ class OneWorkflow(ProgramsTest):
         return written, notifications
 
     def name_run(self, notifications, name):
-        """Each run that is not named has an id of its own."""
+        """Each run without a name gets a unique id."""
         ids = {notification["workflowManagerId"] for notification in notifications}
         self.assertEqual(len(ids), 1)
         self.assertRegex(ids.pop(), r"^tamb-host-\d+-[0-9a-f]{8}$")
@@ -118,7 +118,7 @@ class OneWorkflow(ProgramsTest):
         self.assertTrue(written)
 
     def test_names_its_files_from_the_folder_of_the_host(self):
-        # The service runs in another one.
+        # The service runs in another folder.
         elsewhere = self.folder / "elsewhere"
         elsewhere.mkdir()
         endpoint = f"ipc://{self.folder / 'service'}"
@@ -137,7 +137,7 @@ class OneWorkflow(ProgramsTest):
         self.expect_exit(service, 0)
 
     def test_names_files_that_are_not_utf_8(self):
-        # Latin-1, as old archives have it.
+        # Latin-1, as in old archives.
         source, target = (os.fsencode(self.folder) + b"/" + name for name in (b"caf\xe9.mkv", b"caf\xe9 100%.mkv"))
         shutil.copy(os.fsencode(clip()), source)
         encoded = {"engine": "media", "input": {"percentEncoded": "caf%E9.mkv"},
@@ -163,7 +163,7 @@ class OneWorkflow(ProgramsTest):
 
 class AShortJob(ProgramsTest):
     def fastest(self, *arguments):
-        """What the fastest of five runs takes, in seconds."""
+        """The duration of the fastest of five runs, in seconds."""
         times = []
         for _ in range(5):
             start = time.monotonic()
@@ -179,7 +179,7 @@ class AShortJob(ProgramsTest):
         job = ["--input", sound, "--loudness"]
         local = self.fastest(*job, "--local")
         print(f"measured: 10 s of sound locally: {local:.3f} s", flush=True)
-        # Service, supervisor and engine process are started for it.
+        # It includes the start of service, supervisor and engine process.
         self.expect_within(Bound(5, promised=0.5), "more for 10 s of sound remotely", self.fastest(*job) - local)
 
 

@@ -1,4 +1,4 @@
-"""A host says why a run failed, why there is no engine, and what is wrong with its own usage."""
+"""A host reports why a run failed, why no engine could be started, and wrong usage."""
 
 import os
 import time
@@ -46,7 +46,7 @@ class FailedRun(ProgramsTest):
         self.assertEqual(list(self.folder.glob("out.mkv*")), [])
 
     def test_in_the_middle_leaves_nothing_of_its_output(self):
-        # The picture's size depends on the time: the output is open when it changes.
+        # The picture's size depends on the time: it changes when the output is already open.
         filter = "scale=w='if(gt(n,100),32,64)':h=48:eval=frame"
         for place in ([], ["--local"]):
             host = self.host("--input", clip(), "--output", self.folder / "out.mkv", "--video-filter", filter, *place)
@@ -72,7 +72,7 @@ class MissingEngine(ProgramsTest):
     START = "tamb-host: cannot start the engine: "
 
     def expect_no_engine(self, host, *parts):
-        """The host's own words are one line, in which all of that stands."""
+        """The host's own message is one line that contains all of these texts."""
         self.expect_exit(host, 4)
         self.assertEqual(host.output(), "")
         errors = host.errors().splitlines()
@@ -80,10 +80,10 @@ class MissingEngine(ProgramsTest):
         self.assertEqual(len(own), 1, host.errors())
         for part in parts:
             self.assertIn(part, errors[own[0]])
-        # Neither how the reply was printed nor what follows from the failure.
+        # Neither the printed reply nor the consequences of the failure.
         for noise in ("Unexpected reply", "refusal:", "Condition is not true", "\\\"", "termination request"):
             self.assertNotIn(noise, host.errors())
-        # Whatever follows is a message of its own, not the rest of a sentence.
+        # Further text is a separate message, not the rest of a sentence.
         for line in errors[own[0] + 1:]:
             self.assertRegex(line, r"^(tamb-|qor-|Warning|Error|Info)", host.errors())
 
@@ -101,7 +101,7 @@ class MissingEngine(ProgramsTest):
         for host in (self.start(*run, test_engine=False), self.start(*run, "--local", test_engine=False),
                      self.start(*run, "--service", plain, test_engine=False), self.start(*run, "--service", plain)):
             self.expect_no_engine(host, "expected one of")
-            # Quoted once more, or not.
+            # Quoted again, or not.
             self.assertRegex(host.errors(), r'is \\?"test\\?"; expected one of \\?"media\\?"(?!,)')
         for host in (self.start(*run), self.start(*run, "--local"),
                      self.start(*run, "--service", with_test_engine, test_engine=False)):
@@ -153,7 +153,7 @@ class MissingEngine(ProgramsTest):
         self.expect_no_engine(second, "too many engines", "limit is 1")
         self.assertFalse(first.has_ended())
         self.expect_exit(first, 0)
-        # The service sees that the first engine has ended within 100 ms.
+        # The service notices the end of the first engine within 100 ms.
         service.wait_for_errors("ended after")
         self.expect_exit(self.host("--input", clip(), "--service", endpoint), 0)
 
@@ -163,7 +163,7 @@ class MissingService(ProgramsTest):
         _, endpoint = self.service()
         file = self.folder / "service"
         inode = file.stat().st_ino
-        # By the same path, and by another one that leads to the same file.
+        # By the same path, and by another one to the same file.
         for spelling in (endpoint, f"ipc://{self.folder}/./service"):
             second = self.start("QOR_ENGINE_SERVICE", "--endpoint", spelling)
             self.expect_exit(second, 1)

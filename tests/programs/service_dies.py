@@ -1,4 +1,4 @@
-"""Whoever has an engine does not need the service any more."""
+"""Hosts that have an engine no longer need the service."""
 
 import signal
 import unittest

@@ -8,30 +8,30 @@ import unittest
 
 from programs_support import TEST_ENGINES, Program, ProgramsTest, clip
 
-# Of the loader, which ends a program ahead of its first line when there is no room for its libraries.
+# The message of the loader, which ends a program before its start if its libraries do not fit into memory.
 NOT_LOADED = 127
-# What a thread that is left without memory is ended by.
+# The signal that ends a thread without memory.
 ABORTED = -signal.SIGABRT
 # The exit code of a host whose engine did not report how the run ended.
 UNREPORTED = 5
 
-# As the system, the language and libraries call it.
+# The terms of the system, the language and the libraries.
 NO_MEMORY = "Cannot allocate memory|bad_alloc|OUT OF MEMORY|Resource temporarily unavailable|ulimit -v"
 
 
 class Limited(Program):
     def __init__(self, kind, limit, arguments, folder, environment):
-        # The shell is the one that has the limit from the start.
+        # The shell sets the limit, so that it applies from the start.
         option, value = {"descriptors": ("-n", limit), "memory": ("-v", limit * 1024)}[kind]
         super().__init__(["/bin/sh", "-c", f'ulimit {option} {value}; exec "$@"', "sh", *map(str, arguments)], folder, environment)
 
 
 class UnderLimits(ProgramsTest):
-    # A start that finds out about a channel which does not open waits 5 s for it.
+    # A start that notices a channel which does not open waits 5 s for it.
     WITHIN = 25
 
     def end_of(self, kind, limit, *arguments):
-        """How a host that may have so much ends, and its own words."""
+        """How a host with that limit ends, and its own message."""
         start = time.monotonic()
         host = self.watched(Limited(kind, limit, [os.environ["TAMB_HOST"], "run", "--json", "--input", clip(), *arguments],
                                     self.folder, self._environment))
@@ -72,22 +72,23 @@ class UnderLimits(ProgramsTest):
     def test_of_memory_a_host_names_it(self):
         named, code = 0, None
         limits = iter(range(220, 2000, 30))
-        # Up to the first that is enough.
+        # Up to the first limit that suffices.
         while code != 0:
             limit = next(limits)
             with self.subTest(limit=limit):
                 code, host = self.end_of("memory", limit)
-                # Where the loader has no room, it says so; libzmq, which ends a process without a word to us, does, too.
+                # The loader reports missing memory itself, and so does libzmq, which aborts the process.
                 if code == NOT_LOADED or "error while loading shared libraries" in host.errors():
                     continue
                 if code == ABORTED:
                     self.assertRegex(host.errors(), r"(?m)^(Resource temporarily unavailable|FATAL ERROR: OUT OF MEMORY) \(src/")
                     continue
                 if code == UNREPORTED and re.search(NO_MEMORY, host.errors()):
-                    # It was enough for all but the thread of the run.
+                    # The memory sufficed for everything except the thread of the run.
                     continue
                 if code in (1, 3):
-                    # It was enough to begin a run, which has failed, or whose engine has died, for want of memory.
+                    # The memory sufficed to start a run, which has failed, or whose engine has died, for lack of
+                    # memory.
                     self.assertRegex(host.notifications()[-1]["values"]["reason"], NO_MEMORY)
                 else:
                     self.expect_named(limit, code, host, "ulimit -v")

@@ -1,4 +1,4 @@
-"""A test that leaves a process behind fails, and the process is killed all the same."""
+"""A test that leaves a process behind fails, and the process is killed."""
 
 import os
 import subprocess
@@ -7,7 +7,7 @@ import unittest
 
 from processes import Process, ProcessTest, processes_below
 
-# Starts a child that lasts, prints its number, and exits before it.
+# Starts a child that keeps running, prints its id, and exits before it.
 ORPHAN = "import subprocess; print(subprocess.Popen(['sleep', '1000']).pid, flush=True)"
 DEAF = "import signal, time; signal.signal(signal.SIGTERM, signal.SIG_IGN); print(1, flush=True); time.sleep(1000)"
 
@@ -38,7 +38,7 @@ class Leftovers(unittest.TestCase):
         (_, trace), = result.failures + result.errors
         self.assertIn("left behind: ", trace)
         self.assertEqual(processes_below(os.getpid()), {})
-        # None stays a zombie either.
+        # None remains as a zombie either.
         with self.assertRaises(ChildProcessError):
             os.waitpid(-1, os.WNOHANG)
 
@@ -63,7 +63,7 @@ class Leftovers(unittest.TestCase):
 
 
 def load_tests(loader, _tests, _pattern):
-    """Those that leave something are run by the others."""
+    """The other tests run those that leave something."""
     return loader.loadTestsFromTestCase(Leftovers)
 
 

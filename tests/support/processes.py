@@ -15,16 +15,16 @@ import time
 
 from promises import PromisesTest
 
-# How long a test waits for what has to come: reached by a broken system only, however busy the machine is.
+# How long a test waits for events that have to happen: only a broken system reaches it, however busy the machine is.
 PATIENCE = 30
-# How often a test looks at another process.
+# The poll interval of a test that observes another process.
 LOOK_INTERVAL = 0.005
 
 PR_SET_CHILD_SUBREAPER = 36
 
 
 def wait_until(holds, message, seconds=PATIENCE):
-    """The first true value of `holds`; `message` is a text, or makes one."""
+    """The first true value of `holds`; `message` is a text, or a function that returns one."""
     deadline = time.monotonic() + seconds
     while not (value := holds()):
         if time.monotonic() > deadline:
@@ -34,7 +34,7 @@ def wait_until(holds, message, seconds=PATIENCE):
 
 
 def process_table():
-    """The name and the parent of each process that has not ended."""
+    """The name and the parent of each process that has not exited."""
     table = {}
     for entry in os.listdir("/proc"):
         if not entry.isdigit():
@@ -76,7 +76,7 @@ def state_of(process):
 
 
 def only(processes):
-    """The number of the one process there; 0 as long as there is none."""
+    """The id of the only process; 0 if there is none yet."""
     if len(processes) > 1:
         raise AssertionError(f"more than one: {processes}")
     return next(iter(processes), 0)
@@ -101,27 +101,27 @@ class Process:
         return self._process.pid
 
     def begin(self, line):
-        """Writes a line to its standard input; what comes of it is fetched later."""
+        """Writes a line to its standard input; answers are read later."""
         self._process.stdin.write(line.encode() + b"\n")
         self._process.stdin.flush()
 
     def output(self, since=0):
-        """What it has written to its standard output, from that byte on."""
+        """Its standard output so far, from that byte on."""
         return _content(self._output, since).decode(errors="backslashreplace")
 
     def output_size(self):
-        """In bytes, so far."""
+        """The size of its standard output so far, in bytes."""
         return os.fstat(self._output.fileno()).st_size
 
     def errors(self):
-        """What it has written to its standard error stream."""
+        """Its standard error stream so far."""
         return _content(self._errors).decode(errors="backslashreplace")
 
     def everything(self):
         return f"output:\n{self.output()}\nerrors:\n{self.errors()}"
 
     def log(self):
-        """The complete lines that it has written to its standard error stream since the last call."""
+        """The complete lines on its standard error stream since the last call."""
         written = _content(self._errors, self._log_read)
         complete = written[:written.rfind(b"\n") + 1]
         self._log_read += len(complete)
@@ -137,19 +137,19 @@ class Process:
         self._process.send_signal(number)
 
     def interrupt(self):
-        """As Ctrl-C does it: everybody in the group receives the signal."""
+        """Sends a signal to its group, as Ctrl-C does."""
         if not self.has_ended():
             os.killpg(self.pid, signal.SIGINT)
 
     def wait(self, seconds=PATIENCE):
-        """Its exit code; after a signal has ended it, the signal's number with a minus."""
+        """Its exit code; the negative number of the signal if one has killed it."""
         try:
             return self._process.wait(seconds)
         except subprocess.TimeoutExpired:
             raise AssertionError(f"process {self.pid} does not end within {seconds} s: {self.everything()}") from None
 
     def kill(self):
-        """Ends it as a crash does, and reaps it."""
+        """Kills it like a crash, and reaps it."""
         self._process.kill()
         self._process.wait(PATIENCE)
         self._close_pipes()
@@ -171,16 +171,16 @@ class Process:
 
 
 def _content(file, since=0):
-    # Reading does not move the place where the process writes.
+    # Reading does not change the position at which the process writes.
     return os.pread(file.fileno(), max(0, os.fstat(file.fileno()).st_size - since), since)
 
 
 class ProcessTest(PromisesTest):
-    """Each test has an empty folder, and at its end none of its processes may be left, nor any that they started."""
+    """Each test has an empty folder; at its end none of its processes may remain, nor any of their descendants."""
 
     @classmethod
     def setUpClass(cls):
-        # A process whose parent has died becomes a child of this one: none is lost from sight, and none stays a zombie.
+        # Orphans become children of this process, so that none is missed, and none remains as a zombie.
         if ctypes.CDLL(None, use_errno=True).prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0) != 0:
             raise OSError(ctypes.get_errno(), "cannot become the parent of orphans")
 
@@ -191,7 +191,7 @@ class ProcessTest(PromisesTest):
         self.addCleanup(self._end_processes)
 
     def watched(self, process):
-        """A process that ends with its test, at the latest."""
+        """A process that the test ends at the latest."""
         self._processes.append(process)
         return process
 
@@ -199,7 +199,7 @@ class ProcessTest(PromisesTest):
         return wait_until(condition, what)
 
     def left(self):
-        """What is left behind: processes with their names. A subclass adds its files."""
+        """The remaining processes with their names. A subclass adds its files."""
         self.reap_orphans()
         return list(processes_below(os.getpid()).items())
 
@@ -211,7 +211,7 @@ class ProcessTest(PromisesTest):
         self.assertIn(process, processes_below(os.getpid()))
         os.kill(process, number)
         if number == signal.SIGSTOP:
-            # It takes effect a moment later; another signal that comes until then may overtake it.
+            # It takes effect a moment later; an earlier second signal could overtake it.
             wait_until(lambda: state_of(process) in ("T", "Z", ""), "it does not stop")
 
     def expect_exit(self, process, code, seconds=PATIENCE):
@@ -228,7 +228,7 @@ class ProcessTest(PromisesTest):
         for process in self._processes:
             process.ensure_ended()
 
-        # All others are orphans, and so children of this process.
+        # All others are orphans, and therefore children of this process.
         def all_have_exited():
             for process in processes_below(os.getpid()):
                 try:

@@ -14,13 +14,13 @@ import unittest
 CHECKED = os.environ.get("PROMISED_TIMES") == "1"
 ATTEMPTS = 3
 SKIPPED = 77
-# How much of the processors others may use, and for how long a run waits until they use no more.
+# The share of the processors that others may use, and how long a run waits until they use less.
 IDLE_SHARE = 0.15
 IDLE_WITHIN = 60
 
 
 class Bound(float):
-    """What is checked always, in seconds, with what is promised. With a number added, both are that much later."""
+    """The bound that is always checked, in seconds, and the promised time. Adding a number delays both."""
 
     def __new__(cls, seconds, promised):
         bound = super().__new__(cls, seconds)
@@ -38,22 +38,22 @@ class MissedPromise(AssertionError):
 
 
 def busy_share(seconds=1):
-    """Which part of the processors' time others use."""
+    """The share of the processors' time that others use."""
     def times():
         with open("/proc/stat") as stat_file:
             values = list(map(int, stat_file.readline().split()[1:9]))
-        # What waits for a disk is idle too.
+        # A processor that waits for a disk is idle, too.
         return sum(values), values[3] + values[4]
 
     total, idle = times()
-    # The measurement itself.
+    # Excludes the measurement itself.
     time.sleep(seconds)
     total_then, idle_then = times()
     return 1 - (idle_then - idle) / max(1, total_then - total)
 
 
 def wait_until_idle():
-    """Whether the machine has become idle in time."""
+    """Whether the machine becomes idle in time."""
     deadline = time.monotonic() + IDLE_WITHIN
     while (share := busy_share()) > IDLE_SHARE:
         if time.monotonic() > deadline:
@@ -63,10 +63,10 @@ def wait_until_idle():
 
 
 class PromisesTest(unittest.TestCase):
-    """A test that measures what is promised."""
+    """A test that measures promised times."""
 
     def expect_within(self, bound, what, seconds):
-        """What took so many seconds is in time."""
+        """Checks that an event which took that many seconds is in time."""
         promised = getattr(bound, "promised", None)
         if promised is not None:
             print(f"measured: {what}: {seconds:.3f} s, promised: {promised:g} s", flush=True)
@@ -94,7 +94,7 @@ class PromisesTest(unittest.TestCase):
         return self._hand_over(attempt, result)
 
     def _hand_over(self, attempt, result):
-        """What the attempt came to is what the test came to."""
+        """The result of the attempt is the result of the test."""
         result.startTest(self)
         for problems in ("failures", "errors"):
             getattr(result, problems).extend(getattr(attempt, problems))
@@ -107,7 +107,7 @@ class PromisesTest(unittest.TestCase):
 
 
 def main(**arguments):
-    """Runs the tests of the program; a run whose tests were all skipped exits as such."""
+    """Runs the tests of the program; exits with a skip code if all tests were skipped."""
     program = unittest.main(exit=False, **arguments)
     result = program.result
     if CHECKED and result.wasSuccessful() and len(result.skipped) == result.testsRun:

@@ -1,4 +1,4 @@
-"""What the scripts at the top do about missing packages, with programs of the system that only note how they are called."""
+"""How the scripts in the top folder handle missing packages, with system programs that only record their calls."""
 
 import os
 import pathlib

@@ -17,7 +17,7 @@ from wire_support import BRIEFLY, PATIENCE, WireTest
 WORKFLOW_MANAGER = "wfm\0é"
 ENGINE = 2**32 - 1
 IDS = {"workflowManagerId": WORKFLOW_MANAGER, "engineId": ENGINE}
-# The types that travel, in the order in which they are read, and their lists.
+# The supported types, in the order in which they are read, and their lists.
 LISTS = {
     "Bool": "boolParams",
     "Int64": "int64Params",
@@ -57,7 +57,7 @@ def notification(**changes):
 
 
 def commands(count, first=0):
-    """As many commands that differ, some with arguments."""
+    """That many different commands, some with arguments."""
     def arguments(number):
         return [["Uint64", "number", 0, number], ["Bool", "odd", False, number % 2 == 1]]
 
@@ -72,7 +72,7 @@ def notifications(count, first=0):
             for number in range(first, first + count)]
 
 
-# Every kind of batch, by what it shows.
+# Every kind of batch, by what it demonstrates.
 COMMAND_BATCHES = {
     "no command": [],
     "three commands without arguments": [command(id=number, name=f"Command {number}") for number in (3, 1, 2)],
@@ -99,9 +99,9 @@ NOTIFICATION_BATCHES = {
 
 
 def collection(parameters):
-    """The collection as Python's Protocol Buffers have it."""
+    """The collection as an object of Python's Protocol Buffers."""
     instance = channels.ParametersCollectionInstance()
-    # Both are required, with keys or without.
+    # Both are required, with or without keys.
     instance.prototype.data.SetInParent()
     instance.data.SetInParent()
     for kind, key, default, value in parameters:
@@ -139,14 +139,14 @@ def notification_list(described):
 
 
 def encoded(described):
-    """The message that carries a batch, as Python encodes it."""
+    """The message that contains a batch, as Python encodes it."""
     has_commands = described and "name" in described[0]
     messages = command_list(described) if has_commands else notification_list(described)
     return messages.SerializeToString(deterministic=True)
 
 
 def _portable(value):
-    """The same with every double as the number that its bits make."""
+    """The same with every double as the number formed by its bits."""
     if isinstance(value, float):
         return struct.unpack("<Q", struct.pack("<d", value))[0]
     if isinstance(value, list):
@@ -157,7 +157,7 @@ def _portable(value):
 
 
 def _arrived(described, parameters_key):
-    """How the other side has it: the members of its edit rate exchanged, its keys list by list."""
+    """As the other side receives it: the members of its edit rate swapped, its keys grouped by list."""
     first, second, number = described["time"]
     parameters = described[parameters_key]
     if parameters is not None:
@@ -170,7 +170,7 @@ def arrived_command(described):
 
 
 def arrived_notification(described):
-    """But for its id, which is the receiver's own."""
+    """Without its id, which the receiver chooses."""
     arrived = _arrived(described, "object")
     del arrived["id"]
     return {**arrived, "isAnError": False}
@@ -178,7 +178,7 @@ def arrived_notification(described):
 
 class ChannelsProcess(EventfulProcess):
     def bind(self, endpoint):
-        """Binds the channel that this side sends on: its endpoint."""
+        """Binds the channel that this side sends on; returns its endpoint."""
         self.call(f"bind {endpoint}")
         return self.event("bound ").partition(" ")[2]
 
@@ -199,18 +199,18 @@ class ChannelsProcess(EventfulProcess):
         self.milliseconds_of("push-each")
 
     def refuse(self, described):
-        """Has a push made that throws: the exception's text."""
+        """Makes a push that throws; returns the exception's text."""
         self.tell("push " + json.dumps(_portable(described)))
         outcome = self.event("push ")
         assert outcome.startswith("push threw after "), outcome
         return outcome.partition(": ")[2]
 
     def arrived(self, kind, seconds=PATIENCE):
-        """What has arrived next."""
+        """The next arrival."""
         return json.loads(self.event(kind + " ", seconds).partition(" ")[2])
 
     def log_line(self, *texts):
-        """Waits for one line of the log, which has to be the next one and an error, and takes it."""
+        """Waits for the next line of the log, which has to be an error, and removes it."""
         self.wait_for_log("")
         line, _, self._whole_log = self.whole_log().partition("\n")
         assert line.startswith("Error ") and all(text in line for text in texts), line
@@ -255,7 +255,7 @@ class ChannelsTest(WireTest):
     def tearDown(self):
         for side in self._sides:
             self.assertEqual(side.whole_log(), "", "a log record that the test has not accounted for")
-        # Ahead of the stock sockets: what they still keep for those gets no time of its own then.
+        # Before the stock sockets, so that its close does not wait for messages to them.
         for side in reversed(self._sides):
             self.assertIn(side.end(), (0, -signal.SIGKILL))
         super().tearDown()
@@ -276,17 +276,17 @@ class ChannelsTest(WireTest):
         return self.ipc(name), self.tcp()
 
     def tcp(self):
-        """An address that stays this test's while the process that was bound to it is not there."""
+        """An address that remains reserved for this test while the process bound to it is not running."""
         return f"tcp://127.0.0.1:{self.held_port()}"
 
     def kill_side(self, process, *endpoints):
-        """As a crash does: the files of the endpoints that it has bound stay."""
+        """Like a crash: the files of the endpoints that it has bound remain."""
         for endpoint in endpoints:
             self._expect_file(endpoint)
         process.kill()
 
     def expect_only(self, stock, *batches):
-        """The batches come, each whole in a message of one part; nothing else does."""
+        """The batches arrive, each whole in a message of one part; nothing else does."""
         for batch in batches:
             self.assertEqual(stock.recv_multipart(), [encoded(batch)])
         self.assert_silent(stock)

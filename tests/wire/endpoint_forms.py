@@ -27,7 +27,7 @@ def has_name_of_loopback():
 
 
 needs_ipv6 = unittest.skipUnless(has_ipv6_loopback(), "this machine has no address ::1")
-# A root folder without /etc/hosts, as a bare chroot is.
+# A root folder without /etc/hosts, like a bare chroot.
 needs_name_of_loopback = unittest.skipUnless(has_name_of_loopback(), "this machine does not know the name localhost")
 
 

@@ -9,15 +9,15 @@ from engine_support import (
     HEARTBEAT, PING, REQUEST_STOP, SUCCESS, TERMINATION, EngineTest, StockEngine, freeze)
 from wire_support import PATIENCE
 
-# In milliseconds, with what a busy machine may add: half a second for the connection to come back, as much for a
-# heartbeat that is ahead; 3 s more until a frozen peer is noticed.
+# In milliseconds, with a margin for a busy machine: half a second until the connection is restored, the same for a
+# heartbeat that is sent first; 3 s more until a frozen peer is noticed.
 CALL_BOUND = 2000
 FROZEN_CALL_BOUND = 6000
 LOST = "the connection was lost before the reply came"
 
 
 class Engines:
-    """A stock replier and a stock publisher in processes of their own."""
+    """A stock replier and a stock publisher in their own processes."""
 
     def __init__(self, test, request_endpoint, status_endpoint):
         self.replier = test.stock_process("REP", request_endpoint)
@@ -29,7 +29,7 @@ class Engines:
         return engine.EngineFrontEndRequest.FromString(self.replier.receive())
 
     def serve_until(self, kind):
-        """Answers every request until one of the kind comes, which stays unanswered."""
+        """Answers every request until one of that kind arrives, which gets no answer."""
         while self.next_request().type != kind:
             self.replier.send(SUCCESS)
 
@@ -48,7 +48,7 @@ class OurFrontEnd(EngineTest):
             yield stock, host
 
     def begin_ping(self, stock, host):
-        """A ping that the engine has received, and not answered."""
+        """A ping that the engine has received, but not answered."""
         host.tell("ping 5")
         stock.serve_until(PING)
 
@@ -102,7 +102,7 @@ class OurFrontEnd(EngineTest):
             stock.kill()
             host.milliseconds_of("ping")
             successor = Engines(self, stock.request_endpoint, stock.status_endpoint)
-            # Heartbeats come by themselves; no request is left over from before.
+            # Heartbeats are sent automatically; no earlier request is left.
             successor.serve_until(HEARTBEAT)
             successor.replier.send(SUCCESS)
             host.forget_log()
@@ -122,7 +122,7 @@ class OurFrontEnd(EngineTest):
             self.assertLess(1000 * (time.monotonic() - start), FROZEN_CALL_BOUND)
             host.wait_for_log("Error", "Failed sending ping to remote engine on:", LOST)
             stock.replier.signal(signal.SIGCONT)
-            # Its late reply is nobody's, least of all the next request's.
+            # Its late reply is discarded, and not mistaken for the next request's.
             stock.replier.send(engine.EngineBackEndReply(type=engine.EngineBackEndReply.Failure, errorString="late"))
             stock.serve_until(HEARTBEAT)
             stock.replier.send(SUCCESS)
@@ -140,7 +140,7 @@ class OurFrontEnd(EngineTest):
         stock.serve_until(lambda: HEARTBEAT in stock.kinds())
         host.tell("ping 5")
         host.tell("request_stop")
-        # Several heartbeats are due; the exchange under way comes first.
+        # Several heartbeats are due; the pending exchange comes first.
         self.assertFalse(host.has_event("", 4), "a call has ended without a reply")
         self.assertEqual(stock.replier.poll(0), 0)
         self.assertEqual(stock.kinds(), [HEARTBEAT])
@@ -163,7 +163,7 @@ class OurFrontEnd(EngineTest):
             stock.kill()
             for call in ("ping", "ping", "request_stop"):
                 host.milliseconds_of(call)
-            # Each of them, and a heartbeat or two, gives the connection half a second to come back.
+            # Each of them, and a heartbeat or two, waits half a second for the connection.
             self.assertLess(time.monotonic() - start, 5)
             self.expect_destruction_in_time(host)
 

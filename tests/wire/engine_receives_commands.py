@@ -1,4 +1,4 @@
-"""Our command back end is fed by a stock publisher: what it delivers, and what it makes of strange messages."""
+"""Our command back end with a stock publisher: what it delivers, and how it handles strange messages."""
 
 import unittest
 
@@ -18,12 +18,12 @@ class OurBackEnd(ChannelsTest):
         self.publisher = self.publisher_for(self.engine.subscribe)
 
     def expect_good(self):
-        """Reception has come as far as this, and nothing else was delivered before."""
+        """Reception has reached this command, and has delivered nothing else before."""
         self.publisher.send(encoded([GOOD]))
         self.assertEqual(self.engine.command(), arrived_command(GOOD))
 
     def publish_with_arguments(self, arguments):
-        """A command whose arguments are encoded already, and then a good one."""
+        """A command whose arguments are already encoded, and then a valid one."""
         messages = command_list([command()])
         messages.messages[0].commandArgs.CopyFrom(arguments)
         self.publisher.send(messages.SerializeToString())
@@ -67,7 +67,7 @@ class OurBackEnd(ChannelsTest):
         arguments = collection(FIVE_TYPES)
         for common in (arguments.prototype.data, arguments.data):
             common.utf16StringParams.add(key="wide", value="w\0i\0d\0e\0")
-            # Not even a key that is there twice is looked at.
+            # Even a duplicate key is ignored.
             common.utf16StringParams.add(key="title", value="")
         self.publish_with_arguments(arguments)
         self.expect_commands(self.engine, [command(args=FIVE_TYPES)])

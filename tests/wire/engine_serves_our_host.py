@@ -1,4 +1,4 @@
-"""Our front end as an engine on stock sockets sees it, and what it makes of each kind of reply and status."""
+"""Our front end with an engine on stock sockets, and how it handles each kind of reply and status."""
 
 import unittest
 
@@ -18,7 +18,7 @@ class OurFrontEnd(EngineTest):
         self.host = self.host_process()
 
     def configured(self, **options):
-        """A stock engine that our front end is configured with, and has heard of: it is idle."""
+        """A stock engine, and our front end configured with it; the front end has received the status Idle."""
         stock = StockEngine(self, **options)
         self.host.configure(stock)
         stock.serve_until(lambda: HEARTBEAT in stock.kinds() and stock.publisher.poll(0))
@@ -27,7 +27,7 @@ class OurFrontEnd(EngineTest):
         return stock
 
     def serve_end(self, stock):
-        """The front end says goodbye as its last, and nothing is in the log that the test has not looked at."""
+        """The front end finally disconnects, and the log contains nothing that the test has not checked."""
         self.host.forget_log()
         stock.serve_call(self.host, "destroy")
         self.assertEqual(stock.kinds()[-1], TERMINATION)
@@ -40,7 +40,7 @@ class OurFrontEnd(EngineTest):
         stock.serve_call(self.host, "ping 5")
 
     def expect_ping_failure(self, stock, encoding, *texts):
-        """The ping returns in spite of it, and the host goes on."""
+        """The ping nevertheless returns, and the host continues."""
         self.host.forget_log()
         self.ping_answered_with(stock, encoding)
         self.host.wait_for_log("Error", "Failed sending ping to remote engine on:", "TcpEngineFrontEndCommandSocket",

@@ -15,7 +15,7 @@ from wire_support import LOOK_INTERVAL, PATIENCE, DrivenProcess, WireTest
 
 RUN, PING, REQUEST_START, REQUEST_STOP, WAIT_FOR_STOP, TERMINATION, HEARTBEAT = range(7)
 SUCCESS = engine.EngineBackEndReply(type=engine.EngineBackEndReply.Success, errorString="", replyString="")
-# A status is published once a second; the rest is for a busy machine.
+# A status is published once a second; the rest is a margin for a busy machine.
 STATUS_BOUND = 3
 
 
@@ -29,7 +29,7 @@ def _thread_is_frozen(process, thread):
 
 
 def freeze(process):
-    """Freezes a process, and waits until each of its threads has stopped: on a busy machine that takes a while."""
+    """Freezes a process, and waits until each of its threads has stopped, which takes a while on a busy machine."""
     process.signal(signal.SIGSTOP)
     deadline = time.monotonic() + PATIENCE
     while not all(_thread_is_frozen(process, thread) for thread in os.listdir(f"/proc/{process.pid}/task")):
@@ -51,14 +51,14 @@ class EventfulProcess(DrivenProcess):
         self.begin(line)
 
     def _take_in(self, seconds):
-        """Takes in what has been said, waiting for it if need be; whether anything has."""
+        """Reads the process's output, and waits for some if need be; returns whether there was any."""
         if not self.has_answer_within(seconds):
             return False
         self._events.append(self.answer())
         return True
 
     def has_event(self, beginning, seconds=0):
-        """Whether the event has come, or comes in time."""
+        """Whether the event has occurred, or occurs in time."""
         deadline = time.monotonic() + seconds
         while not any(event.startswith(beginning) for event in self._events):
             if not self._take_in(max(0, deadline - time.monotonic())):
@@ -66,14 +66,14 @@ class EventfulProcess(DrivenProcess):
         return True
 
     def event(self, beginning, seconds=PATIENCE):
-        """Waits for the event, and takes it."""
+        """Waits for the event, and removes it."""
         if not self.has_event(beginning, seconds):
             raise AssertionError(f"no '{beginning}' within {seconds} s: {self._events}, {self.whole_log()}")
         index = next(i for i, event in enumerate(self._events) if event.startswith(beginning))
         return self._events.pop(index)
 
     def milliseconds_of(self, call, seconds=PATIENCE, outcome="returned"):
-        """Waits for a call to return, or to throw: how long it took."""
+        """Waits for a call to return or to throw; returns its duration."""
         event = self.event(call + " ", seconds)
         match = re.match(rf"{call} {outcome} after (\d+)", event)
         if not match:
@@ -81,7 +81,7 @@ class EventfulProcess(DrivenProcess):
         return int(match[1])
 
     def call(self, line, seconds=PATIENCE):
-        """Has a call made that returns, and waits for it: how long it took, in milliseconds."""
+        """Makes a call that returns, and waits for it; returns its duration in milliseconds."""
         self.tell(line)
         return self.milliseconds_of(line.split()[0], seconds)
 
@@ -94,7 +94,7 @@ class EventfulProcess(DrivenProcess):
         self._whole_log = ""
 
     def wait_for_log(self, *texts, seconds=PATIENCE):
-        """Waits until a line of the log holds all of the texts."""
+        """Waits until a line of the log contains all of the texts."""
         deadline = time.monotonic() + seconds
         while not any(all(text in line for text in texts) for line in self.whole_log().splitlines()):
             if time.monotonic() > deadline:
@@ -102,7 +102,7 @@ class EventfulProcess(DrivenProcess):
             time.sleep(LOOK_INTERVAL)
 
     def end(self):
-        # A test that has failed may have left the process frozen.
+        # A failed test may have left the process frozen.
         self.signal(signal.SIGCONT)
         return super().end()
 
@@ -111,14 +111,14 @@ class EventfulProcess(DrivenProcess):
 
 
 class EngineProcess(EventfulProcess):
-    """Our back end, with an engine that does as it is told."""
+    """Our back end, with an engine that the test controls."""
 
     def __init__(self, request_endpoint, status_endpoint):
         super().__init__([os.environ["ENGINE_BACK_END_PEER"], request_endpoint, status_endpoint])
         _, self.request_endpoint, self.status_endpoint = self.event("listening ").split()
 
     def from_now_on(self, line):
-        """Has the engine behave so. It reaches the engine another way than requests do, and might come after them."""
+        """Sets the engine's behaviour, and waits until it is set: requests take another way and could overtake it."""
         self.tell(line)
         self.event("from now on " + line.split()[0])
 
@@ -142,7 +142,7 @@ class EngineTest(WireTest):
         return self.watched(HostProcess())
 
     def engine_over(self, transport):
-        """Our back end, at addresses of its own."""
+        """Our back end, at its own addresses."""
         if transport == "tcp":
             return self.engine_process("tcp://127.0.0.1:0", "tcp://127.0.0.1:0")
         return self.engine_process()
@@ -151,13 +151,13 @@ class EngineTest(WireTest):
         return "ipc", "tcp"
 
     def kill_engine(self, engine_process):
-        """As a crash does: its socket files stay."""
+        """Like a crash: its socket files remain."""
         for endpoint in (engine_process.request_endpoint, engine_process.status_endpoint):
             self._expect_file(endpoint)
         engine_process.kill()
 
     def begin_wait_for_stop(self, host):
-        """The engine runs: has the host wait for its end, as soon as the host knows that it runs."""
+        """Makes the host wait for the end of the run, once it has received the status Running."""
         def is_waiting():
             host.tell("wait_for_stop 60000")
             host.call("ping 0")
@@ -173,7 +173,7 @@ class EngineTest(WireTest):
         return engine.EngineBackEndReply.FromString(requester.recv())
 
     def expect_success(self, requester, encoding):
-        """The reply is the exact one: both texts are there, and empty."""
+        """The reply has exactly these bytes: both texts are present and empty."""
         requester.send(encoding)
         self.assertEqual(requester.recv(), SUCCESS.SerializeToString())
 
@@ -192,7 +192,7 @@ class EngineTest(WireTest):
         return engine.EngineStatus.Status.Name(engine.EngineStatus.FromString(parts[0]).status)
 
     def expect_status(self, subscriber, name, after=()):
-        """Waits for the status; until then no other one than those of `after` comes."""
+        """Waits for the status; until then only statuses in `after` arrive."""
         deadline = time.monotonic() + PATIENCE
         while (received := self.next_status(subscriber)) != name:
             self.assertIn(received, after)
@@ -210,7 +210,7 @@ class StockEngine:
         self._test = test
         self.replier, self.request_endpoint = test.stock_bound(kind, endpoint("request"))
         self.publisher, self.status_endpoint = test.stock_bound(zmq.XPUB, endpoint("status"))
-        # What is answered, by the kind of request; None for nothing. Everything else is answered with success.
+        # The answers by kind of request; None for no answer. All other requests are answered with success.
         self.answers = {}
         # Every request, with the time of its arrival.
         self.requests = []
@@ -243,7 +243,7 @@ class StockEngine:
                 self.answer(envelope, answer)
 
     def serve_call(self, host, line, seconds=PATIENCE):
-        """Has the host make a call, and serves until it has returned: how long it took, in milliseconds."""
+        """Makes the host call an operation, and serves until it has returned; returns its duration in milliseconds."""
         host.tell(line)
         name = line.split()[0]
         self.serve_until(lambda: host.has_event(name + " "), seconds)

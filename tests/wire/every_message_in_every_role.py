@@ -1,4 +1,4 @@
-"""Every kind of message passes between our socket and a stock one, in every role and both ways, byte for byte."""
+"""Every kind of message passes between our socket and a stock one, in every role and both directions, byte for byte."""
 
 import unittest
 
@@ -9,7 +9,7 @@ from wire_support import EVERY_MESSAGE, WireTest
 
 class EveryMessage(WireTest):
     def expect_received(self, ours, name, message):
-        """Our side gets the message, and encodes it as Python does."""
+        """Our side receives the message, and encodes it as Python does."""
         self.assertEqual(ours.receive(type(message).__name__), (0, message.SerializeToString()), name)
 
     def test_goes_from_our_publisher_to_a_stock_subscriber(self):
@@ -29,7 +29,7 @@ class EveryMessage(WireTest):
     def test_goes_from_a_stock_pub_to_our_subscriber(self):
         stock, endpoint = self.stock_bound(zmq.PUB)
         ours = self.connected("Subscriber", endpoint)
-        # A stock publisher drops what it sends before it knows of a subscriber, and does not tell.
+        # A stock publisher silently drops messages until it knows a subscriber.
         greeting, last = EVERY_MESSAGE["status Idle"], EVERY_MESSAGE["status EndOfLife"]
         stock.send(greeting.SerializeToString())
         while ours.poll(10) == 1:

@@ -1,4 +1,4 @@
-"""Our back end as a host on stock sockets sees it: each request's reply, and the statuses."""
+"""Our back end with a host on stock sockets: the reply to each request, and the statuses."""
 
 import time
 import unittest
@@ -77,7 +77,7 @@ class OurBackEnd(EngineTest):
         self.assert_silent(self.host)
         other = self.stock_connected(zmq.REQ, self.engine.request_endpoint)
         self.expect_success(other, request(HEARTBEAT, 0))
-        # The one that got none can go on too, if it is of a kind that may.
+        # The peer without a reply can also continue, if its kind of socket allows that.
         dealer = self.stock_connected(zmq.DEALER, self.engine.request_endpoint)
         dealer.send_multipart([b"", request(REQUEST_START, 0)])
         dealer.send_multipart([b"", request(HEARTBEAT, 0)])
@@ -115,7 +115,7 @@ class OurBackEnd(EngineTest):
     def test_publishes_a_change_without_waiting_for_the_second_to_be_over(self):
         subscriber = self.subscriber(self.engine.status_endpoint)
         self.expect_status(subscriber, "Idle")
-        # Right after a publication: the next regular one is a second away.
+        # Right after a publication, so that the next regular one is a second away.
         self.expect_status(subscriber, "Idle")
         start = time.monotonic()
         self.expect_success(self.host, request(RUN))
@@ -158,7 +158,7 @@ class OurBackEnd(EngineTest):
         self.expect_success(self.host, request(TERMINATION, 0))
         self.assertLess(self.engine.milliseconds_of("wait"), 5000)
         self.assertNotIn("timeout on frontend heartbeat", self.engine.whole_log())
-        # Who asks only now is told at once.
+        # A late caller returns at once.
         self.assertLess(self.engine.call("wait"), 2000)
 
     def test_serves_on_when_hosts_vanish_with_their_requests_unanswered(self):

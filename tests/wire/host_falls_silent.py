@@ -27,7 +27,7 @@ class OurBackEnd(EngineTest):
         self.assertGreater(time.monotonic() - start, SILENCE - 0.5)
         self.expect_within(LATEST, "a silent host is given up", time.monotonic() - start)
         self.engine.wait_for_log("Warning", WARNING)
-        # It is up to the process to go. Until then it answers.
+        # The process decides when to exit. Until then it answers.
         self.expect_success(self.host, request(HEARTBEAT, 0))
 
     def test_stays_as_long_as_any_request_comes(self):
@@ -35,7 +35,7 @@ class OurBackEnd(EngineTest):
         start = time.monotonic()
         while time.monotonic() - start < 1.3 * SILENCE:
             self.assertFalse(self.engine.has_event("wait", 3), "left although there were requests")
-            # Even one that is not answered, nor can be read, shows that there is somebody.
+            # Even a message that gets no reply, or that cannot be parsed, proves that a host exists.
             self.stock_connected(zmq.REQ, self.engine.request_endpoint).send(request(REQUEST_START, 0))
             self.assertFalse(self.engine.has_event("wait", 3), "left although there were requests")
             self.stock_connected(zmq.REQ, self.engine.request_endpoint).send(b"\xff")

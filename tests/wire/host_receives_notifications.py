@@ -20,7 +20,7 @@ class OurFrontEnd(ChannelsTest):
         self.publisher = self.publisher_for(self.host.subscribe)
 
     def expect_good(self):
-        """Reception has come as far as this, and nothing else was delivered before."""
+        """Reception has reached this notification, and has delivered nothing else before."""
         self.publisher.send(encoded([GOOD]))
         self.expect_notifications(self.host, [GOOD])
 
@@ -87,7 +87,7 @@ class OurFrontEnd(ChannelsTest):
         parameters = collection(FIVE_TYPES)
         for common in (parameters.prototype.data, parameters.data):
             common.utf16StringParams.add(key="wide", value="w\0i\0d\0e\0")
-            # Not even a key that is there twice is looked at.
+            # Even a duplicate key is ignored.
             common.utf16StringParams.add(key="title", value="")
         self.publish_with_object(parameters)
         self.expect_notifications(self.host, [notification(object=FIVE_TYPES)])

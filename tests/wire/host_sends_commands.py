@@ -1,4 +1,4 @@
-"""Our command front end as a stock subscriber sees it: each batch is one message, byte by byte as Python encodes it."""
+"""Our command front end with a stock subscriber: each batch is one message, byte by byte as Python encodes it."""
 
 import time
 import unittest
@@ -11,7 +11,7 @@ SOURCE = "src/TcpCommandProcessorFrontEnd"
 
 
 def of_size(size):
-    """A command whose batch has just that encoded size."""
+    """A command whose batch has exactly that encoded size."""
     text = "x" * (size - len(encoded([command(name="x" * size)])) + size)
     return command(name=text)
 
@@ -113,7 +113,7 @@ class OurFrontEnd(ChannelsTest):
         number = 0
         silent = set(listeners)
         deadline = time.monotonic() + PATIENCE
-        # Who is there is learnt from what arrives.
+        # Only what arrives tells which subscriber is connected.
         while silent:
             self.assertLess(time.monotonic(), deadline, "nothing reaches some of them")
             self.host.push([command(id=number)])

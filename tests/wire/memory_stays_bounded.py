@@ -1,4 +1,4 @@
-"""What a peer can make our sockets keep: a few messages for each connection, however many it sends."""
+"""The limits of what a peer can make our sockets keep: a few messages per connection, however many it sends."""
 
 import select
 import socket
@@ -10,17 +10,17 @@ import zmq
 from wire_support import BOUND, PATIENCE, WireTest, number_of, reply, status
 
 PEERS = 8
-# That a replier keeps for each connection.
+# The number that a replier keeps for each connection.
 REQUESTS = 16
-# As large as a message may be; far more of it is sent than our side may keep.
+# As large as a message may be; far more are sent than our side may keep.
 LARGE = reply("x" * (BOUND - 20)).SerializeToString()
 FLOOD_MEBIBYTES = 400
-# How long a flood has to have stood still to be over: our side takes no more.
+# A flood is over when it has stalled that long, because our side reads no more.
 STANDSTILL = 1.0
 
 
 class Flood:
-    """Sends on stock sockets until all has been sent, or until nobody has taken anything for a while."""
+    """Sends on stock sockets until all has been sent, or until no peer has read for a while."""
 
     def __init__(self, sockets, parts, mebibytes):
         self._sockets = sockets
@@ -46,7 +46,7 @@ class OurMemory(WireTest):
         return ours.resident_mebibytes() - before
 
     def flooding(self, kind, endpoint):
-        # What the flooding side keeps itself is not to be mistaken for what ours has taken.
+        # The flooding side's own queue must not count as received by ours.
         return self.stock_connected(kind, endpoint, {zmq.SNDHWM: 1})
 
     def test_does_not_grow_by_requests_that_pile_up(self):
@@ -58,7 +58,7 @@ class OurMemory(WireTest):
         before = ours.resident_mebibytes()
         requesters = [self.flooding(zmq.DEALER, endpoint) for _ in range(PEERS)]
         Flood(requesters, [b"", LARGE], FLOOD_MEBIBYTES).run()
-        # What is kept for each connection, and what the library reads ahead.
+        # The queue of each connection, and the data that the library reads ahead.
         self.assertLess(self.grown(ours, before), PEERS * REQUESTS * BOUND / (1 << 20) + 8)
         for stock in requesters:
             stock.close()
@@ -124,7 +124,7 @@ class OurMemory(WireTest):
                     pass
             for number in range(begin, begin + 100):
                 self.assertEqual(number_of(reader.recv()), number)
-        # For each of those that wait, 30 MB were sent; a topic costs many times its size.
+        # 30 MB were sent for each waiting subscriber; a topic costs many times its size.
         self.assertLess(self.grown(ours, before), 20)
         for stock in waiting:
             self.assertEqual(stock.poll(0), 0)
@@ -146,7 +146,7 @@ class ASilentConnection(WireTest):
             for connection in silent:
                 self.addCleanup(connection.close)
             open_ones = set(silent)
-            # libzmq gives a peer 30 s to answer the handshake, unless it is told otherwise.
+            # By default libzmq allows a peer 30 s for the handshake.
             deadline = time.monotonic() + 15
             while open_ones and time.monotonic() < deadline:
                 for connection in select.select(list(open_ones), [], [], 0.1)[0]:

@@ -1,4 +1,4 @@
-"""A message that no sender of this system would ever send is cut off; whoever sent it harms nobody but itself."""
+"""An oversized message is cut off, and affects only its sender."""
 
 import unittest
 
@@ -6,7 +6,7 @@ import zmq
 
 from wire_support import PATIENCE, PeerFailure, WireTest, reply, status
 
-# One byte more than our side reads.
+# One byte more than our side accepts.
 OVERSIZED = bytes((128 << 10) + 1)
 OVERSIZED_REPLY = bytes((1 << 20) + 1)
 
@@ -40,7 +40,7 @@ class AnOversizedMessage(WireTest):
         stock.send(status("Idle").SerializeToString())
         ours.end_poll()
         self.assertEqual(ours.receive("EngineStatus"), (0, status("Idle").SerializeToString()))
-        # One for each ten seconds that the machine took.
+        # One line for each ten seconds that the test took.
         self.assertIn(len(ours.log()), range(1, 4))
 
     def test_to_our_replier_cuts_one_connection_and_everyone_is_served(self):

@@ -1,4 +1,4 @@
-"""A publisher of ours whose endpoint allows one reader, and stock subscribers that all want to be it."""
+"""Our publisher with an endpoint for one reader, and several stock subscribers that compete for it."""
 
 import os
 import re
@@ -15,13 +15,13 @@ REFUSED = re.compile(r"^Warning Ours \(Publisher \S+\?readers=1\): refused a sub
                      r"127\.0\.0\.1|which has disconnected): its one reader is connected$")
 
 
-# For each there is a chance that the publisher is interrupted between two steps that belong together.
+# Each attempt may interrupt the publisher between two steps that belong together.
 BROKEN_PEERS = 3000
 
 GREETING = b"\xff" + 8 * b"\0" + b"\x7f\3\0" + b"NULL".ljust(20, b"\0") + 32 * b"\0"
 READY = b"\4\x19\5READY\x0bSocket-Type\0\0\0\3SUB"
 SUBSCRIPTION = b"\0\1\1"
-# Announces 1 MiB, which no subscriber has reason to send.
+# Announces 1 MiB, which a subscriber never sends.
 TOO_LONG = b"\2" + (1 << 20).to_bytes(8, "big")
 
 
@@ -45,7 +45,7 @@ def subscribe_and_break(path):
             while peer.recv(4096):
                 pass
         except (ConnectionResetError, BrokenPipeError):
-            # Disconnected earlier, because it could not be told from the one before.
+            # Disconnected earlier, because it could not be distinguished from its predecessor.
             pass
 
 
@@ -66,7 +66,7 @@ def address_of(endpoint):
 
 class APublisherForOneReader(WireTest):
     def limited(self, address=None, close_policy=2):
-        """A publisher of ours for one reader, and the address that stock peers connect to."""
+        """Our publisher for one reader, and the address that stock peers connect to."""
         ours, endpoint = self.bound("Publisher", (address or self.ipc()) + "?readers=1", close_policy=close_policy)
         return ours, address_of(endpoint)
 
@@ -83,7 +83,7 @@ class APublisherForOneReader(WireTest):
         return lines
 
     def send_until_heard_by(self, ours, stock, sent):
-        """Sends one number after the other until the subscriber has one: the number of those sent."""
+        """Sends consecutive numbers until the subscriber has received one; returns the count."""
         while stock.poll(10) == 0:
             ours.send_numbered(sent, 1)
             sent += 1
@@ -102,7 +102,7 @@ class APublisherForOneReader(WireTest):
                 self.assertEqual(number_of(first.recv()), number)
             for other in others:
                 self.assertEqual(other.poll(100), 0)
-            # Each was told of once, however long it waits.
+            # Each was logged once, however long it waits.
             self.assertEqual(ours.log(), [])
             for stock in (first, *others):
                 stock.close()
@@ -117,7 +117,7 @@ class APublisherForOneReader(WireTest):
         idle = self.stock_process("SUB", address)
         self.await_refusals(ours, 1)
         idle.signal(signal.SIGSTOP)
-        # Far more than all queues to a reader hold together.
+        # Far more than all queues to a reader can contain.
         for begin in range(1, 100_001, 5000):
             ours.send_numbered(begin, 5000, 100)
             for number in range(begin, begin + 5000):
@@ -169,14 +169,14 @@ class APublisherForOneReader(WireTest):
             passing.close()
             for number in range(begin, begin + 10):
                 self.assertEqual(number_of(first.recv()), number)
-        # Ten lines in ten seconds at most, and what is counted beyond them.
+        # At most ten lines in ten seconds, and a count of the others.
         self.assertLess(len(ours.log()), 60)
         ours.close()
         ours.log()
 
     def test_cuts_off_who_asks_for_something_else_than_everything(self):
         ours, address = self.limited()
-        # XSUB sends whatever it is given.
+        # XSUB sends any bytes.
         for message in (b"\x01topic", b"\x02", b"", b"\x01" * 1000):
             stranger = self.stock_connected(zmq.XSUB, address)
             monitor = stranger.get_monitor_socket(zmq.EVENT_DISCONNECTED)
@@ -221,7 +221,7 @@ class APublisherForOneReader(WireTest):
             for stock in passing:
                 stock.close()
         reader = self.subscriber(address)
-        # What was sent first may have been kept, or lost with somebody who passed.
+        # The first messages may have been kept, or lost with an earlier subscriber.
         self.send_until_heard_by(ours, reader, 1000)
         ours.send_numbered(9000, 10)
         numbers = []
@@ -266,7 +266,7 @@ class APublisherForOneReader(WireTest):
 
     def test_is_not_left_to_a_peer_that_breaks_the_protocol(self):
         ours, address = self.limited()
-        # Its two threads take turns, so that each may be held up between any two of its steps.
+        # Its two threads alternate, so that each may be interrupted between any two of its steps.
         os.sched_setaffinity(ours.pid, {min(os.sched_getaffinity(0))})
         ours.send_numbered(0, 1000)
         for _ in range(BROKEN_PEERS):

@@ -1,4 +1,4 @@
-"""A stock subscriber gets all that our publisher was given, in order, whenever it joins and however slow it is."""
+"""A stock subscriber receives everything that our publisher sends, in order, whenever it joins and however slow it is."""
 
 import unittest
 
@@ -56,7 +56,7 @@ class OurPublisher(WireTest):
         ours.send(numbered(0))
         self.expect_numbers(first, 0, 1)
         first.unsubscribe(b"")
-        # It is there still, so that only a message that it does not get tells that the publisher has heard of it.
+        # It is still connected, so only a missing message shows that the publisher has noticed.
         number = 1
         ours.send(numbered(number))
         while first.poll(50) != 0:
@@ -66,7 +66,7 @@ class OurPublisher(WireTest):
         ours.send_numbered(number + 1, 100)
         second = self.subscriber(endpoint)
         seen = number_of(second.recv())
-        # That one message may have gone to nobody.
+        # This message may have been lost.
         self.assertIn(seen, (number, number + 1))
         self.expect_numbers(second, seen + 1, number + 100 - seen)
 
@@ -77,7 +77,7 @@ class OurPublisher(WireTest):
         self.assert_silent(topical)
         real = self.subscriber(endpoint)
         self.expect_numbers(real, 0, 1)
-        # Its subscription counts all the same when there is somebody else.
+        # Its subscription still counts if there is another subscriber.
         number = 0
         while topical.poll(10) == 0:
             number += 1
@@ -126,7 +126,7 @@ class OurPublisher(WireTest):
     def test_hands_over_on_closing_what_a_slow_subscriber_has_yet_to_take(self):
         for endpoint in self.each_endpoint():
             ours, endpoint = self.bound("Publisher", endpoint)
-            # With its queue full, a stock subscriber drops on its publisher's close what it has yet to read.
+            # With its queue full, a stock subscriber drops unread messages when its publisher closes.
             stock = self.stock_connected(zmq.SUB, endpoint, {zmq.SUBSCRIBE: b"", zmq.RCVHWM: 0})
             ours.send_numbered(0, 20000)
             ours.begin("close")
@@ -143,7 +143,7 @@ class OurPublisher(WireTest):
             first.close()
             self.wait_until_gone(ours, alone)
             ours.send_numbered(10000, 100)
-            # What was on its way to the first one went with it; from there on, the second gets everything.
+            # Messages in transit to the first one are lost; from there on, the second receives everything.
             second = self.subscriber(endpoint)
             number = number_of(second.recv())
             self.assertLessEqual(number, 10000)

@@ -1,4 +1,4 @@
-"""No requester, however it behaves, keeps our replier from serving the next one."""
+"""No requester, however it behaves, prevents our replier from serving the next one."""
 
 import unittest
 
@@ -16,7 +16,7 @@ class OurReplier(WireTest):
         return self.stock_connected(zmq.REQ, self.endpoint, options)
 
     def serve(self, stock, text):
-        """One whole exchange."""
+        """One complete exchange."""
         stock.send(status().SerializeToString())
         self.expect_request(status())
         self.ours.send(reply(text))
@@ -35,7 +35,7 @@ class OurReplier(WireTest):
         try:
             self.ours.send(reply("too late"))
         except PeerFailure as failure:
-            # The replier may or may not have heard of it yet.
+            # The replier may or may not have noticed it yet.
             self.assertIn("the requester has gone before its reply", str(failure))
         self.serve(self.requester(), "next")
 
@@ -48,7 +48,7 @@ class OurReplier(WireTest):
         self.wait_until_gone(self.ours, before)
         self.expect_request(status())
         with self.assertRaisesRegex(PeerFailure, "Listening.*the requester has gone before its reply"):
-            # The poll has let the replier hear of it.
+            # During the poll the replier has noticed it.
             self.assertEqual(self.ours.poll(0), 1)
             self.ours.send(reply("too late"))
         self.serve(self.requester(), "next")
@@ -116,7 +116,7 @@ class OurReplier(WireTest):
         self.ours.close()
         self.assertFalse(self.ours.is_open())
         self.ours.open("Replier", self.endpoint)
-        # What a stock requester sends before it has heard of its loss goes nowhere.
+        # Requests that a stock requester sends before it notices the loss are lost.
         self.assertEqual(monitor.poll(1000 * PATIENCE), zmq.POLLIN)
         stock.disable_monitor()
         monitor.close()

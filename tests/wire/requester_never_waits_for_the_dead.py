@@ -1,4 +1,4 @@
-"""Our requester waits for a slow peer as long as it takes, and not for one that is dead, frozen or foreign."""
+"""Our requester waits for a slow peer without limit, but not for one that is dead, frozen or foreign."""
 
 import signal
 import time
@@ -8,28 +8,28 @@ import zmq
 from promises import Bound, main
 from wire_support import PeerFailure, WireTest, numbered, reply, status
 
-# When a crash is seen, and a frozen peer.
+# When a crash is noticed, and a frozen peer.
 CRASH_BOUND = Bound(2, promised=0.1)
 FREEZE_BOUND = Bound(6, promised=3)
 
 
 class OurRequester(WireTest):
     def expect_exchange(self, ours, peer, number):
-        """One whole exchange that works at the first attempt."""
+        """One complete exchange that works at the first attempt."""
         ours.send(numbered(number))
         self.assertEqual(peer.receive(), numbered(number).SerializeToString())
         peer.send(reply(str(number)))
         self.assertEqual(ours.receive("EngineBackEndReply"), (0, reply(str(number)).SerializeToString()))
 
     def expect_loss(self, ours, within):
-        """The receive that is under way fails for the lost connection."""
+        """The pending receive fails because of the lost connection."""
         start = time.monotonic()
         with self.assertRaisesRegex(PeerFailure, "Asking.*the connection was lost before the reply came"):
             ours.end_receive()
         self.expect_within(within, "the connection is lost", time.monotonic() - start)
 
     def begin_exchange(self, endpoint):
-        """A stock replier in a process of its own that has taken a request, and our receive under way."""
+        """A stock replier in its own process that has received a request, and our pending receive."""
         peer = self.stock_process("REP", endpoint)
         ours = self.connected("Requester", peer.endpoint, name="Asking")
         ours.send(numbered(1))
@@ -69,7 +69,7 @@ class OurRequester(WireTest):
             peer.signal(signal.SIGSTOP)
             self.expect_loss(ours, FREEZE_BOUND)
             peer.signal(signal.SIGCONT)
-            # The reply to the lost request reaches nobody, least of all as the reply to the next one.
+            # The reply to the lost request is discarded, and not mistaken for the reply to the next one.
             peer.send(reply("late"))
             ours.send_once_connected(numbered(2))
             self.assertEqual(peer.receive(), numbered(2).SerializeToString())
@@ -98,7 +98,7 @@ class OurRequester(WireTest):
             ours.send(numbered(2))
         self.assertGreater(time.monotonic() - start, 0.45)
         self.expect_within(0.5 + CRASH_BOUND, "a send without connection fails", time.monotonic() - start)
-        # What could not be sent never arrives, for its sender was told so.
+        # A request that could not be sent never arrives, because its sender got an exception.
         successor = self.stock_process("REP", peer.endpoint)
         ours.send_once_connected(numbered(3))
         self.assertEqual(successor.receive(), numbered(3).SerializeToString())
@@ -136,7 +136,7 @@ class OurRequester(WireTest):
         self.assertFalse(ours.is_open())
 
     def expect_opens(self, ours):
-        """After a failure the same socket opens where there is somebody."""
+        """After a failure the same socket opens at an endpoint with a listener."""
         stock, endpoint = self.stock_bound(zmq.REP, self.ipc("good"))
         ours.open("Requester", endpoint, 30000)
         ours.send(status())
@@ -177,7 +177,7 @@ class OurRequester(WireTest):
         ours = self.ours("Asking")
         _, other_role = self.stock_bound(zmq.PUB)
         silent, nobody = self.stranger().endpoint, self.ipc("nobody")
-        # Time-outs of every length, so that some end in the middle of a handshake.
+        # Time-outs of all lengths, so that some end during a handshake.
         for milliseconds in range(1, 91):
             with self.assertRaises(PeerFailure):
                 ours.open("Requester", (other_role, silent, nobody)[milliseconds % 3], milliseconds)

@@ -1,4 +1,4 @@
-"""Our back end publishes its status once a second at the least."""
+"""Our back end publishes its status at least once a second."""
 
 import time
 import unittest
@@ -6,7 +6,7 @@ import unittest
 from engine_support import STATUS_BOUND, EngineTest
 from promises import Bound
 
-# A second, and what the measurement itself may take.
+# A second, plus the time of the measurement itself.
 PERIOD = Bound(STATUS_BOUND, promised=1.01)
 
 

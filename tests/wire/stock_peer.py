@@ -15,7 +15,7 @@ import zmq
 
 def main(kind, endpoint):
     with zmq.Context() as context, context.socket(getattr(zmq, kind)) as stock:
-        # What it was told to send is sent, as long as somebody is there for it.
+        # Sends all messages that it was told to send, as long as there is a peer.
         stock.linger = 10000
         stock.sndhwm = 0
         if kind == "SUB":

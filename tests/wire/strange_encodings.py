@@ -1,13 +1,13 @@
-"""Encodings that a sender of ours never makes: some of them say the same as the usual one, others say nothing."""
+"""Encodings that our senders never produce: some are equivalent to the usual one, others are invalid."""
 
 import struct
 
 from google.protobuf.descriptor import FieldDescriptor
 
-# Identifiers of 64 bits, and what is left of them.
+# Identifiers of 64 bits, and the bits that remain.
 CUT_IDS = {2**32: 0, 2**32 + 5: 5, 2**64 - 1: 2**32 - 1, 2**63: 0, 2**32 - 1: 2**32 - 1, 7: 7}
 
-# What no list of messages begins with, and the reason that is told.
+# The invalid beginning of a list of messages, and the logged reason.
 STRANGE = {
     "garbage": (bytes(range(255, 0, -1)), "its 255 bytes cannot be parsed"),
     "a text": (b"GET / HTTP/1.1\r\n\r\n", "its 18 bytes cannot be parsed"),
@@ -20,7 +20,7 @@ STRANGE = {
 
 
 def _varint(number, padding=0):
-    """The number, with groups of zeros in the end that say nothing."""
+    """The number, with redundant groups of zeros at the end."""
     groups = []
     while True:
         number, group = number >> 7, number & 0x7F
@@ -66,12 +66,12 @@ def backwards(message):
 
 
 def padded(message):
-    """With numbers, tags and lengths that are longer than they need be."""
+    """With numbers, tags and lengths that are longer than necessary."""
     return b"".join(b"".join(field) for field in _records(message, padded, padding=2))
 
 
 def with_unknown_fields(message):
-    """With fields that a later schema may add, to every message."""
+    """With unknown fields, as of a later schema, in every message."""
     new = _record(7, 0, 1) if message.DESCRIPTOR.name != "NotificationMessage" else b""
     if message.DESCRIPTOR.name.startswith("ParametersCollection"):
         new = b""

@@ -1,4 +1,4 @@
-"""Whoever connects to our bound sockets without speaking their language harms nobody else."""
+"""Peers that connect to our bound sockets without following the protocol do not affect others."""
 
 import random
 import socket
@@ -12,7 +12,7 @@ GREETING = b"\xff\0\0\0\0\0\0\0\x01\x7f\x03\0" + b"NULL".ljust(20, b"\0") + b"\0
 
 
 def speeches():
-    """What strangers say."""
+    """The bytes that strangers send."""
     noise = random.Random(20250301)
     yield b""
     yield b"GET / HTTP/1.1\r\nHost: localhost\r\n\r\n"
@@ -20,7 +20,7 @@ def speeches():
     yield GREETING[:11]
     yield GREETING
     yield GREETING + noise.randbytes(1000)
-    # A command, then a message, that claim to be longer than any memory.
+    # A command, then a message, with lengths beyond any memory.
     yield GREETING + b"\x06" + b"\x7f" * 8
     yield GREETING + b"\x02" + b"\xff" * 8 + noise.randbytes(100)
     for size in (1, 9, 10, 64, 65, 1000, 65536):
@@ -34,7 +34,7 @@ class AStranger(WireTest):
         return host, int(port)
 
     def visit(self, ours, endpoint):
-        """Says each speech on a connection of its own: the connections that stay."""
+        """Sends each of these bytes on a separate connection; returns the connections that stay open."""
         connections = []
         for speech in speeches():
             connection = socket.create_connection(self.address_of(endpoint), PATIENCE)
@@ -47,7 +47,7 @@ class AStranger(WireTest):
         return connections
 
     def discard_complaints(self, ours):
-        """Noise may happen to be a message of an old peer, which is then told; everything else is not."""
+        """Noise may be a valid message of an old peer, which is then logged; all other bytes are not."""
         for line in ours.log():
             self.assertRegex(line, "^Error Ours .*dropped a message that is no request")
 

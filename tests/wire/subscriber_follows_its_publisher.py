@@ -1,4 +1,4 @@
-"""Our subscriber joins whenever its stock publisher appears, and joins again when that has died and come back."""
+"""Our subscriber connects whenever its stock publisher starts, and reconnects when that has died and restarted."""
 
 import unittest
 
@@ -9,13 +9,13 @@ from wire_support import WireTest, numbered, number_of, status
 
 class OurSubscriber(WireTest):
     def join(self, publisher, ours, first):
-        """Publishes until our subscriber, which joins by itself, has got one: the next number to publish."""
+        """Publishes until our subscriber, which connects by itself, has received a message; returns the next number."""
         number = first
         publisher.send(numbered(number))
         while ours.poll(20) == 1:
             number += 1
             publisher.send(numbered(number))
-        # It may have joined several messages ago; from the first that it got, it gets all.
+        # It may have joined several messages ago; after the first one that it received, none is missing.
         result, encoding = ours.receive("EngineBackEndReply")
         self.assertEqual(result, 0)
         got = number_of(encoding)
@@ -81,7 +81,7 @@ class OurSubscriber(WireTest):
         for _ in range(200):
             ours.open("Subscriber", endpoint)
             ours.close()
-        # From here on it stays: whatever the others left behind, this subscription comes last.
+        # From here on it stays connected: whatever the others left behind, this subscription comes last.
         ours.open("Subscriber", endpoint)
         ours.begin_poll()
         while not ours.has_answer_within(0.05):

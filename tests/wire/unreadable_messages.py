@@ -1,4 +1,4 @@
-"""What our receiving sockets make of messages that they cannot read: a result, an empty message and one line."""
+"""How our receiving sockets report messages that they cannot parse: a result, an empty message and one log line."""
 
 import unittest
 
@@ -9,7 +9,7 @@ from wire_support import BOUND, WireTest, channels, reply, service, status
 GOOD = status("Idle")
 TOO_LARGE, UNREADABLE, INCOMPLETE = 1, 2, 3
 
-# The type that is expected, what comes instead, the result, and the reason that is told.
+# The expected type, the bytes that arrive instead, the result, and the logged reason.
 CASES = {
     "garbage": ("EngineStatus", bytes(range(255, 0, -1)), UNREADABLE, "its 255 bytes cannot be parsed"),
     "text of another protocol": ("CommandMessageList", b"GET / HTTP/1.1\r\n\r\n", UNREADABLE, "18 bytes"),

@@ -20,14 +20,14 @@ import TcpEngine_pb2 as engine
 from processes import LOOK_INTERVAL, PATIENCE, Process, ProcessTest
 from qor.proto import ApiService_pb2 as service
 
-# How long a test watches that nothing comes.
+# How long a test checks that nothing arrives.
 BRIEFLY = 0.3
-# The bound that our sockets receive with, unless a test is about bounds.
+# The size bound of our receives, unless a test is about bounds.
 BOUND = 65536
 
 
 class PeerFailure(Exception):
-    """An operation of a driven socket has thrown; the text is the exception's."""
+    """An operation of a controlled socket has thrown; the text is the exception's."""
 
 
 class DrivenProcess(Process):
@@ -77,7 +77,7 @@ class DrivenProcess(Process):
         return int(fields["VmRSS"].split()[0]) / 1024
 
     def thread_states(self):
-        """Of each thread, whether it sleeps and how often it has begun to."""
+        """For each thread, whether it sleeps and how often it has gone to sleep."""
         states = {}
         for thread in os.listdir(f"/proc/{self.pid}/task"):
             with open(f"/proc/{self.pid}/task/{thread}/status") as status_file:
@@ -86,10 +86,10 @@ class DrivenProcess(Process):
         return states
 
     def end(self):
-        """Lets the process end by itself, and reaps it: its exit code. Kills one that does not end, and fails."""
+        """Tells the process to exit, and reaps it; returns its exit code. Kills a process that does not exit, and fails."""
         if self._process.poll() is None:
             self.begin("quit")
-            # Answers that nobody has fetched stand ahead of the last one.
+            # Answers that were not read precede the last one.
             self._process.stdin.close()
             deadline = time.monotonic() + PATIENCE
             while True:
@@ -104,7 +104,7 @@ class DrivenProcess(Process):
 
 
 class OurSocket(DrivenProcess):
-    """One of our sockets, in a process of its own."""
+    """One of our sockets, in its own process."""
 
     def __init__(self, name, close_policy):
         super().__init__([os.environ["WIRE_PEER"], name, str(close_policy)])
@@ -128,7 +128,7 @@ class OurSocket(DrivenProcess):
         self.ask(f"send {type_name} {encoding.hex()}")
 
     def send_once_connected(self, message):
-        """Sends as soon as a lost connection is back: how long that takes is up to the peer and the machine."""
+        """Sends as soon as a lost connection is restored; how long that takes depends on the peer and the machine."""
         deadline = time.monotonic() + PATIENCE
         while True:
             try:
@@ -141,18 +141,18 @@ class OurSocket(DrivenProcess):
         self.begin(f"send-numbered {first} {count} {width}")
 
     def send_numbered(self, first, count, width=0):
-        """Sends `count` messages, each a numbered(...) of its own."""
+        """Sends `count` messages, each of them numbered(...)."""
         self.begin_send_numbered(first, count, width)
         self.answer()
 
     def poll(self, milliseconds):
-        """The result; its text has to be there for an error, and for an error only."""
+        """The result; an error has to have a text, and only an error."""
         result, _, text = self.ask(f"poll {milliseconds}").partition(" ")
         assert (result in ("0", "1")) == (text == ""), text
         return int(result)
 
     def begin_poll(self):
-        """Lets the socket look after itself, as it does in a loop of the system, until a message comes."""
+        """Polls, as the loops of the system do, until a message arrives."""
         self.begin(f"poll {1000 * PATIENCE}")
 
     def end_poll(self):
@@ -167,7 +167,7 @@ class OurSocket(DrivenProcess):
         return int(result), bytes.fromhex(digits)
 
     def receive(self, type_name, bound=BOUND):
-        """Waits for a message as a loop of the system does: polls, then receives."""
+        """Waits for a message like the loops of the system: polls, then receives."""
         if self.poll(1000 * PATIENCE) != 0:
             raise AssertionError("no message came")
         self.begin_receive(type_name, bound)
@@ -175,7 +175,7 @@ class OurSocket(DrivenProcess):
 
 
 class StockPeer(DrivenProcess):
-    """A stock ZeroMQ socket in a process of its own, which can be killed and frozen."""
+    """A stock ZeroMQ socket in its own process, which can be killed and frozen."""
 
     def __init__(self, kind, endpoint):
         script = os.path.join(os.path.dirname(os.path.abspath(__file__)), "stock_peer.py")
@@ -190,7 +190,7 @@ class StockPeer(DrivenProcess):
 
 
 class Stranger:
-    """A TCP server that knows nothing of ZeroMQ: accepts, says the same few bytes to everyone, and stays."""
+    """A TCP server without ZeroMQ: accepts connections, sends the same few bytes to each, and keeps them open."""
 
     def __init__(self, greeting, port):
         self._greeting = greeting
@@ -225,7 +225,7 @@ class Stranger:
 
 
 class WireTest(ProcessTest):
-    """Gives a test its folder, its sockets and its processes, and sees that nothing of them is left behind."""
+    """Provides a folder, sockets and processes for a test, and checks that nothing of them remains."""
 
     def setUp(self):
         super().setUp()
@@ -247,7 +247,7 @@ class WireTest(ProcessTest):
         self.expect_nothing_left(seconds=0)
 
     def left(self):
-        # A stock socket leaves its file where it is.
+        # A stock socket does not remove its file.
         return super().left() + sorted(set(os.listdir(self.folder)) - self._stock_files)
 
     def _close_sockets(self):
@@ -259,13 +259,13 @@ class WireTest(ProcessTest):
         return f"ipc://{self.folder}/{name}"
 
     def ours(self, name="Ours", close_policy=2):
-        """A socket of ours that is not open yet."""
+        """One of our sockets, not open yet."""
         ours = self.watched(OurSocket(name, close_policy))
         self._ours.append(ours)
         return ours
 
     def bound(self, role, endpoint=None, name="Ours", close_policy=2):
-        """A socket of ours that is bound, and its endpoint."""
+        """One of our sockets, bound, and its endpoint."""
         ours = self.ours(name, close_policy)
         endpoint = ours.reserve(endpoint or self.ipc())
         ours.open(role, endpoint)
@@ -284,10 +284,10 @@ class WireTest(ProcessTest):
         return self.watched(StockPeer(kind, endpoint))
 
     def held_port(self):
-        """A port of 127.0.0.1 that this test alone is given: who asks for any free port does not get this one."""
+        """A port of 127.0.0.1 reserved for this test: requests for any free port do not return it."""
         holder = socket.socket()
         self.addCleanup(holder.close)
-        # Holds it without listening, so that whoever names the port can.
+        # Bound without listening, so that sockets which name the port can still bind it.
         holder.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
         holder.bind(("127.0.0.1", 0))
         return holder.getsockname()[1]
@@ -313,7 +313,7 @@ class WireTest(ProcessTest):
         return stock
 
     def stock_bound(self, kind, endpoint=None, options=None):
-        """A stock socket that is bound, and its endpoint."""
+        """A bound stock socket, and its endpoint."""
         stock = self._stock(kind, options or {})
         endpoint = endpoint or self.ipc()
         self._expect_file(endpoint)
@@ -332,10 +332,10 @@ class WireTest(ProcessTest):
         return publisher
 
     def wait_until_gone(self, ours, descriptors):
-        """Waits until our side has closed its end of a connection, and has finished whatever follows from that."""
+        """Waits until our side has closed its end of a connection, and has handled the consequences."""
         self.wait_until(lambda: ours.descriptors() == descriptors, "the connection stays")
 
-        # Threads that all sleep, and have all slept between two looks, have no news for each other.
+        # Threads that all sleep, and have all slept since the last check, have nothing left to do.
         def is_at_rest():
             before = ours.thread_states()
             time.sleep(LOOK_INTERVAL)
@@ -344,11 +344,11 @@ class WireTest(ProcessTest):
         self.wait_until(is_at_rest, "the process does not come to rest")
 
     def assert_silent(self, stock):
-        """Nothing is there for a stock socket, nor comes for a moment."""
+        """No message has arrived at a stock socket, and none arrives for a moment."""
         self.assertEqual(stock.poll(1000 * BRIEFLY), 0, "something came")
 
     def assert_only_line(self, ours, *texts):
-        """Our side has written one line since it was last looked at: an error that holds the texts."""
+        """Our side has logged one line since the last check: an error that contains the texts."""
         lines = ours.log()
         self.assertEqual(len(lines), 1, lines)
         self.assertTrue(lines[0].startswith("Error "), lines)
@@ -374,7 +374,7 @@ def status(value="Running"):
 
 
 def _parameters():
-    """A collection with every list of the schema in use."""
+    """A collection that uses every list of the schema."""
     instance = channels.ParametersCollectionInstance()
     for common, factor in ((instance.prototype.data, 0), (instance.data, 1)):
         for key in ("on", "", "k\0"):
@@ -481,5 +481,5 @@ def _every_message():
     return messages
 
 
-# Every kind of message that travels, by what it shows.
+# Every kind of message, by what it demonstrates.
 EVERY_MESSAGE = _every_message()
