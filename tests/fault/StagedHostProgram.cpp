@@ -1,20 +1,19 @@
-// A host with one remote engine, driven through the stages of its life from outside. Lines in:
+// A host with one remote engine; a test controls the stages of its life. Input lines:
 //
 //   wire SERVICE DOCUMENT   instantiate, configure and submit; DOCUMENT is the engine's description
 //   run                     Run
 //   ping MS, stop, await MS Ping, RequestStop, WaitForStop
-//   watch                   until the host has heard that its engine runs: status and notifications come on
-//   ways
-//                           of their own
-//   push COUNT NAME         so many commands to the step "test"
-//   slow MS                 the subscriber takes so long for each notification from now on
-//   destroy                 let go of the engine
-//   held                    what this process holds of the system: "held DESCRIPTORS THREADS KIBIBYTES"
+//   watch                   wait until the host knows that its engine runs; status and notifications arrive
+//                           independently
+//   push COUNT NAME         push COUNT commands to the step "test"
+//   slow MS                 from now on the subscriber takes MS for each notification
+//   destroy                 release the engine
+//   held                    the resources of this process: "held DESCRIPTORS THREADS KIBIBYTES"
 //   quit
 //
-// Lines out: "NAME returned after MS" or "NAME threw after MS: TEXT" for each call, and for each notification
-// "notification LINE COMMAND-ID TEXT", the text being its reason or its value; "destroying" comes first of
-// all.
+// Output lines: "NAME returned after MS" or "NAME threw after MS: TEXT" for each call, and for each
+// notification "notification LINE COMMAND-ID TEXT", where TEXT is its reason or its value. "destroying" is
+// printed before a release starts.
 
 #include <unistd.h>
 

@@ -83,8 +83,7 @@ class Table:
         def seconds(value):
             return "" if value is None else f"{value:.2f} s"
 
-        print("\n| what fails | when | host has its answer after | engine has gone after | what the host is told "
-              "| what is logged, first of all | what is left |")
+        print("\n| what fails | when | noticed after | exited after | what the host receives | logged, first line | left |")
         print("|---|---|---|---|---|---|---|")
         for fault, stage, told, gone, said, logged, left in cls.rows:
             print(f"| {fault} | {stage} | {seconds(told)} | {seconds(gone)} | {said} | {logged} | {left} |")

@@ -21,8 +21,8 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::ThrowsMessage;
 
-/// The plug-in as the programs of engines link it: for its three back ends. The host's side is made by the
-/// plug-in too, so that both are in one process and share its schemas.
+/// The plug-in linked by an engine's program, for its three back ends. The plug-in also creates the host's
+/// side, so that both are in one process and share its schemas.
 class LinkedPlugin : public ::testing::Test {
  protected:
   static constexpr const char* name = "linked";
@@ -74,7 +74,7 @@ TEST_F(LinkedPlugin, HasBackEndsOfItsInterfacesWhoseTypesAreKnown) {
   EXPECT_TRUE(typeid(hub) == typeid(TcpNotificationHubBackEnd));
   EXPECT_TRUE(typeid(control) == typeid(TcpEngineBackEnd));
   EXPECT_EQ(control.messageHeader(), "TcpEngineBackEnd");
-  // What the plug-in throws, the program catches by its own type.
+  // The program can catch the plug-in's exceptions by their type.
   EXPECT_THAT([&] { commands.ExecuteAllCommands(); },
               ThrowsMessage<tamb::TAMBRuntimeError>(HasSubstr("Invalid command processor back-end")));
   EXPECT_THAT([&] { hub.PushNotification(nullptr); },

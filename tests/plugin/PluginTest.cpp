@@ -32,7 +32,7 @@ using testing::ThrowsMessage;
 constexpr const char* plugin = TAMB_MULTIPROCESS_PLUGIN;
 constexpr const char* name = "tamb_multiprocess";
 
-/// The plug-in as a host meets it, which knows nothing of it but its path.
+/// The plug-in loaded by a host that knows only its path.
 class Plugin : public testing::Test {
  protected:
   void SetUp() override { loadedAs_ = LoadPlugin(plugin); }

@@ -1,13 +1,13 @@
-// An engine process that takes commands and publishes what it is told: obeys each line of the standard input,
-// and says how each call went, in "NAME returned after MS" or "NAME threw after MS: TEXT". Calls are made on
-// threads of their own; the driver waits for one before it asks for the next. Log records go to the standard
-// error stream.
+// An engine process that receives commands and publishes notifications for a test: executes each line of the
+// standard input, and prints the result of each call, "NAME returned after MS" or "NAME threw after MS:
+// TEXT". Each call runs on its own thread; the test waits for one before it requests the next. Log records go
+// to the standard error stream.
 //
 //   channels_engine_peer
 //
-//   subscribe ENDPOINT       starts to receive commands; each is said as "command COMMAND"
+//   subscribe ENDPOINT       starts to receive commands; prints each as "command COMMAND"
 //   bind ENDPOINT IDS        binds the notification channel, for the workflowManagerId and the engineId of an
-//                            object; "bound ENDPOINT" tells the port that was reserved
+//                            object; prints "bound ENDPOINT" with the reserved port
 //   push NOTIFICATIONS       publishes an array of notifications as one batch
 //   push-each NOTIFICATIONS  publishes them one after the other
 //   answer                   from now on, every command is answered with a notification of its time, its
@@ -16,7 +16,7 @@
 //   destroy                  destroys both ends
 //   quit                     ends the program, and both ends first
 //
-// JsonMessages.h tells how commands and notifications are described.
+// JsonMessages.h documents the format of commands and notifications.
 
 #include <atomic>
 #include <memory>
@@ -102,11 +102,11 @@ class Engine {
     notifications_->PushNotification(std::make_shared<tamb::NotificationMessage>(std::move(fields)));
   }
 
-  qor::test::DrivenProgram program_;  ///< destroyed last: the ends say to it what they receive
+  qor::test::DrivenProgram program_;  ///< destroyed last: the ends report to it
   std::atomic<bool> answers_{false};
   std::shared_ptr<qor::test::RecordingCommandProcessor> processor_ =
       std::make_shared<qor::test::RecordingCommandProcessor>();
-  std::unique_ptr<TcpNotificationHubBackEnd> notifications_;  ///< answers commands, and hence outlives them
+  std::unique_ptr<TcpNotificationHubBackEnd> notifications_;  ///< outlives the commands that it answers
   std::unique_ptr<TcpCommandProcessorBackEnd> commands_;
 };
 

@@ -1,23 +1,23 @@
-// A host process that commands an engine in another, and listens to it: obeys each line of the standard
-// input, and says how each call went, in "NAME returned after MS" or "NAME threw after MS: TEXT". Calls are
-// made on threads of their own; the driver waits for one before it asks for the next. Log records go to the
-// standard error stream.
+// A host process that commands an engine in another process and receives its notifications: executes each
+// line of the standard input, and prints the result of each call, "NAME returned after MS" or "NAME threw
+// after MS: TEXT". Each call runs on its own thread; the test waits for one before it requests the next. Log
+// records go to the standard error stream.
 //
 //   channels_host_peer
 //
 //   identify IDS             the workflowManagerId and the engineId of the engine, as an object
-//   bind ENDPOINT            binds the command channel; "bound ENDPOINT" tells the port that was reserved
+//   bind ENDPOINT            binds the command channel; prints "bound ENDPOINT" with the reserved port
 //   push COMMANDS            pushes an array of commands as one batch
 //   push-each COMMANDS       pushes them one after the other
-//   subscribe ENDPOINT       starts to receive notifications; each is said as "notification NOTIFICATION"
+//   subscribe ENDPOINT       starts to receive notifications; prints each as "notification NOTIFICATION"
 //   listen-to-response ENGINE_ID COMMAND_ID
-//                            says what answers that command as "response NOTIFICATION" besides
+//                            also prints the answers to that command as "response NOTIFICATION"
 //   listen-to-step ENGINE_ID STEP_ID
-//                            says what that step reports as "step NOTIFICATION" besides
+//                            also prints that step's notifications as "step NOTIFICATION"
 //   destroy                  destroys both ends
 //   quit                     ends the program, and both ends first
 //
-// JsonMessages.h tells how commands and notifications are described.
+// JsonMessages.h documents the format of commands and notifications.
 
 #include <memory>
 #include <sstream>
@@ -35,7 +35,7 @@ using qor::multiprocess_communication::TcpCommandProcessorFrontEnd;
 using qor::multiprocess_communication::TcpNotificationHubFrontEnd;
 using qor::socket::SocketEndpoint;
 
-/// Says each notification that it gets, under a name.
+/// Prints each notification that it receives, under a name.
 class SayingSubscriber : public tamb::INotificationCallback {
  public:
   SayingSubscriber(qor::test::DrivenProgram& program, std::string name)
@@ -117,7 +117,7 @@ class Host {
     return std::make_shared<SayingSubscriber>(program_, name);
   }
 
-  qor::test::DrivenProgram program_;  ///< destroyed last: the ends say to it what they receive
+  qor::test::DrivenProgram program_;  ///< destroyed last: the ends report to it
   std::unique_ptr<TcpCommandProcessorFrontEnd> commands_ = std::make_unique<TcpCommandProcessorFrontEnd>();
   std::unique_ptr<TcpNotificationHubFrontEnd> notifications_;
 };

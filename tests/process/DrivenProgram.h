@@ -22,12 +22,12 @@
 
 namespace qor::test {
 
-/// What the programs that a test drives share: lines in, events out, and calls that go on beside each other.
+/// The common part of the programs that a test controls: input lines, events, and calls in parallel.
 /// Log records go to the standard error stream.
 class DrivenProgram {
  public:
   DrivenProgram() {
-    // Whoever drives the program may be killed, and may have frozen the program before.
+    // The controlling test may be killed, after it has frozen this program.
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     tamb::SetCurrentLoggerWriter(std::make_shared<tamb::ConsoleLoggerWriter>());
   }
@@ -42,7 +42,7 @@ class DrivenProgram {
     std::cout << event << std::endl;
   }
 
-  /// Makes the call on a thread of its own, and says how it went: "NAME returned after MS" or "NAME threw
+  /// Makes the call on its own thread, and prints the result: "NAME returned after MS" or "NAME threw
   /// after MS: TEXT".
   void start(const std::string& name, std::function<void()> call) {
     calls_.emplace_back([this, name, call = std::move(call)] {
@@ -60,7 +60,7 @@ class DrivenProgram {
     });
   }
 
-  /// Takes a line for the name of a call and its text, and starts that call.
+  /// Parses a line as the name of a call and its argument, and starts that call.
   void obey(const std::string& line,
             const std::function<void(const std::string&, const std::string&)>& call) {
     std::istringstream words(line);
@@ -76,8 +76,8 @@ class DrivenProgram {
     calls_.clear();
   }
 
-  /// The next line; false when it says "quit". A standard input that ends without saying so belonged to a
-  /// driver that is no more, and ends the program there and then.
+  /// Reads the next line; false for "quit". If the standard input ends before that, the test has died, and
+  /// the program exits at once.
   static bool nextLine(std::string& line) {
     if (!std::getline(std::cin, line)) std::_Exit(3);
     return line != "quit";

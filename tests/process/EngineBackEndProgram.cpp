@@ -1,21 +1,19 @@
-// An engine process whose engine does as it is told: obeys each line of the standard input, and says each
-// event on the standard output. Log records go to the standard error stream.
+// An engine process whose engine a test controls: executes each line of the standard input, and prints each
+// event to the standard output. Log records go to the standard error stream.
 //
 //   engine_back_end_peer REQUEST_ENDPOINT STATUS_ENDPOINT
 //
 //   finish               ends the engine's run
 //   run-throws TEXT      ends the engine's run with an exception
 //   ping-takes MS        from now on a ping takes that long, or until "release"
-//   ping-throws TEXT     from now on a ping throws; "ping-throws-unknown" throws what is no std::exception
-//   stop-throws TEXT     from now on a request to stop throws
-//   release              ends the pings under way and those to come
-//   wait                 waits until the front end has gone
-//   destroy              destroys the back end
-//   quit                 ends the program, and the engine's run first
+//   ping-throws TEXT     from now on a ping throws; "ping-throws-unknown" throws a value that is not a
+//   std::exception stop-throws TEXT     from now on a request to stop throws release              ends
+//   current and future pings wait                 waits until the front end has disconnected destroy destroys
+//   the back end quit                 ends the program, and the engine's run first
 //
-// Events: "listening REQUEST_ENDPOINT STATUS_ENDPOINT", with the ports that were reserved; "from now on
-// COMMAND", once it holds; "engine runs", "engine ran", "pinged MS", "stop requested"; "wait returned after
-// MS", "destroy returned after MS".
+// Events: "listening REQUEST_ENDPOINT STATUS_ENDPOINT", with the reserved ports; "from now on
+// COMMAND", once it is in effect; "engine runs", "engine ran", "pinged MS", "stop requested"; "wait returned
+// after MS", "destroy returned after MS".
 
 #include <chrono>
 #include <condition_variable>
@@ -34,7 +32,7 @@ namespace {
 using qor::multiprocess_communication::TcpEngineBackEnd;
 using qor::socket::SocketEndpoint;
 
-/// What the engine does next. Any thread.
+/// The engine's behaviour. Any thread.
 class Script {
  public:
   void pingTakes(std::chrono::milliseconds time) {

@@ -1,7 +1,6 @@
-// A host process that drives an engine in another: obeys each line of the standard input, and says how each
-// call went, in "NAME returned after MS" or "NAME threw after MS: TEXT". Each call is made on a thread of its
-// own; which of them go on beside each other is up to the driver. Log records go to the standard error
-// stream.
+// A host process that controls an engine in another process: executes each line of the standard input, and
+// prints the result of each call, "NAME returned after MS" or "NAME threw after MS: TEXT". Each call runs on
+// its own thread; the test decides which of them overlap. Log records go to the standard error stream.
 //
 //   engine_front_end_peer
 //
@@ -51,7 +50,7 @@ class Host {
 
  private:
   std::unique_ptr<TcpEngineFrontEnd> frontEnd_;
-  qor::test::DrivenProgram program_;  ///< destroyed first, and with it the calls under way
+  qor::test::DrivenProgram program_;  ///< destroyed first, and with it the pending calls
 };
 
 }  // namespace

@@ -10,23 +10,24 @@
 
 namespace qor::test {
 
-/// How a driver in another language gives commands and notifications, and is told of them: as objects.
+/// The JSON format in which a test in another language sends and receives commands and notifications.
 ///
 /// - A command: args, time, name, id, workflowManagerId, engineId, stepId.
 /// - A notification: object, time, stepId, line, id, commandId, workflowManagerId, engineId, isAnError.
 /// - A time is an array: the first and the second member of its edit rate, and its time number.
 /// - A collection is null, or an array of its parameters in their order, each an array: type, key, default
-///   and value. A double is given as the number that its 64 bits make: not every one has a form of its own.
+///   and value. A double is represented by the number formed by its 64 bits, because JSON has no NaNs and
+///   infinities.
 using Json = nlohmann::json;
 
 Json describe(const tamb::ICommandMessage& command);
 Json describe(const tamb::INotificationMessage& notification);
 
-/// Null makes an empty pointer. Throws std::exception for what is not described as above.
+/// Null gives an empty pointer. Throws std::exception for any other format.
 std::shared_ptr<const tamb::ICommandMessage> commandFrom(const Json& description);
 std::shared_ptr<const tamb::INotificationMessage> notificationFrom(const Json& description);
 
-/// What an array describes, element by element.
+/// Converts an array, element by element.
 template <class Make>
 auto allFrom(const std::string& text, const Make& make) {
   std::vector<decltype(make(Json()))> made;
@@ -34,7 +35,7 @@ auto allFrom(const std::string& text, const Make& make) {
   return made;
 }
 
-/// One line of ASCII. Bytes that are no UTF-8 are replaced.
+/// One line of ASCII. Bytes that are not UTF-8 are replaced.
 inline std::string lineOf(const Json& description) {
   return description.dump(-1, ' ', true, Json::error_handler_t::replace);
 }

@@ -2,7 +2,7 @@
 
 namespace {
 
-/// Ends any process that loads this library, as a faulty static initialiser does.
+/// Kills any process that loads this library, like a faulty static initialiser.
 __attribute__((constructor)) void die() { std::abort(); }
 
 }  // namespace

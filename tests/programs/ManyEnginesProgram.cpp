@@ -23,16 +23,16 @@
 #include "runtime/tamb/PluginLoader.h"
 #include "tests/support/Eventually.h"
 
-// A host that has many engines at once, again and again. After each life it prints what it holds of the
-// system: DESCRIPTORS THREADS RESIDENT-KIBIBYTES. What has just been closed is freed a moment later, for
-// which it waits after the last.
+// A host that repeatedly has many engines at once. After each life it prints its resources: DESCRIPTORS
+// THREADS RESIDENT-KIBIBYTES. Resources are freed a moment after they were closed; the host waits for that
+// after the last life.
 
 namespace {
 
 constexpr unsigned int ticks = 100;
 constexpr std::chrono::seconds patience{60};
 
-/// Counts what an engine says.
+/// Counts an engine's notifications.
 class Listener : public tamb::INotificationCallback {
  public:
   void OnNotification(std::shared_ptr<const tamb::INotificationMessage> notification) override {
@@ -56,7 +56,7 @@ class Listener : public tamb::INotificationCallback {
   unsigned int answers_ = 0;
 };
 
-/// One remote engine, from its submission to its goodbye.
+/// One remote engine, from its submission to its disconnection.
 class RemoteEngine {
  public:
   RemoteEngine(const std::string& service, unsigned int id) : id_(id) {
@@ -73,7 +73,7 @@ class RemoteEngine {
         "many", R"({"engine": "test", "notifications": )" + std::to_string(ticks) + "}", id));
     running_ = std::jthread([this] { run(); });
   }
-  /// Another engine may have failed, and this one still be running.
+  /// This engine may still be running if another one has failed.
   ~RemoteEngine() {
     if (running_.joinable()) engine_->RequestStop();
   }
@@ -108,7 +108,7 @@ class RemoteEngine {
   std::shared_ptr<tamb::IEngineFrontEnd> engine_;
   std::shared_ptr<tamb::ICommandProcessorFrontEnd> commands_;
   std::shared_ptr<tamb::INotificationHubFrontEnd> notifications_;
-  std::string failure_;  ///< the running thread's until it is joined
+  std::string failure_;  ///< written by the running thread until it is joined
   std::jthread running_;
 };
 

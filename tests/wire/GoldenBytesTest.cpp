@@ -24,13 +24,13 @@ using namespace std::string_literals;
 using test::fromHex;
 using test::toHex;
 
-/// The message that the bytes are, once it is complete and nothing in them was unknown.
+/// Parses the bytes; the message has to be complete and without unknown fields.
 template <class Message>
 Message decoded(const std::string& digits) {
   const std::string bytes = fromHex(digits);
   Message message;
   EXPECT_TRUE(message.ParseFromString(bytes)) << digits;
-  // An unknown field would otherwise be carried along and written again.
+  // Unknown fields would otherwise be kept and written again.
   message.DiscardUnknownFields();
   EXPECT_EQ(toHex(message.SerializeAsString()), toHex(bytes));
   EXPECT_EQ(message.ByteSizeLong(), bytes.size());
@@ -51,7 +51,7 @@ TEST(GoldenBytes, BoolKeyValue) {
   EXPECT_EQ(on.key(), "flag");
   EXPECT_TRUE(on.value());
 
-  // Required fields are written whatever they hold.
+  // Required fields are written whatever their values.
   const auto off = decoded<ParametersCollectionCommon::BoolKeyValue>(
       "0A 00 "   // key (1) = ""
       "10 00");  // value (2) = false
@@ -504,7 +504,7 @@ TEST(GoldenBytes, ApiToServiceRequest) {
   EXPECT_EQ(submission.engineid(), 300);
   EXPECT_EQ(submission.version(), 150);
 
-  // A kind that nobody has named yet is readable.
+  // An unknown kind can be read.
   const auto other =
       decoded<service::ApiToServiceRequest>("08 F9 FF FF FF FF FF FF FF FF 01");  // kind (1) = -7
   EXPECT_EQ(other.kind(), -7);

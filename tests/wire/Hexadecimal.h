@@ -6,8 +6,8 @@
 
 namespace qor::test {
 
-/// The bytes that hexadecimal digits stand for; spaces between the digits are skipped. Throws
-/// std::invalid_argument for any other character and for half a byte.
+/// The bytes given by hexadecimal digits; spaces between the digits are skipped. Throws std::invalid_argument
+/// for any other character and for half a byte.
 inline std::string fromHex(std::string_view digits) {
   constexpr std::string_view values = "0123456789abcdef";
   std::string bytes;
@@ -28,7 +28,7 @@ inline std::string fromHex(std::string_view digits) {
   return bytes;
 }
 
-/// Two digits a byte, nothing between them.
+/// Two digits per byte, without separators.
 inline std::string toHex(std::string_view bytes) {
   constexpr std::string_view digits = "0123456789abcdef";
   std::string text;

@@ -1,5 +1,5 @@
-// What the schemas declare, as tables: the order of declaration, the numbers, labels, types and names that
-// every peer of this system relies on.
+// The declarations of the schemas as tables: the order of declaration, the numbers, labels, types and names
+// that every peer of this system relies on.
 
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/descriptor.pb.h>
@@ -62,7 +62,7 @@ std::string withoutPackage(const std::string& fullName, const FileDescriptor& fi
 }
 
 Field lineOf(const FieldDescriptor& field) {
-  // An encoding depends on these, too.
+  // Encodings depend on these, too.
   EXPECT_FALSE(field.is_packed()) << field.full_name();
   EXPECT_FALSE(field.has_default_value()) << field.full_name();
   EXPECT_EQ(field.containing_oneof(), nullptr) << field.full_name();
@@ -167,7 +167,7 @@ TEST(Schema, ParametersCollectionCommon) {
 TEST(Schema, ParametersCollectionPrototypeAndInstance) {
   EXPECT_EQ(fieldsOf(ParametersCollectionPrototype::descriptor()),
             (std::vector<Field>{{"data", 1, required, messageType, "ParametersCollectionCommon"}}));
-  // Declared the other way round than numbered.
+  // Numbered in reverse order of declaration.
   EXPECT_EQ(fieldsOf(ParametersCollectionInstance::descriptor()),
             (std::vector<Field>{
                 {"prototype", 2, required, messageType, "ParametersCollectionPrototype"},

@@ -1,9 +1,9 @@
-// One message socket, driven from outside: obeys each line of the standard input, and answers it with one
+// One message socket, controlled by a test: executes each line of the standard input, and answers it with one
 // line on the standard output. Diagnostics go to the standard error stream.
 //
 //   wire_peer NAME CLOSE_POLICY
 //
-//   reserve ENDPOINT            the endpoint, whose port is held from now on
+//   reserve ENDPOINT            the endpoint, whose port is reserved from now on
 //   open ROLE ENDPOINT MS       ok
 //   send TYPE HEX               ok
 //   send-numbered FIRST COUNT WIDTH
@@ -15,8 +15,8 @@
 //   close                       ok
 //   quit                        ok, the last answer
 //
-// TYPE is a message's name without its package. What an operation throws is answered with "failed TEXT", or
-// "terminated TEXT" when the messaging context is being shut down.
+// TYPE is a message's name without its package. If an operation throws, the answer is "failed TEXT", or
+// "terminated TEXT" if the messaging context is being shut down.
 
 #include <google/protobuf/message.h>
 
@@ -49,7 +49,7 @@ std::unique_ptr<Message> make() {
   return std::make_unique<Type>();
 }
 
-/// An empty message of the kind that a socket message is.
+/// An empty message of the requested type.
 std::unique_ptr<Message> messageOf(const std::string& type) {
   static const std::map<std::string, std::unique_ptr<Message> (*)()> makers{
       {"CommandMessageList", make<proto::CommandMessageList>},
@@ -120,7 +120,7 @@ class WirePeer {
 
   std::string send(std::istream& words) {
     const auto message = messageOf(next<std::string>(words));
-    // Whether a message is complete is for the socket to judge.
+    // The socket has to check whether a message is complete.
     if (!message->ParsePartialFromString(qor::test::fromHex(next<std::string>(words)))) {
       throw std::runtime_error("the bytes are no message");
     }

@@ -13,7 +13,7 @@ using std::chrono::milliseconds;
 using std::chrono::nanoseconds;
 
 TEST(TimeUntil, IsRoundedUp) {
-  // Every wait for what is left would otherwise become a busy loop in its last millisecond.
+  // Otherwise every wait for the remaining time would become a busy loop in its last millisecond.
   const auto end = Deadline::clock::now() + hours(1);
   const auto left = timeUntil(end);
   EXPECT_LE(left, hours(1));

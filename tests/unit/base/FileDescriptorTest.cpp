@@ -47,7 +47,7 @@ TEST(AFileDescriptor, ClosesTheOldOneWhenItGetsAnother) {
   const int old = first.get();
   const int kept = second.get();
   first = std::move(second);
-  // At once: not when the other owner ends.
+  // Immediately, not when the other owner ends.
   EXPECT_FALSE(isOpen(old));
   EXPECT_EQ(first.get(), kept);
   EXPECT_TRUE(isOpen(kept));

@@ -164,7 +164,7 @@ TEST_F(EngineRegistryTest, ChoosesByTheDescription) {
               AllOf(HasSubstr(R"(expected one of "mixer")"), HasSubstr("a/bad.json:1:1: ")));
 }
 
-/// Has a variable of the environment as long as it lives.
+/// Sets an environment variable during its lifetime.
 class Variable {
  public:
   Variable(const char* name, const char* value) : name_(name) {

@@ -21,7 +21,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::SizeIs;
 
-/// An engine of anybody's, in its process.
+/// A foreign engine in its process.
 class AServedEngine : public ::testing::Test {
  protected:
   AServedEngine() {
@@ -49,7 +49,7 @@ class AServedEngine : public ::testing::Test {
   const std::shared_ptr<RunNotifications> notifications_ =
       std::make_shared<RunNotifications>(hub_, "studio", 3);
   const std::shared_ptr<test::FakeEngine> engine_ = std::make_shared<test::FakeEngine>();
-  /// Reports and notifications in their order.
+  /// Reports and notifications in order.
   std::vector<std::string> events_;
   /// The last one that was reported.
   RunEnd end_;

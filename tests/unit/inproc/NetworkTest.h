@@ -14,7 +14,7 @@ namespace qor::socket::inproc {
 
 namespace proto = multiprocess_communication::proto;
 
-/// Leaves the network as it was found, and checks that no socket is left in it.
+/// Restores the network, and checks that no socket is left in it.
 class NetworkTest : public ::testing::Test {
  public:
   ~NetworkTest() override { reset(); }
@@ -43,7 +43,7 @@ class NetworkTest : public ::testing::Test {
     message.set_timeoutmilliseconds(number);
     socket.sendProtoBuf(&message);
   }
-  /// The number in the next message; 0 when it is unreadable.
+  /// The number in the next message; 0 if it cannot be parsed.
   static std::uint32_t receive(Socket& socket) {
     proto::EngineFrontEndRequest message;
     return socket.receiveProtoBuf(&message, Socket::maximumMessageSize) == 0 ? message.timeoutmilliseconds()

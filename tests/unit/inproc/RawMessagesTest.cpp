@@ -41,7 +41,7 @@ TEST_F(RawMessages, ComeToARequesterInsteadOfTheReply) {
   deliver("Requester", garbage);
   EXPECT_EQ(receive(requester_), 0U);
 
-  // The true reply comes too late, and nobody minds.
+  // The real reply arrives too late and is ignored.
   EXPECT_EQ(receive(replier_), 1U);
   send(replier_, 1);
   send(requester_, 2);

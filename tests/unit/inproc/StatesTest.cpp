@@ -138,7 +138,7 @@ TEST_F(States, CostNothingWhileNothingHappens) {
   }
   const std::clock_t before = std::clock();
   for (const auto& poll : polls) EXPECT_EQ(poll->get(), 1);
-  // The processor time of the whole process: 20 threads that look around would use up seconds.
+  // The processor time of the whole process: 20 polling threads would use seconds.
   EXPECT_LT(static_cast<double>(std::clock() - before) / CLOCKS_PER_SEC, 0.3);
 }
 

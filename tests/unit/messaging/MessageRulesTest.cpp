@@ -28,7 +28,7 @@ proto::EngineStatus status(proto::EngineStatus::Status value) {
   return message;
 }
 
-/// A command list of that encoded size: its one long text takes up what the rest leaves.
+/// A command list of that encoded size: one long text fills the rest.
 proto::CommandMessageList listOfSize(std::size_t size) {
   proto::CommandMessageList list;
   auto& command = *list.add_messages();
@@ -93,13 +93,13 @@ class ReceivedMessage : public ::testing::Test {
     return {.data = bytes.data(), .size = bytes.size(), .parts = parts};
   }
 
-  /// Judges into a message that still holds something.
+  /// Parses into a message that is not empty.
   ReceiveResult judge(const ReceivedBytes& bytes, unsigned int sizeBound = Socket::maximumMessageSize) {
     message_ = status(proto::EngineStatus::Running);
     return decode(bytes, sizeBound, &message_, label);
   }
 
-  /// The message is cleared, and the one line that was logged, an error, names the socket and says why.
+  /// The message is cleared, and the only log line, an error, names the socket and the reason.
   void expectRefusal(const std::string& reason) {
     EXPECT_FALSE(message_.has_status());
     EXPECT_EQ(message_.ByteSizeLong(), 0U);
@@ -121,7 +121,7 @@ TEST_F(ReceivedMessage, IsCompleteWhenNothingIsMissing) {
 }
 
 TEST_F(ReceivedMessage, IsCompleteWithFieldsThatAreNotKnown) {
-  // A later version of the peer may say more.
+  // A later version of the peer may send more fields.
   EXPECT_EQ(judge(received("\x08\x01\x7a\x03new")), Complete);
   EXPECT_EQ(message_.status(), proto::EngineStatus::Running);
   EXPECT_TRUE(log_.records().empty());

@@ -28,7 +28,7 @@ bool canConnectTo(std::uint16_t port) {
   address.sin_family = AF_INET;
   address.sin_port = htons(port);
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  // The cast is the sockets interface's own way to pass an address of any family.
+  // The sockets API requires this cast for addresses of any family.
   return ::connect(client.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
@@ -115,9 +115,9 @@ TEST(ReservedPort, MayBeOneOfIpv6) {
   sockaddr_in6 loopback{};
   loopback.sin6_family = AF_INET6;
   loopback.sin6_addr = in6addr_loopback;
-  // The cast is the sockets interface's own way to pass an address of any family.
+  // The sockets API requires this cast for addresses of any family.
   if (::bind(available.get(), reinterpret_cast<const sockaddr*>(&loopback), sizeof loopback) != 0) {
-    // A machine without IPv6 has no such port to hold, and says so.
+    // A machine without IPv6 cannot reserve such a port, and reports that.
     EXPECT_THAT([] { SocketEndpoint::FromString("tcp://[::1]:0").withReservedPort(); },
                 ThrowsMessage<std::runtime_error>(HasSubstr("::1")));
     return;

@@ -13,7 +13,7 @@ using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::ThrowsMessage;
 
-/// The sizes are arguments, so that the tests need nothing large.
+/// Sizes are arguments, so the tests need no large messages.
 using Backlog = SendBacklog<int>;
 
 const SocketLabel label{.name = "Keeper", .protocol = Protocol::Publisher, .endpoint = "inproc://kept"};

@@ -184,7 +184,7 @@ TEST(NoSocketEndpoint, IsQuotedInUtf8) {
     return ThrowsMessage<std::runtime_error>(HasSubstr(quotation));
   };
   EXPECT_THAT([] { parsed("tcp://\xff:1"); }, quotes(R"("tcp://\xff:1")"));
-  // Cut ahead of the character of two bytes that does not fit.
+  // Cut before the character of two bytes that does not fit.
   const std::string filler(199, 'x');
   EXPECT_THAT([&] { parsed(filler + "\u00e9"); }, quotes('"' + filler + R"("…)"));
 }

@@ -59,7 +59,7 @@ TEST(UseGate, WaitsForTheLastOneInside) {
   EXPECT_TRUE(emptying.waitUntilBlocked());
   first.reset();
   EXPECT_TRUE(emptying.waitUntilBlocked());
-  // Who is turned away does not count, and wakes nobody for good.
+  // Rejected users do not count, and do not end the wait.
   EXPECT_FALSE(UseGate::Visit(gate));
   EXPECT_TRUE(emptying.waitUntilBlocked());
   second.reset();
@@ -80,7 +80,7 @@ TEST(UseGate, OpensAgain) {
 TEST(UseGate, KeepsAllOutWhileItIsShutHoweverManyTryToGoIn) {
   UseGate gate;
   std::atomic<bool> done = false;
-  int guarded = 0;  // Written with the gate shut and read inside: a race if both could happen at once.
+  int guarded = 0;  // Written with the gate shut and read inside: a race if both overlapped.
   std::atomic<int> visits = 0;
   {
     std::vector<std::jthread> visitors;

@@ -25,7 +25,7 @@ using ::testing::HasSubstr;
 
 constexpr seconds patience{20};
 
-/// All the descriptors that this process may have are taken.
+/// Uses up all descriptors of this process.
 class NoDescriptors {
  public:
   NoDescriptors() {
@@ -85,7 +85,7 @@ TEST(AChildProcess, IsNotWaitedForLongerThanWanted) {
   EXPECT_EQ(child.readLine(milliseconds(20)), std::nullopt);
   EXPECT_EQ(child.waitForEnd(milliseconds(20)), std::nullopt);
   EXPECT_EQ(child.reap(), std::nullopt);
-  // Whether it has stopped already or not.
+  // Whether it has already stopped or not.
   while (!child.waitForEnd(milliseconds(10))) child.signal(SIGCONT);
   EXPECT_EQ(child.readLine(patience), "continued");
 }
@@ -101,7 +101,7 @@ TEST(AChildProcess, IsSeenToEndWithoutADescriptorToSpare) {
 }
 
 TEST(AChildProcess, IsHeardToItsEndWithoutADescriptorToSpare) {
-  // What it leaves behind holds its output open.
+  // Its own child keeps the output open.
   auto child = shell("sleep 60 & echo $!");
   const NoDescriptors areLeft;
   const auto left = child.readLine(patience);
@@ -136,7 +136,7 @@ TEST(AChildProcess, KeepsItsStatusOnceItIsReaped) {
   ASSERT_TRUE(child.waitForEnd(patience));
   EXPECT_EQ(WEXITSTATUS(child.reap().value()), 3);
   EXPECT_EQ(WEXITSTATUS(child.waitForEnd(milliseconds(0)).value()), 3);
-  // Nobody else who has its number by now gets its signals.
+  // A process that reuses its number must not receive its signals.
   child.signal(SIGKILL);
   EXPECT_EQ(WEXITSTATUS(child.reap().value()), 3);
 }

@@ -19,7 +19,7 @@ using ::testing::ThrowsMessage;
 
 constexpr unsigned int noCore = 1'000'000;
 
-/// On a thread of its own, whose cores end with it.
+/// On a separate thread, so that the confinement ends with it.
 template <class Action>
 void onThread(const Action& action) {
   std::thread(action).join();

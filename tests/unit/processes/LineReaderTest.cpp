@@ -14,13 +14,13 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-/// Reads one end of a pipe whose other end the test has.
+/// Reads from a pipe that the test writes to.
 class ALineReader : public ::testing::Test {
  protected:
   void write(const std::string& bytes) const {
     ASSERT_EQ(::write(pipe_.write.get(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
   }
-  /// All lines there are, after one more look at the pipe.
+  /// All complete lines, after another read from the pipe.
   std::vector<std::string> read() {
     reader_.readSome();
     std::vector<std::string> lines;
@@ -58,7 +58,7 @@ TEST_F(ALineReader, GivesALineThatIsTooLongInPieces) {
   const std::string longest(LineReader::longestLine, 'x');
   std::vector<std::string> lines;
   const auto writeAndRead = [&](std::string bytes) {
-    // A pipe takes, and a look gives, 4 096 bytes at once for certain.
+    // A pipe accepts, and a read returns, at least 4 096 bytes at once.
     for (; !bytes.empty(); bytes.erase(0, 4'096)) {
       write(bytes.substr(0, 4'096));
       for (const auto& line : read()) lines.push_back(line);

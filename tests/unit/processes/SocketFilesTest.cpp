@@ -22,7 +22,7 @@ using socket::SocketEndpoint;
 using ::testing::HasSubstr;
 using ::testing::ThrowsMessage;
 
-/// Listens on a path until it is closed; then the file is left behind.
+/// Listens on a path until it is closed, and leaves the file behind.
 FileDescriptor listenOn(const fs::path& path) {
   FileDescriptor listener(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_un address{};

@@ -16,7 +16,7 @@ namespace {
 
 using testing::HasSubstr;
 
-/// What a terminal obeys: erases the screen, sets the title, rings, goes to another line, twice in one
+/// Control sequences: erase the screen, set the title, ring, go to another line; two of them in one
 /// character.
 const std::string hostile = "\x1b[2J\x1b]0;x\a\n\r\u009b2J\u0085\x7f\u202e";
 
@@ -31,7 +31,7 @@ std::shared_ptr<const tamb::INotificationMessage> notification(
                                .workflowManagerId = hostile});
 }
 
-/// What is written to the standard output.
+/// The standard output.
 template <class... Notifications>
 std::string shown(Display::Style style, const Notifications&... notifications) {
   testing::internal::CaptureStdout();
@@ -40,7 +40,7 @@ std::string shown(Display::Style style, const Notifications&... notifications) {
   return testing::internal::GetCapturedStdout();
 }
 
-/// Whether nothing in it but the one line end is more than text.
+/// Whether it contains only text and one line end.
 bool isOnePlainLine(std::string text) {
   if (text.empty() || text.back() != '\n') return false;
   text.pop_back();
@@ -86,7 +86,7 @@ TEST(ANotification, MayHoldValuesOfAnyTypeInAnyPlace) {
 
 TEST(WhatIsSaid, DoesNotDriveTheTerminal) {
   testing::internal::CaptureStderr();
-  // As a display does, whose timed mutex the ThreadSanitizer of clang 14 does not see being locked.
+  // Like a display, whose timed mutex clang 14's ThreadSanitizer does not recognise as locked.
   console::writeErrorLine("tamb-host: cannot read \"" + hostile + "caf\xe9\"");
   const std::string text = testing::internal::GetCapturedStderr();
   EXPECT_PRED1(isOnePlainLine, text);

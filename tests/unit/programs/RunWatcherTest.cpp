@@ -37,7 +37,7 @@ class SeenLines : public tamb::INotificationCallback {
   bool throws = false;
 };
 
-/// What a notification holds.
+/// The content of a notification.
 struct Values {
   std::string command = {};
   std::string reason = {};

@@ -124,7 +124,7 @@ TEST_F(AWorkflowFile, IsReadInTimeInProportionToItsCommands) {
   for (int count = 1; count < 100'000; ++count) text += R"(,{"name": "Stop"})";
   const std::clock_t start = std::clock();
   EXPECT_EQ(read(text + "]}").commands.size(), 100'000U);
-  // Of this process's own time, which other processes do not use up: a hundredth of it is enough.
+  // In processor time of this process, which other processes do not affect: a hundredth of it suffices.
   EXPECT_LT(std::clock() - start, 30 * CLOCKS_PER_SEC);
 }
 

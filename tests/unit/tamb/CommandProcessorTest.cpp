@@ -69,7 +69,7 @@ std::shared_ptr<const CommandMessage> command(const std::string& name, std::int6
       CommandFields{.time = MediaTime(rate, number, nullptr), .commandName = name, .stepId = "step"});
 }
 
-/// A command processor with a control that writes down the names of the commands that it gets.
+/// A command processor with a control that records the names of its commands.
 class CommandProcessor : public testing::Test {
  protected:
   void addControl(const std::string& name, FunctionControl::Function function) {
@@ -83,7 +83,7 @@ class CommandProcessor : public testing::Test {
   std::shared_ptr<tamb::ICommandProcessorFrontEnd> frontEnd_;
   std::shared_ptr<tamb::ICommandProcessorBackEnd> backEnd_;
   std::vector<std::string> executed_;
-  /// What the control does after that.
+  /// Called by the control afterwards.
   FunctionControl::Function then_ = [](const ICommandMessage&) {};
 
   void SetUp() override {
@@ -213,7 +213,7 @@ TEST_F(CommandProcessor, TakesAnyBytesThatACommandHolds) {
   EXPECT_NO_THROW(frontEnd_->PushCommand(std::make_shared<CommandMessage>(
       CommandFields{.commandName = bytes, .workflowManagerId = bytes, .stepId = bytes})));
   EXPECT_NO_THROW(backEnd_->ExecuteAllCommands());
-  ASSERT_THAT(log.records(), SizeIs(2));  // No time, no control: each in one line.
+  ASSERT_THAT(log.records(), SizeIs(2));  // One line each for the missing time and the missing control.
   EXPECT_THAT(log.records()[0].message, Not(HasSubstr("\n")));
   EXPECT_THAT(log.records()[1].message, Not(HasSubstr("\n")));
 }
@@ -422,7 +422,7 @@ TEST_F(CommandProcessor, LogsHowManyCommandsGoWithIt) {
   EXPECT_THAT(log.records()[0].message, HasSubstr("2"));
 }
 
-/// A command processor whose refusals are written down, as "NAME: REASON".
+/// A command processor whose refusals are recorded as "NAME: REASON".
 class RefusedCommands : public CommandProcessor {
  protected:
   void SetUp() override {
@@ -577,7 +577,7 @@ TEST(CommandProcessorThreads, AnEraseKeepsAnExecutionUnderWayFromGoingOn) {
   std::jthread executor([&backEnd = backEnd] { backEnd->ExecuteAllCommands(); });
   entered.acquire();
   backEnd->EraseAllCommandsInStack();
-  leave.release(3);  // Enough for all of them, so that a wrong execution ends too.
+  leave.release(3);  // Enough for all of them, so that a wrong execution ends, too.
   executor.join();
   EXPECT_THAT(executed, ElementsAre(0U));
 }

@@ -54,14 +54,14 @@ TEST(CommandTime, IsOrderedAcrossEditRates) {
 TEST(CommandTime, TellsTimesApartThatADoubleCannot) {
   EXPECT_EQ(time(largest - 1, 1, 1).Seconds(), time(largest, 1, 1).Seconds());
   EXPECT_LT(time(largest - 1, 1, 1), time(largest, 1, 1));
-  // Nanoseconds of this century against whole seconds.
+  // Nanoseconds of this century compared with whole seconds.
   EXPECT_LT(time(1'700'000'000, 1, 1), time(1'700'000'000'000'000'001, 1'000'000'000, 1));
   EXPECT_GT(time(1'700'000'000, 1, 1), time(1'699'999'999'999'999'999, 1'000'000'000, 1));
   EXPECT_TRUE(areEquivalent(time(1'700'000'000, 1, 1), time(1'700'000'000'000'000'000, 1'000'000'000, 1)));
 }
 
 TEST(CommandTime, RoundsItsSecondsOnce) {
-  // Barely above the middle of two doubles, so barely that 64 bits of the quotient do not show it.
+  // Above the midpoint of two doubles by so little that 64 bits of the quotient do not show it.
   EXPECT_EQ(time(5'699'293'261'411'173'915, largestMember, largestMember - 4).Seconds(),
             0x1.3c5fd414c343dp+62);
   EXPECT_EQ(time(8'113'017'699'674'444'918, largestMember, largestMember - 4).Seconds(),
@@ -82,7 +82,7 @@ TEST(CommandTime, DoesNotOverflow) {
 TEST(CommandTime, NeverHasFewerSecondsWhenItIsLater) {
   std::mt19937_64 random(1);
   const auto draw = [&random] {
-    // Of all magnitudes, and often close to one another.
+    // Of all magnitudes, and often close to each other.
     const auto number = static_cast<std::int64_t>(random()) >> (random() % 64);
     const auto numerator = static_cast<std::uint32_t>(random() >> (32 + random() % 31)) | 1U;
     const auto denominator = random() % 2 == 0 ? numerator : static_cast<std::uint32_t>(random()) | 1U;

@@ -54,8 +54,8 @@ TEST_F(ConsoleWriter, SpellsControlCharactersOut) {
 }
 
 TEST_F(ConsoleWriter, SpellsOutWhatATerminalObeysBeyondAscii) {
-  // A control sequence introducer in one character, what turns the direction of text, a byte of another
-  // encoding.
+  // A control sequence introducer in one character, a character that changes the text direction, a byte of
+  // another encoding.
   EXPECT_EQ(written(LogLevel::Info, "\u009b2J \u202egnp.exe caf\xe9", "\u009dtitle"),
             "Info    2026-03-01T12:34:56.789012Z [\\u009dtitle] 4711 \\u009b2J \\u202egnp.exe caf\\xe9\n");
 }

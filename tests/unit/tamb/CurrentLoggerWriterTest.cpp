@@ -65,7 +65,7 @@ TEST(CurrentLoggerWriter, MayChangeWhileOthersWrite) {
       ++reported;
     }
   });
-  // Each writer but the one that is current goes as soon as the last record that it was given is written.
+  // Each writer except the current one is destroyed as soon as its last record is written.
   for (int i = 0; i < 1'000 || reported < 100; ++i) {
     SetCurrentLoggerWriter(std::make_shared<FunctionWriter>([] { ++written; }));
   }
@@ -121,7 +121,7 @@ TEST(WriteLogRecordDeathTest, WorksWhileTheProcessEnds) {
   const auto endProcess = [] {
     static const LogsLastWords destroyedAtTheEnd;
     SetCurrentLoggerWriter(std::make_shared<tamb::ConsoleLoggerWriter>());
-    const std::string longName(100, 'x');  // Beyond any small-string buffer: memory that is gone by then.
+    const std::string longName(100, 'x');  // Too long for a small-string buffer: its memory is freed by then.
     tamb::DefineContextEngine_deprecated(longName, 7, nullptr, {}, {}, {}, {}, {});
     std::exit(0);  // NOLINT(concurrency-mt-unsafe): that statics are destroyed is what is tested.
   };

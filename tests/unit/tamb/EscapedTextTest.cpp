@@ -24,7 +24,7 @@ TEST(AnEscapedText, SpellsOutWhatATerminalObeys) {
 
 TEST(AnEscapedText, SpellsOutBytesThatAreNotUtf8) {
   EXPECT_EQ(EscapedText("caf\xe9.mkv"), R"(caf\xe9.mkv)");
-  // Overlong forms would smuggle a control character in, 0x9b alone is one in Latin-1.
+  // Overlong forms could hide a control character; 0x9b alone is one in Latin-1.
   EXPECT_EQ(EscapedText("\xc0\x9b\x9b"), R"(\xc0\x9b\x9b)");
   EXPECT_EQ(EscapedText("\xe2\x82"), R"(\xe2\x82)");
   EXPECT_EQ(EscapedText("\xed\xa0\x80\xf4\x90\x80\x80"), R"(\xed\xa0\x80\xf4\x90\x80\x80)");

@@ -57,7 +57,7 @@ std::shared_ptr<EngineFactory> factory() {
   return std::make_shared<EngineFactory>([](const Config&) { return stillProduct(); });
 }
 
-/// A factory that says that it makes engines, but is of another class.
+/// A factory that claims to create engines, but is of another class.
 struct PretendedFactory : tamb::IElementFactory {
   ElementFactoryType GetFactoryType() const override { return ElementFactoryType::Engine; }
 };

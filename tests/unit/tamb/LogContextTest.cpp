@@ -53,7 +53,7 @@ TEST(LogContext, BelongsToOneThread) {
 }
 
 TEST(ThreadId, IsTheKernelsNumberOfTheThread) {
-  EXPECT_EQ(tamb::GetThreadId(), std::to_string(getpid()));  // The main thread has the process's number.
+  EXPECT_EQ(tamb::GetThreadId(), std::to_string(getpid()));  // The main thread's id is the process id.
   std::string other;
   std::string expected;
   std::jthread([&] {

@@ -44,7 +44,7 @@ Notification notificationOf(unsigned int engineId, unsigned int commandId, const
 
 class NotificationHub : public testing::Test {
  protected:
-  /// A subscriber that writes the ids of what it gets into `ids`.
+  /// A subscriber that records the ids of its notifications in `ids`.
   static std::shared_ptr<tamb::INotificationCallback> recorder(std::vector<std::string>& ids) {
     return callback([&ids](const Notification& each) { ids.push_back(each->GetNotificationId()); });
   }

@@ -28,7 +28,7 @@ using testing::Each;
 using Notification = std::shared_ptr<const tamb::INotificationMessage>;
 using Subscription = std::shared_ptr<tamb::INotificationSubscriptionFrontEnd>;
 
-/// `engineId` stands for the pusher, `commandId` counts its notifications.
+/// `engineId` identifies the pusher, `commandId` counts its notifications.
 Notification numbered(unsigned int engineId, unsigned int commandId) {
   return std::make_shared<NotificationMessage>(
       NotificationFields{.commandId = commandId, .engineId = engineId});
@@ -88,7 +88,7 @@ TEST(NotificationHubThreads, NothingOfTheCallbackIsLeftWhenUnsubscribeReturnsDur
       while (subscription->IsActive()) {  // Until the other thread is inside Unsubscribe.
         std::this_thread::yield();
       }
-      // Each costs a time slice of somebody else where the machine is busy.
+      // On a busy machine, each costs a time slice of another process.
       for (int i = 0; i < 10; ++i) {
         std::this_thread::yield();
       }
@@ -108,7 +108,7 @@ TEST(NotificationHubThreads, CallbacksThatUnsubscribeEachOtherDoNotWaitForEachOt
   for (int round = 0; round < 100; ++round) {
     const auto [frontEnd, backEnd] = CreateNotificationHub();
     std::vector<Subscription> subscriptions(2);
-    // Both callbacks are under way before either of them unsubscribes the other one.
+    // Both callbacks are running before either of them unsubscribes the other one.
     std::atomic<int> underWay = 0;
     for (unsigned int i = 0; i < 2; ++i) {
       subscriptions[i] = frontEnd->SubscribeToCommandResponse(

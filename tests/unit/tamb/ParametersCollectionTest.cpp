@@ -30,7 +30,7 @@ using testing::SizeIs;
 using testing::StrictMock;
 using testing::ThrowsMessage;
 
-/// A prototype with one key of every supported type, none of whose defaults is the type's zero.
+/// A prototype with one key of every supported type, with defaults that differ from the type's zero.
 std::shared_ptr<tamb::IParametersCollectionPrototype> prototypeOfAllTypes(
     const std::shared_ptr<const tamb::IParametersCollectionPrototype>& nested) {
   auto prototype = CreateParametersCollectionPrototype();
@@ -250,7 +250,7 @@ TEST(ParametersCollectionInstance, IsReadAndWrittenBySeveralThreadsAtOnce) {
   prototype->AddUTF8StringKey("text", "0", "");
   const auto instance = CreateParametersCollectionInstance(prototype);
   startThreads(4, [&](unsigned int thread) {
-    // Too long for a small-string buffer, and all of one character, so that a torn value shows.
+    // Too long for a small-string buffer, and of a single character, so that a torn value is visible.
     const std::string mine(100, static_cast<char>('0' + thread));
     for (int i = 0; i < 500; ++i) {
       instance->SetUTF8String("text", mine);

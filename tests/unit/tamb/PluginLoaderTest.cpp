@@ -44,7 +44,7 @@ bool isMapped(const fs::path& library) {
   return handle != nullptr;
 }
 
-/// The message names the path in quotes and is one line.
+/// The message is one line with the path in quotes.
 auto names(const fs::path& path) { return AllOf(HasSubstr('"' + path.string() + '"'), Not(HasSubstr("\n"))); }
 
 class PluginLoader : public testing::Test {

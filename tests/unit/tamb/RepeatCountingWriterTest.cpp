@@ -16,7 +16,7 @@ using tamb::RepeatCountingWriter;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// Keeps "message @time".
+/// Records "message @time".
 class KeptRecords : public tamb::ILoggerWriter {
  public:
   void Write(LogLevel /*level*/, const std::string& message, const std::string& /*context*/,

@@ -5,8 +5,8 @@
 
 namespace tamb::test {
 
-/// Calls `function` on `count` threads at once, with 0, 1 and so on. The threads are joined when the result
-/// goes, hence at once when it is not kept.
+/// Calls `function` on `count` threads at once, with 0, 1 and so on. The destructor of the result joins the
+/// threads, so they are joined at once if the result is not kept.
 template <typename Function>
 std::vector<std::jthread> startThreads(unsigned int count, const Function& function) {
   std::vector<std::jthread> threads;

@@ -45,7 +45,7 @@ TEST(UUIDString, DiffersBetweenThreads) {
 }
 
 TEST(UUIDString, DiffersBetweenAForkedChildAndItsParent) {
-  tamb::GetUUIDString();  // what a thread has drawn in advance is in both of them now
+  tamb::GetUUIDString();  // fills the thread's reserve of random bytes, which parent and child now share
   std::array<int, 2> ends{};
   ASSERT_EQ(::pipe(ends.data()), 0);
   const pid_t child = ::fork();
@@ -54,7 +54,7 @@ TEST(UUIDString, DiffersBetweenAForkedChildAndItsParent) {
     const auto uuid = tamb::GetUUIDString();
     ::_exit(::write(ends[1], uuid.data(), uuid.size()) == 36 ? 0 : 1);
   }
-  // A child that writes nothing is met with the end of the pipe.
+  // If the child writes nothing, the read finds the end of the pipe.
   ::close(ends[1]);
   std::string childs(36, ' ');
   EXPECT_EQ(::read(ends[0], childs.data(), childs.size()), 36);

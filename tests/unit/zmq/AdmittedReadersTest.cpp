@@ -21,14 +21,14 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-/// An open socket, as the connection to a peer.
+/// An open socket that represents the connection to a peer.
 base::FileDescriptor openSocket() {
   base::FileDescriptor descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!descriptor.isOpen()) throw std::system_error(errno, std::generic_category(), "cannot make a socket");
   return descriptor;
 }
 
-/// Closes the socket and opens another under the same number.
+/// Closes the socket and opens another with the same number.
 void replace(base::FileDescriptor& descriptor) {
   const base::FileDescriptor other = openSocket();
   if (::dup3(other.get(), descriptor.get(), O_CLOEXEC) < 0) {
@@ -36,8 +36,8 @@ void replace(base::FileDescriptor& descriptor) {
   }
 }
 
-/// What libzmq would report, in a prescribed order: a message is there to be taken only once the ends ahead
-/// of it have been, and a look for ends finds those alone that come ahead of the next message.
+/// Simulates libzmq's reports in a given order: a message can be taken only once the preceding ends have
+/// been, and a check for ends finds only those that precede the next message.
 class ScriptedSubscribers : public Subscribers {
  public:
   void subscribes(int descriptor) {
@@ -47,7 +47,7 @@ class ScriptedSubscribers : public Subscribers {
   void subscriptionEnds() { script_.emplace_back(Message{}); }
   void ends(int descriptor) { script_.emplace_back(End{.descriptor = descriptor, .isLastOfLook = false}); }
   void ends(const base::FileDescriptor& peer) { ends(peer.get()); }
-  /// A look for ends finds none beyond those so far.
+  /// A check for ends finds no further ones.
   void lookEnds() { script_.emplace_back(End{.descriptor = 0, .isLastOfLook = true}); }
 
   std::optional<Message> takeMessage() override { return take<Message>(); }
@@ -108,7 +108,7 @@ TEST_F(AdmittedReadersTest, AdmitNobodyWhoseEndWasReportedAheadOfItsSubscription
   EXPECT_FALSE(update());
   EXPECT_FALSE(readers_.any());
   EXPECT_EQ(subscribers_.admissions, 0);
-  // Whoever comes next is served, on the same descriptor as well.
+  // The next peer is served, even on the same descriptor.
   replace(broken);
   subscribers_.subscriptionEnds();
   update();
@@ -133,7 +133,7 @@ TEST_F(AdmittedReadersTest, DoNotTakeASuccessorForWhoSubscribedBefore) {
   base::FileDescriptor broken = openSocket();
   subscribers_.ends(broken);
   update();
-  // The subscription is of the first connection; the descriptor is a second one's by now.
+  // The subscription belongs to the first connection; a second one has the descriptor by now.
   replace(broken);
   subscribers_.subscribes(broken);
   EXPECT_FALSE(update());
@@ -182,7 +182,8 @@ TEST_F(AdmittedReadersTest, DisconnectAReaderThatSubscribesAgain) {
 
 TEST_F(AdmittedReadersTest, AdmitNobodyWhileEndsComeWithoutPause) {
   const base::FileDescriptor reader = openSocket();
-  // Ten looks for ends find some each time; the next would find the end of who had the reader's descriptor.
+  // Each of ten checks finds ends; the next one would find the end of the peer that had the reader's
+  // descriptor.
   for (int look = 0; look < 10; ++look) {
     subscribers_.ends(1000 + look);
     subscribers_.lookEnds();

@@ -42,7 +42,7 @@ proto::EngineBackEndReply replyOf(std::uint32_t number) {
   return reply;
 }
 
-/// A requester with one request under way at a time. One thread.
+/// A requester with one pending request at a time. Used on one thread.
 class Asker {
  public:
   explicit Asker(const SocketEndpoint& endpoint) {
@@ -55,7 +55,7 @@ class Asker {
     request.set_timeoutmilliseconds(number);
     socket_.sendProtoBuf(&request);
   }
-  /// Throws when none comes.
+  /// Throws if none arrives.
   std::uint32_t receive() {
     std::string errorText;
     const int polled = socket_.poll(std::chrono::milliseconds(patience).count(), errorText);
@@ -79,7 +79,7 @@ class Asker {
 
 class AConcurrentReplier : public ::testing::Test {
  protected:
-  /// The next request and its number; throws when none comes.
+  /// The next request and its number; throws if none arrives.
   std::pair<std::uint32_t, Request> next() {
     proto::EngineFrontEndRequest message;
     auto request = replier_->receive(patience, message, sizeBound);
@@ -179,7 +179,7 @@ TEST_F(AConcurrentReplier, LetsItsOwnerRefuseAtALimit) {
       EXPECT_EQ(askers.back()->receive(), refusal);
     }
   }
-  // With one answered there is room again, for one that was refused.
+  // After one reply there is room again, for a request that was refused.
   replier_->answer(std::move(held.extract(1).mapped()), replyOf(1));
   EXPECT_EQ(askers[1]->receive(), 1U);
   askers[4]->send(4);
@@ -214,7 +214,7 @@ TEST_F(AConcurrentReplier, ReportsThatARequesterHasDisconnected) {
     asker.send(1);
     request = next().second;
   }
-  // Who disconnects is missed a little later; another one's request comes after that, at some time.
+  // The disconnection is noticed a little later; another peer's request arrives at some time after that.
   const auto isMissed = [&] {
     Asker asker(endpoint_);
     asker.send(2);
@@ -240,13 +240,13 @@ TEST_F(AConcurrentReplier, MayBeDestroyedWhileRequestsWait) {
   held.push_back(next().second);
   held.push_back(next().second);
   replier_.reset();
-  // What they hold of it is their own.
+  // They own what they keep of it.
   held.clear();
   EXPECT_THROW(first.receive(), std::runtime_error);
   EXPECT_THROW(second.receive(), std::runtime_error);
 }
 
-/// A replier whose requests are handled by threads, one each, as a service does it.
+/// A replier whose requests are handled by one thread each, as in a service.
 class AServiceWithThreads : public AConcurrentReplier {
  protected:
   static constexpr std::uint32_t stubborn = 1'000'000;
@@ -256,7 +256,7 @@ class AServiceWithThreads : public AConcurrentReplier {
   void start() {
     serving_ = std::thread([this] { serve(); });
   }
-  /// Waits for all handlers that are under way.
+  /// Waits for all running handlers.
   void stop() {
     gate_.open();
     if (!serving_.joinable()) return;
@@ -341,7 +341,7 @@ TEST_F(AServiceWithThreads, AnswersOthersWhileSlowOnesRunAndEndsWithThem) {
   Asker quick(endpoint_);
   for (std::uint32_t number = 0; number < 20; ++number) EXPECT_EQ(quick.ask(number), number);
   EXPECT_FALSE(slow.hasReply());
-  // Its end waits for them, and they are answered.
+  // Its destructor waits for them, and they are answered.
   stop();
   EXPECT_EQ(slow.receive(), stubborn);
   EXPECT_EQ(slower.receive(), stubborn + 1);

@@ -1,4 +1,4 @@
-// A plug-in that cannot do its work.
+// A plug-in whose registration fails.
 
 #include <stdexcept>
 

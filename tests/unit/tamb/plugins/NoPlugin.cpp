@@ -1,3 +1,3 @@
-// A shared library that is no plug-in.
+// A shared library that is not a plug-in.
 
 extern "C" int Answer() { return 42; }

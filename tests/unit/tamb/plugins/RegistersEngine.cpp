@@ -1,4 +1,4 @@
-// A plug-in as it should be: it registers one engine factory under the name that it is given.
+// A correct plug-in: it registers one engine factory under the given name.
 
 #include <memory>
 
