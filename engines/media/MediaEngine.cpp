@@ -54,7 +54,7 @@ void MediaEngine::runOnce() {
     // removed by then.
     result = MediaRun(*document_, mediaCommands, reports, watch(), position_).run();
   } catch (const StoppedEarly&) {
-    if (watch().abandoned()) return giveUp(mediaCommands, reports);
+    if (watch().abandoned()) return endAbandonedRun(mediaCommands, reports);
     result.stopped = true;
   } catch (...) {
     const auto reason = tamb::CurrentExceptionText();
@@ -68,7 +68,7 @@ void MediaEngine::runOnce() {
   reports.finished(result);
 }
 
-void MediaEngine::giveUp(MediaCommands& mediaCommands, const MediaReports& reports) {
+void MediaEngine::endAbandonedRun(MediaCommands& mediaCommands, const MediaReports& reports) {
   const auto reason = watch().abandonReason();
   mediaCommands.refuseRest("the run was abandoned");
   conclude(EngineStatus::Failed, reason);

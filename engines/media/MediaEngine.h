@@ -31,7 +31,7 @@ class MediaEngine final : public EngineBase {
  private:
   void runOnce() override;
   /// Ends a run that was abandoned, after its output has been removed.
-  void giveUp(MediaCommands& mediaCommands, const MediaReports& reports);
+  void endAbandonedRun(MediaCommands& mediaCommands, const MediaReports& reports);
 
   std::optional<MediaDocument> document_;
   MediaPosition position_;

@@ -180,7 +180,7 @@ void MediaInput::readOne() {
     return;
   }
   if (result < 0) {
-    breakOff(result);
+    endAtError(result);
     return;
   }
   const auto queue = queues_.find(packet->stream_index);
@@ -211,7 +211,7 @@ void MediaInput::reportLeftOut(const AVStream& stream) {
                                             av_get_media_type_string(type)));
 }
 
-void MediaInput::breakOff(int error) {
+void MediaInput::endAtError(int error) {
   // After an error of disk or network, the rest of the data is unknown.
   const bool isDamaged = context_->pb != nullptr && context_->pb->error >= 0;
   if (!isDamaged || !faults_.skipsErrors()) {

@@ -69,7 +69,7 @@ class MediaInput {
   void reportLeftOut(const AVStream& stream);
   /// Ends the input where reading failed. Throws if the run should fail in that case, or if the cause is not
   /// damaged data.
-  void breakOff(int error);
+  void endAtError(int error);
   bool queueIsFull() const;
 
   const std::string location_;

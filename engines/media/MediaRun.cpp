@@ -94,8 +94,8 @@ void MediaRun::requireOtherFile() const {
 }
 
 void MediaRun::requireStreams() const {
-  const auto require = [this](bool asked, const char* what, const void* stream, const char* kind) {
-    if (asked && stream == nullptr) {
+  const auto require = [this](bool required, const char* what, const void* stream, const char* kind) {
+    if (required && stream == nullptr) {
       throw TAMBRuntimeError(fmt::format("{} is asked for, but {:?} has no {}", what, document_.input, kind));
     }
   };
@@ -104,7 +104,7 @@ void MediaRun::requireStreams() const {
   require(document_.loudness, "The loudness", input_->audio(), "audio");
 }
 
-const char* MediaRun::asked(AVMediaType type) const {
+const char* MediaRun::requirementFor(AVMediaType type) const {
   if (type == AVMEDIA_TYPE_VIDEO) {
     return !document_.videoFilter.empty()           ? "a filter"
            : !document_.settings.videoCodec.empty() ? "a codec"
@@ -119,7 +119,7 @@ void MediaRun::openDecoders() {
     if (!output_ || output_->encoder(type) != nullptr) {
       return true;
     }
-    if (const auto* const what = asked(type)) {
+    if (const auto* const what = requirementFor(type)) {
       throw TAMBRuntimeError(fmt::format("The container of {:?} takes no {}, for which there is {}",
                                          document_.output, av_get_media_type_string(type), what));
     }
@@ -176,7 +176,7 @@ void MediaRun::leaveOut(StreamDecoder& decoder) {
     throw TAMBRuntimeError(
         fmt::format("Stream {} of {:?} begins too far behind the other one", index, document_.input));
   }
-  const auto* const what = asked(decoder.stream().codecpar->codec_type);
+  const auto* const what = requirementFor(decoder.stream().codecpar->codec_type);
   if (!error.empty() && what != nullptr) {
     throw TAMBRuntimeError(
         fmt::format("Nothing can be decoded of stream {} of {:?}, for which there is {}: {}", index,
@@ -212,19 +212,19 @@ void MediaRun::process() {
       continue;
     }
     if (!hasSound) {
-      showPicture();
+      processPicture();
       continue;
     }
     auto end = sound_->pts + sound_->nb_samples;
     if (hasPicture) {
       const auto picture = videoDecoder_->time().firstSample(sound_->sample_rate);
       if (picture <= soundPosition()) {
-        showPicture();
+        processPicture();
         continue;
       }
       end = std::min(end, picture);
     }
-    playSound(end);
+    processSound(end);
   }
 }
 
@@ -282,7 +282,7 @@ void MediaRun::finish() {
   }
 }
 
-void MediaRun::showPicture() {
+void MediaRun::processPicture() {
   const auto time = videoDecoder_->time();
   const double seconds = time.seconds();
   soundLimit_ = std::numeric_limits<std::int64_t>::min();
@@ -299,7 +299,7 @@ void MediaRun::showPicture() {
   reach(seconds, seconds + (rate.num > 0 ? av_q2d(av_inv_q(rate)) : 0));
 }
 
-void MediaRun::playSound(std::int64_t end) {
+void MediaRun::processSound(std::int64_t end) {
   const double sampleRate = sound_->sample_rate;
   soundLimit_ = soundPosition();
   waitFor(static_cast<double>(soundPosition()) / sampleRate);

@@ -51,7 +51,7 @@ class MediaRun final : public MediaCommandTarget {
   void openDecoders();
   void openLanes();
   /// The setting that requires a stream of that type, for error texts; null if there is none.
-  const char* asked(AVMediaType type) const;
+  const char* requirementFor(AVMediaType type) const;
   /// Continues without a stream that gave no frame. Throws if it begins too long after the other one, or if
   /// it cannot be decoded and the document requires it.
   void leaveOut(StreamDecoder& decoder);
@@ -62,9 +62,9 @@ class MediaRun final : public MediaCommandTarget {
   /// Throws if the run was abandoned.
   void requireWanted() const;
 
-  void showPicture();
+  void processPicture();
   /// Processes the decoded audio up to that sample.
-  void playSound(std::int64_t end);
+  void processSound(std::int64_t end);
   void advanceSound(std::int64_t end);
   /// The number of the next sample.
   std::int64_t soundPosition() const { return sound_->pts + soundOffset_; }

@@ -78,8 +78,8 @@ struct EngineManual {
   std::vector<ManualNotification> notifications = {};
 };
 
-/// The notifications of every engine derived from EngineBase, published by the engine or by its process: answers
-/// to commands, and the two ends of a run.
+/// The notifications of every engine derived from EngineBase, published by the engine or by its process:
+/// answers to commands, and the two ends of a run.
 std::vector<ManualNotification> commonNotifications();
 
 /// The manual with the common notifications after its own; if both list a line, the manual's entry counts.
