@@ -18,13 +18,13 @@ namespace qor::socket {
 
 namespace {
 
-/// The sockets interface itself passes an address of any family by such casts.
+/// The sockets API itself requires such casts for addresses of any family.
 template <class Address>
 const Address& as(const sockaddr_storage& address) {
   return reinterpret_cast<const Address&>(address);
 }
 
-/// A wildcard stands for every address of this machine.
+/// A wildcard matches every address of this machine.
 bool isSameOrWildcard(const sockaddr_in& listener, const sockaddr_in& connection) {
   return listener.sin_port == connection.sin_port && (listener.sin_addr.s_addr == htonl(INADDR_ANY) ||
                                                       listener.sin_addr.s_addr == connection.sin_addr.s_addr);
@@ -60,8 +60,8 @@ bool isConnectionAt(int descriptor, const sockaddr_storage& listener, socklen_t 
 
 }  // namespace
 
-/// A connection under a number of our own, until the object ends; false when the number that was given does
-/// not stand for one.
+/// A duplicate of a connection, during the lifetime of this object; false if the given descriptor is not a
+/// connection of this address.
 class AcceptedConnections::Duplicate {
  public:
   Duplicate(const AcceptedConnections& connections, int descriptor) noexcept
@@ -70,7 +70,7 @@ class AcceptedConnections::Duplicate {
     isConnection_ = isMade_ && isConnectionAt(place_, connections.address_, connections.size_);
   }
   ~Duplicate() {
-    // Lest the connection outlive libzmq's own descriptor.
+    // Otherwise the connection would outlive libzmq's own descriptor.
     if (isMade_) replacePlace(nothing_);
   }
   Duplicate(const Duplicate&) = delete;

@@ -8,23 +8,23 @@ namespace qor::socket {
 
 namespace {
 
-/// Ends an update while peers connect and disconnect without pause.
+/// Bounds an update while peers keep connecting and disconnecting.
 constexpr int mostRounds = 10;
 
-/// libzmq's thread closes a connection within microseconds of its report, once it has a processor. Whoever
-/// sends waits as long.
+/// libzmq's thread closes a connection within microseconds of its report, once it is scheduled. Senders wait
+/// as long.
 constexpr std::chrono::milliseconds timeToClose{1};
 
 }  // namespace
 
 bool AdmittedReaders::update() {
-  // What was received over these is among the messages taken from now on.
+  // Data received over these connections is among the messages taken from now on.
   std::vector<int> closed;
   for (const auto& [number, descriptor] : closing_) {
     if (!descriptor.isOpen()) closed.push_back(number);
   }
-  // Subscriptions and ends come in different ways. Once a look finds no further ends, all those are known
-  // that happened before the subscriptions taken so far.
+  // Subscriptions and ends arrive over different channels. Once a check finds no further ends, all those are
+  // known that precede the subscriptions taken so far.
   takeMessages();
   for (int round = 1; takeEnds(); ++round) {
     takeMessages();
@@ -51,13 +51,14 @@ void AdmittedReaders::onMessage(const Subscribers::Message& message) {
   latest_.reset();
   const int descriptor = message.descriptor;
   if (descriptor == Subscribers::Message::noDescriptor) {
-    // By now libzmq has closed the connection. Its end was reported before, but if that was missed, the
-    // publisher would serve nobody for ever.
+    // By now libzmq has closed the connection. Its end was reported before; if that report was missed, the
+    // publisher would never admit another reader.
     std::erase_if(admitted_, [](const auto& reader) { return !reader.second.isOpen(); });
     return;
   }
-  // A reader subscribes to everything, once: libzmq would keep any number of topics. The subscription of a
-  // connection that has ended cannot be told from one by its successor, on the same descriptor.
+  // A reader subscribes to everything, once, because libzmq would keep any number of topics. A subscription
+  // from a connection that has ended cannot be distinguished from one of its successor on the same
+  // descriptor.
   if (!message.isSubscription || admitted_.contains(descriptor) || waiting_.contains(descriptor) ||
       closing_.contains(descriptor) || !newcomers_.insert(descriptor).second) {
     subscribers_.disconnect(descriptor);
@@ -74,7 +75,7 @@ bool AdmittedReaders::takeEnds() {
 }
 
 /// A peer that subscribes and breaks the protocol in one write: libzmq reports its end, then passes its
-/// subscription on, then closes the connection. Once that is closed, the subscription is there to be taken.
+/// subscription on, then closes the connection. Once the connection is closed, the subscription can be taken.
 void AdmittedReaders::waitUntilEndedAreClosed() {
   const auto deadline = std::chrono::steady_clock::now() + timeToClose;
   for (const int number : ended_) {
@@ -100,8 +101,8 @@ void AdmittedReaders::forgetEnded() {
   }
 }
 
-/// Some of them may have ended without our knowing it yet, and a report that comes later could be of a
-/// predecessor on the same descriptor.
+/// Some of them may have ended without a report so far, and a later report could be about a predecessor on
+/// the same descriptor.
 void AdmittedReaders::disconnectNewcomers() {
   std::ranges::for_each(newcomers_, [this](int descriptor) { subscribers_.disconnect(descriptor); });
   newcomers_.clear();
@@ -109,8 +110,8 @@ void AdmittedReaders::disconnectNewcomers() {
 }
 
 /// XPUB grants a subscription to the peer whose message was taken last, and version 4.3.4 does not check that
-/// it still has a connection to that peer. It has one if the subscription was the last message to come: the
-/// end of the connection would have brought another.
+/// it still has a connection to that peer. It has one if the subscription was the last message to arrive,
+/// because the end of the connection would have caused another.
 bool AdmittedReaders::admitLatest() {
   if (!latest_ || isFull()) return false;
   const auto descriptor = ForeignDescriptor::of(*latest_);

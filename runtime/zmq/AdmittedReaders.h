@@ -12,10 +12,10 @@
 
 namespace qor::socket {
 
-/// Decides which subscribers a publisher serves: one, or as many as its endpoint allows. Others stay
-/// connected and get nothing. When a reader has disconnected, they are disconnected too; their sockets
-/// connect and subscribe again by themselves, and the first to do so is admitted. Whoever cannot be told from
-/// another peer is disconnected for the same reason: its next attempt is unambiguous.
+/// Decides which subscribers a publisher serves: as many as its endpoint allows. Others stay connected and
+/// receive nothing. When a reader has disconnected, they are disconnected, too; their sockets reconnect and
+/// subscribe again by themselves, and the first to do so is admitted. A peer that cannot be distinguished
+/// from another one is also disconnected, because its next attempt is unambiguous.
 ///
 /// Not thread-safe.
 class AdmittedReaders {
@@ -23,8 +23,8 @@ class AdmittedReaders {
   AdmittedReaders(Subscribers& subscribers, unsigned int limit, const SocketLabel& label)
       : subscribers_(subscribers), limit_(limit), refusals_(label, limit) {}
 
-  /// Takes what has come. True when a reader was admitted. Waits at most some milliseconds, and only when
-  /// peers have disconnected. Throws as throwZmqError.
+  /// Processes all reports. Returns true if a reader was admitted. Waits at most some milliseconds, and only
+  /// if peers have disconnected. Throws as throwZmqError.
   bool update();
   bool any() const { return !admitted_.empty(); }
 
@@ -44,13 +44,13 @@ class AdmittedReaders {
   Subscribers& subscribers_;
   const std::size_t limit_;
   RefusalLog refusals_;
-  // By their descriptors:
+  // Identified by their descriptors:
   std::map<int, ForeignDescriptor> admitted_;
   std::set<int> waiting_;                     ///< subscribed, but refused
-  std::map<int, ForeignDescriptor> closing_;  ///< have ended; libzmq may still pass on what it had received
+  std::map<int, ForeignDescriptor> closing_;  ///< have ended; libzmq may still pass on their data
   // Empty between two updates:
   std::set<int> newcomers_;    ///< have subscribed
-  std::optional<int> latest_;  ///< the newcomer whose subscription is the last message that came
+  std::optional<int> latest_;  ///< the newcomer whose subscription was the last message
   std::set<int> ended_;        ///< have disconnected
 };
 

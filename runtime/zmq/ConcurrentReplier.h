@@ -13,12 +13,12 @@ class Message;
 
 namespace qor::socket {
 
-/// A replier that answers requests in any order: each in its own time, while others come in. For requesters
-/// it is a Replier like any other. One thread uses it, except for wake(). Throws as Socket does.
+/// A replier that answers requests in any order, while it receives others. To requesters it is a Replier like
+/// any other. One thread uses it, except for wake(). Throws as Socket does.
 class ConcurrentReplier {
  public:
-  /// A request that waits for its answer; dropped unanswered, it holds up nobody. Its owner bounds how many
-  /// there are.
+  /// A request that waits for its answer; dropping it unanswered does not block others. The owner bounds
+  /// their number.
   class Request {
    public:
     Request(Request&& other) noexcept;
@@ -32,20 +32,20 @@ class ConcurrentReplier {
     std::unique_ptr<Content> content_;
   };
 
-  /// Binds the endpoint; the name stands in every diagnostic. Throws std::runtime_error.
+  /// Binds the endpoint; every diagnostic contains the name. Throws std::runtime_error.
   ConcurrentReplier(const std::string& name, const SocketEndpoint& endpoint);
-  /// Leaves answers that have not left 1 s, without waiting for it.
+  /// Gives unsent answers 1 s to leave, without waiting for it.
   ~ConcurrentReplier();
   ConcurrentReplier(const ConcurrentReplier&) = delete;
   ConcurrentReplier& operator=(const ConcurrentReplier&) = delete;
 
-  /// The next request; none when it does not come in time, or at once when wake() was called. A request that
-  /// is not a complete message of at most `sizeBound` bytes leaves `message` cleared, and one error line.
+  /// The next request; empty after the time-out, or at once when wake() was called. A request that is not a
+  /// complete message of at most `sizeBound` bytes leaves `message` cleared, and logs one error line.
   std::optional<Request> receive(std::chrono::milliseconds timeOut, google::protobuf::Message& message,
                                  unsigned int sizeBound);
-  /// Does not wait. Throws std::runtime_error when the requester has disconnected.
+  /// Does not wait. Throws std::runtime_error if the requester has disconnected.
   void answer(Request request, const google::protobuf::Message& message);
-  /// Ends a receive that is under way, or else the next one. Any thread; does not throw.
+  /// Ends a pending receive, or else the next one. Any thread; does not throw.
   void wake() noexcept;
 
  private:

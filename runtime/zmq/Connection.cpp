@@ -14,10 +14,10 @@ namespace qor::socket {
 
 namespace {
 
-/// libzmq says within microseconds of a loss that it tries again, once its thread gets a processor. To give
-/// up too soon would cost what is on its way over the connection that it makes meanwhile.
+/// libzmq reports within microseconds of a loss that it reconnects, once its thread is scheduled. Giving up
+/// too soon would lose messages on the connection that it makes meanwhile.
 constexpr std::chrono::milliseconds timeForLibzmq{500};
-/// A peer may come back at any moment, and trying a local address costs microseconds.
+/// A peer may come back at any time, and trying a local address costs microseconds.
 constexpr std::chrono::milliseconds longestTimeBetweenTries{100};
 
 }  // namespace
@@ -39,7 +39,7 @@ std::optional<ForeignDescriptor> Connection::end() noexcept {
   if (std::exchange(isFollowed_, false)) {
     events_.stop();
     watch_.remove(events_.descriptor());
-    // For what the watch's thread has not taken yet.
+    // For events that the watch's thread has not processed yet.
     Connection::onActivity();
   }
   return ForeignDescriptor::of(descriptor_);
@@ -82,7 +82,7 @@ bool Connection::onActivity() noexcept {
   try {
     while (const auto event = events_.take()) onEvent(*event);
   } catch (const std::exception&) {
-    // The context is being shut down; the socket is told so by libzmq itself.
+    // The context is being shut down; libzmq reports that to the socket itself.
     goesOn = false;
   }
   signalChange();
@@ -92,7 +92,7 @@ bool Connection::onActivity() noexcept {
 void Connection::onEvent(const SocketMonitor::Event& event) noexcept {
   const Deadline::rep now = Deadline::clock::now().time_since_epoch().count();
   switch (event.kind) {
-    case ZMQ_EVENT_CONNECTED:  // which is not to say that the peer has answered
+    case ZMQ_EVENT_CONNECTED:  // the peer has not necessarily answered yet
       descriptor_ = event.value;
       break;
     case ZMQ_EVENT_HANDSHAKE_SUCCEEDED:
@@ -106,7 +106,7 @@ void Connection::onEvent(const SocketMonitor::Event& event) noexcept {
       downSince_ = now;
       ++losses_;
       break;
-    case ZMQ_EVENT_CONNECT_RETRIED:  // it is going to: for the owner's socket, in an hour
+    case ZMQ_EVENT_CONNECT_RETRIED:  // it will: for the owner's socket, in an hour
       downSince_ = reconnector_ == Reconnector::Owner ? now : never;
       break;
     default:
@@ -116,7 +116,7 @@ void Connection::onEvent(const SocketMonitor::Event& event) noexcept {
 
 void Connection::signalChange() noexcept {
   const std::uint64_t one = 1;
-  // Fails only when the count is at its limit, and then the descriptor is readable already.
+  // Fails only if the count is at its limit, and then the descriptor is already readable.
   [[maybe_unused]] const auto written = ::write(changes_.get(), &one, sizeof one);
 }
 

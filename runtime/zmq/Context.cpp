@@ -19,14 +19,14 @@ namespace qor::socket {
 
 namespace {
 
-/// A few per remote engine, for more engines than a machine runs; each costs a pointer.
+/// A few for each remote engine, for more engines than a machine runs; each costs a pointer.
 constexpr int maximumSockets = 8'192;
 
-/// What the threads of a context and its first socket open: two each, and one to end them all.
+/// The descriptors of a context's threads and its first socket: two each, and one to end all threads.
 constexpr std::size_t firstDescriptors = 8;
 
-/// Throws std::runtime_error when this process may not open so many: libzmq ends a process whose context's
-/// threads find none.
+/// Throws std::runtime_error if this process may not open that many, because libzmq aborts a process whose
+/// context's threads find none.
 void requireDescriptors() {
   std::array<base::FileDescriptor, firstDescriptors> room;
   for (base::FileDescriptor& descriptor : room) {
@@ -37,7 +37,7 @@ void requireDescriptors() {
 
 struct Current {
   ~Current() {
-    // A child that was forked has this object, but neither the threads behind the context nor a use for it.
+    // A forked child has this object, but neither the context's threads nor a use for it.
     if (::getpid() == owner) context.reset();
   }
 
@@ -45,7 +45,7 @@ struct Current {
   [[maybe_unused]] AcceptGuard& guard = AcceptGuard::instance();
   const pid_t owner = ::getpid();
   base::Mutex mutex;
-  /// Outlives this object, for a child to leave it alone.
+  /// Outlives this object, so that a child does not touch it.
   std::shared_ptr<Context>& context QOR_GUARDED_BY(mutex) = *new std::shared_ptr<Context>();
 };
 

@@ -8,8 +8,8 @@
 namespace qor::socket {
 
 /// The messaging context of this process: libzmq's context with its one I/O thread, and the watch over the
-/// sockets' peers. Every open socket holds it, so that it ends with the last of them; ending it waits for
-/// what closed sockets have left behind, no longer than their close policies allow.
+/// sockets' peers. Every open socket shares its ownership, so it ends with the last of them; the end waits
+/// for unsent messages of closed sockets, no longer than their close policies allow.
 class Context {
  public:
   Context();
@@ -17,9 +17,9 @@ class Context {
   Context(const Context&) = delete;
   Context& operator=(const Context&) = delete;
 
-  /// The context that sockets are opened in now; made on first use. Any thread.
+  /// The context for new sockets; created on first use. Any thread.
   static std::shared_ptr<Context> current();
-  /// Shuts the present context down; the next call of current() makes a new one. Any thread.
+  /// Shuts the current context down; the next call of current() creates a new one. Any thread.
   static void shutDownCurrent();
 
   void* get() const { return context_.get(); }

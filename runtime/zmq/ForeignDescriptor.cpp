@@ -18,14 +18,14 @@ bool ForeignDescriptor::isOpen() const noexcept { return of(number_) == *this; }
 base::FileDescriptor ForeignDescriptor::duplicate() const noexcept {
   base::FileDescriptor ours(::fcntl(number_, F_DUPFD_CLOEXEC, 0));
   const auto duplicated = of(ours.get());
-  // It may have been closed, and its number used again, just ahead of the call.
+  // It may have been closed, and its number reused, just before the call.
   if (!duplicated || duplicated->inode_ != inode_) return {};
   return ours;
 }
 
 void ForeignDescriptor::waitUntilClosed(std::chrono::milliseconds atMost) const noexcept {
   const auto deadline = std::chrono::steady_clock::now() + atMost;
-  // libzmq's I/O thread closes it, and reports the end before that: nothing marks the moment.
+  // libzmq's I/O thread closes it after reporting the end; nothing reports the close itself.
   while (isOpen() && std::chrono::steady_clock::now() < deadline) {
     std::this_thread::sleep_for(std::chrono::microseconds(50));
   }

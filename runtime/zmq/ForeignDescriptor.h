@@ -7,19 +7,19 @@
 
 namespace qor::socket {
 
-/// A socket's descriptor that libzmq closes whenever it sees fit, on a thread of its own; then its number may
-/// stand for something else. The inode, which is not used again, tells the two apart. A value.
+/// A socket's descriptor that libzmq may close at any time, on its own thread; then its number may be reused.
+/// The inode, which is not reused, distinguishes the two. A value.
 class ForeignDescriptor {
  public:
-  /// What the number stands for now; nothing when that is not a socket.
+  /// The current owner of the number; empty if that is not a socket.
   static std::optional<ForeignDescriptor> of(int number) noexcept;
 
   int number() const { return number_; }
-  /// The number still stands for the same socket.
+  /// Whether the number still refers to the same socket.
   bool isOpen() const noexcept;
-  /// The same socket under a number of our own; empty when it is closed, or when no descriptor can be had.
+  /// A duplicate of the socket; empty if it is closed, or if no descriptor is available.
   base::FileDescriptor duplicate() const noexcept;
-  /// There is nothing to wait on: looks until the descriptor is closed, no longer than `atMost`.
+  /// Polls until the descriptor is closed, at most for `atMost`, because no event reports the close.
   void waitUntilClosed(std::chrono::milliseconds atMost) const noexcept;
 
   friend bool operator==(const ForeignDescriptor&, const ForeignDescriptor&) = default;

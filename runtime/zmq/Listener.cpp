@@ -17,8 +17,8 @@ namespace qor::socket {
 
 namespace {
 
-/// The name that stands for an inproc endpoint among the machine's local sockets. The random part keeps the
-/// names of processes apart; no other user is let in when a peer connects.
+/// The name of an inproc endpoint among the machine's local sockets. The random part keeps the names of
+/// processes apart; peers of other users are rejected when they connect.
 std::string nameWithinProcess(const std::string& name) {
   static const std::string prefix = "@" + base::randomUuid() + '-';
   return prefix + name;
@@ -39,13 +39,13 @@ base::FileDescriptor listenOn(const SocketEndpoint& endpoint) {
   throw std::logic_error("unknown transport");
 }
 
-/// How long an address in use is tried: far longer than a thread is kept from freeing it, and no wait that
-/// anybody notices.
+/// How long an address in use is retried: far longer than the kernel needs to free it, and too short for
+/// anyone to notice.
 constexpr std::chrono::milliseconds timeToBeFreed{100};
 
-/// The system frees an address a moment after the number of its last owner's descriptor, and tells nobody.
-/// Whoever opens anew what has just been closed may come between the two. A socket file is removed ahead of
-/// that, and to try one out again and again would look like peers to a living owner.
+/// The kernel frees an address a moment after the number of its last owner's descriptor, without a
+/// notification. A bind right after a close may fall between the two. Socket files are not retried: they are
+/// removed before that, and repeated attempts would look like peers to a live owner.
 base::FileDescriptor listenOnceFree(const SocketEndpoint& endpoint) {
   const auto deadline = std::chrono::steady_clock::now() + timeToBeFreed;
   for (;;) {
@@ -107,9 +107,9 @@ Listener::Listener(ZmqSocket& socket, const SocketEndpoint& endpoint, const Sock
 void Listener::removeSocketFile() noexcept { file_.reset(); }
 
 void Listener::waitUntilClosed() const {
-  // Once the context is being shut down, libzmq reports no events either. The descriptor is closed within
-  // microseconds as a rule; a second is far longer than its thread is kept from running. Were it not closed
-  // by then, whoever binds the endpoint next is told that it is in use.
+  // Once the context is being shut down, libzmq reports no events. It normally closes the descriptor within
+  // microseconds; a second is far longer than its thread may have to wait for a processor. If it were still
+  // open then, the next bind would report that the endpoint is in use.
   descriptor_->waitUntilClosed(std::chrono::seconds(1));
 }
 

@@ -22,7 +22,7 @@ std::string cannotListen(const std::string& path, const std::string& reason) {
 
 std::string systemReason() { return std::generic_category().message(errno); }
 
-/// The socket address of a path, as the sockets interface takes it.
+/// The socket address of a path, as the sockets API requires it.
 class LocalAddress {
  public:
   explicit LocalAddress(const std::string& path) {
@@ -46,7 +46,7 @@ base::FileDescriptor makeSocket(const std::string& path) {
   return descriptor;
 }
 
-/// Whether the path is a socket file that nobody listens on any more.
+/// Whether the path is a socket file without a listener.
 bool isLeftBehind(const std::string& path, const LocalAddress& address) {
   struct stat file {};
   if (path.front() == '@' || ::lstat(path.c_str(), &file) != 0 || !S_ISSOCK(file.st_mode)) return false;

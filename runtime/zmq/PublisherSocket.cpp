@@ -16,11 +16,12 @@ namespace qor::socket {
 
 namespace {
 
-/// libzmq itself looks at what its I/O thread tells it once in a millisecond while messages are being sent.
-/// What that brings would go unnoticed by the watch, so that the sender looks about as often.
+/// During sends, libzmq itself processes its I/O thread's commands only once a millisecond. The watch would
+/// not notice their results, so the sender checks about as often.
 constexpr std::chrono::milliseconds timeBetweenLooks{1};
 
-/// Milliseconds that pass in steps of a few, read in a fifth of the steady clock's time: every send asks.
+/// A clock in milliseconds with a resolution of a few, read in a fifth of the steady clock's time, because
+/// every send reads it.
 std::chrono::milliseconds coarseNow() {
   timespec now{};
   ::clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
@@ -28,15 +29,15 @@ std::chrono::milliseconds coarseNow() {
                                                                std::chrono::nanoseconds(now.tv_nsec));
 }
 
-/// A subscriber sends one byte, and some hundred to introduce itself. libzmq keeps each byte of a topic in
-/// many.
+/// A subscriber sends one byte, and about a hundred for the handshake. libzmq needs many bytes to store each
+/// byte of a topic.
 constexpr ConnectionLimits limits{.sendQueue = 1'000, .receiveQueue = 16, .largestPart = 4096};
 
-/// While kept messages are handed over, the last subscriber may go, and what is sent then reaches nobody.
+/// While the backlog is being sent, the last subscriber may disconnect, and messages sent then are lost.
 constexpr unsigned int messagesBetweenLooks = 16;
 
-/// What XPUB receives when the first peer subscribes to everything, or if so told each, and when the last
-/// such peer has gone.
+/// What XPUB receives when the first peer subscribes to everything (or each peer, depending on an option),
+/// and when the last such peer has disconnected.
 constexpr std::string_view subscription{"\1", 1};
 constexpr std::string_view unsubscription{"\0", 1};
 
@@ -44,7 +45,7 @@ constexpr std::string_view unsubscription{"\0", 1};
 
 PublisherSocket::PublisherSocket(const SocketLabel& label, bool newestOnly, const SocketEndpoint& endpoint)
     : ZmqOpenSocket(ZMQ_XPUB, label, limits), backlog_(newestOnly) {
-  // A full queue is told to us instead of being passed over.
+  // Reports a full queue instead of skipping it.
   socket().setOption(ZMQ_XPUB_NODROP, 1);
   socket().setOption(ZMQ_XPUB_VERBOSE, newestOnly ? 1 : 0);
   if (endpoint.readers() != 0) {
@@ -120,8 +121,8 @@ bool PublisherSocket::onActivity() noexcept {
       sendBacklog();
       if (readers_) warnings = readers_->refusals().takeLines();
     } catch (const std::exception&) {
-      // The context is being shut down: nobody will subscribe any more, and the owner meets the same at its
-      // next call. What is kept stays for close to count.
+      // The context is being shut down: no peer can subscribe any more, and the owner's next call throws. The
+      // backlog stays, so that close can count it.
       ended_ = true;
       backlogChanged_.notify_all();
       return false;
@@ -140,7 +141,7 @@ void PublisherSocket::endReception() {
     if (!readers_) return;
     readers_->refusals().conclude();
     warnings = readers_->refusals().takeLines();
-    // Ahead of the socket, whose connections it follows.
+    // Before the socket, whose connections it follows.
     readers_.reset();
     subscribers_.reset();
   }

@@ -13,11 +13,10 @@
 
 namespace qor::socket {
 
-/// Sends to every subscriber, or to as many as its endpoint allows, and keeps what nobody can take yet:
-/// without a subscriber, or with one whose queue is full. Where each message supersedes those before it, the
-/// newest is told again to whoever joins. Two threads meet here, the owner's, which sends, and the watch's,
-/// which learns of subscribers and hands over what was kept; the mutex is what makes libzmq's socket safe for
-/// both.
+/// Sends to every subscriber, or to as many as its endpoint allows, and keeps messages without a subscriber,
+/// or while a subscriber's queue is full. If each message supersedes the earlier ones, the newest is sent
+/// again to every new subscriber. Two threads use it: the owner's, which sends, and the watch's, which learns
+/// of subscribers and sends the backlog; the mutex makes libzmq's socket safe for both.
 class PublisherSocket : public ZmqOpenSocket, private Watched {
  public:
   PublisherSocket(const SocketLabel& label, bool newestOnly, const SocketEndpoint& endpoint);
@@ -25,7 +24,7 @@ class PublisherSocket : public ZmqOpenSocket, private Watched {
   int poll(std::chrono::milliseconds timeOut, std::string& errorText) override;
   void send(const google::protobuf::Message& message, std::size_t size) override;
   int receive(google::protobuf::Message* message, unsigned int sizeBound) override;
-  void interrupt() noexcept override {}  // nobody waits in here
+  void interrupt() noexcept override {}  // no thread waits here
   std::size_t close(std::chrono::milliseconds timeForUnsent) noexcept override;
 
  private:
@@ -33,20 +32,20 @@ class PublisherSocket : public ZmqOpenSocket, private Watched {
   void lookForSubscribers() QOR_REQUIRES(mutex_);
   void sendBacklog() QOR_REQUIRES(mutex_);
   void onSubscription() QOR_REQUIRES(mutex_);
-  /// The watch calls no more. Not with the mutex locked.
+  /// Ends the watch's calls. Call it without the mutex.
   void endReception();
 
   std::optional<int> reports_;  ///< subscribers_' descriptor
   base::Mutex mutex_;
   std::condition_variable backlogChanged_;
   SendBacklog<ZmqMessage> backlog_ QOR_GUARDED_BY(mutex_);
-  std::optional<ZmqMessage> newest_ QOR_GUARDED_BY(mutex_);  ///< where it is all that counts
-  // None when anybody may read:
+  std::optional<ZmqMessage> newest_ QOR_GUARDED_BY(mutex_);  ///< if it supersedes all earlier ones
+  // Empty without a limit of readers:
   std::optional<XpubSubscribers> subscribers_ QOR_GUARDED_BY(mutex_);
   std::optional<AdmittedReaders> readers_ QOR_GUARDED_BY(mutex_);
   bool subscribed_ QOR_GUARDED_BY(mutex_) = false;
-  bool ended_ QOR_GUARDED_BY(mutex_) = false;                     ///< nobody will subscribe any more
-  std::chrono::milliseconds lastLook_ QOR_GUARDED_BY(mutex_){0};  ///< as coarseNow had it
+  bool ended_ QOR_GUARDED_BY(mutex_) = false;                     ///< no peer can subscribe any more
+  std::chrono::milliseconds lastLook_ QOR_GUARDED_BY(mutex_){0};  ///< in coarseNow's time
 };
 
 }  // namespace qor::socket

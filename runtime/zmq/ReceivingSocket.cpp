@@ -10,7 +10,7 @@ namespace qor::socket {
 
 namespace {
 
-/// The pace of the loops that poll: their waits are not cut in pieces.
+/// The interval of polling loops: their waits are not split.
 constexpr std::chrono::milliseconds longestWait{100};
 
 }  // namespace
@@ -49,7 +49,7 @@ ReceivingSocket::Waited ReceivingSocket::waitForMessage(std::optional<std::chron
     const auto wait = std::min(timeOut.value_or(longestWait), longestWait);
     const ZmqSocket::Received received = socket().receive(content_, wait);
     if (received == ZmqSocket::Received::Nothing) {
-      // Only now: connecting anew drops what has not been read.
+      // Not earlier: reconnecting drops unread messages.
       maintainConnection();
       if (timeOut == wait) return Waited::TooLong;
     }
@@ -61,7 +61,7 @@ ReceivingSocket::Waited ReceivingSocket::waitForMessage(std::optional<std::chron
     if (ready_ || !timeOut) continue;
     const Deadline now = Deadline::clock::now();
     if (!deadline) deadline = now + *timeOut;
-    // Whoever sends what is unusable, however much, does not keep the loop that polls from its stop flag.
+    // Unusable messages, however many, must not keep a polling loop from its stop flag.
     if (now >= *deadline && !interrupted_) return Waited::TooLong;
   }
   return Waited::Ready;

@@ -13,8 +13,8 @@ namespace qor::socket {
 
 namespace {
 
-/// A requester has one request under way. Any further ones, after it gave up on that, wait in the kernel at
-/// its own expense. Four would do, but libzmq's two threads wake each other whenever half of a queue has been
+/// A requester has one pending request. Further ones, after it abandoned that, wait in its own kernel
+/// buffers. Four would suffice, but libzmq's two threads wake each other whenever half of a queue has been
 /// read: with 4, every other round trip pays for that.
 constexpr ConnectionLimits limits{.sendQueue = 64, .receiveQueue = 16, .largestPart = largestMessagePart};
 
@@ -22,7 +22,7 @@ constexpr ConnectionLimits limits{.sendQueue = 64, .receiveQueue = 16, .largestP
 
 ReplierSocket::ReplierSocket(const SocketLabel& label, const SocketEndpoint& endpoint)
     : ReceivingSocket(ZMQ_ROUTER, label, limits) {
-  // An answer to somebody who has gone is told to us instead of being dropped.
+  // Reports an answer to a disconnected peer instead of dropping it.
   socket().setOption(ZMQ_ROUTER_MANDATORY, 1);
   bind(endpoint);
 }
@@ -45,7 +45,7 @@ void ReplierSocket::answer(Envelope& envelope, const google::protobuf::Message& 
   ZmqMessage encoded(size);
   encode(message, encoded.data());
   const std::size_t count = std::exchange(envelope.count, 0);
-  // libzmq decides at the first part, which names the requester, and then takes the others too.
+  // libzmq decides at the first part, which names the requester, and then accepts the others, too.
   for (std::size_t part = 0; part < count; ++part) sendPart(envelope.parts[part], true);
   sendPart(encoded, false);
 }

@@ -7,17 +7,17 @@
 
 namespace qor::socket {
 
-/// Answers one request after the other, each of any requester. A ROUTER underneath, which leaves it to us to
-/// remember whom to answer: a request that gets no answer holds up nobody.
+/// Answers requests of any requesters, one after the other. It uses a ROUTER, which leaves the addressing of
+/// answers to us: a request without an answer does not block others.
 class ReplierSocket : public ReceivingSocket {
  public:
   ReplierSocket(const SocketLabel& label, const SocketEndpoint& endpoint);
   void send(const google::protobuf::Message& message, std::size_t size) override;
 
-  /// The parts ahead of a request's content: whose it is, which it is if the requester numbers them, and an
+  /// The parts before a request's content: its sender, its number if the requester numbers requests, and an
   /// empty one.
   struct Envelope {
-    /// Each hop between a requester and its replier adds a part; there is none between ours.
+    /// Each hop between a requester and its replier adds a part; ours have no hops.
     std::array<ZmqMessage, 8> parts;
     std::size_t count = 0;
 
@@ -28,9 +28,9 @@ class ReplierSocket : public ReceivingSocket {
     std::size_t sizeBehindTheRequester() const;
   };
 
-  /// The envelope of the request that was received last: it can be answered later, and others before it.
+  /// The envelope of the request that was received last: it can be answered later, even after others.
   Envelope takeEnvelope();
-  /// As send, to the requester of that envelope, which is empty afterwards.
+  /// Like send, to the requester of that envelope, which is empty afterwards.
   void answer(Envelope& envelope, const google::protobuf::Message& message, std::size_t size);
 
  private:

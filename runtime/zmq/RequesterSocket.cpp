@@ -11,25 +11,25 @@ namespace qor::socket {
 
 namespace {
 
-/// A frozen peer is noticed after one interval and one time-out at the latest: within 3 s. The peer's I/O
-/// thread answers, however busy the peer itself may be.
+/// A frozen peer is noticed after at most one interval and one time-out: within 3 s. The peer's I/O thread
+/// answers, however busy the peer itself is.
 constexpr int heartbeatIntervalMilliseconds = 1'000;
 constexpr int heartbeatTimeOutMilliseconds = 1'800;
 
-/// How long a wait for a reply goes on inside libzmq, where it costs least but cannot be ended by a loss or
-/// by close. Most replies come within it, and a loss is noticed that much later at most.
+/// How long a wait for a reply stays inside libzmq, where it costs least but cannot be ended by a loss or by
+/// close. Most replies arrive within it, and it delays the detection of a loss by that much at most.
 constexpr std::chrono::milliseconds timeForQuickReply{10};
 
-/// One exchange is under way at a time; late replies to earlier ones are dropped as they are read. Both
-/// queues are longer than that: libzmq's two threads wake each other whenever half of one has been read. A
-/// reply that is far too large is still received, for its exchange to fail with the reason.
+/// One exchange is pending at a time; late replies to earlier ones are dropped when they are read. Both
+/// queues are longer than that, because libzmq's two threads wake each other whenever half of one has been
+/// read. A reply that is far too large is still received, so that its exchange fails with the reason.
 constexpr ConnectionLimits limits{.sendQueue = 64, .receiveQueue = 64, .largestPart = 8 * largestMessagePart};
 
-/// A peer that has come back is tried within that time by every subscriber, which then takes microseconds to
-/// connect and to subscribe. The rest is for busy machines.
+/// Every subscriber retries a restarted peer within this time, and then needs microseconds to connect and to
+/// subscribe. The rest is for busy machines.
 constexpr auto timeForSubscribers = longestReconnectInterval + std::chrono::milliseconds(90);
 
-/// Long before it is over, we have connected again or closed.
+/// Long before it ends, we have reconnected or closed.
 constexpr std::chrono::milliseconds noReconnectionByLibzmq = std::chrono::hours(1);
 
 }  // namespace
@@ -37,12 +37,12 @@ constexpr std::chrono::milliseconds noReconnectionByLibzmq = std::chrono::hours(
 RequesterSocket::RequesterSocket(const SocketLabel& label, const SocketEndpoint& endpoint,
                                  std::chrono::milliseconds timeOut)
     : ZmqOpenSocket(ZMQ_REQ, label, limits) {
-  // The next request may be sent although the last one got no reply, and a late reply is then recognised.
+  // Allows the next request after a missing reply, and recognises a late reply.
   socket().setOption(ZMQ_REQ_RELAXED, 1);
   socket().setOption(ZMQ_REQ_CORRELATE, 1);
-  // After a loss we connect again ourselves, when the next request is sent, and not libzmq: it would send a
-  // request that was left over from before to a peer that acts on it, when its sender has long been told that
-  // it failed. (ZMQ_IMMEDIATE prevents that too, but drops a reply that came right ahead of the loss.)
+  // After a loss we reconnect ourselves when the next request is sent, and not libzmq: it would send a
+  // leftover request to a peer that executes it, long after its sender got the failure. (ZMQ_IMMEDIATE
+  // prevents that, too, but drops a reply that arrived right before the loss.)
   socket().setOption(ZMQ_RECONNECT_IVL, static_cast<int>(noReconnectionByLibzmq.count()));
   socket().setOption(ZMQ_RECONNECT_IVL_MAX, 0);
   socket().setOption(ZMQ_HEARTBEAT_IVL, heartbeatIntervalMilliseconds);
@@ -78,7 +78,7 @@ void RequesterSocket::send(const google::protobuf::Message& message, std::size_t
     if (!waitForSubscribers()) continue;
     lossesWhenSent_ = connection_->losses();
     if (socket().trySend(encoded) == ZmqSocket::Sent::Yes) break;
-    // The socket has yet to hear that there is room again.
+    // The socket has not noticed yet that there is room again.
     socket().processPendingEvents();
     if (socket().trySend(encoded) == ZmqSocket::Sent::Yes) break;
     if (!connection_->wait(socket().descriptor(), deadline)) throw failure("the peer takes no more requests");
@@ -111,7 +111,7 @@ bool RequesterSocket::waitForReply(std::optional<std::chrono::milliseconds> time
   if (timeOut) deadline = Deadline::clock::now() + *timeOut;
   for (;;) {
     const bool isLost = connection_->losses() != lossesWhenSent_;
-    // A reply that came ahead of the loss is still there.
+    // A reply that arrived before the loss is still available.
     if (socket().tryReceive(reply_)) return onReply();
     if (isLost) throw failure("the connection was lost before the reply came");
     if (connection_->isInterrupted()) return false;
@@ -128,7 +128,7 @@ bool RequesterSocket::onReply() {
 bool RequesterSocket::waitForConnection(Deadline deadline) {
   while (!connection_->isConnected()) {
     if (connection_->isInterrupted()) throw failure("was closed while it waited for its connection");
-    // Throws when the context is being shut down, which ends every wait.
+    // Throws if the context is being shut down, which ends every wait.
     socket().processPendingEvents();
     // Once it has been open, a short shortage costs no more than the time for which a request waits.
     const std::optional<Deadline> due = connection_->reconnectAt();
@@ -147,7 +147,7 @@ bool RequesterSocket::waitForSubscribers() {
   const Deadline deadline = Deadline::clock::now() + timeForSubscribers;
   while (losses != lossesWaitedFor_) {
     if (connection_->isInterrupted()) throw failure("was closed while it waited for its connection");
-    // Throws when the context is being shut down, which ends every wait.
+    // Throws if the context is being shut down, which ends every wait.
     socket().processPendingEvents();
     if (!connection_->wait(socket().descriptor(), deadline)) lossesWaitedFor_ = losses;
     if (connection_->losses() != losses) return false;

@@ -11,7 +11,7 @@ SocketMonitor::SocketMonitor(ZmqSocket& socket, Context& context, int kinds, con
     : socket_(socket), events_(context.get(), ZMQ_PAIR, description) {
   const std::string address = "inproc://monitor-" + base::randomUuid();
   events_.setOption(ZMQ_LINGER, 0);
-  // Without a bound: at its bound libzmq's I/O thread, and all traffic with it, would wait for us to read.
+  // Unbounded: at a bound, libzmq's I/O thread, and all traffic with it, would wait for us to read.
   events_.setOption(ZMQ_RCVHWM, 0);
   if (::zmq_socket_monitor(socket.get(), address.c_str(), kinds) != 0 ||
       ::zmq_connect(events_.get(), address.c_str()) != 0) {
@@ -26,7 +26,7 @@ void SocketMonitor::stop() noexcept {
 std::optional<SocketMonitor::Event> SocketMonitor::take() {
   ZmqMessage part;
   if (!events_.tryReceive(part)) return std::nullopt;
-  // An event has two parts: its kind, of two bytes, with a value, of four; and the address.
+  // An event has two parts: its kind (two bytes) with a value (four bytes), and the address.
   Event event{};
   if (part.size() >= sizeof event.kind + sizeof event.value) {
     std::memcpy(&event.kind, part.data(), sizeof event.kind);

@@ -48,12 +48,12 @@ void SocketWatch::add(int descriptor, Watched& watched) {
   if (!thread_.joinable()) start();
   startPolling(poller_, descriptor);
   watched_.emplace(descriptor, &watched);
-  // libzmq tells of what comes after the last look: there has to be a first one.
+  // libzmq only signals changes after the last check, so a first check is needed.
   watched.onActivity();
 }
 
 void SocketWatch::start() {
-  // The process's signals are for its own threads: the new one inherits that none reaches it.
+  // The process's signals are for its own threads: the new one inherits a mask that blocks all of them.
   sigset_t all;
   sigset_t before;
   ::sigfillset(&all);
@@ -75,7 +75,7 @@ void SocketWatch::remove(int descriptor) {
 
 void SocketWatch::watch() {
   for (;;) {
-    // One event at a time: between two of them a socket may be removed, and its descriptor used again.
+    // One event at a time: between two of them a socket may be removed, and its descriptor reused.
     epoll_event event{};
     const int ready = ::epoll_wait(poller_.get(), &event, 1, -1);
     if (ready < 0 && errno != EINTR) {

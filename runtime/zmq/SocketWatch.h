@@ -8,18 +8,18 @@
 
 namespace qor::socket {
 
-/// Someone whose descriptor is watched.
+/// The owner of a watched descriptor.
 class Watched {
  public:
   virtual ~Watched() = default;
-  /// Called on the watch's thread when the descriptor is readable; has to make it unreadable. False when it
-  /// is to be called no more.
+  /// Called on the watch's thread when the descriptor is readable; has to make it unreadable. Returns false
+  /// to end the calls.
   virtual bool onActivity() noexcept = 0;
 };
 
-/// One thread that tells sockets of their peers, whatever the sockets' owners are doing meanwhile: a
-/// publisher keeps messages for a subscriber yet to come, a requester's peer dies between two requests. The
-/// thread starts with the first socket to be watched and sleeps while nothing happens.
+/// One thread that notifies sockets of events of their peers, whatever the sockets' owners are doing
+/// meanwhile: a publisher has a backlog for a future subscriber, or a requester's peer dies between two
+/// requests. The thread starts with the first watched socket and sleeps while nothing happens.
 class SocketWatch {
  public:
   SocketWatch();
@@ -27,11 +27,11 @@ class SocketWatch {
   SocketWatch(const SocketWatch&) = delete;
   SocketWatch& operator=(const SocketWatch&) = delete;
 
-  /// Calls `watched` once, and from now on whenever `descriptor` is readable. Both must stay until remove has
-  /// returned.
+  /// Calls `watched` once, and from now on whenever `descriptor` is readable. Both must exist until remove
+  /// has returned.
   void add(int descriptor, Watched& watched);
-  /// After this no call for `descriptor` is under way or begins. Not to be called from onActivity, nor with
-  /// anything locked that onActivity locks.
+  /// After the return, no call for `descriptor` is running or will start. Do not call it from onActivity, or
+  /// with a lock held that onActivity takes.
   void remove(int descriptor);
 
  private:
@@ -40,7 +40,7 @@ class SocketWatch {
 
   base::FileDescriptor poller_;
   base::FileDescriptor stop_;
-  base::Mutex mutex_;  ///< held while somebody is called, too
+  base::Mutex mutex_;  ///< also held during calls
   std::map<int, Watched*> watched_ QOR_GUARDED_BY(mutex_);
   std::thread thread_ QOR_GUARDED_BY(mutex_);
 };

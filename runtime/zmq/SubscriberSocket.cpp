@@ -10,15 +10,15 @@ namespace qor::socket {
 
 namespace {
 
-/// A long queue, because libzmq drops what the kernel still holds when a publisher closes while it is full.
-/// It holds 625 MiB of the largest messages that may be sent; whatever its owner is slow to read beyond that
-/// waits at the publisher.
+/// A long queue, because libzmq drops data in kernel buffers if a publisher closes while the queue is full.
+/// It can hold 625 MiB of the largest messages that may be sent; if its owner reads slowly, further messages
+/// wait at the publisher.
 constexpr ConnectionLimits limits{.sendQueue = 16, .receiveQueue = 10'000, .largestPart = largestMessagePart};
 
-/// Far longer than libzmq's thread is kept from running, and no wait that anybody notices.
+/// Far longer than libzmq's thread may wait for a processor, and too short for anyone to notice.
 constexpr std::chrono::milliseconds timeToClose{100};
 
-/// A publisher that sends such a part with every message is cut twice a second.
+/// A publisher that sends such a part with every message is disconnected twice a second.
 constexpr std::chrono::seconds timeBetweenLines{10};
 
 }  // namespace
@@ -33,18 +33,18 @@ SubscriberSocket::SubscriberSocket(const SocketLabel& label, const SocketEndpoin
 std::size_t SubscriberSocket::close(std::chrono::milliseconds /*timeForUnsent*/) noexcept {
   const auto descriptor = connection_->end();
   connection_.reset();
-  // All that can be unsent is a subscription at a publisher that has gone, or never came: the end of the
-  // process would wait for it.
+  // Only a subscription to a vanished or missing publisher can be unsent: the exit of the process would wait
+  // for it.
   closeLeaving(std::chrono::milliseconds(0));
-  // libzmq closes the connection a moment later. Where a publisher limits its readers, whoever subscribes
-  // after this call finds the place free.
+  // libzmq closes the connection a moment later. If a publisher limits its readers, a peer that subscribes
+  // after this call can be admitted.
   if (descriptor) descriptor->waitUntilClosed(timeToClose);
   return 0;
 }
 
-/// libzmq connects again by itself unless the peer broke the protocol; to announce a part that is too long
-/// counts as that. What was on its way is lost, and the peer does not learn why. libzmq does not report the
-/// reason: on a machine so busy that its thread stands still for 500 ms it may be another one.
+/// libzmq reconnects by itself unless the peer broke the protocol, and announcing a part that is too long
+/// does break it. Messages in transit are lost, and the peer does not learn why. libzmq does not report the
+/// reason: on a machine so busy that its thread is not scheduled for 500 ms it may be another one.
 void SubscriberSocket::maintainConnection() {
   if (!reconnectIfDue(*connection_) || !connection_->wasConnected()) return;
   ++cutsWithoutLine_;

@@ -7,7 +7,7 @@
 
 namespace qor::socket {
 
-/// Receives everything that the publisher of its endpoint sends, whenever there is one.
+/// Receives everything that the publisher of its endpoint sends, whenever there is a publisher.
 class SubscriberSocket : public ReceivingSocket {
  public:
   SubscriberSocket(const SocketLabel& label, const SocketEndpoint& endpoint);
@@ -20,7 +20,7 @@ class SubscriberSocket : public ReceivingSocket {
 
   std::optional<Connection> connection_;
   unsigned int cutsWithoutLine_ = 0;
-  std::optional<Deadline> lastLine_;  ///< about such a cut
+  std::optional<Deadline> lastLine_;  ///< about such a disconnection
 };
 
 }  // namespace qor::socket

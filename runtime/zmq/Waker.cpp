@@ -9,7 +9,7 @@ namespace qor::socket {
 
 namespace {
 
-/// Within a process libzmq hands over the address of a constant message's content: this one is the order.
+/// Within a process libzmq passes on the address of a constant message's content: this one means wake up.
 char orderMark = 0;
 
 }  // namespace
@@ -26,13 +26,13 @@ Waker::Waker(ZmqSocket& sleeper, int sleeperType, void* context, const std::stri
 void Waker::wake() noexcept {
   const base::Lock lock(mutex_);
   try {
-    // An XPUB has to hear of its subscriber before it sends.
+    // An XPUB has to receive the subscription before it sends.
     peer_.processPendingEvents();
     ZmqMessage order;
     ::zmq_msg_init_data(order.get(), &orderMark, sizeof orderMark, nullptr, nullptr);
     peer_.trySend(order);
   } catch (const std::exception& error) {
-    // The context is being shut down, which wakes everybody.
+    // The context is being shut down, which ends all waits.
     utils::logDebug(error.what());
   }
 }

@@ -7,16 +7,16 @@
 
 namespace qor::socket {
 
-/// Ends a receive that another thread waits in. libzmq has no means for that, but its sockets receive from
-/// any number of peers: this one lives in the same process, and all it ever sends is the order to wake up.
+/// Ends another thread's receive. libzmq has no means for that, but its sockets receive from any number of
+/// peers: this one lives in the same process, and only ever sends the message to wake up.
 class Waker {
  public:
-  /// The waker of a SUB or a ROUTER socket, whose peer it becomes.
+  /// Connects to a SUB or a ROUTER socket as another peer.
   Waker(ZmqSocket& sleeper, int sleeperType, void* context, const std::string& description);
 
   /// Any thread.
   void wake() noexcept;
-  /// Whether a part that the socket received is the order to wake up. No other process can forge it.
+  /// Whether a received part is the message to wake up. Other processes cannot forge it.
   static bool isOrder(ZmqMessage& part);
 
  private:

@@ -11,17 +11,16 @@
 
 namespace qor::socket {
 
-/// The subscribers of an XPUB socket that serves only those whom its owner admits. Not thread-safe: used
-/// where the socket is.
+/// The subscribers of an XPUB socket that serves only those that its owner admits. Not thread-safe: used on
+/// the socket's thread.
 class XpubSubscribers : public Subscribers {
  public:
-  /// Before the socket is bound. Throws as throwZmqError.
+  /// Call it before the socket is bound. Throws as throwZmqError.
   XpubSubscribers(ZmqSocket& socket, Context& context, const std::string& description);
-  /// Once it is bound, before anything else is called. Throws std::system_error.
+  /// Call it once the socket is bound, before any other operation. Throws std::system_error.
   void onBound(int listener) { connections_.emplace(listener); }
 
-  /// Readable when somebody has disconnected; the socket's own descriptor is readable when there are
-  /// messages.
+  /// Readable if a peer has disconnected; the socket's own descriptor is readable if there are messages.
   int descriptor() const { return monitor_.descriptor(); }
 
   std::optional<Message> takeMessage() override;

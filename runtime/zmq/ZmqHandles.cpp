@@ -13,14 +13,14 @@ namespace qor::socket {
 
 namespace {
 
-/// A processor that is woken for one thread can as well run twenty: that costs two thirds of waking it for
-/// each.
+/// A processor that is woken for one thread can run twenty: that saves two thirds of the cost of waking it
+/// for each.
 constexpr std::chrono::milliseconds commonWakeUp{10};
 /// Shorter time-outs are not rounded.
 constexpr std::chrono::milliseconds shortestCommonWait{100};
 
-/// The last common wake-up until the time-out's end. Whoever waits 100 ms again and again from there on waits
-/// just as long.
+/// The last common wake-up before the end of the time-out. From there on, repeated waits of 100 ms have their
+/// full length.
 Deadline endOfIdleWait(std::chrono::milliseconds timeOut) {
   const Deadline end = Deadline::clock::now() + timeOut;
   if (timeOut < shortestCommonWait) return end;
@@ -89,7 +89,7 @@ ZmqSocket::Received ZmqSocket::receive(ZmqMessage& part, std::optional<std::chro
   throwZmqError(description_, "cannot receive");
 }
 
-/// As receive, of an idle socket: two thirds of what a wait inside libzmq costs.
+/// Like receive, for an idle socket: two thirds of the cost of a wait inside libzmq.
 ZmqSocket::Received ZmqSocket::receiveWhenWoken(ZmqMessage& part, std::chrono::milliseconds timeOut) {
   const Deadline end = endOfIdleWait(timeOut);
   for (;;) {
@@ -102,7 +102,7 @@ ZmqSocket::Received ZmqSocket::receiveWhenWoken(ZmqMessage& part, std::chrono::m
     if (woken == 0) return Received::Nothing;
     if (woken < 0) return Received::Signal;
     if (tryReceive(part)) return Received::Part;
-    // It was news of a peer, which may come as often as they like.
+    // Only an event of a peer, which may occur any number of times.
     if (left.count() == 0) return Received::Nothing;
   }
 }

@@ -11,8 +11,8 @@
 
 namespace qor::socket {
 
-/// Throws for what libzmq has just reported through errno: ZmqContextTerminationException for a context that
-/// is being shut down, std::runtime_error for everything else. `who` and `failure` lead the text.
+/// Throws the error that libzmq has just reported through errno: ZmqContextTerminationException for a context
+/// that is being shut down, std::runtime_error for all others. `who` and `failure` begin the text.
 [[noreturn]] void throwZmqError(const std::string& who, const char* failure);
 
 using base::Deadline;
@@ -32,12 +32,12 @@ class ZmqMessage {
   ZmqMessage& operator=(const ZmqMessage&) = delete;
   ~ZmqMessage() { ::zmq_msg_close(&message_); }
 
-  /// The same content, which large messages share.
+  /// The same content; large messages share it.
   ZmqMessage copy();
 
   void* data() { return ::zmq_msg_data(&message_); }
   std::size_t size() const { return ::zmq_msg_size(&message_); }
-  /// Another part of the same message follows.
+  /// Whether another part of the same message follows.
   bool hasMore() const { return ::zmq_msg_more(&message_) != 0; }
   zmq_msg_t* get() { return &message_; }
 
@@ -45,7 +45,7 @@ class ZmqMessage {
   zmq_msg_t message_{};
 };
 
-/// Owns one libzmq socket. libzmq lets one thread at a time use it.
+/// Owns one libzmq socket. Only one thread at a time may use it.
 class ZmqSocket {
  public:
   /// Throws as throwZmqError.
@@ -54,7 +54,7 @@ class ZmqSocket {
   ZmqSocket(const ZmqSocket&) = delete;
   ZmqSocket& operator=(const ZmqSocket&) = delete;
 
-  /// For what else libzmq offers, which may take in what the descriptor tells of.
+  /// For other functions of libzmq, which may consume an event of the descriptor.
   void* get() {
     isIdle_ = false;
     return socket_;
@@ -63,22 +63,22 @@ class ZmqSocket {
   void setOption(int option, int value);
   void setOption(int option, const std::string& value);
 
-  /// Becomes readable when the socket has something to look at; then, and before each wait, the socket itself
-  /// has to be asked until it has nothing more, for the descriptor tells of changes only.
+  /// Becomes readable when the socket has events; then, and before each wait, query the socket itself until
+  /// it has none left, because the descriptor only signals changes.
   int descriptor() const { return descriptor_; }
 
-  /// Takes the next part without waiting; false when there is none. Throws as throwZmqError.
+  /// Takes the next part without waiting; false if there is none. Throws as throwZmqError.
   bool tryReceive(ZmqMessage& part);
   enum class Received { Part, Nothing, Signal };
-  /// Takes the next part, and waits for it if need be, without limit when there is no time-out. A signal that
-  /// this thread handles ends the wait. Threads that wait in vain again and again wake together: a time-out
-  /// of 100 ms or more may end up to 10 ms early, never late. Throws as throwZmqError.
+  /// Takes the next part, and waits for it if need be, without limit if there is no time-out. A signal that
+  /// this thread handles ends the wait. Threads whose waits keep timing out wake together: a time-out of 100
+  /// ms or more may end up to 10 ms early, but not late. Throws as throwZmqError.
   Received receive(ZmqMessage& part, std::optional<std::chrono::milliseconds> timeOut);
   enum class Sent { Yes, NoRoom, NoRoute };
-  /// Sends a part without waiting; unless the answer is Yes, the part is unchanged. NoRoute is an answer to
-  /// somebody who has gone. Throws as throwZmqError.
+  /// Sends a part without waiting; unless the result is Yes, the part is unchanged. NoRoute means that the
+  /// receiver of an answer has disconnected. Throws as throwZmqError.
   Sent trySend(ZmqMessage& part, bool moreFollow = false);
-  /// Lets the socket take in what its I/O thread has told it, which a send does now and then only.
+  /// Makes the socket process its I/O thread's commands, which a send does only from time to time.
   void processPendingEvents();
 
  private:
@@ -86,10 +86,10 @@ class ZmqSocket {
 
   void* socket_;
   int descriptor_ = -1;
-  /// The last look found nothing, and nobody has used the socket since: whatever comes makes the descriptor
-  /// readable.
+  /// Whether the last check found nothing and the socket has not been used since: then every event makes the
+  /// descriptor readable.
   bool isIdle_ = false;
-  int receiveTimeOut_ = -1;  ///< as libzmq has it
+  int receiveTimeOut_ = -1;  ///< in libzmq's format
   std::string description_;
 };
 

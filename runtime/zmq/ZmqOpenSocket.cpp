@@ -16,16 +16,16 @@ namespace qor::socket {
 
 namespace {
 
-/// A peer may appear or come back at any moment; trying a local address costs microseconds.
+/// A peer may appear or come back at any time; trying a local address costs microseconds.
 constexpr int firstReconnectMilliseconds = 10;
 constexpr int lastReconnectMilliseconds = 100;
 // libzmq adds a random part of the first interval.
 static_assert(longestReconnectInterval.count() == lastReconnectMilliseconds + firstReconnectMilliseconds);
 constexpr int connectTimeOutMilliseconds = 2'000;
 /// libzmq's threads answer a handshake, however busy their process is. A peer that connects and sends nothing
-/// holds a descriptor no longer than this.
+/// occupies a descriptor no longer than this.
 constexpr int handshakeMilliseconds = 3'000;
-/// What a socket that waits for nothing still leaves libzmq to hand a last message to a peer that is there.
+/// The time that libzmq still has to send the last message to a connected peer after a close without waiting.
 constexpr std::chrono::milliseconds handOverTime{200};
 
 }  // namespace
@@ -39,13 +39,13 @@ ZmqOpenSocket::ZmqOpenSocket(int type, SocketLabel label, const ConnectionLimits
   socket_->setOption(ZMQ_HANDSHAKE_IVL, handshakeMilliseconds);
   socket_->setOption(ZMQ_RECONNECT_IVL, firstReconnectMilliseconds);
   socket_->setOption(ZMQ_RECONNECT_IVL_MAX, lastReconnectMilliseconds);
-  // Nobody answers to this name here, so that it shuts out only those who speak the protocol of 2009 to 2012.
-  // libzmq would take whatever is no protocol of its own, a browser's request for one, for the oldest of
-  // them, and such a peer for a subscriber to everything.
+  // No peer uses this name, so it only rejects peers with the protocol of 2009 to 2012. libzmq would mistake
+  // any foreign protocol, such as a browser's request, for the oldest of them, and such a peer for a
+  // subscriber to everything.
   socket_->setOption(ZMQ_ZAP_DOMAIN, std::string("qor"));
-  // A host that does not answer at all is tried again soon, not in minutes.
+  // A host that does not answer at all is retried soon, not in minutes.
   socket_->setOption(ZMQ_CONNECT_TIMEOUT, connectTimeOutMilliseconds);
-  // A host that vanishes from the network ends no connection; the kernel finds out.
+  // A host that vanishes from the network does not end its connections; the kernel detects it.
   socket_->setOption(ZMQ_TCP_KEEPALIVE, 1);
   if (::zmq_setsockopt(socket_->get(), ZMQ_MAXMSGSIZE, &limits.largestPart, sizeof limits.largestPart) != 0) {
     throwZmqError(label_.text(), "cannot bound its messages");
@@ -71,7 +71,7 @@ bool ZmqOpenSocket::reconnectIfDue(Connection& connection) {
   const std::optional<Deadline> due = connection.reconnectAt();
   if (!due || Deadline::clock::now() < *due) return false;
   connection.onReconnect();
-  // Whatever is left of the old connection goes: lest there be two, and lest a request that was not sent be
+  // Removes the rest of the old connection, so that there are not two, and so that an unsent request is not
   // sent after all.
   if (::zmq_disconnect(socket_->get(), address_.c_str()) != 0 && errno != ENOENT) {
     throwZmqError(label_.text(), "cannot give its connection up");
@@ -119,7 +119,7 @@ unsigned int ZmqOpenSocket::dropFurtherParts(ZmqMessage& part) {
   if (!part.hasMore()) return 0;
   unsigned int dropped = 0;
   ZmqMessage further;
-  // A message arrives whole or not at all, so that its parts are there once the first one is.
+  // A message arrives completely or not at all, so its parts are available once the first one is.
   for (bool more = part.hasMore(); more && socket().tryReceive(further); more = further.hasMore()) ++dropped;
   return dropped;
 }
