@@ -16,7 +16,7 @@ namespace Serializers = qor::multiprocess_communication::Serializers;
 namespace proto = qor::multiprocess_communication::proto;
 using qor::fuzz::require;
 
-/// A type and a value; of a number its bits, which tell it from any other.
+/// A type and a value; a number is compared by its bits.
 struct Parameter {
   tamb::TambType type;
   std::string value;
@@ -31,7 +31,7 @@ struct Entry {
 
 using Entries = std::map<std::string, Entry>;
 
-/// False as soon as `take`, called with each key and its parameter, returns false.
+/// Calls `take` with each key and its parameter; returns false as soon as `take` does.
 template <class Take>
 bool all(const proto::ParametersCollectionCommon& data, const Take& take) {
   const auto allOf = [&](const auto& parameters, tamb::TambType type, const auto& textOf) {
@@ -50,7 +50,7 @@ bool all(const proto::ParametersCollectionCommon& data, const Take& take) {
          allOf(data.utf8stringparams(), tamb::TambType::UTF8String, text);
 }
 
-/// What the message says; nothing when it contradicts itself.
+/// The message's content; empty if it contradicts itself.
 std::optional<Entries> entriesOf(const proto::ParametersCollectionInstance& message) {
   Entries entries;
   const auto declare = [&](const std::string& key, const Parameter& parameter) {

@@ -14,7 +14,7 @@ namespace proto = qor::multiprocess_communication::proto;
 using qor::fuzz::require;
 using qor::multiprocess_communication::TcpCommandProcessorBackEnd;
 
-/// The local command processor, with a look at what comes in.
+/// The local command processor, which also records its commands.
 class Watched : public tamb::ICommandProcessorFrontEnd {
  public:
   explicit Watched(std::shared_ptr<tamb::ICommandProcessorFrontEnd> processor)

@@ -8,7 +8,7 @@
 
 namespace qor::fuzz {
 
-/// The members of an edit rate change places on their way.
+/// The members of an edit rate are swapped in transit.
 inline void requireSameRate(const tamb::MediaTime& time,
                             const multiprocess_communication::proto::MediaTime& message) {
   require(time.GetEditRate().GetNumerator() == message.editrate().denominator(),
@@ -17,7 +17,7 @@ inline void requireSameRate(const tamb::MediaTime& time,
           "the denominator is the message's numerator");
 }
 
-/// Parameters arrive whenever the message has some that can be rebuilt, and are those.
+/// Parameters arrive if and only if the message has some that can be rebuilt, with the same content.
 inline void requireSameParameters(
     const std::shared_ptr<const tamb::IParametersCollectionInstance>& parameters, bool wereSent,
     const multiprocess_communication::proto::ParametersCollectionInstance& message) {
@@ -33,7 +33,7 @@ inline void requireSameParameters(
   if (!expected) return;
   const auto arrived = Serializers::ParametersCollectionInstanceToProtoBuf(parameters);
   require(arrived.IsInitialized(), "what was read can be written");
-  // As bytes: no number is lost in it, not even one that is none.
+  // As bytes, which preserves every number, even a NaN.
   require(arrived.SerializeAsString() ==
               Serializers::ParametersCollectionInstanceToProtoBuf(expected).SerializeAsString(),
           "the parameters are the message's");

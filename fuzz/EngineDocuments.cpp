@@ -13,7 +13,7 @@ namespace {
 using qor::fuzz::require;
 namespace engines = qor::engines;
 
-/// A complaint quotes some of the text, and lists the keys that there are.
+/// An error text quotes a part of the document, and lists the valid keys.
 constexpr std::size_t longestComplaint = 1'000;
 
 void requireSound(const engines::MediaDocument& media) {

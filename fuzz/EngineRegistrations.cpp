@@ -11,7 +11,7 @@ namespace {
 
 using qor::fuzz::require;
 
-/// A complaint quotes some of the text.
+/// An error text quotes a part of the file.
 constexpr std::size_t longestComplaint = 500;
 
 }  // namespace

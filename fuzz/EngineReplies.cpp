@@ -34,7 +34,7 @@ std::string encoded(proto::EngineStatus_Status status) {
   return message.SerializeAsString();
 }
 
-/// Counts what is logged: a call whose exchange fails says so there alone.
+/// Counts log records: a call whose exchange fails only logs that.
 class LogCount : public qor::fuzz::Silence {
  public:
   /// The records since the last call.
@@ -49,8 +49,8 @@ class LogCount : public qor::fuzz::Silence {
   std::atomic<unsigned int> records_{0};
 };
 
-/// Whoever waits for a time of day has it at once. The steady time stands still: there are no heartbeats
-/// between the calls.
+/// Waits for a time of day end at once. The steady time stands still, so there are no heartbeats between the
+/// calls.
 class HastyClock : public qor::multiprocess_communication::IClock {
  public:
   TimePoint now() const override { return now_; }
@@ -70,7 +70,7 @@ class HastyClock : public qor::multiprocess_communication::IClock {
   std::atomic<TimePoint> now_{TimePoint()};
 };
 
-/// Answers with the bytes that it was told, and what the front end asks for by itself as it should be.
+/// Answers with the given bytes, and correctly to the front end's own requests.
 class BackEnd {
  public:
   BackEnd() {
@@ -131,7 +131,7 @@ class Host {
     return log_->take() != 0;
   }
 
-  /// Whether the engine is taken to run after a status.
+  /// Whether the front end considers the engine running after a status.
   bool runsAfter(const std::string& status) {
     qor::fuzz::receiveAs(statusSocket, status);
     try {

@@ -31,7 +31,7 @@ std::string heartBeat() {
   return request.SerializeAsString();
 }
 
-/// A second reply to one request is refused by the socket, and only logged.
+/// The socket rejects a second reply to one request, which is only logged.
 class ReplyWatch : public qor::fuzz::Silence {
  public:
   void Write(tamb::LogLevel /*level*/, const std::string& message, const std::string& /*context*/,
@@ -41,7 +41,7 @@ class ReplyWatch : public qor::fuzz::Silence {
   }
 };
 
-/// The reply; nothing when there is none once the request has been dealt with.
+/// The reply; empty if there is none after the request has been handled.
 std::optional<Reply> replyTo(const std::string& bytes) {
   auto encoded = inproc::request(requestSocket, bytes);
   require(inproc::waitUntilBlocked(requestSocket, inproc::Operation::Poll), "reception goes on");
@@ -51,8 +51,8 @@ std::optional<Reply> replyTo(const std::string& bytes) {
   return reply;
 }
 
-/// An engine that has not run yet. A run ends an engine process, so that each input that asks for one has its
-/// own.
+/// An engine that has not run yet. An engine process runs only once, so each input that requests a run has
+/// its own.
 struct EngineProcess {
   EngineProcess() {
     qor::fuzz::Silence::keep(std::make_shared<ReplyWatch>());
@@ -66,7 +66,7 @@ struct EngineProcess {
   ~EngineProcess() {
     engine->finish();
     std::thread end([this] { backEnd.reset(); });
-    // Reception would only see that it is to end when its poll is over.
+    // Reception would notice its stop flag only after its poll.
     try {
       for (;;) inproc::request(requestSocket, heartBeat()).wait();
     } catch (const std::runtime_error&) {  // The socket is closed.
@@ -80,7 +80,7 @@ struct EngineProcess {
   std::unique_ptr<TcpEngineBackEnd> backEnd;
 };
 
-/// Why a request is refused; empty when it is granted.
+/// Why a request is refused; empty if it is granted.
 std::string refusalOf(const Request& request) {
   if (!request.has_type() || request.type() == Request::WaitForStop) return "Request error";
   const bool isOddPing = request.type() == Request::Ping && request.timeoutmilliseconds() % 2 != 0;
@@ -99,8 +99,8 @@ void requireRightReply(const Request& request, const std::optional<Reply>& reply
 
 }  // namespace
 
-/// Where threads come and go by the ten thousand their ids come again, and LeakSanitizer then takes what a
-/// living one has on its stack for leaked.
+/// With tens of thousands of threads, their ids are reused, and LeakSanitizer then reports memory on the
+/// stack of a live one as leaked.
 extern "C" int __lsan_is_turned_off() { return 1; }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -13,7 +13,7 @@ namespace proto = qor::multiprocess_communication::proto;
 using qor::fuzz::require;
 using qor::multiprocess_communication::TcpNotificationHubFrontEnd;
 
-/// A subscriber to everything.
+/// A subscriber to all notifications.
 class Subscriber : public tamb::INotificationCallback {
  public:
   /// The notifications since the last call.

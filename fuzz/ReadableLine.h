@@ -10,7 +10,7 @@
 
 namespace qor::fuzz {
 
-/// How many bytes the character of UTF-8 has that a text begins with; 0 when it begins with none.
+/// The length in bytes of the UTF-8 character at the beginning of a text; 0 if there is none.
 inline std::size_t bytesOfFirstCharacter(std::string_view text) {
   const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
   if (byte(0) < 0x80) return 1;
@@ -26,7 +26,7 @@ inline std::size_t bytesOfFirstCharacter(std::string_view text) {
   return character < firstOfLength.at(length) || character > 0x10FFFF || isSurrogate ? 0 : length;
 }
 
-/// What is shown to a person: some characters of UTF-8, none of which moves a terminal's cursor elsewhere.
+/// A text for people: characters of UTF-8 that do not move a terminal's cursor.
 inline void requireReadableLine(std::string_view text, std::size_t longest) {
   const auto isControl = [](unsigned char byte) { return (byte < 0x20 && byte != '\t') || byte == 0x7f; };
   const char* wrong = nullptr;

@@ -28,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   qor::fuzz::require(isReadyReport == isReady(line), "only a ready line reports that the engine is ready");
   if (!report) return 0;
   if (!report->reason.empty()) qor::fuzz::requireReadableLine(report->reason, longestReason);
-  // What is passed on is read as it was.
+  // A forwarded report has the same content.
   const auto again = reportFrom(reportLine(*report));
   qor::fuzz::require(again && again->event == report->event && again->engineProcess == report->engineProcess,
                      "a report is read back");

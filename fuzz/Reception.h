@@ -15,7 +15,7 @@
 
 namespace qor::fuzz {
 
-/// Most inputs are worth a log line that nobody reads.
+/// Most inputs cause log lines, which are not of interest here.
 class Silence : public tamb::ILoggerWriter {
  public:
   void Write(tamb::LogLevel /*level*/, const std::string& /*message*/, const std::string& /*context*/,
@@ -28,14 +28,14 @@ class Silence : public tamb::ILoggerWriter {
   }
 };
 
-/// Gives bytes to a subscriber of that name as its next message, and returns when its reception thread has
-/// done with them.
+/// Delivers bytes to a subscriber of that name as its next message, and returns when its reception thread has
+/// handled them.
 inline void receiveAs(const std::string& socket, const std::string& bytes) {
   socket::inproc::deliver(socket, bytes);
   require(socket::inproc::waitUntilBlocked(socket, socket::inproc::Operation::Poll), "reception goes on");
 }
 
-/// The message as it should have been understood; empty when the bytes are none.
+/// The expected message; empty if the bytes are not one.
 template <class Message>
 Message understood(const std::string& bytes, std::size_t sizeBound = 65'536) {
   Message message;

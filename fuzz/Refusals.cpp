@@ -5,7 +5,7 @@
 #include "fuzz/Require.h"
 #include "programs/host/Refusal.h"
 
-/// What a service replies with reaches the host in the text of an exception.
+/// A service's reply reaches the host in the text of an exception.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view text(reinterpret_cast<const char*>(data), size);
   qor::fuzz::require(qor::programs::reasonIn(text).size() <= size, "unescaping makes nothing longer");

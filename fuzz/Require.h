@@ -5,7 +5,7 @@
 
 namespace qor::fuzz {
 
-/// Ends the process, for the fuzzer to keep the input.
+/// Aborts the process, so that the fuzzer keeps the input.
 inline void require(bool condition, const char* expectation) {
   if (condition) return;
   std::fprintf(stderr, "not so: %s\n", expectation);

@@ -12,7 +12,7 @@ namespace {
 using qor::fuzz::require;
 using qor::socket::SocketEndpoint;
 
-/// A refusal quotes some of the text.
+/// An error text quotes a part of the endpoint.
 constexpr std::size_t longestRefusal = 1'200;
 
 std::optional<SocketEndpoint> parsed(const std::string& text) {

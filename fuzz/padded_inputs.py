@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Writes the fuzzers' long first inputs, which are short ones with padding: those at a bound, and just beyond it.
+"""Writes the fuzzers' long seed inputs, short messages with padding: at a size limit, and just beyond it.
 
 Usage: fuzz/padded_inputs.py DIRECTORY     writes DIRECTORY/FUZZER/NAME, beside what fuzz/corpus/FUZZER holds
 """
@@ -8,7 +8,7 @@ import pathlib
 import sys
 
 CORPUS = pathlib.Path(__file__).resolve().parent / "corpus"
-# What the receivers of the plug-in take: a list or request, a reply, a status.
+# The size limits of the plug-in's receivers: a list or request, a reply, a status.
 LARGEST, LARGEST_REPLY, LARGEST_STATUS = 65_536, 8_192, 1_024
 
 
@@ -55,7 +55,7 @@ def inputs():
 
 def main(directory):
     for fuzzer, name, content in inputs():
-        # An input whose fuzzer was renamed would be run by nobody.
+        # An input without a fuzzer, such as after a renaming, would never be used.
         if not (CORPUS / fuzzer).is_dir():
             sys.exit(f"padded_inputs: \"{fuzzer}\" is not a fuzzer: it has no folder in {CORPUS}")
         folder = pathlib.Path(directory, fuzzer)

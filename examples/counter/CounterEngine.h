@@ -31,7 +31,7 @@ class CounterEngine final : public engines::EngineBase {
   explicit CounterEngine(std::shared_ptr<tamb::ICommandProcessorBackEnd> commands)
       : EngineBase("CounterEngine", "counter", std::move(commands)) {}
 
-  /// Nothing has to be described.
+  /// There are no keys to read.
   void AddEngineDescription(std::shared_ptr<tamb::IEngineDescription> /*description*/) override {}
   tamb::TimeInfo GetCurrentTimeInfo(const std::string& name) const override {
     throw tamb::TAMBRuntimeError("CounterEngine: there is no \"" + name + "\" that has a time");
@@ -53,7 +53,7 @@ class CounterEngine final : public engines::EngineBase {
     }
   }
 
-  /// What it throws is the reason in the command's "CommandFailed".
+  /// Its exceptions become the reason in the command's "CommandFailed".
   void execute(const tamb::ICommandMessage& command) {
     if (command.GetCommandName() != "Set") {
       throw tamb::TAMBRuntimeError("there is no command \"" + command.GetCommandName() +
@@ -69,7 +69,7 @@ class CounterEngine final : public engines::EngineBase {
   double seconds() const { return static_cast<double>(tenths_) / 10; }
 
   std::int64_t count_ = 0;
-  /// Of a second, since the start: whole numbers, so that times do not drift.
+  /// Tenths of a second since the start: integers, so that times do not drift.
   std::int64_t tenths_ = 0;
 };
 
