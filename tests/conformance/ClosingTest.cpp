@@ -45,7 +45,7 @@ TEST_P(Closing, GivesUnsentMessagesTheTimeOfThePolicyAndSaysHowManyItDiscards) {
   }
 }
 
-TEST_P(Closing, WaitsForNobodyWhenMessagesSupersedeEachOther) {
+TEST_P(Closing, DoesNotWaitWhenMessagesSupersedeEachOther) {
   const CapturedLog log;
   EXPECT_LE(closeWithThreeUnsent(ClosePolicy::Newest, false), std::chrono::milliseconds(900));
   for (const LogRecord& record : log.recordsWith("ClosingPublisher")) {
@@ -53,7 +53,7 @@ TEST_P(Closing, WaitsForNobodyWhenMessagesSupersedeEachOther) {
   }
 }
 
-TEST_P(Closing, WaitsForNobodyWhenNothingIsUnsent) {
+TEST_P(Closing, DoesNotWaitWhenNothingIsUnsent) {
   const CapturedLog log;
   Socket publisher("ClosingPublisher", ClosePolicy::Patient);
   publisher.createAndConnect(Protocol::Publisher, endpoint_, 0);
@@ -79,7 +79,7 @@ TEST_P(Closing, StillDeliversToASubscriberThatArrivesMeanwhile) {
   EXPECT_TRUE(log.recordsWith("ClosingPublisher").empty());
 }
 
-TEST_P(Closing, LetsMessagesArriveThatWereSentJustBefore) {
+TEST_P(Closing, DeliversMessagesSentJustBefore) {
   Socket publisher("ClosingPublisher", ClosePolicy::Patient);
   publisher.createAndConnect(Protocol::Publisher, endpoint_, 0);
   Socket subscriber("ClosingSubscriber", ClosePolicy::Patient);

@@ -156,7 +156,7 @@ TEST_P(CommandChannel, ExchangesTheMembersOfTheEditRate) {
   EXPECT_EQ(arrived[0]->GetTime().GetTimeNumber(), 3);
 }
 
-TEST_P(CommandChannel, KeepsCommandsForABackEndThatIsNotThereYetCompleteAndInOrder) {
+TEST_P(CommandChannel, KeepsCommandsForALateBackEndCompleteAndInOrder) {
   constexpr unsigned int batches = 500;
   connectFrontEnd();
   for (unsigned int i = 0; i < batches; ++i) {
@@ -171,7 +171,7 @@ TEST_P(CommandChannel, KeepsCommandsForABackEndThatIsNotThereYetCompleteAndInOrd
   EXPECT_TRUE(log_.records().empty());
 }
 
-TEST_P(CommandChannel, LetsTheBackEndBeThereFirst) {
+TEST_P(CommandChannel, WorksWhenTheBackEndStartsFirst) {
   startBackEnd();
   connectFrontEnd();
   for (unsigned int id = 1; id <= 100; ++id) push(id);

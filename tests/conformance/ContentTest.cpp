@@ -75,7 +75,7 @@ TEST_P(Content, ArrivesAsItWasSent) {
   EXPECT_EQ(received.SerializeAsString(), sent.SerializeAsString());
 }
 
-TEST_P(Content, ReplacesWhatTheMessageHeldBefore) {
+TEST_P(Content, ReplacesThePreviousContentOfTheMessage) {
   sendNumber(publisher_, 1);
   awaitMessage(subscriber_);
   proto::EngineFrontEndRequest request;

@@ -122,7 +122,7 @@ TEST_P(ContextShutDown, FailsEveryLaterOperationOfTheSocketsThatWereOpen) {
   EXPECT_FALSE(subscriber_.isOpen());
 }
 
-TEST_P(ContextShutDown, LetsSocketsBeOpenedAgain) {
+TEST_P(ContextShutDown, AllowsSocketsToBeOpenedAgain) {
   for (std::uint32_t life = 0; life < 5; ++life) {
     openRequesterAndReplier();
     sendNumber(requester_, life);

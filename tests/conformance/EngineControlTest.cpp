@@ -99,7 +99,7 @@ TEST_P(EngineControl, DrivesAnEngineFromItsFirstPingToItsEnd) {
   EXPECT_TRUE(log_.recordsWith("termination request").empty());
 }
 
-TEST_P(EngineControl, ABackEndThatGoesEndsTheRunOfItsFrontEnd) {
+TEST_P(EngineControl, ADestroyedBackEndEndsTheRunOfItsFrontEnd) {
   startBackEnd();
   connectFrontEnd();
   BackgroundCall running([&] { frontEnd_->Run(); });
@@ -114,7 +114,7 @@ TEST_P(EngineControl, ABackEndThatGoesEndsTheRunOfItsFrontEnd) {
   EXPECT_FALSE(log_.recordsWith("Engine status change: EndOfLife").empty());
 }
 
-TEST_P(EngineControl, AFrontEndWhosePeerIsGoneFailsSoonAndIsDestroyedSoon) {
+TEST_P(EngineControl, AFrontEndWithoutPeerFailsSoonAndIsDestroyedSoon) {
   startBackEnd();
   connectFrontEnd();
   frontEnd_->Ping(1);
@@ -145,7 +145,7 @@ TEST_P(EngineControl, APeerThatDiesInTheMiddleOfAPingFailsThePing) {
   EXPECT_EQ(log_.recordsWith("Failed sending ping").size(), 1U);
 }
 
-TEST_P(EngineControl, ARequestThatIsNeverAnsweredWedgesNobody) {
+TEST_P(EngineControl, ARequestThatIsNeverAnsweredBlocksNoOther) {
   startBackEnd();
   Socket silent("SilentRequester", ClosePolicy::Newest);
   silent.createAndConnect(Protocol::Requester, requestEndpoint_, 0);

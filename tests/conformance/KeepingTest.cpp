@@ -29,7 +29,7 @@ class Keeping : public SocketTest {
 
 INSTANTIATE_TEST_SUITE_P(Over, Keeping, everyTransport, transportName);
 
-TEST_P(Keeping, KeepsWhatIsSentBeforeTheFirstSubscriberAndLosesNothingWhileItJoins) {
+TEST_P(Keeping, KeepsMessagesForTheFirstSubscriberAndLosesNoneWhileItJoins) {
   constexpr std::uint32_t kept = 5'000;
   constexpr std::uint32_t all = 10'000;
   publisher_.createAndConnect(Protocol::Publisher, endpoint_, 0);
@@ -43,7 +43,7 @@ TEST_P(Keeping, KeepsWhatIsSentBeforeTheFirstSubscriberAndLosesNothingWhileItJoi
   subscription.get();
 }
 
-TEST_P(Keeping, KeepsAgainWhenTheLastSubscriberHasGone) {
+TEST_P(Keeping, KeepsMessagesAgainAfterTheLastSubscriberHasLeft) {
   publisher_.createAndConnect(Protocol::Publisher, endpoint_, 0);
   // The publisher notices the end of a subscriber a little later; messages sent until then are lost with that
   // subscriber. From the first kept message on there must be no gap; the more are sent, the more likely one
@@ -79,7 +79,7 @@ TEST_P(Keeping, KeepsOnlyTheNewestWhenMessagesSupersedeEachOther) {
   EXPECT_EQ(receiveNumber(subscriber), 11U);
 }
 
-TEST_P(Keeping, TellsWhoeverJoinsTheNewestWhenMessagesSupersedeEachOther) {
+TEST_P(Keeping, SendsTheNewestToNewSubscribersWhenMessagesSupersedeEachOther) {
   Socket status("StatusPublisher", ClosePolicy::Newest);
   status.createAndConnect(Protocol::Publisher, endpoint_, 0);
   Socket first("FirstSubscriber", ClosePolicy::Newest);
@@ -98,7 +98,7 @@ TEST_P(Keeping, TellsWhoeverJoinsTheNewestWhenMessagesSupersedeEachOther) {
   }
 }
 
-TEST_P(Keeping, TellsWhoeverJoinsNothingAgainWhenEachMessageCounts) {
+TEST_P(Keeping, SendsNothingTwiceWhenEachMessageCounts) {
   publisher_.createAndConnect(Protocol::Publisher, endpoint_, 0);
   Socket first("FirstSubscriber", ClosePolicy::Patient);
   first.createAndConnect(Protocol::Subscriber, endpoint_, 0);

@@ -157,7 +157,7 @@ TEST_P(NotificationChannel, LosesNothingThatIsPushedBeforeTheHostIsThereOrWhileI
   EXPECT_THAT(log_.records(), IsEmpty());
 }
 
-TEST_P(NotificationChannel, LetsTheHostBeThereFirst) {
+TEST_P(NotificationChannel, WorksWhenTheHostStartsFirst) {
   startFrontEnd();
   startBackEnd();
   backEnd_->PushNotification(numbered(0));
@@ -206,7 +206,7 @@ TEST_P(NotificationChannel, CarriesAsMuchAsAMessageMayHold) {
   EXPECT_THAT(linesOf(2), ElementsAre(large, large));
 }
 
-TEST_P(NotificationChannel, LetsTheHostMoveToAnotherBackEnd) {
+TEST_P(NotificationChannel, AllowsTheHostToMoveToAnotherBackEnd) {
   startBackEnd();
   startFrontEnd();
   backEnd_->PushNotification(notification("of the first"));
@@ -246,7 +246,7 @@ TEST_P(NotificationChannel, FollowsABackEndThatIsMadeAnewOnItsEndpoint) {
   EXPECT_THAT(log_.records(), IsEmpty());
 }
 
-TEST_P(NotificationChannel, ABackEndThatGoesStillDeliversWhatItWasGiven) {
+TEST_P(NotificationChannel, ADestroyedBackEndStillDeliversItsNotifications) {
   startBackEnd();
   startFrontEnd();
   for (std::size_t i = 0; i < 500; ++i) backEnd_->PushNotification(numbered(i));
@@ -254,7 +254,7 @@ TEST_P(NotificationChannel, ABackEndThatGoesStillDeliversWhatItWasGiven) {
   expectNumbersBelow(500);
 }
 
-TEST_P(NotificationChannel, ASecondBackEndOnTheEndpointRefusesEverythingAndHarmsNobody) {
+TEST_P(NotificationChannel, ASecondBackEndOnTheEndpointRefusesEverythingAndDisturbsNoOther) {
   startBackEnd();
   startFrontEnd();
   TcpNotificationHubBackEnd second(manager, engine, endpoint_);

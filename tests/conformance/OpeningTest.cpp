@@ -212,7 +212,7 @@ TEST(OpeningOverTcp, IsRefusedForAConnectionToPortZero) {
   }
 }
 
-TEST(OpeningOverTcp, TakesAFreePortWhereNoneIsNamed) {
+TEST(OpeningOverTcp, ChoosesAFreePortForPortZero) {
   const auto anyPort = SocketEndpoint::FromString("tcp://127.0.0.1:0");
   Socket first("FirstSocket", ClosePolicy::Patient);
   Socket second("SecondSocket", ClosePolicy::Patient);

@@ -38,7 +38,7 @@ TEST_P(Poll, SaysThatNothingCameWhenTheTimeOutHasPassed) {
   EXPECT_EQ(subscriber_.poll(0, errorText_), 1) << errorText_;
 }
 
-TEST_P(Poll, InVainAgainEndsNoLaterThanItsTimeOut) {
+TEST_P(Poll, WithoutResultEndsNoLaterThanItsTimeOut) {
   using Clock = std::chrono::steady_clock;
   publisher_.createAndConnect(Protocol::Publisher, endpoint_, 0);
   subscriber_.createAndConnect(Protocol::Subscriber, endpoint_, 0);

@@ -25,7 +25,7 @@ TEST_P(PublishSubscribe, ASubscriberMayBeThereBeforeItsPublisher) {
   EXPECT_EQ(receiveNumber(subscriber_), 1U);
 }
 
-TEST_P(PublishSubscribe, ASubscriberMayBeThereWhenNobodyListensYet) {
+TEST_P(PublishSubscribe, ASubscriberMayStartBeforeItsPublisher) {
   const SocketEndpoint silent = newSilentEndpoint();
   subscriber_.createAndConnect(Protocol::Subscriber, silent, 0);
   std::string errorText;
@@ -66,7 +66,7 @@ TEST_P(PublishSubscribe, EverySubscriberGetsEverything) {
   expectNumbers(second, firstHeard + 1, sent);
 }
 
-TEST_P(PublishSubscribe, TheSubscribersThatStayLoseNothingWhenOneGoes) {
+TEST_P(PublishSubscribe, TheOtherSubscribersLoseNothingWhenOneLeaves) {
   publisher_.createAndConnect(Protocol::Publisher, endpoint_, 0);
   subscriber_.createAndConnect(Protocol::Subscriber, endpoint_, 0);
   std::uint32_t sent = 0;

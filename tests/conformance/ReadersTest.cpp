@@ -65,7 +65,7 @@ TEST_P(Readers, TheFirstGetsEverythingAndTheOthersGetNothing) {
                                       HasSubstr("its one reader is connected")));
 }
 
-TEST_P(Readers, AnotherThatReadsNothingHoldsNobodyUp) {
+TEST_P(Readers, AnotherThatReadsNothingBlocksNoOther) {
   // Far more than all queues together can contain: with a second reader, sending would block.
   constexpr std::uint32_t more = 250'000;
   publisher_.createAndConnect(Protocol::Publisher, endpoint_, 0);
@@ -79,7 +79,7 @@ TEST_P(Readers, AnotherThatReadsNothingHoldsNobodyUp) {
   }
 }
 
-TEST_P(Readers, TheNextIsAdmittedOnceTheFirstHasGoneAndGetsWhatIsKept) {
+TEST_P(Readers, TheNextIsAdmittedOnceTheFirstHasLeftAndReceivesTheBacklog) {
   publisher_.createAndConnect(Protocol::Publisher, endpoint_, 0);
   sendNumber(publisher_, 1);
   Socket& first = subscribe();
@@ -95,7 +95,7 @@ TEST_P(Readers, TheNextIsAdmittedOnceTheFirstHasGoneAndGetsWhatIsKept) {
   expectNumbers(second, heard + 1, sent);
 }
 
-TEST_P(Readers, WhoeverComesAfterOneHasClosedIsNeverRefused) {
+TEST_P(Readers, ANewOneIsNeverRefusedAfterTheFirstHasClosed) {
   publisher_.createAndConnect(Protocol::Publisher, endpoint_, 0);
   for (std::uint32_t round = 1; round <= 100; ++round) {
     Socket reader("PassingReader", ClosePolicy::Patient);
@@ -106,7 +106,7 @@ TEST_P(Readers, WhoeverComesAfterOneHasClosedIsNeverRefused) {
   EXPECT_TRUE(log_.recordsWith("refused").empty()) << log_.recordsWith("refused")[0].message;
 }
 
-TEST_P(Readers, TheNextIsToldTheNewestWhenMessagesSupersedeEachOther) {
+TEST_P(Readers, TheNextReceivesTheNewestWhenMessagesSupersedeEachOther) {
   Socket status("StatusPublisher", ClosePolicy::Newest);
   status.createAndConnect(Protocol::Publisher, endpoint_, 0);
   sendNumber(status, 1);

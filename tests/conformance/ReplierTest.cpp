@@ -22,7 +22,7 @@ class Replier : public SocketTest {
 
 INSTANTIATE_TEST_SUITE_P(Over, Replier, everyTransport, transportName);
 
-TEST_P(Replier, IsNotHeldUpByARequestThatItDoesNotAnswer) {
+TEST_P(Replier, IsNotBlockedByARequestThatItDoesNotAnswer) {
   Socket ignored("IgnoredRequester", ClosePolicy::Patient);
   ignored.createAndConnect(Protocol::Requester, endpoint_, 0);
   Socket served("ServedRequester", ClosePolicy::Patient);
@@ -39,7 +39,7 @@ TEST_P(Replier, IsNotHeldUpByARequestThatItDoesNotAnswer) {
   EXPECT_EQ(receiveReply(ignored), 3U);
 }
 
-TEST_P(Replier, IsToldThatTheRequesterHasGoneBeforeItsReply) {
+TEST_P(Replier, ThrowsWhenTheRequesterHasLeftBeforeItsReply) {
   // A vanished requester is noticed a little later; the poll waits for that.
   bool wasTold = false;
   for (unsigned int time = 1; !wasTold && time < 10'000; time *= 2) {

@@ -81,7 +81,7 @@ TEST_P(Requester, WaitsForAReplierThatAppearsLater) {
   }
 }
 
-TEST_P(Requester, IsNotOpenedWhenNobodyAnswersInTime) {
+TEST_P(Requester, IsNotOpenedWithoutAnAnswerInTime) {
   for (const SocketEndpoint& endpoint : {newEndpoint(), newSilentEndpoint()}) {
     const Stopwatch stopwatch;
     EXPECT_THAT([&] { requester_.createAndConnect(Protocol::Requester, endpoint, 300); },
@@ -237,7 +237,7 @@ TEST_P(Requester, NeverTakesALateReplyForTheReplyToItsNextRequest) {
   }
 }
 
-TEST_P(Requester, GivesUpARequestWhoseReplyItHasPolledForInVain) {
+TEST_P(Requester, AbandonsARequestAfterAPollWithoutReply) {
   openBoth();
   sendNumber(requester_, 1);
   std::string errorText;

@@ -165,7 +165,7 @@ TEST_F(Commands, ManyCommandsWithinOneAudioFrameEachTakeEffectAtTheirSample) {
   EXPECT_NEAR(samples.at(48'300), 0.125, 0.001);
 }
 
-TEST_F(Commands, AnAnswerTellsTheCommandAndTheMediaTimeReached) {
+TEST_F(Commands, AnAnswerContainsTheCommandAndTheMediaTimeReached) {
   make();
   const auto id = filterCommand(at(1, 1), "volume", "volume", "0");
   engine().Run();
@@ -176,7 +176,7 @@ TEST_F(Commands, AnAnswerTellsTheCommandAndTheMediaTimeReached) {
   EXPECT_EQ(answer->GetTime().GetTimeNumber(), 1'000);
 }
 
-TEST_F(Commands, WhatCannotBeDoneIsAnsweredWithTheReason) {
+TEST_F(Commands, AreAnsweredWithTheReasonWhenTheyFail) {
   make();
   const auto noFilter = filterCommand(now(), "reverb", "mix", "1");
   const auto noCommand = filterCommand(now(), "volume", "loudness", "1");
@@ -260,7 +260,7 @@ TEST_F(Commands, PauseHoldsTheRunAtItsTimeUntilResumeAndChangesNothing) {
   EXPECT_EQ(fileBytes(path("out.mkv")), fileBytes(path("plain.mkv")));
 }
 
-TEST_F(Commands, APauseHoldsBackWhatWasPushedBeforeIt) {
+TEST_F(Commands, APauseDelaysCommandsPushedBeforeIt) {
   for (const auto& resume : {now(), at(100, 1)}) {
     heard_ = std::make_shared<Notifications>();
     make();
@@ -353,7 +353,7 @@ TEST_F(Commands, AreExecutedByTheRunAlone) {
   EXPECT_THAT(log_.recordsWith("executed by the engine's run alone"), SizeIs(1));
 }
 
-TEST_F(Commands, ForAStepThatThereIsNotAreAnsweredWithTheStepsThereAre) {
+TEST_F(Commands, ForAnUnknownStepAreAnsweredWithTheValidSteps) {
   make();
   const auto push = [this](unsigned int id, const tamb::MediaTime& time) {
     local_.commandFrontEnd->PushCommand(std::make_shared<tamb::CommandMessage>(

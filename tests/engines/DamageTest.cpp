@@ -110,7 +110,7 @@ INSTANTIATE_TEST_SUITE_P(
       return name;
     });
 
-TEST_F(Damage, AFlacThatIsCutIsCompleteAsFarAsItGoes) {
+TEST_F(Damage, ATruncatedFlacIsDecodedUpToItsEnd) {
   const auto whole = bytesOf({.audio = tone, .audioCodec = "flac"}, "whole.flac");
   for (const std::size_t percent : {40U, 60U, 80U, 99U}) {
     write("cut.flac", whole.substr(0, whole.size() * percent / 100));
@@ -123,7 +123,7 @@ TEST_F(Damage, AFlacThatIsCutIsCompleteAsFarAsItGoes) {
   }
 }
 
-TEST_F(Damage, BehindTheEndOfAnMp3IsPassedOver) {
+TEST_F(Damage, AfterTheEndOfAnMp3IsSkipped) {
   auto bytes = bytesOf({.audio = tone, .audioCodec = "libmp3lame"}, "whole.mp3");
   std::mt19937 random(3);
   for (int count = 0; count < 3'000; ++count) bytes += static_cast<char>(random());
@@ -289,7 +289,7 @@ TEST_F(Damage, OfAWholeStreamFailsTheRunThatIsToFilterIt) {
   EXPECT_FALSE(std::filesystem::exists(path("out.mkv")));
 }
 
-TEST_F(Damage, IsToldOfTwentyTimesAndCountedFurther) {
+TEST_F(Damage, IsReportedTwentyTimesAndThenOnlyCounted) {
   auto bytes = bytesOf({.audio = "sine=sample_rate=48000:duration=10", .audioCodec = "mp2"}, "whole.mkv");
   // The header of every other frame of 384 bytes.
   int broken = 0;
@@ -303,7 +303,7 @@ TEST_F(Damage, IsToldOfTwentyTimesAndCountedFurther) {
   EXPECT_THAT(heard_->ofLine("DecodeError"), SizeIs(20));
 }
 
-TEST_F(Damage, IsToldOfInTheLogWithItsCount) {
+TEST_F(Damage, IsLoggedWithItsCount) {
   auto bytes = bytesOf({.audio = tone, .audioCodec = "libmp3lame"}, "whole.mp3");
   write("junk.mp3", bytes + std::string(3'000, '\x55'));
   convert("junk.mp3", "out.wav");

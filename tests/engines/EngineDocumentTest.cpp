@@ -33,7 +33,7 @@ std::string complaintAbout(const std::string& text,
   }
 }
 
-TEST(EngineDocument, SaysWhatAMediaEngineIsToDo) {
+TEST(EngineDocument, DescribesTheJobOfAMediaEngine) {
   const auto media = readMediaDocument(R"({
     "engine": "media", "input": "in.mov", "output": "out.mkv", "audioFilter": "volume=0.5",
     "videoFilter": "hue=s=0", "loudness": true, "realTime": true, "startPaused": true,
@@ -60,13 +60,13 @@ TEST(EngineDocument, NeedsNothingButAnInput) {
   EXPECT_FALSE(media.startPaused);
 }
 
-TEST(EngineDocument, SaysWithoutAnOutputWhatToDoAboutErrors) {
+TEST(EngineDocument, MaySetTheErrorModeWithoutAnOutput) {
   const auto media =
       readMediaDocument(R"({"engine": "media", "input": "in.mov", "settings": {"onError": "fail"}})");
   EXPECT_EQ(media.onError, OnError::Fail);
 }
 
-TEST(EngineDocument, SaysWhatATestEngineDoesWrong) {
+TEST(EngineDocument, DescribesTheFaultOfATestEngine) {
   const auto test = readTestDocument(
       R"({"engine": "test", "behaviour": "freeze", "when": "command", "notifications": 12, "prints": 3})");
   EXPECT_EQ(test.behaviour, TestBehaviour::Freeze);
@@ -122,7 +122,7 @@ TEST(EngineDocument, HasTheDefaultsOfItsManual) {
   EXPECT_EQ(values.quoted("gain"), "");
 }
 
-TEST(EngineDocument, IsOnlyAskedForWhatItsManualHas) {
+TEST(EngineDocument, RejectsAccessToKeysOutsideItsManual) {
   const auto values = readDocument(R"({"engine": "mixer", "bus": {"source": "a"}})", mixerManual());
   EXPECT_THROW(values.text("gian"), std::logic_error);
   EXPECT_THROW(values.text("gain"), std::logic_error);
@@ -156,7 +156,7 @@ struct Complaint {
 
 class EngineDocumentComplaint : public testing::TestWithParam<Complaint> {};
 
-TEST_P(EngineDocumentComplaint, QuotesWhatIsWrongAndSaysWhatIsExpectedInOneLine) {
+TEST_P(EngineDocumentComplaint, QuotesTheWrongPartAndStatesTheExpectedOneInOneLine) {
   const auto complaint = complaintAbout(GetParam().document);
   EXPECT_THAT(complaint, AllOf(HasSubstr(GetParam().quoted), HasSubstr(GetParam().expected),
                                HasSubstr("Engine description"), Not(HasSubstr("\n"))));

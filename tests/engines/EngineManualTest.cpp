@@ -77,7 +77,7 @@ Notifications:
 )");
 }
 
-TEST(EngineManual, OfAnEngineThatHasNothingIsWholeToo) {
+TEST(EngineManual, OfAnEngineWithoutKeysAndCommandsIsComplete) {
   const auto text = manualText({.name = "still", .summary = "", .step = "still"});
   EXPECT_THAT(text, HasSubstr("Commands:\n                        none\n"));
   EXPECT_THAT(text, HasSubstr("Notifications:\n                        none\n"));

@@ -163,7 +163,7 @@ TEST_F(Failures, AFilterWithoutAnEnd) {
               HasSubstr("asplit[a][b]"));
 }
 
-TEST_F(Failures, AFilterForAStreamThatIsNotThere) {
+TEST_F(Failures, AFilterForAMissingStream) {
   writeClip({.audio = "sine=duration=1"}, path("audio.wav"));
   EXPECT_THAT(reasonOfRunning({{"input", quoted(path("audio.wav"))}, {"videoFilter", R"("hue=s=0")"}}),
               AllOf(HasSubstr("audio.wav"), HasSubstr("no video")));
@@ -182,7 +182,7 @@ TEST_F(Failures, LoudnessOfVideoAlone) {
               HasSubstr("no audio"));
 }
 
-TEST_F(Failures, AFolderThatIsNotThere) {
+TEST_F(Failures, AMissingFolder) {
   EXPECT_THAT(reasonOfRunning({{"input", quoted(sharedClip())}, {"output", quoted(path("nowhere/out.mkv"))}}),
               AllOf(HasSubstr("nowhere/out.mkv"), HasSubstr("No such file or directory")));
 }
@@ -193,7 +193,7 @@ TEST_F(Failures, AnOutputThatIsAFolder) {
               AllOf(HasSubstr("out.mkv"), HasSubstr("Is a directory")));
 }
 
-TEST_F(Failures, AnEndingThatTellsNoContainer) {
+TEST_F(Failures, AnUnknownFileExtension) {
   EXPECT_THAT(reasonOfRunning({{"input", quoted(sharedClip())}, {"output", quoted(path("out.thing"))}}),
               AllOf(HasSubstr("out.thing"), HasSubstr("\"container\"")));
 }
@@ -289,7 +289,7 @@ TEST_F(Failures, AFailureKeepsTheFileThatWasThereBefore) {
   EXPECT_THAT(fileNames(), ElementsAre("out.mkv"));
 }
 
-TEST_F(Failures, AFileThatLacksItsEndIsToldOfInTheLog) {
+TEST_F(Failures, ATruncatedFileIsLogged) {
   writeClip({.audio = "sine=sample_rate=48000:duration=4"}, path("in.mkv"));
   const auto bytes = fileBytes(path("in.mkv"));
   write("in.mkv", bytes.substr(0, bytes.size() / 2));
@@ -314,7 +314,7 @@ TEST_F(Failures, AnEngineWithoutADescription) {
   EXPECT_THROW(engine().AddEngineDescription(nullptr), std::runtime_error);
 }
 
-TEST_F(Failures, WhatFfmpegSaysGoesToTheLogWithoutAddresses) {
+TEST_F(Failures, FfmpegsLinesGoToTheLogWithoutAddresses) {
   reasonOfRunning({{"input", quoted(sharedClip())}, {"audioFilter", R"("louder")"}});
   const auto records = log_.recordsWith("No such filter: 'louder'");
   ASSERT_THAT(records, Not(IsEmpty()));

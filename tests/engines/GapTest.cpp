@@ -33,7 +33,7 @@ class Gaps : public EngineTest {
 
 class GapsInContainer : public Gaps, public testing::WithParamInterface<std::string> {};
 
-TEST_P(GapsInContainer, AreFilledWithSilenceAndToldOf) {
+TEST_P(GapsInContainer, AreFilledWithSilenceAndReported) {
   run(media({{"input", quoted(sound())}, {"output", quoted(path(GetParam()))}}));
   ASSERT_TRUE(heard_->only("Finished")) << failure();
   const auto result = readBack(path(GetParam()));

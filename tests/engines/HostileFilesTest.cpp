@@ -56,7 +56,7 @@ TEST_F(HostileFiles, AnEmptyPacketIsNotTheEndOfItsStream) {
   EXPECT_EQ(count("videoFrames"), 49U) << failure();
 }
 
-TEST_F(HostileFiles, AnEmptyPacketAtTheEndIsNoMoreThanThat) {
+TEST_F(HostileFiles, AnEmptyPacketAtTheEndIsIgnored) {
   writeClip({.video = "testsrc2=size=64x48:rate=25:duration=2,format=yuvj420p", .videoCodec = "mjpeg"},
             path("in.mov"));
   emptySample("in.mov", 49);
@@ -64,7 +64,7 @@ TEST_F(HostileFiles, AnEmptyPacketAtTheEndIsNoMoreThanThat) {
   EXPECT_EQ(count("videoFrames"), 49U) << failure();
 }
 
-TEST_F(HostileFiles, AStreamOfWhichNobodyTakesPacketsDoesNotHoldUpTheOther) {
+TEST_F(HostileFiles, AStreamWithoutReaderDoesNotBlockTheOther) {
   writeClip({.video = "color=size=16x16:rate=1000:duration=21,format=yuv420p",
              .videoCodec = "mpeg4",
              .audio = "sine=sample_rate=8000:duration=21"},

@@ -38,7 +38,7 @@ TEST_F(Loudness, DoesNotDependOnTheSampleRate) {
   EXPECT_NEAR(integrated(), -23.0, 0.1);
 }
 
-TEST_F(Loudness, IsToldOnceASecondOfMediaTime) {
+TEST_F(Loudness, IsReportedOnceASecondOfMediaTime) {
   measure("");
   const auto reports = heard_->ofLine("Loudness");
   ASSERT_THAT(reports, SizeIs(4));
@@ -49,12 +49,12 @@ TEST_F(Loudness, IsToldOnceASecondOfMediaTime) {
   }
 }
 
-TEST_F(Loudness, IsThatBehindTheFilter) {
+TEST_F(Loudness, IsMeasuredAfterTheFilter) {
   measure(R"(, "audioFilter": "volume=-10dB")");
   EXPECT_NEAR(integrated(), -33.0, 0.1);
 }
 
-TEST_F(Loudness, IsMeasuredBesideTheOutputWhichStaysAsItIs) {
+TEST_F(Loudness, IsMeasuredWithoutChangingTheOutput) {
   measure(R"(, "output": ")" + path("out.wav") + '"');
   EXPECT_NEAR(integrated(), -23.0, 0.1);
   EXPECT_EQ(qor::test::readBack(path("out.wav")).samples, qor::test::readBack(path("tone.wav")).samples);

@@ -76,7 +76,7 @@ TEST_F(MediaCommandsTest, AFailureInAPauseEndsThePause) {
   EXPECT_THROW(running.get(), tamb::TAMBRuntimeError);
 }
 
-TEST_F(MediaCommandsTest, WhatEndsAPauseTakesInNoMedia) {
+TEST_F(MediaCommandsTest, ACommandThatEndsAPauseProcessesNoMedia) {
   push("Pause", 1);
   push("Resume", 100);
   execute();
@@ -87,7 +87,7 @@ TEST_F(MediaCommandsTest, WhatEndsAPauseTakesInNoMedia) {
   EXPECT_TRUE(target_.stopped);
 }
 
-TEST_F(MediaCommandsTest, WhatComesAfterAStopTakesInNoMedia) {
+TEST_F(MediaCommandsTest, CommandsAfterAStopProcessNoMedia) {
   push("Stop", 0);
   push("Rewind", 1);
   execute();

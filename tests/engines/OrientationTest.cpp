@@ -81,7 +81,7 @@ TEST_P(OrientationOfFile, IsThatOfThePlayer) {
   EXPECT_EQ(quarter(input, "iw/2:ih/2"), turn.seen[3]);
 }
 
-TEST_P(OrientationOfFile, IsNotToldToThePlayerAgain) {
+TEST_P(OrientationOfFile, IsNotAppliedAgainByThePlayer) {
   const auto input = turnedClip(GetParam());
   run(media({{"input", quoted(input)}, {"output", quoted(path("once.mov"))}}));
   heard_ = std::make_shared<Notifications>();
@@ -101,7 +101,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Turn{0, 1, 1, 0, {40, 140, 90, 190}}, Turn{0, 1, -1, 0, {140, 40, 190, 90}},
                     Turn{0, -1, 1, 0, {90, 190, 40, 140}}, Turn{0, -1, -1, 0, {190, 90, 140, 40}}));
 
-TEST_F(Orientation, OfNoSenseIsNone) {
+TEST_F(Orientation, OfADegenerateMatrixIsIgnored) {
   const auto input = turnedClip({0, 0, 0, 0, {}});
   EXPECT_EQ(quarter(input, "0:0"), 40);
 }

@@ -129,7 +129,7 @@ TEST_F(OutputFileTest, IsReadableForNoGroupUnlessItCanHaveTheSameOne) {
   EXPECT_EQ(modeOf(path("out.mkv")), 0604U);
 }
 
-TEST_F(OutputFileTest, StaysUnderItsOwnNameWhenItIsCompleteAndCannotBeRenamed) {
+TEST_F(OutputFileTest, KeepsItsTemporaryNameWhenItIsCompleteAndCannotBeRenamed) {
   std::string written;
   std::string reason;
   {
@@ -224,7 +224,7 @@ TEST_F(OutputFileTest, MayHaveTheLongestName) {
   EXPECT_THAT(fileNames(), ElementsAre(name));
 }
 
-TEST_F(OutputFileTest, TellsWhyItCannotBeMade) {
+TEST_F(OutputFileTest, ReportsWhyItCannotBeCreated) {
   EXPECT_THROW(OutputFile(path("nowhere/out.mkv")).create(), tamb::TAMBRuntimeError);
 }
 

@@ -77,7 +77,7 @@ TEST_P(PictureInContainer, IsCopiedOnce) {
 INSTANTIATE_TEST_SUITE_P(Each, PictureInContainer,
                          testing::Values("out.mp3", "out.flac", "out.m4a", "out.mp4", "out.mkv"));
 
-TEST_F(Picture, IsLeftOutWhereThereIsNoRoom) {
+TEST_F(Picture, IsLeftOutWhenTheContainerDoesNotSupportIt) {
   for (const auto* name : {"out.wav", "out.avi", "out.nut", "out.mov"}) {
     heard_ = std::make_shared<Notifications>();
     run(media({{"input", quoted(album())}, {"output", quoted(path(name))}}));
@@ -86,7 +86,7 @@ TEST_F(Picture, IsLeftOutWhereThereIsNoRoom) {
   }
 }
 
-TEST_F(Picture, IsNoVideo) {
+TEST_F(Picture, IsNotVideo) {
   const auto input = album();
   run(media({{"input", quoted(input)}, {"output", quoted(path("picture.mkv"))}}));
   heard_ = std::make_shared<Notifications>();
@@ -96,7 +96,7 @@ TEST_F(Picture, IsNoVideo) {
 
 class NoVideo : public Picture, public testing::WithParamInterface<std::string> {};
 
-TEST_P(NoVideo, GoesIntoAContainerOfSound) {
+TEST_P(NoVideo, IsWrittenToAnAudioContainer) {
   run(media({{"input", quoted(sharedClip())}, {"output", quoted(path(GetParam()))}}));
   ASSERT_TRUE(heard_->only("Finished")) << failure();
   EXPECT_THAT(streamsOf(GetParam()), testing::ElementsAre("audio"));

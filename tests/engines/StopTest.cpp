@@ -97,7 +97,7 @@ class Pipe {
   int descriptor_ = -1;
 };
 
-TEST_F(Stop, InTheMiddleGivesAFileOfWhatWasDone) {
+TEST_F(Stop, InTheMiddleCompletesTheFileUpToThere) {
   make(media({{"input", quoted(sharedClip())}, {"output", quoted(path("out.mkv"))}}));
   onNotification([this](const auto& each) {
     if (each->GetNotificationLine() == "Progress" && each->GetTime().GetTimeNumber() >= 1'000) {

@@ -143,7 +143,7 @@ TEST_F(TimeJumps, BelowTheThresholdStay) {
   EXPECT_EQ(finished("timeJumps"), 0U);
 }
 
-TEST_F(TimeJumps, OverTheEndOfTheClockAreNone) {
+TEST_F(TimeJumps, AtTheWrapOfTheClockAreIgnored) {
   // The clock of transport streams restarts after 26.5 h.
   constexpr double clock = 8'589'934'592.0 / 90'000;
   write("in.ts", partAt(clock - 3) + partAt(clock - 1) + partAt(clock + 1));

@@ -163,7 +163,7 @@ TEST_F(Transcode, NotifiesInOrderWithTheIdsOfTheEngine) {
   }
 }
 
-TEST_F(Transcode, TellsTheStreamsAtTheStart) {
+TEST_F(Transcode, ReportsTheStreamsAtTheStart) {
   transcode("out.mkv");
   const auto& values = *heard_->only("Started")->GetNotificationObject();
   EXPECT_EQ(values.GetUint64("streams"), 2U);
@@ -229,7 +229,7 @@ TEST_P(TranscodeAudioRate, EncodesItAtANeighbouringRateThatTheCodecKnows) {
 
 INSTANTIATE_TEST_SUITE_P(Each, TranscodeAudioRate, testing::Values(8'000, 11'025, 12'345, 44'100, 96'000));
 
-TEST_F(Transcode, GoesOnWithOneStreamWhenTheOtherEndsEarly) {
+TEST_F(Transcode, ContinuesWithOneStreamWhenTheOtherEndsEarly) {
   writeClip({.video = "testsrc2=size=64x48:rate=25:duration=3,format=yuv420p",
              .audio = "sine=duration=1:sample_rate=48000"},
             path("in.mkv"));
@@ -256,7 +256,7 @@ TEST_F(TranscodeLong, LeavesOutAStreamHoweverLong) {
   EXPECT_THAT(readBack(path("out.wav")).samples, SizeIs(23 * 8'000));
 }
 
-TEST_F(TranscodeLong, GoesOnAlthoughAStreamEndedLongAgo) {
+TEST_F(TranscodeLong, ContinuesLongAfterTheEndOfOneStream) {
   write("0.5");
   run(media({{"input", quoted(path("in.nut"))}}));
   const auto finished = heard_->only("Finished");

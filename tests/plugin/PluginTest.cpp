@@ -117,7 +117,7 @@ TEST_F(Plugin, CannotSubmitWithTheDefaultsOfItsSchema) {
       ThrowsMessage<std::runtime_error>(HasSubstr("serviceendpoint_undef")));
 }
 
-TEST_F(Plugin, IsBehindItsEnginesWhenItIsRetired) {
+TEST_F(Plugin, StaysLoadedForItsEnginesWhenItIsRetired) {
   const auto product = instantiate();
   EXPECT_EQ(tamb::UnregisterFactories(name), 1U);
   std::get<0>(product)->SetEngineId(7);

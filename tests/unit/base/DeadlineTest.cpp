@@ -20,7 +20,7 @@ TEST(TimeUntil, IsRoundedUp) {
   EXPECT_GE(left + (Deadline::clock::now() - end), nanoseconds(0));
 }
 
-TEST(TimeUntil, IsNothingOnceTheDeadlineHasPassed) {
+TEST(TimeUntil, IsZeroOnceTheDeadlineHasPassed) {
   EXPECT_EQ(timeUntil(Deadline::clock::now()), milliseconds(0));
   EXPECT_EQ(timeUntil(Deadline()), milliseconds(0));
   EXPECT_EQ(pollTimeOut(Deadline()), 0);

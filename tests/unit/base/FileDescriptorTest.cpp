@@ -24,7 +24,7 @@ TEST(AFileDescriptor, IsClosedWithItsOwner) {
   EXPECT_FALSE(isOpen(number));
 }
 
-TEST(AFileDescriptor, IsNotOpenWhenTheSystemHadNone) {
+TEST(AFileDescriptor, IsNotOpenAfterAFailedSystemCall) {
   EXPECT_FALSE(FileDescriptor().isOpen());
   EXPECT_FALSE(FileDescriptor(-1).isOpen());
 }

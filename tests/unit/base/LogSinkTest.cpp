@@ -34,7 +34,7 @@ TEST_F(ALogSink, TakesEveryRecord) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
-TEST_F(ALogSink, LeavesWhatItDoesNotTakeToTheErrorStream) {
+TEST_F(ALogSink, LeavesRejectedRecordsToTheErrorStream) {
   setLogSink([](tamb::LogLevel /*level*/, const std::string& /*message*/) { return false; });
   testing::internal::CaptureStderr();
   logInfo("not taken");

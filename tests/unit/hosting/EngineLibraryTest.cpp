@@ -54,7 +54,7 @@ TEST(EngineLibrary, OfAnotherVersionIsRefusedWithBothVersions) {
                     HasSubstr("this program has version 1;")));
 }
 
-TEST(EngineLibrary, ThatIsNoneIsRefused) {
+TEST(EngineLibrary, ThatCannotBeLoadedIsRefused) {
   EXPECT_THAT(complaintAbout("/nowhere/libmixer.so"),
               AllOf(HasSubstr("\"/nowhere/libmixer.so\""), HasSubstr("No such file"), Not(HasSubstr("\n"))));
   EXPECT_THAT(complaintAbout(TAMB_TEST_NO_LIBRARY), HasSubstr("it has no function TambEngineFactory"));

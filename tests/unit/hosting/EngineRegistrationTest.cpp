@@ -115,7 +115,7 @@ TEST(EngineRegistration, CutsLongQuotationsBetweenCharacters) {
   }
 }
 
-TEST(EngineRegistration, IsNotReadAsDeepAsItIsNested) {
+TEST(EngineRegistration, IsRefusedWhenItIsNestedTooDeeply) {
   EXPECT_THAT(complaintAbout(std::string(1'000'000, '[')), StartsWith("1:1: "));
   EXPECT_THAT(complaintAbout(R"({"arguments": )" + std::string(1'000'000, '[')), StartsWith("1:16: "));
 }

@@ -47,7 +47,7 @@ class EngineRegistryTest : public testing::Test {
   const test::TemporaryDirectory folder_;
 };
 
-TEST_F(EngineRegistryTest, FindsWhatFilesRegister) {
+TEST_F(EngineRegistryTest, FindsTheEnginesThatFilesRegister) {
   const auto file = registerMixer("a/mixer.json", "Mixes");
   const auto program = write("a/cut.py", "");
   write("a/cut.json", R"({"name": "cut", "program": "cut.py", "arguments": ["-v"]})");
@@ -189,7 +189,7 @@ TEST(RegistryFolders, AreThoseAskedForThenTheUsersThenTheProgramsThenTheSystems)
       ElementsAre("/x", "/y", "/home/someone/.local/share/tamb/engines.d", own, "/usr/share/tamb/engines.d"));
 }
 
-TEST(RegistryFolders, LeaveOutAUsersThatIsNotKnown) {
+TEST(RegistryFolders, LeaveOutTheFolderOfAnUnknownUser) {
   const Variable home("HOME", nullptr);
   const Variable data("XDG_DATA_HOME", "relative");
   EXPECT_EQ(registryFolders({}).size(), 2U);

@@ -69,7 +69,7 @@ TEST(EngineReport, IsNothingElse) {
   }
 }
 
-TEST(EngineReport, IgnoresWhatItDoesNotKnow) {
+TEST(EngineReport, IgnoresUnusableValues) {
   const auto report =
       reportFrom(R"({"event":"idle","outcome":"exploded","reason":["x"],"enginePid":99999999999,"more":{}})");
   ASSERT_TRUE(report);

@@ -58,7 +58,7 @@ class AServedEngine : public ::testing::Test {
                        processIsEnding_};
 };
 
-TEST_F(AServedEngine, PublishesAndReportsWhatItsRunHasThrown) {
+TEST_F(AServedEngine, PublishesAndReportsTheExceptionOfItsRun) {
   engine_->onRun = [] { throw std::runtime_error("no\nsuch file"); };
   EXPECT_THROW(served_.Run(), std::runtime_error);
   EXPECT_THAT(events_, ElementsAre("running", "Failed: no such file", "idle"));
@@ -69,7 +69,7 @@ TEST_F(AServedEngine, PublishesAndReportsWhatItsRunHasThrown) {
   EXPECT_TRUE(notification->IsAnError());
 }
 
-TEST_F(AServedEngine, MayThrowWhateverItLikes) {
+TEST_F(AServedEngine, MayThrowAnyType) {
   engine_->onRun = [] { throw 42; };
   EXPECT_THROW(served_.Run(), std::runtime_error);
   EXPECT_EQ(end_.kind, RunEnd::Kind::Failed);

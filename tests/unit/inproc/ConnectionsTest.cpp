@@ -94,7 +94,7 @@ TEST_F(Connections, LoseNothingOfAPublisherWhileTheyAreLost) {
   for (std::uint32_t number = 1; number <= 3; ++number) EXPECT_EQ(receive(subscriber_), number);
 }
 
-TEST_F(Connections, EndWithTheSubscriberAndWhatItHasNotReceivedIsGoneWithIt) {
+TEST_F(Connections, EndWithTheSubscriberWhoseUnreceivedMessagesAreLost) {
   Socket patient("PatientPublisher", ClosePolicy::Patient);
   patient.createAndConnect(Protocol::Publisher, endpoint_, 0);
   subscriber_.createAndConnect(Protocol::Subscriber, endpoint_, 0);
@@ -130,7 +130,7 @@ TEST_F(Connections, KeepTheReservedPortOfABoundSocketTakenUntilItIsClosed) {
 
 class FrozenEndpoint : public NetworkTest {};
 
-TEST_F(FrozenEndpoint, HoldsUpRequestsAndRepliesAndIsNotNoticed) {
+TEST_F(FrozenEndpoint, DelaysRequestsAndRepliesWithoutBeingNoticed) {
   openRequesterAndReplier();
   freeze(address_);
   send(requester_, 1);

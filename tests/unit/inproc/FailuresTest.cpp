@@ -11,7 +11,7 @@ using ::testing::ThrowsMessage;
 
 class Failures : public NetworkTest {};
 
-TEST_F(Failures, OfAPollAreToldByItsResultAndText) {
+TEST_F(Failures, OfAPollAreReportedByItsResultAndText) {
   openPublisherAndSubscriber();
   send(publisher_, 1);
   failNext("Subscriber", Operation::Poll, Failure::ErrorResult, "the cable is cut", 2);
@@ -77,7 +77,7 @@ TEST_F(Failures, AreForgottenByAReset) {
   EXPECT_EQ(poll(subscriber_), 1);
 }
 
-TEST_F(Failures, ThatComeNoTimesAreNone) {
+TEST_F(Failures, ThatOccurZeroTimesHaveNoEffect) {
   openPublisherAndSubscriber();
   failNext("Subscriber", Operation::Poll, Failure::RuntimeError, "no poll", 0);
   EXPECT_EQ(poll(subscriber_), 1);

@@ -50,7 +50,7 @@ TEST_F(RawMessages, ComeToARequesterInsteadOfTheReply) {
   EXPECT_EQ(receive(requester_), 2U);
 }
 
-TEST_F(RawMessages, AreNotForARequesterThatWaitsForNone) {
+TEST_F(RawMessages, AreRefusedForARequesterWithoutRequest) {
   openRequesterAndReplier();
   EXPECT_THAT([] { deliver("Requester", garbage); },
               ThrowsMessage<std::runtime_error>(HasSubstr("Requester")));

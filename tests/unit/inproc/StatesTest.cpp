@@ -16,7 +16,7 @@ constexpr unsigned int veryLong = 600'000;
 
 class States : public NetworkTest {};
 
-TEST_F(States, TellWhatIsOpenInItsOrder) {
+TEST_F(States, ListOpenSocketsInTheirOrder) {
   EXPECT_TRUE(sockets().empty());
   openPublisherAndSubscriber();
   const std::vector<SocketState> states = sockets();
@@ -29,7 +29,7 @@ TEST_F(States, TellWhatIsOpenInItsOrder) {
   EXPECT_EQ(states[1].protocol, Protocol::Subscriber);
 }
 
-TEST_F(States, TellWhatASocketWasOpenedWith) {
+TEST_F(States, ContainTheArgumentsOfTheOpening) {
   publisher_.createAndConnect(Protocol::Publisher, endpoint_, 0);
   Socket patient("Patient", ClosePolicy::Patient);
   patient.createAndConnect(Protocol::Subscriber, endpoint_, 1'234);
@@ -39,7 +39,7 @@ TEST_F(States, TellWhatASocketWasOpenedWith) {
   EXPECT_EQ(stateOf("Patient").connectTimeOut, std::chrono::milliseconds(1'234));
 }
 
-TEST_F(States, TellWhatASocketIsBeingOpenedWith) {
+TEST_F(States, ContainTheArgumentsDuringTheOpening) {
   BackgroundCall opening([&] { requester_.createAndConnect(Protocol::Requester, endpoint_, veryLong); });
   EXPECT_TRUE(waitUntilBlocked("Requester", Operation::Open));
   EXPECT_EQ(stateOf("Requester").connectTimeOut, std::chrono::milliseconds(veryLong));
@@ -47,7 +47,7 @@ TEST_F(States, TellWhatASocketIsBeingOpenedWith) {
   opening.get();
 }
 
-TEST_F(States, TellHowLongTheLatestPollWasToWait) {
+TEST_F(States, ContainTheTimeOutOfTheLatestPoll) {
   openPublisherAndSubscriber();
   EXPECT_EQ(stateOf("Subscriber").pollTimeOut, std::nullopt);
   send(publisher_, 1);
@@ -89,7 +89,7 @@ TEST_F(States, CanBeWaitedForFromOpeningToClosing) {
   EXPECT_EQ(life.get(), 5U);
 }
 
-TEST_F(States, TellASocketThatWaitsFromOneThatHasSomethingToTake) {
+TEST_F(States, DistinguishBlockedSocketsFromThoseWithAMessage) {
   subscriber_.createAndConnect(Protocol::Subscriber, endpoint_, 0);
   std::string errorText;
   BackgroundCall polling([&] { return subscriber_.poll(veryLong, errorText); });

@@ -32,7 +32,7 @@ bool canConnectTo(std::uint16_t port) {
   return ::connect(client.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
-TEST(ReservedPort, IsToldBeforeAnySocketIsOpened) {
+TEST(ReservedPort, IsKnownBeforeAnySocketIsOpened) {
   const SocketEndpoint reserved = anyPort().withReservedPort();
   EXPECT_NE(reserved.port(), 0);
   EXPECT_EQ(reserved.host(), "127.0.0.1");
@@ -96,7 +96,7 @@ TEST(ReservedPort, IsNotReservedAgain) {
   EXPECT_EQ(reserved.withReservedPort().reservation(), reserved.reservation());
 }
 
-TEST(ReservedPort, IsNotNeededWhereThePortIsNamedOrThereIsNone) {
+TEST(ReservedPort, IsNotMadeForNamedPortsAndOtherTransports) {
   for (const char* text : {"tcp://127.0.0.1:5555", "ipc:///some/path", "inproc://name"}) {
     const SocketEndpoint endpoint = SocketEndpoint::FromString(text).withReservedPort();
     EXPECT_EQ(endpoint.toString(Protocol::Plain), text);
@@ -104,7 +104,7 @@ TEST(ReservedPort, IsNotNeededWhereThePortIsNamedOrThereIsNone) {
   }
 }
 
-TEST(ReservedPort, IsRefusedOnAHostThatIsNotThisOne) {
+TEST(ReservedPort, IsRefusedOnAForeignHost) {
   // An address for documentation, which no machine has.
   EXPECT_THAT([] { SocketEndpoint::FromString("tcp://192.0.2.1:0").withReservedPort(); },
               ThrowsMessage<std::runtime_error>(HasSubstr("192.0.2.1")));

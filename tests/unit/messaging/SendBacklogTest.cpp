@@ -61,7 +61,7 @@ TEST(ASendBacklog, IsBoundedInBytes) {
   EXPECT_FALSE(backlog.hasRoom(Backlog::maximumBytes));
 }
 
-TEST(ASendBacklog, ForgetsTheBytesOfWhatHasLeft) {
+TEST(ASendBacklog, SubtractsTheBytesOfSentMessages) {
   Backlog backlog(false);
   for (int i = 0; i < 1'000; ++i) {
     backlog.keep(i, Backlog::maximumBytes, label);

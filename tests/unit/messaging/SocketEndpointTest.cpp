@@ -67,7 +67,7 @@ TEST(SocketEndpoint, IsWrittenAsItWasReadAndReadBackAsTheSameEndpoint) {
   }
 }
 
-TEST(SocketEndpoint, IsFollowedByTheRoleWhenOneIsAskedFor) {
+TEST(SocketEndpoint, IsFollowedByTheRequestedRole) {
   for (const Parts& parts : texts) {
     const SocketEndpoint endpoint = parsed(parts.text);
     EXPECT_EQ(endpoint.toString(Protocol::Publisher), parts.text + " as Publisher");
@@ -162,7 +162,7 @@ const std::vector<Refused> refused{
     {"tcp://a:1?readers=one", "readers is not a number from 1 to 65535"},
 };
 
-TEST(NoSocketEndpoint, IsQuotedWithTheReasonAndWithWhatIsExpected) {
+TEST(NoSocketEndpoint, IsQuotedWithTheReasonAndTheExpectedForm) {
   for (const Refused& text : refused) {
     EXPECT_THAT([&] { parsed(text.text); },
                 ThrowsMessage<std::runtime_error>(AllOf(

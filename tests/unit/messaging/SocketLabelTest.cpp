@@ -11,12 +11,12 @@ TEST(SocketLabel, NamesTheSocketItsRoleAndItsEndpoint) {
   EXPECT_EQ(label.text(), "StatusSocket (Subscriber tcp://127.0.0.1:5)");
 }
 
-TEST(SocketLabel, SaysThatThereIsNoEndpointYet) {
+TEST(SocketLabel, StatesThatThereIsNoEndpointYet) {
   const SocketLabel label{.name = "StatusSocket"};
   EXPECT_EQ(label.text(), "StatusSocket (no endpoint)");
 }
 
-TEST(RoleName, IsTheNameOrANumberThatIsNone) {
+TEST(RoleName, IsTheNameOrTheNumberOfAnInvalidRole) {
   EXPECT_EQ(roleName(Protocol::Plain), "Plain");
   EXPECT_EQ(roleName(Protocol::Publisher), "Publisher");
   EXPECT_EQ(roleName(Protocol::Subscriber), "Subscriber");

@@ -11,7 +11,7 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::ThrowsMessage;
 
-TEST(Socket, IsRefusedWithAClosePolicyThatThereIsNot) {
+TEST(Socket, IsRefusedWithAnInvalidClosePolicy) {
   EXPECT_THAT([] { Socket("Impatient", static_cast<ClosePolicy::ClosePolicy>(3)); },
               ThrowsMessage<std::runtime_error>(HasSubstr("3 is no close policy")));
 }
@@ -25,7 +25,7 @@ TEST(Socket, SaysInItsDescriptionWhetherItIsOpen) {
   EXPECT_EQ(socket.debugString(), "Described (Publisher inproc://described) [not open]");
 }
 
-TEST(ZmqContextTermination, IsNoFailureOfOneOperation) {
+TEST(ZmqContextTermination, IsNotAFailureOfOneOperation) {
   const ZmqContextTerminationException exception("the context is being shut down");
   EXPECT_STREQ(exception.what(), "the context is being shut down");
   EXPECT_FALSE((std::is_base_of_v<std::runtime_error, ZmqContextTerminationException>));

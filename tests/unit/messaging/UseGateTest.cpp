@@ -20,7 +20,7 @@ TEST(UseGate, IsShutAtFirst) {
   EXPECT_FALSE(UseGate::Visit(gate));
 }
 
-TEST(UseGate, LetsInWhileItIsOpen) {
+TEST(UseGate, AdmitsUsersWhileItIsOpen) {
   UseGate gate;
   gate.open();
   EXPECT_TRUE(gate.isOpen());
@@ -30,7 +30,7 @@ TEST(UseGate, LetsInWhileItIsOpen) {
   EXPECT_TRUE(second);
 }
 
-TEST(UseGate, LetsNobodyInOnceItIsShutAlthoughSomebodyIsStillInside) {
+TEST(UseGate, AdmitsNoUserOnceItIsShutEvenIfOneIsInside) {
   UseGate gate;
   gate.open();
   const UseGate::Visit inside(gate);
@@ -40,7 +40,7 @@ TEST(UseGate, LetsNobodyInOnceItIsShutAlthoughSomebodyIsStillInside) {
   EXPECT_TRUE(inside);
 }
 
-TEST(UseGate, IsEmptyAtOnceWhenNobodyIsInside) {
+TEST(UseGate, IsEmptyAtOnceWithoutUsers) {
   UseGate gate;
   gate.open();
   { const UseGate::Visit left(gate); }

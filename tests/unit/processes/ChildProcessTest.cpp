@@ -100,7 +100,7 @@ TEST(AChildProcess, IsSeenToEndWithoutADescriptorToSpare) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, patience / 2);
 }
 
-TEST(AChildProcess, IsHeardToItsEndWithoutADescriptorToSpare) {
+TEST(AChildProcess, IsReadToItsEndWithoutASpareDescriptor) {
   // Its own child keeps the output open.
   auto child = shell("sleep 60 & echo $!");
   const NoDescriptors areLeft;
@@ -141,7 +141,7 @@ TEST(AChildProcess, KeepsItsStatusOnceItIsReaped) {
   EXPECT_EQ(WEXITSTATUS(child.reap().value()), 3);
 }
 
-TEST(AChildProcess, ThatIsNoProgramIsRefusedByName) {
+TEST(AChildProcess, ThatIsNotAProgramIsRefusedByName) {
   EXPECT_THAT([] { ChildProcess("/nowhere/no-program", {}, ""); },
               ::testing::ThrowsMessage<std::system_error>(HasSubstr("/nowhere/no-program")));
 }

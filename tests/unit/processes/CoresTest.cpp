@@ -43,7 +43,7 @@ TEST(CoresOfAThread, AreGivenToTheThreadsThatItStarts) {
   });
 }
 
-TEST(CoresOfAThread, AreNobodyElses) {
+TEST(CoresOfAThread, DoNotAffectOtherThreads) {
   const Cores before = usableCores();
   onThread([] { useCores({usableCores().back()}); });
   EXPECT_EQ(usableCores(), before);
@@ -58,7 +58,7 @@ TEST(CoresOfAThread, CanBeMoreAgain) {
   });
 }
 
-TEST(CoresOfAThread, StayWhenThereAreNoneOfThoseThatAreWanted) {
+TEST(CoresOfAThread, StayWhenNoneOfTheRequestedOnesExists) {
   const Cores before = usableCores();
   EXPECT_THAT([] { useCores({noCore}); }, ThrowsMessage<std::system_error>(HasSubstr("1000000")));
   EXPECT_THROW(useCores({}), std::system_error);

@@ -45,7 +45,7 @@ TEST_F(ALineReader, PutsALineTogetherThatComesInPieces) {
   EXPECT_THAT(read(), ElementsAre("half"));
 }
 
-TEST_F(ALineReader, GivesTheLastLineAlthoughItHasNoEnd) {
+TEST_F(ALineReader, ReturnsTheLastLineWithoutALineEnd) {
   write("whole\nnot whole");
   end();
   EXPECT_THAT(read(), ElementsAre("whole"));

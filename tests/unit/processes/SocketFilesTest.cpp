@@ -51,14 +51,14 @@ class SocketFilesTest : public ::testing::Test {
   const bool isMade_ = fs::create_directory(directory_);
 };
 
-TEST_F(SocketFilesTest, AreRemovedWhereNobodyListens) {
+TEST_F(SocketFilesTest, AreRemovedWithoutAListener) {
   listenOn(file_).close();
   removeSocketFiles({endpointOf(file_)}, {});
   EXPECT_FALSE(fs::exists(file_));
   EXPECT_TRUE(fs::exists(directory_));
 }
 
-TEST_F(SocketFilesTest, AreSparedWhereSomebodyListensHoweverThePathIsWritten) {
+TEST_F(SocketFilesTest, AreKeptWithAListenerHoweverThePathIsWritten) {
   const FileDescriptor listener = listenOn(file_);
   removeSocketFiles({endpointOf(file_), endpointOf(respelled_), endpointOf(fs::relative(file_))}, {});
   EXPECT_TRUE(fs::exists(file_));
@@ -78,7 +78,7 @@ TEST_F(SocketFilesTest, AreRemovedWithOurDirectoryInAnyCase) {
   EXPECT_FALSE(fs::exists(directory_));
 }
 
-TEST_F(SocketFilesTest, AreInUseWhileSomebodyListens) {
+TEST_F(SocketFilesTest, AreInUseWhileTheyHaveAListener) {
   FileDescriptor listener = listenOn(file_);
   const auto require = [this] {
     requireNobodyListens({endpointOf(directory_ / "none"), endpointOf(respelled_)});
@@ -88,7 +88,7 @@ TEST_F(SocketFilesTest, AreInUseWhileSomebodyListens) {
   EXPECT_NO_THROW(require());
 }
 
-TEST_F(SocketFilesTest, OfATcpEndpointAreNone) {
+TEST_F(SocketFilesTest, DoNotExistForATcpEndpoint) {
   removeSocketFiles({SocketEndpoint::FromString("tcp://127.0.0.1:1")}, directory_);
   EXPECT_FALSE(fs::exists(directory_));
 }

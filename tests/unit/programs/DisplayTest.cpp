@@ -53,7 +53,7 @@ bool isOnePlainLine(std::string text) {
 const auto hostileNotification = notification(
     "Tick" + hostile, [](auto& values) { values.AddUTF8StringKey("key" + hostile, "value" + hostile, ""); });
 
-TEST(ANotification, DoesNotDriveTheTerminal) {
+TEST(ANotification, DoesNotControlTheTerminal) {
   for (const auto style : {Display::Style::Lines, Display::Style::Bar, Display::Style::Json}) {
     const std::string text = shown(style, hostileNotification);
     EXPECT_PRED1(isOnePlainLine, text);
@@ -84,7 +84,7 @@ TEST(ANotification, MayHoldValuesOfAnyTypeInAnyPlace) {
   EXPECT_THAT(shown(Display::Style::Bar, loudness, notANumber), HasSubstr("0 %"));
 }
 
-TEST(WhatIsSaid, DoesNotDriveTheTerminal) {
+TEST(WhatIsSaid, DoesNotControlTheTerminal) {
   testing::internal::CaptureStderr();
   // Like a display, whose timed mutex clang 14's ThreadSanitizer does not recognise as locked.
   console::writeErrorLine("tamb-host: cannot read \"" + hostile + "caf\xe9\"");

@@ -54,7 +54,7 @@ TEST(AnEnginesLocations, AreMadeAbsolute) {
             (json{{"input", {{"percentEncoded", "/us%E9r/a.mov"}}}}));
 }
 
-TEST(AnEnginesLocations, AreLeftToTheEngineWhenTheyAreNone) {
+TEST(AnEnginesLocations, AreLeftToTheEngineWhenTheyAreInvalid) {
   for (const json& input :
        {json(5), json::array({"a"}), json{{"percentEncoded", 5}}, json{{"percentEncoded", "%4"}},
         json{{"percentEncoded", "a"}, {"b", "c"}}, json{{"bytes", "a"}}}) {

@@ -11,7 +11,7 @@ std::string replied(const std::string& reply) {
   return "[Remote engine front end: Unexpected reply from service: " + reply + "] [ Condition is not true ]";
 }
 
-TEST(AReason, IsWhatTheServiceSaid) {
+TEST(AReason, IsTheServicesText) {
   EXPECT_EQ(reasonIn(replied("kind: 5\nrefusal: \"too many engines\"\n")), "too many engines");
   EXPECT_EQ(reasonIn(replied("refusal: \"too many engines\" kind: 5 ")), "too many engines");
   EXPECT_EQ(reasonIn(replied("kind: 5\nrefusal: \"\"\n")), "");

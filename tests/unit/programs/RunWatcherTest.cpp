@@ -76,7 +76,7 @@ TEST_F(ARunWatcher, WaitsForTheEnd) {
   EXPECT_THAT(seen_->lines, testing::ElementsAre("Progress", "Finished"));
 }
 
-TEST_F(ARunWatcher, WaitsForTheEndBehindWhatIsStillBeingShown) {
+TEST_F(ARunWatcher, WaitsForTheEndAfterPendingNotifications) {
   test::Gate gate;
   seen_->onShow = [&] { gate.pass(); };
   std::thread reception([&] {
@@ -100,7 +100,7 @@ TEST_F(ARunWatcher, TakesTheFirstEnd) {
   EXPECT_EQ(end().outcome, Outcome::Failed);
 }
 
-TEST_F(ARunWatcher, KnowsThatTheEngineDied) {
+TEST_F(ARunWatcher, NoticesThatTheEngineDied) {
   notify("EngineDied");
   EXPECT_EQ(end().outcome, Outcome::EngineDied);
 }
@@ -145,7 +145,7 @@ TEST_F(ARunWatcher, CallsARunFinishedThatACommandStopped) {
   EXPECT_EQ(end().outcome, Outcome::Finished);
 }
 
-TEST_F(ARunWatcher, CallsARunFailedThatNobodyHereStopped) {
+TEST_F(ARunWatcher, ReportsARunAsFailedThatThisHostDidNotStop) {
   notify("Finished", 0, {.stopped = true});
   EXPECT_EQ(end().outcome, Outcome::Failed);
   EXPECT_THAT(end().remark, AllOf(HasSubstr("neither this host nor a command"), HasSubstr("10 s")));

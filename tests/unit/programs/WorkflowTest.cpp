@@ -74,7 +74,7 @@ TEST_F(AWorkflowFile, IsReadWhole) {
   EXPECT_EQ(workflow.commands[1].arguments, json::object());
 }
 
-TEST_F(AWorkflowFile, IsRefusedWithWhatIsWrongAndWhatIsExpected) {
+TEST_F(AWorkflowFile, IsRefusedWithTheWrongPartAndTheExpectedForm) {
   EXPECT_THAT([] { readWorkflow("/nowhere/job.json"); }, refuses("/nowhere/job.json"));
   EXPECT_THAT(reading("{"), refuses("job.json", "not JSON"));
   EXPECT_THAT(reading("[]"), refuses("not an object"));
@@ -151,7 +151,7 @@ TEST(ATimedCommand, IsRefusedWithTheWordThatIsWrong) {
   EXPECT_THAT(from({"2", "Stop", "now"}), refuses("\"now\"", "KEY=VALUE"));
 }
 
-TEST(AWorkflowsMessages, AreItsCommandsInMicrosecondsAndThenTheOneThatLetsTheEngineBegin) {
+TEST(AWorkflowsMessages, AreItsCommandsInMicrosecondsAndThenResume) {
   Workflow workflow;
   workflow.workflowManagerId = "studio";
   workflow.engineId = 7;
@@ -194,7 +194,7 @@ TEST(AWorkflowsMessages, DoNotMakeAnotherEngineBeginThatDoesNotWait) {
   EXPECT_EQ(json::parse(workflow.description(assumedManual("test"))), (json{{"engine", "test"}}));
 }
 
-TEST(AWorkflowsMessages, AreRefusedForTimesThatAreNone) {
+TEST(AWorkflowsMessages, AreRefusedForInvalidTimes) {
   for (const double at :
        {-0.001, std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity(), 9.1e9}) {
     Workflow workflow;

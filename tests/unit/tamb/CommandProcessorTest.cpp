@@ -95,7 +95,7 @@ class CommandProcessor : public testing::Test {
   }
 };
 
-TEST_F(CommandProcessor, ExecutesNothingBeforeItIsTold) {
+TEST_F(CommandProcessor, ExecutesNothingOnItsOwn) {
   push("a", 0);
   EXPECT_THAT(executed_, IsEmpty());
   backEnd_->ExecuteAllCommands();
@@ -146,7 +146,7 @@ TEST_F(CommandProcessor, ExecutesExtremeTimesInOrder) {
   EXPECT_THAT(executed_, ElementsAre("next to largest", "largest", "last"));
 }
 
-TEST_F(CommandProcessor, ExecutesWhatIsDueByATimeAndKeepsTheRest) {
+TEST_F(CommandProcessor, ExecutesCommandsDueByATimeAndKeepsTheRest) {
   push("late", 252, {25, 1});
   push("due now", 251, {25, 1});
   push("due", 250, {25, 1});
@@ -164,7 +164,7 @@ TEST_F(CommandProcessor, ErasesEverything) {
   EXPECT_THAT(executed_, IsEmpty());
 }
 
-TEST_F(CommandProcessor, ErasesWhatIsBeforeATimeAndKeepsWhatIsAtIt) {
+TEST_F(CommandProcessor, ErasesCommandsBeforeATimeAndKeepsThoseAtIt) {
   push("at it", 2);
   push("before", 1);
   push("after", 3);
@@ -230,7 +230,7 @@ TEST_F(CommandProcessor, GivesACommandToTheControlOfItsStep) {
   EXPECT_THAT(executed_, ElementsAre("other"));
 }
 
-TEST_F(CommandProcessor, DropsACommandWithoutControlWithOneWarningAndGoesOn) {
+TEST_F(CommandProcessor, DropsACommandWithoutControlWithOneWarningAndContinues) {
   const CapturedLog log;
   frontEnd_->PushCommand(std::make_shared<CommandMessage>(CommandFields{.time = MediaTime({1, 1}, 0, nullptr),
                                                                         .commandName = "Fade",
@@ -274,7 +274,7 @@ TEST_F(CommandProcessor, SaysInItsWarningsWhichEngineItServes) {
   EXPECT_THAT(records[2].message, HasSubstr("engine 3"));
 }
 
-TEST_F(CommandProcessor, LogsWhatAControlThrowsAndExecutesTheNextCommand) {
+TEST_F(CommandProcessor, LogsTheExceptionOfAControlAndExecutesTheNextCommand) {
   const CapturedLog log;
   then_ = [](const ICommandMessage& each) {
     if (each.GetCommandName() == "bad") {
@@ -297,7 +297,7 @@ TEST_F(CommandProcessor, LogsWhatAControlThrowsAndExecutesTheNextCommand) {
   EXPECT_THAT(records[1].message, HasSubstr("\"worse\""));
 }
 
-TEST_F(CommandProcessor, LeavesWhatControlsPushToALaterExecution) {
+TEST_F(CommandProcessor, LeavesCommandsPushedByControlsToALaterExecution) {
   then_ = [this](const ICommandMessage& each) {
     const auto& name = each.GetCommandName();
     frontEnd_->PushCommand(command(name + " earlier", 0));
@@ -313,7 +313,7 @@ TEST_F(CommandProcessor, LeavesWhatControlsPushToALaterExecution) {
   EXPECT_THAT(executed_, ElementsAre("a earlier", "b earlier", "a later", "b later"));
 }
 
-TEST_F(CommandProcessor, DoesNotExecuteWhatAControlErases) {
+TEST_F(CommandProcessor, DoesNotExecuteCommandsThatAControlErases) {
   then_ = [this](const ICommandMessage& each) {
     if (each.GetCommandName() == "erase before 3") {
       backEnd_->EraseAllCommandsInStackBefore(3);
@@ -329,7 +329,7 @@ TEST_F(CommandProcessor, DoesNotExecuteWhatAControlErases) {
   EXPECT_THAT(executed_, ElementsAre("erase before 3", "erase all"));
 }
 
-TEST_F(CommandProcessor, LetsAControlExecuteTheRest) {
+TEST_F(CommandProcessor, AllowsAControlToExecuteTheRest) {
   then_ = [this](const ICommandMessage& each) {
     if (each.GetCommandName() == "a") {
       backEnd_->ExecuteAllCommandsScheduledAt(2);
@@ -342,7 +342,7 @@ TEST_F(CommandProcessor, LetsAControlExecuteTheRest) {
   EXPECT_THAT(executed_, ElementsAre("a", "b", "c"));
 }
 
-TEST_F(CommandProcessor, LetsAControlUseEveryOtherOperation) {
+TEST_F(CommandProcessor, AllowsAControlToUseEveryOtherOperation) {
   then_ = [this](const ICommandMessage&) {
     frontEnd_->GetControl("step");
     addControl("another step", [](const ICommandMessage&) {});
@@ -355,7 +355,7 @@ TEST_F(CommandProcessor, LetsAControlUseEveryOtherOperation) {
   EXPECT_NO_THROW(frontEnd_->GetControl("another step"));
 }
 
-TEST_F(CommandProcessor, SurvivesAControlThatLetsGoOfIt) {
+TEST_F(CommandProcessor, SurvivesAControlThatReleasesIt) {
   then_ = [this](const ICommandMessage&) {
     frontEnd_.reset();
     backEnd_.reset();
@@ -375,7 +375,7 @@ TEST_F(CommandProcessor, GivesControlsByName) {
   EXPECT_EQ(frontEnd_->GetStatusControl("mixer"), status);
 }
 
-TEST_F(CommandProcessor, NamesTheControlThatThereIsNot) {
+TEST_F(CommandProcessor, NamesTheMissingControl) {
   backEnd_->AddStatusControl("meter", std::make_shared<StatusControl>());
   EXPECT_THAT([&] { frontEnd_->GetControl("meter"); },
               ThrowsMessage<TAMBRuntimeError>(AllOf(HasSubstr("\"meter\""), HasSubstr("\"step\""))));
@@ -455,7 +455,7 @@ TEST_F(RefusedCommands, QuoteAStepOfAnyLengthInALineOfReadableLength) {
   EXPECT_LT(refused_[0].size(), 2'000U);
 }
 
-TEST_F(RefusedCommands, SayWhatTheControlThrew) {
+TEST_F(RefusedCommands, ContainTheExceptionOfTheControl) {
   then_ = [](const ICommandMessage&) { throw std::runtime_error("no such fader"); };
   push("bad", 0);
   backEnd_->ExecuteAllCommands();
@@ -509,7 +509,7 @@ TEST_F(CommandProcessor, WritesFewLinesAboutAMillionCommandsThatFail) {
   EXPECT_THAT(log.recordsWith("1000000 so far"), SizeIs(3));
 }
 
-TEST_F(CommandProcessor, TellsTheTotalAtItsEndWhenNotAllWasLogged) {
+TEST_F(CommandProcessor, LogsTheTotalAtItsEndWhenNotAllWasLogged) {
   const CapturedLog log;
   for (int i = 0; i < 123; ++i) {
     frontEnd_->PushCommand(

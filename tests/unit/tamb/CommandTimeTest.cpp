@@ -51,7 +51,7 @@ TEST(CommandTime, IsOrderedAcrossEditRates) {
   EXPECT_TRUE(areEquivalent(time(0, 25, 1), time(0, 1, 1'001)));
 }
 
-TEST(CommandTime, TellsTimesApartThatADoubleCannot) {
+TEST(CommandTime, DistinguishesTimesThatADoubleCannot) {
   EXPECT_EQ(time(largest - 1, 1, 1).Seconds(), time(largest, 1, 1).Seconds());
   EXPECT_LT(time(largest - 1, 1, 1), time(largest, 1, 1));
   // Nanoseconds of this century compared with whole seconds.
@@ -104,7 +104,7 @@ TEST(CommandTime, NeverHasFewerSecondsWhenItIsLater) {
   EXPECT_GT(later, 10'000);
 }
 
-TEST(CommandTime, HasNoPlaceWhenAMemberOfTheEditRateIsZero) {
+TEST(CommandTime, HasNoPositionWhenAMemberOfTheEditRateIsZero) {
   const std::array withoutPlace = {time(5, 0, 1), time(5, 25, 0), time(5, 0, 0), time(smallest, 0, 1)};
   for (const auto& each : withoutPlace) {
     EXPECT_FALSE(each.HasPlace());

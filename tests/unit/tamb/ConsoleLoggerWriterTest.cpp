@@ -34,7 +34,7 @@ TEST_F(ConsoleWriter, WritesOneLineWithEverythingThatIsKnown) {
             "Warning 2026-03-01T12:34:56.789012Z [mixer (engine 7)] 4711 disk almost full (src/Disk:42)\n");
 }
 
-TEST_F(ConsoleWriter, LeavesOutWhatIsNotKnown) {
+TEST_F(ConsoleWriter, LeavesOutUnknownParts) {
   EXPECT_EQ(written(LogLevel::Error, "disk full"), "Error   2026-03-01T12:34:56.789012Z 4711 disk full\n");
 }
 
@@ -53,7 +53,7 @@ TEST_F(ConsoleWriter, SpellsControlCharactersOut) {
             "Info    2026-03-01T12:34:56.789012Z 4711 \\x1b[31m\\x00\ttab \\r\\x7f \xc3\xbc\n");
 }
 
-TEST_F(ConsoleWriter, SpellsOutWhatATerminalObeysBeyondAscii) {
+TEST_F(ConsoleWriter, EscapesControlCharactersBeyondAscii) {
   // A control sequence introducer in one character, a character that changes the text direction, a byte of
   // another encoding.
   EXPECT_EQ(written(LogLevel::Info, "\u009b2J \u202egnp.exe caf\xe9", "\u009dtitle"),

@@ -8,13 +8,13 @@ namespace {
 
 using tamb::EscapedText;
 
-TEST(AnEscapedText, IsWhatItWasWhereATerminalShowsIt) {
+TEST(AnEscapedText, KeepsPrintableCharacters) {
   for (const std::string text : {"", "Progress \"a\\b\"", "\u00a0\u00e9\u0800\u2027\uffff\U0010ffff"}) {
     EXPECT_EQ(EscapedText(text), text);
   }
 }
 
-TEST(AnEscapedText, SpellsOutWhatATerminalObeys) {
+TEST(AnEscapedText, EscapesControlCharacters) {
   EXPECT_EQ(EscapedText("\x1b[2J\a\x7f"), R"(\x1b[2J\x07\x7f)");
   EXPECT_EQ(EscapedText(std::string("a\0b", 3)), R"(a\x00b)");
   EXPECT_EQ(EscapedText("one\r\ntwo\tthree"), R"(one\r\ntwo\tthree)");

@@ -137,7 +137,7 @@ TEST_F(FactoryRegistry, RefusesAnEntryOfAnotherKindThanTheFactory) {
   EXPECT_THAT(GetFactoryRegistrations(), IsEmpty());
 }
 
-TEST_F(FactoryRegistry, RefusesAnEntryThatIsNone) {
+TEST_F(FactoryRegistry, RefusesAnEntryWithoutItsKeys) {
   const auto other = CreateParametersCollectionInstance(tamb::CreateParametersCollectionPrototype());
   EXPECT_THAT([&] { RegisterFactory("a", "", factory(), other); },
               ThrowsMessage<TAMBRuntimeError>(HasSubstr("\"class\"")));
@@ -182,7 +182,7 @@ TEST_F(FactoryRegistry, InstantiatesAnEngineFromItsConfiguration) {
   EXPECT_EQ(seen, nullptr);
 }
 
-TEST_F(FactoryRegistry, TellsWhichEnginesThereAreWhenNoneMatches) {
+TEST_F(FactoryRegistry, ListsTheEnginesWhenNoneMatches) {
   RegisterFactory("a", "", factory(), entry("Mixer", "fast"));
   RegisterFactory("b", "", factory(), entry("Analyser", "slow"));
   EXPECT_THAT([] { InstantiateEngine("Mixxer", nullptr); },
@@ -194,12 +194,12 @@ TEST_F(FactoryRegistry, TellsWhichEnginesThereAreWhenNoneMatches) {
                                                     HasSubstr("\"Mixer\" of implementation \"fast\""))));
 }
 
-TEST_F(FactoryRegistry, SaysSoWhenThereIsNoEngineAtAll) {
+TEST_F(FactoryRegistry, ReportsThatNoEngineIsRegistered) {
   EXPECT_THAT([] { InstantiateEngine("Mixer", nullptr); },
               ThrowsMessage<TAMBRuntimeError>(AllOf(HasSubstr("\"Mixer\""), HasSubstr("nor is any other"))));
 }
 
-TEST_F(FactoryRegistry, PassesOnWhatAFactoryThrows) {
+TEST_F(FactoryRegistry, PassesOnTheExceptionOfAFactory) {
   RegisterFactory("a", "", std::make_shared<EngineFactory>([](const Config&) -> EngineFactory::Product {
                     throw std::logic_error("no licence");
                   }),
@@ -229,7 +229,7 @@ TEST_F(FactoryRegistry, RefusesAFactoryThatOnlyPretendsToMakeEngines) {
               ThrowsMessage<TAMBRuntimeError>(AllOf(HasSubstr("\"Mixer\""), HasSubstr("no engine factory"))));
 }
 
-TEST_F(FactoryRegistry, LetsACreationFunctionUseTheRegistry) {
+TEST_F(FactoryRegistry, AllowsACreationFunctionToUseTheRegistry) {
   RegisterFactory("a", "", std::make_shared<EngineFactory>([](const Config&) {
                     UnregisterFactories("a");
                     return stillProduct();

@@ -20,7 +20,7 @@ void defineContext(const std::string& name, unsigned int engineId) {
   tamb::DefineContextEngine_deprecated(name, engineId, nullptr, {}, {}, {}, {}, {});
 }
 
-TEST(LogContext, IsEmptyUntilTheThreadHasSaidWhatItWorksFor) {
+TEST(LogContext, IsEmptyUntilTheThreadHasSetIt) {
   std::string text = "unset";
   std::jthread([&] { text = tamb::GetCurrentContextString(); }).join();
   EXPECT_EQ(text, "");

@@ -12,14 +12,14 @@ namespace {
 using tamb::EditRate;
 using tamb::MediaTime;
 
-TEST(EngineDescription, HoldsWhatItWasMadeFrom) {
+TEST(EngineDescription, HoldsItsConstructorsArguments) {
   const tamb::EngineDescription description("manager", R"({"engine": "mixer"})", 4294967295U);
   EXPECT_EQ(description.GetWorkflowManagerId(), "manager");
   EXPECT_EQ(description.GetDescription(), R"({"engine": "mixer"})");
   EXPECT_EQ(description.GetEngineId(), -1) << "the bits of an unsigned number";
 }
 
-TEST(CommandMessage, HoldsWhatItWasMadeFrom) {
+TEST(CommandMessage, HoldsItsConstructorsArguments) {
   const auto args = tamb::CreateParametersCollectionInstance(tamb::CreateParametersCollectionPrototype());
   const tamb::CommandMessage command({.commandArgs = args,
                                       .time = MediaTime(EditRate(25, 1), 50, nullptr),
@@ -38,7 +38,7 @@ TEST(CommandMessage, HoldsWhatItWasMadeFrom) {
   EXPECT_EQ(command.GetStepId(), "mixer");
 }
 
-TEST(NotificationMessage, HoldsWhatItWasMadeFrom) {
+TEST(NotificationMessage, HoldsItsConstructorsArguments) {
   const auto object = tamb::CreateParametersCollectionInstance(tamb::CreateParametersCollectionPrototype());
   const tamb::NotificationMessage notification({.time = MediaTime(EditRate(25, 1), 50, nullptr),
                                                 .stepId = "mixer",

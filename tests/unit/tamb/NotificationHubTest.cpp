@@ -157,7 +157,7 @@ TEST_F(NotificationHub, EndsOneSubscriptionWithoutTheOthersOfTheSameCallback) {
   EXPECT_TRUE(other->IsActive());
 }
 
-TEST_F(NotificationHub, LetsGoOfTheCallbackWhenTheSubscriptionEnds) {
+TEST_F(NotificationHub, ReleasesTheCallbackWhenTheSubscriptionEnds) {
   auto subscriber = recorder(received_);
   const std::weak_ptr<tamb::INotificationCallback> watched = subscriber;
   const auto subscription = frontEnd_->Subscribe(std::move(subscriber));
@@ -208,7 +208,7 @@ TEST_F(NotificationHub, DeliversNothingOfABatchWithAnEmptyNotification) {
   EXPECT_THAT(received_, IsEmpty());
 }
 
-TEST_F(NotificationHub, LogsWhatACallbackThrowsAndGoesOn) {
+TEST_F(NotificationHub, LogsTheExceptionOfACallbackAndContinues) {
   const CapturedLog log;
   frontEnd_->Subscribe(callback([](const Notification&) { throw std::runtime_error("no more room"); }));
   frontEnd_->Subscribe(callback([](const Notification&) { throw 42; }));
@@ -224,7 +224,7 @@ TEST_F(NotificationHub, LogsWhatACallbackThrowsAndGoesOn) {
   EXPECT_THAT(records[1].message, HasSubstr("\"a\""));
 }
 
-TEST_F(NotificationHub, LetsACallbackUnsubscribeItself) {
+TEST_F(NotificationHub, AllowsACallbackToUnsubscribeItself) {
   std::shared_ptr<tamb::INotificationSubscriptionFrontEnd> subscription;
   subscription = frontEnd_->Subscribe(callback([&](const Notification& each) {
     received_.push_back(each->GetNotificationId());
@@ -243,7 +243,7 @@ TEST_F(NotificationHub, DoesNotCallASubscriberThatAnEarlierOneHasUnsubscribed) {
   EXPECT_THAT(received_, IsEmpty());
 }
 
-TEST_F(NotificationHub, LetsACallbackSubscribeForWhatComesNext) {
+TEST_F(NotificationHub, AllowsACallbackToSubscribeToLaterNotifications) {
   bool subscribed = false;
   frontEnd_->Subscribe(callback([&](const Notification&) {
     if (!subscribed) {
@@ -255,7 +255,7 @@ TEST_F(NotificationHub, LetsACallbackSubscribeForWhatComesNext) {
   EXPECT_THAT(received_, ElementsAre("b"));
 }
 
-TEST_F(NotificationHub, LetsEverySubscriberSeeTheCauseBeforeWhatACallbackPushes) {
+TEST_F(NotificationHub, DeliversTheCauseToAllBeforeWhatACallbackPushes) {
   frontEnd_->Subscribe(callback([&](const Notification& each) {
     if (each->GetNotificationId() == "a") {
       push("answer to a");
@@ -277,7 +277,7 @@ TEST_F(NotificationHub, DeliversAtOnceWhatACallbackPushesToAnotherHub) {
   EXPECT_THAT(received_, SizeIs(1));
 }
 
-TEST_F(NotificationHub, EndsItsSubscriptionsAndLetsGoOfTheirCallbacksWhenItGoes) {
+TEST_F(NotificationHub, EndsItsSubscriptionsAndReleasesTheirCallbacksOnDestruction) {
   auto subscriber = recorder(received_);
   const std::weak_ptr<tamb::INotificationCallback> watched = subscriber;
   const auto subscription = frontEnd_->Subscribe(std::move(subscriber));
@@ -288,7 +288,7 @@ TEST_F(NotificationHub, EndsItsSubscriptionsAndLetsGoOfTheirCallbacksWhenItGoes)
   EXPECT_TRUE(watched.expired());
 }
 
-TEST_F(NotificationHub, SurvivesACallbackThatLetsGoOfTheHub) {
+TEST_F(NotificationHub, SurvivesACallbackThatReleasesTheHub) {
   frontEnd_->Subscribe(callback([&](const Notification&) {
     frontEnd_.reset();
     backEnd_.reset();

@@ -53,7 +53,7 @@ TEST(ParametersCollectionPrototype, IsEmptyWhenNew) {
   EXPECT_FALSE(prototype->HasKey(""));
 }
 
-TEST(ParametersCollectionPrototype, TellsKeysWithTheirTypesInTheOrderOfTheirDeclaration) {
+TEST(ParametersCollectionPrototype, ListsKeysWithTheirTypesInTheOrderOfTheirDeclaration) {
   const auto prototype = prototypeOfAllTypes(nullptr);
   EXPECT_THAT(prototype->GetKeysAndTypes(),
               ElementsAre(Pair("utf16", TambType::UTF16String), Pair("bool", TambType::Bool),
@@ -168,7 +168,7 @@ TEST(ParametersCollectionInstance, HoldsTheDefaultsWhenNew) {
   EXPECT_EQ(instance->GetParametersCollectionPrototype("nested"), nested);
 }
 
-TEST(ParametersCollectionInstance, HoldsWhatWasSetInEveryType) {
+TEST(ParametersCollectionInstance, HoldsValuesOfEveryType) {
   const auto instance = CreateParametersCollectionInstance(prototypeOfAllTypes(nullptr));
   const auto nested = CreateParametersCollectionPrototype();
   instance->SetBool("bool", false);

@@ -61,7 +61,7 @@ TEST_F(PluginLoader, HasAPluginRegisterItsFactoriesUnderItsName) {
   EXPECT_EQ(std::get<0>(product)->GetStatus(), tamb::EngineStatus::Idle);
 }
 
-TEST_F(PluginLoader, KeepsAPluginMappedBehindWhatItHasMade) {
+TEST_F(PluginLoader, KeepsAPluginMappedForTheElementsItHasCreated) {
   LoadPlugin(plugin);
   const auto product = InstantiateEngine("StillEngine", nullptr);
   UnregisterFactories("registers_engine");
@@ -100,7 +100,7 @@ TEST_F(PluginLoader, DoesNotSearchTheSystemsLibraries) {
               ThrowsMessage<TAMBRuntimeError>(AllOf(names("libc.so.6"), HasSubstr("no such file"))));
 }
 
-TEST_F(PluginLoader, SaysThatThereIsNoSuchFile) {
+TEST_F(PluginLoader, ReportsAMissingFile) {
   const TemporaryDirectory directory;
   const auto missing = directory.path() / "libmissing.so";
   EXPECT_THAT([&] { LoadPlugin(missing); },
@@ -108,7 +108,7 @@ TEST_F(PluginLoader, SaysThatThereIsNoSuchFile) {
   EXPECT_THAT([] { LoadPlugin(""); }, ThrowsMessage<TAMBRuntimeError>(names("")));
 }
 
-TEST_F(PluginLoader, SaysThatAFileIsNoSharedLibrary) {
+TEST_F(PluginLoader, ReportsAFileThatIsNotASharedLibrary) {
   const TemporaryDirectory directory;
   const auto text = directory.path() / "libtext.so";
   std::ofstream(text) << "This is a text of more bytes than the header of a shared library has, so that the\n"
@@ -120,7 +120,7 @@ TEST_F(PluginLoader, SaysThatAFileIsNoSharedLibrary) {
       ThrowsMessage<TAMBRuntimeError>(AllOf(names(directory.path()), HasSubstr("no shared library"))));
 }
 
-TEST_F(PluginLoader, SaysThatALibraryIsNoPluginAndUnmapsIt) {
+TEST_F(PluginLoader, ReportsALibraryThatIsNotAPluginAndUnmapsIt) {
   EXPECT_THAT([] { LoadPlugin(noPlugin); },
               ThrowsMessage<TAMBRuntimeError>(AllOf(names(noPlugin), HasSubstr("RegisterAll"))));
   EXPECT_FALSE(isMapped(noPlugin));

@@ -57,7 +57,7 @@ TEST_F(ARepeatCountingWriter, WritesARecordOnceAndThenHowOftenItCame) {
   EXPECT_THAT(written(), IsEmpty());
 }
 
-TEST_F(ARepeatCountingWriter, LetsOtherRecordsPassBetweenThem) {
+TEST_F(ARepeatCountingWriter, ForwardsOtherRecordsBetweenThem) {
   write("no heartbeat");
   write("no reply");
   write("no heartbeat");
@@ -67,7 +67,7 @@ TEST_F(ARepeatCountingWriter, LetsOtherRecordsPassBetweenThem) {
   EXPECT_THAT(written(), ElementsAre("no heartbeat (repeated once) @0", "no reply (repeated once) @0"));
 }
 
-TEST_F(ARepeatCountingWriter, TellsRecordsOfDifferentPlacesAndLevelsApart) {
+TEST_F(ARepeatCountingWriter, DistinguishesRecordsOfDifferentPlacesAndLevels) {
   write("the same");
   write("the same", LogLevel::Error, "2");
   write("the same", LogLevel::Warning);
@@ -92,7 +92,7 @@ TEST_F(ARepeatCountingWriter, WritesTheCountOfARecordThatCeasedWithTheNextOne) {
   EXPECT_THAT(written(), ElementsAre("no heartbeat @0", "no heartbeat (repeated once) @0", "connected @30"));
 }
 
-TEST_F(ARepeatCountingWriter, WritesEachRecordThatIsNoFailure) {
+TEST_F(ARepeatCountingWriter, WritesEachRecordThatIsNotAFailure) {
   for (const auto level : {LogLevel::Info, LogLevel::Debug}) {
     write("a", level);
     write("a", level);

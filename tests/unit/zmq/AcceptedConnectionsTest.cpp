@@ -72,7 +72,7 @@ TEST_F(AcceptedConnectionsTest, AreNotKeptOpen) {
   EXPECT_TRUE(isPeerDisconnected());
 }
 
-TEST_F(AcceptedConnectionsTest, AreNotTakenForWhatElseADescriptorStandsFor) {
+TEST_F(AcceptedConnectionsTest, AreNotConfusedWithOtherUsesOfADescriptor) {
   std::array<int, 2> pair{-1, -1};
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair.data()), 0);
   const base::FileDescriptor other(pair[0]);

@@ -100,7 +100,7 @@ TEST_F(AdmittedReadersTest, ServesTheFirstAndRefusesTheSecond) {
   EXPECT_EQ(readers_.refusals().takeLines().size(), 1U);
 }
 
-TEST_F(AdmittedReadersTest, AdmitNobodyWhoseEndWasReportedAheadOfItsSubscription) {
+TEST_F(AdmittedReadersTest, AdmitNoPeerWhoseEndWasReportedBeforeItsSubscription) {
   base::FileDescriptor broken = openSocket();
   subscribers_.ends(broken);
   EXPECT_FALSE(update());
@@ -117,7 +117,7 @@ TEST_F(AdmittedReadersTest, AdmitNobodyWhoseEndWasReportedAheadOfItsSubscription
   EXPECT_TRUE(readers_.any());
 }
 
-TEST_F(AdmittedReadersTest, AdmitNobodyWhoseConnectionIsClosed) {
+TEST_F(AdmittedReadersTest, AdmitNoPeerWhoseConnectionIsClosed) {
   int number = -1;
   {
     const base::FileDescriptor closed = openSocket();
@@ -180,7 +180,7 @@ TEST_F(AdmittedReadersTest, DisconnectAReaderThatSubscribesAgain) {
   EXPECT_THAT(subscribers_.disconnected, ElementsAre(reader.get()));
 }
 
-TEST_F(AdmittedReadersTest, AdmitNobodyWhileEndsComeWithoutPause) {
+TEST_F(AdmittedReadersTest, AdmitNoPeerWhileEndsArriveWithoutPause) {
   const base::FileDescriptor reader = openSocket();
   // Each of ten checks finds ends; the next one would find the end of the peer that had the reader's
   // descriptor.

@@ -139,7 +139,7 @@ TEST_F(AConcurrentReplier, ReturnsAtOnceWhenItIsWoken) {
   EXPECT_FALSE(replier_->receive(patience, message, sizeBound));
 }
 
-TEST_F(AConcurrentReplier, IsNotHeldUpByARequestThatIsDropped) {
+TEST_F(AConcurrentReplier, IsNotBlockedByARequestThatIsDropped) {
   Asker dropped(endpoint_);
   dropped.send(1);
   next();
@@ -149,7 +149,7 @@ TEST_F(AConcurrentReplier, IsNotHeldUpByARequestThatIsDropped) {
   EXPECT_EQ(dropped.receive(), 2U);
 }
 
-TEST_F(AConcurrentReplier, ServesOnWhenWhoeverHandlesARequestThrows) {
+TEST_F(AConcurrentReplier, ContinuesWhenAHandlerThrows) {
   Asker unlucky(endpoint_);
   unlucky.send(1);
   const auto handle = [this] {
@@ -163,7 +163,7 @@ TEST_F(AConcurrentReplier, ServesOnWhenWhoeverHandlesARequestThrows) {
   EXPECT_EQ(lucky.receive(), 2U);
 }
 
-TEST_F(AConcurrentReplier, LetsItsOwnerRefuseAtALimit) {
+TEST_F(AConcurrentReplier, AllowsItsOwnerToRefuseAtALimit) {
   constexpr std::size_t mostAtOnce = 3;
   constexpr std::uint32_t refusal = 999;
   std::vector<std::unique_ptr<Asker>> askers;
@@ -190,7 +190,7 @@ TEST_F(AConcurrentReplier, LetsItsOwnerRefuseAtALimit) {
   }
 }
 
-TEST_F(AConcurrentReplier, LeavesAMessageClearedThatIsNone) {
+TEST_F(AConcurrentReplier, ClearsAMessageThatCannotBeParsed) {
   Asker asker(endpoint_);
   Socket large("LargeRequester", ClosePolicy::Newest);
   large.createAndConnect(Protocol::Requester, endpoint_, std::chrono::milliseconds(patience).count());
