@@ -36,9 +36,9 @@ void failNext(const std::string& name, Operation operation, Failure failure, con
 
 using MessageHook = std::function<void(const google::protobuf::Message&)>;
 /// Calls `hook` with each message of a socket from now on, before it is sent or after it was received, on the
-/// thread that sends or receives. The network is not locked meanwhile, so a hook may wait. If the hook throws,
-/// the send throws and sends nothing, or the receive throws and leaves the message as it is. A later hook
-/// replaces it.
+/// thread that sends or receives. The network is not locked meanwhile, so a hook may wait. If the hook
+/// throws, the send throws and sends nothing, or the receive throws and leaves the message as it is. A later
+/// hook replaces it.
 void intercept(const std::string& name, Operation operation, MessageHook hook);
 
 /// Breaks the connections of a socket, or all those of an endpoint, and prevents new ones. Both ends notice

@@ -48,7 +48,7 @@ class OurChannels(ChannelsTest):
             self.expect_exchanges(host, engine, batch)
             self.assertEqual((host.end(), engine.end()), (0, 0))
 
-    def test_lets_the_host_wait_for_the_answer_to_one_command(self):
+    def test_deliver_the_answer_to_one_command_that_the_host_waits_for(self):
         host, engine = self.host_process(), self.engine_process()
         engine.call("answer")
         self.connect(host, engine, self.ipc("commands"), self.ipc("notifications"))

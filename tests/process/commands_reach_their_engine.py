@@ -38,7 +38,7 @@ class OurCommandChannel(ChannelsTest):
                     self.expect_commands(engine, batch)
             self.expect_end(engine, host)
 
-    def test_brings_what_was_pushed_before_the_engine_was_there(self):
+    def test_delivers_commands_pushed_before_the_engine_was_started(self):
         for host, endpoint in self.hosts():
             host.push_each(commands(MANY))
             host.push(COMMAND_BATCHES["arguments of five types"])
@@ -56,7 +56,7 @@ class OurCommandChannel(ChannelsTest):
             host.end_push_each()
             self.expect_end(engine, host)
 
-    def test_brings_what_the_host_hands_over_while_it_ends(self):
+    def test_delivers_commands_that_the_host_sends_while_it_exits(self):
         for host, endpoint in self.hosts():
             host.push_each(commands(100))
             engine = self.engine_process()
@@ -83,7 +83,7 @@ class OurCommandChannel(ChannelsTest):
             self.expect_commands(engine, commands(MANY // 4, first=3))
             self.expect_end(engine, host)
 
-    def test_goes_on_without_a_gap_when_an_engine_is_killed_that_has_not_taken_everything(self):
+    def test_continues_without_a_gap_when_an_engine_with_unread_commands_is_killed(self):
         for host, endpoint in self.hosts():
             alone = host.descriptors()
             host.push_each(commands(MANY))

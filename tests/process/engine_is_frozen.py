@@ -73,7 +73,7 @@ class OurFrontEnd(EngineTest):
             host.milliseconds_of("wait_for_stop")
             self.expect_end(engine, host)
 
-    def test_is_told_when_its_engine_is_frozen_while_a_ping_is_pending(self):
+    def test_notices_that_its_engine_is_frozen_while_a_ping_is_pending(self):
         for engine, host in self.lives():
             engine.from_now_on("ping-takes 600000")
             host.tell("ping 5")

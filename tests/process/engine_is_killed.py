@@ -77,7 +77,7 @@ class OurFrontEnd(EngineTest):
             self.kill_engine(engine)
             self.expect_destruction_in_time(host)
 
-    def test_is_told_at_once_when_its_engine_is_killed_while_a_ping_is_pending(self):
+    def test_notices_at_once_that_its_engine_is_killed_while_a_ping_is_pending(self):
         for engine, host in self.lives():
             engine.from_now_on("ping-takes 600000")
             host.tell("ping 5")
@@ -95,7 +95,7 @@ class OurFrontEnd(EngineTest):
             self.kill_engine(engine)
             self.expect_destruction_in_time(host)
 
-    def test_ends_its_run_as_soon_as_somebody_speaks_for_the_engine_that_was_killed(self):
+    def test_ends_its_run_as_soon_as_the_endpoints_of_the_killed_engine_are_taken_over(self):
         for engine, host in self.lives():
             host.tell("run")
             engine.event("engine runs")

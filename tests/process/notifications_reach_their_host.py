@@ -38,7 +38,7 @@ class OurNotificationChannel(ChannelsTest):
                     self.expect_notifications(host, batch)
             self.expect_end(host, engine)
 
-    def test_brings_what_was_published_before_the_host_was_there(self):
+    def test_delivers_notifications_published_before_the_host_was_started(self):
         for engine, endpoint in self.engines():
             engine.push_each(notifications(MANY))
             engine.push(NOTIFICATION_BATCHES["an object of five types"])
@@ -58,7 +58,7 @@ class OurNotificationChannel(ChannelsTest):
             engine.end_push_each()
             self.expect_end(host, engine)
 
-    def test_brings_what_the_engine_hands_over_while_it_ends(self):
+    def test_delivers_notifications_that_the_engine_sends_while_it_exits(self):
         for engine, endpoint in self.engines():
             engine.push_each(notifications(100))
             # There before the engine ends, which waits for a moment only.
@@ -84,7 +84,7 @@ class OurNotificationChannel(ChannelsTest):
             self.expect_notifications(host, notifications(MANY // 4, first=3))
             self.expect_end(host, engine)
 
-    def test_goes_on_without_a_gap_when_a_host_is_killed_that_has_not_taken_everything(self):
+    def test_continues_without_a_gap_when_a_host_with_unread_notifications_is_killed(self):
         for engine, endpoint in self.engines():
             alone = engine.descriptors()
             engine.push_each(notifications(MANY))

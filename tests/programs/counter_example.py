@@ -135,7 +135,7 @@ class Counter(ProgramsTest):
         self.assertEqual(self.next("Count")[2], {"value": 1001})
         self.expect_end()
 
-    def test_answers_what_it_cannot_execute_and_goes_on(self):
+    def test_answers_commands_that_it_cannot_execute_and_continues(self):
         self.run_until_commands_arrive()
         for number, (name, arguments, step, reason) in enumerate((
                 ("Set", None, "counter", 'no argument "value"; expected an Int64'),
@@ -204,7 +204,7 @@ class Counter(ProgramsTest):
         self.expect_exit(self.counter, 3)
         self.expect_nothing_left()
 
-    def test_goes_on_without_its_supervisor(self):
+    def test_continues_without_its_supervisor(self):
         self.run_until_commands_arrive()
         engine = self.engine()
         self.counter.signal(signal.SIGKILL)

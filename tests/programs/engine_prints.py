@@ -126,7 +126,7 @@ class NeverRead(ProgramsTest):
         requester.send(request)
         return requester.recv()
 
-    def test_logs_do_not_keep_a_death_from_being_told(self):
+    def test_logs_do_not_prevent_the_report_of_a_death(self):
         process, endpoints = self.engine({"engine": "test", "behaviour": "crash", "prints": LINES})
         status = self.stock(zmq.SUB, endpoints["status"])
         requester = self.stock(zmq.REQ, endpoints["request"])

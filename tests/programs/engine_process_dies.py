@@ -34,7 +34,7 @@ class Host(ProgramsTest):
         self.assertEqual(host.lines().count("EngineDied"), 1)
         self.expect_nothing_left()
 
-    def test_is_told_which_signal_killed_its_engine(self):
+    def test_receives_the_signal_that_killed_its_engine(self):
         for number, cause in CAUSES.items():
             with self.subTest(cause):
                 host = self.running_host("--output", self.folder / "out.mkv")
@@ -57,7 +57,7 @@ class Host(ProgramsTest):
         self.assertFalse(service.has_ended())
         self.expect_exit(self.running_host("--service", endpoint), 0)
 
-    def test_is_told_how_its_engine_died_in_the_run(self):
+    def test_receives_the_cause_of_its_engines_death_in_the_run(self):
         for behaviour, cause in FAULTS.items():
             with self.subTest(behaviour):
                 host = self.host(self.faulty_engine_workflow(behaviour=behaviour, when="run", notifications=3))
@@ -82,7 +82,7 @@ class Host(ProgramsTest):
         # The run was asked to stop first: a thread that knows nothing of it has not taken the signal.
         self.expect_death_is_told(host, "it still runs after 3000 ms")
 
-    def test_is_told_how_its_engine_died_on_a_command(self):
+    def test_receives_the_cause_of_its_engines_death_on_a_command(self):
         for behaviour, cause in FAULTS.items():
             with self.subTest(behaviour):
                 host = self.host(self.faulty_engine_workflow([{"name": "Fault"}], behaviour=behaviour, when="command"))

@@ -60,7 +60,7 @@ class EngineProgram(ProgramsTest):
         self.assertTrue(self.ask(self.stock(zmq.REQ, ready["request"]), PING).startswith(SUCCESS))
         self.assertTrue(self.stock(zmq.SUB, ready["status"]).recv().startswith(IDLE))
 
-    def test_says_where_it_serves_and_who_serves(self):
+    def test_reports_its_endpoints_and_its_process(self):
         engine, endpoints = self.ipc_engine()
         ready = engine.wait_for_ready()
         self.assertEqual(set(ready), {"event", "pid", "enginePid", *CHANNELS})
@@ -123,7 +123,7 @@ class EngineProgram(ProgramsTest):
         first.signal(signal.SIGTERM)
         first.wait()
 
-    def test_tells_the_ports_that_it_was_left_to_choose(self):
+    def test_reports_the_ports_that_it_has_chosen(self):
         engine, endpoints = self.tcp_engine()
         ready = engine.wait_for_ready()
         self.assertEqual(ready["command"], endpoints["command"])
@@ -186,7 +186,7 @@ class EngineProgram(ProgramsTest):
         self.expect_exit(engine, 3)
         self.expect_nothing_left()
 
-    def test_leaves_at_the_goodbye_of_its_controller(self):
+    def test_exits_when_its_host_disconnects(self):
         engine, endpoints = self.ipc_engine()
         engine.wait_for_ready()
         requester = self.stock(zmq.REQ, endpoints["request"])
@@ -211,7 +211,7 @@ class EngineProgram(ProgramsTest):
         self.assertEqual(list(self.folder.glob("out.mkv*")), [output])
         self.assertEqual(output.read_bytes(), b"an earlier result")
 
-    def test_leaves_by_itself_when_nobody_controls_it(self):
+    def test_exits_by_itself_without_a_host(self):
         engine, _ = self.ipc_engine()
         engine.wait_for_ready()
         start = time.monotonic()
@@ -249,7 +249,7 @@ class EngineProgram(ProgramsTest):
         self.expect_exit(engine, 3)
         self.expect_nothing_left()
 
-    def test_says_in_one_line_why_there_is_no_engine(self):
+    def test_reports_in_one_line_why_no_engine_could_be_started(self):
         engine, _ = self.ipc_engine({"engine": "warp"})
         self.expect_exit(engine, 1)
         self.assertRegex(engine.output(), r'^\{"event":"failed","reason":"[^\n]*warp[^\n]*"\}\n$')
@@ -295,7 +295,7 @@ class EngineProgram(ProgramsTest):
         self.assertIn(engine.wait(), (1, 2))
         self.assertIn("port 0", engine.errors())
 
-    def test_refuses_endpoints_that_are_none(self):
+    def test_refuses_invalid_endpoints(self):
         engine = self.engine(dict.fromkeys(CHANNELS, "carrier-pigeon://roof"))
         self.expect_exit(engine, 1)
         self.assertIn("carrier-pigeon://roof", engine.errors())

@@ -10,7 +10,7 @@ class Command(ProgramsTest):
         return {each["commandId"]: (each["line"], each["values"]["reason"]) for each in host.notifications()
                 if each["line"].startswith("Command")}
 
-    def test_for_a_step_that_there_is_not_is_answered_with_the_steps_there_are(self):
+    def test_for_an_unknown_step_is_answered_with_the_valid_steps(self):
         commands = [{"name": "Pause", "step": "vidoe"}, {"at": 100, "name": "Pause", "step": "vidoe"}]
         workflow = self.file("workflow.json", {"engine": {"engine": "media", "input": str(clip())},
                                                "commands": commands})

@@ -97,7 +97,7 @@ class Interruption(ProgramsTest):
 
 
 class EngineThatIgnoresTheStop(ProgramsTest):
-    def test_is_killed_within_its_time_and_its_host_is_told(self):
+    def test_is_killed_within_its_time_and_its_host_is_notified(self):
         host = self.host(self.faulty_engine_workflow(behaviour="ignoreStop", notifications=1))
         host.wait_for_notification("Tick")
         start = time.monotonic()

@@ -60,7 +60,7 @@ class Output(ProgramsTest):
         self.assertEqual(self.parts(), [])
         self.assertNotEqual(self.output.read_bytes(), EARLIER)
 
-    def test_of_a_host_that_was_stopped_for_long_is_removed_and_the_host_is_told(self):
+    def test_of_a_host_that_was_stopped_for_long_is_removed_and_the_host_is_notified(self):
         host = self.host_at_work()
         self.kill(host.pid, signal.SIGSTOP)
         # The duration of the fault.

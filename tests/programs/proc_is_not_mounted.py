@@ -7,7 +7,7 @@ from programs_support import Program, ProgramsTest
 
 
 class MissingProc(ProgramsTest):
-    def test_is_told_in_one_line(self):
+    def test_is_reported_in_one_line(self):
         without = ["unshare", "--map-root-user", "--mount", "sh", "-c", 'mount -t tmpfs none /proc && exec "$@"', "sh"]
         for program, arguments, code in (("TAMB_HOST", ["run", str(self.faulty_engine_workflow())], 4),
                                          ("QOR_ENGINE_SERVICE", ["--endpoint", f"ipc://{self.folder / 'none'}"], 1)):

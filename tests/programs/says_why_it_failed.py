@@ -109,7 +109,7 @@ class MissingEngine(ProgramsTest):
             host.interrupt()
             self.expect_exit(host, 130)
 
-    def test_with_a_bad_document_is_told_in_one_line_that_names_the_key(self):
+    def test_with_a_bad_document_is_reported_in_one_line_that_names_the_key(self):
         for place in ([], ["--local"]):
             document = {"engine": "media", "inptu": str(clip())}
             self.expect_no_engine(self.host(self.engine(document), *place), "inptu", "expected one of", "input")
@@ -119,11 +119,11 @@ class MissingEngine(ProgramsTest):
         for place in ([], ["--local"]):
             self.expect_no_engine(self.host(workflow, *place), "std::exception")
 
-    def test_that_dies_while_it_is_made_is_told_with_the_cause_in_one_line(self):
+    def test_that_dies_during_its_construction_is_reported_with_the_cause_in_one_line(self):
         workflow = self.faulty_engine_workflow(behaviour="crash", when="construct")
         self.expect_no_engine(self.host(workflow), "died", "signal 11 (Segmentation fault)")
 
-    def test_because_there_is_no_service_is_told_in_time(self):
+    def test_because_no_service_answers_is_reported_in_time(self):
         start = time.monotonic()
         endpoint = f"ipc://{self.folder / 'nobody'}"
         host = self.host("--input", clip(), "--service", endpoint)
@@ -141,12 +141,12 @@ class MissingEngine(ProgramsTest):
         self.expect_exit(host, 4)
         self.assertRegex(host.errors(), r'^tamb-host: cannot make a directory for sockets in ".*gone" \(TMPDIR\): .+\n$')
 
-    def test_because_no_engines_are_allowed_is_told_in_one_line(self):
+    def test_because_no_engines_are_allowed_is_reported_in_one_line(self):
         service, endpoint = self.service("--maximum-engines", 0)
         self.expect_no_engine(self.host("--input", clip(), "--service", endpoint), "too many engines", "limit is 0")
         self.assertEqual(processes_below(service.pid), {})
 
-    def test_because_there_are_too_many_is_told_and_one_is_there_again_once_another_has_gone(self):
+    def test_because_there_are_too_many_is_reported_and_one_starts_once_another_has_exited(self):
         service, endpoint = self.service("--maximum-engines", 1)
         first = self.running_host("--service", endpoint)
         second = self.host("--input", clip(), "--service", endpoint)
@@ -184,7 +184,7 @@ class FailedCommand(ProgramsTest):
                 self.expect_exit(host, 7)
                 self.assertRegex(host.errors(), self.REMARK)
 
-    def test_for_a_step_that_is_not_there_is_one(self):
+    def test_is_one_for_an_unknown_step(self):
         for place in ([], ["--local"]):
             workflow = {"engine": {"engine": "media", "input": str(clip())},
                         "commands": [{"name": "Pause", "step": "mixer"}]}
@@ -192,7 +192,7 @@ class FailedCommand(ProgramsTest):
             self.expect_exit(host, 7)
             self.assertRegex(host.errors(), 'tamb-host: the run finished, but 1 of 1 command failed; .*"mixer"')
 
-    def test_because_a_command_stopped_the_run_is_none(self):
+    def test_is_none_because_a_command_stopped_the_run(self):
         for place in ([], ["--local"]):
             host = self.host("--input", clip(), "--at", "2", "Stop", *place)
             self.expect_exit(host, 0)
@@ -209,7 +209,7 @@ class WrongUsage(ProgramsTest):
     def expect_bad_workflow(self, said, content):
         self.expect_usage(said, "run", self.file("workflow.json", content))
 
-    def test_without_anything_to_run_is_told(self):
+    def test_without_anything_to_run_is_reported(self):
         self.expect_usage("^tamb-host: nothing to run: give a workflow, or --input FILE", "run")
         self.expect_usage(r"^tamb-host: a subcommand is required; see --help\n$")
 
@@ -222,11 +222,11 @@ class WrongUsage(ProgramsTest):
             self.assertIn(started.wait(), (1, 2))
             self.assertRegex(started.errors(), r"^(tamb-host|qor-engine-service): .*No such file or directory.*\n$")
 
-    def test_of_flags_is_told(self):
+    def test_of_flags_is_reported(self):
         self.expect_usage(r"^tamb-host: .*not expected: --nosuch; see --help\n$", "run", "--nosuch")
         self.expect_usage("--input", "run", "--input")
 
-    def test_is_told_on_one_line_that_does_not_drive_the_terminal(self):
+    def test_is_reported_on_one_line_that_does_not_control_the_terminal(self):
         hostile = "\x1b[2J\n\u009bJ"
         for arguments in (["run", f"--{hostile}"], ["run", hostile],
                           ["run", "--input", clip(), "--at", hostile, "Stop"],
@@ -236,14 +236,14 @@ class WrongUsage(ProgramsTest):
             self.assertRegex(host.errors(), r"^tamb-host: .*\\x1b\[2J\\n\\(u00|x)9bJ.*\n$")
             self.assertNotRegex(host.errors(), "[\x1b\u009b]")
 
-    def test_of_commands_is_told_with_what_is_expected(self):
+    def test_of_commands_is_reported_with_the_expected_form(self):
         run = ["run", "--input", clip()]
         self.expect_usage("--at soon: expected TIME NAME KEY=VALUE", *run, "--at", "soon", "Pause")
         self.expect_usage("--at 1x: expected TIME NAME KEY=VALUE", *run, "--at", "1x", "Pause")
         self.expect_usage("--at", *run, "--at", "1")
         self.expect_usage('--at: "volume" is not KEY=VALUE', *run, "--at", "1", "FilterCommand", "volume")
 
-    def test_of_a_workflow_is_told_with_the_place(self):
+    def test_of_a_workflow_is_reported_with_the_place(self):
         self.expect_usage('^tamb-host: cannot read the workflow ".*none.json": No such file or directory\n$', "run", self.folder / "none.json")
         self.expect_usage(f'cannot read the workflow "{self.folder}": it is a folder', "run", self.folder)
         self.expect_bad_workflow("workflow.json\" is not JSON: parse error at line 1", b'{"engine": {')
@@ -259,7 +259,7 @@ class WrongUsage(ProgramsTest):
                               ("command 1: 5 is not an object", 5)):
             self.expect_bad_workflow(said, {"engine": engine, "commands": [command]})
 
-    def test_of_an_argument_that_cannot_be_carried_is_told_as_such(self):
+    def test_of_an_argument_of_an_unsupported_type_is_reported_as_such(self):
         workflow = {"engine": {"engine": "media", "input": str(clip())},
                     "commands": [{"name": "Pause", "arguments": {"target": ["a"]}}]}
         host = self.host(self.file("workflow.json", workflow))

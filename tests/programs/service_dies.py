@@ -44,7 +44,7 @@ class RunUnderWay(ProgramsTest):
         self.kill(host.wait_for_process(SERVICE), signal.SIGKILL)
         self.expect_finished(host, output)
 
-    def test_is_told_of_the_death_of_its_engine_when_the_service_was_killed_before(self):
+    def test_notices_the_death_of_its_engine_when_the_service_was_killed_before(self):
         service, endpoint = self.service()
         host = self.running_host("--service", endpoint)
         self.killed_service(service)

@@ -85,7 +85,7 @@ class OurFrontEnd(EngineTest):
             host.wait_for_log("Error", "failed sending heartbeat: ", LOST)
             self.expect_destruction_in_time(host)
 
-    def test_is_destroyed_when_its_engine_dies_between_goodbye_and_reply(self):
+    def test_is_destroyed_when_its_engine_dies_between_disconnection_and_reply(self):
         for stock, host in self.lives():
             host.tell("destroy")
             stock.serve_until(TERMINATION)

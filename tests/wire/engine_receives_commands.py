@@ -101,7 +101,7 @@ class OurBackEnd(ChannelsTest):
                 "TcpCommandProcessorBackEnd on ipc://")
             self.expect_good()
 
-    def test_skips_what_it_cannot_read_and_goes_on(self):
+    def test_skips_messages_that_it_cannot_parse_and_continues(self):
         encoding = encoded(commands(2))
         strange = {
             **STRANGE,

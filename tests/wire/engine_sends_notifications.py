@@ -65,7 +65,7 @@ class OurBackEnd(ChannelsTest):
             self.engine.push(batch)
         self.expect_only(self.subscriber(endpoint), *NOTIFICATION_BATCHES.values())
 
-    def test_hands_over_what_it_keeps_while_it_is_destroyed(self):
+    def test_sends_its_backlog_while_it_is_destroyed(self):
         endpoint = self.engine.bind(self.ipc())
         self.engine.push_each(notifications(100))
         self.engine.tell("destroy")
@@ -88,7 +88,7 @@ class OurBackEnd(ChannelsTest):
             engine.log_line("Bad engine id in notification", SOURCE + ":69")
         self.assert_silent(stock)
 
-    def test_sends_nothing_of_a_batch_that_it_refuses_and_goes_on(self):
+    def test_sends_nothing_of_a_batch_that_it_refuses_and_continues(self):
         stock = self.bound()
         good = notifications(3)
         refused = {

@@ -85,7 +85,7 @@ class OurFrontEnd(EngineTest):
         self.assertEqual(self.host.whole_log(), "")
         self.serve_end(stock)
 
-    def test_logs_a_failure_with_its_text_or_says_that_there_is_none(self):
+    def test_logs_a_failure_with_its_text_or_that_it_has_none(self):
         stock = self.configured()
         with_text = Reply(type=Reply.Failure, errorString="no täpe", replyString="")
         self.expect_ping_failure(stock, with_text.SerializeToString(), "no täpe")

@@ -63,7 +63,7 @@ class EveryMessage(WireTest):
     def test_is_exchanged_between_a_stock_req_that_numbers_and_may_ask_again_and_our_replier(self):
         self.exchange_with_our_replier(zmq.REQ, {zmq.REQ_CORRELATE: 1, zmq.REQ_RELAXED: 1}, [])
 
-    def test_is_exchanged_between_a_stock_dealer_that_speaks_as_a_req_and_our_replier(self):
+    def test_is_exchanged_between_a_stock_dealer_in_the_role_of_a_req_and_our_replier(self):
         self.exchange_with_our_replier(zmq.DEALER, {}, [b""])
 
     def test_is_exchanged_between_a_stock_dealer_that_numbers_its_requests_and_our_replier(self):

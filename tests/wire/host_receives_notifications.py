@@ -60,7 +60,7 @@ class OurFrontEnd(ChannelsTest):
         for identifier in identifiers:
             self.assertRegex(identifier, "^[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}$")
 
-    def test_calls_those_who_listen_to_a_step_or_to_an_answer(self):
+    def test_calls_subscribers_to_a_step_or_to_an_answer(self):
         self.host.call(f"listen-to-step {ENGINE} player")
         self.host.call(f"listen-to-response {ENGINE} 7")
         batch = [notification(commandId=7, stepId="mixer"), notification(commandId=8, stepId="player"),
@@ -112,7 +112,7 @@ class OurFrontEnd(ChannelsTest):
             self.host.log_line("Notification: failed serializing parameters collection: ", key, SOURCE + ":288")
             self.expect_good()
 
-    def test_skips_what_it_cannot_read_and_goes_on(self):
+    def test_skips_messages_that_it_cannot_parse_and_continues(self):
         encoding = encoded(notifications(2))
         strange = {
             **STRANGE,

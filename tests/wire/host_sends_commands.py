@@ -64,7 +64,7 @@ class OurFrontEnd(ChannelsTest):
             host.push(batch)
             self.expect_only(stock, batch)
 
-    def test_sends_nothing_of_a_batch_that_it_refuses_and_goes_on(self):
+    def test_sends_nothing_of_a_batch_that_it_refuses_and_continues(self):
         stock = self.bound()
         good = commands(3)
         refused = {
@@ -107,7 +107,7 @@ class OurFrontEnd(ChannelsTest):
         self.expect_only(second, commands(1, first=1))
         self.assert_silent(first)
 
-    def test_sends_the_same_to_everyone_who_listens(self):
+    def test_sends_the_same_to_every_subscriber(self):
         endpoint = self.host.bind(self.ipc())
         listeners = [self.subscriber(endpoint) for _ in range(3)]
         number = 0

@@ -145,7 +145,7 @@ class APublisherForOneReader(WireTest):
         for number in range(heard + 1, sent + 100):
             self.assertEqual(number_of(third.recv()), number)
 
-    def test_keeps_what_is_sent_for_a_reader_and_not_for_who_is_refused(self):
+    def test_keeps_messages_for_a_reader_and_not_for_refused_subscribers(self):
         ours, address = self.limited()
         ours.send_numbered(0, 1)
         first = self.stock_process("SUB", address)
@@ -158,7 +158,7 @@ class APublisherForOneReader(WireTest):
         for number in range(1, 1001):
             self.assertEqual(number_of(second.recv()), number)
 
-    def test_is_not_confused_by_those_who_come_and_go(self):
+    def test_is_not_confused_by_peers_that_connect_and_disconnect(self):
         ours, address = self.limited()
         ours.send_numbered(0, 1)
         first = self.subscriber(address)
@@ -174,7 +174,7 @@ class APublisherForOneReader(WireTest):
         ours.close()
         ours.log()
 
-    def test_cuts_off_who_asks_for_something_else_than_everything(self):
+    def test_disconnects_peers_that_do_not_subscribe_to_everything(self):
         ours, address = self.limited()
         # XSUB sends any bytes.
         for message in (b"\x01topic", b"\x02", b"", b"\x01" * 1000):

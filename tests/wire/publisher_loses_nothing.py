@@ -123,7 +123,7 @@ class OurPublisher(WireTest):
         self.assertEqual(stock.recv(), status("EndOfLife").SerializeToString())
         self.assert_silent(stock)
 
-    def test_hands_over_on_closing_what_a_slow_subscriber_has_yet_to_take(self):
+    def test_delivers_on_closing_what_a_slow_subscriber_has_not_read(self):
         for endpoint in self.each_endpoint():
             ours, endpoint = self.bound("Publisher", endpoint)
             # With its queue full, a stock subscriber drops unread messages when its publisher closes.
@@ -133,7 +133,7 @@ class OurPublisher(WireTest):
             self.expect_numbers(stock, 0, 20000)
             self.assertEqual(ours.answer(), "ok")
 
-    def test_goes_on_with_the_next_subscriber_when_one_leaves_while_it_takes_what_was_kept(self):
+    def test_continues_with_the_next_subscriber_when_one_leaves_while_it_receives_the_backlog(self):
         for taken in (0, 100, 700, 1500, 3000, 5000):
             ours, endpoint = self.bound("Publisher")
             alone = ours.descriptors()
@@ -151,7 +151,7 @@ class OurPublisher(WireTest):
             second.close()
             ours.close()
 
-    def test_tells_how_many_messages_it_discards_on_closing(self):
+    def test_logs_how_many_messages_it_discards_on_closing(self):
         ours, _ = self.bound("Publisher", name="Telling", close_policy=1)
         ours.send_numbered(0, 7)
         ours.close()

@@ -63,7 +63,7 @@ class OurRequester(WireTest):
             self.assertEqual(ours.receive("EngineBackEndReply"), (0, reply("2").SerializeToString()))
             self.expect_exchange(ours, successor, 3)
 
-    def test_learns_that_its_peer_is_frozen_and_works_with_it_once_it_goes_on(self):
+    def test_notices_that_its_peer_is_frozen_and_works_with_it_once_it_is_continued(self):
         for endpoint in self.each_transport():
             peer, ours = self.begin_exchange(endpoint)
             peer.signal(signal.SIGSTOP)
@@ -142,7 +142,7 @@ class OurRequester(WireTest):
         ours.send(status())
         self.assertEqual(stock.recv(), status().SerializeToString())
 
-    def test_does_not_open_when_nobody_is_there(self):
+    def test_does_not_open_without_a_listener(self):
         ours = self.ours("Asking")
         self.expect_connect_time_out(ours, self.ipc("nobody"), 300)
         holder = self.ours("Holder")
@@ -156,7 +156,7 @@ class OurRequester(WireTest):
         self.assertGreaterEqual(stranger.accepted(), 1)
         self.expect_opens(ours)
 
-    def test_does_not_open_when_a_foreign_server_speaks_another_language(self):
+    def test_does_not_open_when_a_foreign_server_answers(self):
         ours = self.ours("Asking")
         for greeting in (b"HTTP/1.1 400 Bad Request\r\nConnection: close\r\n\r\n", b"220 mail ESMTP\r\n",
                          b"\0" * 100, bytes(range(256)) * 16, b"\xff" * 1000,

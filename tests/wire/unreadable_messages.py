@@ -53,7 +53,7 @@ class AnUnreadableMessage(WireTest):
         ours = self.ours(self.NAME)
         return ours, self.publisher_for(lambda endpoint: ours.open("Subscriber", endpoint))
 
-    def test_is_told_by_a_subscriber_which_then_receives_the_next(self):
+    def test_is_reported_by_a_subscriber_which_then_receives_the_next(self):
         ours, stock = self.opened_subscriber()
         for case, (_, encoding, _, _) in CASES.items():
             with self.subTest(case):
@@ -62,7 +62,7 @@ class AnUnreadableMessage(WireTest):
                 self.expect_refused(ours, case)
                 self.expect_good(ours)
 
-    def test_is_told_by_a_replier_which_can_still_answer_it_and_then_receives_the_next(self):
+    def test_is_reported_by_a_replier_which_can_still_answer_it_and_then_receives_the_next(self):
         ours, endpoint = self.bound("Replier", name=self.NAME)
         stock = self.stock_connected(zmq.REQ, endpoint)
         for case, (_, encoding, _, _) in CASES.items():
@@ -76,7 +76,7 @@ class AnUnreadableMessage(WireTest):
                 ours.send(reply("good"))
                 self.assertEqual(stock.recv(), reply("good").SerializeToString())
 
-    def test_is_told_by_a_requester_whose_next_exchange_works(self):
+    def test_is_reported_by_a_requester_whose_next_exchange_works(self):
         stock, endpoint = self.stock_bound(zmq.REP)
         ours = self.connected("Requester", endpoint, name=self.NAME)
         for case, (_, encoding, _, _) in CASES.items():
