@@ -61,7 +61,7 @@ std::string dumped(const Json& json, int indent) {
   return json.dump(indent, ' ', false, Json::error_handler_t::replace);
 }
 
-/// Appends to a text in two columns: names, and what is to be known of them.
+/// Appends to a text in two columns: names and their descriptions.
 class Page {
  public:
   void heading(std::string_view title) {

@@ -93,9 +93,9 @@ std::string manualText(const EngineManual& manual);
 /// describes its members.
 std::string manualJson(const EngineManual& manual);
 
-/// Reads a manual of that form. Members that it does not know are ignored; of those that it knows, only
-/// names, types and "step" have to be there. Throws TAMBRuntimeError, one line that quotes what is wrong and
-/// states what is expected. Takes time and memory in proportion to the text. Any thread.
+/// Reads a manual in that form. Unknown members are ignored; of the known ones, only names, types and "step"
+/// are required. Throws TAMBRuntimeError, one line that quotes the wrong part and states what was expected.
+/// Takes time and memory in proportion to the text. Any thread.
 EngineManual manualFrom(std::string_view json);
 
 }  // namespace qor::engines

@@ -30,7 +30,7 @@ std::string quote(const Json& value) {
   return text.size() <= longestQuotation ? text : fmt::format("{}...", base::cutUtf8(text, longestQuotation));
 }
 
-/// The member as the type that is asked for, or a default where it is missing.
+/// The member as the requested type; a default if it is missing.
 template <class Value>
 Value member(const Json& object, const char* name, bool (Json::*isOfType)() const noexcept,
              const char* expected) {
@@ -42,7 +42,7 @@ Value member(const Json& object, const char* name, bool (Json::*isOfType)() cons
   return found->get<Value>();
 }
 
-/// A terminal must not obey what is printed of a manual.
+/// Rejects control characters, because manuals are printed to terminals.
 std::string requireOneLine(std::string text) {
   for (std::string_view rest = text; !rest.empty();) {
     const auto character = base::firstCharacter(rest);
