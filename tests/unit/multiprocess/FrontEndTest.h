@@ -153,12 +153,15 @@ class FrontEndTest : public ::testing::Test {
     test::BackgroundCall configuring([&] {
       frontEnd_->SetInitConfig(TcpEngineFrontEnd::GenerateConfig(requestEndpoint, statusEndpoint));
     });
-    // Not the one of an earlier configuration.
-    ASSERT_TRUE(socket::inproc::waitUntil(statuses, [&](const socket::inproc::SocketState& state) {
-      return state.endpoint == statusEndpoint && state.blockedIn == Operation::Poll;
-    }));
+    ASSERT_TRUE(waitUntilReceiving(statusEndpoint));
     publish(proto::EngineStatus::Undefined);
     configuring.get();
+  }
+  /// Waits, at most 10 s, until the front end polls for statuses at that endpoint.
+  static bool waitUntilReceiving(const std::string& statusEndpoint) {
+    return socket::inproc::waitUntil(statuses, [&](const socket::inproc::SocketState& state) {
+      return state.endpoint == statusEndpoint && state.blockedIn == Operation::Poll;
+    });
   }
   /// Returns once the first heartbeat is over and a first status has come.
   void connect() {

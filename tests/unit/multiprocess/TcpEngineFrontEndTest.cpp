@@ -143,12 +143,17 @@ TEST_F(TcpEngineFrontEndConfiguration, ComingSecondLeavesTheExchangeUnderWayItsS
   BackgroundCall pinging([&] { frontEnd_->Ping(1); });
   ASSERT_TRUE(gate.waitUntilReached());
   const ScriptedBackEnd second("inproc://second-requests");
-  BackgroundCall reconfiguring([&] { configure("inproc://second-requests", "inproc://second-status"); });
+  BackgroundCall reconfiguring([&] {
+    frontEnd_->SetInitConfig(
+        TcpEngineFrontEnd::GenerateConfig("inproc://second-requests", "inproc://second-status"));
+  });
   // The threads of the first configuration end before.
   EXPECT_TRUE(socket::inproc::waitUntilClosed(statuses));
   EXPECT_TRUE(reconfiguring.waitUntilBlocked());
   gate.open();
   EXPECT_TRUE(pinging.endsWithin(patience));
+  ASSERT_TRUE(waitUntilReceiving("inproc://second-status"));
+  publish(proto::EngineStatus::Undefined);
   EXPECT_TRUE(reconfiguring.endsWithin(patience));
   EXPECT_NO_THROW(reconfiguring.get());
   EXPECT_TRUE(log_.recordsWith("Failed sending ping").empty());
