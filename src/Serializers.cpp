@@ -114,6 +114,20 @@ void read(const proto::ParametersCollectionCommon& data, const Take& take) {
 
 }  // namespace
 
+std::string EngineStatus::ToString(EngineStatus status) {
+  switch (status) {
+    case Running:
+      return "Running";
+    case Idle:
+      return "Idle";
+    case EndOfLife:
+      return "EndOfLife";
+    case Undefined:
+      break;
+  }
+  return "Undefined";
+}
+
 proto::ParametersCollectionPrototype Serializers::ParametersCollectionPrototypeToProtoBuf(
     // NOLINTNEXTLINE(performance-unnecessary-value-param): as the two are known by others
     std::shared_ptr<const IParametersCollectionPrototype> prototype) {

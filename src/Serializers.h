@@ -5,11 +5,11 @@
 #include <atomic>
 #include <cstddef>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 
 #include "Checks.h"
+#include "Clock.h"
 #include "CommandAndNotification.pb.h"
 #include "qor/socket/Socket.h"
 #include "tamb/IParametersCollection.h"
@@ -58,6 +58,30 @@ void MediaTimeToProtoBuf(const tamb::MediaTime& time, proto::MediaTime& message)
 tamb::MediaTime MediaTimeFromProtoBuf(const proto::MediaTime& message);
 
 }  // namespace qor::multiprocess_communication::Serializers
+
+/// What both ends of the engine control channel share.
+namespace qor::multiprocess_communication {
+
+namespace EngineStatus {
+
+/// The status of an engine, as its process publishes it; numbered like the enumeration on the wire.
+enum EngineStatus : int {
+  Undefined = 0,
+  Running = 1,
+  Idle = 2,
+  EndOfLife = 3,
+};
+
+/// The enumerator's name; "Undefined" for any other value.
+std::string ToString(EngineStatus status);
+
+}  // namespace EngineStatus
+
+/// The front end's bound on the encoding of a reply, in bytes. The back end cuts an error text that would
+/// exceed it.
+inline constexpr unsigned int engineReplySizeBound = 8'192;
+
+}  // namespace qor::multiprocess_communication
 
 /// The two halves of a channel that carries lists of commands or notifications one way.
 namespace qor::multiprocess_communication {
@@ -151,12 +175,12 @@ class ListSender {
   /// Calls `call` between two sends.
   template <class Call>
   void whileNobodySends(const Call& call) {
-    const std::lock_guard lock(mutex_);
+    const Lock lock(mutex_);
     call();
   }
 
  private:
-  std::mutex mutex_;
+  Mutex mutex_;  ///< held while the socket sends or binds
   SpareMessage<List> spareList_;
 };
 

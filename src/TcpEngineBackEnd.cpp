@@ -80,20 +80,6 @@ void joinIfPresent(const std::shared_ptr<std::thread>& thread) {
 
 }  // namespace
 
-std::string EngineStatus::ToString(EngineStatus status) {
-  switch (status) {
-    case Running:
-      return "Running";
-    case Idle:
-      return "Idle";
-    case EndOfLife:
-      return "EndOfLife";
-    case Undefined:
-      break;
-  }
-  return "Undefined";
-}
-
 TcpEngineBackEnd::TcpEngineBackEnd(std::shared_ptr<tamb::IEngineFrontEnd> engine,
                                    const SocketEndpoint& requestEndpoint,
                                    const SocketEndpoint& statusEndpoint)
@@ -131,12 +117,12 @@ void TcpEngineBackEnd::stop() {
   changeEngineStatus(EngineStatus::EndOfLife);
   std::shared_ptr<std::thread> engineRunThread;
   {
-    const std::lock_guard lock(engineRunMutex_);
+    const Lock lock(engineRunMutex_);
     stopCommandReception_ = true;
     engineRunThread = engineRunThread_;
   }
   {
-    const std::lock_guard lock(statusMutex_);
+    const Lock lock(statusMutex_);
     stopStatusPublication_ = true;
     // The thread may have published the end before it could see that it is to stop.
     statusChanged_.notify_all();
@@ -147,10 +133,10 @@ void TcpEngineBackEnd::stop() {
 }
 
 void TcpEngineBackEnd::waitForFrontEndTermination() {
-  std::unique_lock lock(frontEndMutex_);
+  Lock lock(frontEndMutex_);
   while (!frontEndTerminated_) {
     const auto deadline = clock_->now() + frontEndSilence;
-    clock_->waitUntil(frontEndActivity_, lock, deadline);
+    clock_->waitUntil(frontEndActivity_, lock.forWaiting(), deadline);
     if (clock_->now() >= deadline) {
       lock.unlock();
       logWarning(formatMessage("Engine backend left because of timeout on frontend heartbeat"));
@@ -161,28 +147,28 @@ void TcpEngineBackEnd::waitForFrontEndTermination() {
 
 void TcpEngineBackEnd::changeEngineStatus(EngineStatus::EngineStatus status) {
   // Two changes at once would both find the one before published, and the later pass over the earlier.
-  const std::lock_guard change(statusChangeMutex_);
+  const Lock change(statusChangeMutex_);
   {
-    std::unique_lock lock(statusMutex_);
+    Lock lock(statusMutex_);
     const auto deadline = clock_->steadyNow() + longestPublication;
     while (publishedChanges_ != statusChanges_ && !isPublicationOver_ && !stopStatusPublication_ &&
            clock_->steadyNow() < deadline) {
-      clock_->waitUntil(statusPublished_, lock, deadline);
+      clock_->waitUntil(statusPublished_, lock.forWaiting(), deadline);
     }
   }
   logChangeTo(status);
-  const std::lock_guard lock(statusMutex_);
+  const Lock lock(statusMutex_);
   engineStatus_ = status;
   ++statusChanges_;
   statusChanged_.notify_all();
 }
 
 bool TcpEngineBackEnd::waitForEngineStatusChange(unsigned int milliseconds) {
-  std::unique_lock lock(statusMutex_);
+  Lock lock(statusMutex_);
   // A change that came while the last status was being sent has notified nobody.
   if (stopStatusPublication_ || sentChanges_ != statusChanges_) return true;
   const auto deadline = clock_->now() + std::chrono::milliseconds(milliseconds);
-  return clock_->waitUntil(statusChanged_, lock, clock_->commonEnd(deadline));
+  return clock_->waitUntil(statusChanged_, lock.forWaiting(), clock_->commonEnd(deadline));
 }
 
 void TcpEngineBackEnd::engineRunThreadFunction() {
@@ -248,7 +234,7 @@ void TcpEngineBackEnd::handleRunRequest(Socket& socket) {
 
 std::string TcpEngineBackEnd::startEngineRun() {
   if (!engine_) return noEngine;
-  const std::lock_guard lock(engineRunMutex_);
+  const Lock lock(engineRunMutex_);
   if (engineRunThread_) return "An engine run thread already exists";
   // The destructor may have looked for a run thread to join already.
   if (stopCommandReception_) return "Request error";
@@ -291,7 +277,7 @@ void TcpEngineBackEnd::handleFrontEndTerminationRequest(Socket& socket) {
 void TcpEngineBackEnd::endWaitForFrontEndTermination() { noteFrontEndTermination(); }
 
 void TcpEngineBackEnd::noteFrontEndTermination() {
-  const std::lock_guard lock(frontEndMutex_);
+  const Lock lock(frontEndMutex_);
   frontEndTerminated_ = true;
   frontEndActivity_.notify_all();
 }
@@ -364,13 +350,13 @@ void TcpEngineBackEnd::receiveAndDispatch(Socket& socket, Request& request) {
   } catch (const std::runtime_error& error) {
     logError(formatMessage(std::string("Failed receiving frontend command: ") + error.what()));
   }
-  const std::lock_guard lock(frontEndMutex_);
+  const Lock lock(frontEndMutex_);
   frontEndActivity_.notify_all();
 }
 
 void TcpEngineBackEnd::engineStatusPublicationThreadFunction(const SocketEndpoint& endpoint) {
   publishStatuses(endpoint);
-  const std::lock_guard lock(statusMutex_);
+  const Lock lock(statusMutex_);
   isPublicationOver_ = true;
   statusPublished_.notify_all();
 }
@@ -390,7 +376,7 @@ void TcpEngineBackEnd::publishStatuses(const SocketEndpoint& endpoint) {
   const auto first = death_ ? EngineStatus::EndOfLife : EngineStatus::Idle;
   // A request may have been quicker, and the engine be running.
   const bool isFirst = [&] {
-    const std::lock_guard lock(statusMutex_);
+    const Lock lock(statusMutex_);
     if (engineStatus_ != EngineStatus::Undefined) return false;
     engineStatus_ = first;
     ++statusChanges_;
@@ -419,12 +405,12 @@ void TcpEngineBackEnd::publicationLoop(Socket& socket) {
 void TcpEngineBackEnd::publishStatus(Socket& socket, proto::EngineStatus& message) {
   unsigned int changes = 0;
   {
-    const std::lock_guard lock(statusMutex_);
+    const Lock lock(statusMutex_);
     sentStatus_ = engineStatus_;
     changes = sentChanges_ = statusChanges_;
   }
   if (!sendStatus(socket, message, sentStatus_)) return;
-  const std::lock_guard lock(statusMutex_);
+  const Lock lock(statusMutex_);
   publishedChanges_ = changes;
   statusPublished_.notify_all();
 }

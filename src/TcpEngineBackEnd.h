@@ -3,36 +3,18 @@
 #include <atomic>
 #include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
 
 #include "Clock.h"
+#include "Serializers.h"
 #include "TcpEngine.pb.h"
 #include "qor/socket/Socket.h"
 #include "qor/utils/MessageFormatter.h"
 #include "tamb/IEngineFrontEnd.h"
 
 namespace qor::multiprocess_communication {
-
-namespace EngineStatus {
-
-/// What an engine process says of its engine; numbered as the wire's enumeration.
-enum EngineStatus : int {
-  Undefined = 0,
-  Running = 1,
-  Idle = 2,
-  EndOfLife = 3,
-};
-
-/// The enumerator's name; "Undefined" for any other value.
-std::string ToString(EngineStatus status);
-
-}  // namespace EngineStatus
-
-/// The front end's bound on the encoding of a reply, in bytes. A longer error text is cut to what fits.
-inline constexpr unsigned int engineReplySizeBound = 8'192;
 
 /// How an engine's process died, in one line.
 struct EngineDeath {
@@ -126,19 +108,22 @@ class TcpEngineBackEnd final : public utils::MessageFormatter {
   Reply reply_;  ///< the reception thread's, used again and again
   std::shared_ptr<std::thread> statusPublicationThread_;
   std::atomic<bool> stopStatusPublication_{false};
-  std::mutex engineRunMutex_;  ///< guards the pointer to the thread, and that none is started after the stop
-  std::shared_ptr<std::thread> engineRunThread_;
-  std::mutex statusChangeMutex_;  ///< held for the whole of a change; taken before the next
-  std::mutex statusMutex_;        ///< guards what follows up to the next mutex
+  Mutex engineRunMutex_;  ///< also held to set stopCommandReception_, so that no run starts after that
+  std::shared_ptr<std::thread> engineRunThread_ MULTIPROCESS_GUARDED_BY(engineRunMutex_);
+  Mutex statusChangeMutex_;  ///< held for the whole of a change; taken before statusMutex_
+  Mutex statusMutex_;        ///< also held to change what the two conditions report
   std::condition_variable statusChanged_;
   std::condition_variable statusPublished_;
   std::atomic<EngineStatus::EngineStatus> engineStatus_{EngineStatus::Undefined};
-  unsigned int statusChanges_ = 0;     ///< so many have been made,
-  unsigned int sentChanges_ = 0;       ///< so many were passed to the socket, with whatever success,
-  unsigned int publishedChanges_ = 0;  ///< and so many have been published
-  bool isPublicationOver_ = false;
+  /// How many changes of status have been made,
+  unsigned int statusChanges_ MULTIPROCESS_GUARDED_BY(statusMutex_) = 0;
+  /// how many of them were passed to the socket, successfully or not,
+  unsigned int sentChanges_ MULTIPROCESS_GUARDED_BY(statusMutex_) = 0;
+  /// and how many have been published.
+  unsigned int publishedChanges_ MULTIPROCESS_GUARDED_BY(statusMutex_) = 0;
+  bool isPublicationOver_ MULTIPROCESS_GUARDED_BY(statusMutex_) = false;
   EngineStatus::EngineStatus sentStatus_ = EngineStatus::Undefined;  ///< the publication thread's own
-  std::mutex frontEndMutex_;
+  Mutex frontEndMutex_;  ///< held to change what the next condition reports
   std::condition_variable frontEndActivity_;
   std::atomic<bool> frontEndTerminated_{false};
 };

@@ -99,7 +99,7 @@ void TcpEngineFrontEnd::SetInitConfig(std::shared_ptr<const tamb::IParametersCol
   }
   const auto requestEndpoint = SocketEndpoint::FromString(config->GetUTF8String(requestEndpointKey));
   {
-    const std::lock_guard lock(requestMutex_);
+    const Lock lock(requestMutex_);
     // It may be connected to the back end of an earlier configuration, and an open socket cannot be opened.
     commandSocket_.close();
     commandSocket_.createAndConnect(socket::Protocol::Requester, requestEndpoint, connectMilliseconds);
@@ -149,7 +149,7 @@ void TcpEngineFrontEnd::Ping(unsigned int timeOutMilliseconds) {
 
 void TcpEngineFrontEnd::RequestStop() {
   // A stop that came ahead of the run, while Run waits for a status, would stop nothing.
-  const std::lock_guard order(runRequestMutex_);
+  const Lock order(runRequestMutex_);
   try {
     sendRequestGetReply(Request::RequestStop, 0);
   } catch (const std::exception& error) {
@@ -180,7 +180,7 @@ void TcpEngineFrontEnd::SetNotificationHubBackEnd(std::shared_ptr<tamb::INotific
 
 std::string TcpEngineFrontEnd::sendRequestGetReply(proto::EngineFrontEndRequest_RequestType type,
                                                    unsigned int timeOutMilliseconds) {
-  std::unique_lock lock(requestMutex_);
+  Lock lock(requestMutex_);
   const Reply reply = exchange(type, timeOutMilliseconds);
   lock.unlock();
   return resultOf(reply);
@@ -201,11 +201,11 @@ TcpEngineFrontEnd::Reply TcpEngineFrontEnd::exchange(proto::EngineFrontEndReques
 
 TcpEngineFrontEnd::RequestedRun TcpEngineFrontEnd::requestRun() {
   RequestedRun run{.configuration = configuration(), .runsBefore = 0};
-  const std::lock_guard order(runRequestMutex_);
+  const Lock order(runRequestMutex_);
   waitForRecentStatus(run.configuration);
-  std::unique_lock lock(requestMutex_);
+  Lock lock(requestMutex_);
   {
-    const std::lock_guard statusLock(statusMutex_);
+    const Lock statusLock(statusMutex_);
     if (configuration_ != run.configuration) {
       throw std::runtime_error("another configuration was set before the run was requested");
     }
@@ -230,35 +230,38 @@ std::string TcpEngineFrontEnd::resultOf(const Reply& reply) const {
 
 bool TcpEngineFrontEnd::waitForEngineStatusChange(IClock::TimePoint deadline,
                                                   EngineStatus::EngineStatus seen) {
-  std::unique_lock lock(statusMutex_);
+  Lock lock(statusMutex_);
   // A change that came since the caller looked has notified nobody.
   if (remoteEngineStatus_ != seen) return true;
-  return clock_->waitUntil(statusChanged_, lock, deadline);
+  return clock_->waitUntil(statusChanged_, lock.forWaiting(), deadline);
 }
 
 void TcpEngineFrontEnd::waitForRecentStatus(unsigned int configuration) {
-  std::unique_lock lock(statusMutex_);
-  const auto isRecent = [&] { return lastStatus_ && clock_->steadyNow() - *lastStatus_ <= oldestStatus; };
+  Lock lock(statusMutex_);
+  const auto isRecent = [&]() MULTIPROCESS_REQUIRES(statusMutex_) {
+    return lastStatus_ && clock_->steadyNow() - *lastStatus_ <= oldestStatus;
+  };
   const auto deadline = clock_->steadyNow() + timeForStatus;
   while (isReceiving_ && configuration_ == configuration && !isRecent() && clock_->steadyNow() < deadline) {
-    clock_->waitUntil(receptionChanged_, lock, deadline);
+    clock_->waitUntil(receptionChanged_, lock.forWaiting(), deadline);
   }
 }
 
 bool TcpEngineFrontEnd::waitForRun(IClock::TimePoint deadline, const RequestedRun& run) {
-  std::unique_lock lock(statusMutex_);
-  const auto isOver = [&] {
+  Lock lock(statusMutex_);
+  const auto isOver = [&]() MULTIPROCESS_REQUIRES(statusMutex_) {
     return remoteEngineStatus_ == EngineStatus::Running || runsSeen_ != run.runsBefore ||
            configuration_ != run.configuration;
   };
-  while (!isOver() && clock_->now() < deadline) clock_->waitUntil(statusChanged_, lock, deadline);
+  while (!isOver() && clock_->now() < deadline)
+    clock_->waitUntil(statusChanged_, lock.forWaiting(), deadline);
   return isOver();
 }
 
 void TcpEngineFrontEnd::waitForRunEnd(const RequestedRun& run) {
-  std::unique_lock lock(statusMutex_);
+  Lock lock(statusMutex_);
   while (remoteEngineStatus_ == EngineStatus::Running && configuration_ == run.configuration) {
-    clock_->waitUntil(statusChanged_, lock, clock_->commonEnd(clock_->now() + statusSlice));
+    clock_->waitUntil(statusChanged_, lock.forWaiting(), clock_->commonEnd(clock_->now() + statusSlice));
   }
 }
 
@@ -266,7 +269,7 @@ void TcpEngineFrontEnd::reset() {
   changeConfiguration();
   stopStatusReception_ = true;
   {
-    const std::lock_guard lock(heartBeatMutex_);
+    const Lock lock(heartBeatMutex_);
     stopHeartBeat_ = true;
     heartBeatStopped_.notify_all();
   }
@@ -278,14 +281,14 @@ void TcpEngineFrontEnd::reset() {
 }
 
 void TcpEngineFrontEnd::changeConfiguration() {
-  const std::lock_guard lock(statusMutex_);
+  const Lock lock(statusMutex_);
   ++configuration_;
   statusChanged_.notify_all();
   receptionChanged_.notify_all();
 }
 
 unsigned int TcpEngineFrontEnd::configuration() {
-  const std::lock_guard lock(statusMutex_);
+  const Lock lock(statusMutex_);
   return configuration_;
 }
 
@@ -357,12 +360,12 @@ TcpEngineFrontEnd::Polled TcpEngineFrontEnd::pollStatus(Socket& socket, proto::E
 }
 
 void TcpEngineFrontEnd::noteLife() {
-  const std::lock_guard lock(statusMutex_);
+  const Lock lock(statusMutex_);
   lastSign_ = clock_->steadyNow();
 }
 
 void TcpEngineFrontEnd::noteStatus() {
-  const std::lock_guard lock(statusMutex_);
+  const Lock lock(statusMutex_);
   lastSign_ = clock_->steadyNow();
   lastStatus_ = lastSign_;
   receptionChanged_.notify_all();
@@ -373,7 +376,7 @@ void TcpEngineFrontEnd::endSilence() {
   const bool isAlive = status == EngineStatus::Running || status == EngineStatus::Idle;
   // However alive the back end is, its engine's end is not seen while its statuses cannot be received.
   const auto lastSign = [&] {
-    const std::lock_guard lock(statusMutex_);
+    const Lock lock(statusMutex_);
     return isDeaf_ ? lastStatus_.value_or(lastSign_) : lastSign_;
   }();
   if (!isAlive || clock_->steadyNow() - lastSign < longestSilence) {
@@ -389,7 +392,7 @@ void TcpEngineFrontEnd::endSilence() {
 }
 
 void TcpEngineFrontEnd::changeReception(bool isUnderWay) {
-  const std::lock_guard lock(statusMutex_);
+  const Lock lock(statusMutex_);
   isReceiving_ = isUnderWay;
   lastStatus_.reset();
   receptionChanged_.notify_all();
@@ -397,7 +400,7 @@ void TcpEngineFrontEnd::changeReception(bool isUnderWay) {
 
 void TcpEngineFrontEnd::changeRemoteStatus(EngineStatus::EngineStatus status) {
   if (remoteEngineStatus_.exchange(status) == status) return;
-  const std::lock_guard lock(statusMutex_);
+  const Lock lock(statusMutex_);
   if (status == EngineStatus::Running) ++runsSeen_;
   statusChanged_.notify_all();
 }
@@ -418,10 +421,11 @@ void TcpEngineFrontEnd::heartBeatThreadFunction() {
 }
 
 void TcpEngineFrontEnd::sleepUntilNextHeartBeat() {
-  std::unique_lock lock(heartBeatMutex_);
+  Lock lock(heartBeatMutex_);
   // A controller must not fall silent because the time of day is set back.
   const auto end = clock_->commonEnd(clock_->steadyNow() + heartBeatPause);
-  while (!stopHeartBeat_ && clock_->steadyNow() < end) clock_->waitUntil(heartBeatStopped_, lock, end);
+  while (!stopHeartBeat_ && clock_->steadyNow() < end)
+    clock_->waitUntil(heartBeatStopped_, lock.forWaiting(), end);
 }
 
 void TcpEngineFrontEnd::logFailedExchange(const char* what, const std::exception& error) const {

@@ -3,15 +3,14 @@
 #include <atomic>
 #include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
 
 #include "Checks.h"
 #include "Clock.h"
+#include "Serializers.h"
 #include "TcpEngine.pb.h"
-#include "TcpEngineBackEnd.h"
 #include "qor/socket/Socket.h"
 #include "qor/utils/MessageFormatter.h"
 #include "tamb/IEngineFrontEnd.h"
@@ -93,7 +92,8 @@ class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFor
   std::string sendRequestGetReply(proto::EngineFrontEndRequest_RequestType type,
                                   unsigned int timeOutMilliseconds);
   /// One exchange, with requestMutex_ held.
-  Reply exchange(proto::EngineFrontEndRequest_RequestType type, unsigned int timeOutMilliseconds);
+  Reply exchange(proto::EngineFrontEndRequest_RequestType type, unsigned int timeOutMilliseconds)
+      MULTIPROCESS_REQUIRES(requestMutex_);
   std::string resultOf(const Reply& reply) const;
   /// Throws what a failed exchange does, and std::runtime_error when another configuration came first.
   RequestedRun requestRun();
@@ -133,24 +133,27 @@ class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFor
   std::atomic<bool> stopStatusReception_{false};
   /// Held from ahead of the wait for a status until the run has been requested, and for a stop. Taken before
   /// requestMutex_, and that before statusMutex_.
-  std::mutex runRequestMutex_;
-  std::mutex requestMutex_;  ///< held for a whole exchange on the command socket
+  Mutex runRequestMutex_;
+  Mutex requestMutex_;  ///< held for a whole exchange on the command socket
   socket::Socket commandSocket_;
   std::shared_ptr<std::thread> heartBeatThread_;
   std::atomic<bool> stopHeartBeat_{false};
-  std::mutex heartBeatMutex_;  ///< with the condition: lets reset() end the sleep between two heartbeats
+  Mutex heartBeatMutex_;  ///< with the condition: lets reset() end the sleep between two heartbeats
   std::condition_variable heartBeatStopped_;
   unsigned int pollsInVain_ = 0;  ///< the status thread's own; since the last sign was too long ago
-  bool isDeaf_ = false;     ///< the status thread's own; a poll or a receive has failed since the last status
-  std::mutex statusMutex_;  ///< guards the next seven
+  bool isDeaf_ = false;  ///< the status thread's own; a poll or a receive has failed since the last status
+  Mutex statusMutex_;    ///< also held to change what the two conditions report
   std::condition_variable statusChanged_;
   std::condition_variable receptionChanged_;
-  unsigned int configuration_ = 0;  ///< changes with the command socket's peer, and ahead of that
-  unsigned int runsSeen_ = 0;       ///< so many times the status became Running
-  bool isReceiving_ = false;
-  /// When a status came; without a value before the first.
-  std::optional<IClock::SteadyTimePoint> lastStatus_;
-  IClock::SteadyTimePoint lastSign_;  ///< when a status or a reply came, or reception began
+  /// Changes with the command socket's peer, and before it.
+  unsigned int configuration_ MULTIPROCESS_GUARDED_BY(statusMutex_) = 0;
+  /// How often the status has become Running.
+  unsigned int runsSeen_ MULTIPROCESS_GUARDED_BY(statusMutex_) = 0;
+  bool isReceiving_ MULTIPROCESS_GUARDED_BY(statusMutex_) = false;
+  /// When the last status was received; empty before the first.
+  std::optional<IClock::SteadyTimePoint> lastStatus_ MULTIPROCESS_GUARDED_BY(statusMutex_);
+  /// When a status or a successful reply was last received, or reception began.
+  IClock::SteadyTimePoint lastSign_ MULTIPROCESS_GUARDED_BY(statusMutex_);
   std::atomic<EngineStatus::EngineStatus> remoteEngineStatus_{EngineStatus::Undefined};
   unsigned int engineId_ = 0;
   std::string workflowManagerId_;
