@@ -10,7 +10,7 @@ namespace qor::multiprocess_communication {
 
 namespace {
 
-/// False when there is no writer, or when it throws: then somebody else has to take the record.
+/// False when there is no writer, or when it throws: the record must go elsewhere.
 bool writeToLogger(tamb::LogLevel level, const std::string& message, ReportSite site) noexcept {
   try {
     const auto writer = tamb::GetCurrentLoggerWriter();
@@ -29,7 +29,7 @@ void report(tamb::LogLevel level, const std::string& message, ReportSite site) n
   if (writeToLogger(level, message, site)) return;
   try {
     std::cerr << tamb::ToString(level) + ' ' + message + '\n' << std::flush;
-  } catch (...) {  // There is nowhere left to tell it, and what was reported goes on all the same.
+  } catch (...) {  // There is nowhere left to report it, and the caller continues in any case.
   }
 }
 

@@ -10,11 +10,11 @@
 
 namespace qor::multiprocess_communication {
 
-/// Where a report says that it comes from.
+/// The place that a report names as its origin.
 struct ReportSite {
   /// The source path without its ending, as in "src/Serializers".
   const char* source;
-  /// Where it is fixed it is a part of the report, as its text is, and need not be the line of the code.
+  /// A fixed line is a part of the report, like its text, and may differ from the line of the code.
   int line;
 };
 
@@ -22,17 +22,17 @@ struct ReportSite {
 /// is none or it throws. Any thread.
 void report(tamb::LogLevel level, const std::string& message, ReportSite site) noexcept;
 
-/// A text, or something that composes one when it is called: only a failure pays for composing it.
+/// A text, or a callable that composes one: only a failed check calls it.
 template <class T>
 concept ReportText = std::convertible_to<T, std::string> || std::is_invocable_r_v<std::string, T>;
 
-/// The checks of a class, or of a group of free functions. A check that fails writes one error record and
-/// throws tamb::TAMBRuntimeError with the same message; one that holds costs a branch. Made where it is used:
-/// it refers to the object whose header its texts carry. The line may be left out where none is fixed, and is
-/// then the caller's.
+/// The checks of a class or of a group of free functions. A failed check writes one error record and throws
+/// tamb::TAMBRuntimeError with the same message; a passed check costs one branch. Construct it where it is
+/// used: it refers to the object whose header its texts contain. Without a line argument, a report names the
+/// caller's line.
 class Checks {
  public:
-  /// `formatter` decorates the texts; without one they stand as they are.
+  /// `formatter` decorates the texts; without one they are reported as they are.
   explicit constexpr Checks(const char* source, const utils::IMessageFormatter* formatter = nullptr)
       : source_(source), formatter_(formatter) {}
 
@@ -67,20 +67,20 @@ class Checks {
     }
   }
 
-  /// For what can never succeed.
+  /// Always fails.
   template <ReportText Text>
   [[noreturn]] void never(const Text& text, int line = __builtin_LINE()) const {
     fail(compose(text), "]", line);
   }
 
-  /// Writes a record as a failed check does, without brackets, and goes on. It reports failures that are
-  /// survived, so that it throws nothing itself.
+  /// Writes a record like a failed check, without brackets, and returns. It reports failures after which the
+  /// caller continues, so that it does not throw.
   template <ReportText Text>
   void log(const Text& text, int line = __builtin_LINE(),
            tamb::LogLevel level = tamb::LogLevel::Error) const noexcept {
     try {
       report(level, decorate(compose(text)), {source_, line});
-    } catch (...) {  // for want of memory
+    } catch (...) {  // out of memory
       report(level, "a report whose text could not be composed", {source_, line});
     }
   }

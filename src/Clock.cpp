@@ -4,8 +4,8 @@ namespace qor::multiprocess_communication {
 
 namespace {
 
-/// Of a hundred engines each has threads that wait for a second, again and again. A processor that is woken
-/// for five of them at a time spends a third less on them all.
+/// Each of a hundred engines has threads that wait for a second, again and again. Waking the processor for
+/// five of them at a time saves a third of the processor time.
 constexpr std::chrono::milliseconds commonWakeUp{50};
 
 class TheSystemClock : public IClock {

@@ -84,7 +84,7 @@ void RemoteEngineFrontEnd::createEngines() {
       ReportLine::incomplete);
   requireConfigured(serviceEndpointKey, ReportLine::missingServiceEndpoint);
   const std::string serviceEndpoint = initConfig_->GetUTF8String(serviceEndpointKey);
-  // There is one transport only: which one is configured makes no difference, but that one is does.
+  // There is only one transport: the key must be present, but its value makes no difference.
   requireConfigured(transportKey, ReportLine::missingTransport);
 
   api::ApiToServiceRequest request = submissionOf(*engineDescription_);
@@ -94,7 +94,7 @@ void RemoteEngineFrontEnd::createEngines() {
   socket.sendProtoBuf(&request);
   api::ServiceToApiReply reply;
   socket.receiveProtoBuf(&reply, replySizeBound);
-  // The reply stands behind the decorated text, whatever the decoration is.
+  // The reply follows the decorated text, whatever the decoration.
   Checks(source).isTrue(
       reply.kind() == api::ServiceToApiReply::ENGINE_SUBMITTED,
       [&] { return formatMessage("Unexpected reply from service: ") + reply.DebugString(); },
@@ -105,7 +105,7 @@ void RemoteEngineFrontEnd::createEngines() {
   const auto notificationEndpoint = SocketEndpoint::FromString(engine.notificationendpoint());
   commandProxy_->connectEndpoint(commandEndpoint);
   notificationProxy_->startSubscriptionThread(notificationEndpoint);
-  // Last: from here on the engine's process is watched, and watches.
+  // Last: from here on, each process watches the other.
   engineProxy_->SetInitConfig(
       TcpEngineFrontEnd::GenerateConfig(engine.requestendpoint(), engine.statusendpoint()));
 }

@@ -12,17 +12,17 @@
 
 namespace qor::multiprocess_communication {
 
-/// An engine that runs in another process, as its host drives it: once it has both its configuration and its
-/// description, it submits the engine to the submission service, and connects its three channels to the
+/// The host's proxy of an engine that runs in another process. When it has both its configuration and its
+/// description, it submits the engine to the submission service and connects its three channels to the
 /// process that the service has started.
 ///
-/// It has no thread and no lock of its own. The proxies of the command and the notification channel exist
-/// from the construction on, so that the host can have them before there is anything to connect to; each
+/// It has no thread and no lock of its own. The constructor makes the proxies of the command and notification
+/// channels, so that the host can use them before there is anything to connect to; each
 /// lives as long as its last owner.
 class RemoteEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFormatter {
  public:
-  /// The two string parameters that SetInitConfig expects: "QorServiceEndpoint", where the service is, and
-  /// "CommunicationTransport", which has to be there and is not read.
+  /// The two string parameters that SetInitConfig expects: "QorServiceEndpoint", the service's endpoint, and
+  /// "CommunicationTransport", which must be present but is not read.
   static std::shared_ptr<const tamb::IParametersCollectionPrototype> GetParametersCollectionPrototype();
 
   RemoteEngineFrontEnd();
@@ -40,7 +40,7 @@ class RemoteEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::Message
   void SetInitConfig(std::shared_ptr<const tamb::IParametersCollectionInstance> config) override;
   void AddEngineDescription(std::shared_ptr<tamb::IEngineDescription> description) override;
 
-  /// The rest is the engine control proxy's.
+  /// All other operations call the engine control proxy.
   tamb::EngineStatus GetStatus() const override;
   std::string GetLastErrorMessage() const override;
   tamb::TimeInfo GetCurrentTimeInfo(const std::string& name) const override;
@@ -54,7 +54,7 @@ class RemoteEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::Message
   void Ping(unsigned int timeOutMilliseconds) override;
   void RequestStop() override;
   void WaitForStop(unsigned int timeOutMilliseconds) override;
-  /// Of this proxy only: the command proxy has an id of its own.
+  /// For this proxy only: the command proxy has its own id.
   void SetWorkflowManagerId(std::string id) override;
   void SetEngineId(unsigned int id) override;
   std::string GetWorkflowManagerId() const override;

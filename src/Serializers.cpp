@@ -13,7 +13,7 @@ using tamb::IParametersCollectionInstance;
 using tamb::IParametersCollectionPrototype;
 using tamb::TambType;
 
-/// An operation that writes, as it is named in its reports.
+/// A writing operation, as its reports name it.
 struct Writer {
   const char* name;
   int line;
@@ -21,7 +21,7 @@ struct Writer {
 constexpr Writer prototypeWriter{"Serializers::ParametersCollectionPrototypeToProtoBuf", 139};
 constexpr Writer instanceWriter{"Serializers::ParametersCollectionInstanceToProtoBuf", 281};
 
-/// What a prototype has for the keys of each type.
+/// The operations of a prototype for the keys of each type.
 struct Defaults {
   const IParametersCollectionPrototype& of;
   bool boolean(const std::string& key) const { return of.GetBoolDefault(key); }
@@ -31,7 +31,7 @@ struct Defaults {
   std::string utf8String(const std::string& key) const { return of.GetUTF8StringDefault(key); }
 };
 
-/// What an instance has for the keys of each type.
+/// The operations of an instance for the keys of each type.
 struct Values {
   const IParametersCollectionInstance& of;
   bool boolean(const std::string& key) const { return of.GetBool(key); }
@@ -76,11 +76,11 @@ void write(const Source& source, proto::ParametersCollectionCommon& data, const 
 void write(const std::shared_ptr<const IParametersCollectionPrototype>& prototype,
            proto::ParametersCollectionPrototype& message) {
   if (!prototype) return;
-  // An empty list of keys is present all the same: the message would lack a required field without it.
+  // Sets an empty list, too: it is a required field.
   write(Defaults{*prototype}, *message.mutable_data(), prototypeWriter);
 }
 
-/// Declares the keys that it is called with.
+/// Declares each key that it is called with.
 struct AddKey {
   IParametersCollectionPrototype& to;
   void operator()(const std::string& key, bool value) const { to.AddBoolKey(key, value, ""); }
@@ -92,7 +92,7 @@ struct AddKey {
   }
 };
 
-/// Sets the keys that it is called with.
+/// Sets each key that it is called with.
 struct SetValue {
   IParametersCollectionInstance& of;
   void operator()(const std::string& key, bool value) const { of.SetBool(key, value); }
@@ -102,7 +102,7 @@ struct SetValue {
   void operator()(const std::string& key, const std::string& value) const { of.SetUTF8String(key, value); }
 };
 
-/// Calls `take` with each key and its value, list by list. UTF-16 text has no carried form.
+/// Calls `take` with each key and its value, list by list. UTF-16 texts are not carried.
 template <class Take>
 void read(const proto::ParametersCollectionCommon& data, const Take& take) {
   for (const auto& parameter : data.boolparams()) take(parameter.key(), parameter.value());

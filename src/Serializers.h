@@ -15,13 +15,13 @@
 #include "tamb/IParametersCollection.h"
 #include "tamb/MediaTime.h"
 
-/// Between the framework's values and the wire's messages. Everything here keeps no state and may run on any
-/// thread at once.
+/// Converts between the framework's values and the messages on the wire. The functions have no state: any
+/// number of threads may call them.
 ///
 /// Five types of parameters cross the process boundary, without widening: Bool, Int64, Uint64, Double and
-/// UTF8String. Writing a key of another type throws TAMBRuntimeError naming it. Descriptions do not travel,
-/// and keys come back grouped by type, in that order. An empty pointer is written as a message without
-/// fields, which is incomplete; an empty collection as a message whose `data` is present and empty.
+/// UTF8String. Writing a key of another type throws a TAMBRuntimeError that names it. Descriptions are not
+/// transmitted, and keys are read grouped by type, in that order. A null pointer is written as a message
+/// without fields, which is incomplete; an empty collection as a message whose `data` is present and empty.
 namespace qor::multiprocess_communication::Serializers {
 
 proto::ParametersCollectionPrototype ParametersCollectionPrototypeToProtoBuf(
@@ -30,31 +30,31 @@ proto::ParametersCollectionPrototype ParametersCollectionPrototypeToProtoBuf(
 proto::ParametersCollectionInstance ParametersCollectionInstanceToProtoBuf(
     std::shared_ptr<const tamb::IParametersCollectionInstance> instance);
 
-/// The same into a message that is used again and again: what it held is dropped, its memory is not. After an
-/// exception it holds a part of the instance.
+/// The same, into a message that is reused: its contents are dropped, its memory is kept. After an exception
+/// it contains a part of the instance.
 void ParametersCollectionInstanceToProtoBuf(
     const std::shared_ptr<const tamb::IParametersCollectionInstance>& instance,
     proto::ParametersCollectionInstance& message);
 
-/// Entries of utf16StringParams are ignored. A key that occurs twice is for the framework to refuse: what it
-/// throws is passed on.
+/// Ignores the entries of utf16StringParams. The framework refuses a key that occurs twice; its exception is
+/// passed on.
 std::shared_ptr<tamb::IParametersCollectionPrototype> ParametersCollectionPrototypeFromProtoBuf(
     const proto::ParametersCollectionPrototype& message);
 
-/// Likewise; a value for a key that the message's prototype lacks is for the framework to refuse.
+/// Likewise. The framework refuses a value whose key is missing in the message's prototype.
 std::shared_ptr<tamb::IParametersCollectionInstance> ParametersCollectionInstanceFromProtoBuf(
     const proto::ParametersCollectionInstance& message);
 
-/// The collection that a received message carries. Empty where the conversion throws std::runtime_error,
-/// which is logged as `failure` with that line: a message is worth delivering without its parameters.
+/// The collection that a received message carries. Null when the conversion throws std::runtime_error, which
+/// is logged as `failure` with that line: a message is delivered even without its parameters.
 std::shared_ptr<const tamb::IParametersCollectionInstance> ReceivedParameters(
     const proto::ParametersCollectionInstance& message, const Checks& checks, const char* failure, int line);
 
-/// The clock of a time does not travel.
+/// The clock of a time is not transmitted.
 void MediaTimeToProtoBuf(const tamb::MediaTime& time, proto::MediaTime& message);
 
-/// The two members of the edit rate come back exchanged: what was written as 25/1 is read as 1/25. Both
-/// channels that carry times rely on it.
+/// The two members of the edit rate are read exchanged: 25/1 is written, 1/25 is read. Both channels that
+/// carry times rely on it.
 tamb::MediaTime MediaTimeFromProtoBuf(const proto::MediaTime& message);
 
 }  // namespace qor::multiprocess_communication::Serializers
@@ -86,12 +86,13 @@ inline constexpr unsigned int engineReplySizeBound = 8'192;
 /// The two halves of a channel that carries lists of commands or notifications one way.
 namespace qor::multiprocess_communication {
 
-/// A message that is filled again and again: the memory of one use serves the next. One thread at a time.
+/// A message that is filled repeatedly and reuses its memory. One thread at a time.
 ///
 /// A cleared message keeps the memory of the largest value that each of its elements ever held, so that
-/// messages of different shapes add up: 500 lists of 64 KiB left half a gigabyte behind. Hence a new message
-/// takes its place after `maximumBytes`. Messages live on an arena to make that cheap: it costs 2.7 to 3.9 %
-/// of the instructions that a list with one small message takes, and 4.2 to 5.5 % without an arena.
+/// messages of different shapes add up: 500 lists of 64 KiB left half a gigabyte behind. Therefore a new
+/// message replaces it after `maximumBytes`. Messages are allocated on an arena to make that cheap: it
+/// costs 2.7 to 3.9 % of the instructions that a list with one small message takes, and 4.2 to 5.5 % without
+/// an arena.
 template <class Message>
 class ReusedMessage {
  public:
@@ -126,8 +127,8 @@ class ReusedMessage {
   std::size_t held_ = 0;
 };
 
-/// Keeps one reused message between the calls that need one. Any thread, without a lock: a call that takes
-/// the message has it alone; a call that comes meanwhile, on another thread or nested in the first, gets a
+/// Keeps one reused message between the calls that need one. Any thread, without a lock: the call that takes
+/// the message owns it. A concurrent call, on another thread or nested in the first, gets a
 /// new one.
 template <class Message>
 class SpareMessage {
@@ -139,13 +140,13 @@ class SpareMessage {
   SpareMessage(const SpareMessage&) = delete;
   SpareMessage& operator=(const SpareMessage&) = delete;
 
-  /// An empty message. The caller may free it instead of giving it back.
+  /// Returns an empty message. The caller may free it instead of giving it back.
   std::unique_ptr<Reused> take() {
     std::unique_ptr<Reused> taken(spare_.exchange(nullptr));
     return taken ? std::move(taken) : std::make_unique<Reused>();
   }
 
-  /// Clears the message and keeps it for the next call, instead of one that was given back meanwhile.
+  /// Clears the message and keeps it for the next call. Frees one that was given back meanwhile.
   void giveBack(std::unique_ptr<Reused> reused) {
     reused->clear();
     const std::unique_ptr<Reused> other(spare_.exchange(reused.release()));
@@ -155,19 +156,19 @@ class SpareMessage {
   std::atomic<Reused*> spare_ = nullptr;
 };
 
-/// The sending half: makes one message of each batch. Any thread, several at once, and nested: the lock is
-/// held for the send alone, never while an item is read.
+/// The sending half: sends each batch as one message. Any number of threads, also nested: the lock is held
+/// only for the send, never while an item is read.
 template <class List>
 class ListSender {
  public:
-  /// Sends a list that `add(item, list)` has filled, item by item. Nothing is sent when `add` throws.
+  /// Fills a list with `add(item, list)`, item by item, and sends it. Sends nothing when `add` throws.
   template <class Batch, class Add>
   void send(socket::Socket& socket, const Batch& batch, const Add& add) {
-    // Freed if anything throws: a batch that cannot be sent may be far larger than any that can.
+    // Freed when something throws: a batch that cannot be sent may be far larger than any other.
     auto list = spareList_.take();
     for (const auto& item : batch) add(item, list->get());
     whileNobodySends([&] { socket.sendProtoBuf(&list->get()); });
-    // Cached when the list was sent.
+    // The send has cached the size.
     list->account(static_cast<std::size_t>(list->get().GetCachedSize()));
     spareList_.giveBack(std::move(list));
   }
@@ -184,17 +185,17 @@ class ListSender {
   SpareMessage<List> spareList_;
 };
 
-/// The receiving half: what a reception thread does with its socket. That thread alone.
+/// The receiving half: how a reception thread uses its socket. That thread only.
 template <class List>
 class ListReceiver {
  public:
   explicit ListReceiver(socket::Socket& socket) : socket_(socket) {}
 
-  /// Waits for a message, at most 100 ms; the result is that of Socket::poll.
+  /// Waits at most 100 ms for a message. Returns the result of Socket::poll.
   int poll(std::string& errorText) { return socket_.poll(pollMilliseconds, errorText); }
 
-  /// Receives a message. A list that cannot be read is left empty; so is one whose receive throws, which may
-  /// have left parts of it.
+  /// Receives a message. An unreadable list is left empty. So is a list whose receive throws, which may have
+  /// filled a part of it.
   void receive() {
     try {
       const bool isComplete = socket_.receiveProtoBuf(&list_.get(), sizeBound) == 0;
@@ -206,8 +207,8 @@ class ListReceiver {
     }
   }
 
-  /// Calls `receive()`, which polls and receives, and `handle(list)` with what came, if only an empty list,
-  /// until `stop` is set or `receive()` returns false.
+  /// Calls `receive()`, which polls and receives, then `handle(list)` with the received list, which may be
+  /// empty, until `stop` is set or `receive()` returns false.
   template <class Receive, class Handle>
   void run(const std::atomic<bool>& stop, const Receive& receive, const Handle& handle) {
     while (!stop && receive()) {

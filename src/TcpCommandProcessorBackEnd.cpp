@@ -74,7 +74,7 @@ void TcpCommandProcessorBackEnd::AddControl(std::string /*name*/,
                                             std::shared_ptr<tamb::IBasicControl> /*control*/) {}
 void TcpCommandProcessorBackEnd::AddStatusControl(std::string /*name*/,
                                                   std::shared_ptr<tamb::IBasicStatusControl> /*control*/) {}
-// Its siblings take what they do nothing with by value, as the framework has it.
+// By value, like its siblings, whose signatures the framework declares.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 void TcpCommandProcessorBackEnd::ExecuteCommand(std::shared_ptr<const tamb::ICommandMessage> /*command*/) {}
 
@@ -123,7 +123,7 @@ void TcpCommandProcessorBackEnd::receptionLoop() {
       [this](const proto::CommandMessageList& list) { receptionLoopHandleCommand(list); });
 }
 
-/// False when reception is to end: with the first failure of any kind.
+/// False when reception must end: after the first failure of any kind.
 bool TcpCommandProcessorBackEnd::receive(ListReceiver<proto::CommandMessageList>& receiver) {
   try {
     std::string errorText;

@@ -14,19 +14,18 @@
 
 namespace qor::multiprocess_communication {
 
-/// The engine process's end of the command channel: pushes what the host's TcpCommandProcessorFrontEnd sends
-/// into the engine's own command processor, one command at a time and in order, and stands in for that
-/// processor's back end towards the engine.
+/// The engine process's end of the command channel. Receives commands from the host's
+/// TcpCommandProcessorFrontEnd and pushes them into the engine's own command processor, one at a time and in
+/// order. Towards the engine it replaces that processor's back end.
 ///
-/// The reception thread alone uses the socket and pushes. Whatever goes wrong with the socket ends reception
-/// for good, with a log line; what cannot be read is skipped. The forwarding operations run on the caller's
-/// thread.
+/// Only the reception thread uses the socket and pushes. Any failure of the socket ends reception for good
+/// and is logged; an unreadable message is skipped. The forwarding operations run on the caller's thread.
 class TcpCommandProcessorBackEnd : public tamb::ICommandProcessorBackEnd, public utils::MessageFormatter {
  public:
-  /// A received command. Immutable, hence for any thread.
+  /// A received command. Immutable: any thread may use it.
   class TcpCommandMessage : public tamb::ICommandMessage {
    public:
-    /// Ids are cut to their low 32 bits; the arguments are those given, not the message's.
+    /// Cuts ids to their low 32 bits. Takes the given arguments, not those of the message.
     TcpCommandMessage(const proto::CommandMessage& message,
                       std::shared_ptr<const tamb::IParametersCollectionInstance> commandArgs);
 
@@ -48,23 +47,23 @@ class TcpCommandProcessorBackEnd : public tamb::ICommandProcessorBackEnd, public
     const std::shared_ptr<const tamb::IParametersCollectionInstance> commandArgs_;
   };
 
-  /// Starts reception from the host at `endpoint`, there already or not. A socket that cannot be opened is
-  /// logged, and nothing is received then. Without a local front end nothing is received either; without a
-  /// local back end the forwarding operations throw.
+  /// Starts reception at `endpoint`, whether or not the host has bound it yet. Logs a socket that cannot be
+  /// opened; nothing is received in that case, nor without a local front end. Without a local back end the
+  /// forwarding operations throw.
   TcpCommandProcessorBackEnd(std::shared_ptr<tamb::ICommandProcessorFrontEnd> frontEnd,
                              std::shared_ptr<tamb::ICommandProcessorBackEnd> backEnd,
                              const socket::SocketEndpoint& endpoint);
-  /// Joins the reception thread: waits for the push under way, and at most 100 ms besides. Not to be
-  /// called within a push, which would wait for itself.
+  /// Joins the reception thread: waits until the current list is pushed, and at most 100 ms longer. Must not
+  /// be called from a push, which would wait for itself.
   ~TcpCommandProcessorBackEnd() override;
   TcpCommandProcessorBackEnd(const TcpCommandProcessorBackEnd&) = delete;
   TcpCommandProcessorBackEnd& operator=(const TcpCommandProcessorBackEnd&) = delete;
 
-  /// These three do nothing: controls are added to the local command processor itself, and it executes.
+  /// These three do nothing: the local command processor itself has the controls and executes the commands.
   void AddControl(std::string name, std::shared_ptr<tamb::IBasicControl> control) override;
   void AddStatusControl(std::string name, std::shared_ptr<tamb::IBasicStatusControl> control) override;
   void ExecuteCommand(std::shared_ptr<const tamb::ICommandMessage> command);
-  /// These five are the local back end's. They throw TAMBRuntimeError when there is none.
+  /// These five call the local back end. They throw TAMBRuntimeError without one.
   void ExecuteAllCommandsScheduledAt(double time) override;
   void ExecuteAllCommands() override;
   void EraseAllCommandsInStack() override;

@@ -24,8 +24,8 @@ TcpCommandProcessorFrontEnd::TcpCommandProcessorFrontEnd()
 TcpCommandProcessorFrontEnd::~TcpCommandProcessorFrontEnd() = default;
 
 void TcpCommandProcessorFrontEnd::connectEndpoint(const socket::SocketEndpoint& endpoint) {
-  // createAndConnect refuses an open socket. Closing needs no lock, and may take 2 s that no push has to
-  // wait.
+  // createAndConnect refuses an open socket. Closing needs no lock, and may take 2 s, for which no push
+  // should wait.
   commandSocket_.close();
   sender_.whileNobodySends(
       [&] { commandSocket_.createAndConnect(socket::Protocol::Publisher, endpoint, 0); });

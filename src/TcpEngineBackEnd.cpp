@@ -26,8 +26,8 @@ using utils::logWarning;
 constexpr unsigned int pollMilliseconds = 100;
 constexpr unsigned int requestSizeBound = 65'536;
 constexpr unsigned int statusPeriodMilliseconds = 1'000;
-/// What a change of status waits for the one before to be published. That takes less than a millisecond,
-/// unless the socket cannot send.
+/// How long a change of status waits for the publication of the previous one. That takes less than a
+/// millisecond, unless the socket cannot send.
 constexpr std::chrono::milliseconds longestPublication{1'000};
 /// A guard only: without an engine no request is ever received.
 constexpr const char* noEngine = "No engine";
@@ -52,22 +52,22 @@ void logChangeTo(EngineStatus::EngineStatus status) {
   logDebug("TcpEngineBackEnd: Engine status change: " + EngineStatus::ToString(status));
 }
 
-/// The bytes of one character of UTF-8 but its first begin with the bits 10.
+/// Every byte of a UTF-8 character except its first begins with the bits 10.
 bool beginsCharacter(char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) != 0x80U; }
 
-/// The text as far as it fits into so many bytes, which are more than a character has.
+/// The beginning of the text that fits into `longest` bytes, at least five.
 std::string cut(const std::string& text, std::size_t longest) {
   if (text.size() <= longest) return text;
-  // Between two characters, none of which has more than four bytes. Bytes that are not UTF-8 are cut where
-  // there are too many of them.
+  // Cuts between two characters, which have at most four bytes each. Bytes that are not UTF-8 are cut at the
+  // bound.
   for (std::size_t end = longest; end + 4 > longest; --end) {
     if (beginsCharacter(text[end])) return text.substr(0, end);
   }
   return text.substr(0, longest);
 }
 
-/// Gives a reply its error text, cut to what fits beside what else the reply has by then: a long reason is
-/// better cut than lost.
+/// Sets the error text of a reply whose other fields are set, cut to the bound of a reply: a cut reason is
+/// better than a lost one.
 void setErrorText(proto::EngineBackEndReply& reply, const std::string& text) {
   reply.set_errorstring("");
   // The length of an empty text is one byte of the encoding already, and that of one that has to be cut two.
@@ -124,7 +124,7 @@ void TcpEngineBackEnd::stop() {
   {
     const Lock lock(statusMutex_);
     stopStatusPublication_ = true;
-    // The thread may have published the end before it could see that it is to stop.
+    // The thread may have published EndOfLife before it could see the stop flag.
     statusChanged_.notify_all();
   }
   joinIfPresent(engineRunThread);
@@ -146,7 +146,7 @@ void TcpEngineBackEnd::waitForFrontEndTermination() {
 }
 
 void TcpEngineBackEnd::changeEngineStatus(EngineStatus::EngineStatus status) {
-  // Two changes at once would both find the one before published, and the later pass over the earlier.
+  // Two concurrent changes would both find the previous one published, and the later would hide the earlier.
   const Lock change(statusChangeMutex_);
   {
     Lock lock(statusMutex_);
@@ -199,7 +199,7 @@ void TcpEngineBackEnd::sendReply(Socket& socket, proto::EngineBackEndReply_Reply
 void TcpEngineBackEnd::dispatch(Socket& socket, const Request& request) {
   const bool isTermination = request.has_type() && request.type() == Request::FrontEndTermination;
   if (death_ && !isTermination) return sendReply(socket, Reply::Failure, "", death_->cause);
-  // What could not be read has no type. It must not pass for the enumeration's default, which runs the
+  // An unreadable request has no type. It must not be taken for the enumeration's default, which runs the
   // engine.
   if (!request.has_type()) return handleRequestError(socket);
   switch (request.type()) {
@@ -334,7 +334,7 @@ void TcpEngineBackEnd::receptionLoop(Socket& socket) {
       receiveAndDispatch(socket, request);
     } else if (polled != 1) {
       logError(formatMessage("Poll error receiving frontend request: " + errorText));
-      // What fails at once is not tried more often than what waits.
+      // A poll that fails at once must not be repeated more often than one that waits.
       std::this_thread::sleep_for(std::chrono::milliseconds(pollMilliseconds));
     }
   }
@@ -374,7 +374,7 @@ void TcpEngineBackEnd::publishStatuses(const SocketEndpoint& endpoint) {
   }
   if (!isServing()) return logError(formatMessage("statusPublicationThreadFunction: No engine"));
   const auto first = death_ ? EngineStatus::EndOfLife : EngineStatus::Idle;
-  // A request may have been quicker, and the engine be running.
+  // A request may have been faster: the engine may be running already.
   const bool isFirst = [&] {
     const Lock lock(statusMutex_);
     if (engineStatus_ != EngineStatus::Undefined) return false;
@@ -398,7 +398,7 @@ void TcpEngineBackEnd::publicationLoop(Socket& socket) {
     waitForEngineStatusChange(statusPeriodMilliseconds);
     publishStatus(socket, message);
   }
-  // The end may have come while another status was being sent, or the engine's run have ended right after it.
+  // EndOfLife may have been set during another send, or the end of the run may have replaced it.
   if (sentStatus_ != EngineStatus::EndOfLife) sendStatus(socket, message, EngineStatus::EndOfLife);
 }
 

@@ -22,17 +22,17 @@ struct EngineDeath {
 };
 
 /// Makes a local engine controllable from another process: answers control requests on one socket, publishes
-/// the engine's status on another, runs the engine on a thread of its own, and tells the engine process when
-/// its controller has gone.
+/// the engine's status on another, runs the engine on a thread of its own, and reports to the engine process
+/// when its controller has disconnected.
 ///
-/// Requests are served one at a time, in the order in which they arrive, on the command reception thread; it
-/// also makes every call into the engine but Run, which has the engine run thread. The status publication
-/// thread publishes at once, on every change and at least once a second. No change is passed over: the next
-/// one waits until it has been published, at most 1 s.
+/// The command reception thread serves requests one at a time, in the order of their arrival. It makes every
+/// call into the engine except Run, which is called on the engine run thread. The status publication thread
+/// publishes at once, on every change and at least once a second. It skips no change: the next change waits
+/// at most 1 s until the previous one has been published.
 class TcpEngineBackEnd final : public utils::MessageFormatter {
  public:
-  /// Returns at once: the sockets are bound on the threads. Without an engine both threads end at their
-  /// start.
+  /// Returns at once: the threads bind the sockets. Without an engine, both threads end as soon as they have
+  /// started.
   TcpEngineBackEnd(std::shared_ptr<tamb::IEngineFrontEnd> engine,
                    const socket::SocketEndpoint& requestEndpoint,
                    const socket::SocketEndpoint& statusEndpoint);
@@ -40,8 +40,8 @@ class TcpEngineBackEnd final : public utils::MessageFormatter {
   TcpEngineBackEnd(std::shared_ptr<tamb::IEngineFrontEnd> engine,
                    const socket::SocketEndpoint& requestEndpoint,
                    const socket::SocketEndpoint& statusEndpoint, std::shared_ptr<IClock> clock);
-  /// In place of an engine whose process has died: publishes EndOfLife, and answers every request but
-  /// FrontEndTermination with a Failure that has the cause.
+  /// Replaces the back end of an engine process that has died: publishes EndOfLife, and answers every request
+  /// except FrontEndTermination with a Failure that contains the cause.
   TcpEngineBackEnd(EngineDeath death, const socket::SocketEndpoint& requestEndpoint,
                    const socket::SocketEndpoint& statusEndpoint,
                    std::shared_ptr<IClock> clock = SystemClock());
@@ -53,22 +53,23 @@ class TcpEngineBackEnd final : public utils::MessageFormatter {
 
   /// Blocks until the front end has disconnected, or has been silent for 10 s. Any thread. Does not throw.
   void waitForFrontEndTermination();
-  /// Has waitForFrontEndTermination return, now and later. Any thread.
+  /// Makes every present and later waitForFrontEndTermination return. Any thread.
   void endWaitForFrontEndTermination();
 
  private:
   using Request = proto::EngineFrontEndRequest;
   using Reply = proto::EngineBackEndReply;
 
-  /// A constructor's last step.
+  /// The last step of every constructor.
   void startThreads(const socket::SocketEndpoint& requestEndpoint,
                     const socket::SocketEndpoint& statusEndpoint);
-  /// Whether there is anything to serve for.
+  /// Whether there is an engine or a death to report.
   bool isServing() const { return engine_ || death_; }
 
-  /// Waits until the status before has been published, if it still can be, at most 1 s. One change at a time.
+  /// Waits at most 1 s until the previous status has been published, if it still can be. One change at a
+  /// time.
   void changeEngineStatus(EngineStatus::EngineStatus status);
-  /// Ends at once while there is a change that was not sent yet.
+  /// Returns at once while there is an unsent change.
   bool waitForEngineStatusChange(unsigned int milliseconds);
   void publishStatus(socket::Socket& socket, proto::EngineStatus& message);
   /// False when it could not be sent, which is logged.
@@ -85,7 +86,7 @@ class TcpEngineBackEnd final : public utils::MessageFormatter {
   void handleRequestError(socket::Socket& socket);
   template <class Call>
   void replyToEngineCall(socket::Socket& socket, const Call& call);
-  /// The reason why no run was started; empty when one was.
+  /// Returns why no run was started, or an empty text when one was.
   std::string startEngineRun();
 
   void engineRunThreadFunction();
@@ -94,7 +95,7 @@ class TcpEngineBackEnd final : public utils::MessageFormatter {
   void receptionLoop(socket::Socket& socket);
   void receiveAndDispatch(socket::Socket& socket, Request& request);
   void engineStatusPublicationThreadFunction(const socket::SocketEndpoint& endpoint);
-  /// What the publication thread does until it has nothing more to publish, by context termination as well.
+  /// The publication thread: returns when nothing more is to be published or the context is shut down.
   void publishStatuses(const socket::SocketEndpoint& endpoint);
   void publicationLoop(socket::Socket& socket);
   void noteFrontEndTermination();

@@ -26,18 +26,18 @@ constexpr unsigned int connectMilliseconds = 30'000;
 constexpr unsigned int statusSizeBound = 1'024;
 constexpr unsigned int pollMilliseconds = 100;
 constexpr milliseconds heartBeatPause{1'000};
-/// The back end publishes its status at least once a second, and gives up on us after 10 s.
+/// The back end publishes its status at least once a second, and gives up its controller after 10 s.
 constexpr std::chrono::seconds longestSilence{15};
-/// A process that was stopped finds the time gone before it finds what has come meanwhile.
+/// A process that was stopped sees the time passed before it sees the messages that arrived meanwhile.
 constexpr unsigned int pollsBeforeSilence = 3;
 constexpr milliseconds timeToStartRunning{2'000};
-/// A publisher without a subscriber keeps the newest status only, so that a run that is asked for and over
-/// before the status socket is connected, at first or again after a cut, would pass unseen. A back end
+/// A publisher without a subscriber keeps only the newest status. A run that is requested and over before the
+/// status socket connects, for the first time or after a lost connection, would go unnoticed. A back end
 /// publishes its status at least that often.
 constexpr milliseconds timeForStatus{1'000};
-/// The next one is overdue when the last is older than that.
+/// When the last status is older, the next one is overdue.
 constexpr milliseconds oldestStatus = timeForStatus + milliseconds(100);
-/// How long one wait for another status goes on.
+/// How long one wait for a change of status lasts.
 constexpr milliseconds statusSlice{1'000};
 
 void joinAndDrop(std::shared_ptr<std::thread>& thread) {
@@ -103,7 +103,7 @@ void TcpEngineFrontEnd::SetInitConfig(std::shared_ptr<const tamb::IParametersCol
     // It may be connected to the back end of an earlier configuration, and an open socket cannot be opened.
     commandSocket_.close();
     commandSocket_.createAndConnect(socket::Protocol::Requester, requestEndpoint, connectMilliseconds);
-    // A run that was about to be requested from the peer before is not for this one.
+    // A run that was about to be requested from the previous peer must not be requested from this one.
     changeConfiguration();
   }
   const auto statusEndpoint = SocketEndpoint::FromString(config->GetUTF8String(statusEndpointKey));
@@ -148,7 +148,7 @@ void TcpEngineFrontEnd::Ping(unsigned int timeOutMilliseconds) {
 }
 
 void TcpEngineFrontEnd::RequestStop() {
-  // A stop that came ahead of the run, while Run waits for a status, would stop nothing.
+  // A stop that is sent before the run, while Run waits for a status, would stop nothing.
   const Lock order(runRequestMutex_);
   try {
     sendRequestGetReply(Request::RequestStop, 0);
@@ -194,7 +194,7 @@ TcpEngineFrontEnd::Reply TcpEngineFrontEnd::exchange(proto::EngineFrontEndReques
   Reply reply;
   commandSocket_.sendProtoBuf(&request);
   commandSocket_.receiveProtoBuf(&reply, engineReplySizeBound);
-  // Whoever takes over a dead back end's endpoints answers everything with a failure.
+  // The process that takes over the endpoints of a dead back end answers every request with a failure.
   if (reply.has_type() && reply.type() == Reply::Success) noteLife();
   return reply;
 }
@@ -209,7 +209,7 @@ TcpEngineFrontEnd::RequestedRun TcpEngineFrontEnd::requestRun() {
     if (configuration_ != run.configuration) {
       throw std::runtime_error("another configuration was set before the run was requested");
     }
-    // The status may have changed twice before the reply is here.
+    // The status may change twice before the reply arrives.
     run.runsBefore = runsSeen_;
   }
   const Reply reply = exchange(Request::Run, 0);
@@ -219,7 +219,7 @@ TcpEngineFrontEnd::RequestedRun TcpEngineFrontEnd::requestRun() {
 }
 
 std::string TcpEngineFrontEnd::resultOf(const Reply& reply) const {
-  // A reply that could not be read has no type. It must not pass for the enumeration's default.
+  // An unreadable reply has no type. It must not be taken for the enumeration's default.
   const int type = reply.has_type() ? static_cast<int>(reply.type()) : -1;
   if (type == Reply::Success) return reply.replystring();
   if (type == Reply::Failure) {
@@ -275,7 +275,7 @@ void TcpEngineFrontEnd::reset() {
   }
   joinAndDrop(statusReceptionThread_);
   joinAndDrop(heartBeatThread_);
-  // Nobody follows the engine any more: whoever waits for another status must not wait for ever.
+  // No thread follows the engine any more: no caller may wait for another status for ever.
   changeReception(false);
   changeRemoteStatus(EngineStatus::Undefined);
 }
@@ -300,7 +300,7 @@ void TcpEngineFrontEnd::engineStatusReceptionThreadFunction(const SocketEndpoint
   } catch (const ZmqContextTerminationException& termination) {
     checks().log(std::string("Aborting status reception: ") + termination.what());
   }
-  // No more statuses come: whoever waits for another one must not wait for ever.
+  // No more statuses are received: no caller may wait for another one for ever.
   changeReception(false);
   changeRemoteStatus(EngineStatus::Undefined);
 }
@@ -334,7 +334,7 @@ void TcpEngineFrontEnd::receiveStatuses(Socket& socket) {
     }
     if (polled == Polled::Failure) isDeaf_ = true;
     if (polled != Polled::Status) endSilence();
-    // What fails at once is not tried more often than what waits.
+    // A poll that fails at once must not be repeated more often than one that waits.
     if (polled == Polled::Failure) std::this_thread::sleep_for(milliseconds(pollMilliseconds));
   }
 }
@@ -374,7 +374,7 @@ void TcpEngineFrontEnd::noteStatus() {
 void TcpEngineFrontEnd::endSilence() {
   const EngineStatus::EngineStatus status = remoteEngineStatus_;
   const bool isAlive = status == EngineStatus::Running || status == EngineStatus::Idle;
-  // However alive the back end is, its engine's end is not seen while its statuses cannot be received.
+  // Even with a living back end, the end of the run goes unnoticed while statuses cannot be received.
   const auto lastSign = [&] {
     const Lock lock(statusMutex_);
     return isDeaf_ ? lastStatus_.value_or(lastSign_) : lastSign_;
@@ -422,7 +422,7 @@ void TcpEngineFrontEnd::heartBeatThreadFunction() {
 
 void TcpEngineFrontEnd::sleepUntilNextHeartBeat() {
   Lock lock(heartBeatMutex_);
-  // A controller must not fall silent because the time of day is set back.
+  // Setting the time of day back must not delay a heartbeat.
   const auto end = clock_->commonEnd(clock_->steadyNow() + heartBeatPause);
   while (!stopHeartBeat_ && clock_->steadyNow() < end)
     clock_->waitUntil(heartBeatStopped_, lock.forWaiting(), end);

@@ -17,19 +17,19 @@
 
 namespace qor::multiprocess_communication {
 
-/// Drives an engine in another process, through the TcpEngineBackEnd there, as if it were a local one. It
-/// sends a heartbeat about once a second, and says goodbye when it is destroyed.
+/// Drives an engine in another process, through the TcpEngineBackEnd there, as if it were local. Sends a
+/// heartbeat about once a second, and a termination request when it is destroyed.
 ///
-/// Three threads meet here: the host's; the heartbeat thread, which shares the command socket with it, one
-/// whole exchange at a time; and the status reception thread. A call that makes an exchange blocks as long as
-/// the back end takes to answer, and as long as the exchange before it takes; a peer that has died or frozen
-/// is noticed by the socket. A back end that has given no sign, neither a status nor a reply of success, for
-/// 15 s is taken for gone; so is one whose statuses cannot be received for as long.
+/// Three threads use it: the host's; the heartbeat thread, which shares the command socket with the host's
+/// thread, one whole exchange at a time; and the status reception thread. A call that makes an exchange
+/// blocks until the exchange before it has ended and the back end has answered; the socket detects a dead or
+/// frozen peer. A back end counts as gone when for 15 s there has been neither a status nor a reply of
+/// success, or its statuses could not be received.
 class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFormatter {
  public:
   explicit TcpEngineFrontEnd(std::shared_ptr<IClock> clock = SystemClock());
-  /// Sends the termination request and joins the threads. Under 2 s with a dead peer; with one whose engine
-  /// is stuck in a call, such as a ping, as long as that call.
+  /// Sends the termination request and joins the threads. Takes less than 2 s with a dead peer. While the
+  /// engine is busy in a call such as a ping, it takes as long as that call.
   ~TcpEngineFrontEnd() override;
   TcpEngineFrontEnd(const TcpEngineFrontEnd&) = delete;
   TcpEngineFrontEnd& operator=(const TcpEngineFrontEnd&) = delete;
@@ -47,11 +47,11 @@ class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFor
   std::string GetLastErrorMessage() const override;
   /// Always throws TAMBRuntimeError.
   tamb::TimeInfo GetCurrentTimeInfo(const std::string& name) const override;
-  /// Connects to the back end, within 30 s, starts the threads, and waits for a first status, at most 1 s.
-  /// Those of an earlier configuration are stopped first. Throws TAMBRuntimeError for a missing key and
-  /// std::runtime_error of the socket; a first status that does not come is no failure.
+  /// Stops the threads of an earlier configuration, connects to the back end within 30 s, starts the threads,
+  /// and waits at most 1 s for a first status; its absence is not a failure. Throws TAMBRuntimeError for a
+  /// missing key, and the socket's std::runtime_error.
   void SetInitConfig(std::shared_ptr<const tamb::IParametersCollectionInstance> config) override;
-  /// These seven do nothing: what an engine is made of does not cross the process boundary.
+  /// These seven do nothing: the parts of an engine do not cross the process boundary.
   void AddEngineDescription(std::shared_ptr<tamb::IEngineDescription> description) override;
   void AddInputEndpoint(std::string name, std::shared_ptr<tamb::IInputEndpoint> endpoint) override;
   void AddOutputEndpoint(std::string name, std::shared_ptr<tamb::IOutputEndpoint> endpoint) override;
@@ -59,18 +59,18 @@ class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFor
   void AddClock(std::string name, std::shared_ptr<tamb::IMediaClock> clock) override;
   void AddLogger(std::string name, std::shared_ptr<tamb::ILogger> logger) override;
   void AddBenchmarker(std::string name, void* benchmarker) override;
-  /// Blocks while the remote engine runs, until its back end is taken for gone or this front end gets another
-  /// configuration. However short the run is, it is seen: without a recent status, as after a cut of the
-  /// connection, the run is requested once statuses come, or 1 s has passed. A refused or failed request is
-  /// logged, and Run returns; so it does when another configuration comes before the request. Throws
+  /// Blocks while the remote engine runs, until its back end counts as gone or this front end gets another
+  /// configuration. Notices even the shortest run: without a recent status, as after a lost connection, it
+  /// requests the run only when a status has been received or 1 s has passed. Logs a refused or failed
+  /// request and returns; also returns when another configuration is set before the request. Throws
   /// TAMBRuntimeError when no status reports within 2 s that the engine runs.
   void Run() override;
   /// Failures are logged.
   void Ping(unsigned int timeOutMilliseconds) override;
-  /// Failures are logged. Where another thread is about to request the run, the stop is sent behind it.
+  /// Failures are logged. While another thread is requesting the run, the stop is sent after that request.
   void RequestStop() override;
-  /// Waits, in slices of 1 s, until the remote engine is not running; throws TAMBRuntimeError once more time
-  /// than `timeOutMilliseconds` has passed.
+  /// Waits in slices of 1 s until the remote engine is not running. Throws TAMBRuntimeError when more than
+  /// `timeOutMilliseconds` have passed.
   void WaitForStop(unsigned int timeOutMilliseconds) override;
   void SetWorkflowManagerId(std::string id) override;
   void SetEngineId(unsigned int id) override;
@@ -83,10 +83,10 @@ class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFor
   using Request = proto::EngineFrontEndRequest;
   using Reply = proto::EngineBackEndReply;
 
-  /// What decides whether a status belongs to a run.
+  /// Identifies the statuses that belong to a run.
   struct RequestedRun {
     unsigned int configuration;
-    unsigned int runsBefore;  ///< as runsSeen_ was ahead of the request
+    unsigned int runsBefore;  ///< runsSeen_ before the request
   };
 
   std::string sendRequestGetReply(proto::EngineFrontEndRequest_RequestType type,
@@ -98,29 +98,29 @@ class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFor
   /// Throws what a failed exchange does, and std::runtime_error when another configuration came first.
   RequestedRun requestRun();
   bool waitForEngineStatusChange(IClock::TimePoint deadline, EngineStatus::EngineStatus seen);
-  /// Unless there is a recent status, waits for one, at most 1 s, so that no change is missed from then on.
-  /// Returns at once when no status can come, or once the configuration is another than that.
+  /// Waits at most 1 s for a recent status, so that no later change is missed. Returns at once when there is
+  /// one, when no status can be received, or when the configuration is a different one.
   void waitForRecentStatus(unsigned int configuration);
-  /// False when the engine has not run by the deadline; true, too, once the configuration is another.
+  /// False when the engine has not run by the deadline. Also true when the configuration is a different one.
   bool waitForRun(IClock::TimePoint deadline, const RequestedRun& run);
   void waitForRunEnd(const RequestedRun& run);
   void reset();
-  /// Whoever waits for statuses of the configuration before waits no longer.
+  /// Ends every wait for a status of the previous configuration.
   void changeConfiguration();
   unsigned int configuration();
   void engineStatusReceptionThreadFunction(const socket::SocketEndpoint& endpoint);
   /// Leaves `socket` empty when it cannot be opened, which is logged.
   void openStatusSocket(std::optional<socket::Socket>& socket, const socket::SocketEndpoint& endpoint) const;
-  /// Until it is stopped, or meets the context's end.
+  /// Returns when it is stopped; throws when the messaging context is shut down.
   void receiveStatuses(socket::Socket& socket);
   enum class Polled { Status, Nothing, Failure };
-  /// One poll, and what it brings; what cannot be read is nothing.
+  /// One poll, and one receive if a message is waiting. An unreadable message counts as nothing.
   Polled pollStatus(socket::Socket& socket, proto::EngineStatus& message);
-  /// After a poll in vain: takes a back end that gives no sign any more for gone.
+  /// Called after a poll without a status: decides whether a silent back end counts as gone.
   void endSilence();
   void noteLife();
   void noteStatus();
-  /// Whether statuses can come.
+  /// Sets whether statuses can be received.
   void changeReception(bool isUnderWay);
   void changeRemoteStatus(EngineStatus::EngineStatus status);
   void heartBeatThreadFunction();
@@ -131,8 +131,8 @@ class TcpEngineFrontEnd : public tamb::IEngineFrontEnd, public utils::MessageFor
   const std::shared_ptr<IClock> clock_;
   std::shared_ptr<std::thread> statusReceptionThread_;
   std::atomic<bool> stopStatusReception_{false};
-  /// Held from ahead of the wait for a status until the run has been requested, and for a stop. Taken before
-  /// requestMutex_, and that before statusMutex_.
+  /// Held from before the wait for a status until the run has been requested, and for a stop. Taken before
+  /// requestMutex_, which is taken before statusMutex_.
   Mutex runRequestMutex_;
   Mutex requestMutex_;  ///< held for a whole exchange on the command socket
   socket::Socket commandSocket_;

@@ -17,7 +17,7 @@ constexpr int badEngineId = 69;
 
 }  // namespace
 
-// The signature is what engine processes are built against.
+// Engine processes are built against this signature.
 // NOLINTNEXTLINE(modernize-pass-by-value)
 TcpNotificationHubBackEnd::TcpNotificationHubBackEnd(const std::string& workflowManagerId,
                                                      unsigned long engineId,

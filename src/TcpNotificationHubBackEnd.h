@@ -14,29 +14,29 @@
 
 namespace qor::multiprocess_communication {
 
-/// The engine process's end of the notification channel, and the hub that the engine publishes to: sends the
-/// notifications of one engine to the host's TcpNotificationHubFrontEnd, one message a batch. What is pushed
-/// before the host is there is kept until it is. Whether a notification is an error does not travel.
+/// The engine process's end of the notification channel, and the hub to which the engine publishes: sends
+/// each batch of one engine's notifications as one message to the host's TcpNotificationHubFrontEnd. Batches
+/// that are pushed before the host connects are kept until it does. IsAnError is not transmitted.
 ///
-/// Any thread may push, several at once, and also an operation of a notification that is being pushed: the
-/// nested batch then goes out first. Each batch goes out whole, and the batches of one thread in the order in
-/// which their pushes end. No push waits for the operations of another thread's notifications: a lock is held
-/// for the send alone.
+/// Any number of threads may push, and so may an operation of a notification that is being pushed: the nested
+/// batch is sent first. Each batch is sent whole; the batches of one thread are sent in the order in which
+/// their pushes end. No push waits for the operations of another thread's notifications: the lock is held
+/// only for the send.
 class TcpNotificationHubBackEnd : public tamb::INotificationHubBackEnd, public utils::MessageFormatter {
  public:
-  /// Binds the endpoint. A socket that cannot be opened is logged, and every push throws then. The ids are
-  /// those that notifications have to bear; as theirs have 32 bits, an engine id of more refuses them all.
+  /// Binds the endpoint. Logs a socket that cannot be opened; every push throws in that case. Every
+  /// notification must have these ids. Its engine id has 32 bits, so that a longer one here refuses them all.
   TcpNotificationHubBackEnd(const std::string& workflowManagerId, unsigned long engineId,
                             const socket::SocketEndpoint& endpoint);
-  /// Closes the socket: waits, at most 2 s, while it still keeps notifications.
+  /// Closes the socket: waits at most 2 s for notifications that it still keeps.
   ~TcpNotificationHubBackEnd() override;
   TcpNotificationHubBackEnd(const TcpNotificationHubBackEnd&) = delete;
   TcpNotificationHubBackEnd& operator=(const TcpNotificationHubBackEnd&) = delete;
 
-  /// Sends all of the notifications or none. Throws TAMBRuntimeError when the socket is not open, a
-  /// notification is null or bears other ids, or one of its values has a type that is not carried; and the
-  /// socket's std::runtime_error when the batch is larger than a message may be, or a queue is full. Never
-  /// waits for the host, only for another thread that sends.
+  /// Sends all notifications or none. Throws TAMBRuntimeError when the socket is not open, or when a
+  /// notification is null, has other ids, or has a value of a type that cannot be carried. Throws the
+  /// socket's std::runtime_error when the batch exceeds the largest message, or a queue is full. Never waits
+  /// for the host, only for another thread that sends.
   void PushNotifications(
       std::vector<std::shared_ptr<const tamb::INotificationMessage>> notifications) override;
   void PushNotification(std::shared_ptr<const tamb::INotificationMessage> notification) override;

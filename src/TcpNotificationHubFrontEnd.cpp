@@ -79,7 +79,7 @@ TcpNotificationHubFrontEnd::~TcpNotificationHubFrontEnd() {
 
 void TcpNotificationHubFrontEnd::startSubscriptionThread(const socket::SocketEndpoint& endpoint) {
   stopRequest_ = true;
-  // Ends a poll under way. A list in hand is still handled; what waits in the socket goes with it.
+  // Ends the current poll. The current list is still handled; messages waiting in the socket are lost.
   socket_.close();
   joinReceptionThread();
   stopRequest_ = false;
@@ -87,7 +87,7 @@ void TcpNotificationHubFrontEnd::startSubscriptionThread(const socket::SocketEnd
   try {
     receptionThread_ = std::make_shared<std::thread>([this] { receptionLoop(); });
   } catch (...) {
-    // There is no thread to be had: nobody would ever take out what comes in.
+    // No thread could be started: nobody would receive the messages.
     socket_.close();
     throw;
   }
@@ -95,7 +95,7 @@ void TcpNotificationHubFrontEnd::startSubscriptionThread(const socket::SocketEnd
 
 void TcpNotificationHubFrontEnd::joinReceptionThread() {
   if (receptionThread_) receptionThread_->join();
-  // What comes next may fail, and nobody may join it a second time.
+  // The next steps may fail, and the thread must not be joined twice.
   receptionThread_.reset();
 }
 
@@ -139,7 +139,7 @@ std::string TcpNotificationHubFrontEnd::GetWorkflowManagerId() const {
 }
 
 unsigned int TcpNotificationHubFrontEnd::GetEngineId() const {
-  // Its report has always named the other id; the line tells the two apart.
+  // The report names the other getter; only the line distinguishes the two.
   return hasLocalHub("GetWorkflowManagerId", ReportLine::getEngineId) ? hubFrontEnd_->GetEngineId() : 0;
 }
 
@@ -173,7 +173,7 @@ void TcpNotificationHubFrontEnd::receptionLoop() {
       [this](const proto::NotificationMessageList& list) { receptionLoopHandleNotificationList(list); });
 }
 
-/// False when reception is to end. A receive that fails does not end it; a poll that throws ends the process.
+/// False when reception must end. A failed receive does not end it; a poll that throws ends the process.
 bool TcpNotificationHubFrontEnd::receive(ListReceiver<proto::NotificationMessageList>& receiver) {
   try {
     std::string errorText;
@@ -182,7 +182,7 @@ bool TcpNotificationHubFrontEnd::receive(ListReceiver<proto::NotificationMessage
       try {
         receiver.receive();
       } catch (const std::runtime_error& error) {
-        // Among others, of a socket that has just been closed for another endpoint.
+        // For example, the socket has just been closed for another endpoint.
         logFailedHandling(error);
       }
     }

@@ -15,18 +15,18 @@
 
 namespace qor::multiprocess_communication {
 
-/// The host's end of the notification channel: publishes what a remote engine's TcpNotificationHubBackEnd
-/// sends in a local hub, and is that hub's front end towards the host.
+/// The host's end of the notification channel: receives the notifications of a remote engine's
+/// TcpNotificationHubBackEnd, publishes them in a local hub, and is that hub's front end towards the host.
 ///
-/// The reception thread alone uses the socket and publishes, so that subscribers are called on it. The
-/// operations of the front end are the local hub's, on the caller's thread, before, during and after
+/// Only the reception thread uses the socket and publishes, so that subscribers are called on it. The front
+/// end's operations call the local hub on the caller's thread, before, during and after
 /// reception.
 class TcpNotificationHubFrontEnd : public tamb::INotificationHubFrontEnd, public utils::MessageFormatter {
  public:
-  /// A received notification. Immutable, hence for any thread.
+  /// A received notification. Immutable: any thread may use it.
   class TcpNotificationMessage : public tamb::INotificationMessage {
    public:
-    /// Ids are cut to their low 32 bits; the notification's id and object are those given, not the message's.
+    /// Cuts ids to their low 32 bits. Takes the given notification id and object, not those of the message.
     TcpNotificationMessage(const proto::NotificationMessage& message, std::string notificationId,
                            std::shared_ptr<const tamb::IParametersCollectionInstance> notificationObject);
 
@@ -38,7 +38,7 @@ class TcpNotificationHubFrontEnd : public tamb::INotificationHubFrontEnd, public
     unsigned int GetCommandId() const override;
     const std::string& GetWorkflowManagerId() const override;
     unsigned int GetEngineId() const override;
-    /// Always false: whether a notification is an error does not travel.
+    /// Always false: the channel does not transmit it.
     bool IsAnError() const override;
 
    private:
@@ -52,21 +52,21 @@ class TcpNotificationHubFrontEnd : public tamb::INotificationHubFrontEnd, public
     const std::shared_ptr<const tamb::IParametersCollectionInstance> notificationObject_;
   };
 
-  /// The two faces of the local hub; each is checked where it is needed.
+  /// Takes both ends of the local hub. Each is checked where it is used.
   TcpNotificationHubFrontEnd(std::shared_ptr<tamb::INotificationHubFrontEnd> hubFrontEnd,
                              std::shared_ptr<tamb::INotificationHubBackEnd> hubBackEnd);
-  /// Joins the reception thread: waits for the list under way, and at most 100 ms besides. Not to be called
-  /// by a subscriber.
+  /// Joins the reception thread: waits until the current list is published, and at most 100 ms longer. Must
+  /// not be called by a subscriber.
   ~TcpNotificationHubFrontEnd() override;
   TcpNotificationHubFrontEnd(const TcpNotificationHubFrontEnd&) = delete;
   TcpNotificationHubFrontEnd& operator=(const TcpNotificationHubFrontEnd&) = delete;
 
-  /// Starts reception from the back end at `endpoint`, there already or not, after ending an earlier one as
-  /// the destructor does. Throws the socket's std::runtime_error; nothing is received then.
+  /// Ends an earlier reception as the destructor does, then starts reception at `endpoint`, whether or not
+  /// the back end has bound it yet. When it throws the socket's std::runtime_error, nothing is received.
   void startSubscriptionThread(const socket::SocketEndpoint& endpoint);
 
-  /// These eight are the local hub's. Without one the subscriptions throw TAMBRuntimeError; the others log
-  /// that and do nothing, or return an empty id or 0.
+  /// These eight call the local hub. Without one, the subscriptions throw TAMBRuntimeError; the others log
+  /// it, and do nothing or return an empty id or 0.
   std::shared_ptr<tamb::INotificationSubscriptionFrontEnd> Subscribe(
       std::shared_ptr<tamb::INotificationCallback> callback) override;
   std::shared_ptr<tamb::INotificationSubscriptionFrontEnd> SubscribeToCommandResponse(
@@ -89,9 +89,9 @@ class TcpNotificationHubFrontEnd : public tamb::INotificationHubFrontEnd, public
   void logFailedHandling(const std::runtime_error& error) const;
   std::shared_ptr<const tamb::IParametersCollectionInstance> objectOf(
       const proto::NotificationMessage& message) const;
-  /// The check of the operations that cannot do without a local hub.
+  /// The check of operations that fail without a local hub.
   tamb::INotificationHubFrontEnd& localHub(const char* operation, int line) const;
-  /// The check of those that can.
+  /// The check of operations that only log it.
   bool hasLocalHub(const char* operation, int line) const;
   Checks checks() const;
 

@@ -7,16 +7,16 @@
 
 namespace qor::multiprocess_communication {
 
-/// Makes remote engines known to the framework, under the plug-in's name. A failure is logged: the host goes
-/// on without them.
+/// Registers remote engines with the framework under the plug-in's name. A failure is logged; the host
+/// continues without them.
 void RegisterRemoteEngine(const char* name);
 
-/// A new remote engine, with its command processor and its notification hub. `config` is not read: an engine
-/// gets its configuration by SetInitConfig.
+/// Creates a remote engine with its command processor and its notification hub. Does not read `config`: an
+/// engine gets its configuration through SetInitConfig.
 tamb::ElementFactory<tamb::ElementFactoryType::Engine>::Product InstantiateRemoteEngine(
     std::shared_ptr<const tamb::IParametersCollectionInstance> config);
 
 }  // namespace qor::multiprocess_communication
 
-/// What the framework calls when it has loaded the plug-in.
+/// The framework calls this when it has loaded the plug-in.
 extern "C" void RegisterAll(const char* name);
