@@ -9,17 +9,16 @@
 #include <set>
 #include <stdexcept>
 
-#include "runtime/base/Utf8.h"
-#include "runtime/tamb/EscapedText.h"
+#include "engines/sdk/Quotation.h"
 
 namespace qor::hosting {
 
 namespace {
 
+using engines::isOneLine;
 using Json = nlohmann::json;
 
 constexpr std::size_t longestName = 64;
-constexpr std::size_t longestQuotation = 60;
 constexpr std::string_view lettersAndDigits =
     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
 constexpr std::string_view marks = "._-";
@@ -29,11 +28,6 @@ constexpr std::string_view expectedObject = R"(an object such as {"name": "NAME"
 constexpr std::array<std::string_view, 6> keys{"name",    "summary",   "library",
                                                "program", "arguments", "manual"};
 
-std::string quote(std::string_view text) {
-  if (text.size() <= longestQuotation) return fmt::format("{:?}", text);
-  return fmt::format("{:?}...", base::cutUtf8(text, longestQuotation));
-}
-
 bool isName(std::string_view text) {
   return !text.empty() && text.size() <= longestName &&
          lettersAndDigits.find(text.front()) != std::string_view::npos &&
@@ -41,15 +35,6 @@ bool isName(std::string_view text) {
            return lettersAndDigits.find(each) != std::string_view::npos ||
                   marks.find(each) != std::string_view::npos;
          });
-}
-
-bool isOneLine(std::string_view text) {
-  while (!text.empty()) {
-    const auto character = base::firstCharacter(text);
-    if (tamb::IsControlCharacter(character.codePoint)) return false;
-    text.remove_prefix(character.length);
-  }
-  return true;
 }
 
 /// Reports to its owner how far a parser has read.
@@ -102,7 +87,8 @@ class Reader final : public nlohmann::json_sax<Json> {
 
   bool string(string_t& value) override {
     beginToken();
-    if (!isWithinObject_ || (key_ == "arguments" && !isWithinArguments_)) failValue(quote(value));
+    if (!isWithinObject_ || (key_ == "arguments" && !isWithinArguments_))
+      failValue(engines::quoteText(value));
     if (value.find('\0') != std::string::npos) fail(describe("is", "a string with a null character"));
     take(value);
     endToken();
@@ -120,7 +106,8 @@ class Reader final : public nlohmann::json_sax<Json> {
   bool key(string_t& name) override {
     beginToken();
     if (std::ranges::find(keys, name) == keys.end())
-      fail(fmt::format("unknown key {}; expected one of \"{}\"", quote(name), fmt::join(keys, "\", \"")));
+      fail(fmt::format("unknown key {}; expected one of \"{}\"", engines::quoteText(name),
+                       fmt::join(keys, "\", \"")));
     if (!seen_.insert(name).second) fail(fmt::format("the key {:?} is there twice", name));
     key_ = name;
     endToken();
@@ -151,7 +138,7 @@ class Reader final : public nlohmann::json_sax<Json> {
     const std::size_t offset = std::min(position == 0 ? 0 : position - 1, text_.size());
     const auto rest = text_.substr(offset);
     failAt(offset, fmt::format("this is not JSON, {}; expected {}",
-                               rest.empty() ? "the text ends" : quote(rest), expectedObject));
+                               rest.empty() ? "the text ends" : engines::quoteText(rest), expectedObject));
   }
 
  private:
@@ -184,11 +171,11 @@ class Reader final : public nlohmann::json_sax<Json> {
       registration_.arguments.push_back(value);
     } else if (key_ == "name") {
       if (!isName(value))
-        fail(describe("is", quote(value)) +
+        fail(describe("is", engines::quoteText(value)) +
              R"(; expected up to 64 letters, digits, ".", "_" and "-", a letter or a digit first)");
       registration_.name = value;
     } else if (key_ == "summary") {
-      if (!isOneLine(value)) fail(describe("is", quote(value)) + "; expected one line of text");
+      if (!isOneLine(value)) fail(describe("is", engines::quoteText(value)) + "; expected one line of text");
       registration_.summary = value;
     } else {
       if (value.empty()) fail(describe("is", "\"\"") + "; expected the path of a file");

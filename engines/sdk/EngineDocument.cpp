@@ -11,6 +11,7 @@
 
 #include "engines/sdk/JsonNesting.h"
 #include "engines/sdk/PercentEncoding.h"
+#include "engines/sdk/Quotation.h"
 #include "tamb/TAMBRuntimeError.h"
 
 namespace qor::engines {
@@ -19,20 +20,8 @@ namespace {
 
 using Json = nlohmann::json;
 
-constexpr std::size_t longestQuotation = 60;
-
 constexpr std::string_view expectedObject = R"(an object such as {"engine": "media", "input": "FILE"})";
 constexpr const char* engineKey = "engine";
-
-std::string quoteText(std::string_view text) {
-  return text.size() <= longestQuotation ? fmt::format("{:?}", text)
-                                         : fmt::format("{:?}...", text.substr(0, longestQuotation));
-}
-
-std::string quoteJson(const Json& value) {
-  auto text = value.dump(-1, ' ', true, Json::error_handler_t::replace);
-  return text.size() <= longestQuotation ? text : text.substr(0, longestQuotation) + "...";
-}
 
 std::string listed(const std::vector<std::string>& names) {
   std::vector<std::string> quotedNames;

@@ -96,6 +96,6 @@ std::string manualJson(const EngineManual& manual);
 /// Reads a manual in that form. Unknown members are ignored; of the known ones, only names, types and "step"
 /// are required. Throws TAMBRuntimeError, one line that quotes the wrong part and states what was expected.
 /// Takes time and memory in proportion to the text. Any thread.
-EngineManual manualFrom(std::string_view json);
+EngineManual manualFrom(std::string_view text);
 
 }  // namespace qor::engines

@@ -8,8 +8,7 @@
 
 #include "engines/sdk/EngineManual.h"
 #include "engines/sdk/JsonNesting.h"
-#include "runtime/base/Utf8.h"
-#include "runtime/tamb/EscapedText.h"
+#include "engines/sdk/Quotation.h"
 #include "tamb/TAMBRuntimeError.h"
 
 namespace qor::engines {
@@ -19,16 +18,10 @@ namespace {
 using Json = nlohmann::json;
 using tamb::TambType;
 
-constexpr std::size_t longestQuotation = 60;
 constexpr std::array keyTypes{KeyType::Text,  KeyType::Location, KeyType::Flag,
                               KeyType::Count, KeyType::Choice,   KeyType::Object};
 
 [[noreturn]] void refuse(const std::string& what) { throw tamb::TAMBRuntimeError("Engine manual: " + what); }
-
-std::string quote(const Json& value) {
-  const auto text = value.dump(-1, ' ', true, Json::error_handler_t::replace);
-  return text.size() <= longestQuotation ? text : fmt::format("{}...", base::cutUtf8(text, longestQuotation));
-}
 
 /// The member as the requested type; a default if it is missing.
 template <class Value>
@@ -37,20 +30,14 @@ Value member(const Json& object, const char* name, bool (Json::*isOfType)() cons
   const auto found = object.find(name);
   if (found == object.end()) return {};
   if (!((*found).*isOfType)()) {
-    refuse(fmt::format("{:?} is {}; expected {}", name, quote(*found), expected));
+    refuse(fmt::format("{:?} is {}; expected {}", name, quoteJson(*found), expected));
   }
   return found->get<Value>();
 }
 
 /// Rejects control characters, because manuals are printed to terminals.
 std::string requireOneLine(std::string text) {
-  for (std::string_view rest = text; !rest.empty();) {
-    const auto character = base::firstCharacter(rest);
-    if (tamb::IsControlCharacter(character.codePoint)) {
-      refuse(fmt::format("it holds {}; expected one line of text", quote(text)));
-    }
-    rest.remove_prefix(character.length);
-  }
+  if (!isOneLine(text)) refuse(fmt::format("it holds {}; expected one line of text", quoteJson(text)));
   return text;
 }
 
@@ -64,7 +51,7 @@ bool flagIn(const Json& object, const char* name) {
 
 std::string requiredTextIn(const Json& object, const char* name) {
   auto text = textIn(object, name);
-  if (text.empty()) refuse(fmt::format("{} has no {:?}", quote(object), name));
+  if (text.empty()) refuse(fmt::format("{} has no {:?}", quoteJson(object), name));
   return text;
 }
 
@@ -73,7 +60,7 @@ template <class Read>
 auto listIn(const Json& object, const char* name, const Read& read) {
   std::vector<decltype(read(object))> list;
   for (const auto& each : member<Json::array_t>(object, name, &Json::is_array, "a list")) {
-    if (!each.is_object()) refuse(fmt::format("{:?} holds {}; expected objects", name, quote(each)));
+    if (!each.is_object()) refuse(fmt::format("{:?} holds {}; expected objects", name, quoteJson(each)));
     list.push_back(read(each));
   }
   return list;
@@ -82,7 +69,7 @@ auto listIn(const Json& object, const char* name, const Read& read) {
 std::vector<std::string> choicesIn(const Json& object) {
   std::vector<std::string> choices;
   for (const auto& each : member<Json::array_t>(object, "choices", &Json::is_array, "a list of strings")) {
-    if (!each.is_string()) refuse(fmt::format("\"choices\" holds {}; expected strings", quote(each)));
+    if (!each.is_string()) refuse(fmt::format("\"choices\" holds {}; expected strings", quoteJson(each)));
     choices.push_back(requireOneLine(each.get<std::string>()));
   }
   return choices;
@@ -106,7 +93,7 @@ ManualKey keyFrom(const Json& object) {
     refuse(
         fmt::format("\"type\" is {}; expected \"string\", \"location\", \"boolean\", \"count\", "
                     "\"choice\" or \"object\"",
-                    quote(type)));
+                    quoteJson(type)));
   }
   return {.name = requiredTextIn(object, "name"),
           .type = *found,
@@ -124,7 +111,7 @@ ManualValue valueFrom(const Json& object) {
     type = static_cast<TambType>(static_cast<int>(type) + 1);
   }
   if (type == TambType::Undefined || type == TambType::TambType_end_delimiter) {
-    refuse(fmt::format("\"type\" is {}; expected a type of parameters such as \"Int64\"", quote(name)));
+    refuse(fmt::format(R"("type" is {}; expected a type of parameters such as "Int64")", quoteJson(name)));
   }
   return {.name = requiredTextIn(object, "name"), .type = type, .summary = textIn(object, "summary")};
 }
@@ -150,7 +137,8 @@ EngineManual manualFrom(std::string_view text) {
   }
   const auto json = Json::parse(text, nullptr, false);
   if (!json.is_object()) {
-    refuse(json.is_discarded() ? "it is not JSON" : fmt::format("it is {}; expected an object", quote(json)));
+    refuse(json.is_discarded() ? "it is not JSON"
+                               : fmt::format("it is {}; expected an object", quoteJson(json)));
   }
   return {.name = requiredTextIn(json, "name"),
           .summary = textIn(json, "summary"),

@@ -138,13 +138,14 @@ bool Session::mayRun(const std::shared_ptr<tamb::IEngineFrontEnd>& engine) {
   return !stopped_;
 }
 
+std::shared_ptr<tamb::IEngineFrontEnd> Session::refuseFurtherRuns() {
+  const base::Lock lock(mutex_);
+  stopped_ = true;
+  return runningEngine_;
+}
+
 void Session::abandon() {
-  std::shared_ptr<tamb::IEngineFrontEnd> engine;
-  {
-    const base::Lock lock(mutex_);
-    stopped_ = true;
-    engine = runningEngine_;
-  }
+  const auto engine = refuseFurtherRuns();
   auto* const abandonable = dynamic_cast<engines::IAbandonable*>(engine.get());
   if (abandonable == nullptr) return;
   abandonable->Abandon("");
@@ -152,12 +153,7 @@ void Session::abandon() {
 }
 
 void Session::stop() {
-  std::shared_ptr<tamb::IEngineFrontEnd> engine;
-  {
-    const base::Lock lock(mutex_);
-    stopped_ = true;
-    engine = runningEngine_;
-  }
+  const auto engine = refuseFurtherRuns();
   if (engine) engine->RequestStop();
 }
 

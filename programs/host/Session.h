@@ -59,6 +59,8 @@ class Session {
   std::string startFailure(const std::string& exceptionText) const;
   /// Which engine stop() asks from now on; false when it was called already.
   bool mayRun(const std::shared_ptr<tamb::IEngineFrontEnd>& engine);
+  /// From now on no engine may run. Returns the one that runs; null when there is none.
+  std::shared_ptr<tamb::IEngineFrontEnd> refuseFurtherRuns();
 
   const Workflow workflow_;
   const std::vector<std::shared_ptr<const tamb::ICommandMessage>> messages_;
