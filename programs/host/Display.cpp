@@ -23,10 +23,10 @@ namespace names = engines::names;
 using tamb::TambType;
 
 constexpr int barWidth = 40;
-/// How long one that is being shown is waited for: its reader may stand still.
+/// Maximum wait for a notification that is being written: the reader of the output may be paused.
 constexpr std::chrono::milliseconds timeForNotification{100};
 
-/// The values by key. JSON has no number for the loudness of nothing, and others: they are printed as null.
+/// The values by key. Numbers that JSON lacks, such as the loudness of silence (-inf), are printed as null.
 json valuesOf(const tamb::INotificationMessage& notification) {
   json values = json::object();
   const auto object = notification.GetNotificationObject();
@@ -61,8 +61,8 @@ std::string lineOf(const tamb::INotificationMessage& notification) {
   return tamb::EscapedText(line);
 }
 
-/// JSON of one line, also where it is looked at on a terminal: what the terminal obeys stands in texts only,
-/// and is escaped as JSON escapes it.
+/// One line of JSON that is safe to print on a terminal: control characters can occur in strings only, and
+/// are escaped as \u00XX.
 std::string printed(const json& value) {
   const std::string text = value.dump(-1, ' ', false, json::error_handler_t::replace);
   std::string line;
@@ -79,7 +79,7 @@ std::string printed(const json& value) {
   return line;
 }
 
-/// 0 for what is not a number: an engine may send anything.
+/// 0 unless the value is a number: an engine may send anything.
 double numberIn(const json& values, const char* key) {
   const auto value = values.find(key);
   return value != values.end() && value->is_number() ? value->get<double>() : 0;

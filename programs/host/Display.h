@@ -8,11 +8,11 @@
 
 namespace qor::programs {
 
-/// Shows a run as it goes. Any thread.
+/// Prints the progress of a run. Any thread.
 class Display : public tamb::INotificationCallback {
  public:
   enum class Style {
-    /// A bar that moves, for terminals.
+    /// A progress bar, for terminals.
     Bar,
     /// A line for each notification.
     Lines,
@@ -23,10 +23,10 @@ class Display : public tamb::INotificationCallback {
   explicit Display(Style style) : style_(style) {}
 
   void OnNotification(std::shared_ptr<const tamb::INotificationMessage> notification) override;
-  /// What is no notification: one line on the standard error stream. Does not wait for whoever reads what is
-  /// shown.
+  /// Writes one line that is not a notification to the standard error stream. Does not wait for the reader of
+  /// the standard output.
   void say(const std::string& text);
-  /// Whether all that was shown could be written.
+  /// Whether all output so far could be written.
   bool allWasWritten() const;
 
  private:

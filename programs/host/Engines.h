@@ -7,9 +7,9 @@
 
 namespace qor::programs {
 
-/// Lists the engines that the registry of this program has, ahead of which `folders` count: for people, or as
-/// one JSON object. Bad files of the registry are among the JSON, or else on the standard error stream. Loads
-/// no engine.
+/// Lists the registered engines, as text or as one JSON object. `folders` take precedence over the registry's
+/// own folders. Bad registry files are reported in the JSON object, or else on the standard error stream.
+/// Loads no engine.
 void listEngines(const std::vector<std::filesystem::path>& folders, bool asJson, std::ostream& out);
 
 /// What an engine reports of itself, for people or as one JSON object, and where it comes from. Loads the

@@ -5,14 +5,13 @@
 
 namespace qor::programs {
 
-/// While it lives, the errors that this thread logs are held back, and written when it goes: an operation
-/// that fails logs its reason and throws it as well, and may log what follows from it, before anybody has
-/// reported the reason. Records of other threads, and less than errors, are written at once. Used on one
-/// thread; there is at most one in a process.
+/// Holds back the errors that this thread logs, and writes them in its destructor. A failing operation both
+/// logs and throws its reason, and may log consequences before the reason is reported. Records of other
+/// threads and of lower levels are written at once. Used on one thread; at most one exists in a process.
 class HeldErrors {
  public:
   HeldErrors();
-  /// Writes what has not been dropped.
+  /// Writes the records that were not dropped.
   ~HeldErrors();
   HeldErrors(const HeldErrors&) = delete;
   HeldErrors& operator=(const HeldErrors&) = delete;

@@ -9,14 +9,14 @@
 
 namespace qor::programs {
 
-/// The location as seen from anywhere on this machine: a file is named by its path from the root, with
-/// "file:" in front if that was there; "-" and URLs stay as they are. A URL begins with two or more letters,
+/// Makes a location independent of the working directory: a file gets its absolute path, keeping "file:" in
+/// front; "-" and URLs are unchanged. A URL begins with two or more letters,
 /// digits, "+", "-" or ".", the first of which is a letter, and a colon; a file whose name looks so needs
 /// "file:" or a folder in front. `folder` is what relative paths start from; when it is empty, they stay
 /// relative.
 std::string absoluteLocation(const std::string& location, const std::filesystem::path& folder);
 
-/// As a description holds a location: a text or, for bytes that are not UTF-8, an object
+/// A location as the value of a description: a string or, for bytes that are not UTF-8, an object
 /// {"percentEncoded": "caf%E9.mov"}.
 nlohmann::json locationValue(const std::string& location);
 

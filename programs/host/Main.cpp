@@ -110,7 +110,7 @@ Workflow workflowFrom(const Arguments& arguments) {
   return workflow;
 }
 
-/// An engine of this process needs none.
+/// Empty for an engine in this process, which needs no plug-in.
 std::filesystem::path pluginFor(const Arguments& arguments) {
   if (arguments.isLocal || !arguments.plugin.empty()) return arguments.plugin;
   return qor::processes::siblingProgram("../lib/libtamb_multiprocess.so").lexically_normal();
@@ -121,19 +121,18 @@ Display::Style styleFor(const Arguments& arguments) {
   return ::isatty(STDOUT_FILENO) != 0 ? Display::Style::Bar : Display::Style::Lines;
 }
 
-/// SIGHUP does not come to a program that is to outlive its terminal.
+/// SIGHUP is ignored in a program that was started to outlive its terminal (nohup).
 bool isHangUpIgnored() {
   struct sigaction action {};
   return ::sigaction(SIGHUP, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
 }
 
-/// Ends this process as the signal does by itself, once nothing is left of an engine of this process, or when
-/// that has not stopped within its time.
+/// Abandons the run of an engine in this process, then dies from SIGHUP. The abandon has a time limit.
 [[noreturn]] void hangUp(Session& session, const sigset_t& signals) {
   try {
     session.abandon();
   } catch (const std::exception& error) {
-    // The end of the run must not be waited for: it may never come.
+    // Do not wait for the run: it may never end.
     qor::console::writeErrorLine("tamb-host: " + qor::console::withLimit(error.what()));
   }
   ::kill(::getpid(), SIGHUP);
@@ -141,8 +140,7 @@ bool isHangUpIgnored() {
   std::_Exit(128 + SIGHUP);
 }
 
-/// Waits for the end of the run, and hands signals on meanwhile: they are blocked in all threads, and taken
-/// here.
+/// Waits for the end of the run, and handles signals meanwhile: all threads block them.
 Outcome attend(Session& session, std::future<Outcome>& outcome, const sigset_t& signals, Display& display) {
   const timespec pause{.tv_sec = 0, .tv_nsec = 100'000'000};
   std::future<void> stopping;
@@ -152,8 +150,7 @@ Outcome attend(Session& session, std::future<Outcome>& outcome, const sigset_t& 
     if (signal == SIGHUP) hangUp(session, signals);
     if (stopping.valid()) {
       qor::console::writeErrorLine("tamb-host: leaving at once");
-      // Whatever is left behind ends by itself: the service with this process, the engine when it hears
-      // nothing more.
+      // The rest ends by itself: the service with this process, the engine once its host is silent.
       std::_Exit(static_cast<int>(Outcome::Interrupted));
     }
     display.say("tamb-host: stopping; Ctrl-C once more leaves at once");
@@ -167,10 +164,10 @@ int run(const Arguments& arguments) {
   Workflow workflow = workflowFrom(arguments);
   const auto manual =
       qor::programs::knownManual(qor::programs::engineNameIn(workflow.engine), arguments.engineFolders);
-  // The engine's process runs in another folder. Should this one have been removed, paths stay relative.
+  // The engine's process has another working directory. If ours was removed, paths stay relative.
   std::error_code ignored;
   qor::programs::makeLocationsAbsolute(workflow.engine, manual.keys, std::filesystem::current_path(ignored));
-  // Before any thread is there: all of them are to have them blocked.
+  // Before the first thread starts, so that all threads inherit the mask.
   sigset_t signals;
   ::sigemptyset(&signals);
   for (const int signal : {SIGINT, SIGTERM}) ::sigaddset(&signals, signal);
@@ -214,7 +211,7 @@ int run(const Arguments& arguments) {
   return static_cast<int>(end);
 }
 
-/// What there is to run.
+/// Lists or describes engines.
 int print(const Arguments& arguments) {
   try {
     if (arguments.engineName.empty()) {
@@ -271,7 +268,7 @@ int main(int argumentCount, char** values) {
   }
   if (const auto exitCode = qor::console::parseCommandLine(app, argumentCount, values)) return *exitCode;
   try {
-    // Other processes have other current folders.
+    // Other processes have other working directories.
     for (auto& folder : arguments.engineFolders) folder = std::filesystem::absolute(folder);
     if (enginesCommand.parsed() || engineCommand.parsed()) return print(arguments);
     return run(arguments);

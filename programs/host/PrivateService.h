@@ -9,14 +9,14 @@
 
 namespace qor::programs {
 
-/// A submission service of this process alone. It ends with this object, and with this process however that
-/// ends.
+/// A submission service used by this process alone. It ends with this object, or with this process, however
+/// that ends.
 class PrivateService {
  public:
-  /// Starts it; its registry of engines begins with these folders. Throws std::runtime_error, one readable
-  /// line, when it is not there within 10 s.
+  /// Starts the service; its engine registry begins with these folders. Throws std::runtime_error, one
+  /// readable line, when the service is not ready within 10 s.
   explicit PrivateService(const std::vector<std::filesystem::path>& engineFolders);
-  /// Waits at most 2 s for its end.
+  /// Stops the service; waits at most 2 s for its exit.
   ~PrivateService();
   PrivateService(const PrivateService&) = delete;
   PrivateService& operator=(const PrivateService&) = delete;

@@ -5,14 +5,14 @@
 
 namespace qor::programs {
 
-/// What is worth reading in the text of an exception with which the plug-in refuses something: without the
-/// frame of a failed check, "[CLASS: TEXT] [ CONDITION ]", and for a submission that the service refused, the
-/// service's own words. Those stand in the text as protobuf's text format prints them,
+/// Extracts the reason from the text of an exception that the plug-in throws: removes the frame of a failed
+/// check, "[CLASS: TEXT] [ CONDITION ]"; for a submission that the service refused, returns the service's own
+/// text. The exception holds that in protobuf's text format,
 ///
 ///   Unexpected reply from service: kind: 5
 ///   refusal: "cannot start engine 7 of \"studio\": ..."
 ///
-/// and are unescaped. Any other text is returned as it is. Any thread.
+/// and it is unescaped. Any other text is returned unchanged. Any thread.
 std::string reasonIn(std::string_view text);
 
 }  // namespace qor::programs

@@ -15,13 +15,13 @@ namespace {
 
 namespace names = engines::names;
 
-/// For whoever is shown a notification: a terminal may be paused for a moment.
+/// Time limit for the delivery of one notification: a terminal may be paused.
 constexpr std::chrono::seconds longestDelivery{30};
 constexpr const char* stoppedByOthers =
     "the engine stopped its run, but neither this host nor a command had asked for that: its process was "
     "asked to exit, or received nothing from this host for 10 s (was this host stopped or suspended?)";
 
-/// Whether the value is there, and of that type: an engine may send anything.
+/// Whether the value exists and has that type: an engine may send anything.
 bool holds(const tamb::IParametersCollectionInstance& values, const std::string& key, tamb::TambType type) {
   return std::ranges::any_of(values.GetKeysAndTypes(),
                              [&](const auto& held) { return held.first == key && held.second == type; });
@@ -44,7 +44,7 @@ RunWatcher::RunWatcher(std::shared_ptr<tamb::INotificationCallback> next, std::s
     : next_(std::move(next)), commandCount_(commandCount) {}
 
 void RunWatcher::OnNotification(std::shared_ptr<const tamb::INotificationMessage> notification) {
-  // Only once it has been passed on: whoever waits for the end may then go. But also when that fails.
+  // After the delivery, since waitForEnd() may then return; also when the delivery throws.
   struct Noting {
     RunWatcher& watcher;
     const tamb::INotificationMessage& notification;

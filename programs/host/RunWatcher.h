@@ -13,17 +13,17 @@
 
 namespace qor::programs {
 
-/// Passes the notifications of one run on, and derives from them how it ended. Notifications come on any
+/// Forwards the notifications of one run and derives from them how the run ended. Notifications arrive on any
 /// thread.
 class RunWatcher : public tamb::INotificationCallback {
  public:
   struct End {
     Outcome outcome = Outcome::Finished;
-    /// What the notification of the end does not report, for people; empty when there is nothing to add.
+    /// A line for the user that completes the last notification; empty when that is complete.
     std::string remark = {};
   };
 
-  /// The commands with the ids from 1 to `commandCount` are the workflow's; others that fail do not matter.
+  /// The workflow's commands have the ids 1 to `commandCount`; failures of other commands are ignored.
   RunWatcher(std::shared_ptr<tamb::INotificationCallback> next, std::size_t commandCount);
 
   /// "Finished", "Failed" and "EngineDied" end the run; the first one counts.
@@ -44,7 +44,7 @@ class RunWatcher : public tamb::INotificationCallback {
   const std::size_t commandCount_;
   base::Mutex mutex_;
   std::condition_variable changed_;
-  /// How many notifications are under way to `next_`, and when that changed.
+  /// The number of notifications being delivered to `next_`, and when it last changed.
   int underWay_ QOR_GUARDED_BY(mutex_) = 0;
   std::chrono::steady_clock::time_point lastChange_ QOR_GUARDED_BY(mutex_);
   std::optional<Last> last_ QOR_GUARDED_BY(mutex_);

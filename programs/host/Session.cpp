@@ -24,8 +24,8 @@ namespace qor::programs {
 
 namespace {
 
-/// The last notification of a run, which is its end, leaves the engine's process ahead of the status that
-/// ends Run. When none comes for as long as hosts of a dead engine are served, its channel is lost.
+/// An engine publishes the last notification of a run before the status that ends Run. If no notification
+/// arrives for as long as hosts of a dead engine are served, the channel is lost.
 constexpr std::chrono::milliseconds channelIsLostAfter = hosting::shortestTakeover;
 constexpr auto endMilliseconds =
     static_cast<unsigned int>(std::chrono::milliseconds(hosting::engineStopsWithin).count());
@@ -80,16 +80,16 @@ Session::Engine Session::startEngine() {
   commands->SetWorkflowManagerId(workflow_.workflowManagerId);
   commands->SetEngineId(workflow_.engineId);
   notifications->Subscribe(watcher_);
-  // A remote engine is submitted with this, and connected to.
+  // Submits a remote engine and connects to it.
   if (!source_.isLocal) engine->AddEngineDescription(description_);
-  // One at a time: a batch has a limit, and the last one is what lets the engine begin.
+  // One at a time: the size of a batch is limited, and the last command starts the run.
   for (const auto& command : messages_) commands->PushCommand(command);
   return made;
 }
 
 std::string Session::startFailure(const std::string& exceptionText) const {
   std::string reason = console::oneLine(reasonIn(exceptionText));
-  // The service names the engine, of which there is only one here.
+  // The service's text names the engine; here there is only one.
   const std::string lead =
       "cannot start " + console::engineName(workflow_.workflowManagerId, workflow_.engineId) + ": ";
   if (reason.starts_with(lead)) reason.erase(0, lead.size());
@@ -121,7 +121,7 @@ Outcome Session::run() {
     display_->say("tamb-host: the run failed: " + console::oneLine(reasonIn(tamb::CurrentExceptionText())));
   }
   const bool wasStopped = !mayRun(nullptr);
-  // An engine of this process delivers within its run.
+  // An engine in this process delivers all notifications before Run returns.
   const auto silence = source_.isLocal ? std::chrono::milliseconds(0) : channelIsLostAfter;
   const auto end = watcher_->waitForEnd(silence, wasStopped);
   if (end && !end->remark.empty()) display_->say("tamb-host: " + console::oneLine(end->remark));

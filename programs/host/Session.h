@@ -18,13 +18,13 @@ namespace qor::programs {
 
 /// Where an engine comes from.
 struct EngineSource {
-  /// In this process; plug-in and service are not used.
+  /// Run the engine in this process, without plug-in and service.
   bool isLocal = false;
   std::filesystem::path plugin;
   std::string serviceEndpoint;
-  /// Folders that the registry for an engine of this process begins with.
+  /// Folders that take precedence in the registry, for an engine in this process.
   std::vector<std::filesystem::path> engineFolders = {};
-  /// Log all that fails while an engine is started, not only its reason.
+  /// Log every error while an engine is started, not only the reason for its failure.
   bool logsEverything = false;
 };
 
@@ -39,13 +39,13 @@ class Session {
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
-  /// Connects, pushes the commands, runs, and waits until the engine has reported how its run ended. What
-  /// people have to know beyond the notifications goes to the display.
+  /// Connects, pushes the commands, runs, and waits until the engine has reported how its run ended. Anything
+  /// that the notifications do not tell the user is printed by the display.
   Outcome run();
   /// Asks the engine to stop, so that run() ends soon.
   void stop();
-  /// For a process that is about to end, and whose result nobody waits for: an engine of this process leaves
-  /// nothing of its output. One in another process notices by itself. Waits for up to 5 s.
+  /// Abandons the run before this process exits: an engine in this process discards its output. An engine in
+  /// another process notices the lost connection by itself. Waits for up to 5 s.
   void abandon();
 
  private:
@@ -54,7 +54,7 @@ class Session {
   Engine localEngine() const;
   Engine remoteEngine() const;
   Engine startEngine();
-  /// None when it cannot be started; the display has been given the reason.
+  /// None when the engine cannot be started; the reason has been printed.
   std::optional<Engine> tryToStartEngine();
   std::string startFailure(const std::string& exceptionText) const;
   /// Which engine stop() asks from now on; false when it was called already.
@@ -70,7 +70,8 @@ class Session {
   const std::shared_ptr<RunWatcher> watcher_;
   base::Mutex mutex_;
   bool stopped_ QOR_GUARDED_BY(mutex_) = false;
-  std::shared_ptr<tamb::IEngineFrontEnd> runningEngine_ QOR_GUARDED_BY(mutex_);  ///< whom stop() asks
+  std::shared_ptr<tamb::IEngineFrontEnd> runningEngine_
+      QOR_GUARDED_BY(mutex_);  ///< the engine that stop() stops
 };
 
 }  // namespace qor::programs

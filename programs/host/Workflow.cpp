@@ -27,15 +27,15 @@ namespace {
 using nlohmann::json;
 
 constexpr std::uint32_t ticksPerSecond = 1'000'000;
-/// What can be counted in such ticks without rounding: 285 years.
+/// The latest time that such ticks represent without rounding: 285 years.
 constexpr double latestCommand = 9e9;
 
-/// What is quoted may hold anything, and be of any length.
+/// One line, cut to a bounded length: quoted values may hold anything.
 std::runtime_error wrong(const std::string& where, const std::string& what) {
   return std::runtime_error(console::oneLine("workflow: " + where + ": " + what));
 }
 
-/// A mistyped key would otherwise be a setting that silently is not made.
+/// Otherwise a mistyped key would be ignored silently.
 void requireKnownKeys(const json& object, const std::string& where,
                       std::initializer_list<std::string_view> known) {
   for (const auto& [key, value] : object.items()) {
@@ -63,7 +63,7 @@ Value valueOr(const json& object, const std::string& where, const char* key, con
   }
 }
 
-/// What does not fit is not to become another number.
+/// Refuses ids out of range, which would otherwise wrap around.
 std::uint32_t engineIdIn(const json& document) {
   const json id = document.value("engineId", json(Workflow().engineId));
   // An integer that is not negative is unsigned to the parser.
@@ -79,7 +79,7 @@ std::string withoutTag(const std::string& text) {
   return text.starts_with("[json.") && end != std::string::npos ? text.substr(end + 2) : text;
 }
 
-/// What is nested deeper is no workflow, and could not be quoted: that takes a stack as deep.
+/// Bounds the nesting: quoting a value recurses as deep as the value.
 json parsed(std::istream& in, const std::string& name) {
   const std::string text(std::istreambuf_iterator<char>(in), {});
   if (engines::isNestedDeeper(text, engines::deepestNesting)) {

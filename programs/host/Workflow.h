@@ -18,13 +18,13 @@ struct TimedCommand {
   /// Media time in seconds.
   double at = 0;
   std::string name;
-  /// The engine's step that it is for.
+  /// The engine's step that executes it.
   std::string step;
   /// An object of texts, numbers and booleans.
   nlohmann::json arguments;
 };
 
-/// An id that no other run has, as in "tamb-host-4711-9f3a61c2": the number of this process, and random
+/// A unique id, such as "tamb-host-4711-9f3a61c2": the number of this process, and random
 /// digits.
 std::string uniqueWorkflowManagerId();
 
@@ -52,13 +52,13 @@ struct Workflow {
 ///    "commands": [{"at": 2, "name": "FilterCommand", "step": "media", "arguments": {"target": "volume",
 ///    ...}}]}
 ///
-/// Only "engine" has to be there; a workflow without a "workflowManagerId" gets one of its own. Throws
-/// std::runtime_error, one line that quotes what is wrong and tells what is expected.
+/// Only "engine" is required; a workflow without a "workflowManagerId" gets a unique one. Throws
+/// std::runtime_error, one line that quotes the offending value and states what is expected.
 Workflow readWorkflow(const std::filesystem::path& file);
-/// From what is open already, and is called by `name` where something is wrong.
+/// Reads an open stream; `name` stands for it in error messages.
 Workflow readWorkflow(std::istream& in, const std::string& name);
 
-/// A command as it is given on the command line: TIME NAME KEY=VALUE... Throws std::runtime_error.
+/// Parses a command of the command line: TIME NAME KEY=VALUE... Throws std::runtime_error.
 TimedCommand commandFrom(const std::vector<std::string>& words);
 
 }  // namespace qor::programs

@@ -27,8 +27,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t longestQuotation = 200;
 
-/// An engine has one host: another reader could hold that up, or take what was kept for it. The host itself
-/// is given the address alone, which any implementation understands.
+/// An engine has one host: another reader could slow it down, or receive messages kept for it. The host gets
+/// the address without this parameter, in the form that every implementation parses.
 constexpr const char* oneReader = "?readers=1";
 
 socket::SocketEndpoint forOneReader(const std::string& address) {
@@ -49,8 +49,8 @@ hosting::EngineOptions optionsFor(const WantedEngine& wanted, const EngineEndpoi
           .core = core};
 }
 
-/// What an engine's program reports on its line descriptor; none when the program ends without one, does not
-/// print it in time, or this one is to end.
+/// The first report of an engine's program; none when the program exits without one, does not report in time,
+/// or this process has to stop.
 std::optional<std::string> firstLineOf(ChildProcess& process, const std::function<bool()>& shouldStop) {
   const auto deadline = Clock::now() + hosting::supervisorReadyWithin;
   std::optional<std::string> line;
@@ -60,8 +60,8 @@ std::optional<std::string> firstLineOf(ChildProcess& process, const std::functio
   return line ? line : process.readLine(std::chrono::milliseconds(0));
 }
 
-/// The engine's process, as a supervisor reports it that is ready; 0 when it does not report it. Throws what
-/// any other report says.
+/// The engine's process id from a supervisor's "ready" report; 0 when it is missing. Any other report is
+/// thrown.
 pid_t engineProcessIn(const std::string& line) {
   const auto report = hosting::reportFrom(line);
   if (report && report->event == hosting::EngineEvent::Ready) return report->engineProcess;
@@ -70,7 +70,7 @@ pid_t engineProcessIn(const std::string& line) {
                            "\"; expected a line which says that it is ready");
 }
 
-/// The process of the engine, once that is ready; throws what keeps it from being so.
+/// Waits until the engine is ready and returns its process id; throws the reason why it did not become ready.
 pid_t awaitReady(ChildProcess& process, const std::function<bool()>& shouldStop) {
   const auto line = firstLineOf(process, shouldStop);
   if (line) return engineProcessIn(*line);
@@ -82,9 +82,9 @@ pid_t awaitReady(ChildProcess& process, const std::function<bool()>& shouldStop)
                            std::to_string(hosting::supervisorReadyWithin.count()) + " s");
 }
 
-/// What became of the engine of a program that has exited; none when it has not reported that.
+/// How the engine of an exited program ended; none when the program has not reported it.
 std::optional<hosting::RunEnd> endReportOf(ChildProcess& process) {
-  // More than a pipe holds of them, for a program that reports as it likes.
+  // More reports than a pipe holds; bounds the loop for a program that never stops reporting.
   constexpr int mostLines = 100;
   for (int lines = 0; lines < mostLines; ++lines) {
     const auto line = process.readLine(std::chrono::milliseconds(0));
@@ -109,7 +109,7 @@ hosting::DeadEngine identityOf(std::string workflowManagerId, std::uint32_t engi
           .cause = ""};
 }
 
-/// What became of an engine, for people.
+/// How an engine ended, for the log.
 std::string describeEnd(const std::optional<hosting::RunEnd>& end, int status) {
   if (!end) return describeStatus(status);
   std::string text(nameOf(end->kind));

@@ -22,14 +22,14 @@
 
 namespace qor::programs {
 
-/// An engine that somebody wants to have.
+/// A submitted engine.
 struct WantedEngine {
   std::string workflowManagerId;
   std::string description;
   std::uint32_t engineId = 0;
 };
 
-/// Where an engine's process can be reached, as texts.
+/// The endpoints of an engine's process, as strings.
 struct EngineEndpoints {
   std::string request;
   std::string status;
@@ -39,26 +39,25 @@ struct EngineEndpoints {
 
 /// Which engines a launcher starts, and how many.
 struct LaunchSettings {
-  /// What an engine's process runs.
+  /// The program that runs an engine.
   std::filesystem::path program;
   std::size_t maximumEngines = 0;
-  /// An engine's messaging threads keep to that of these cores which the fewest other engines have; to none
-  /// when there are none.
+  /// Cores for messaging threads. Each engine is given the core that the fewest other engines use; empty: the
+  /// threads are not pinned.
   processes::Cores cores;
-  /// What an engine's registry begins with: the program is given them as --engines.
+  /// Folders that take precedence in an engine's registry, passed to the program as --engines.
   std::vector<std::filesystem::path> engineFolders = {};
-  /// Whether jobs that failed, and say so themselves, are a warning in the log, or, where their host tells
-  /// everybody who reads it, an event.
+  /// Whether a failed run is logged as a warning, or as an event because the host reports it already.
   bool reportsFailedJobs = true;
 };
 
-/// Starts engine processes, each with sockets in a private directory of its own, and knows which of them run.
-/// Each start has a thread of its own, so that one which hangs holds up no other; there are no more starts
-/// and engines together than the settings allow. Engines that run when it is destroyed go on: each ends by
-/// itself once its controller has disconnected. One thread uses it.
+/// Starts engine processes, each with sockets in a private directory, and keeps track of those that run. Each
+/// start has its own thread, so that a start that hangs delays no other; the settings bound the number of
+/// starts and engines together. Engines keep running after its destruction: each ends once its host has
+/// disconnected. Used by one thread.
 ///
-/// The process has to be the one that orphans become children of (PR_SET_CHILD_SUBREAPER), so that an engine
-/// whose supervisor was killed is not lost.
+/// The process has to be a subreaper (PR_SET_CHILD_SUBREAPER), so that it inherits an engine whose supervisor
+/// was killed.
 class EngineLauncher {
  public:
   using StartNumber = std::uint64_t;
@@ -72,24 +71,24 @@ class EngineLauncher {
 
   explicit EngineLauncher(LaunchSettings settings) : settings_(std::move(settings)) {}
 
-  /// Begins to start an engine, and does not wait for it. `onOver` is called on another thread, within 25 s
-  /// and the 7 s that a process is given to end, when the outcome can be taken; it must not throw. Throws
-  /// std::runtime_error with one readable line when nothing is begun.
+  /// Begins to start an engine, and does not wait for it. `onOver` is called on another thread when the
+  /// outcome can be taken: within 25 s, plus 7 s for a process that has to be ended. It must not throw.
+  /// Throws std::runtime_error, one readable line, when no start was begun.
   StartNumber begin(const WantedEngine& wanted, std::function<void()> onOver);
-  /// Those of starts that are over, each once. Does not wait.
+  /// The outcomes of finished starts, each returned once. Does not wait.
   std::vector<Outcome> takeOutcomes();
-  /// Ends all starts that are under way, and waits for that: at most 8 s, unless a process cannot be killed.
-  /// What they came to can still be taken.
+  /// Ends all starts in progress and waits for them: at most 8 s, unless a process cannot be killed. Their
+  /// outcomes can still be taken.
   void endStarts();
-  /// Reaps engines that have ended, logs how, takes over the endpoints of those whose supervisor was killed
-  /// as well, and removes what they could not. To be called often; does not wait.
+  /// Reaps engines that have ended and logs how they ended. Takes over the endpoints of a dead engine whose
+  /// supervisor was killed, and removes their files. To be called often; does not wait.
   void reap();
-  /// Ends all takeovers, and waits for that: at most 4 s.
+  /// Ends all takeovers and waits for them: at most 4 s.
   void endTakeovers();
 
  private:
   struct Engine {
-    /// With the ids of its processes.
+    /// Includes the ids of its processes.
     std::string name;
     hosting::DeadEngine identity;
     pid_t engineProcess = 0;
@@ -99,7 +98,7 @@ class EngineLauncher {
     std::optional<unsigned int> core;
   };
 
-  /// What is under way: the thread writes, until `isOver` is set, what stands behind that.
+  /// A start in progress. Until `isOver` is set, its thread owns the members after it.
   struct Start {
     StartNumber number = 0;
     std::string name;
@@ -121,7 +120,7 @@ class EngineLauncher {
            const std::stop_token& stop) const;
   Outcome conclude(Start& start);
   void logEnd(Engine& engine, int status) const;
-  /// What is left to do for an engine whose program has exited.
+  /// Handles the exit of an engine's program.
   void finish(Engine& engine, int status);
   std::optional<unsigned int> leastUsedCore() const;
 
@@ -130,9 +129,9 @@ class EngineLauncher {
   std::vector<std::unique_ptr<Start>> starts_;
   StartNumber lastStart_ = 0;
   std::vector<std::unique_ptr<OrphanedEngine>> orphans_;
-  /// Of engines whose program was killed: the engine itself may go on there.
+  /// Directories of engines whose supervisor was killed: the engine itself may still use them.
   std::vector<std::filesystem::path> abandoned_;
-  /// Process groups whose leaders, engines' programs, have been reaped; the others of a group are orphans,
+  /// Process groups whose leader, an engine's program, has been reaped. Their other members are orphans,
   /// hence children of this process.
   std::vector<pid_t> groups_;
 };

@@ -63,15 +63,15 @@ int run(const Arguments& arguments) {
                                           .cores = arguments.engineCores,
                                           .engineFolders = arguments.engineFolders,
                                           .reportsFailedJobs = arguments.parent == 0});
-  // Whichever way it ends: behind the service's own end.
+  // Removes the socket file after the service, also when that throws.
   const struct Files {
     ~Files() { qor::processes::removeSocketFiles({endpoint}, directory, qor::processes::BoundBy::Anybody); }
     const SocketEndpoint& endpoint;
     const std::filesystem::path& directory;
   } files{endpoint, arguments.directory};
   qor::programs::Service service(endpoint, launcher);
-  // Each engine's process reads the registry anew: these may be repaired while the service runs. A host
-  // reports those of its private service.
+  // Each engine's process reads the registry again, so problems can be repaired while the service runs. A
+  // host reports the problems of its private service itself.
   if (arguments.parent == 0) {
     const qor::hosting::EngineRegistry registry(qor::hosting::registryFolders(arguments.engineFolders));
     for (const auto& problem : registry.problems())
@@ -109,12 +109,12 @@ int main(int argumentCount, char** values) {
   using qor::console::Shown;
   qor::console::setLogOrigin("qor-engine-service " + std::to_string(::getpid()));
   qor::console::showLog(arguments.quiet ? Shown::Failures : Shown::Events);
-  // Engines whose supervisors are killed are its children from then on.
+  // Makes this process inherit engines whose supervisors are killed.
   ::prctl(PR_SET_CHILD_SUBREAPER, 1);
   for (const int signal : {SIGTERM, SIGINT}) std::signal(signal, [](int) { endIsAskedFor = 1; });
   if (arguments.parent != 0) {
     ::prctl(PR_SET_PDEATHSIG, SIGTERM);
-    // It may have gone before the signal was asked for.
+    // The parent may have exited before the call above.
     if (::getppid() != arguments.parent) endIsAskedFor = 1;
   }
   try {

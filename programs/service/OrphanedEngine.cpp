@@ -48,7 +48,7 @@ bool OrphanedEngine::processPendingEvents() {
   }
   if (isDead_ || !hasEnded()) return false;
   if (engineStatus_ == 0 || !isDead_) {
-    // It has ended by itself, or cannot be waited for: it may be the child of another process.
+    // It has exited normally, or cannot be waited for because it is another process's child.
     logEnd(engineStatus_ ? describeStatus(*engineStatus_) : "nobody knows how", false);
     isOver_ = true;
     return processPendingEvents();
@@ -63,7 +63,7 @@ bool OrphanedEngine::hasEnded() {
     const pid_t reaped = ::waitpid(content_.engineProcess, &status, WNOHANG);
     if (reaped == 0) return false;
     if (reaped > 0) engineStatus_ = status;
-    // Its supervisor may have reaped it before.
+    // Its supervisor may have reaped it already.
     isDead_ = reaped > 0 || (::kill(content_.engineProcess, 0) != 0 && errno == ESRCH);
   } else {
     isDead_ = reapGroup(content_.supervisor);

@@ -13,22 +13,22 @@
 
 namespace qor::programs {
 
-/// Reaps all children that have ended of a process group whose leader has been reaped; false while others of
-/// them live. Since the number of a group is not given away while it has members, no stranger is reaped.
+/// Reaps the exited members of a process group whose leader has been reaped; false while other members live.
+/// The system does not reuse a group's id while it has members, so no unrelated process is reaped.
 bool reapGroup(pid_t group);
 
-/// An engine whose supervisor was killed. Its process has become a child of this one and serves on; when it
-/// dies, this does what the supervisor would have done: takes over its endpoints, so that its host has the
-/// cause, ends what else there is of its process group, and removes the sockets' directory. One thread.
+/// An engine whose supervisor was killed. Its process has become a child of this one and keeps serving. When
+/// it dies, this class does the supervisor's work: takes over its endpoints, so that its host receives the
+/// cause, kills the rest of its process group, and removes the sockets' directory. One thread.
 class OrphanedEngine {
  public:
   struct Content {
-    /// For logs, with the ids of the processes.
+    /// For logs; includes the ids of the processes.
     std::string name;
-    /// Without a cause.
+    /// The cause is not set.
     hosting::DeadEngine engine;
     pid_t supervisor = 0;
-    /// 0 when it is not known.
+    /// 0 if unknown.
     pid_t engineProcess = 0;
     /// How the supervisor ended, as waitpid reports it.
     int supervisorStatus = 0;
@@ -37,16 +37,16 @@ class OrphanedEngine {
   };
 
   explicit OrphanedEngine(Content content);
-  /// Waits for the end of the takeover, if there is one: at most the 2 s that a host is given to take the
-  /// cause in, and the 2 s in which sockets are closed.
+  /// Waits for the end of a takeover: at most 2 s for the host to receive the cause, and 2 s to close the
+  /// sockets.
   ~OrphanedEngine();
   OrphanedEngine(const OrphanedEngine&) = delete;
   OrphanedEngine& operator=(const OrphanedEngine&) = delete;
 
-  /// Notices its end and that of the takeover; true once nothing is left to be done, except for the directory
-  /// when `isDead` is false. To be called often; does not wait.
+  /// Handles the engine's end and the end of the takeover; true once nothing is left to do, except for the
+  /// directory when `isDead` is false. To be called often; does not wait.
   bool processPendingEvents();
-  /// Has a takeover end soon, and does not wait for it.
+  /// Asks a takeover to end, and does not wait for it.
   void requestEnd();
   /// Waits for the end of the takeover.
   void awaitEnd();
@@ -57,7 +57,7 @@ class OrphanedEngine {
   const std::filesystem::path& directory() const { return content_.directory; }
 
  private:
-  /// Whether an end of the engine's process is to be acted on.
+  /// Whether the engine's process has ended.
   bool hasEnded();
   void logEnd(const std::string& how, bool isBad) const;
   void takeOver();

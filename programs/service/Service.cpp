@@ -72,7 +72,7 @@ void answer(socket::ConcurrentReplier& socket, socket::ConcurrentReplier::Reques
 Service::Service(const socket::SocketEndpoint& endpoint, EngineLauncher& launcher)
     : launcher_(launcher), socket_("EngineService", endpoint) {}
 
-// The starts' threads wake the socket.
+// Before the socket is destroyed: the starts' threads wake it.
 Service::~Service() { launcher_.endStarts(); }
 
 void Service::serve(const std::function<bool()>& shouldStop) {

@@ -8,20 +8,19 @@
 
 namespace qor::programs {
 
-/// Answers engine submissions, each as soon as its engine can be connected to, with the engine's endpoints,
-/// or with a readable refusal. A start that hangs delays no other. One thread.
+/// Answers engine submissions with the engine's endpoints, once hosts can connect to it, or with a readable
+/// refusal. A start that hangs delays no other. One thread.
 class Service {
  public:
   /// Binds the endpoint. Throws std::runtime_error.
   Service(const socket::SocketEndpoint& endpoint, EngineLauncher& launcher);
-  /// Ends the starts that are under way.
+  /// Ends the starts in progress.
   ~Service();
   Service(const Service&) = delete;
   Service& operator=(const Service&) = delete;
 
-  /// Serves until `shouldStop` returns true: it is asked about every 100 ms. Submissions that are being
-  /// served then are refused, within 8 s, and hosts of engines whose endpoints were taken over have 2 s to
-  /// take the cause in.
+  /// Serves until `shouldStop`, called about every 100 ms, returns true. Pending submissions are then refused
+  /// within 8 s, and hosts of dead engines have 2 s to receive the cause.
   void serve(const std::function<bool()>& shouldStop);
 
  private:
@@ -30,7 +29,7 @@ class Service {
 
   EngineLauncher& launcher_;
   socket::ConcurrentReplier socket_;
-  /// As many as there are starts under way.
+  /// The requests of the starts in progress.
   std::map<EngineLauncher::StartNumber, socket::ConcurrentReplier::Request> waiting_;
 };
 

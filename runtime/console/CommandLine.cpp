@@ -14,7 +14,7 @@ namespace qor::console {
 
 namespace {
 
-/// One line, as all messages of a program are.
+/// One line, like every message of a program.
 std::string failureMessage(const CLI::App* app, const CLI::Error& error) {
   std::string what = tamb::EscapedText(error.what());
   if (!what.empty()) what.front() = static_cast<char>(std::tolower(static_cast<unsigned char>(what.front())));

@@ -5,9 +5,9 @@
 
 namespace qor::console {
 
-/// Parses the command line of a program, after adding --version to what it takes. The program's exit code
-/// when there is nothing to run: 0 when it was asked about itself, 2 after wrong usage; either has been
-/// answered.
+/// Adds --version and parses the command line. Returns an exit code when the program has nothing to run: 0
+/// after
+/// --help or --version, 2 after wrong usage; the text has been printed.
 ///
 /// Sets what two signals do, whatever the process was started with: SIGPIPE is ignored, since whoever reads
 /// our output may go before us, and that ends nothing; SIGCHLD is not, since children are waited for. Takes

@@ -23,12 +23,11 @@ namespace {
 /// It needs no destruction, hence can be locked as long as the process lives.
 base::Mutex mutex;
 std::size_t dropped QOR_GUARDED_BY(mutex) = 0;
-/// Whether the last line was written in part.
+/// Whether the last line was written only in part.
 bool isInLine QOR_GUARDED_BY(mutex) = false;
 
-/// One way of writing to a stream that does not wait. For a terminal or a file, the stream is asked before
-/// each piece. A pipe may be shared: whoever asks may find it full a moment later, so that it is opened once
-/// more, with flags of its own.
+/// Writes to a stream without blocking. A terminal or a file is polled before each piece. A pipe may be
+/// shared, and full by the time of the write: it is opened again, with O_NONBLOCK for this description only.
 class Stream {
  public:
   explicit Stream(int descriptor) : descriptor_(descriptor) {
@@ -41,7 +40,7 @@ class Stream {
     if (own_.isOpen()) descriptor_ = own_.get();
   }
 
-  /// How many bytes were written; none or an error when it takes none.
+  /// The number of bytes written; 0 or negative when the stream accepts none.
   ssize_t write(std::string_view piece) const {
     if (isSocket_) return ::send(descriptor_, piece.data(), piece.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
     return takesSome() ? ::write(descriptor_, piece.data(), piece.size()) : 0;
@@ -58,11 +57,11 @@ class Stream {
   base::FileDescriptor own_;
 };
 
-/// What could not be written of the text.
+/// Returns the part of the text that could not be written.
 std::string_view writeSome(int descriptor, std::string_view text) {
   const Stream stream(descriptor);
   while (!text.empty()) {
-    // A pipe takes such a piece whole or not at all.
+    // A pipe accepts a piece of this size whole or not at all.
     const auto written = stream.write(text.substr(0, PIPE_BUF));
     if (written <= 0) break;
     text.remove_prefix(static_cast<std::size_t>(written));

@@ -4,18 +4,17 @@
 
 namespace qor::console {
 
-/// Writes a line to the standard error stream, and does not wait for its reader: lines that the stream does
-/// not take at once are dropped, and counted in a line of its own as soon as it takes some again. A reader
-/// that stands still must not stop a program that others wait for. What a terminal would obey is escaped, as
-/// tamb::EscapedText spells it. Any thread.
+/// Writes a line to the standard error stream without waiting for its reader, so that a paused reader cannot
+/// block the program. Lines that the stream does not accept at once are dropped; their count is written as
+/// soon as it accepts lines again. Control characters are escaped as by tamb::EscapedText. Any thread.
 void writeErrorLine(std::string_view line);
 
-/// Writes the count of the lines dropped so far, if there are any and the stream takes it. For the end of a
-/// program, when no further line may come. Any thread; does not wait.
+/// Writes the count of the dropped lines, if any and if the stream accepts it. For the end of a program, when
+/// no further line may follow. Any thread; does not wait.
 void writeDroppedLines();
 
-/// Writes to a stream of this process without waiting for its reader, also when other processes write to the
-/// same one. False when the stream did not take all of it.
+/// Writes to a stream of this process without waiting for its reader, also when other processes share the
+/// stream. False when the stream did not accept the whole text.
 bool writeWithoutWaiting(int descriptor, std::string_view text);
 
 }  // namespace qor::console

@@ -12,12 +12,12 @@ namespace qor::console {
 
 namespace {
 
-/// As the C library spells EAGAIN, which is what a thread or a process that cannot be started comes to.
+/// The C library's text for EAGAIN, the error when a thread or a process cannot be started.
 constexpr std::string_view noThread = "Resource temporarily unavailable";
 constexpr std::string_view noMemory = "std::bad_alloc";
 constexpr rlim_t mebibyte = rlim_t{1} << 20U;
 
-/// None when there is no limit.
+/// None if unlimited.
 std::optional<rlim_t> limitOf(__rlimit_resource resource) {
   rlimit limit{};
   if (::getrlimit(resource, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return std::nullopt;

@@ -14,7 +14,7 @@ namespace qor::console {
 namespace {
 
 constexpr std::size_t longestId = 200;
-/// Level and time, which have a fixed width, and the spaces behind them.
+/// Level and time, which have a fixed width, and the spaces after them.
 constexpr std::size_t widthBeforeOrigin = 8 + std::string_view("2026-03-01T12:34:56.789012Z ").size();
 
 struct Origin {
@@ -22,7 +22,7 @@ struct Origin {
   std::string text QOR_GUARDED_BY(mutex);
 };
 
-/// Never destroyed: objects that go after main() has returned still log.
+/// Never destroyed: objects destroyed after main() has returned still log.
 Origin& origin() {
   static auto& instance = *new Origin;
   return instance;

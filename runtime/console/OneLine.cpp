@@ -13,7 +13,7 @@ constexpr const char* more = "...";
 
 std::string oneLine(std::string_view text, std::size_t longest) {
   std::string line;
-  // No character becomes longer, so that the rest of a long text does not matter.
+  // No character becomes longer, so the loop can stop early.
   while (!text.empty() && line.size() <= longest) {
     const auto character = base::firstCharacter(text);
     std::string_view shown = text.substr(0, character.length);

@@ -27,7 +27,7 @@ class TerminalWriter : public tamb::ILoggerWriter {
     if (!isShown(level)) return;
     const std::string origin = logOriginWith(context);
     const base::Lock lock(mutex_);
-    // Each of its lines by itself, so that each says where it comes from.
+    // Writes each line as a record of its own, so that each names its origin.
     std::string_view rest(message);
     rest = rest.substr(0, rest.find_last_not_of("\r\n") + 1);
     do {
@@ -67,7 +67,7 @@ class TerminalWriter : public tamb::ILoggerWriter {
   tamb::ConsoleLoggerWriter writer_ QOR_GUARDED_BY(mutex_){text_};
 };
 
-/// Lives as long as the process: whatever logs last must find it.
+/// Never destroyed: it must outlive everything that logs.
 std::shared_ptr<tamb::RepeatCountingWriter>& countingWriter() {
   static auto& writer = *new std::shared_ptr<tamb::RepeatCountingWriter>;
   return writer;

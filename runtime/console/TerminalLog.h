@@ -6,21 +6,21 @@ namespace qor::console {
 enum class Shown {
   /// Warnings and errors.
   Failures,
-  /// What an operator wants to know as well.
+  /// Also events for operators.
   Events,
   Everything,
 };
 
 enum class Repeats {
   Written,
-  /// A warning or an error that repeats an earlier one is counted, and the count written now and then.
+  /// Repeated warnings and errors are counted, and the count is written from time to time.
   Counted,
 };
 
-/// From now on, in the whole process. Each line of a record begins as LogLine.h has it.
+/// Selects the records that this process prints from now on. Each line begins as LogLine.h defines.
 void showLog(Shown shown, Repeats repeats = Repeats::Written);
 
-/// Writes the counts of repeated records that have not been written yet. Any thread.
+/// Writes the pending counts of repeated records. Any thread.
 void flushLog();
 
 }  // namespace qor::console

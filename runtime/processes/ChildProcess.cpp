@@ -24,24 +24,24 @@ namespace {
 using base::Deadline;
 using Clock = Deadline::clock;
 
-/// What the system needs to end a killed process; more only when one of its calls hangs in a device.
+/// Time for a killed process to exit; it takes longer only when a system call hangs in a device.
 constexpr std::chrono::seconds timeToDie{10};
 
-/// How often a child is looked after that nothing tells of.
+/// Poll interval when no pidfd is available.
 constexpr std::chrono::milliseconds timeBetweenLooks{20};
 
-/// Readable once the child has ended; none when there are no descriptors left.
+/// A pidfd, readable once the child has exited; not open when no descriptor is left.
 base::FileDescriptor processDescriptor(pid_t child) {
   return base::FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
 }
 
-/// How long to wait before a child is looked after, of which that descriptor tells.
+/// How long to wait before the child is polled again: until the deadline if a pidfd reports its exit.
 std::chrono::milliseconds timeToLook(const base::FileDescriptor& process, Deadline deadline) {
   const auto left = base::timeUntil(deadline);
   return process.isOpen() ? left : std::min(left, timeBetweenLooks);
 }
 
-/// What posix_spawn is told beyond the program and its arguments.
+/// File actions and attributes for posix_spawn.
 class SpawnSettings {
  public:
   SpawnSettings(int input, int output, ChildProcess::Lines lines) {
@@ -57,7 +57,7 @@ class SpawnSettings {
     sigset_t none;
     ::sigemptyset(&none);
     ::posix_spawnattr_setsigmask(&attributes, &none);
-    // What we ignore is our own choice.
+    // The child must not inherit the signals that we ignore.
     sigset_t ignored;
     ::sigemptyset(&ignored);
     for (const int signal : {SIGPIPE, SIGCHLD}) ::sigaddset(&ignored, signal);
@@ -76,7 +76,7 @@ class SpawnSettings {
   posix_spawnattr_t attributes{};
 };
 
-/// The whole of the input at once: the pipe is made large enough, and who does not read it is not waited for.
+/// Writes the whole input at once into a pipe that is large enough, without waiting for the reader.
 void fill(Pipe& pipe, const std::string& input) {
   const int size = static_cast<int>(input.size()) + 1;
   const bool fits = size <= ::fcntl(pipe.write.get(), F_GETPIPE_SZ);
@@ -114,13 +114,13 @@ std::optional<std::string> ChildProcess::readLine(std::chrono::milliseconds time
     if (!output_.isOpen()) return std::nullopt;
     std::array<pollfd, 2> awaited{{{.fd = output_.descriptor(), .events = POLLIN, .revents = 0},
                                    {.fd = process.get(), .events = POLLIN, .revents = 0}}};
-    // First of all: what it has said ahead of its end is there then.
+    // Reap first: everything written before the exit is then in the pipe.
     if (!process.isOpen()) reap();
     ::poll(awaited.data(), awaited.size(), static_cast<int>(timeToLook(process, deadline).count()));
     if (awaited[0].revents != 0) {
       output_.readSome();
     } else if (awaited[1].revents != 0 || status_ || Clock::now() >= deadline) {
-      // Of a program that has ended, somebody else may still have the output open.
+      // Another process may hold the output of an exited program open.
       return std::nullopt;
     }
   }

@@ -12,19 +12,18 @@
 
 namespace qor::processes {
 
-/// A program in a session of its own, so that Ctrl-C of the terminal does not reach it. Lines that it writes
-/// can be read here, and its standard error stream is ours. It is not ended with this object: whoever starts
-/// it decides what becomes of it. One thread.
+/// A child process in its own session, out of reach of the terminal's Ctrl-C. Its lines can be read here; it
+/// shares our standard error stream. The destructor does not end it: its owner does. One thread.
 class ChildProcess {
  public:
-  /// The descriptor of the program's end of a line channel.
+  /// The program's descriptor for lines.
   static constexpr int lineDescriptor = 3;
 
-  /// Where the program writes the lines that can be read here.
+  /// Where the program writes its lines.
   enum class Lines {
     OnStandardOutput,
-    /// On `lineDescriptor`, which the program has to be told of. What it, or a library of its, prints to its
-    /// standard output goes to our standard error stream.
+    /// On `lineDescriptor`, which has to be passed to the program as an argument. Its standard output goes to
+    /// our standard error stream.
     OnLineDescriptor,
   };
 
@@ -35,15 +34,15 @@ class ChildProcess {
   ChildProcess& operator=(ChildProcess&&) = default;
 
   pid_t pid() const { return pid_; }
-  /// The next of its lines; none when it has not come in time, or the lines or the program have ended.
+  /// Reads the next line; none when it does not arrive in time, or when the output or the program has ended.
   std::optional<std::string> readLine(std::chrono::milliseconds time);
-  /// Its status once it has ended, as waitpid has it; none while it runs. Does not wait.
+  /// Its wait status once it has exited; none while it runs. Does not wait.
   std::optional<int> reap();
-  /// Waits at most so long for its end.
+  /// Waits at most that long for its exit.
   std::optional<int> waitForEnd(std::chrono::milliseconds time);
-  /// Nothing once it has been reaped.
+  /// Does nothing once it has been reaped.
   void signal(int number) const;
-  /// Asks it to end, kills it when it has not after `grace`, and reaps it: at the latest 10 s after that.
+  /// Sends SIGTERM, after `grace` SIGKILL, and reaps it: at most 10 s later.
   void end(std::chrono::milliseconds grace);
 
  private:
@@ -52,13 +51,13 @@ class ChildProcess {
   LineReader output_{base::FileDescriptor()};
 };
 
-/// Waits at most so long for the end of a child of this process, and reaps it: its status as waitpid has it.
+/// Waits at most that long for the exit of a child of this process, and reaps it. Returns its wait status.
 std::optional<int> waitForEnd(pid_t child, std::chrono::milliseconds time);
 
-/// "signal 11 (Segmentation fault)" or "exit code 3", of a status as waitpid has it.
+/// Describes a wait status: "signal 11 (Segmentation fault)" or "exit code 3".
 std::string describeStatus(int status);
 
-/// The program of that name beside the running one. Throws std::system_error where there is no /proc.
+/// The program of that name in the folder of the running one. Throws std::system_error without /proc.
 std::filesystem::path siblingProgram(const std::string& name);
 
 }  // namespace qor::processes

@@ -5,19 +5,20 @@
 
 namespace qor::processes {
 
-/// Processor cores, by the system's numbers for them, ascending.
+/// Processor cores by the system's numbers, ascending.
 using Cores = std::vector<unsigned int>;
 
-/// Those that the calling thread may run on. Threads that it starts get the same.
+/// The cores that the calling thread may run on. Threads that it starts inherit them.
 Cores usableCores();
 
-/// Has the calling thread, and those that it starts from now on, run on these only. A wake-up between two
-/// threads of one core costs a fraction of one between two cores: a process whose messaging threads keep to a
-/// core of their own answers sooner, as long as they need no more than that. Threads that compute are better
-/// left free. Throws std::system_error when the system lets this process run on none of them.
+/// Pins the calling thread, and the threads that it starts from now on, to these cores. A wake-up within one
+/// core costs a fraction of one between two cores, so messaging threads that share a core answer sooner, as
+/// long as one core is enough for them. Do not pin threads that compute. Throws std::system_error when this
+/// process may run on none of the cores.
 void useCores(const Cores& cores);
 
-/// Throws std::runtime_error, which leads with `who` and says which can be used, when one of these cannot.
+/// Throws std::runtime_error, which begins with `who` and lists the usable cores, when one of these is
+/// unusable.
 void requireUsable(const Cores& cores, const std::string& who);
 
 }  // namespace qor::processes

@@ -8,15 +8,14 @@
 
 namespace qor::processes {
 
-/// Both ends of a new pipe. Throws std::system_error.
+/// A new pipe. Throws std::system_error.
 struct Pipe {
   Pipe();
   base::FileDescriptor read;
   base::FileDescriptor write;
 };
 
-/// Cuts what is read from a descriptor into lines. A longer line than the longest comes in pieces. One
-/// thread.
+/// Reads lines from a descriptor. A line over `longestLine` bytes is split. One thread.
 class LineReader {
  public:
   static constexpr std::size_t longestLine = 65'536;
@@ -25,10 +24,10 @@ class LineReader {
 
   int descriptor() const { return descriptor_.get(); }
   bool isOpen() const { return descriptor_.isOpen(); }
-  /// Reads once what there is, waiting for it if there is nothing; at the end, the descriptor is closed.
+  /// Reads once, blocking while nothing is available; closes the descriptor at the end of the input.
   void readSome();
-  /// Takes the next complete line out, without its end; at the end of the input also an incomplete one. False
-  /// when there is none.
+  /// Takes the next complete line, without its line end; at the end of the input also an incomplete one.
+  /// False when no line is available.
   bool takeLine(std::string& line);
 
  private:

@@ -19,7 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The paths of all sockets that a process of this machine has bound, as they were written then.
+/// The paths of all bound sockets of this machine, as they were spelled when they were bound.
 std::set<std::string> boundPaths() {
   std::set<std::string> paths;
   std::ifstream sockets("/proc/net/unix");
@@ -30,9 +30,8 @@ std::set<std::string> boundPaths() {
   return paths;
 }
 
-/// What a connection to the file comes to, as errno has it; 0 when somebody accepts it. A path has many
-/// spellings, and the system lists the one that it was bound by: so it is tried out. Whoever listens sees a
-/// peer that connects and disconnects.
+/// The errno of a connection attempt; 0 when it is accepted. Connecting is the reliable test, since the
+/// system lists only the spelling that a path was bound by. The listener sees a peer connect and disconnect.
 int tryToConnect(const std::string& path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
@@ -99,7 +98,7 @@ PrivateDirectory::PrivateDirectory() {
 
 PrivateDirectory::~PrivateDirectory() {
   std::error_code ignored;
-  // Looking into it takes a descriptor, removing it empty does not.
+  // Removing an empty directory needs no descriptor; listing it does.
   if (isOurs_ && !fs::remove(path_, ignored)) fs::remove_all(path_, ignored);
 }
 

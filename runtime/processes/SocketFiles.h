@@ -10,21 +10,20 @@ namespace qor::processes {
 /// Who has bound the socket files in a directory.
 enum class BoundBy { Us, Anybody };
 
-/// Removes the socket files of those endpoints that have one, and then the directory, when one is given and
-/// it is empty: what a process that was killed could not remove itself. Files that somebody listens on stay,
-/// however their paths are written; but those in the directory go in any case when it is ours.
+/// Removes the endpoints' socket files and then the directory, if one is given and it is empty: a killed
+/// process leaves them behind. Files with a listener stay, whatever the spelling of their paths, except in a
+/// directory of ours, where all are removed.
 void removeSocketFiles(std::initializer_list<socket::SocketEndpoint> endpoints,
                        const std::filesystem::path& directory, BoundBy boundBy = BoundBy::Us);
 
-/// Throws std::runtime_error, one readable line, when somebody listens on the socket file of one of those
-/// endpoints that have one.
+/// Throws std::runtime_error, one readable line, when the socket file of one of the endpoints has a listener.
 void requireNobodyListens(std::initializer_list<socket::SocketEndpoint> endpoints);
 
-/// Removes a directory of sockets with all that is in it, unless somebody has one of them bound; false then.
+/// Removes a directory of sockets with its content; false, removing nothing, while a process has one bound.
 bool removeIfUnused(const std::filesystem::path& directory);
 
-/// A new directory that no other user can enter, below the directory for temporary files. It is removed, with
-/// all that is in it, with this object, unless it was handed over to somebody else by then.
+/// A new directory that no other user can enter, below the directory for temporary files. The destructor
+/// removes it with its content, unless it was released.
 class PrivateDirectory {
  public:
   /// Throws std::system_error.
