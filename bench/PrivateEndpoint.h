@@ -15,7 +15,7 @@ class PrivateEndpoint {
  public:
   PrivateEndpoint() {
     std::string path = (std::filesystem::temp_directory_path() / "benchmark-XXXXXX").string();
-    if (::mkdtemp(path.data()) == nullptr) throw std::runtime_error("cannot make a directory for sockets");
+    if (::mkdtemp(path.data()) == nullptr) throw std::runtime_error("cannot create a directory for sockets");
     directory_ = path;
   }
   ~PrivateEndpoint() {

@@ -37,7 +37,7 @@ EndingSignals::EndingSignals(std::function<void()> prepare) : prepare_(std::move
   }
   ::pthread_sigmask(SIG_BLOCK, &set_, nullptr);
   signals_ = base::FileDescriptor(::signalfd(-1, &set_, SFD_CLOEXEC | SFD_NONBLOCK));
-  if (!signals_.isOpen()) throw std::system_error(errno, std::system_category(), "cannot await signals");
+  if (!signals_.isOpen()) throw std::system_error(errno, std::system_category(), "cannot wait for signals");
   thread_ = std::thread([this] { attend(); });
 }
 

@@ -131,7 +131,7 @@ void EngineChild::noticeChanges() {
     if (WIFSTOPPED(status)) {
       frozen_ = Clock::now();
       utils::logWarning("Engine process " + std::to_string(process_) +
-                        " was stopped; it is killed when nobody continues it within " +
+                        " was suspended; it is killed unless it is continued within " +
                         inSeconds(longestFreeze));
     } else if (WIFCONTINUED(status)) {
       frozen_.reset();
@@ -151,7 +151,7 @@ void EngineChild::killWhenOverdue() {
   } else if (stopIgnored_ && now >= *stopIgnored_ + engineStopsWithin) {
     whyKilled_ = "did not stop within " + inSeconds(engineStopsWithin);
   } else if (frozen_ && now >= *frozen_ + longestFreeze) {
-    whyKilled_ = "was kept stopped for " + inSeconds(longestFreeze);
+    whyKilled_ = "was suspended for " + inSeconds(longestFreeze);
   } else {
     return;
   }

@@ -52,7 +52,7 @@ class EngineChild {
   /// and processes the output.
   void await(Clock::time_point deadline, int alsoAwaited);
   /// Notices whether it was stopped or continued or has exited, and kills it when it is overdue: 5 s after
-  /// it, or a run of its engine, was asked to end, and when it has been kept stopped for 10 s. When it has
+  /// it, or a run of its engine, was asked to end, and when it has been suspended for 10 s. When it has
   /// died, the processes that it leaves are killed as well. To be called after every SIGCHLD, and before the
   /// next wait.
   void processPendingEvents();

@@ -26,7 +26,7 @@ std::string readWorkflowManagerId(std::size_t length) {
   std::string id(std::min(length, longest), '\0');
   std::cin.read(id.data(), static_cast<std::streamsize>(id.size()));
   if (length > longest || static_cast<std::size_t>(std::cin.gcount()) != length) {
-    throw std::runtime_error("--id-length " + std::to_string(length) + ": expected an id of so many bytes, " +
+    throw std::runtime_error("--id-length " + std::to_string(length) + ": expected an id of that length, " +
                              std::to_string(longest) + " at most, on the standard input");
   }
   return id;
@@ -47,7 +47,7 @@ SocketEndpoint hostsEndpoint(const std::string& text) {
   auto endpoint = SocketEndpoint::FromString(text);
   if (endpoint.transport() == SocketEndpoint::Transport::Tcp && endpoint.port() == 0) {
     throw std::runtime_error("--command \"" + text +
-                             "\": port 0 names no port to connect to; expected the port that the host binds");
+                             "\": cannot connect to port 0; expected the port that the host binds");
   }
   return endpoint;
 }
@@ -57,21 +57,21 @@ SocketEndpoint ownEndpoint(const std::string& text) {
 }
 
 std::string descriptorComplaint(const std::string& text) {
-  return ::fcntl(std::atoi(text.c_str()), F_GETFD) < 0 ? "no descriptor " + text + " is open" : "";
+  return ::fcntl(std::atoi(text.c_str()), F_GETFD) < 0 ? "descriptor " + text + " is not open" : "";
 }
 
 }  // namespace
 
 EngineCommandLine::EngineCommandLine(CLI::App& app) {
-  auto& ids = *app.add_option_group("id", "Which workflow manager sends the engine commands, one of");
+  auto& ids = *app.add_option_group("id", "Workflow manager that sends the commands, one of");
   ids.add_option("--workflow-manager-id", workflowManagerId_, "The workflow manager's id");
   ids.add_option("--id-length", idLength_,
-                 "The length of its id in bytes, which are the first of the standard input: for an id that "
-                 "no command line can carry");
+                 "Length in bytes of its id, which precedes the description on the standard input; for an id "
+                 "that does not fit on a command line");
   ids.require_option(1);
-  app.add_option("--engine-id", engineId_, "The engine's number there")->required();
+  app.add_option("--engine-id", engineId_, "The engine's id in that workflow manager")->required();
   app.add_option("--description", description_,
-                 "What the engine has to do: a JSON file, or - for the standard input")
+                 "The engine's description: a JSON file, or - for the standard input")
       ->required();
   app.add_option("--request", request_,
                  "Endpoint to receive requests on, such as ipc://PATH or tcp://127.0.0.1:0")
@@ -81,12 +81,11 @@ EngineCommandLine::EngineCommandLine(CLI::App& app) {
   app.add_option("--notification", notification_, "Endpoint to publish notifications on")->required();
   app.add_option("--directory", directory_, "Directory of the sockets, removed at the end if it is empty");
   app.add_option("--ready-fd", readyDescriptor_,
-                 "Open descriptor to report on: that the engine is ready or why it is not, and at last what "
-                 "became of it")
+                 "Open descriptor for reports: whether the engine is ready, and finally how it ended")
       ->capture_default_str()
       ->check(descriptorComplaint);
   app.add_option("--core", core_,
-                 "Core that the messaging threads keep to: answers come sooner if it has little else to do");
+                 "Core for the messaging threads; a core with little other work shortens reply times");
   app.add_flag("--verbose", isVerbose_, "Show all log records");
 }
 

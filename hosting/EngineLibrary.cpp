@@ -59,10 +59,10 @@ const engines::IEngineFactory& loadEngineLibrary(const std::filesystem::path& pa
   const auto* const factory = callFactory(path, function, version);
   if (version != engines::engineInterfaceVersion) {
     fail(path, fmt::format("it was built for version {} of the engine interface, and this program has "
-                           "version {}; build it anew",
+                           "version {}; rebuild it",
                            version, engines::engineInterfaceVersion));
   }
-  if (factory == nullptr) fail(path, "it offers no engine");
+  if (factory == nullptr) fail(path, "its factory returned no engine");
   static_cast<void>(library.release());  // From here on, the factory points into it.
   return *factory;
 }

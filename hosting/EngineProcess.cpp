@@ -44,7 +44,7 @@ constexpr auto readyMilliseconds =
     static_cast<unsigned int>(std::chrono::milliseconds(socketsReadyWithin).count());
 constexpr auto endMilliseconds = static_cast<unsigned int>(std::chrono::milliseconds(runEndsWithin).count());
 constexpr const char* hostHasLeft =
-    "the host has disconnected, or was silent for 10 s, and did not ask the run to finish: the run was "
+    "the host has disconnected, or was silent for 10 s, without stopping the run: the run was "
     "abandoned and its output discarded";
 
 /// A publisher that has no descriptor for whoever connects reports that to nobody.
@@ -75,7 +75,7 @@ void useIfPossible(const processes::Cores& cores) {
   try {
     processes::useCores(cores);
   } catch (const std::exception& error) {
-    utils::logWarning(std::string("the engine's run keeps to the core of its messaging: ") + error.what());
+    utils::logWarning(std::string("The engine's run stays on the core of its messaging: ") + error.what());
   }
 }
 
@@ -86,7 +86,7 @@ void endRun(tamb::IEngineFrontEnd& engine) {
     engine.RequestStop();
     engine.WaitForStop(endMilliseconds);
   } catch (const std::exception& error) {
-    utils::logWarning(std::string("the engine's run does not end with its process: ") + error.what());
+    utils::logWarning(std::string("Cannot stop the engine's run before its process exits: ") + error.what());
   }
 }
 

@@ -28,7 +28,8 @@ base::FileDescriptor fileWith(const std::string& text) {
   base::FileDescriptor file(::memfd_create("description", MFD_CLOEXEC));
   if (!file.isOpen() || ::write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size()) ||
       ::lseek(file.get(), 0, SEEK_SET) != 0) {
-    throw std::system_error(errno, std::system_category(), "cannot pass the description on");
+    throw std::system_error(errno, std::system_category(),
+                            "cannot pass the description to the engine program");
   }
   return file;
 }

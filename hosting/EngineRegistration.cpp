@@ -108,7 +108,7 @@ class Reader final : public nlohmann::json_sax<Json> {
     if (std::ranges::find(keys, name) == keys.end())
       fail(fmt::format("unknown key {}; expected one of \"{}\"", engines::quoteText(name),
                        fmt::join(keys, "\", \"")));
-    if (!seen_.insert(name).second) fail(fmt::format("the key {:?} is there twice", name));
+    if (!seen_.insert(name).second) fail(fmt::format("duplicate key {:?}", name));
     key_ = name;
     endToken();
     return true;
@@ -137,8 +137,9 @@ class Reader final : public nlohmann::json_sax<Json> {
                    const Json::exception& /*error*/) override {
     const std::size_t offset = std::min(position == 0 ? 0 : position - 1, text_.size());
     const auto rest = text_.substr(offset);
-    failAt(offset, fmt::format("this is not JSON, {}; expected {}",
-                               rest.empty() ? "the text ends" : engines::quoteText(rest), expectedObject));
+    failAt(offset,
+           fmt::format("invalid JSON at {}; expected {}",
+                       rest.empty() ? "the end of the text" : engines::quoteText(rest), expectedObject));
   }
 
  private:

@@ -43,7 +43,7 @@ std::string contentOf(const fs::path& file) {
   if (!in.is_open() || in.bad()) throw std::runtime_error("the file cannot be read");
   content.resize(static_cast<std::size_t>(in.gcount()));
   if (content.size() > longestFile) {
-    throw std::runtime_error(fmt::format("the file has more than {} bytes", longestFile));
+    throw std::runtime_error(fmt::format("the file is larger than {} bytes", longestFile));
   }
   return content;
 }
@@ -136,7 +136,7 @@ void EngineRegistry::add(RegisteredEngine engine) {
     engines_.insert(place, std::move(engine));
   } else if (place->file.parent_path() == engine.file.parent_path()) {
     problems_.push_back(
-        tamb::EscapedText(fmt::format("{}: the engine {:?} is registered by {} already", engine.file.string(),
+        tamb::EscapedText(fmt::format("{}: the engine {:?} is already registered by {}", engine.file.string(),
                                       engine.name, place->file.string())));
   }
 }

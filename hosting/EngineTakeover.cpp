@@ -26,7 +26,7 @@ void publishDeath(std::optional<TcpNotificationHubBackEnd>& hub, const DeadEngin
     hub->PushNotification(
         notificationOf({RunEnd::Kind::Died, engine.cause}, engine.workflowManagerId, engine.engineId));
   } catch (const std::exception& error) {
-    utils::logWarning(std::string("A dead engine's last notification is not published: ") + error.what());
+    utils::logWarning(std::string("Cannot publish a dead engine's last notification: ") + error.what());
   }
 }
 

@@ -34,10 +34,10 @@ using socket::SocketEndpoint;
 constexpr const char* exitCodes = R"(
 Exit codes:
   0  the host disconnected, and the engine was stopped
-  1  the engine could not be made, was not ready in time, or was ended before it was
+  1  the engine could not be created, was not ready in time, or was ended before it was ready
   2  wrong usage
-  3  the engine's process died, by a signal that this one passed on to it or otherwise, or was killed because
-     it ignored a stop or was kept stopped
+  3  the engine's process died, also by a signal that this program passed on to it, or was killed because it
+     ignored a stop or stayed suspended
 )";
 
 /// Nobody may read there any more: that keeps no host waiting.

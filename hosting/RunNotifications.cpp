@@ -112,9 +112,8 @@ void RunNotifications::publish(const RunEnd& end) {
   try {
     PushNotification(notificationOf(end, workflowManagerId_, engineId_));
   } catch (const std::exception& error) {
-    utils::logError("The run has " + std::string(nameOf(end.kind)) +
-                    (end.reason.empty() ? "" : " (" + end.reason + ")") +
-                    ", which cannot be published: " + error.what());
+    utils::logError("Cannot publish that the run has " + std::string(nameOf(end.kind)) +
+                    (end.reason.empty() ? "" : " (" + end.reason + ")") + ": " + error.what());
     const base::Lock lock(mutex_);
     if (!end_) end_ = end;
   }

@@ -40,7 +40,8 @@ class Signals {
     if (onHangUp.sa_handler != SIG_IGN) ::sigaddset(&set_, SIGHUP);
     ::pthread_sigmask(SIG_BLOCK, &set_, &before_);
     descriptor_ = base::FileDescriptor(::signalfd(-1, &set_, SFD_CLOEXEC | SFD_NONBLOCK));
-    if (!descriptor_.isOpen()) throw std::system_error(errno, std::system_category(), "cannot await signals");
+    if (!descriptor_.isOpen())
+      throw std::system_error(errno, std::system_category(), "cannot wait for signals");
   }
 
   int descriptor() const { return descriptor_.get(); }

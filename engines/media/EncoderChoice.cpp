@@ -76,16 +76,16 @@ const AVOutputFormat& chooseContainer(const std::string& output, const MediaSett
   if (container == nullptr) {
     throw TAMBRuntimeError(
         settings.container.empty()
-            ? fmt::format(
-                  "Cannot tell the container from the name of the output {:?}; expected an ending such as "
-                  R"(.mp4, .mkv or .wav, or the setting "container")",
-                  output)
-            : fmt::format(R"(There is no container {:?}; expected a name such as "mp4", "matroska" or "wav")",
+            ? fmt::format("Cannot choose a container for the output {:?}; expected an ending such as "
+                          R"(.mp4, .mkv or .wav, or the setting "container")",
+                          output)
+            : fmt::format(R"(Unknown container {:?}; expected a name such as "mp4", "matroska" or "wav")",
                           settings.container));
   }
   if ((container->flags & AVFMT_NOFILE) != 0) {
-    throw TAMBRuntimeError(fmt::format("The container {:?} does not write one file; expected one that does",
-                                       std::string(container->name)));
+    throw TAMBRuntimeError(
+        fmt::format("The container {:?} does not write a single file; expected one that does",
+                    std::string(container->name)));
   }
   return *container;
 }
@@ -99,7 +99,7 @@ const AVCodec* chooseEncoder(AVMediaType type, const AVOutputFormat& container,
   }
   const auto* const encoder = avcodec_find_encoder_by_name(name.c_str());
   if (encoder == nullptr || encoder->type != type) {
-    throw TAMBRuntimeError(fmt::format("There is no {} encoder {:?}; expected a name such as {}",
+    throw TAMBRuntimeError(fmt::format("Unknown {} encoder {:?}; expected a name such as {}",
                                        video ? "video" : "audio", name,
                                        video ? R"("mpeg4" or "ffv1")" : R"("aac" or "pcm_s16le")"));
   }

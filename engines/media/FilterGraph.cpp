@@ -206,7 +206,7 @@ FilterGraph::Answer FilterGraph::command(const std::string& target, const std::s
       continue;
     }
     if (result < 0) {
-      throwFfmpegError(result, fmt::format("The filter {:?} refuses {:?} {:?}", std::string(filter->name),
+      throwFfmpegError(result, fmt::format("The filter {:?} rejected {:?} {:?}", std::string(filter->name),
                                            name, argument));
     }
     done = true;
@@ -219,9 +219,8 @@ FilterGraph::Answer FilterGraph::command(const std::string& target, const std::s
 
 void FilterGraph::requireSameKind(const AVFrame& frame) const {
   if (!sameKind(frame, *like_)) {
-    throw tamb::TAMBRuntimeError(
-        fmt::format("The stream changes from {} to {} on its way, which cannot be filtered", kindText(*like_),
-                    kindText(frame)));
+    throw tamb::TAMBRuntimeError(fmt::format("Cannot filter the stream: its format changes from {} to {}",
+                                             kindText(*like_), kindText(frame)));
   }
 }
 

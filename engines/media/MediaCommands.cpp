@@ -23,7 +23,7 @@ std::string argument(const tamb::ICommandMessage& command, const std::string& ke
   const auto arguments = command.GetCommandArgs();
   if (!arguments || !arguments->HasKey(key)) {
     throw TAMBRuntimeError(
-        fmt::format(R"(it has no argument {:?}; expected are "target", "command" and "argument")", key));
+        fmt::format(R"(missing argument {:?}; expected "target", "command" and "argument")", key));
   }
   return arguments->GetUTF8String(key);
 }
@@ -119,7 +119,7 @@ void MediaCommands::execute(const tamb::ICommandMessage& command) {
 void MediaCommands::perform(const tamb::ICommandMessage& command) {
   const auto& name = command.GetCommandName();
   if (stopping_) {
-    throw TAMBRuntimeError("the run has been stopped by a command before it");
+    throw TAMBRuntimeError("an earlier command stopped the run");
   }
   if (name == "FilterCommand") {
     const auto target = argument(command, "target");
@@ -127,7 +127,7 @@ void MediaCommands::perform(const tamb::ICommandMessage& command) {
     target_->commandFilter(target, filterCommand, argument(command, "argument"));
   } else if (name == "Pause") {
     if (paused_) {
-      throw TAMBRuntimeError("the run is paused already");
+      throw TAMBRuntimeError("the run is already paused");
     }
     paused_ = true;
   } else if (name == "Resume") {
@@ -141,7 +141,7 @@ void MediaCommands::perform(const tamb::ICommandMessage& command) {
     paused_ = false;
   } else {
     throw TAMBRuntimeError(fmt::format(
-        R"(there is no command {:?}; expected one of "FilterCommand", "Pause", "Resume", "Stop")", name));
+        R"(unknown command {:?}; expected one of "FilterCommand", "Pause", "Resume", "Stop")", name));
   }
 }
 

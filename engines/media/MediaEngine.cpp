@@ -35,8 +35,7 @@ void MediaEngine::AddEngineDescription(std::shared_ptr<tamb::IEngineDescription>
 
 tamb::TimeInfo MediaEngine::GetCurrentTimeInfo(const std::string& name) const {
   if (name != step()) {
-    throw TAMBRuntimeError(
-        fmt::format("MediaEngine: there is no {:?} that has a time; expected {:?}", name, step()));
+    throw TAMBRuntimeError(fmt::format("MediaEngine: unknown time {:?}; expected {:?}", name, step()));
   }
   return {inMilliseconds(position_.position), inMilliseconds(position_.duration)};
 }
@@ -48,7 +47,7 @@ void MediaEngine::runOnce() {
   MediaResult result;
   try {
     if (!document_) {
-      throw TAMBRuntimeError("There is no description that says what to run");
+      throw TAMBRuntimeError("Nothing to run: no description was added");
     }
     // The run is destroyed before its end is reported, so that files are closed and an incomplete output is
     // removed by then.

@@ -147,7 +147,7 @@ AVStream* MediaInput::findBest(AVMediaType type) {
     const AVCodec* decoder = nullptr;  // With this argument, FFmpeg skips streams without a decoder.
     const int other = av_find_best_stream(context_.get(), type, -1, -1, &decoder, 0);
     if (other < 0) {
-      faults_.leftOut(index, "there is no decoder for it");
+      faults_.leftOut(index, "no decoder is available");
     }
     index = other;
   }
@@ -207,7 +207,7 @@ void MediaInput::reportLeftOut(const AVStream& stream) {
       isPicture(stream) || !leftOut_.insert(stream.index).second) {
     return;
   }
-  faults_.leftOut(stream.index, fmt::format("stream {} is the {} of this run", taken->index,
+  faults_.leftOut(stream.index, fmt::format("the run uses stream {} as its {}", taken->index,
                                             av_get_media_type_string(type)));
 }
 
@@ -218,7 +218,7 @@ void MediaInput::endAtError(int error) {
     throwFfmpegError(error, fmt::format("Cannot read {:?}", location_));
   }
   faults_.undecodable(std::nullopt, std::max(lastSeconds_, 0.0),
-                      "the file cannot be read on from here: " + ffmpegErrorText(error));
+                      "the rest of the file cannot be read: " + ffmpegErrorText(error));
   ended_ = true;
 }
 

@@ -96,12 +96,13 @@ void MediaRun::requireOtherFile() const {
 void MediaRun::requireStreams() const {
   const auto require = [this](bool required, const char* what, const void* stream, const char* kind) {
     if (required && stream == nullptr) {
-      throw TAMBRuntimeError(fmt::format("{} is asked for, but {:?} has no {}", what, document_.input, kind));
+      throw TAMBRuntimeError(
+          fmt::format("{} was requested, but {:?} has no {}", what, document_.input, kind));
     }
   };
   require(!document_.videoFilter.empty(), "A video filter", input_->video(), "video");
   require(!document_.audioFilter.empty(), "An audio filter", input_->audio(), "audio");
-  require(document_.loudness, "The loudness", input_->audio(), "audio");
+  require(document_.loudness, "The loudness measurement", input_->audio(), "audio");
 }
 
 const char* MediaRun::requirementFor(AVMediaType type) const {
@@ -120,7 +121,7 @@ void MediaRun::openDecoders() {
       return true;
     }
     if (const auto* const what = requirementFor(type)) {
-      throw TAMBRuntimeError(fmt::format("The container of {:?} takes no {}, for which there is {}",
+      throw TAMBRuntimeError(fmt::format("The container of {:?} cannot hold {}, but {} for it was requested",
                                          document_.output, av_get_media_type_string(type), what));
     }
     return false;
@@ -132,7 +133,7 @@ void MediaRun::openDecoders() {
     audioDecoder_.emplace(*input_, *input_->audio(), faults_, output_ && !output_->holdsGaps());
   }
   if (!videoDecoder_ && !audioDecoder_) {
-    throw TAMBRuntimeError(fmt::format("The container of {:?} takes none of the streams of {:?}",
+    throw TAMBRuntimeError(fmt::format("The container of {:?} cannot hold any of the streams of {:?}",
                                        document_.output, document_.input));
   }
 }
@@ -158,7 +159,7 @@ void MediaRun::openLanes() {
   if (!video_ && !audio_) {
     const auto& error = faults_.firstError();
     throw TAMBRuntimeError(
-        fmt::format("Nothing can be decoded of {:?}{}{}", document_.input, error.empty() ? "" : ": ", error));
+        fmt::format("Nothing in {:?} can be decoded{}{}", document_.input, error.empty() ? "" : ": ", error));
   }
   for (const auto& [decoder, lane] :
        {std::pair{&videoDecoder_, &video_}, std::pair{&audioDecoder_, &audio_}}) {
@@ -174,17 +175,17 @@ void MediaRun::leaveOut(StreamDecoder& decoder) {
   const bool ended = decoder.ended();
   if (!ended && error.empty()) {
     throw TAMBRuntimeError(
-        fmt::format("Stream {} of {:?} begins too far behind the other one", index, document_.input));
+        fmt::format("Stream {} of {:?} begins too long after the other one", index, document_.input));
   }
   const auto* const what = requirementFor(decoder.stream().codecpar->codec_type);
   if (!error.empty() && what != nullptr) {
     throw TAMBRuntimeError(
-        fmt::format("Nothing can be decoded of stream {} of {:?}, for which there is {}: {}", index,
+        fmt::format("Nothing in stream {} of {:?} can be decoded, but {} for it was requested: {}", index,
                     document_.input, what, error));
   }
   std::string reason = "it is empty";
   if (!error.empty()) {
-    reason = (ended ? "nothing of it can be decoded: " : "nothing of its beginning can be decoded: ") + error;
+    reason = (ended ? "nothing in it can be decoded: " : "its beginning cannot be decoded: ") + error;
   }
   decoder.end();
   faults_.leftOut(index, reason);
@@ -205,7 +206,7 @@ void MediaRun::process() {
       // Each stream has deferred to the other, whose packets have been taken since.
       if (waitedAt == input_->progress()) {
         throw TAMBRuntimeError(
-            fmt::format("Cannot go on with {:?} at {:.3f} s: each of its streams waits for the other",
+            fmt::format("Cannot continue {:?} at {:.3f} s: each of its streams waits for the other",
                         document_.input, position()));
       }
       waitedAt = input_->progress();
@@ -277,7 +278,7 @@ void MediaRun::finish() {
   }
   if (!result_.stopped && result_.duration + shortfall < input_->duration()) {
     tamb::WriteLogRecord(tamb::LogLevel::Warning,
-                         fmt::format("{:?} ends at {:.3f} s, although it is said to last {:.3f} s",
+                         fmt::format("{:?} ends at {:.3f} s, although its duration is given as {:.3f} s",
                                      document_.input, result_.duration, input_->duration()));
   }
 }
@@ -358,10 +359,10 @@ void MediaRun::commandFilter(const std::string& target, const std::string& comma
     }
   }
   if (best == Answer::NoSuchFilter) {
-    throw TAMBRuntimeError(fmt::format("there is no filter {:?}", target));
+    throw TAMBRuntimeError(fmt::format("the run has no filter {:?}", target));
   }
   if (best == Answer::UnknownCommand) {
-    throw TAMBRuntimeError(fmt::format("the filter {:?} does not know the command {:?}", target, command));
+    throw TAMBRuntimeError(fmt::format("the filter {:?} has no command {:?}", target, command));
   }
 }
 

@@ -187,7 +187,7 @@ void OutputFile::flush(const std::function<void()>& beat) const {
   }
   if (error != 0) {
     throw tamb::TAMBRuntimeError(
-        fmt::format("Cannot write {:?} to its disk: {}", location_, std::generic_category().message(error)));
+        fmt::format("Cannot flush {:?} to its disk: {}", location_, std::generic_category().message(error)));
   }
 }
 

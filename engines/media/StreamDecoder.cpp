@@ -59,7 +59,7 @@ StreamDecoder::StreamDecoder(MediaInput& input, AVStream& stream, MediaFaults& f
   };
   const auto* const decoder = avcodec_find_decoder(parameters.codec_id);
   if (decoder == nullptr) {
-    throw tamb::TAMBRuntimeError(text() + ": there is no decoder for it");
+    throw tamb::TAMBRuntimeError(text() + ": no decoder is available");
   }
   codec_ = allocated<CodecHandle>(avcodec_alloc_context3(decoder));
   ffmpegCall([&] { return avcodec_parameters_to_context(codec_.get(), &parameters); }, text);
@@ -199,8 +199,9 @@ bool StreamDecoder::stamp() {
   // This bound prevents overflows in later arithmetic with samples or units of the stream.
   const double reached = static_cast<double>(frame_->pts) * av_q2d(timeBase_);
   if (reached > longestMediaSeconds) {
-    throw tamb::TAMBRuntimeError(fmt::format("Cannot decode stream {} of {:?}: its time has come to {:.3f} s",
-                                             stream_.index, input_.location(), reached));
+    throw tamb::TAMBRuntimeError(
+        fmt::format("Cannot decode stream {} of {:?}: its time stamps have reached {:.3f} s", stream_.index,
+                    input_.location(), reached));
   }
   return true;
 }

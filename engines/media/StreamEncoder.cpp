@@ -94,8 +94,7 @@ void StreamEncoder::encode(AVFrame& frame, AVRational timeBase) {
   if (video && (frame.width != codec_->width || frame.height != codec_->height ||
                 frame.format != static_cast<int>(codec_->pix_fmt))) {
     throw tamb::TAMBRuntimeError(
-        fmt::format("The video filter changes the picture from {}x{} to {}x{} on its way, "
-                    "which cannot be encoded",
+        fmt::format("Cannot encode the video: its filter changes the picture from {}x{} to {}x{}",
                     codec_->width, codec_->height, frame.width, frame.height));
   }
   auto time = frame.pts == AV_NOPTS_VALUE ? std::max<std::int64_t>(next_, 0)

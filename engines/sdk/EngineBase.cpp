@@ -32,7 +32,7 @@ EngineBase::EngineBase(std::string name, const std::string& step,
       control_(std::make_shared<StepControl>(step)),
       source_(std::make_shared<NotificationSource>(step)) {
   if (!commands_) {
-    throw TAMBRuntimeError(fmt::format("{}: there is no command processor", name_));
+    throw TAMBRuntimeError(fmt::format("{}: no command processor was given", name_));
   }
   commands_->AddControl(step_, control_);
   if (auto* const refusals = refusalsOf(*commands_)) {
@@ -87,9 +87,8 @@ void EngineBase::Run() {
   {
     const base::Lock lock(mutex_);
     if (status_ != EngineStatus::Idle) {
-      throw TAMBRuntimeError(
-          fmt::format("{}: Run is refused, since the engine {}; make a new engine to run again", name_,
-                      running_ ? "is running" : "has run already"));
+      throw TAMBRuntimeError(fmt::format("{}: cannot run: the engine {}; create a new engine to run again",
+                                         name_, running_ ? "is running" : "has already run"));
     }
     status_ = EngineStatus::Running;
     running_ = true;
@@ -127,7 +126,7 @@ void EngineBase::Ping(unsigned int timeout) {
   if (idle() || watch_.waitForBeat(std::chrono::milliseconds(timeout)) || idle()) {
     return;
   }
-  throw TAMBRuntimeError(fmt::format("{}: no sign of life within {} ms", name_, timeout));
+  throw TAMBRuntimeError(fmt::format("{}: the run did not respond within {} ms", name_, timeout));
 }
 
 void EngineBase::RequestStop() { watch_.requestStop(); }
@@ -138,7 +137,7 @@ void EngineBase::WaitForStop(unsigned int timeout) {
   base::Lock lock(mutex_);
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout);
   if (!lock.waitUntil(left_, deadline, [this]() QOR_REQUIRES(mutex_) { return !running_; })) {
-    throw TAMBRuntimeError(fmt::format("{}: it still runs after {} ms", name_, timeout));
+    throw TAMBRuntimeError(fmt::format("{}: the run did not end within {} ms", name_, timeout));
   }
 }
 
@@ -167,7 +166,7 @@ std::string EngineBase::GetLastErrorMessage() const {
 void EngineBase::requireNotRun(const std::string& what) const {
   const base::Lock lock(mutex_);
   if (status_ != EngineStatus::Idle) {
-    throw TAMBRuntimeError(fmt::format("{}: {} comes too late: Run has been entered", name_, what));
+    throw TAMBRuntimeError(fmt::format("{}: {} comes too late: the run has begun", name_, what));
   }
 }
 

@@ -33,23 +33,22 @@ std::string listed(const std::vector<std::string>& names) {
 Json parse(const std::string& text) {
   if (isNestedDeeper(text, deepestNesting)) {
     refuseDocument(
-        fmt::format("it is nested more than {} deep; expected {}", deepestNesting, expectedObject));
+        fmt::format("it is nested more than {} levels deep; expected {}", deepestNesting, expectedObject));
   }
   try {
     return Json::parse(text);
   } catch (const Json::parse_error& error) {
     const std::size_t position = error.byte == 0 ? 0 : std::min(error.byte - 1, text.size());
     refuseDocument(fmt::format(
-        "it is not JSON from byte {} on, {}; expected {}", position,
-        position == text.size() ? "where it ends" : quoteText(std::string_view(text).substr(position)),
+        "invalid JSON at byte {}, {}; expected {}", position,
+        position == text.size() ? "where the text ends" : quoteText(std::string_view(text).substr(position)),
         expectedObject));
   } catch (const Json::out_of_range& error) {
     // The library's text ends with the number, in single quotes.
     std::string_view number = error.what();
     number.remove_prefix(number.find('\'') + 1);
     if (number.ends_with('\'')) number.remove_suffix(1);
-    refuseDocument(fmt::format("it holds {}, a number that is too large; expected {}", quoteText(number),
-                               expectedObject));
+    refuseDocument(fmt::format("the number {} is too large; expected {}", quoteText(number), expectedObject));
   }
 }
 

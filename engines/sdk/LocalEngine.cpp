@@ -15,7 +15,7 @@ LocalEngine makeLocalEngine(const tamb::IEngineDescription& description, const I
   LocalEngine local;
   std::tie(local.commandFrontEnd, local.commandBackEnd) = tamb::CreateCommandProcessor();
   local.engine = factory.make(copy, local.commandBackEnd);
-  if (!local.engine) throw tamb::TAMBRuntimeError("the engine's factory made no engine");
+  if (!local.engine) throw tamb::TAMBRuntimeError("the engine's factory returned no engine");
   local.engine->SetWorkflowManagerId(copy->GetWorkflowManagerId());
   local.engine->SetEngineId(engineId);
   local.commandFrontEnd->SetWorkflowManagerId(copy->GetWorkflowManagerId());

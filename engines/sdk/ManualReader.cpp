@@ -133,7 +133,7 @@ ManualNotification notificationFrom(const Json& object) {
 
 EngineManual manualFrom(std::string_view text) {
   if (isNestedDeeper(text, deepestNesting)) {
-    refuse(fmt::format("it is nested more than {} deep", deepestNesting));
+    refuse(fmt::format("it is nested more than {} levels deep", deepestNesting));
   }
   const auto json = Json::parse(text, nullptr, false);
   if (!json.is_object()) {

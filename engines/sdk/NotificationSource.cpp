@@ -45,9 +45,8 @@ void NotificationSource::publishFailure(const std::string& reason) const {
   try {
     notifications().publishError(names::failed, 0, {{names::reason, reason}});
   } catch (...) {
-    tamb::WriteLogRecord(
-        tamb::LogLevel::Error,
-        "The run has failed (" + reason + "), which cannot be published: " + tamb::CurrentExceptionText());
+    tamb::WriteLogRecord(tamb::LogLevel::Error, "Cannot publish that the run has failed (" + reason +
+                                                    "): " + tamb::CurrentExceptionText());
   }
 }
 

@@ -27,7 +27,7 @@ void StepControl::ExecuteCommand(const tamb::ICommandMessage& command) {
     const base::Lock lock(mutex_);
     if (thread_ != std::this_thread::get_id()) {
       throw tamb::TAMBRuntimeError(
-          fmt::format("Step {:?}: its commands are executed by the engine's run alone", step_));
+          fmt::format("Step {:?}: only the engine's run executes its commands", step_));
     }
   }
   handler_(command);  // Only this thread changes it now.

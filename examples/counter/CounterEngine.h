@@ -34,7 +34,7 @@ class CounterEngine final : public engines::EngineBase {
   /// There are no keys to read.
   void AddEngineDescription(std::shared_ptr<tamb::IEngineDescription> /*description*/) override {}
   tamb::TimeInfo GetCurrentTimeInfo(const std::string& name) const override {
-    throw tamb::TAMBRuntimeError("CounterEngine: there is no \"" + name + "\" that has a time");
+    throw tamb::TAMBRuntimeError("CounterEngine: unknown time \"" + name + '"');
   }
 
  private:
@@ -56,12 +56,11 @@ class CounterEngine final : public engines::EngineBase {
   /// Its exceptions become the reason in the command's "CommandFailed".
   void execute(const tamb::ICommandMessage& command) {
     if (command.GetCommandName() != "Set") {
-      throw tamb::TAMBRuntimeError("there is no command \"" + command.GetCommandName() +
-                                   "\"; expected \"Set\"");
+      throw tamb::TAMBRuntimeError("unknown command \"" + command.GetCommandName() + "\"; expected \"Set\"");
     }
     const auto arguments = command.GetCommandArgs();
     if (!arguments || !arguments->HasKey("value")) {
-      throw tamb::TAMBRuntimeError("it has no argument \"value\"; expected an Int64");
+      throw tamb::TAMBRuntimeError("missing argument \"value\"; expected an Int64");
     }
     count_ = arguments->GetInt64("value");
   }

@@ -54,7 +54,7 @@ void listAsText(const EngineRegistry& registry, std::ostream& out) {
 }
 
 std::string noEngine(const EngineRegistry& registry, const std::string& name) {
-  std::string text = fmt::format("there is no engine {:?}; ", name);
+  std::string text = fmt::format("unknown engine {:?}; ", name);
   text += registry.engines().empty()
               ? "none is registered"
               : fmt::format("expected one of \"{}\"", fmt::join(registry.names(), "\", \""));

@@ -42,19 +42,19 @@ Exit codes:
     1  the run failed; the reason is above
     2  wrong usage
     3  the engine's process died
-    4  no engine could be started, or there is no such engine
-    5  the run ended, and the engine did not report how
-    6  the run finished, but not all of it could be written to the standard output
+    4  no engine could be started, or the engine is unknown
+    5  the run ended, but the engine did not report how
+    6  the run finished, but some output could not be written to the standard output
     7  the run finished, but a command failed; "CommandFailed" names it
-  130  it was interrupted
+  130  the user interrupted the run
 
 Paths:
-  Relative paths, also those of a workflow file, start from the folder that tamb-host runs in; a service on
-  another machine looks for them on its own. Paths within filters are passed on unchanged. Names such as
-  "take:2.mkv" look like URLs and need "file:" in front. A workflow file names a file whose name is not UTF-8
-  as in {"percentEncoded": "caf%E9.mov"}.
+  Relative paths, including those in a workflow file, start from the working directory of tamb-host. A service
+  on another machine opens them there. Paths within filters are passed on unchanged. A name such as
+  "take:2.mkv" looks like a URL and needs "file:" in front. In a workflow file, write a name that is not UTF-8
+  as {"percentEncoded": "caf%E9.mov"}.
 
-The first Ctrl-C asks the engine to stop, a second one leaves at once.
+The first Ctrl-C stops the engine; a second one exits at once.
 
 Examples:
   tamb-host run job.json
@@ -149,11 +149,11 @@ Outcome attend(Session& session, std::future<Outcome>& outcome, const sigset_t& 
     if (signal < 0) continue;
     if (signal == SIGHUP) hangUp(session, signals);
     if (stopping.valid()) {
-      qor::console::writeErrorLine("tamb-host: leaving at once");
+      qor::console::writeErrorLine("tamb-host: exiting at once");
       // The rest ends by itself: the service with this process, the engine once its host is silent.
       std::_Exit(static_cast<int>(Outcome::Interrupted));
     }
-    display.say("tamb-host: stopping; Ctrl-C once more leaves at once");
+    display.say("tamb-host: stopping; press Ctrl-C again to exit at once");
     stopping = std::async(std::launch::async, [&session] { session.stop(); });
   }
   return outcome.get();
@@ -204,7 +204,7 @@ int run(const Arguments& arguments) {
   }
   Outcome end = attend(session, outcome, signals, *display);
   if (end == Outcome::Finished && !display->allWasWritten()) {
-    display->say("tamb-host: not all of the run could be written to the standard output");
+    display->say("tamb-host: some output could not be written to the standard output");
     end = Outcome::NotShown;
   }
   qor::console::flushLog();
@@ -225,7 +225,7 @@ int print(const Arguments& arguments) {
     return static_cast<int>(Outcome::NotStarted);
   }
   if (std::cout.flush()) return static_cast<int>(Outcome::Finished);
-  qor::console::writeErrorLine("tamb-host: not all of it could be written to the standard output");
+  qor::console::writeErrorLine("tamb-host: some output could not be written to the standard output");
   return static_cast<int>(Outcome::NotShown);
 }
 
@@ -236,31 +236,29 @@ int main(int argumentCount, char** values) {
   app.footer(examples);
   app.require_subcommand(1);
   Arguments arguments;
-  CLI::App& runCommand = *app.add_subcommand("run", "Run one workflow and show it");
-  runCommand.add_option("WORKFLOW", arguments.file, "A workflow, a JSON file");
-  runCommand.add_option("--input", arguments.input, "The file to read");
-  runCommand.add_option("--output", arguments.output,
-                        "The file to write; without it, the input is analysed only");
-  runCommand.add_option("--audio-filter", arguments.audioFilter,
-                        "Filters for the sound, as FFmpeg writes them");
-  runCommand.add_option("--video-filter", arguments.videoFilter, "Filters for the picture");
+  CLI::App& runCommand = *app.add_subcommand("run", "Run a workflow and print its progress");
+  runCommand.add_option("WORKFLOW", arguments.file, "Workflow to run, a JSON file");
+  runCommand.add_option("--input", arguments.input, "File or URL to read");
+  runCommand.add_option("--output", arguments.output, "File to write; by default the input is only analysed");
+  runCommand.add_option("--audio-filter", arguments.audioFilter, "Audio filters, in FFmpeg's syntax");
+  runCommand.add_option("--video-filter", arguments.videoFilter, "Video filters, in FFmpeg's syntax");
   runCommand.add_flag("--loudness", arguments.loudness, "Measure the loudness");
-  runCommand.add_flag("--real-time", arguments.realTime, "Take one second for one second of media");
+  runCommand.add_flag("--real-time", arguments.realTime, "Process in real time");
   runCommand
       .add_option("--at", arguments.commands,
-                  "A command at a media time in seconds: TIME NAME KEY=VALUE...; repeatable")
+                  "Command to execute at a media time in seconds: TIME NAME KEY=VALUE...; repeatable")
       ->expected(2, 100)
       ->inject_separator();
-  runCommand.add_option("--service", arguments.service,
-                        "The submission service to use, instead of a private one");
+  runCommand.add_option("--service", arguments.service, "Submission service to use instead of a private one");
   runCommand.add_option("--plugin", arguments.plugin,
-                        "The plug-in that makes remote engines; by default that of these programs");
+                        "Plug-in that creates remote engines; by default the one installed with tamb-host");
   runCommand.add_flag("--local", arguments.isLocal, "Run the engine in this process");
   runCommand.add_flag("--json", arguments.json, "Print each notification as one line of JSON");
   qor::hosting::addEnginesOption(runCommand, arguments.engineFolders);
   runCommand.add_flag("--verbose", arguments.verbose, "Show all log records");
-  CLI::App& enginesCommand = *app.add_subcommand("engines", "List the engines there are");
-  CLI::App& engineCommand = *app.add_subcommand("engine", "Print what an engine understands and reports");
+  CLI::App& enginesCommand = *app.add_subcommand("engines", "List the registered engines");
+  CLI::App& engineCommand =
+      *app.add_subcommand("engine", "Describe an engine: its settings, commands and notifications");
   engineCommand.add_option("NAME", arguments.engineName, "The engine's name")->required();
   for (CLI::App* const command : {&enginesCommand, &engineCommand}) {
     qor::hosting::addEnginesOption(*command, arguments.engineFolders);

@@ -42,7 +42,7 @@ PrivateService::PrivateService(const std::vector<std::filesystem::path>& engineF
   process_.end(timeToEnd);
   throw std::runtime_error(
       "the private submission service did not start: " +
-      (status ? "it ended with " + processes::describeStatus(*status) + ", and its own message is above"
+      (status ? "it ended with " + processes::describeStatus(*status) + "; its own message is above"
               : "it was not ready within " + std::to_string(timeToBeReady.count()) + " s"));
 }
 

@@ -18,8 +18,8 @@ namespace names = engines::names;
 /// Time limit for the delivery of one notification: a terminal may be paused.
 constexpr std::chrono::seconds longestDelivery{30};
 constexpr const char* stoppedByOthers =
-    "the engine stopped its run, but neither this host nor a command had asked for that: its process was "
-    "asked to exit, or received nothing from this host for 10 s (was this host stopped or suspended?)";
+    "the engine stopped its run, but neither this host nor a command requested that: its process was "
+    "asked to exit, or received nothing from this host for 10 s (was this host suspended?)";
 
 /// Whether the value exists and has that type: an engine may send anything.
 bool holds(const tamb::IParametersCollectionInstance& values, const std::string& key, tamb::TambType type) {

@@ -49,7 +49,7 @@ Session::Engine Session::localEngine() const {
   const auto& registered = registry.engineFor(description_->GetDescription());
   if (registered.library.empty()) {
     throw std::runtime_error("the engine \"" + registered.name +
-                             "\" is a program, which cannot run in this process; leave out --local");
+                             "\" is a program and cannot run in this process; leave out --local");
   }
   const auto local = engines::makeLocalEngine(*description_, hosting::loadEngineLibrary(registered.library));
   auto [hubFrontEnd, hubBackEnd] = tamb::CreateNotificationHub();
@@ -61,8 +61,9 @@ Session::Engine Session::remoteEngine() const {
   tamb::LoadPlugin(source_.plugin);
   const auto factory = tamb::FindFactory(tamb::ElementFactoryType::Engine, "RemoteEngine");
   if (!factory)
-    throw std::runtime_error("the plug-in \"" + source_.plugin.string() +
-                             "\" registers no remote engine; expected the plug-in that makes them");
+    throw std::runtime_error(
+        "the plug-in \"" + source_.plugin.string() +
+        "\" registers no remote engine; expected a plug-in such as libtamb_multiprocess.so");
   const auto config = tamb::CreateParametersCollectionInstance(
       factory->registryEntry->GetParametersCollectionPrototype("init_config"));
   config->SetUTF8String("QorServiceEndpoint", source_.serviceEndpoint);
@@ -128,7 +129,7 @@ Outcome Session::run() {
   if (end) return end->outcome;
   // Not every engine reports that it was stopped.
   if (wasStopped) return Outcome::Interrupted;
-  display_->say("tamb-host: the engine's run ended, and the engine did not report how");
+  display_->say("tamb-host: the run ended, but the engine did not report how");
   return Outcome::Silent;
 }
 

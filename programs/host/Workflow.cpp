@@ -48,9 +48,9 @@ void requireKnownKeys(const json& object, const std::string& where,
 
 std::int64_t ticksOf(const TimedCommand& command) {
   if (command.at >= 0 && command.at <= latestCommand) return std::llround(command.at * ticksPerSecond);
-  throw wrong("command \"" + command.name + "\"",
-              fmt::format("the time is {}; expected a media time in seconds, 0 to {:.0f}", command.at,
-                          latestCommand));
+  throw wrong(
+      "command \"" + command.name + "\"",
+      fmt::format("invalid time {}: expected seconds of media from 0 to {:.0f}", command.at, latestCommand));
 }
 
 template <class Value>
@@ -100,7 +100,7 @@ TimedCommand commandFrom(const json& object, const std::string& where) {
   command.name = valueOr(object, where, "name", "a text", std::string());
   command.step = valueOr(object, where, "step", "a text", std::string());
   command.arguments = object.value("arguments", json::object());
-  if (command.name.empty()) throw wrong(where, "has no \"name\"");
+  if (command.name.empty()) throw wrong(where, "\"name\" is missing");
   if (!command.arguments.is_object()) {
     throw wrong(where, "\"arguments\" is " + command.arguments.dump() + "; expected an object");
   }
@@ -123,7 +123,7 @@ std::shared_ptr<const tamb::IParametersCollectionInstance> parametersFrom(const 
       prototype->AddUTF8StringKey(key, value.get<std::string>(), "");
     } else {
       throw wrong("argument \"" + key + "\"", value.dump() +
-                                                  " cannot be carried; expected a text, a number or a "
+                                                  " cannot be sent; expected a string, a number or a "
                                                   "boolean");
     }
   }
@@ -163,7 +163,7 @@ std::string Workflow::description(const engines::EngineManual& manual) const {
   try {
     return description.dump();
   } catch (const json::exception&) {
-    throw wrong("engine", "a text in it is not UTF-8: " +
+    throw wrong("engine", "a string in it is not UTF-8: " +
                               description.dump(-1, ' ', false, json::error_handler_t::replace));
   }
 }
@@ -191,7 +191,7 @@ Workflow readWorkflow(std::istream& in, const std::string& name) {
       valueOr(document, "document", "workflowManagerId", "a text", workflow.workflowManagerId);
   workflow.engineId = engineIdIn(document);
   if (!document.contains("engine") || !document["engine"].is_object()) {
-    throw wrong("document", "has no \"engine\", the object that describes it");
+    throw wrong("document", "\"engine\" is missing; expected the object that describes the engine");
   }
   workflow.engine = document["engine"];
   const json commands = document.value("commands", json::array());

@@ -67,7 +67,7 @@ pid_t engineProcessIn(const std::string& line) {
   if (report && report->event == hosting::EngineEvent::Ready) return report->engineProcess;
   if (report && !report->reason.empty()) throw std::runtime_error(report->reason);
   throw std::runtime_error("its process reported \"" + console::oneLine(line, longestQuotation) +
-                           "\"; expected a line which says that it is ready");
+                           "\"; expected a ready report");
 }
 
 /// Waits until the engine is ready and returns its process id; throws the reason why it did not become ready.
@@ -77,7 +77,7 @@ pid_t awaitReady(ChildProcess& process, const std::function<bool()>& shouldStop)
   if (const auto status = process.reap()) {
     throw std::runtime_error("its process ended before it was ready: " + describeStatus(*status));
   }
-  if (shouldStop()) throw std::runtime_error("the service is ending");
+  if (shouldStop()) throw std::runtime_error("the service is shutting down");
   throw std::runtime_error("its process did not report within " +
                            std::to_string(hosting::supervisorReadyWithin.count()) + " s");
 }

@@ -27,11 +27,11 @@ namespace {
 using qor::socket::SocketEndpoint;
 
 constexpr const char* examples = R"(
-Engines go on when the service ends: each ends once its host has gone.
+Engines keep running when the service ends; each ends once its host has disconnected.
 
 Exit codes:
-  0  it was asked to end, by SIGTERM or Ctrl-C
-  1  it could not serve
+  0  the service was ended by SIGTERM or Ctrl-C
+  1  the service could not start
   2  wrong usage
 
 Examples:
@@ -90,21 +90,21 @@ int main(int argumentCount, char** values) {
   CLI::App app("Starts engines for hosts that submit them.", "qor-engine-service");
   app.footer(examples);
   Arguments arguments;
-  app.add_option("--endpoint", arguments.endpoint, "Endpoint to take submissions on, say ipc://PATH")
+  app.add_option("--endpoint", arguments.endpoint, "Endpoint to receive submissions on, such as ipc://PATH")
       ->required();
   app.add_option("--engine-program", arguments.engineProgram,
-                 "What runs an engine; by default tamb-engine beside this program");
-  app.add_option("--maximum-engines", arguments.maximumEngines, "How many engines may run at once")
+                 "Program that runs an engine; by default tamb-engine in this program's folder");
+  app.add_option("--maximum-engines", arguments.maximumEngines, "Maximum number of engines at a time")
       ->capture_default_str();
   app.add_option("--engine-cores", arguments.engineCores,
-                 "Cores for the messaging threads of engines, as 2,3: each engine's keep to one of them")
+                 "Cores for the engines' messaging threads, such as 2,3; each engine uses one of them")
       ->delimiter(',');
   app.add_option("--directory", arguments.directory,
                  "Directory of the socket, removed at the end if it is empty");
   app.add_option("--end-with-parent", arguments.parent,
-                 "End when the process that started it, this one, ends; that reports jobs that fail");
+                 "Process id of the parent, which reports failed jobs; the service ends with it");
   qor::hosting::addEnginesOption(app, arguments.engineFolders);
-  app.add_flag("--quiet", arguments.quiet, "Log failures only");
+  app.add_flag("--quiet", arguments.quiet, "Log warnings and errors only");
   if (const auto exitCode = qor::console::parseCommandLine(app, argumentCount, values)) return *exitCode;
   using qor::console::Shown;
   qor::console::setLogOrigin("qor-engine-service " + std::to_string(::getpid()));

@@ -49,7 +49,7 @@ bool OrphanedEngine::processPendingEvents() {
   if (isDead_ || !hasEnded()) return false;
   if (engineStatus_ == 0 || !isDead_) {
     // It has exited normally, or cannot be waited for because it is another process's child.
-    logEnd(engineStatus_ ? describeStatus(*engineStatus_) : "nobody knows how", false);
+    logEnd(engineStatus_ ? describeStatus(*engineStatus_) : "its exit status is unknown", false);
     isOver_ = true;
     return processPendingEvents();
   }

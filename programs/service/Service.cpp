@@ -21,16 +21,16 @@ using multiprocess_communication::submissionVersion;
 
 const api::EngineSubmission& submissionIn(const api::ApiToServiceRequest& request) {
   if (request.kind() != api::ApiToServiceRequest::ENGINE_SUBMISSION) {
-    throw std::runtime_error("unknown request of kind " + std::to_string(request.kind()) + ": expected " +
+    throw std::runtime_error("unknown request kind " + std::to_string(request.kind()) + ": expected " +
                              std::to_string(api::ApiToServiceRequest::ENGINE_SUBMISSION) +
                              ", an engine submission");
   }
   if (!request.HasExtension(api::ApiToServiceRequestEngineSubmission)) {
-    throw std::runtime_error("an engine submission without an engine");
+    throw std::runtime_error("the engine submission has no engine");
   }
   const auto& submission = request.GetExtension(api::ApiToServiceRequestEngineSubmission);
   if (submission.version() != submissionVersion) {
-    throw std::runtime_error("an engine submission of version " + std::to_string(submission.version()) +
+    throw std::runtime_error("unsupported engine submission version " + std::to_string(submission.version()) +
                              ": expected " + std::to_string(submissionVersion));
   }
   return submission;
@@ -63,7 +63,7 @@ void answer(socket::ConcurrentReplier& socket, socket::ConcurrentReplier::Reques
     socket.answer(std::move(request), reply);
   } catch (const std::runtime_error& error) {
     // The host has disconnected: an engine that was started for it ends by itself.
-    utils::logWarning(std::string("A submission got no answer: ") + error.what());
+    utils::logWarning(std::string("Cannot answer a submission: ") + error.what());
   }
 }
 

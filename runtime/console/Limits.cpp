@@ -26,7 +26,7 @@ std::optional<rlim_t> limitOf(__rlimit_resource resource) {
 
 std::string memoryLimit() {
   const auto limit = limitOf(RLIMIT_AS);
-  return limit ? fmt::format(" (this process may use {} MiB of addresses: ulimit -v)", *limit / mebibyte)
+  return limit ? fmt::format(" (this process may use {} MiB of address space: ulimit -v)", *limit / mebibyte)
                : "";
 }
 

@@ -19,8 +19,8 @@ std::string ReplierSocket::take() {
 
 void ReplierSocket::put(std::string encoded, base::Lock& /*lock*/) {
   const Answer answer = std::exchange(pending_, nullptr);
-  if (!answer) throw failure("there is no request to answer");
-  if (!answer(std::move(encoded))) throw failure("the requester has gone before its reply");
+  if (!answer) throw failure("no request is waiting for an answer");
+  if (!answer(std::move(encoded))) throw failure("the requester disconnected before its reply");
 }
 
 }  // namespace qor::socket::inproc

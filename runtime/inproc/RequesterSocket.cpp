@@ -13,7 +13,7 @@ void RequesterSocket::enter(base::Lock& lock, std::chrono::milliseconds timeOut)
   const auto woken = wait(lock, Operation::Open, Deadline::clock::now() + timeOut,
                           [this]() QOR_REQUIRES(networkMutex) { return isConnected(); });
   if (woken != Woken::ByCondition) {
-    throw failure(fmt::format("nobody answered there within {} ms", timeOut.count()));
+    throw failure(fmt::format("no peer answered within {} ms", timeOut.count()));
   }
 }
 
@@ -42,8 +42,8 @@ void RequesterSocket::put(std::string encoded, base::Lock& lock) {
     case Woken::ByInterrupt:
       throw failure("was closed while it waited for its connection");
     case Woken::ByDeadline:
-      throw failure(
-          fmt::format("the connection is lost and did not come back within {} ms", reconnectTimeOut.count()));
+      throw failure(fmt::format("the connection was lost and not re-established within {} ms",
+                                reconnectTimeOut.count()));
   }
   if (!replier_->hasRoom(encoded.size())) throw failure("queue full: the peer takes no more requests");
   // `this` is valid as long as the connection is not lost.
@@ -73,7 +73,7 @@ std::string RequesterSocket::take() {
 }
 
 std::string RequesterSocket::whyNothingCanArrive() const {
-  if (!sentOver_) return "there is no request that a reply could come to";
+  if (!sentOver_) return "no request is waiting for a reply";
   return sentOver_->isLost ? "the connection was lost before the reply came" : "";
 }
 

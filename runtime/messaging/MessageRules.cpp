@@ -16,7 +16,7 @@ namespace {
 ReceiveResult refuse(ReceiveResult result, google::protobuf::Message& message, const SocketLabel& label,
                      const std::string& reason) {
   message.Clear();
-  utils::logError(fmt::format("{}: dropped what should be a {}: {}", label.text(),
+  utils::logError(fmt::format("{}: dropped a message that is not a {}: {}", label.text(),
                               message.GetDescriptor()->name(), reason));
   return result;
 }

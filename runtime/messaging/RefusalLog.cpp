@@ -8,8 +8,8 @@ namespace qor::socket {
 
 RefusalLog::RefusalLog(const SocketLabel& label, unsigned int readers)
     : publisher_(label.text()),
-      reason_(readers == 1 ? "its one reader is connected"
-                           : fmt::format("its {} readers are connected", readers)) {}
+      reason_(readers == 1 ? "the limit of one reader is reached"
+                           : fmt::format("the limit of {} readers is reached", readers)) {}
 
 void RefusalLog::note(const std::string& who, Clock::time_point now) {
   if (linesInSpan_ == 0 || now - spanStart_ >= span) {

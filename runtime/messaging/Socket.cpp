@@ -26,7 +26,7 @@ std::chrono::milliseconds timeForUnsent(ClosePolicy::ClosePolicy policy) {
       return std::chrono::milliseconds(2'000);
   }
   throw std::runtime_error(
-      fmt::format("{} is no close policy: expected 0, 1 or 2", static_cast<int>(policy)));
+      fmt::format("invalid close policy {}: expected 0, 1 or 2", static_cast<int>(policy)));
 }
 
 }  // namespace
@@ -56,7 +56,7 @@ class Socket::Implementation {
     open_->interrupt();
     gate_.waitUntilEmpty();
     if (const std::size_t discarded = open_->close(timeForUnsent_); discarded != 0) {
-      const std::string text = fmt::format("{}: closed with {} messages that could not be sent within {} ms",
+      const std::string text = fmt::format("{}: closed with {} messages still unsent after {} ms",
                                            label().text(), discarded, timeForUnsent_.count());
       policy_ == ClosePolicy::Newest ? utils::logDebug(text) : utils::logWarning(text);
     }
@@ -95,7 +95,7 @@ class Socket::Implementation {
     }
     if (protocol < Protocol::Publisher || protocol > Protocol::Requester) {
       throw std::runtime_error(
-          fmt::format("{}: {} is no role to open a socket in", label_.text(), roleName(protocol)));
+          fmt::format("{}: {} is not a role to open a socket in", label_.text(), roleName(protocol)));
     }
     phase_ = Phase::Opening;
     label_.protocol = protocol;

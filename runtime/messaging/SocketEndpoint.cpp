@@ -38,7 +38,7 @@ std::string quoted(std::string_view text) {
 
 [[noreturn]] void refuse(std::string_view text, std::string_view reason) {
   throw std::runtime_error(
-      fmt::format("{} is no endpoint: {}; expected tcp://HOST:PORT (IPv6 in brackets), ipc://PATH or "
+      fmt::format("invalid endpoint {}: {}; expected tcp://HOST:PORT (IPv6 in brackets), ipc://PATH or "
                   "inproc://NAME, optionally followed by ?readers=NUMBER",
                   quoted(text), reason));
 }
@@ -56,7 +56,7 @@ std::optional<std::uint16_t> parseNumber(std::string_view digits) {
 
 std::uint16_t readPort(std::string_view text, std::string_view digits) {
   const auto port = parseNumber(digits);
-  if (!port) refuse(text, "the port is no number from 0 to 65535");
+  if (!port) refuse(text, "the port is not a number from 0 to 65535");
   return *port;
 }
 
@@ -68,7 +68,7 @@ struct Parameters {
 void readParameter(std::string_view text, std::string_view parameter, Parameters& parameters) {
   const auto equals = parameter.find('=');
   if (equals == std::string_view::npos) {
-    refuse(text, "what follows the '?' is not a list of parameters, name=value&name=value");
+    refuse(text, "the part after '?' is not a list of parameters such as name=value&name=value");
   }
   // Rejects unknown parameters: peers get the same text, and ignoring one might serve a peer that another end
   // keeps out.
@@ -114,13 +114,13 @@ bool isNumeric(std::string_view host) { return host.find_first_not_of("012345678
 std::string readHost(std::string_view text, std::string_view host) {
   if (host.size() >= 2 && host.front() == '[' && host.back() == ']') {
     auto address = canonicalIpv6(host.substr(1, host.size() - 2));
-    if (!address) refuse(text, "what is in brackets is no IPv6 address");
+    if (!address) refuse(text, "the text in brackets is not an IPv6 address");
     return *std::move(address);
   }
   if (!isHostName(host)) refuse(text, "the host is neither a name nor an address");
   in_addr address{};
   if (isNumeric(host) && ::inet_pton(AF_INET, std::string(host).c_str(), &address) != 1) {
-    refuse(text, "the host is no IPv4 address");
+    refuse(text, "the host is not an IPv4 address");
   }
   return std::string(host);
 }
@@ -129,7 +129,7 @@ std::string readName(std::string_view text, std::string_view name, std::string_v
                      std::size_t maximumLength) {
   if (name.empty() || name == "@") refuse(text, fmt::format("the {} is empty", what));
   if (name.size() > maximumLength) {
-    refuse(text, fmt::format("the {} has {} bytes, {} is the limit", what, name.size(), maximumLength));
+    refuse(text, fmt::format("the {} has {} bytes, the limit is {}", what, name.size(), maximumLength));
   }
   if (std::any_of(name.begin(), name.end(), isControl)) {
     refuse(text, fmt::format("the {} holds a control character", what));
@@ -160,7 +160,7 @@ SocketEndpoint SocketEndpoint::parseAddress(std::string_view text, std::string_v
     return {Transport::Inproc, readName(text, address.substr(inprocScheme.size()), "name", maximumNameLength),
             0};
   }
-  if (!address.starts_with(tcpScheme)) refuse(text, "it names no known transport");
+  if (!address.starts_with(tcpScheme)) refuse(text, "unknown transport");
   address.remove_prefix(tcpScheme.size());
   const auto colon = address.rfind(':');
   if (colon == std::string_view::npos || address.back() == ']') refuse(text, "the port is missing");

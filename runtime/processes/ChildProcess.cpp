@@ -82,7 +82,7 @@ void fill(Pipe& pipe, const std::string& input) {
   const bool fits = size <= ::fcntl(pipe.write.get(), F_GETPIPE_SZ);
   if ((!fits && ::fcntl(pipe.write.get(), F_SETPIPE_SZ, size) < 0) ||
       ::write(pipe.write.get(), input.data(), input.size()) != static_cast<ssize_t>(input.size())) {
-    throw std::system_error(errno, std::system_category(), "cannot hand over the input of a program");
+    throw std::system_error(errno, std::system_category(), "cannot pass the input to a program");
   }
   pipe.write.close();
 }

@@ -14,7 +14,7 @@ Cores usableCores() {
   cpu_set_t set;
   CPU_ZERO(&set);
   if (::sched_getaffinity(0, sizeof set, &set) != 0) {
-    throw std::system_error(errno, std::generic_category(), "cannot look which cores can be used");
+    throw std::system_error(errno, std::generic_category(), "cannot list the usable cores");
   }
   Cores cores;
   for (unsigned int core = 0; core < CPU_SETSIZE; ++core) {
@@ -31,7 +31,7 @@ void useCores(const Cores& cores) {
   }
   if (::sched_setaffinity(0, sizeof set, &set) != 0) {
     throw std::system_error(errno, std::generic_category(),
-                            fmt::format("cannot keep to the cores {}", fmt::join(cores, ", ")));
+                            fmt::format("cannot pin the thread to the cores {}", fmt::join(cores, ", ")));
   }
 }
 
@@ -41,7 +41,7 @@ void requireUsable(const Cores& cores, const std::string& who) {
   for (const unsigned int core : cores) {
     if (std::ranges::find(usable, core) != usable.end()) continue;
     throw std::runtime_error(
-        fmt::format("{}: core {} cannot be used: expected is one of {}", who, core, fmt::join(usable, ", ")));
+        fmt::format("{}: core {} cannot be used: expected one of {}", who, core, fmt::join(usable, ", ")));
   }
 }
 

@@ -13,7 +13,7 @@ namespace qor::processes {
 Pipe::Pipe() {
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
-    throw std::system_error(errno, std::system_category(), "cannot make a pipe");
+    throw std::system_error(errno, std::system_category(), "cannot create a pipe");
   }
   read = base::FileDescriptor(ends[0]);
   write = base::FileDescriptor(ends[1]);

@@ -85,13 +85,13 @@ PrivateDirectory::PrivateDirectory() {
   if (error) {
     const char* const wanted = std::getenv("TMPDIR");  // NOLINT(concurrency-mt-unsafe): nobody sets it
     throw std::system_error(
-        error, "cannot make a directory for sockets in " +
+        error, "cannot create a directory for sockets in " +
                    (wanted == nullptr ? std::string("/tmp") : "\"" + std::string(wanted) + "\" (TMPDIR)"));
   }
   // The system lists sockets by the paths that they were bound by.
   std::string path = (fs::absolute(parent) / "qor-XXXXXX").string();
   if (::mkdtemp(path.data()) == nullptr) {
-    throw std::system_error(errno, std::system_category(), "cannot make a directory for sockets, " + path);
+    throw std::system_error(errno, std::system_category(), "cannot create a directory for sockets, " + path);
   }
   path_ = path;
 }

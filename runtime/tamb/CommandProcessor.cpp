@@ -61,7 +61,7 @@ class Controls {
     const auto [position, added] = controls_.try_emplace(std::move(name), std::move(control));
     if (!added) {
       throw TAMBRuntimeError(
-          fmt::format("Command processor: a {} {:?} has been added already", kind_, position->first));
+          fmt::format("Command processor: a {} {:?} has already been added", kind_, position->first));
     }
   }
 
@@ -74,8 +74,9 @@ class Controls {
   std::shared_ptr<Control> Get(const std::string& name) const {
     auto control = Find(name);
     if (!control) {
-      throw TAMBRuntimeError(fmt::format("Command processor: there is no {} {:?}; there are {}", kind_, name,
-                                         controls_.empty() ? "none" : Names()));
+      throw TAMBRuntimeError(
+          fmt::format("Command processor: unknown {} {:?}; {}", kind_, name,
+                      controls_.empty() ? "none has been added" : "expected one of " + Names()));
     }
     return control;
   }
@@ -203,7 +204,7 @@ void CommandProcessor::PushCommands(std::vector<Command> commands) {
       const auto& rate = command->GetTime().GetEditRate();
       untimed_.Write([&] {
         return fmt::format(
-            "Command processor of engine {}: {} is due at once: its edit rate {}/{} names no time",
+            "Command processor of engine {}: {} is due at once: its edit rate {}/{} is not a valid rate",
             GetEngineId(), describe(*command), rate.GetNumerator(), rate.GetDenominator());
       });
     }
@@ -326,12 +327,12 @@ void CommandProcessor::Execute(const ICommandMessage& command) {
 
 void CommandProcessor::RefuseUnknownStep(const ICommandMessage& command) {
   IEngineFrontEnd* engine = nullptr;
-  std::string reason = fmt::format("there is no step {}", quote(command.GetStepId()));
+  std::string reason = fmt::format("unknown step {}", quote(command.GetStepId()));
   {
     const qor::base::Lock lock(mutex_);
     engine = engine_;
-    reason +=
-        controls_.IsEmpty() ? ", nor any other" : fmt::format("; expected one of {}", controls_.Names());
+    reason += controls_.IsEmpty() ? "; the engine has no steps"
+                                  : fmt::format("; expected one of {}", controls_.Names());
   }
   dropped_.Write([&] {
     return fmt::format(

@@ -10,7 +10,7 @@ std::string CurrentExceptionText() {
   } catch (const std::exception& error) {
     return error.what();
   } catch (...) {
-    return "an exception that is no std::exception";
+    return "an exception that is not a std::exception";
   }
 }
 

@@ -72,7 +72,7 @@ void RegisterFactory(std::string name, std::string coreId, std::shared_ptr<IElem
   for (const auto& other : known.registrations) {
     if (other.kind == registration.kind && other.type == registration.type &&
         other.implementation == registration.implementation) {
-      throw TAMBRuntimeError(fmt::format("Factory of {:?}: {} is registered already, by {:?}",
+      throw TAMBRuntimeError(fmt::format("Factory of {:?}: {} is already registered by {:?}",
                                          registration.name, describe(registration), other.name));
     }
   }
@@ -109,7 +109,7 @@ ElementFactory<ElementFactoryType::Engine>::Product InstantiateEngine(
   const auto factory =
       std::dynamic_pointer_cast<const ElementFactory<ElementFactoryType::Engine>>(registration->factory);
   if (!factory) {
-    throw TAMBRuntimeError(fmt::format("The factory of {} by {:?} is no engine factory",
+    throw TAMBRuntimeError(fmt::format("The factory of {} by {:?} is not an engine factory",
                                        describe(*registration), registration->name));
   }
   auto product = factory->Create(std::move(config));

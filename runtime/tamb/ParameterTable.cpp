@@ -12,7 +12,7 @@ namespace tamb {
 void ParameterTable::Add(const std::string& key, ParameterValue value, const std::string& description) {
   const qor::base::Lock lock(mutex_);
   if (const auto position = PositionOf(key); position != parameters_.size()) {
-    throw TAMBRuntimeError(fmt::format("Parameter {:?} exists already as {}: it cannot be added as {}", key,
+    throw TAMBRuntimeError(fmt::format("Parameter {:?} already exists as {}: it cannot be added as {}", key,
                                        ToString(TypeOf(parameters_[position].value)),
                                        ToString(TypeOf(value))));
   }
@@ -45,7 +45,7 @@ std::string ParameterTable::GetDescription(const std::string& key) const {
   const qor::base::Lock lock(mutex_);
   const auto position = PositionOf(key);
   if (position == parameters_.size()) {
-    throw TAMBRuntimeError(fmt::format("There is no parameter {:?} to describe", key));
+    throw TAMBRuntimeError(fmt::format("Unknown parameter {:?}, cannot be described", key));
   }
   return parameters_[position].description;
 }
@@ -73,10 +73,9 @@ std::size_t ParameterTable::PositionOf(const std::string& key) const {
 void ParameterTable::ThrowMismatch(const std::string& key, TambType asked) const {
   const auto position = PositionOf(key);
   if (position == parameters_.size()) {
-    throw TAMBRuntimeError(
-        fmt::format("There is no parameter {:?}: it was asked for as {}", key, ToString(asked)));
+    throw TAMBRuntimeError(fmt::format("Unknown parameter {:?}, requested as {}", key, ToString(asked)));
   }
-  throw TAMBRuntimeError(fmt::format("Parameter {:?} is held as {}: it cannot be asked for as {}", key,
+  throw TAMBRuntimeError(fmt::format("Parameter {:?} is held as {}, requested as {}", key,
                                      ToString(TypeOf(parameters_[position].value)), ToString(asked)));
 }
 

@@ -45,16 +45,16 @@ std::string LoadPlugin(const std::filesystem::path& path) {
   // The dynamic linker searches for a path without a slash in its own folders.
   const auto file = std::filesystem::absolute(path, error);
   if (error || !std::filesystem::exists(file, error)) {
-    fail(path, error ? error.message() : "there is no such file");
+    fail(path, error ? error.message() : "no such file");
   }
   std::unique_ptr<void, Unmap> library(dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL));
   if (!library) {
-    fail(path, "it is no shared library that can be loaded: " + linkerError(file));
+    fail(path, "it cannot be loaded as a shared library: " + linkerError(file));
   }
   using RegisterAll = void (*)(const char*);
   const auto registerAll = reinterpret_cast<RegisterAll>(dlsym(library.get(), "RegisterAll"));
   if (registerAll == nullptr) {
-    fail(path, "it has no function RegisterAll, so it is no plug-in");
+    fail(path, "it is not a plug-in: it has no function RegisterAll");
   }
   static_cast<void>(library.release());  // From here on, pointers into the library may exist.
   auto name = pluginName(path);

@@ -97,7 +97,7 @@ class AcceptedConnections::Duplicate {
 AcceptedConnections::AcceptedConnections(int listener)
     : nothing_(::eventfd(0, EFD_CLOEXEC)), place_(::fcntl(nothing_.get(), F_DUPFD_CLOEXEC, 0)) {
   if (place_.get() < 0) {
-    throw std::system_error(errno, std::generic_category(), "cannot follow the connections of a listener");
+    throw std::system_error(errno, std::generic_category(), "cannot monitor the connections of a listener");
   }
   if (::getsockname(listener, reinterpret_cast<sockaddr*>(&address_), &size_) != 0) {
     throw std::system_error(errno, std::generic_category(), "cannot read a listening address");

@@ -31,7 +31,7 @@ void requireDescriptors() {
   std::array<base::FileDescriptor, firstDescriptors> room;
   for (base::FileDescriptor& descriptor : room) {
     descriptor = base::FileDescriptor(::eventfd(0, EFD_CLOEXEC));
-    if (!descriptor.isOpen()) throwZmqError("libzmq", "cannot make a messaging context");
+    if (!descriptor.isOpen()) throwZmqError("libzmq", "cannot create a messaging context");
   }
 }
 
@@ -57,7 +57,7 @@ Current& current() {
 }  // namespace
 
 Context::Context() : context_(::zmq_ctx_new()) {
-  if (!context_) throwZmqError("libzmq", "cannot make a messaging context");
+  if (!context_) throwZmqError("libzmq", "cannot create a messaging context");
   ::zmq_ctx_set(context_.get(), ZMQ_MAX_SOCKETS, maximumSockets);
   requireDescriptors();
   // The first socket starts the context's threads: now that there is room for them.

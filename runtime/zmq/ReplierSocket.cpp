@@ -41,7 +41,7 @@ ReplierSocket::Envelope ReplierSocket::takeEnvelope() { return std::exchange(*pe
 
 void ReplierSocket::answer(Envelope& envelope, const google::protobuf::Message& message, std::size_t size) {
   throwIfShutDown();
-  if (envelope.count == 0) throw failure("there is no request to answer");
+  if (envelope.count == 0) throw failure("no request is waiting for an answer");
   ZmqMessage encoded(size);
   encode(message, encoded.data());
   const std::size_t count = std::exchange(envelope.count, 0);
@@ -58,7 +58,7 @@ void ReplierSocket::sendPart(ZmqMessage& part, bool moreFollow) {
       throw failure(
           fmt::format("queue full: {} replies wait for the requester, which is the limit", limits.sendQueue));
     case ZmqSocket::Sent::NoRoute:
-      throw failure("the requester has gone before its reply");
+      throw failure("the requester disconnected before its reply");
   }
 }
 
@@ -75,7 +75,7 @@ ReceivingSocket::Taken ReplierSocket::takeRest(ZmqMessage& content, unsigned int
   if (!envelope.last().hasMore() || !envelope.isWhole()) {
     dropFurtherParts(envelope.last());
     utils::logError(fmt::format(
-        "{}: dropped a message that is no request: its {} bytes hold no content behind an empty part",
+        "{}: dropped a message that is not a request: its {} bytes have no content after an empty part",
         label().text(), envelope.sizeBehindTheRequester()));
     return Taken::Unusable;
   }

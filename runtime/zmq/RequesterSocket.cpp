@@ -50,7 +50,7 @@ RequesterSocket::RequesterSocket(const SocketLabel& label, const SocketEndpoint&
   connection_.emplace(socket(), context(), Connection::Reconnector::Owner, label.text());
   connect(endpoint);
   if (!waitForConnection(Deadline::clock::now() + timeOut)) {
-    throw failure(fmt::format("nobody answered there within {} ms", timeOut.count()));
+    throw failure(fmt::format("no peer answered within {} ms", timeOut.count()));
   }
   hasBeenOpen_ = true;
 }
@@ -72,8 +72,8 @@ void RequesterSocket::send(const google::protobuf::Message& message, std::size_t
   const Deadline deadline = Deadline::clock::now() + reconnectTimeOut;
   for (;;) {
     if (!waitForConnection(deadline)) {
-      throw failure(
-          fmt::format("the connection is lost and did not come back within {} ms", reconnectTimeOut.count()));
+      throw failure(fmt::format("the connection was lost and not re-established within {} ms",
+                                reconnectTimeOut.count()));
     }
     if (!waitForSubscribers()) continue;
     lossesWhenSent_ = connection_->losses();
@@ -99,7 +99,7 @@ std::size_t RequesterSocket::close(std::chrono::milliseconds timeForUnsent) noex
 
 bool RequesterSocket::waitForReply(std::optional<std::chrono::milliseconds> timeOut) {
   throwIfShutDown();
-  if (exchange_ == Exchange::None) throw failure("there is no request that a reply could come to");
+  if (exchange_ == Exchange::None) throw failure("no request is waiting for a reply");
   if (exchange_ == Exchange::ReplyTaken) return true;
   if (exchange_ == Exchange::JustSent) {
     exchange_ = Exchange::AwaitingReply;

@@ -15,7 +15,7 @@ SocketMonitor::SocketMonitor(ZmqSocket& socket, Context& context, int kinds, con
   events_.setOption(ZMQ_RCVHWM, 0);
   if (::zmq_socket_monitor(socket.get(), address.c_str(), kinds) != 0 ||
       ::zmq_connect(events_.get(), address.c_str()) != 0) {
-    throwZmqError(description, "cannot follow its connections");
+    throwZmqError(description, "cannot monitor its connections");
   }
 }
 

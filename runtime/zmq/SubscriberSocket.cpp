@@ -52,7 +52,7 @@ void SubscriberSocket::maintainConnection() {
   if (lastLine_ && now - *lastLine_ < timeBetweenLines) return;
   lastLine_ = now;
   utils::logWarning(fmt::format(
-      "{}: lost its publisher, which probably sent a part of more than {} bytes or broke the protocol{}; "
+      "{}: lost its publisher, which probably sent a part larger than {} bytes or broke the protocol{}; "
       "connecting "
       "again",
       label().text(), largestMessagePart,

@@ -19,7 +19,7 @@ Waker::Waker(ZmqSocket& sleeper, int sleeperType, void* context, const std::stri
   const std::string address = "inproc://waker-" + base::randomUuid();
   peer_.setOption(ZMQ_LINGER, 0);
   if (::zmq_bind(peer_.get(), address.c_str()) != 0 || ::zmq_connect(sleeper.get(), address.c_str()) != 0) {
-    throwZmqError(description, "cannot be made to wake up");
+    throwZmqError(description, "cannot create its wake-up socket");
   }
 }
 

@@ -48,7 +48,7 @@ ZmqMessage ZmqMessage::copy() {
 
 ZmqSocket::ZmqSocket(void* context, int type, std::string description)
     : socket_(::zmq_socket(context, type)), description_(std::move(description)) {
-  if (socket_ == nullptr) throwZmqError(description_, "cannot make a socket");
+  if (socket_ == nullptr) throwZmqError(description_, "cannot create a socket");
   std::size_t size = sizeof descriptor_;
   if (::zmq_getsockopt(socket_, ZMQ_FD, &descriptor_, &size) != 0) {
     const int error = errno;
@@ -136,7 +136,7 @@ void ZmqSocket::processPendingEvents() {
   int events = 0;
   std::size_t size = sizeof events;
   if (::zmq_getsockopt(socket_, ZMQ_EVENTS, &events, &size) != 0 && errno != EINTR) {
-    throwZmqError(description_, "cannot look for news");
+    throwZmqError(description_, "cannot read its events");
   }
 }
 

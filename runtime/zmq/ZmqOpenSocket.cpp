@@ -74,7 +74,7 @@ bool ZmqOpenSocket::reconnectIfDue(Connection& connection) {
   // Removes the rest of the old connection, so that there are not two, and so that an unsent request is not
   // sent after all.
   if (::zmq_disconnect(socket_->get(), address_.c_str()) != 0 && errno != ENOENT) {
-    throwZmqError(label_.text(), "cannot give its connection up");
+    throwZmqError(label_.text(), "cannot close its connection");
   }
   if (::zmq_connect(socket_->get(), address_.c_str()) != 0) {
     throwZmqError(label_.text(), "cannot connect again");

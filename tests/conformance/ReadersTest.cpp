@@ -62,7 +62,7 @@ TEST_P(Readers, TheFirstGetsEverythingAndTheOthersGetNothing) {
   ASSERT_EQ(lines.size(), 2U);
   EXPECT_EQ(lines[0].level, tamb::LogLevel::Warning);
   EXPECT_THAT(lines[0].message, AllOf(HasSubstr("LimitedPublisher (Publisher "), HasSubstr("?readers=1)"),
-                                      HasSubstr("its one reader is connected")));
+                                      HasSubstr("the limit of one reader is reached")));
 }
 
 TEST_P(Readers, AnotherThatReadsNothingBlocksNoOther) {

@@ -189,7 +189,7 @@ TEST_F(Commands, AreAnsweredWithTheReasonWhenTheyFail) {
   EXPECT_THAT(refusal(noFilter), HasSubstr(R"(no filter "reverb")"));
   EXPECT_THAT(refusal(noCommand), AllOf(HasSubstr(R"("volume")"), HasSubstr(R"("loudness")")));
   EXPECT_THAT(refusal(badArgument), HasSubstr(R"("loud")"));
-  EXPECT_THAT(refusal(noArguments), HasSubstr(R"(no argument "argument")"));
+  EXPECT_THAT(refusal(noArguments), HasSubstr(R"(missing argument "argument")"));
   EXPECT_THAT(refusal(unknown), AllOf(HasSubstr(R"("Rewind")"), HasSubstr("FilterCommand")));
   EXPECT_THAT(refusal(notPaused), HasSubstr("not paused"));
   EXPECT_THAT(refusal(late), HasSubstr("ended at 2.000 s"));
@@ -202,7 +202,7 @@ TEST_F(Commands, ACommandWithoutArgumentsAtAllIsRefused) {
   local_.commandFrontEnd->PushCommand(std::make_shared<tamb::CommandMessage>(
       tamb::CommandFields{.commandName = "FilterCommand", .commandId = 5, .stepId = "media"}));
   engine().Run();
-  EXPECT_THAT(refusal(5), HasSubstr(R"(no argument "target")"));
+  EXPECT_THAT(refusal(5), HasSubstr(R"(missing argument "target")"));
 }
 
 TEST_F(Commands, ACommandCanGoToEveryFilterAndToANamedOne) {
@@ -339,7 +339,7 @@ TEST_F(Commands, ASecondPauseIsRefusedWhileTheRunIsPaused) {
   ASSERT_TRUE(heard_->waitFor("CommandDone"));
   const auto second = command("Pause", now());
   ASSERT_TRUE(heard_->waitFor("CommandFailed"));
-  EXPECT_THAT(refusal(second), HasSubstr("paused already"));
+  EXPECT_THAT(refusal(second), HasSubstr("already paused"));
   command("Resume", now());
   running.get();
   EXPECT_TRUE(heard_->only("Finished"));
@@ -349,8 +349,8 @@ TEST_F(Commands, AreExecutedByTheRunAlone) {
   make();
   const auto id = filterCommand(now(), "volume", "volume", "0");
   local_.commandBackEnd->ExecuteAllCommands();
-  EXPECT_THAT(refusal(id), HasSubstr("executed by the engine's run alone"));
-  EXPECT_THAT(log_.recordsWith("executed by the engine's run alone"), SizeIs(1));
+  EXPECT_THAT(refusal(id), HasSubstr("only the engine's run executes its commands"));
+  EXPECT_THAT(log_.recordsWith("only the engine's run executes its commands"), SizeIs(1));
 }
 
 TEST_F(Commands, ForAnUnknownStepAreAnsweredWithTheValidSteps) {
@@ -363,7 +363,7 @@ TEST_F(Commands, ForAnUnknownStepAreAnsweredWithTheValidSteps) {
   push(6, at(100, 1));
   engine().Run();
   for (const auto id : {5U, 6U}) {
-    EXPECT_EQ(refusal(id), R"(there is no step "vidoe"; expected one of "media")");
+    EXPECT_EQ(refusal(id), R"(unknown step "vidoe"; expected one of "media")");
   }
   EXPECT_EQ(heard_->lines().back(), "Finished");
 }

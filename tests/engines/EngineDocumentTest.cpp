@@ -167,7 +167,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Complaint{"", "byte 0", "expected an object"},
         Complaint{"{\"engine\":\n oops}", R"("oops}")", "expected an object"},
-        Complaint{R"({"engine": "media")", "byte 18 on, where it ends", "expected an object"},
+        Complaint{R"({"engine": "media")", "byte 18, where the text ends", "expected an object"},
         Complaint{"\xff\xfe\x01", R"(\xff\xfe\x01)", "expected an object"},
         Complaint{"[1, 2]", "[1,2]", "expected an object"}, Complaint{"null", "null", "expected an object"},
         Complaint{R"({"input": "a"})", R"({"input":"a"})", R"(expected one of "media", "test")"},
@@ -237,12 +237,13 @@ TEST(EngineDocument, CutsLongQuotations) {
 TEST(EngineDocument, SurvivesDeepNesting) {
   const std::string open(100'000, '[');
   const std::string close(100'000, ']');
-  EXPECT_THAT(complaintAbout(open), HasSubstr("nested more than 32 deep"));
-  EXPECT_THAT(complaintAbout(open + close), HasSubstr("nested more than 32 deep"));
-  EXPECT_THAT(complaintAbout(R"({"engine": )" + open + close + "}"), HasSubstr("nested more than 32 deep"));
+  EXPECT_THAT(complaintAbout(open), HasSubstr("nested more than 32 levels deep"));
+  EXPECT_THAT(complaintAbout(open + close), HasSubstr("nested more than 32 levels deep"));
+  EXPECT_THAT(complaintAbout(R"({"engine": )" + open + close + "}"),
+              HasSubstr("nested more than 32 levels deep"));
   std::string objects;
   for (int depth = 0; depth < 33; ++depth) objects += R"({"a":)";
-  EXPECT_THAT(complaintAbout(objects), HasSubstr("nested more than 32 deep"));
+  EXPECT_THAT(complaintAbout(objects), HasSubstr("nested more than 32 levels deep"));
   EXPECT_THAT(complaintAbout(std::string(32, '[') + std::string(32, ']')), HasSubstr("it is [[[["));
 }
 

@@ -83,7 +83,7 @@ TEST_F(FormatChanges, OfPicturesAreConvertedToTheFirstSize) {
 TEST_F(FormatChanges, FailTheRunIfErrorsAreTo) {
   writeSound();
   convert("in.mp2", "out.wav", "fail");
-  EXPECT_THAT(failure(), HasSubstr("which cannot be filtered"));
+  EXPECT_THAT(failure(), HasSubstr("Cannot filter the stream"));
 }
 
 }  // namespace

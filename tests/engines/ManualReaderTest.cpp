@@ -68,7 +68,7 @@ TEST(AManualOfJson, IsRefusedWithWhatIsWrong) {
            Complaint{start + R"("notifications": [{}]})", R"({} has no "line")"},
            Complaint{start + R"("summary": "a\u009bJ"})",
                      R"(it holds "a\u009bJ"; expected one line of text)"},
-           Complaint{std::string(100'000, '['), "nested more than 32 deep"},
+           Complaint{std::string(100'000, '['), "nested more than 32 levels deep"},
            Complaint{start + R"("summary": [")" + std::string(500, 'a') + "\"]}", "aaa...; expected"},
        }) {
     EXPECT_THAT(complaintAbout(text),

@@ -108,12 +108,12 @@ TEST_P(NoVideo, IsAskedOfAContainerOfSound) {
   run(media({{"input", quoted(sharedClip())},
              {"output", quoted(path(GetParam()))},
              {"settings", R"({"videoCodec": "png"})"}}));
-  EXPECT_THAT(failure(), HasSubstr("takes no video, for which there is a codec"));
+  EXPECT_THAT(failure(), HasSubstr("cannot hold video, but a codec for it was requested"));
   heard_ = std::make_shared<Notifications>();
   run(media({{"input", quoted(sharedClip())},
              {"output", quoted(path(GetParam()))},
              {"videoFilter", R"("hue=s=0")"}}));
-  EXPECT_THAT(failure(), HasSubstr("takes no video, for which there is a filter"));
+  EXPECT_THAT(failure(), HasSubstr("cannot hold video, but a filter for it was requested"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, NoVideo, testing::Values("out.mp3", "out.flac", "out.aiff"));

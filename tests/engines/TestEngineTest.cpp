@@ -127,7 +127,7 @@ TEST_F(FaultyEngine, MayGoBeforeItsCommandProcessor) {
   local_.engine.reset();
   command("Late", now());
   local_.commandBackEnd->ExecuteAllCommands();
-  EXPECT_THAT(log_.recordsWith("executed by the engine's run alone"), SizeIs(1));
+  EXPECT_THAT(log_.recordsWith("only the engine's run executes its commands"), SizeIs(1));
 }
 
 TEST_F(FaultyEngineDeathTest, Crashes) {

@@ -38,7 +38,7 @@ class RelayedTest(FaultTest):
 class Cut(RelayedTest):
     fault = "connection: cut, restored after 5 s"
     # Traffic during the cut: a heartbeat or the disconnection.
-    logs = "the connection was lost|nobody answered|failed sending heartbeat|timeout on frontend heartbeat"
+    logs = "the connection was lost|no peer answered|failed sending heartbeat|timeout on frontend heartbeat"
 
     def cut(self):
         self.relayed.cut()

@@ -144,7 +144,7 @@ class Throws(FaultTest):
 
 class Stopped(FaultTest):
     fault = "engine: SIGSTOP, SIGCONT after 5 s"
-    logs = r"Engine process \d+ was stopped; it is killed when nobody continues it within 10 s"
+    logs = r"Engine process \d+ was suspended; it is killed unless it is continued within 10 s"
 
     def freeze(self):
         """Stops the process, and continues it."""
@@ -219,7 +219,7 @@ class Stopped(FaultTest):
 
 class KeptStopped(FaultTest):
     fault = "engine: SIGSTOP for good"
-    cause = logs = r"engine process \d+ was killed by signal 9: it was kept stopped for 10 s"
+    cause = logs = r"engine process \d+ was killed by signal 9: it was suspended for 10 s"
 
     def test_running(self):
         call = self.reach(RUNNING)
@@ -228,7 +228,7 @@ class KeptStopped(FaultTest):
         self.host.wait_for(rf"^notification EngineDied 0 {self.cause}")
         self.expect_destroyed()
         self.expect_engines_gone(30)
-        self.conclude("Run returns; `EngineDied`: it was kept stopped")
+        self.conclude("Run returns; `EngineDied`: it was suspended")
 
 
 if __name__ == "__main__":

@@ -94,7 +94,7 @@ class Table:
 FAILURE = re.compile(r"(?:Warning|Error  ) (\S+Z) \[.*?\] \d+ (.*)")
 # Caused by the test's own commands, which have no edit rate, and by its own freezing of engines for a stage.
 NOISE = "is due at once: its edit rate|commands without a time, due at once"
-FREEZING = "was stopped; it is killed when nobody continues it"
+FREEZING = "was suspended; it is killed unless it is continued"
 
 
 class FaultTest(ProgramsTest):

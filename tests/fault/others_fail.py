@@ -52,7 +52,7 @@ class HostStopped(FaultTest):
             self.host.call("push 1 Hello")
         elif stage == WIRING:
             # The service gave up a moment before its host did.
-            self.expect_told(call, ENGINE_GONE + AT_ONCE, "kept stopped|not ready|Unexpected reply")
+            self.expect_told(call, ENGINE_GONE + AT_ONCE, "suspended for|not ready|Unexpected reply")
         elif call:
             # At once, or, if the last status is still in transit when the host is continued, after 15 s of silence.
             self.expect_told(call, FROZEN_ENGINE_GONE + SILENCE + AT_ONCE)

@@ -93,7 +93,7 @@ class DescriptorLimit(FaultTest):
     def test_of_the_service_that_is_connected_to(self):
         """libzmq alone would abort a process that cannot accept a connection on a socket file."""
         self.reach(BEFORE)
-        before = self.expect_refused_without(0, f"{self.endpoint}.*nobody answered there within")
+        before = self.expect_refused_without(0, f"{self.endpoint}.*no peer answered within")
         self.assertFalse(self.service_program.has_ended())
         resource.prlimit(self.service_program.pid, resource.RLIMIT_NOFILE, before)
         self.expect_destroyed()

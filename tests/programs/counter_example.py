@@ -138,11 +138,11 @@ class Counter(ProgramsTest):
     def test_answers_commands_that_it_cannot_execute_and_continues(self):
         self.run_until_commands_arrive()
         for number, (name, arguments, step, reason) in enumerate((
-                ("Set", None, "counter", 'no argument "value"; expected an Int64'),
-                ("Set", value("count", "int64Params", 1), "counter", 'no argument "value"; expected an Int64'),
+                ("Set", None, "counter", 'missing argument "value"; expected an Int64'),
+                ("Set", value("count", "int64Params", 1), "counter", 'missing argument "value"; expected an Int64'),
                 ("Set", value("value", "utf8StringParams", "one"), "counter", "value"),
-                ("Reset", None, "counter", 'no command "Reset"; expected "Set"'),
-                ("Set", value("value", "int64Params", 1), "meter", 'no step "meter"; expected one of "counter"')), 1):
+                ("Reset", None, "counter", 'unknown command "Reset"; expected "Set"'),
+                ("Set", value("value", "int64Params", 1), "meter", 'unknown step "meter"; expected one of "counter"')), 1):
             with self.subTest(reason=reason):
                 self.push(name, 0, arguments, step, commandId=number)
                 answer = self.next("CommandFailed")
@@ -183,7 +183,7 @@ class Counter(ProgramsTest):
         self.kill(self.engine(), signal.SIGSTOP)
         line, values = self.next_end()
         self.assertEqual(line, "EngineDied")
-        self.assertRegex(values["reason"], r"was killed by signal 9: it was kept stopped for 10 s")
+        self.assertRegex(values["reason"], r"was killed by signal 9: it was suspended for 10 s")
         self.expect_end(3)
 
     def test_leaves_when_its_host_is_silent(self):

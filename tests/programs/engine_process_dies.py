@@ -80,7 +80,7 @@ class Host(ProgramsTest):
         host.wait_for_notification("Tick")
         self.kill(self.engine_process(), signal.SIGTERM)
         # The run was asked to stop first: a thread that knows nothing of it has not taken the signal.
-        self.expect_death_is_told(host, "it still runs after 3000 ms")
+        self.expect_death_is_told(host, "the run did not end within 3000 ms")
 
     def test_receives_the_cause_of_its_engines_death_on_a_command(self):
         for behaviour, cause in FAULTS.items():

@@ -180,7 +180,7 @@ class EngineProgram(ProgramsTest):
         while not status.recv().startswith(b"\x08\x03"):
             self.assertLess(time.monotonic() - start, LATEST)
         answer = self.ask(self.stock(zmq.REQ, endpoints["request"]), PING)
-        self.assertIn(b"was killed by signal 9: it was kept stopped for 10 s", answer)
+        self.assertIn(b"was killed by signal 9: it was suspended for 10 s", answer)
         self.assertGreater(time.monotonic() - start, SILENCE - 2)
         self.assertTrue(self.ask(self.stock(zmq.REQ, endpoints["request"]), GOODBYE).startswith(SUCCESS))
         self.expect_exit(engine, 3)
@@ -288,7 +288,7 @@ class EngineProgram(ProgramsTest):
         endpoints = {channel: f"ipc://{self.folder / channel}" for channel in CHANNELS}
         engine = self.engine(endpoints, more=["--core", 1_000_000])
         self.expect_exit(engine, 1)
-        self.assertIn("--core: core 1000000 cannot be used: expected is one of ", engine.errors())
+        self.assertIn("--core: core 1000000 cannot be used: expected one of ", engine.errors())
 
     def test_needs_an_endpoint_for_commands_that_can_be_connected_to(self):
         engine = self.engine(dict.fromkeys(CHANNELS, "tcp://127.0.0.1:0"))

@@ -239,7 +239,7 @@ class TheCounter(EnginePrograms):
                 host = self.running_on(endpoint)
                 start = time.monotonic()
                 self.kill(self.engine_of(service), signal.SIGSTOP)
-                self.expect_death(host, r"^engine process \d+ was killed by signal 9: it was kept stopped for 10 s", start,
+                self.expect_death(host, r"^engine process \d+ was killed by signal 9: it was suspended for 10 s", start,
                                   ENDED_WITHIN, "a hang is ended, and explained at the host")
                 self._services.pop()
                 service.signal(signal.SIGTERM)

@@ -47,7 +47,7 @@ class Registry(ProgramsTest):
         output, errors = self.printed("engines", "--engines", folder)
         self.assertRegex(output, "^media ")
         self.assertEqual(len(errors.splitlines()), 2, errors)
-        self.assertIn(f"tamb-host: {folder}/broken.json:2:11: this is not JSON", errors)
+        self.assertIn(f"tamb-host: {folder}/broken.json:2:11: invalid JSON", errors)
         self.assertIn(f"tamb-host: {folder}/gone.json:1:29: ", errors)
         output, errors = self.printed("engines", "--json", "--engines", folder)
         self.assertEqual(errors, "")
@@ -101,7 +101,7 @@ class Registry(ProgramsTest):
     def test_has_no_engine_that_it_does_not_list(self):
         output, errors = self.printed("engine", "warp", code=4)
         self.assertEqual(output, "")
-        self.assertEqual(errors, 'tamb-host: there is no engine "warp"; expected one of "media"\n')
+        self.assertEqual(errors, 'tamb-host: unknown engine "warp"; expected one of "media"\n')
 
     def test_names_a_library_that_cannot_be_loaded(self):
         library = pathlib.Path(os.environ["TAMB_MULTIPROCESS"]).parent / "libqor_utils.so"

@@ -14,7 +14,7 @@ class Command(ProgramsTest):
         commands = [{"name": "Pause", "step": "vidoe"}, {"at": 100, "name": "Pause", "step": "vidoe"}]
         workflow = self.file("workflow.json", {"engine": {"engine": "media", "input": str(clip())},
                                                "commands": commands})
-        refused = ("CommandFailed", 'there is no step "vidoe"; expected one of "media"')
+        refused = ("CommandFailed", 'unknown step "vidoe"; expected one of "media"')
         for place in ([], ["--local"]):
             with self.subTest(place):
                 host = self.host(workflow, *place)

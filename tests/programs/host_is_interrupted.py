@@ -117,7 +117,7 @@ class EngineThatIgnoresTheStop(ProgramsTest):
         self.assertFalse(host.has_ended())
         host.interrupt()
         self.expect_exit(host, INTERRUPTED, 5)
-        self.assertIn("tamb-host: leaving at once", host.errors())
+        self.assertIn("tamb-host: exiting at once", host.errors())
         self.assertIn(engine, processes_below(service.pid, ENGINE))
         start = time.monotonic()
         service.wait_for_errors("exit code 3")
@@ -130,7 +130,7 @@ class EngineThatIgnoresTheStop(ProgramsTest):
         host.wait_for_notification("Tick")
         host.signal(signal.SIGHUP)
         self.expect_exit(host, -signal.SIGHUP, GONE_WITHIN)
-        self.assertIn("it still runs after 5000 ms", host.errors())
+        self.assertIn("the run did not end within 5000 ms", host.errors())
 
     def test_leaves_nothing_of_a_host_with_a_private_service_either(self):
         host = self.host(self.faulty_engine_workflow(behaviour="ignoreStop", notifications=1))

@@ -48,7 +48,7 @@ class OneService(ProgramsTest):
         service = self.start("QOR_ENGINE_SERVICE", "--endpoint", f"ipc://{self.folder / 'none'}",
                              "--engine-cores", f"{min(CORES)},1000000")
         self.expect_exit(service, 1)
-        self.assertIn("--engine-cores: core 1000000 cannot be used: expected is one of ", service.errors())
+        self.assertIn("--engine-cores: core 1000000 cannot be used: expected one of ", service.errors())
 
     def service_with_a_start_that_hangs(self, *arguments):
         """A service, its endpoint, and a host whose engine program never becomes ready: that of engine 99."""
@@ -91,7 +91,7 @@ exec '{os.environ["TAMB_ENGINE"]}' "$@"
         service.signal(signal.SIGTERM)
         self.expect_exit(service, 0)
         self.expect_exit(hanging, 4)
-        self.assertIn("the service is ending", hanging.errors())
+        self.assertIn("the service is shutting down", hanging.errors())
 
     def test_serves_on_when_a_host_is_killed_whose_engine_is_being_started(self):
         service, endpoint, hanging = self.service_with_a_start_that_hangs()
@@ -100,7 +100,7 @@ exec '{os.environ["TAMB_ENGINE"]}' "$@"
         self.expect_exit(self.host("--input", clip(), "--service", endpoint), 0)
         service.signal(signal.SIGTERM)
         self.expect_exit(service, 0)
-        self.assertIn("A submission got no answer: ", service.errors())
+        self.assertIn("Cannot answer a submission: ", service.errors())
 
     def test_starts_engines_that_serve_their_host_and_no_other_reader(self):
         service, endpoint = self.service()

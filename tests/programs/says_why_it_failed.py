@@ -64,7 +64,7 @@ class FailedRun(ProgramsTest):
         frames = host.notifications()[-1]["values"]["videoFrames"]
         self.assertGreater(frames, 30)
         self.assertLess(frames, 120)
-        self.assertRegex(host.errors(), r"Warning .*half\.mkv\" ends at \d.* although it is said to last 6\.000 s")
+        self.assertRegex(host.errors(), r"Warning .*half\.mkv\" ends at \d.* although its duration is given as 6\.000 s")
         self.assertTrue(output.stat().st_size)
 
 
@@ -127,7 +127,7 @@ class MissingEngine(ProgramsTest):
         start = time.monotonic()
         endpoint = f"ipc://{self.folder / 'nobody'}"
         host = self.host("--input", clip(), "--service", endpoint)
-        self.expect_no_engine(host, endpoint, "nobody answered")
+        self.expect_no_engine(host, endpoint, "no peer answered")
         self.assertLess(time.monotonic() - start, 10)
 
     def test_because_the_service_has_no_program_for_it_names_the_program(self):
@@ -139,7 +139,7 @@ class MissingEngine(ProgramsTest):
         self._environment["TMPDIR"] = str(self.folder / "gone")
         host = self.host(self.faulty_engine_workflow())
         self.expect_exit(host, 4)
-        self.assertRegex(host.errors(), r'^tamb-host: cannot make a directory for sockets in ".*gone" \(TMPDIR\): .+\n$')
+        self.assertRegex(host.errors(), r'^tamb-host: cannot create a directory for sockets in ".*gone" \(TMPDIR\): .+\n$')
 
     def test_because_no_engines_are_allowed_is_reported_in_one_line(self):
         service, endpoint = self.service("--maximum-engines", 0)
@@ -173,7 +173,7 @@ class MissingService(ProgramsTest):
 
 
 class FailedCommand(ProgramsTest):
-    REMARK = r'tamb-host: the run finished, but 1 of 2 commands failed; command 2 \("Foo"\): there is no command "Foo"'
+    REMARK = r'tamb-host: the run finished, but 1 of 2 commands failed; command 2 \("Foo"\): unknown command "Foo"'
 
     def test_of_a_run_that_finishes_is_an_exit_code_and_a_line(self):
         commands = ["--at", "0", "FilterCommand", "target=volume", "command=volume", "argument=1", "--at", "1", "Foo"]
@@ -249,11 +249,11 @@ class WrongUsage(ProgramsTest):
         self.expect_bad_workflow("workflow.json\" is not JSON: parse error at line 1", b'{"engine": {')
         self.expect_bad_workflow('workflow.json": is not an object; expected one such as', [])
         self.expect_bad_workflow('unknown key "engines"; expected one of .*engine', {"engines": 1, "engine": {}})
-        self.expect_bad_workflow('has no "engine"', {"engineId": 1})
+        self.expect_bad_workflow('"engine" is missing', {"engineId": 1})
         self.expect_bad_workflow('"engineId" is "one"; expected a number from 0 to', {"engineId": "one", "engine": {}})
         engine = {"engine": "media", "input": str(clip())}
         for said, command in (('command 1: unknown key "time"; expected one of at', {"time": 1, "name": "Pause"}),
-                              ('command 1: has no "name"', {"at": 1}),
+                              ('command 1: "name" is missing', {"at": 1}),
                               ('command 1: "at" is "soon"; expected a media time', {"at": "soon", "name": "Pause"}),
                               ('command 1: "arguments" is 5; expected an object', {"name": "A", "arguments": 5}),
                               ("command 1: 5 is not an object", 5)):
@@ -264,7 +264,7 @@ class WrongUsage(ProgramsTest):
                     "commands": [{"name": "Pause", "arguments": {"target": ["a"]}}]}
         host = self.host(self.file("workflow.json", workflow))
         self.expect_exit(host, 2)
-        self.assertRegex(host.errors(), 'argument "target": .*"a".* cannot be carried; expected a text')
+        self.assertRegex(host.errors(), 'argument "target": .*"a".* cannot be sent; expected a string')
 
 
 if __name__ == "__main__":

@@ -74,7 +74,7 @@ class OurFrontEnd(EngineTest):
             host.wait_for_log("Error", "Failed sending ping to remote engine on:", LOST)
             self.assertLess(host.call("request_stop"), CALL_BOUND)
             host.wait_for_log("Error", "Failed sending request stop to remote engine on:",
-                              "the connection is lost and did not come back within 500 ms")
+                              "the connection was lost and not re-established within 500 ms")
             host.wait_for_log("Error", "failed sending heartbeat: ")
             self.expect_destruction_in_time(host)
 

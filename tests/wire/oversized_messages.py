@@ -26,7 +26,7 @@ class AnOversizedMessage(WireTest):
         self.assertEqual(ours.receive("EngineStatus"), (0, status("Idle").SerializeToString()))
         lines = ours.log()
         self.assertEqual(len(lines), 1, lines)
-        self.assertRegex(lines[0], r"^Warning Ours \(Subscriber \S+\): lost its publisher, which probably sent a part of more "
+        self.assertRegex(lines[0], r"^Warning Ours \(Subscriber \S+\): lost its publisher, which probably sent a part larger "
                                    f"than {128 << 10} bytes or broke the protocol; connecting again$")
 
     def test_to_our_subscriber_again_and_again_does_not_fill_the_log(self):

@@ -12,7 +12,7 @@ import zmq
 from wire_support import PATIENCE, WireTest, number_of
 
 REFUSED = re.compile(r"^Warning Ours \(Publisher \S+\?readers=1\): refused a subscriber, (process \d+|port \d+ of "
-                     r"127\.0\.0\.1|which has disconnected): its one reader is connected$")
+                     r"127\.0\.0\.1|which has disconnected): the limit of one reader is reached$")
 
 
 # Each attempt may interrupt the publisher between two steps that belong together.

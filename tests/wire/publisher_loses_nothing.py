@@ -158,7 +158,7 @@ class OurPublisher(WireTest):
         line, = ours.log()
         self.assertTrue(line.startswith("Warning "), line)
         self.assertIn("Telling", line)
-        self.assertIn("closed with 7 messages that could not be sent within 1000 ms", line)
+        self.assertIn("closed with 7 messages still unsent after 1000 ms", line)
 
 
 if __name__ == "__main__":

@@ -36,7 +36,7 @@ class OurReplier(WireTest):
             self.ours.send(reply("too late"))
         except PeerFailure as failure:
             # The replier may or may not have noticed it yet.
-            self.assertIn("the requester has gone before its reply", str(failure))
+            self.assertIn("the requester disconnected before its reply", str(failure))
         self.serve(self.requester(), "next")
 
     def test_serves_the_next_when_a_requester_vanishes_before_its_request_is_taken(self):
@@ -47,7 +47,7 @@ class OurReplier(WireTest):
         vanishing.close()
         self.wait_until_gone(self.ours, before)
         self.expect_request(status())
-        with self.assertRaisesRegex(PeerFailure, "Listening.*the requester has gone before its reply"):
+        with self.assertRaisesRegex(PeerFailure, "Listening.*the requester disconnected before its reply"):
             # During the poll the replier has noticed it.
             self.assertEqual(self.ours.poll(0), 1)
             self.ours.send(reply("too late"))
@@ -95,17 +95,17 @@ class OurReplier(WireTest):
             stock.send_multipart(parts)
             stock.send_multipart([b"", status().SerializeToString()])
             self.expect_request(status())
-            self.assert_only_line(self.ours, "Listening", "dropped a message that is no request")
+            self.assert_only_line(self.ours, "Listening", "dropped a message that is not a request")
             self.ours.send(reply("well-formed"))
             self.assertEqual(stock.recv_multipart(), [b"", reply("well-formed").SerializeToString()])
             self.serve(other, "other")
 
     def test_sends_one_reply_to_a_request_and_none_without(self):
-        with self.assertRaisesRegex(PeerFailure, "Listening.*there is no request to answer"):
+        with self.assertRaisesRegex(PeerFailure, "Listening.*no request is waiting for an answer"):
             self.ours.send(reply("unasked"))
         stock = self.requester()
         self.serve(stock, "only")
-        with self.assertRaisesRegex(PeerFailure, "there is no request to answer"):
+        with self.assertRaisesRegex(PeerFailure, "no request is waiting for an answer"):
             self.ours.send(reply("twice"))
         self.serve(stock, "next")
 

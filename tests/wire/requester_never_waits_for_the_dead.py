@@ -94,7 +94,7 @@ class OurRequester(WireTest):
         peer.kill()
         self.expect_loss(ours, CRASH_BOUND)
         start = time.monotonic()
-        with self.assertRaisesRegex(PeerFailure, "Asking.*did not come back within 500 ms"):
+        with self.assertRaisesRegex(PeerFailure, "Asking.*not re-established within 500 ms"):
             ours.send(numbered(2))
         self.assertGreater(time.monotonic() - start, 0.45)
         self.expect_within(0.5 + CRASH_BOUND, "a send without connection fails", time.monotonic() - start)
@@ -128,7 +128,7 @@ class OurRequester(WireTest):
 
     def expect_connect_time_out(self, ours, endpoint, milliseconds):
         start = time.monotonic()
-        with self.assertRaisesRegex(PeerFailure, f"Asking.*nobody answered there within {milliseconds} ms"):
+        with self.assertRaisesRegex(PeerFailure, f"Asking.*no peer answered within {milliseconds} ms"):
             ours.open("Requester", endpoint, milliseconds)
         self.assertGreater(time.monotonic() - start, 0.95 * milliseconds / 1000)
         self.expect_within(milliseconds / 1000 + CRASH_BOUND, f"nobody answered within {milliseconds} ms",

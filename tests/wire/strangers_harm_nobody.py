@@ -49,7 +49,7 @@ class AStranger(WireTest):
     def discard_complaints(self, ours):
         """Noise may be a valid message of an old peer, which is then logged; all other bytes are not."""
         for line in ours.log():
-            self.assertRegex(line, "^Error Ours .*dropped a message that is no request")
+            self.assertRegex(line, "^Error Ours .*dropped a message that is not a request")
 
     def test_does_not_keep_our_replier_from_serving(self):
         ours, endpoint = self.bound("Replier", "tcp://127.0.0.1:0")

@@ -134,7 +134,7 @@ class OurSocket(DrivenProcess):
             try:
                 return self.send(message)
             except PeerFailure as failure:
-                if "did not come back within 500 ms" not in str(failure) or time.monotonic() > deadline:
+                if "not re-established within 500 ms" not in str(failure) or time.monotonic() > deadline:
                     raise
 
     def begin_send_numbered(self, first, count, width=0):

@@ -6,7 +6,7 @@
 
 int main(int argumentCount, char** arguments) {
   if (argumentCount != 2) {
-    std::fprintf(stderr, "usage: make-clip FILE   (six seconds of picture and tone, say clip.mkv)\n");
+    std::fprintf(stderr, "usage: make-clip FILE   (six seconds of picture and tone, such as clip.mkv)\n");
     return 2;
   }
   try {

@@ -77,7 +77,7 @@ void TestEngine::Ping(unsigned int timeout) {
 }
 
 tamb::TimeInfo TestEngine::GetCurrentTimeInfo(const std::string& name) const {
-  throw tamb::TAMBRuntimeError(fmt::format("TestEngine: there is no {:?} that has a time", name));
+  throw tamb::TAMBRuntimeError(fmt::format("TestEngine: unknown time {:?}", name));
 }
 
 void TestEngine::runOnce() {

@@ -69,9 +69,9 @@ TEST_P(EngineRegistrationComplaint, BeginsWithThePlaceAndQuotesWhatIsWrong) {
 INSTANTIATE_TEST_SUITE_P(
     Each, EngineRegistrationComplaint,
     testing::Values(
-        Complaint{"", "1:1", "the text ends"}, Complaint{"\n\n", "3:1", "the text ends"},
+        Complaint{"", "1:1", "the end of the text"}, Complaint{"\n\n", "3:1", "the end of the text"},
         Complaint{"{\n  \"name\": oops\n}", "2:11", "not JSON"},
-        Complaint{"{\"name\": \"a\", \"library\": \"b\"", "1:29", "the text ends"},
+        Complaint{"{\"name\": \"a\", \"library\": \"b\"", "1:29", "the end of the text"},
         Complaint{"{\"name\": \"a\", \"library\": \"b\"}\n}", "2:1", "not JSON"},
         Complaint{"\xff", "1:1", "not JSON"}, Complaint{"[1]", "1:1", "this is a list; expected an object"},
         Complaint{"\n 5", "2:2", "this is 5; expected an object"}, Complaint{"null", "1:1", "this is null"},
@@ -79,7 +79,7 @@ INSTANTIATE_TEST_SUITE_P(
         Complaint{
             "{\"name\": \"a\",\n \"nme\": 1}", "2:2",
             R"(unknown key "nme"; expected one of "name", "summary", "library", "program", "arguments", "manual")"},
-        Complaint{"{\"name\": \"a\",\n \"name\": \"b\"}", "2:2", "\"name\" is there twice"},
+        Complaint{"{\"name\": \"a\",\n \"name\": \"b\"}", "2:2", "duplicate key \"name\""},
         Complaint{R"({"name": 5})", "1:10", R"("name" is 5; expected a string)"},
         Complaint{R"({"name": -5})", "1:10", R"("name" is -5)"},
         Complaint{R"({"name": 1.50})", "1:10", R"("name" is 1.50)"},

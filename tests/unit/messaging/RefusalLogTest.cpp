@@ -21,7 +21,7 @@ TEST(RefusalLog, HasALineForEach) {
   log.note("process 7", start);
   EXPECT_THAT(log.takeLines(),
               ElementsAre("Status (Publisher ipc://s?readers=1): refused a subscriber, process "
-                          "7: its one reader is connected"));
+                          "7: the limit of one reader is reached"));
   EXPECT_THAT(log.takeLines(), IsEmpty());
   log.note("process 8", start);
   EXPECT_THAT(log.takeLines(), SizeIs(1));
@@ -30,7 +30,7 @@ TEST(RefusalLog, HasALineForEach) {
 TEST(RefusalLog, SaysHowManyReadersThereAre) {
   RefusalLog log(label, 3);
   log.note("process 7", start);
-  EXPECT_THAT(log.takeLines(), ElementsAre(EndsWith(": its 3 readers are connected")));
+  EXPECT_THAT(log.takeLines(), ElementsAre(EndsWith(": the limit of 3 readers is reached")));
 }
 
 TEST(RefusalLog, CountsThoseBeyondTenInTenSeconds) {
@@ -39,8 +39,8 @@ TEST(RefusalLog, CountsThoseBeyondTenInTenSeconds) {
   EXPECT_THAT(log.takeLines(), SizeIs(10));
   log.note("process 8", start + RefusalLog::span);
   EXPECT_THAT(log.takeLines(),
-              ElementsAre(EndsWith("refused 99990 more subscribers: its one reader is connected"),
-                          EndsWith("process 8: its one reader is connected")));
+              ElementsAre(EndsWith("refused 99990 more subscribers: the limit of one reader is reached"),
+                          EndsWith("process 8: the limit of one reader is reached")));
 }
 
 TEST(RefusalLog, CountsThoseWithoutALineAtItsEndToo) {

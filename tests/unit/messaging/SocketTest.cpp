@@ -13,7 +13,7 @@ using ::testing::ThrowsMessage;
 
 TEST(Socket, IsRefusedWithAnInvalidClosePolicy) {
   EXPECT_THAT([] { Socket("Impatient", static_cast<ClosePolicy::ClosePolicy>(3)); },
-              ThrowsMessage<std::runtime_error>(HasSubstr("3 is no close policy")));
+              ThrowsMessage<std::runtime_error>(HasSubstr("invalid close policy 3")));
 }
 
 TEST(Socket, SaysInItsDescriptionWhetherItIsOpen) {

@@ -160,8 +160,8 @@ TEST_F(RemoteEngineSubmission, WithAReplyThatCannotBeReadFailsAsWithAnEmptyOne) 
     startServiceThatSays(bytes);
     expectUnexpected(Reply());
   }
-  EXPECT_EQ(log_.recordsWith("EngineSubmissionSocket (Requester inproc://submission-service): dropped what "
-                             "should be a ServiceToApiReply")
+  EXPECT_EQ(log_.recordsWith("EngineSubmissionSocket (Requester inproc://submission-service): dropped a "
+                             "message that is not a ServiceToApiReply")
                 .size(),
             5U);
 }
@@ -213,8 +213,8 @@ TEST_F(RemoteEngineSubmission, ToAnEndpointThatCannotBeReadFailsBeforeAnySocketI
 
 TEST_F(RemoteEngineSubmission, GivesAServiceThatIsNotThereTheDefaultTime) {
   expectFailure(
-      HasSubstr("EngineSubmissionSocket (Requester inproc://submission-service): nobody answered "
-                "there within 5000 ms"));
+      HasSubstr("EngineSubmissionSocket (Requester inproc://submission-service): no peer answered "
+                "within 5000 ms"));
 }
 
 TEST_F(RemoteEngineSubmission, EndsWithAServiceThatDiesBeforeItAnswers) {

@@ -238,7 +238,7 @@ TYPED_TEST(SenderLife, GivesWhatNobodyHasTakenTwoSecondsAtItsEnd) {
   ASSERT_EQ(this->log_.records().size(), 1U);
   EXPECT_THAT(this->log_.records().front().message,
               testing::AllOf(HasSubstr(TypeParam::socketName),
-                             HasSubstr("closed with 2 messages that could not be sent within 2000 ms")));
+                             HasSubstr("closed with 2 messages still unsent after 2000 ms")));
 }
 
 TYPED_TEST(SenderLife, FreesItsEndpointForTheNextOne) {

@@ -77,7 +77,7 @@ TEST(RequiredCores, AreRefusedByNameWithThoseThatCanBeUsed) {
     EXPECT_THAT(([last] {
                   requireUsable({last, noCore}, "--core");
                 }),
-                ThrowsMessage<std::runtime_error>("--core: core 1000000 cannot be used: expected is one of " +
+                ThrowsMessage<std::runtime_error>("--core: core 1000000 cannot be used: expected one of " +
                                                   std::to_string(last)));
   });
 }

@@ -44,7 +44,8 @@ TEST(AReason, HasNoFrame) {
 }
 
 TEST(AReason, IsAnyOtherTextAsItIs) {
-  for (const std::string text : {"", "[", "]", "nobody answered within 5000 ms", "[::1]:5 is no endpoint"}) {
+  for (const std::string text :
+       {"", "[", "]", "no peer answered within 5000 ms", "[::1]:5 is not an endpoint"}) {
     EXPECT_EQ(reasonIn(text), text);
   }
 }

@@ -445,7 +445,7 @@ TEST_F(RefusedCommands, NameTheStepsThereAreToACommandForAnother) {
   addControl("mixer", [](const ICommandMessage&) {});
   pushTo("vidoe", "Fade");
   backEnd_->ExecuteAllCommands();
-  EXPECT_THAT(refused_, ElementsAre(R"(Fade: there is no step "vidoe"; expected one of "mixer", "step")"));
+  EXPECT_THAT(refused_, ElementsAre(R"(Fade: unknown step "vidoe"; expected one of "mixer", "step")"));
 }
 
 TEST_F(RefusedCommands, QuoteAStepOfAnyLengthInALineOfReadableLength) {

@@ -107,13 +107,13 @@ TEST(ParametersCollectionPrototype, RefusesAnotherTypeNamingTheKeyAndBothTypes) 
   const auto prototype = prototypeOfAllTypes(nullptr);
   EXPECT_THAT([&] { prototype->GetInt64Default("int32"); },
               ThrowsMessage<TAMBRuntimeError>(AllOf(HasSubstr("\"int32\""), HasSubstr("held as Int32"),
-                                                    HasSubstr("asked for as Int64"))));
+                                                    HasSubstr("requested as Int64"))));
   EXPECT_THAT([&] { prototype->GetUTF8StringDefault("utf16"); },
               ThrowsMessage<TAMBRuntimeError>(AllOf(HasSubstr("\"utf16\""), HasSubstr("held as UTF16String"),
-                                                    HasSubstr("asked for as UTF8String"))));
+                                                    HasSubstr("requested as UTF8String"))));
   EXPECT_THAT([&] { prototype->GetElementFactoryTypeDefault("nested"); },
               ThrowsMessage<TAMBRuntimeError>(AllOf(HasSubstr("held as ParametersCollectionPrototype"),
-                                                    HasSubstr("asked for as ElementFactoryType"))));
+                                                    HasSubstr("requested as ElementFactoryType"))));
 }
 
 TEST(ParametersCollectionPrototype, RefusesAKeyDeclaredTwiceAndKeepsTheFirst) {
@@ -238,10 +238,10 @@ TEST(ParametersCollectionInstance, RefusesAnotherTypeAndKeepsTheValue) {
   const auto instance = CreateParametersCollectionInstance(prototypeOfAllTypes(nullptr));
   EXPECT_THAT([&] { instance->SetInt32("int64", 1); },
               ThrowsMessage<TAMBRuntimeError>(AllOf(HasSubstr("\"int64\""), HasSubstr("held as Int64"),
-                                                    HasSubstr("asked for as Int32"))));
+                                                    HasSubstr("requested as Int32"))));
   EXPECT_THAT([&] { instance->GetFloat("double"); },
               ThrowsMessage<TAMBRuntimeError>(AllOf(HasSubstr("\"double\""), HasSubstr("held as Double"),
-                                                    HasSubstr("asked for as Float"))));
+                                                    HasSubstr("requested as Float"))));
   EXPECT_EQ(instance->GetInt64("int64"), std::numeric_limits<std::int64_t>::min());
 }
 

@@ -24,7 +24,7 @@ using ::testing::IsEmpty;
 /// An open socket that represents the connection to a peer.
 base::FileDescriptor openSocket() {
   base::FileDescriptor descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!descriptor.isOpen()) throw std::system_error(errno, std::generic_category(), "cannot make a socket");
+  if (!descriptor.isOpen()) throw std::system_error(errno, std::generic_category(), "cannot create a socket");
   return descriptor;
 }
 
