@@ -34,10 +34,6 @@ class OpenSocket {
   virtual std::size_t close(std::chrono::milliseconds timeForUnsent) noexcept = 0;
 };
 
-/// Opens a socket, as specified for Socket::createAndConnect. Each implementation defines it.
-std::unique_ptr<OpenSocket> openSocket(const SocketLabel& label, ClosePolicy::ClosePolicy closePolicy,
-                                       const SocketEndpoint& endpoint, std::chrono::milliseconds timeOut);
-
 /// The default time-out of a Requester's handshake.
 constexpr std::chrono::milliseconds defaultConnectTimeOut{5'000};
 /// How long a send on a Requester waits until a lost connection is restored.

@@ -10,6 +10,7 @@
 #include "runtime/base/Mutex.h"
 #include "runtime/messaging/MessageRules.h"
 #include "runtime/messaging/OpenSocket.h"
+#include "runtime/messaging/SocketFactory.h"
 #include "runtime/messaging/UseGate.h"
 
 namespace qor::socket {
@@ -41,7 +42,7 @@ class Socket::Implementation {
   void open(Protocol::Protocol protocol, const SocketEndpoint& endpoint, std::chrono::milliseconds timeOut) {
     const SocketLabel label = beginOpening(protocol, endpoint);
     try {
-      open_ = openSocket(label, policy_, endpoint, timeOut);
+      open_ = installedSocketFactory().open(label, policy_, endpoint, timeOut);
     } catch (...) {
       enterPhase(Phase::NeverOpen);
       throw;

@@ -89,6 +89,4 @@ void Context::shutDownCurrent() {
   ::zmq_ctx_shutdown(ending->get());
 }
 
-void shutDownContext() { Context::shutDownCurrent(); }
-
 }  // namespace qor::socket

@@ -1,4 +1,4 @@
-#include "runtime/messaging/OpenSocket.h"
+#include "runtime/inproc/InprocSocketFactory.h"
 
 #include <memory>
 #include <stdexcept>
@@ -30,22 +30,31 @@ std::unique_ptr<inproc::InprocSocket> makeSocket(const SocketLabel& label,
     case Protocol::Plain:
       break;
   }
-  throw std::logic_error("openSocket: the caller has checked the role");
+  throw std::logic_error("the role of a socket was not checked");
 }
+
+class InprocSocketFactory final : public SocketFactory {
+ public:
+  std::unique_ptr<OpenSocket> open(const SocketLabel& label, ClosePolicy::ClosePolicy closePolicy,
+                                   const SocketEndpoint& endpoint,
+                                   std::chrono::milliseconds timeOut) override {
+    auto socket = makeSocket(label, closePolicy, endpoint);
+    socket->open(closePolicy, timeOut);
+    return socket;
+  }
+
+  void shutDownContext() override {
+    auto& network = inproc::Switchboard::instance();
+    const base::Lock lock(inproc::networkMutex);
+    network.shutDownContext();
+  }
+};
 
 }  // namespace
 
-std::unique_ptr<OpenSocket> openSocket(const SocketLabel& label, ClosePolicy::ClosePolicy closePolicy,
-                                       const SocketEndpoint& endpoint, std::chrono::milliseconds timeOut) {
-  auto socket = makeSocket(label, closePolicy, endpoint);
-  socket->open(closePolicy, timeOut);
-  return socket;
-}
-
-void shutDownContext() {
-  auto& network = inproc::Switchboard::instance();
-  const base::Lock lock(inproc::networkMutex);
-  network.shutDownContext();
+SocketFactory& inprocSocketFactory() {
+  static constinit InprocSocketFactory factory;
+  return factory;
 }
 
 }  // namespace qor::socket

@@ -1,0 +1,11 @@
+#include "runtime/inproc/InprocSocketFactory.h"
+
+namespace {
+
+/// A program that links only this library of message sockets need not choose an implementation.
+[[maybe_unused]] const bool isInstalled = [] {
+  qor::socket::installSocketFactory(qor::socket::inprocSocketFactory());
+  return true;
+}();
+
+}  // namespace
