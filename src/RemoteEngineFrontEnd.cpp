@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "SubmissionVersion.h"
 #include "qor/proto/ApiService.pb.h"
 #include "qor/utils/Log.h"
 

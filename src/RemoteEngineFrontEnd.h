@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -11,6 +12,10 @@
 #include "tamb/IEngineFrontEnd.h"
 
 namespace qor::multiprocess_communication {
+
+/// The version of the exchange between a front end that submits an engine and the service that starts it.
+/// Both have to have the same one.
+inline constexpr std::int32_t submissionVersion = 2;
 
 /// The host's proxy of an engine that runs in another process. When it has both its configuration and its
 /// description, it submits the engine to the submission service and connects its three channels to the

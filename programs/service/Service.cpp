@@ -5,7 +5,7 @@
 #include <string>
 #include <utility>
 
-#include "SubmissionVersion.h"
+#include "RemoteEngineFrontEnd.h"
 #include "hosting/TimeLimits.h"
 #include "qor/proto/ApiService.pb.h"
 #include "qor/socket/Socket.h"
