@@ -118,8 +118,8 @@ TEST_F(TimeJumps, OfPartsWithOtherStreamsAreReported) {
     for (const auto& each : heard_->ofLine("StreamLeftOut")) {
       leftOut.emplace_back(each->GetNotificationObject()->GetInt64("stream"), reasonOf(each));
     }
-    EXPECT_THAT(leftOut, UnorderedElementsAre(Pair(2, "stream 0 is the video of this run"),
-                                              Pair(3, "stream 1 is the audio of this run")))
+    EXPECT_THAT(leftOut, UnorderedElementsAre(Pair(2, "the run uses stream 0 as its video"),
+                                              Pair(3, "the run uses stream 1 as its audio")))
         << input;
   }
 }

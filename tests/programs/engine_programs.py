@@ -301,7 +301,7 @@ class TheCounter(EnginePrograms):
         host = self.running_on(endpoint)
         supervisor, engine = self.supervisor_below(service), self.engine_of(service)
         self.kill(engine, signal.SIGSTOP)
-        service.wait_for_errors("was stopped")
+        service.wait_for_errors("was suspended")
         self.assertIn(f"[tamb-engine {supervisor}/{engine}, engine 1 of ", service.errors())
         self.kill(engine, signal.SIGCONT)
         host.interrupt()

@@ -106,7 +106,7 @@ TEST_F(EngineRegistryTest, TakesTheFirstFilesEngineOfTwoInOneFolderAndReportsThe
   EXPECT_EQ(found.find("mixer")->summary, "first");
   ASSERT_EQ(found.problems().size(), 1U);
   EXPECT_THAT(found.problems()[0], AllOf(StartsWith((folder_.path() / "a/2.json: ").string()),
-                                         EndsWith((folder_.path() / "a/1.json already").string())));
+                                         EndsWith("already registered by " + (folder_.path() / "a/1.json").string())));
 }
 
 TEST_F(EngineRegistryTest, ReportsBadFilesWithTheirPlacesAndReadsTheOthers) {
@@ -126,7 +126,7 @@ TEST_F(EngineRegistryTest, ReportsBadFilesWithTheirPlacesAndReadsTheOthers) {
                           AllOf(StartsWith(at("2.json:1:29: \"")), HasSubstr(at("gone.so")),
                                 HasSubstr("No such file")),
                           AllOf(StartsWith(at("3.json:1:31: ")), HasSubstr("not a regular file")),
-                          AllOf(StartsWith(at("4.json: ")), HasSubstr("more than 65536 bytes")),
+                          AllOf(StartsWith(at("4.json: ")), HasSubstr("larger than 65536 bytes")),
                           StartsWith(at("5.json: this is not a regular file")),
                           StartsWith(at("6.json: this is not a regular file")),
                           AllOf(StartsWith(at("7\\n.json:1:1: ")), Not(HasSubstr("\n")))));

@@ -208,7 +208,7 @@ TEST(AWorkflowsMessages, AreRefusedForArgumentsThatCannotBeCarried) {
   Workflow workflow;
   workflow.engine = json::object();
   workflow.commands = {{.at = 0, .name = "Pause", .step = {}, .arguments = {{"list", {1, 2}}}}};
-  EXPECT_THAT([&] { static_cast<void>(workflow.messages(media)); }, refuses("\"list\"", "[1,2]", "a text"));
+  EXPECT_THAT([&] { static_cast<void>(workflow.messages(media)); }, refuses("\"list\"", "[1,2]", "a string"));
 }
 
 }  // namespace
