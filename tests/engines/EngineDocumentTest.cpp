@@ -218,7 +218,8 @@ INSTANTIATE_TEST_SUITE_P(
                   "expected a whole number"},
         Complaint{R"({"engine": "test", "notifications": 1.5})", R"("notifications" is 1.5)",
                   "expected a whole number"},
-        Complaint{R"({"engine": "test", "notifications": 1e999})", R"(the number "1e999" is too large)", "expected an object"},
+        Complaint{R"({"engine": "test", "notifications": 1e999})", R"(the number "1e999" is too large)",
+                  "expected an object"},
         Complaint{R"({"engine": "test", "input": "a"})", R"("input")",
                   R"("engine", "behaviour", "when", "notifications", "prints")"}));
 

@@ -73,7 +73,8 @@ INSTANTIATE_TEST_SUITE_P(
         Complaint{"{\n  \"name\": oops\n}", "2:11", "invalid JSON"},
         Complaint{"{\"name\": \"a\", \"library\": \"b\"", "1:29", "the end of the text"},
         Complaint{"{\"name\": \"a\", \"library\": \"b\"}\n}", "2:1", "invalid JSON"},
-        Complaint{"\xff", "1:1", "invalid JSON"}, Complaint{"[1]", "1:1", "this is a list; expected an object"},
+        Complaint{"\xff", "1:1", "invalid JSON"},
+        Complaint{"[1]", "1:1", "this is a list; expected an object"},
         Complaint{"\n 5", "2:2", "this is 5; expected an object"}, Complaint{"null", "1:1", "this is null"},
         Complaint{"\"a\"", "1:1", "this is \"a\""}, Complaint{"{}", "1:2", "no \"name\" is given"},
         Complaint{

@@ -105,8 +105,9 @@ TEST_F(EngineRegistryTest, TakesTheFirstFilesEngineOfTwoInOneFolderAndReportsThe
   const auto found = registry({"a"});
   EXPECT_EQ(found.find("mixer")->summary, "first");
   ASSERT_EQ(found.problems().size(), 1U);
-  EXPECT_THAT(found.problems()[0], AllOf(StartsWith((folder_.path() / "a/2.json: ").string()),
-                                         EndsWith("already registered by " + (folder_.path() / "a/1.json").string())));
+  EXPECT_THAT(found.problems()[0],
+              AllOf(StartsWith((folder_.path() / "a/2.json: ").string()),
+                    EndsWith("already registered by " + (folder_.path() / "a/1.json").string())));
 }
 
 TEST_F(EngineRegistryTest, ReportsBadFilesWithTheirPlacesAndReadsTheOthers) {

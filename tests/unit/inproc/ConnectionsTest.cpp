@@ -63,7 +63,8 @@ TEST_F(Connections, DoNotCarryTheReplyToARequestThatCameOverAnEarlierOne) {
   EXPECT_EQ(receive(replier_), 1U);
   disconnect(address_);
   reconnect(address_);
-  EXPECT_THAT([&] { send(replier_, 1); }, ThrowsMessage<std::runtime_error>(HasSubstr("disconnected before its reply")));
+  EXPECT_THAT([&] { send(replier_, 1); },
+              ThrowsMessage<std::runtime_error>(HasSubstr("disconnected before its reply")));
   EXPECT_THROW(receive(requester_), std::runtime_error);
   send(requester_, 2);
   EXPECT_EQ(receive(replier_), 2U);
