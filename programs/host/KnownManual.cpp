@@ -33,7 +33,7 @@ using nlohmann::json;
 constexpr const char* media = "media";
 constexpr std::chrono::seconds timeToLoad{5};
 constexpr std::chrono::seconds timeToEnd{1};
-/// Of a manual, in bytes: that of the media engine takes 9 000.
+/// Limit for a manual, in bytes. The media engine needs 9 000.
 constexpr std::size_t longestManual = 1'000'000;
 
 /// The child's life. What a library prints meanwhile must not be among our own output.
@@ -49,12 +49,12 @@ constexpr std::size_t longestManual = 1'000'000;
       rest.remove_prefix(static_cast<std::size_t>(written));
     }
   } catch (...) {
-    // There is no manual, then.
+    // The parent reads no manual, and assumes one.
   }
   std::_Exit(EXIT_SUCCESS);
 }
 
-/// What can be read until the end, or until then.
+/// Reads until the end of the stream or the deadline.
 std::string readUntil(base::Deadline deadline, int descriptor) {
   std::string text;
   std::array<char, 4096> piece{};
@@ -68,7 +68,7 @@ std::string readUntil(base::Deadline deadline, int descriptor) {
   return text;
 }
 
-/// Throws std::runtime_error when there is none to be read.
+/// Throws std::runtime_error if no manual can be read.
 EngineManual manualInAnotherProcess(const hosting::RegisteredEngine& engine) {
   processes::Pipe pipe;
   const pid_t child = ::fork();
@@ -111,7 +111,7 @@ EngineManual knownManual(const std::string& engine, const std::vector<std::files
     if (registered != nullptr && !registered->library.empty()) return manualInAnotherProcess(*registered);
     if (registered != nullptr) return hosting::manualOf(*registered).value_or(assumedManual(engine));
   } catch (const std::exception&) {
-    // Whoever starts the engine reports it.
+    // The program that starts the engine reports the error.
   }
   return assumedManual(engine);
 }

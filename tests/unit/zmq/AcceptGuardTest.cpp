@@ -95,7 +95,7 @@ class AProcessWithoutDescriptors : public ::testing::TestWithParam<std::string> 
   }
 
   void SetUp() override {
-    if (test::sanitizerNeedsDescriptors) GTEST_SKIP();
+    if (test::sanitizerNeedsDescriptors) GTEST_SKIP() << "UBSan needs descriptors of its own";
   }
 
   static unsigned int milliseconds(std::chrono::milliseconds time) {

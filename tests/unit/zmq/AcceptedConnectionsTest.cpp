@@ -59,7 +59,7 @@ TEST_F(AcceptedConnectionsTest, AreDisconnected) {
 }
 
 TEST_F(AcceptedConnectionsTest, AreDisconnectedByAProcessThatHasNoDescriptorsLeft) {
-  if (test::sanitizerNeedsDescriptors) GTEST_SKIP();
+  if (test::sanitizerNeedsDescriptors) GTEST_SKIP() << "UBSan needs descriptors of its own";
   const test::NoDescriptorsLeft full;
   EXPECT_EQ(connections_->peer(accepted_->get()), "process " + std::to_string(::getpid()));
   connections_->disconnect(accepted_->get());
